@@ -1,0 +1,37 @@
+// A text file that grows a line at a time and can be followed while it grows: the log and the progress tables. Whole
+// lines only are handed to the system, so that a run that is killed leaves no half line but the one in flight.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace voxlith {
+
+struct LineFile {
+    LineFile() = default;
+    ~LineFile();
+    LineFile(const LineFile&) = delete;
+    LineFile& operator=(const LineFile&) = delete;
+
+    int handle = -1;               // file descriptor; -1 while closed
+    std::array<char, 256> name{};  // for messages, zero terminated
+};
+
+enum class LineFileMode { create, append };
+
+// Opens `name`, replacing an earlier file or continuing it (an existing file is then required; a last line without
+// its line end gets one first). False when that fails; errno tells why.
+bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode);
+
+bool isOpen(const LineFile& file);
+
+// Appends `line` and a line end in one system write. Throws RunError (file and cause) when it cannot be written whole.
+void writeLine(LineFile& file, std::string_view line);
+
+// Everything written so far is with the operating system already; this hands it to the disk's queue. Never fails a run.
+void flushLineFile(LineFile& file);
+
+void closeLineFile(LineFile& file);
+
+}  // namespace voxlith
