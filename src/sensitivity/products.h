@@ -1,0 +1,35 @@
+// The products of the compressed sensitivity matrix with a model and with residuals, and the predicted data of a run.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "files/mesh_geometry.h"
+#include "files/obs_set.h"
+#include "sensitivity/line_average.h"
+#include "sensitivity/overhead_timers.h"
+#include "sensitivity/product_tables.h"
+#include "sensitivity/sensitivity.h"
+
+namespace voxlith {
+
+// out (nData) = rows of file `mtx` times the transform of `model` (cells of one model type). `obsStd` is the column of standard
+// deviations that divides the rows in disk mode (nData). Allocates nothing. Throws RunError on a read failure in disk mode.
+void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> model,
+                  std::span<double> out, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers);
+
+// gradient (cells) = transpose of the above times `residual` (nData).
+void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> residual,
+                      std::span<double> gradient, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers);
+
+// All products and components: `models` holds cells times model types, `predicted`, `observed`, `reference` are shaped like
+// obs.obsData. Returns the sum of squared misfits over the valid data divided by nData.
+double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const ProductTables& products, const ObsSet& obs,
+                   LineIntegration& lines, std::span<const double> models, std::span<double> predicted,
+                   std::span<const double> observed, std::span<const double> reference, OverheadTimers& timers);
+
+// Divides the rows in memory by the standard deviations, once, in real32.
+void scaleRows(Sensitivity& sensitivity, const ObsSet& obs);
+
+}  // namespace voxlith
