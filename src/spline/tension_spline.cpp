@@ -141,6 +141,12 @@ std::int32_t searchPiece(const double* x, std::int32_t n, double t, std::int32_t
 
 }  // namespace
 
+double normalisedTension(double tension, std::int32_t n, double length) {
+    // The count passes through single precision: fits of long tables stay comparable with those of earlier versions.
+    const double pieces = static_cast<float>(n - 1);
+    return std::fabs(tension) * pieces / length;
+}
+
 void tensionTerms(double& diag, double& sdiag, double tension, double del) {
     if (tension == 0.0) {
         diag = del / 3.0;
@@ -196,9 +202,7 @@ extern "C" void TCUBSPL(const std::int32_t* n, const double* x, double* c, const
     if (!(knots.front() < knots.back())) {
         return;
     }
-    // The count passes through single precision: fits of long tables stay comparable with those of earlier versions.
-    const double pieces = static_cast<float>(*n - 1);
-    const double normalised = std::fabs(*tension) * pieces / (knots.back() - knots.front());
+    const double normalised = voxlith::normalisedTension(*tension, *n, knots.back() - knots.front());
     const bool computeStart = *slopeSwitch == 2 || *slopeSwitch == 3;
     const bool computeEnd = *slopeSwitch == 1 || *slopeSwitch == 3;
     const voxlith::EndPoints atStart = voxlith::startPoints(knots, table);

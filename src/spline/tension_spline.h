@@ -8,6 +8,9 @@
 
 namespace voxlith {
 
+// |tension| times the number of intervals between n knots over the length from the first to the last.
+double normalisedTension(double tension, std::int32_t n, double length);
+
 // Entries that an interval of length del adds to the tridiagonal system of the second derivatives: diag to the diagonal
 // of both its knots, sdiag beside it. tension is the normalised one; with 0 they are those of the cubic spline.
 void tensionTerms(double& diag, double& sdiag, double tension, double del);
