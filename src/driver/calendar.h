@@ -1,0 +1,28 @@
+// Dates, times of day and the Julian day number that clock times are measured with.
+#pragma once
+
+#include <string_view>
+
+#include "text/text_line.h"
+
+namespace voxlith {
+
+struct DateTime {
+    int year = 0, month = 0, day = 0;
+    int hour = 0, minute = 0, second = 0;
+};
+
+DateTime currentDateTime();  // local time
+
+// Days, with the time of day as fraction (Meeus, Astronomical Algorithms, ch. 7).
+double julianDay(const DateTime& when);
+
+// Seconds of processor time of this process.
+double processorSeconds();
+
+// "words" followed by first/second/year, two blanks and the time of day. The header of the log gives the day first, its closing line
+// the month; both stay as they have always been.
+enum class DateOrder { dayFirst, monthFirst };
+TextLine dateLine(std::string_view words, const DateTime& when, DateOrder order);
+
+}  // namespace voxlith

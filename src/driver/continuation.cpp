@@ -1,0 +1,154 @@
+#include "driver/continuation.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "text/free_format.h"
+#include "text/text_input.h"
+#include "text/tokens.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::string_view progressName = "voxlith.aux";
+constexpr std::string_view lineSearchName = "voxlith.lsv";
+constexpr int progressHeadings = 4;
+constexpr int lineSearchHeadings = 2;
+constexpr std::size_t shortestRow = 54;  // iteration number and three reals: the row of the starting state
+
+// The tables of the line search log are kept for no later step; only rows that can be read are let through.
+constexpr std::size_t lineSearchRows = 32;
+struct LineSearchTable {
+    std::array<std::array<double, lineSearchRows>, 4> columns{};
+    std::size_t rows = 0;
+};
+
+[[noreturn]] void stopForMissing(Messages& messages, std::string_view name) {
+    fatalStop(messages, " File " + std::string(name) + " not found");
+}
+
+void beginTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
+    if (!openLineFile(file, name, LineFileMode::create))
+        stopForMissing(messages, name);
+    writeLine(file, heading);
+    writeLine(file, "");
+}
+
+void continueTable(Messages& messages, LineFile& file, std::string_view name) {
+    if (!openLineFile(file, name, LineFileMode::append))
+        stopForMissing(messages, name);
+}
+
+// A run that was killed while it wrote a row leaves a row without line end. Such a row is no finished iteration: it is cut off, so
+// that no later run takes the beginning of a number for the number.
+void dropUnfinishedRow(Messages& messages, std::string_view name) {
+    if (!fileExists(std::string(name)))
+        stopForMissing(messages, name);
+    std::ifstream file{std::string(name), std::ios::binary | std::ios::ate};
+    const std::streamoff size = file.tellg();
+    std::streamoff rowStart = size;
+    for (char character = 0; rowStart > 0; --rowStart) {
+        file.seekg(rowStart - 1);
+        file.get(character);
+        if (!file || character == '\n')
+            break;
+        if (static_cast<std::size_t>(size - rowStart) + 1 >= shortestRow)
+            return;  // long enough to be whole; only its line end is missing
+    }
+    file.close();
+    std::error_code failure;
+    if (rowStart < size)
+        std::filesystem::resize_file(std::filesystem::path(name), static_cast<std::uintmax_t>(rowStart), failure);
+    if (failure)
+        throw RunError(std::string(name) + ": an unfinished last row cannot be cut off: " + failure.message());
+}
+
+bool skipLines(TextInput& input, int count) {
+    std::string line;
+    for (int i = 0; i < count; ++i)
+        if (!readLine(input, line))
+            return false;
+    return true;
+}
+
+std::int32_t lastIterationOf(Messages& messages) {
+    TextInput input;
+    if (!openTextInput(input, std::string(progressName)))
+        stopForMissing(messages, progressName);
+    std::int32_t iteration = 0;
+    std::string line;
+    if (!skipLines(input, progressHeadings))
+        return iteration;
+    for (std::int64_t row = progressHeadings + 1; readLine(input, line); ++row) {
+        if (!line.empty())
+            line.front() = ' ';
+        if (freeFormatRead(std::string_view(line), std::span(&iteration, 1)) == ReadStatus::badText)
+            throw RunError(std::string(progressName) + ", line " + std::to_string(row) +
+                           ": expected an iteration number, found \"" + line + "\"");
+    }
+    return iteration;
+}
+
+void readLineSearchTable(Messages& messages, LineSearchTable& table) {
+    TextInput input;
+    if (!openTextInput(input, std::string(lineSearchName)))
+        stopForMissing(messages, lineSearchName);
+    if (!skipLines(input, lineSearchHeadings))
+        return;
+    std::string line;
+    for (std::int64_t row = lineSearchHeadings + 1; readLine(input, line); ++row) {
+        if (isBlank(line))
+            continue;
+        TextInput words;
+        openTextInMemory(words, line);
+        FreeFormatRead read = beginFreeFormatRead(words);
+        std::int32_t number = 0;
+        std::array<double, 4> values{};
+        readValue(read, number);
+        if (readValues(read, std::span<double>(values)) != ReadStatus::good)
+            throw RunError(std::string(lineSearchName) + ", line " + std::to_string(row) +
+                           ": expected an integer and four numbers, found \"" + line + "\"");
+        if (table.rows == lineSearchRows)
+            continue;
+        for (std::size_t column = 0; column < values.size(); ++column)
+            table.columns[column][table.rows] = values[column];
+        ++table.rows;
+    }
+}
+
+std::int32_t addClamped(std::int32_t a, std::int32_t b) {
+    const std::int64_t sum = std::int64_t{a} + b;
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(sum, std::numeric_limits<std::int32_t>::min(),
+                                                              std::numeric_limits<std::int32_t>::max()));
+}
+
+}  // namespace
+
+void openProgressFiles(Messages& messages, std::int32_t iMode, LineFile& progressTable, LineFile& lineSearchTable) {
+    beginTable(messages, progressTable, progressName, " VoxLith Inversion progress");
+    if (iMode == -1)
+        beginTable(messages, lineSearchTable, lineSearchName, " VoxLith Line Search Values");
+}
+
+void recoverProgressFiles(Messages& messages, ControlValues& control, std::int32_t& startIteration,
+                          LineFile& progressTable, LineFile& lineSearchTable) {
+    dropUnfinishedRow(messages, progressName);
+    startIteration = lastIterationOf(messages);
+    continueTable(messages, progressTable, progressName);
+    control.maxIterations = addClamped(control.maxIterations, startIteration);
+    if (control.iMode != -1)
+        return;
+    LineSearchTable table;
+    readLineSearchTable(messages, table);
+    continueTable(messages, lineSearchTable, lineSearchName);
+}
+
+}  // namespace voxlith

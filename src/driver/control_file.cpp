@@ -1,0 +1,446 @@
+#include "driver/control_file.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "driver/run_log.h"
+#include "text/free_format.h"
+#include "text/text_input.h"
+#include "text/text_line.h"
+#include "text/tokens.h"
+
+namespace voxlith {
+
+namespace {
+
+// The control file while it is read. Line numbers are physical ones.
+struct ControlReader {
+    Messages& messages;
+    const DateTime& startedAt;
+    ControlValues& control;
+    TextInput input;
+    int lineNumber = 0;
+    std::string line;
+};
+
+[[noreturn]] void stopWithLogClosed(Messages& messages) {
+    closeLineFile(messages.log);
+    plainStop();
+}
+
+[[noreturn]] void throwLineError(const ControlReader& reader, std::string_view expected) {
+    throw RunError(reader.control.controlFileName + ", line " + std::to_string(reader.lineNumber) + ": expected " +
+                   std::string(expected) + ", found \"" + std::string(withoutTrailingBlanks(reader.line)) + "\"");
+}
+
+// Takes the next line, without its comment; false at the end of the file.
+bool nextControlLine(ControlReader& reader) {
+    ++reader.lineNumber;
+    if (!readLine(reader.input, reader.line, lineWidth))
+        return false;
+    blankComment(reader.line);
+    return true;
+}
+
+void requireControlLine(ControlReader& reader, std::string_view expected) {
+    if (!nextControlLine(reader))
+        throw RunError(reader.control.controlFileName + ", line " + std::to_string(reader.lineNumber) + ": expected " +
+                       std::string(expected) + ", found the end of the file");
+}
+
+void echoText(ControlReader& reader, std::string_view words) {
+    logLine(reader.messages, TextLine(words).text(withoutTrailingBlanks(reader.line)));
+}
+
+// One more item on the line, which is optional: taken when it and all before it can be read.
+template <typename Number>
+bool takeOptional(FreeFormatRead& read, Number& target) {
+    Number value = target;
+    if (readValue(read, value) != ReadStatus::good)
+        return false;
+    target = value;
+    return true;
+}
+
+// A count on line 1: false when nothing that can be read stands there; the line then ends.
+bool takeCount(ControlReader& reader, std::int32_t& count) {
+    if (isBlank(reader.line))
+        return false;
+    std::string token;
+    nextToken(reader.line, token);
+    return freeFormatRead(std::string_view(token), std::span(&count, 1)) == ReadStatus::good;
+}
+
+void takeLabels(ControlReader& reader) {
+    ControlValues& control = reader.control;
+    for (std::int32_t type = 0; type < control.nModelTypes && type < maxFiles; ++type) {
+        std::string token;
+        nextToken(reader.line, token);
+        control.modelLabel[static_cast<std::size_t>(type)] = token.substr(0, 8);
+    }
+}
+
+void takeCounts(ControlReader& reader) {
+    ControlValues& control = reader.control;
+    if (!takeCount(reader, control.nMtx))
+        return;
+    control.nDataTypes = control.nMtx;
+    if (!takeCount(reader, control.nDataTypes) || !takeCount(reader, control.nModelTypes))
+        return;
+    if (!isBlank(reader.line) && control.nModelTypes > 1)
+        takeLabels(reader);
+}
+
+// The screen copy has never shown the number, and the third message shows the number of data types; both stay.
+void checkCount(ControlReader& reader, std::int32_t count, std::int32_t shown, std::string_view of) {
+    if (count >= 1 && count <= maxFiles)
+        return;
+    TextLine message("Error: the number of ");
+    message.text(of).text(" must be between 1 and 6. Number specified was:");
+    logLine(reader.messages, TextLine(message).integer(shown, 4));
+    screenLine(message);
+    plainStop();
+}
+
+void openLogOfRun(ControlReader& reader) {
+    ControlValues& control = reader.control;
+    if (control.iRestart <= 0) {
+        control.iRestart = 0;
+        openLogForNewRun(reader.messages, reader.startedAt);
+    } else {
+        openLogForContinuation(reader.messages, reader.startedAt, control.iRestart);
+    }
+    logLine(reader.messages, "");
+    logLine(reader.messages, TextLine(" Input parameter file: ").text(withoutTrailingBlanks(control.controlFileName)));
+    logLine(reader.messages, "");
+    constexpr std::string_view words = " restart, num MTX, num data types, num model types: ";
+    const int echoEnd = static_cast<int>(words.size() + lineWidth);
+    logLine(reader.messages, TextLine(words).text(reader.line).padTo(echoEnd));
+    logLine(reader.messages, "");
+}
+
+void readLine1(ControlReader& reader) {
+    requireControlLine(reader, "iRestart");
+    const std::string wholeLine = reader.line;
+    std::string token;
+    nextToken(reader.line, token);
+    std::int64_t valuesTaken = 0;
+    std::int32_t& iRestart = reader.control.iRestart;
+    if (freeFormatRead(std::string_view(token), std::span(&iRestart, 1), &valuesTaken) != ReadStatus::good ||
+        valuesTaken == 0) {
+        reader.line = wholeLine;
+        throwLineError(reader, "the integer iRestart");
+    }
+    openLogOfRun(reader);
+    takeCounts(reader);
+    const ControlValues& control = reader.control;
+    checkCount(reader, control.nMtx, control.nMtx, "MTX files");
+    checkCount(reader, control.nDataTypes, control.nDataTypes, "number of data types");
+    checkCount(reader, control.nModelTypes, control.nDataTypes, "number of model types");
+}
+
+void readLine2(ControlReader& reader) {
+    requireControlLine(reader, "iMode");
+    ControlValues& control = reader.control;
+    TextInput text;
+    openTextInMemory(text, reader.line);
+    FreeFormatRead read = beginFreeFormatRead(text);
+    if (readValue(read, control.iMode) != ReadStatus::good)
+        throwLineError(reader, "the integer iMode");
+    float backgroundValue = 0.0F;
+    if (takeOptional(read, control.iBackground) && takeOptional(read, backgroundValue))
+        control.BackVal = static_cast<double>(backgroundValue);
+
+    logLine(reader.messages, " Mode: 2  (fixed multiplier)");
+    if (control.iBackground == 1)
+        logLine(reader.messages, " Background removal: On");
+    else if (control.iBackground == 2)
+        logLine(reader.messages, TextLine(" Background value to be removed: ").fixed(control.BackVal, 10, 3));
+    else
+        logLine(reader.messages, " Background removal: Off");
+}
+
+void readLine3(ControlReader& reader) {
+    requireControlLine(reader, "trade-off and tolc");
+    ControlValues& control = reader.control;
+    TextInput text;
+    openTextInMemory(text, reader.line);
+    FreeFormatRead read = beginFreeFormatRead(text);
+    if (readValue(read, control.multiplier) != ReadStatus::good || readValue(read, control.tolc) != ReadStatus::good)
+        throwLineError(reader, "two numbers, trade-off and tolc");
+    if (takeOptional(read, control.positivityFlag))
+        takeOptional(read, control.cleaning.integrationInterval);
+
+    logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.multiplier, 10, 3));
+    logLine(reader.messages, TextLine(" Positivity flag: ").integer(control.positivityFlag, 4));
+    const float interval = control.cleaning.integrationInterval;
+    if (interval > 0.0F)
+        logLine(reader.messages,
+                TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));
+}
+
+void readLine4(ControlReader& reader) {
+    requireControlLine(reader, "the name of the observed data file");
+    reader.control.obsFileText = reader.line;
+    echoText(reader, " Data file: ");
+    if (isBlank(reader.line)) {
+        screenAndLogLine(reader.messages, "Error: the observed data file has not been defined");
+        stopWithLogClosed(reader.messages);
+    }
+    if (!fileExists(fileNameOf(reader.line))) {
+        constexpr std::string_view words = "Error: the observed data file does not exist:";
+        const int end = static_cast<int>(words.size() + lineWidth);
+        logAndScreenLine(reader.messages, TextLine(words).text(reader.line).padTo(end));
+        stopWithLogClosed(reader.messages);
+    }
+}
+
+// ObsClip can be decoded only now that the number of data types is known.
+void decodeObsClip(ControlReader& reader) {
+    ControlValues& control = reader.control;
+    const auto nDataTypes = static_cast<std::size_t>(control.nDataTypes);
+    std::array<double, 2 * maxFiles> limits{};
+    if (freeFormatRead(std::string_view(control.obsClipText), std::span(limits).first(2 * nDataTypes)) !=
+        ReadStatus::good)
+        throw RunError("command line, ObsClip: expected " + std::to_string(2 * nDataTypes) +
+                       " numbers, a minimum and a maximum for each data type, found \"" + control.obsClipText + "\"");
+    logLine(reader.messages, " Data limits to be applied to observed data: ");
+    for (std::size_t type = 0; type < nDataTypes; ++type) {
+        const double minimum = limits[2 * type];
+        const double maximum = limits[2 * type + 1];
+        TextLine line;
+        line.integer(static_cast<std::int64_t>(type) + 1, 4).fixed(minimum, 10, 3).fixed(maximum, 10, 3);
+        logLine(reader.messages, line);
+        control.cleaning.obsClipMin[type] = minimum;
+        control.cleaning.obsClipMax[type] = maximum;
+        control.cleaning.obsClipOn[type] = maximum > minimum ? 1 : 0;
+    }
+    logLine(reader.messages, "");
+}
+
+void echoCommandLine(ControlReader& reader) {
+    const ObsCleaning& cleaning = reader.control.cleaning;
+    if (cleaning.misfitPercent >= 0.0F && cleaning.misfitFloor >= 0.0F) {
+        TextLine line(" Target misfit in obs file will be recalculated - Percent: ");
+        line.fixed(static_cast<double>(cleaning.misfitPercent), 10, 3).text(" Floor: ");
+        logLine(reader.messages, line.fixed(static_cast<double>(cleaning.misfitFloor), 10, 4));
+        logLine(reader.messages, "");
+    }
+    if (cleaning.dataShift != 0.0F) {
+        logLine(reader.messages, TextLine(" Data shift to be added to observed data: ")
+                                     .fixed(static_cast<double>(cleaning.dataShift), 10, 3));
+        logLine(reader.messages, "");
+    }
+    if (!isBlank(reader.control.obsClipText))
+        decodeObsClip(reader);
+}
+
+// Cuts a name off the front of the rest of line 5.
+std::string cutMtxName(std::string& rest) {
+    std::size_t separator = rest.find('|');
+    if (separator == std::string::npos)
+        separator = rest.find(',');
+    if (separator == std::string::npos)
+        separator = rest.find(' ');
+    if (separator == std::string::npos)
+        separator = rest.size();
+    std::string name = rest.substr(0, separator);
+    rest.erase(0, separator + 1);
+    return name;
+}
+
+void checkMtxName(ControlReader& reader, std::int32_t file) {
+    const std::string& text = reader.control.mtxFileText[static_cast<std::size_t>(file)];
+    if (isBlank(text)) {
+        // The number of the blank name stands where the count of names is meant: it has always been so.
+        TextLine message("Error:");
+        message.integer(reader.control.nMtx, 4).text(" MTX files have been specified, but only");
+        screenAndLogLine(reader.messages, message.integer(file + 1, 4).text(" mtx file names are defined"));
+        stopWithLogClosed(reader.messages);
+    }
+    if (!fileExists(fileNameOf(text))) {
+        logAndScreenLine(reader.messages,
+                         TextLine("Error: the mtx file does not exist:").text(withoutTrailingBlanks(text)));
+        stopWithLogClosed(reader.messages);
+    }
+}
+
+void readLine5(ControlReader& reader) {
+    requireControlLine(reader, "the name of the MTX file");
+    ControlValues& control = reader.control;
+    if (control.nMtx == 1) {
+        control.mtxFileText[0] = reader.line;
+        echoText(reader, " Sensitivity file: ");
+    } else {
+        std::string rest = reader.line;
+        for (std::int32_t file = 0; file < control.nMtx; ++file) {
+            std::string& name = control.mtxFileText[static_cast<std::size_t>(file)];
+            name = file + 1 < control.nMtx ? cutMtxName(rest) : rest;
+            logLine(reader.messages, TextLine(" Sensitivity file ")
+                                         .integer(file + 1, 4)
+                                         .text(" : ")
+                                         .text(withoutTrailingBlanks(name)));
+        }
+    }
+    for (std::int32_t file = 0; file < control.nMtx; ++file)
+        checkMtxName(reader, file);
+}
+
+void readTextLine(ControlReader& reader, std::string_view expected, std::string_view words, std::string& target) {
+    requireControlLine(reader, expected);
+    target = reader.line;
+    echoText(reader, words);
+}
+
+void stopForAlphas(ControlReader& reader, std::string_view words) {
+    screenAndLogLine(reader.messages, TextLine(words).text(withoutTrailingBlanks(reader.line)));
+    stopWithLogClosed(reader.messages);
+}
+
+void checkAlphas(ControlReader& reader, const std::array<float, 4>& values) {
+    bool allZero = true;
+    for (const float value : values) {
+        if (value < 0.0F)
+            stopForAlphas(reader, "Error: the alpha values cannot be negative. Values specified: ");
+        allZero = allZero && value == 0.0F;
+    }
+    if (allZero)
+        stopForAlphas(reader, "Error: the alpha values cannot all be zero. Values specified: ");
+}
+
+void readLine9(ControlReader& reader) {
+    requireControlLine(reader, "four alpha values");
+    Alphas& alphas = reader.control.alphas;
+    std::array<float, 4> values{alphas.alphaS, alphas.alphaE, alphas.alphaN, alphas.alphaZ};
+    if (!startsWithNull(reader.line)) {
+        if (freeFormatRead(std::string_view(reader.line), std::span<float>(values)) != ReadStatus::good)
+            throwLineError(reader, "four numbers, alphaS alphaE alphaN alphaZ");
+        checkAlphas(reader, values);
+        alphas = {values[0], values[1], values[2], values[3]};
+    }
+    TextLine line(" Alpha values (s, e, n, z): ");
+    line.fixed(static_cast<double>(values[0]), 12, 6);
+    for (std::size_t i = 1; i < values.size(); ++i)
+        line.fixed(static_cast<double>(values[i]), 10, 3);
+    logLine(reader.messages, line);
+}
+
+bool readLine10(ControlReader& reader) {
+    if (!nextControlLine(reader))
+        return false;
+    ControlValues& control = reader.control;
+    if (reader.line.find('|') == std::string::npos) {
+        control.nWeightFiles = 1;
+        control.weightFileName[0] = reader.line;
+        echoText(reader, " Weighting file: ");
+        return true;
+    }
+    control.nWeightFiles = maxWeightFiles;
+    std::string rest = reader.line;
+    for (std::size_t i = 0; i < maxWeightFiles; ++i) {
+        const std::size_t bar = i + 1 < maxWeightFiles ? rest.find('|') : std::string::npos;
+        std::string& name = control.weightFileName[i];
+        name = rest.substr(0, bar);
+        rest.erase(0, bar == std::string::npos ? bar : bar + 1);
+        logLine(reader.messages, TextLine(" Weighting file ")
+                                     .integer(static_cast<std::int64_t>(i) + 1, 4)
+                                     .text(" : ")
+                                     .text(withoutTrailingBlanks(name)));
+    }
+    return true;
+}
+
+bool readLine11(ControlReader& reader) {
+    if (!nextControlLine(reader))
+        return false;
+    reader.control.dataOffsetText = reader.line;
+    echoText(reader, " Data offset (added to model to match obs): ");
+    return true;
+}
+
+bool readLine12(ControlReader& reader) {
+    if (!nextControlLine(reader))
+        return false;
+    ControlValues& control = reader.control;
+    TextInput text;
+    openTextInMemory(text, reader.line);
+    FreeFormatRead read = beginFreeFormatRead(text);
+    std::int32_t iterations = control.maxIterations;
+    if (readValue(read, iterations) != ReadStatus::good)
+        return false;
+    logLine(reader.messages, TextLine(" Maximum number of iterations: ").integer(iterations, 4));
+    if (iterations > 0)
+        control.maxIterations = iterations;
+    if (!takeOptional(read, control.outputStep))
+        return true;
+    logLine(reader.messages, TextLine(" Output model every ").integer(control.outputStep, 4).text(" iterations"));
+    if (takeOptional(read, control.InversionMethod))
+        logLine(reader.messages, TextLine(" Inversion Method ").integer(control.InversionMethod, 4));
+    return true;
+}
+
+void readProductDefinitions(ControlReader& reader) {
+    ControlValues& control = reader.control;
+    if (control.nDataTypes == 1 && control.nModelTypes == 1 && control.nMtx == 1)
+        return;
+    while (control.nProductDefinitions < control.nDataTypes) {
+        ++reader.lineNumber;
+        if (!readLine(reader.input, reader.line, lineWidth))
+            return;
+        control.productDefinition[static_cast<std::size_t>(control.nProductDefinitions)] = reader.line;
+        ++control.nProductDefinitions;
+    }
+}
+
+void checkDefinitionCount(ControlReader& reader) {
+    const ControlValues& control = reader.control;
+    const std::int32_t n = control.nProductDefinitions;
+    std::string_view of;
+    if (control.nModelTypes == 1 && control.nDataTypes != control.nMtx && n == 0)
+        of = "mtx";
+    else if (control.nModelTypes == 1 && control.nDataTypes == control.nMtx && n > 0 && n != control.nDataTypes)
+        of = "mtx";
+    else if (control.nModelTypes > 1 && n > 0 && n != control.nDataTypes)
+        of = "mtx/model";
+    if (of.empty())
+        return;
+    screenAndLogLine(reader.messages,
+                     TextLine("Error: the number of ")
+                         .text(of)
+                         .text(" product definitions is different to the number of observed data types"));
+    stopWithLogClosed(reader.messages);
+}
+
+[[noreturn]] void stopForControlFile(Messages& messages, const std::string& name) {
+    screenLine(TextLine("The specified parameter file ")
+                   .text(withoutTrailingBlanks(name))
+                   .text(" could not be opened"));
+    // The name of another file stands in the second message; scripts have learnt to look for it.
+    fatalStop(messages, " File voxlith.aux not found");
+}
+
+}  // namespace
+
+void readControlFile(Messages& messages, const DateTime& startedAt, ControlValues& control) {
+    ControlReader reader{messages, startedAt, control, {}, 0, {}};
+    if (!openTextInput(reader.input, fileNameOf(control.controlFileName)))
+        stopForControlFile(messages, control.controlFileName);
+    readLine1(reader);
+    readLine2(reader);
+    readLine3(reader);
+    readLine4(reader);
+    echoCommandLine(reader);
+    readLine5(reader);
+    readTextLine(reader, "the initial model", " Initial Model: ", control.initialModelText);
+    readTextLine(reader, "the reference model", " Reference Model: ", control.referenceModelText);
+    readTextLine(reader, "the model bounds", " Bounds file: ", control.boundsText);
+    readLine9(reader);
+    if (readLine10(reader) && readLine11(reader) && readLine12(reader))
+        readProductDefinitions(reader);
+    checkDefinitionCount(reader);
+}
+
+}  // namespace voxlith

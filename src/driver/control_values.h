@@ -1,0 +1,62 @@
+// What the command line and the control file say, with the defaults of what they leave unsaid.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "files/data_codes.h"
+#include "files/obs_set.h"
+#include "files/weight_file.h"
+
+namespace voxlith {
+
+constexpr std::int32_t positivityNotGiven = -999;
+
+struct ControlValues {
+    std::string controlFileName;
+
+    // Command line
+    std::int32_t noFastFlag = 0;
+    double tradeoffOverride = -1.0;  // above 0: replaces multiplier
+    std::int32_t clipLayer = 0;      // above 0, style 0: cells from this layer down are held
+    std::string obsClipText;         // decoded once the number of data types is known
+    ObsCleaning cleaning;            // limits, target misfit, shift, integration interval
+
+    // Line 1
+    std::int32_t iRestart = 0;
+    std::int32_t nMtx = 1;
+    std::int32_t nDataTypes = 1;
+    std::int32_t nModelTypes = 1;
+    std::array<std::string, maxFiles> modelLabel;  // at most 8 characters
+    // Line 2
+    std::int32_t iMode = 0;
+    std::int32_t iBackground = 0;
+    double BackVal = 0.0;
+    // Line 3
+    double multiplier = 0.0;
+    double tolc = 0.0;  // read, never used
+    std::int32_t positivityFlag = positivityNotGiven;
+    // Lines 4 to 8, as they stand
+    std::string obsFileText;
+    std::array<std::string, maxFiles> mtxFileText;
+    std::string initialModelText;
+    std::string referenceModelText;
+    std::string boundsText;
+    // Line 9
+    Alphas alphas{1.0e-4F, 1.0F, 1.0F, 1.0F};
+    // Line 10
+    std::int32_t nWeightFiles = 1;
+    std::array<std::string, maxWeightFiles> weightFileName;
+    // Line 11
+    std::string dataOffsetText;
+    // Line 12
+    std::int32_t maxIterations = 300;
+    std::int32_t outputStep = 0;
+    std::int32_t InversionMethod = 0;
+    // Lines 13 on
+    std::array<std::string, maxFiles> productDefinition;
+    std::int32_t nProductDefinitions = 0;
+};
+
+}  // namespace voxlith

@@ -1,0 +1,253 @@
+#include "driver/memory_plan.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sensitivity/allocation_failure.h"
+
+namespace voxlith {
+
+namespace {
+
+std::size_t sizeOf(std::int32_t count) { return static_cast<std::size_t>(count); }
+
+// The log line that stands before the message of a group that was refused.
+void logGroup(RunState& run, std::string_view label, double size) {
+    logLine(run.messages, TextLine(" ").text(label).exponent(size, 25, 16).exponent(run.memoryTally, 25, 16));
+}
+
+[[noreturn]] void stopForGroup(RunState& run, std::string_view label, double size, std::string_view message,
+                               const std::exception& refusal) {
+    if (!label.empty())
+        logGroup(run, label, size);
+    fatalStop(run.messages, withAllocatorText(message, refusal));
+}
+
+// Runs `allocate`; when memory is refused the run ends with `message`, otherwise `bytes` go to the tally.
+template <typename Allocate>
+void allocateGroup(RunState& run, std::string_view label, double bytes, std::string_view message, Allocate allocate) {
+    try {
+        allocate();
+    } catch (const std::bad_alloc& refusal) {
+        stopForGroup(run, label, bytes, message, refusal);
+    } catch (const std::length_error& refusal) {
+        stopForGroup(run, label, bytes, message, refusal);
+    }
+    run.memoryTally += bytes;
+}
+
+// Two groups are worked out as 32-bit integers, which wrap for very large runs; the reported figure stays comparable.
+double wrappedTo32Bits(std::uint64_t bytes) {
+    return static_cast<double>(static_cast<std::int32_t>(static_cast<std::uint32_t>(bytes)));
+}
+
+struct ModelSizes {
+    std::size_t cells;       // nx ny nz
+    std::size_t modelCells;  // cells times model types
+    std::size_t nData;
+    std::size_t nMtx;
+    std::size_t nDataTypes;
+};
+
+ModelSizes modelSizesOf(const RunState& run) {
+    const std::size_t cells = run.mesh.cellCount();
+    return {cells, cells * sizeOf(run.control.nModelTypes), sizeOf(run.obs.nData), sizeOf(run.control.nMtx),
+            sizeOf(run.control.nDataTypes)};
+}
+
+void allocateWorkVectors(RunState& run, const ModelSizes& sizes) {
+    InversionArrays& arrays = run.arrays;
+    const std::size_t m = sizes.modelCells;
+    const double bytesOfModel = 8.0 * static_cast<double>(m);
+    allocateGroup(run, "VXmodel:", 3.0 * bytesOfModel, "Error: Not enough memory for the model data arrays", [&] {
+        arrays.model.assign(m, 0.0);
+        arrays.refModel.assign(m, 0.0);
+        arrays.modelBest.assign(m, 0.0);
+    });
+    const std::size_t steps = m > sizes.nData * sizes.nMtx ? m : sizes.nData * sizes.nMtx;
+    allocateGroup(run, "delm:", 8.0 * static_cast<double>(steps), "Error: Not enough memory for the delta arrays",
+                  [&] { arrays.delm.assign(std::max(steps, m), 0.0); });
+    const double bytesOfWeights = 16.0 * static_cast<double>(sizes.cells);
+    allocateGroup(run, "wts:", bytesOfWeights, "Error: Not enough memory for the smoothness matrix arrays", [&] {
+        for (std::vector<float>* weight : {&run.weights.wtS, &run.weights.wtE, &run.weights.wtN, &run.weights.wtZ})
+            weight->assign(sizes.cells, 0.0F);
+    });
+    allocateGroup(run, "gtgdiag:", bytesOfWeights, "Error: Not enough memory for the preconditioner arrays", [&] {
+        run.sensitivity.gtgdiag.assign(sizes.cells * sizes.nMtx, 0.0);
+        for (std::vector<float>& work : arrays.preconWork)
+            work.assign(sizes.cells, 0.0F);
+    });
+    allocateGroup(run, "bounds:", 3.0 * bytesOfModel, "Error: Not enough memory for the bounds arrays", [&] {
+        run.bounds.boundType.assign(m, 0);
+        run.bounds.fixedCell.assign(m, 0);
+        run.bounds.lowerBound.assign(m, 0.0);
+        run.bounds.upperBound.assign(m, 0.0);
+        run.bounds.nFixedCells = 0;
+    });
+}
+
+void allocateSensitivityArrays(RunState& run, const ModelSizes& sizes) {
+    Sensitivity& sensitivity = run.sensitivity;
+    const std::size_t slots = sizeOf(run.mesh.nzl) + 1;
+    const double bytesOfLayers = wrappedTo32Bits(8 * slots * sizes.nData * sizes.nMtx);
+    allocateGroup(run, "layer response:", bytesOfLayers, "Error: Not enough memory for the layer response arrays",
+                  [&] { sensitivity.layerResponse.assign(slots * sizes.nData * sizes.nMtx, 0.0); });
+    const std::size_t offsets = (sizes.nData + 1) * sizes.nMtx;
+    allocateGroup(run, "coefficient:", 4.0 * static_cast<double>(offsets),
+                  "Error: Not enough memory for the coefficient arrays",
+                  [&] { sensitivity.store.rowOffset.assign(offsets, 0); });
+    // Amplitude data keep their three components in the first three columns.
+    const std::vector<Product>& products = run.products.products;
+    const auto& amplitude = run.products.isAmplitude;
+    const bool hasAmplitude = std::find(amplitude.begin(), amplitude.end(), true) != amplitude.end();
+    const std::size_t columns = std::max<std::size_t>(products.size(), hasAmplitude ? 3 : 0);
+    allocateGroup(run, "", 0.0, "Error: Not enough memory for the model data arrays",
+                  [&] { sensitivity.productResponse.assign(sizes.nData * columns, 0.0); });
+}
+
+void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
+    InversionArrays& arrays = run.arrays;
+    const std::size_t m = sizes.modelCells;
+    allocateGroup(run, "bounds:", wrappedTo32Bits(8 * m), "Error: Not enough memory for the model work arrays",
+                  [&] { arrays.modelWork.assign(m, 0.0); });
+    const auto nPadTotal = static_cast<std::size_t>(run.sensitivity.header.nPadTotal);
+    allocateGroup(run, "compression:", 8.0 * static_cast<double>(nPadTotal),
+                  "Error: Not enough memory for the compression work arrays", [&] {
+                      run.sensitivity.paddedWork.assign(nPadTotal, 0.0);
+                      run.sensitivity.paddedWork2.assign(nPadTotal, 0.0);
+                  });
+    allocateGroup(run, "lbfgs:", 8.0 * static_cast<double>(m), "Error: Not enough memory for the lbfgs work arrays",
+                  [&] { arrays.lbfgsWork.assign(m, 0.0); });
+    const std::size_t length = std::max(m, sizes.nData * sizes.nDataTypes);
+    allocateGroup(run, "CG:", 40.0 * static_cast<double>(length), "Error: Not enough memory for the CG work arrays",
+                  [&] {
+                      for (std::vector<double>& work : arrays.cgWork)
+                          work.assign(length, 0.0);
+                  });
+    const std::size_t reals = 24 * m + 1320;  // ten stored corrections
+    allocateGroup(run, "waBFGS:", 8.0 * static_cast<double>(reals), "Error: Not enough memory for the waBFGS array",
+                  [&] { arrays.waBFGS.assign(reals, 0.0); });
+    allocateGroup(run, "iwaBFGS:", 12.0 * static_cast<double>(m), "Error: Not enough memory for the iwaBFGS array",
+                  [&] { arrays.iwaBFGS.assign(3 * m, 0); });
+}
+
+// Room for `count` coefficients in both arrays; false when either is refused. Not filled: the rows are read into it.
+bool reserveCoefficients(SparseCoefStore& store, std::int64_t count) {
+    const auto entries = static_cast<std::size_t>(count);
+    try {
+        store.coefValue = std::make_unique_for_overwrite<float[]>(entries);
+        store.coefIndex = std::make_unique_for_overwrite<std::int32_t[]>(entries);
+    } catch (const std::bad_alloc&) {
+        store.coefValue.reset();
+        store.coefIndex.reset();
+        return false;
+    }
+    store.capacity = count;
+    return true;
+}
+
+// The size of the store goes through single precision, as it always has.
+double storeBytes(std::int64_t coefficients) {
+    return static_cast<double>(4.0F * 2.0F * static_cast<float>(coefficients));
+}
+
+}  // namespace
+
+void allocateObsArrays(RunState& run) {
+    ObsSet& obs = run.obs;
+    obs.nData = run.sensitivity.header.nData;
+    obs.nDataTypes = run.control.nDataTypes;
+    const std::size_t n = sizeOf(obs.nData);
+    const std::size_t values = n * sizeOf(obs.nDataTypes);
+    const auto bytes = [](double each, std::size_t count) { return each * static_cast<double>(count); };
+    allocateGroup(run, "ObsX:", bytes(28.0, n), "Error: Not enough memory for the observed coord arrays", [&] {
+        obs.ObsX.assign(n, 0.0);
+        obs.ObsY.assign(n, 0.0);
+        obs.ObsZ.assign(n, 0.0);
+    });
+    allocateGroup(run, "Obs data:", bytes(16.0, values), "Error: Not enough memory for the observed data arrays", [&] {
+        obs.obsData.assign(values, 0.0);
+        obs.predData.assign(values, 0.0);
+    });
+    allocateGroup(run, "Obs misfit:", bytes(12.0, values), "Error: Not enough memory for the observed misfit arrays",
+                  [&] {
+                      obs.obsStd.assign(values, 0.0F);
+                      obs.refData.assign(values, 0.0);
+                  });
+    // Whether the file is of the downhole form is not known yet: every file of total field data gets the angles.
+    if (run.sensitivity.header.dataType[0] == 1)
+        allocateGroup(run, "Obs incl:", bytes(8.0, n), "Error: Not enough memory for the observed incl arrays", [&] {
+            obs.obsIncl.assign(n, 0.0F);
+            obs.obsDecl.assign(n, 0.0F);
+        });
+    allocateGroup(run, "obsWork1:", bytes(4.0, values), "Error: Not enough memory for the observed work arrays",
+                  [&] { obs.obsWork1.assign(values, 0.0); });
+}
+
+void allocateMeshArrays(RunState& run) {
+    MeshGeometry& mesh = run.mesh;
+    run.memoryTally = 0;
+    const std::size_t ny = sizeOf(mesh.ny);
+    const std::size_t nx = sizeOf(mesh.nx);
+    const std::size_t nz = sizeOf(mesh.nz);
+    allocateGroup(run, "", 24.0 * static_cast<double>(nx + ny + nz + 2),
+                  "Error: Not enough memory for the meshnode arrays", [&] {
+                      mesh.yNode.assign(ny + 1, 0.0);
+                      mesh.xNode.assign(nx + 1, 0.0);
+                      mesh.zNode.assign(nz + 1, 0.0);
+                      mesh.yWidth.assign(ny, 0.0);
+                      mesh.xWidth.assign(nx, 0.0);
+                      mesh.zWidth.assign(nz, 0.0);
+                      mesh.yCentre.assign(ny, 0.0);
+                      mesh.xCentre.assign(nx, 0.0);
+                      mesh.zCentre.assign(nz, 0.0);
+                  });
+    const std::size_t weights = mesh.cellCount() * sizeOf(run.control.nMtx);
+    allocateGroup(run, "wtd:", 4.0 * static_cast<double>(weights),
+                  "Error: Not enough memory for the depth weighting matrix",
+                  [&] { run.sensitivity.depthWeight.assign(weights, 0.0F); });
+}
+
+void allocateModelArrays(RunState& run) {
+    run.memoryTally = 0;
+    const ModelSizes sizes = modelSizesOf(run);
+    allocateGroup(run, "", 0.0, "Error: Not enough memory for the wavelet data arrays", [&] {
+        run.sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(run.mesh)), 0.0);
+    });
+    allocateWorkVectors(run, sizes);
+    allocateSensitivityArrays(run, sizes);
+    allocateOptimiserArrays(run, sizes);
+}
+
+void allocateCoefStore(RunState& run) {
+    Sensitivity& sensitivity = run.sensitivity;
+    SparseCoefStore& store = sensitivity.store;
+    store.totalCoef = 0;
+    for (const std::int64_t count : sensitivity.header.coefficientCount)
+        store.totalCoef += count;
+    sensitivity.idisk = 0;
+    if (reserveCoefficients(store, store.totalCoef)) {
+        run.memoryTally += storeBytes(store.totalCoef);
+        return;
+    }
+    if (run.control.nMtx == 2) {
+        screenAndLogLine(run.messages, " Not enough memory available to run the joint inversion");
+        closeLineFile(run.messages.log);
+        plainStop();
+    }
+    sensitivity.idisk = 1;
+    screenAndLogLine(run.messages, " Not enough memory available so idisk was switched to 1");
+    if (!reserveCoefficients(store, store.rowMax))
+        fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the compression coefficient arrays",
+                                                  std::bad_alloc()));
+    run.memoryTally += storeBytes(store.rowMax);
+}
+
+}  // namespace voxlith

@@ -1,0 +1,93 @@
+#include "driver/mtx_files.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "driver/memory_plan.h"
+#include "files/data_codes.h"
+#include "sensitivity/mtx_reader.h"
+#include "text/tokens.h"
+
+namespace voxlith {
+
+namespace {
+
+void setPaddedTotal(MtxHeader& header, const MeshGeometry& mesh) {
+    const std::int64_t depth = header.recordForm ? mesh.npz : std::max(mesh.npz, mesh.nz);
+    header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * depth;
+}
+
+void readMtxFile(RunState& run, std::size_t file) {
+    Sensitivity& sensitivity = run.sensitivity;
+    openMtxFile(sensitivity, file, fileNameOf(run.control.mtxFileText[file]), run.messages);
+    if (file == 0)
+        allocateObsArrays(run);
+    readMtxMesh(sensitivity, file, run.mesh, run.obs, run.memoryTally, run.messages);
+    if (file == 0)
+        allocateMeshArrays(run);
+    readMtxNodes(sensitivity, file, run.mesh, run.messages);
+    if (file == 0) {
+        setPaddedTotal(sensitivity.header, run.mesh);
+        allocateModelArrays(run);
+    }
+    scanMtxRows(sensitivity, file);
+    readMtxTail(sensitivity, file, run.mesh);
+}
+
+void echoFieldValues(RunState& run) {
+    const ObsSet& obs = run.obs;
+    logLine(run.messages, "");
+    TextLine field(" Field values : ");
+    field.fixed(static_cast<double>(obs.geomag), 10, 1).fixed(static_cast<double>(obs.incl), 10, 2);
+    logLine(run.messages, field.fixed(static_cast<double>(obs.decl), 10, 2));
+    TextLine measured(" Measurement values : ");
+    measured.integer(obs.idir, 2).fixed(static_cast<double>(obs.aincl), 10, 2);
+    logLine(run.messages, measured.fixed(static_cast<double>(obs.adecl), 10, 2));
+}
+
+std::int32_t firstTermCode(const RunState& run, std::size_t dataType) {
+    const auto& terms = run.products.terms[dataType];
+    if (terms.empty() || terms.front().mtx < 0)
+        return 0;
+    return run.sensitivity.header.dataType[static_cast<std::size_t>(terms.front().mtx)];
+}
+
+}  // namespace
+
+void readMtxFiles(RunState& run) {
+    const auto nMtx = static_cast<std::size_t>(run.control.nMtx);
+    Sensitivity& sensitivity = run.sensitivity;
+    sensitivity.nMtx = run.control.nMtx;
+    sensitivity.header.coefficientCount.fill(0);
+    sensitivity.header.recordForm = nMtx == 1 && detectMtxForm(fileNameOf(run.control.mtxFileText[0]));
+    for (std::size_t file = 0; file < nMtx; ++file)
+        readMtxFile(run, file);
+    buildMeshArrays(run.mesh);
+    allocateCoefStore(run);
+    if (sensitivity.idisk == 0)
+        loadMtxRows(sensitivity);
+}
+
+void setDataClasses(RunState& run) {
+    ControlValues& control = run.control;
+    const MtxHeader& header = run.sensitivity.header;
+    for (std::size_t type = 0; type < static_cast<std::size_t>(control.nDataTypes); ++type) {
+        run.obs.dataTypeCode[type] = header.dataType[type];
+        run.dataClass[type] = dataClassOf(firstTermCode(run, type));
+    }
+    for (const Product& product : run.products.products)
+        run.modelIsMagnetic[static_cast<std::size_t>(product.model)] =
+            isMagneticCode(header.dataType[static_cast<std::size_t>(product.mtx)]);
+    const bool isMagnetic = run.dataClass[0] == 1;
+    if (control.tradeoffOverride > 0.0)
+        control.multiplier = control.tradeoffOverride;
+    else if (control.multiplier <= 0.0)
+        control.multiplier = isMagnetic ? 1.0 : static_cast<double>(0.01F);
+    if (control.positivityFlag == positivityNotGiven)
+        control.positivityFlag = isMagnetic ? 1 : 0;
+    if (isMagnetic)
+        echoFieldValues(run);
+}
+
+}  // namespace voxlith

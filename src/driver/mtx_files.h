@@ -1,0 +1,14 @@
+// The pass over the sensitivity files of a run: headers, rows and tails in order, with the arrays of the run allocated on the way, and
+// the rows placed in memory or left on disk.
+#pragma once
+
+#include "driver/run_state.h"
+
+namespace voxlith {
+
+void readMtxFiles(RunState& run);
+
+// Data classes, the defaults that depend on them, and the echo of the field values.
+void setDataClasses(RunState& run);
+
+}  // namespace voxlith

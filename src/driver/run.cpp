@@ -1,0 +1,238 @@
+#include "driver/run.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <string_view>
+
+#include "driver/command_line.h"
+#include "driver/continuation.h"
+#include "driver/control_file.h"
+#include "driver/data_preparation.h"
+#include "driver/integration_windows.h"
+#include "driver/mtx_files.h"
+#include "driver/product_definitions.h"
+#include "driver/run_log.h"
+#include "driver/run_state.h"
+#include "driver/usage.h"
+#include "files/apparent_density_table.h"
+#include "files/bounds_file.h"
+#include "files/error_table.h"
+#include "files/model_file.h"
+#include "files/obs_reader.h"
+#include "files/obs_writer.h"
+#include "inversion/inversion_loop.h"
+#include "sensitivity/products.h"
+#include "text/tokens.h"
+
+namespace voxlith {
+
+namespace {
+
+void readInputs(RunState& run, std::span<const std::string> arguments) {
+    run.startedAt = currentDateTime();
+    readCommandLine(arguments, run.control);
+    screenLine("");
+    screenLine(" Reading the input parameters");
+    screenLine("");
+    readControlFile(run.messages, run.startedAt, run.control);
+    buildProductTables(run.messages, run.control, run.products);
+}
+
+template <typename WriteLine>
+void writeSizes(const RunState& run, WriteLine write) {
+    write(TextLine());
+    write(TextLine(" number of data   : ").integer(run.obs.nData, 8));
+    write(TextLine());
+    write(TextLine(" total model cells: ").integer(run.sensitivity.header.nCells, 8));
+    write(TextLine());
+    write(TextLine(" number of x cells: ").integer(run.mesh.nx, 8));
+    write(TextLine(" number of y cells: ").integer(run.mesh.ny, 8));
+    write(TextLine(" number of z cells: ").integer(run.mesh.nz, 8));
+}
+
+void reportSummary(RunState& run) {
+    Messages& messages = run.messages;
+    logLine(messages, "");
+    logLine(messages, TextLine(" Inversion style: ").integer(run.sensitivity.header.inversionStyle, 4));
+    writeSizes(run, [](const TextLine& line) { screenLine(line); });
+    writeSizes(run, [&](const TextLine& line) { logLine(messages, line); });
+    logLine(messages, "");
+    logLine(messages, run.sensitivity.idisk == 0 ? "MTX file accessed from memory" : "MTX file accessed from disk");
+    logLine(messages, "");
+    constexpr double perKilo = 0.0009765625;
+    const auto megabytes = static_cast<std::int64_t>(run.memoryTally * perKilo * perKilo);
+    const TextLine allocated = TextLine("Memory allocated: ").integer(megabytes, 8).text("MB");
+    screenLine("");
+    screenLine(allocated);
+    logLine(messages, "");
+    logLine(messages, allocated);
+}
+
+void readObservedData(RunState& run) {
+    ObsSet& obs = run.obs;
+    const ObsCleaning& cleaning = run.control.cleaning;
+    run.lines.integrationInterval = cleaning.integrationInterval;
+    const bool averaged = cleaning.integrationInterval > 0.0F;
+    if (averaged)
+        allocateLineTables(obs);
+    readObsFile(run.messages, 1, run.control.obsFileText, obs, cleaning);
+    if (obs.nMasked > 0)
+        writeObsFile("voxlith_obs_masked.obs", obs, obs.obsData);
+    if (averaged)
+        buildIntegrationWindows(run.messages, obs, run.lines);
+}
+
+void readModels(RunState& run) {
+    const ControlValues& control = run.control;
+    const std::int32_t flag = control.positivityFlag;
+    run.startIteration = 0;
+    readBoundsFile(run.messages, flag, control.boundsText, run.mesh, control.nModelTypes, run.bounds);
+    holdUncoveredLayers(run);
+    std::string initialModel = control.initialModelText;
+    if (control.iRestart > 0)
+        initialModel = isMagneticLayout(run.obs.dataTypeCode[0]) ? "voxlith.kap" : "voxlith.rho";
+    readModelFile(run.messages, flag, initialModel, run.mesh, control.nModelTypes, run.arrays.model, run.bounds, 0.0F);
+    readModelFile(run.messages, flag, control.referenceModelText, run.mesh, control.nModelTypes, run.arrays.refModel,
+                  run.bounds, 0.0F);
+    foldDepthWeights(run);
+}
+
+std::string_view styleLabel(std::int32_t style) {
+    switch (style) {
+        case 1:
+            return "Inversion Style : Equivalent source";
+        case 2:
+            return "Inversion Style : Apparent density";
+        case 3:
+            return "Inversion Style : Surface+Apparent density";
+        case 4:
+            return "Inversion Style : 3D with edge padding correction";
+        default:
+            return "Inversion Style : Standard 3D";
+    }
+}
+
+void openProgress(RunState& run) {
+    if (run.control.iRestart > 0)
+        recoverProgressFiles(run.messages, run.control, run.startIteration, run.progressTable, run.lineSearchTable);
+    else
+        openProgressFiles(run.messages, run.control.iMode, run.progressTable, run.lineSearchTable);
+    TextLine label(styleLabel(run.sensitivity.header.inversionStyle));
+    screenAndLogLine(run.messages, label.padTo(static_cast<int>(lineWidth)));
+}
+
+LoopSettings loopSettingsOf(const RunState& run) {
+    const ControlValues& control = run.control;
+    LoopSettings settings;
+    settings.mtxVersion = run.sensitivity.header.version;
+    settings.inversionStyle = run.sensitivity.header.inversionStyle;
+    settings.positivityFlag = control.positivityFlag;
+    settings.multiplier = control.multiplier;
+    settings.iBackground = control.iBackground;
+    settings.BackVal = control.BackVal;
+    settings.noFastFlag = control.noFastFlag;
+    settings.iRestart = control.iRestart;
+    settings.maxIterations = control.maxIterations;
+    settings.startIteration = run.startIteration;
+    settings.outputStep = control.outputStep;
+    // Whatever the control file says, L-BFGS-B runs: results stay comparable with earlier versions.
+    settings.InversionMethod = 0;
+    return settings;
+}
+
+void invert(RunState& run) {
+    InversionProblem problem{run.messages, run.progressTable, run.obs,   run.mesh,   run.bounds,
+                             run.weights,  run.sensitivity,   run.products, run.lines, run.arrays,
+                             run.timers,   run.control.nModelTypes,      run.control.modelLabel};
+    inversionLoop(problem, loopSettingsOf(run));
+    closeLineFile(run.progressTable);
+    if (run.sensitivity.idisk == 1)
+        closeBinaryInput(run.sensitivity.files[0]);
+}
+
+void writeFinalModels(const RunState& run) {
+    const std::string_view extension = isMagneticLayout(run.obs.dataTypeCode[0]) ? ".sus" : ".den";
+    const std::int32_t nModelTypes = run.control.nModelTypes;
+    for (std::int32_t type = 0; type < nModelTypes; ++type) {
+        TextLine name("voxlith");
+        if (nModelTypes > 1) {
+            const std::string& label = run.control.modelLabel[static_cast<std::size_t>(type)];
+            name.text("_");
+            if (isBlank(label))
+                name.integerZeros(type + 1, 2, 2);
+            else
+                name.text(withoutTrailingBlanks(label));
+        }
+        writeModelFile(name.text(extension), run.mesh, type, run.arrays.model, run.sensitivity.depthWeightOf(0),
+                       run.sensitivity.foldDepthWeight, run.sensitivity.header.inversionStyle);
+    }
+}
+
+void writeResults(const RunState& run) {
+    writeFinalModels(run);
+    writeObsFile("voxlith.pre", run.obs, run.obs.predData);
+    writeErrorTable(run.obs);
+    const std::int32_t style = run.sensitivity.header.inversionStyle;
+    if (style == 1 || style == 2)
+        writeApparentDensityTable("voxlith_appden.csv", run.mesh, run.arrays.model, run.obs);
+}
+
+void runSequence(RunState& run, std::span<const std::string> arguments) {
+    readInputs(run, arguments);
+    readMtxFiles(run);
+    setDataClasses(run);
+    reportSummary(run);
+    readWeightFiles(run.messages, run.sensitivity.header.inversionStyle, run.control.alphas, run.control.nWeightFiles,
+                    run.control.weightFileName, run.mesh, run.weights);
+    readObservedData(run);
+    applyDataOffset(run);
+    reportStatistics(run);
+    if (run.sensitivity.idisk == 0)
+        scaleRows(run.sensitivity, run.obs);
+    readModels(run);
+    openProgress(run);
+    const double cpuStart = processorSeconds();
+    const double julianStart = julianDay(currentDateTime());
+    invert(run);
+    writeResults(run);
+    screenLine("");
+    screenLine("Inversion completed");
+    screenLine("");
+    closeLog(run.messages, cpuStart, julianStart);
+}
+
+// One line on standard error and in the log.
+void reportUnusableFile(Messages& messages, std::string_view problem) {
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(problem.size()), problem.data());
+    try {
+        logLine(messages, problem);
+    } catch (const RunError&) {
+        closeLineFile(messages.log);  // the log itself is what cannot be written: standard error has the line
+    }
+}
+
+}  // namespace
+
+ExitStatus runVoxlith(std::span<const std::string> arguments) {
+    RunState run;
+    try {
+        showBanner();
+        if (arguments.empty())
+            showUsage();
+        else
+            runSequence(run, arguments);
+    } catch (const PlainStop&) {
+        return ExitStatus::normal;
+    } catch (const RunError& problem) {
+        reportUnusableFile(run.messages, problem.what());
+        return ExitStatus::unusableFile;
+    } catch (const std::exception& problem) {
+        reportUnusableFile(run.messages, std::string("the run cannot go on: ") + problem.what());
+        return ExitStatus::unusableFile;
+    }
+    return ExitStatus::normal;
+}
+
+}  // namespace voxlith

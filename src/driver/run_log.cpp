@@ -1,0 +1,61 @@
+#include "driver/run_log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "driver/run_state.h"
+#include "text/line_file.h"
+#include "text/text_line.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::string_view logName = "voxlith.log";
+
+void openLog(Messages& messages, LineFileMode mode) {
+    if (openLineFile(messages.log, logName, mode))
+        return;
+    if (mode == LineFileMode::append && errno == ENOENT && openLineFile(messages.log, logName, LineFileMode::create))
+        return;
+    throw RunError(std::string(logName) + ": cannot be opened for writing: " + std::strerror(errno));
+}
+
+void writeHead(Messages& messages, std::string_view words, const DateTime& startedAt) {
+    logLine(messages, dateLine(TextLine("VOXLITH version ").text(programVersion).text(words), startedAt,
+                               DateOrder::dayFirst));
+}
+
+void screenAndLogMinutes(Messages& messages, std::string_view words, double minutes) {
+    screenAndLogLine(messages, TextLine(words).fixed(minutes, 10, 1));
+}
+
+}  // namespace
+
+void openLogForNewRun(Messages& messages, const DateTime& startedAt) {
+    openLog(messages, LineFileMode::create);
+    writeHead(messages, " started on: ", startedAt);
+}
+
+void openLogForContinuation(Messages& messages, const DateTime& startedAt, std::int32_t iRestart) {
+    openLog(messages, LineFileMode::append);
+    writeHead(messages, " inversion continued on: ", startedAt);
+    if (iRestart == 1)
+        screenLine("Continuing the inversion");
+    else if (iRestart == 2)
+        screenLine("Continuing the inversion with depth layer stripping");
+}
+
+void closeLog(Messages& messages, double cpuStart, double julianStart) {
+    const DateTime endedAt = currentDateTime();
+    logLine(messages, "");
+    logLine(messages, dateLine("VOXLITH ended on: ", endedAt, DateOrder::monthFirst));
+    const float cpuMinutes = static_cast<float>(processorSeconds() - cpuStart) / 60.0F;
+    const double clockSecondsTaken = 24.0 * 60.0 * 60.0 * (julianDay(endedAt) - julianStart);
+    screenAndLogMinutes(messages, " cpu time taken (mins):  ", static_cast<double>(cpuMinutes));
+    screenAndLogMinutes(messages, " clock time taken (mins): ", clockSecondsTaken / 60.0);
+    closeLineFile(messages.log);
+}
+
+}  // namespace voxlith
