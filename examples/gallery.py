@@ -1,0 +1,180 @@
+"""What every example needs: a mesh, bodies in it, a survey over it, the programs, and a look at what they found.
+
+Coordinates are metres: x east, y north, depth down from the top of the mesh. Models are lists in the order of the files: z fastest,
+then x, then y. Needs Python 3 alone.
+"""
+import os
+import re
+import subprocess
+import sys
+import time
+
+
+class Mesh:
+    """A tensor mesh whose top lies at elevation `top`; widths run east, north and down."""
+
+    def __init__(self, east, north, down, corner=(0.0, 0.0), top=0.0):
+        self.east, self.north, self.down = list(east), list(north), list(down)
+        self.corner, self.top = corner, top
+        self.nx, self.ny, self.nz = len(self.east), len(self.north), len(self.down)
+        self.x = centres(self.east, corner[0])
+        self.y = centres(self.north, corner[1])
+        self.depth = centres(self.down, 0.0)
+
+    def write(self, path):
+        with open(path, 'w') as f:
+            f.write('%d %d %d ! cells east, north, down\n' % (self.nx, self.ny, self.nz))
+            f.write('%.2f %.2f %.2f ! south-west corner, top\n' % (self.corner[0], self.corner[1], self.top))
+            for widths in (self.east, self.north, self.down):
+                f.write(' '.join('%g' % w for w in widths) + '\n')
+
+    def cells(self):
+        """Position, x, y and depth of each cell in file order."""
+        p = 0
+        for y in self.y:
+            for x in self.x:
+                for d in self.depth:
+                    yield p, x, y, d
+                    p += 1
+
+    def model(self, bodies, background=0.0):
+        values = [background] * (self.nx * self.ny * self.nz)
+        for p, x, y, d in self.cells():
+            for body in bodies:
+                if body.holds(x, y, d):
+                    values[p] = body.value
+        return values
+
+
+class Body:
+    """A box with its true property."""
+
+    def __init__(self, name, east, north, depth, value):
+        self.name, self.east, self.north, self.depth, self.value = name, east, north, depth, value
+
+    def holds(self, x, y, d, slack=0.0):
+        return (self.east[0] - slack <= x <= self.east[1] + slack and self.north[0] - slack <= y <= self.north[1] + slack
+                and self.depth[0] - slack <= d <= self.depth[1] + slack)
+
+    def centre(self):
+        return tuple(0.5 * (a + b) for a, b in (self.east, self.north, self.depth))
+
+
+def centres(widths, start):
+    out, at = [], start
+    for w in widths:
+        out.append(at + 0.5 * w)
+        at += w
+    return out
+
+
+def grid(x0, x1, nx, y0, y1, ny, elevation):
+    """Stations on a regular grid, both ends included, row by row from the south."""
+    step = lambda a, b, n, i: a + (b - a) * i / (n - 1) if n > 1 else 0.5 * (a + b)
+    return [(step(x0, x1, nx, i), step(y0, y1, ny, j), elevation) for j in range(ny) for i in range(nx)]
+
+
+def write_stations(path, stations, field=None):
+    """A data file without data: zeros with unit deviations. `field`: ((incl, decl, nT), (aincl, adecl)) makes it magnetic."""
+    with open(path, 'w') as f:
+        if field:
+            f.write('%.2f %.2f %.2f\n%.2f %.2f 1\n' % (field[0] + field[1]))
+        f.write('%d\n' % len(stations))
+        for s in stations:
+            f.write('%.2f %.2f %.2f 0.0 1.0\n' % s)
+
+
+def write_values(path, values):
+    with open(path, 'w') as f:
+        f.writelines('%g\n' % v for v in values)
+
+
+def read_values(path):
+    with open(path) as f:
+        return [float(t) for t in f.read().split()]
+
+
+class Workbench:
+    """The folder of a run and the programs that work in it."""
+
+    def __init__(self, build, folder):
+        self.build, self.folder = os.path.abspath(build), os.path.abspath(folder)
+        os.makedirs(self.folder, exist_ok=True)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, text):
+        with open(self.path(name), 'w') as f:
+            f.write(text)
+
+    def tools(self, *arguments):
+        """Runs voxlith-tools and shows what it says."""
+        self._run([os.path.join(self.build, 'tools', 'voxlith-tools')] + [str(a) for a in arguments], show=True)
+
+    def voxlith(self, *arguments):
+        """Runs voxlith; its screen goes to screen.txt. Returns the seconds it took."""
+        start = time.monotonic()
+        self._run([os.path.join(self.build, 'voxlith')] + [str(a) for a in arguments], show=False)
+        return time.monotonic() - start
+
+    def _run(self, command, show):
+        print('$ ' + ' '.join([os.path.basename(command[0])] + command[1:]), flush=True)
+        done = subprocess.run(command, cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        if show or done.returncode:
+            sys.stdout.write(''.join('    %s\n' % line for line in done.stdout.splitlines()))
+        else:
+            self.write('screen.txt', done.stdout)
+        if done.returncode:
+            raise SystemExit('%s ended with exit status %d' % (os.path.basename(command[0]), done.returncode))
+
+    def progress(self):
+        """Rows of the progress table: (iteration, RMS misfit, model norm, total norm)."""
+        rows = []
+        with open(self.path('voxlith.aux')) as f:
+            for line in f.readlines()[3:]:
+                items = re.sub(r'[+]', ' ', line).split()
+                rows.append((int(items[0]),) + tuple(float(t) for t in items[1:4]))
+        return rows
+
+
+def peak_near(mesh, values, body, others):
+    """The largest value (by the sign of the body) among the cells that lie nearer to this body's centre, seen from above, than to
+    any other's: (value, x, y, depth)."""
+    def distance(b, x, y):
+        cx, cy, _ = b.centre()
+        return (x - cx) ** 2 + (y - cy) ** 2
+    sign = 1.0 if body.value >= 0 else -1.0
+    best = None
+    for p, x, y, d in mesh.cells():
+        if any(distance(o, x, y) < distance(body, x, y) for o in others):
+            continue
+        if best is None or sign * values[p] > sign * best[0]:
+            best = (values[p], x, y, d)
+    return best
+
+
+class Report:
+    """The table at the end of an example, and what `--check` holds it to."""
+
+    def __init__(self):
+        self.failures = []
+
+    def require(self, condition, words):
+        if not condition:
+            self.failures.append(words)
+
+    def misfit(self, progress, limit):
+        print('\nRMS misfit: %.3f at the start, %.3f after %d iterations' % (progress[0][1], progress[-1][1], progress[-1][0]))
+        self.require(progress[-1][1] < limit, 'RMS misfit %.3f is not below %g' % (progress[-1][1], limit))
+
+    def bodies(self, mesh, values, bodies, unit):
+        """True centres beside recovered peaks; each peak must lie inside its body."""
+        print('\n%-14s %28s %30s %22s' % ('body', 'true centre (x, y, depth)', 'recovered peak (x, y, depth)', 'true, peak ' + unit))
+        for body in bodies:
+            value, x, y, d = peak_near(mesh, values, body, [b for b in bodies if b is not body])
+            cx, cy, cd = body.centre()
+            inside = body.holds(x, y, d)
+            print('%-14s %10.0f %8.0f %8.0f %12.0f %8.0f %8.0f %11.4g %10.4g%s'
+                  % (body.name, cx, cy, cd, x, y, d, body.value, value, '' if inside else '   outside the body'))
+            self.require(inside, 'the peak of %s lies outside the body' % body.name)
