@@ -14,8 +14,7 @@ namespace voxlith {
 namespace {
 
 void setPaddedTotal(MtxHeader& header, const MeshGeometry& mesh) {
-    const std::int64_t depth = header.recordForm ? mesh.npz : std::max(mesh.npz, mesh.nz);
-    header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * depth;
+    header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * std::max(mesh.npz, mesh.nz);
 }
 
 void readMtxFile(RunState& run, std::size_t file) {
