@@ -1,0 +1,87 @@
+#include "sensitivity/disk_rows.h"
+
+#include <algorithm>
+#include <string>
+
+#include "sensitivity/binary_input.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::int64_t coefficientBytes = 8;
+constexpr std::int64_t frameMarkBytes = 4;
+
+void requireRoom(SparseCoefStore& store, std::size_t count) {
+    if (store.capacity >= static_cast<std::int64_t>(count)) {
+        return;
+    }
+    store.coefIndex = std::make_unique_for_overwrite<std::int32_t[]>(count);
+    store.coefValue = std::make_unique_for_overwrite<float[]>(count);
+    store.capacity = static_cast<std::int64_t>(count);
+}
+
+void requireIndicesInside(const BinaryInput& input, const std::int32_t* coefIndex, std::size_t count,
+                          std::int64_t positions) {
+    // One pass without a branch in it; only a damaged file pays for finding the culprit.
+    std::int32_t lowest = 1;
+    std::int32_t highest = 1;
+    for (std::size_t p = 0; p < count; ++p) {
+        lowest = std::min(lowest, coefIndex[p]);
+        highest = std::max(highest, coefIndex[p]);
+    }
+    if (lowest < 1 || highest > positions) {
+        throwDamage(input, "coefficient indices from 1 to " + std::to_string(positions),
+                    std::to_string(lowest < 1 ? lowest : highest));
+    }
+}
+
+// Reads the count and the coefficients that follow it; no more than `available` bytes may belong to the row.
+DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t end) {
+    const std::int32_t rowCount = readInt32(input, "the count of a coefficient row");
+    if (rowCount <= 0) {
+        return {};
+    }
+    if (rowCount > (end - input.position) / coefficientBytes) {
+        throwDamage(input, "the count of a coefficient row that fits the file", std::to_string(rowCount));
+    }
+    const auto count = static_cast<std::size_t>(rowCount);
+    SparseCoefStore& store = sensitivity.store;
+    requireRoom(store, count);
+    readBytes(input, store.coefIndex.get(), count * sizeof(std::int32_t), "the indices of a coefficient row");
+    requireIndicesInside(input, store.coefIndex.get(), count,
+                         static_cast<std::int64_t>(sensitivity.paddedWork.size()));
+    readBytes(input, store.coefValue.get(), count * sizeof(float), "the values of a coefficient row");
+    return {store.coefIndex.get(), store.coefValue.get(), count};
+}
+
+DiskRow readFramedRow(Sensitivity& sensitivity, BinaryInput& input) {
+    const std::int32_t length = readInt32(input, "the length of a coefficient record");
+    const std::int64_t end = input.position + length;
+    if (length < frameMarkBytes || end > input.size - frameMarkBytes) {
+        throwDamage(input, "the length of a coefficient record", std::to_string(length));
+    }
+    const DiskRow row = readRowBody(sensitivity, input, end);
+    if (input.position != end) {
+        seekBinary(input, end);
+    }
+    const std::int32_t closing = readInt32(input, "the closing length of a coefficient record");
+    if (closing != length) {
+        throwDamage(input, "the closing record length " + std::to_string(length), std::to_string(closing));
+    }
+    return row;
+}
+
+}  // namespace
+
+void rewindRows(Sensitivity& sensitivity, std::size_t mtx) {
+    seekBinary(sensitivity.files[mtx], sensitivity.header.rowStart[mtx]);
+}
+
+DiskRow readNextRow(Sensitivity& sensitivity, std::size_t mtx) {
+    BinaryInput& input = sensitivity.files[mtx];
+    return sensitivity.header.recordForm ? readFramedRow(sensitivity, input)
+                                         : readRowBody(sensitivity, input, input.size);
+}
+
+}  // namespace voxlith

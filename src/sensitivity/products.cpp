@@ -1,0 +1,108 @@
+#include "sensitivity/products.h"
+
+#include <algorithm>
+
+#include "sensitivity/disk_rows.h"
+#include "sensitivity/row_kernels.h"
+
+namespace voxlith {
+
+namespace {
+
+SparseRows rowsInMemory(const Sensitivity& sensitivity, std::size_t mtx) {
+    const std::size_t offsets = static_cast<std::size_t>(sensitivity.header.nData) + 1;
+    return {std::span(sensitivity.store.rowOffset).subspan(mtx * offsets, offsets), sensitivity.store.coefIndex.get(),
+            sensitivity.store.coefValue.get()};
+}
+
+void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
+                      std::span<double> out) {
+    rewindRows(sensitivity, mtx);
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    for (std::size_t r = 0; r < nData; ++r) {
+        const DiskRow row = readNextRow(sensitivity, mtx);
+        const double sum = rowTimesPadded(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data());
+        out[r] = sum / static_cast<double>(obsStd[r]);
+    }
+}
+
+void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
+                     std::span<const double> residual) {
+    rewindRows(sensitivity, mtx);
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    for (std::size_t r = 0; r < nData; ++r) {
+        const DiskRow row = readNextRow(sensitivity, mtx);
+        // A masked datum has the standard deviation 0: its residual 0 must not become 0/0 and spoil every cell.
+        if (residual[r] == 0.0) {
+            continue;
+        }
+        const double factor = residual[r] / static_cast<double>(obsStd[r]);
+        addRowTransposed(row.coefIndex, row.coefValue, row.count, factor, sensitivity.paddedWork.data());
+    }
+}
+
+}  // namespace
+
+void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> model,
+                  std::span<double> out, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers) {
+    const double start = clockSeconds();
+    // All files take the weight of the first here; the transpose takes each file's own. Joint runs rest on this.
+    const std::span<const float> weight =
+        sensitivity.foldDepthWeight ? std::span<const float>() : sensitivity.depthWeightOf(0);
+    padCells(model, weight, mesh, sensitivity.paddedWork);
+    waveletTransform3D(sensitivity.paddedWork, paddedExtentsOf(mesh), sensitivity.filter, WaveletDirection::forward,
+                       sensitivity.waveletWork);
+    if (sensitivity.idisk == 0) {
+        const double passStart = clockSeconds();
+        rowsTimesPadded(rowsInMemory(sensitivity, mtx), sensitivity.paddedWork, out);
+        timers.matrixPass += clockSeconds() - passStart;
+    } else {
+        multiplyFromDisk(sensitivity, mtx, obsStd, out);
+    }
+    timers.products += clockSeconds() - start;
+}
+
+void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> residual,
+                      std::span<double> gradient, std::size_t mtx, std::span<const float> obsStd,
+                      OverheadTimers& timers) {
+    const double start = clockSeconds();
+    const PaddedExtents extents = paddedExtentsOf(mesh);
+    std::fill_n(sensitivity.paddedWork.begin(), extents.total(), 0.0);
+    if (sensitivity.idisk == 0) {
+        const double passStart = clockSeconds();
+        addRowsTransposed(rowsInMemory(sensitivity, mtx), residual, sensitivity.paddedWork);
+        timers.transposePass += clockSeconds() - passStart;
+    } else {
+        scatterFromDisk(sensitivity, mtx, obsStd, residual);
+    }
+    waveletTransform3D(sensitivity.paddedWork, extents, sensitivity.filter, WaveletDirection::inverse,
+                       sensitivity.waveletWork);
+    const std::span<const float> weight =
+        sensitivity.foldDepthWeight ? std::span<const float>() : sensitivity.depthWeightOf(mtx);
+    cropCells(sensitivity.paddedWork, weight, mesh, gradient);
+    timers.products += clockSeconds() - start;
+}
+
+void scaleRows(Sensitivity& sensitivity, const ObsSet& obs) {
+    if (sensitivity.idisk != 0) {
+        return;
+    }
+    const std::int32_t files = std::min(obs.nDataTypes, sensitivity.nMtx);
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    float* const coefValue = sensitivity.store.coefValue.get();
+    for (std::int32_t file = 0; file < files; ++file) {
+        const auto column = static_cast<std::size_t>(file);
+        const std::int64_t* const rowOffset = sensitivity.store.rowOffset.data() + column * (nData + 1);
+        for (std::size_t r = 0; r < nData; ++r) {
+            const float standardDeviation = obs.obsStd[obs.index(column, r)];
+            if (!(standardDeviation > 0.0F)) {
+                continue;
+            }
+            for (std::int64_t p = rowOffset[r] - 1; p < rowOffset[r + 1] - 1; ++p) {
+                coefValue[p] /= standardDeviation;
+            }
+        }
+    }
+}
+
+}  // namespace voxlith
