@@ -1,5 +1,5 @@
-// Reads sensitivity files: three layouts, told apart here. The stages of a file are separate routines because the run allocates
-// its arrays between them.
+// Reads sensitivity files: three layouts, told apart here. The stages of a file are separate routines because the run
+// allocates its arrays between them.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +16,24 @@ namespace voxlith {
 // True when the run's only file is in record form.
 bool detectMtxForm(const std::string& name);
 
-// Stage 1: opens file `file` (from 0), finds its form, logs version and data type, reads the number of data. File 0 sets
-// header.nData, later ones are compared. sensitivity.header.recordForm is set before.
+// Stage 1: opens file `file` (from 0), finds its form, logs version and data type, reads the number of data. File 0
+// sets header.nData, later ones are compared. sensitivity.header.recordForm is set before.
 void openMtxFile(Sensitivity& sensitivity, std::size_t file, const std::string& name, Messages& messages);
 
-// Stage 2: field values and stations (into `obs`), mesh and padded mesh counts, taps. Compares later files with the first.
-// `tally` gets the bytes of the taps.
+// Stage 2: field values and stations (into `obs`), mesh and padded mesh counts, taps. Compares later files with the
+// first. `tally` gets the bytes of the taps.
 void readMtxMesh(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh, ObsSet& obs, double& tally,
                  Messages& messages);
 
-// Stage 3: nodes (mesh arrays have their sizes), weight parameters, depth weights; for file 0 the style rule: style and nzl.
+// Stage 3: nodes (mesh arrays have their sizes), weight parameters, depth weights; for file 0 the style rule: style and
+// nzl.
 void readMtxNodes(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh, Messages& messages);
 
 // Stage 4, first pass over the rows: fills rowOffset and the counts without touching the coefficients.
 void scanMtxRows(Sensitivity& sensitivity, std::size_t file);
 
-// Stage 5: gtgdiag and, from version 2 on, style and layer responses; returns to the rows. For a record-form file gtgdiag is
-// computed from the rows.
+// Stage 5: gtgdiag and, from version 2 on, style and layer responses; returns to the rows. For a record-form file
+// gtgdiag is computed from the rows.
 void readMtxTail(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh);
 
 // Second pass, memory mode: all rows of all files into the store, which has its size already; closes the files.

@@ -1,11 +1,12 @@
-// What the run holds of its sensitivity files: the header values, the compressed rows (in memory or on disk), depth weights, the
-// diagonal of G'G, layer responses, and the work arrays of the products.
+// What the run holds of its sensitivity files: the header values, the compressed rows (in memory or on disk), depth
+// weights, the diagonal of G'G, layer responses, and the work arrays of the products.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "files/data_codes.h"
@@ -18,28 +19,30 @@ struct MtxHeader {
     // One set for the run
     std::int32_t nData = 0;
     std::int32_t nCells = 0;
-    std::int32_t nCoef = 0;        // taps
-    std::int64_t nPadTotal = 0;    // npx npy max(npz, nz); npx npy npz for the record form
+    std::int32_t nCoef = 0;      // taps
+    std::int64_t nPadded = 0;    // npx npy npz: coefIndex stays within it
+    std::int64_t nPadTotal = 0;  // npx npy max(npz, nz); for the record form npx npy npz once gtgdiag is computed
     std::int32_t inversionStyle = 0;
-    std::int32_t version = 0;      // of the last file read
-    bool recordForm = false;       // the run's only file is in record form
+    std::int32_t version = 0;  // of the last file read
+    bool recordForm = false;   // the run's only file is in record form
+    bool tagged = false;       // the last file read begins with the magic
 
     // By file, from 0
     std::array<std::int32_t, maxFiles> dataType{};
     std::array<float, maxFiles> weightParamA{};
     std::array<float, maxFiles> weightParamB{};
-    std::array<std::int64_t, maxFiles> rowStart{};       // byte at which the rows begin
+    std::array<std::int64_t, maxFiles> rowStart{};  // byte at which the rows begin
     std::array<std::int64_t, maxFiles> coefficientCount{};
 };
 
 // The compressed rows of all files behind one another.
 struct SparseCoefStore {
-    std::vector<std::int64_t> rowOffset;  // (nData + 1) for each file; positions count from 1 as in the file
+    std::vector<std::int64_t> rowOffset;        // (nData + 1) for each file; positions count from 1 as in the file
     std::unique_ptr<std::int32_t[]> coefIndex;  // positions in the padded array, from 1
     std::unique_ptr<float[]> coefValue;
-    std::int64_t capacity = 0;            // entries allocated in both: all coefficients, or one row in disk mode
+    std::int64_t capacity = 0;  // entries allocated in both: all coefficients, or one row in disk mode
     std::int64_t totalCoef = 0;
-    std::int32_t rowMax = 0;              // longest row of the last file scanned
+    std::int32_t rowMax = 0;  // longest row of the last file scanned
 };
 
 struct Sensitivity {
@@ -56,10 +59,10 @@ struct Sensitivity {
     std::vector<double> layerResponse;  // (nzl + 1) by datum by file
 
     // Work arrays of the products: shared, so products are not reentrant
-    std::vector<double> paddedWork;      // padded array
-    std::vector<double> paddedWork2;     // second padded array
+    std::vector<double> paddedWork;   // padded array
+    std::vector<double> paddedWork2;  // second padded array
     std::vector<double> waveletWork;
-    std::vector<double> productResponse; // (nData) by product, three columns at least when there is amplitude data
+    std::vector<double> productResponse;  // (nData) by product, three columns at least when there is amplitude data
 
     std::span<const float> depthWeightOf(std::size_t file) const {
         const auto n = static_cast<std::size_t>(header.nCells);

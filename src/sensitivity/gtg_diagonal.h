@@ -1,0 +1,17 @@
+// The diagonal of G'G for the file form that does not store it.
+#pragma once
+
+#include <cstddef>
+
+#include "files/mesh_geometry.h"
+#include "sensitivity/sensitivity.h"
+
+namespace voxlith {
+
+// Fills the slice of sensitivity.gtgdiag of a record-form file: the squares of all rows, each brought back to the mesh
+// by the inverse transform. The rows must have been scanned; they are taken as stored, before any division by errors.
+// Costs one transform for each datum; the room it takes is given back. Throws RunError on damage and when that room is
+// not to be had.
+void computeGtgDiag(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh);
+
+}  // namespace voxlith

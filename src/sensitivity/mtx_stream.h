@@ -1,0 +1,34 @@
+// Sensitivity files of the tagged and the bare form: a plain stream of numbers without framing. The stages are those of
+// mtx_reader.h. Damage throws RunError; a later file that does not match the first ends the run after its message.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "files/mesh_geometry.h"
+#include "files/obs_set.h"
+#include "sensitivity/sensitivity.h"
+#include "text/messages.h"
+
+namespace voxlith {
+
+// Magic and version, if there are any, data type (both logged), number of data.
+void readStreamHead(Sensitivity& sensitivity, std::size_t file, Messages& messages);
+
+void readStreamMesh(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh, ObsSet& obs, double& tally,
+                    Messages& messages);
+
+// Nodes, weight parameters and depth weights.
+void readStreamNodes(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh);
+
+// Returns the count of the row at the present position (negative for a dense row) and moves on to the next row.
+std::int32_t scanStreamRow(BinaryInput& input, const MtxHeader& header);
+
+void readStreamTail(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh);
+
+// Reads the row at the present position into its places in the store, which the scan has sized.
+void loadStreamRow(BinaryInput& input, const MtxHeader& header, std::span<std::int32_t> coefIndex,
+                   std::span<float> coefValue);
+
+}  // namespace voxlith
