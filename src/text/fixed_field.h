@@ -9,8 +9,8 @@ namespace voxlith {
 
 // Each writes exactly `width` characters at `out` and returns out + width.
 
-// Fixed point with `decimals` digits behind the point: F10.3 is putFixed(out, v, 10, 3). A leading zero before the point is
-// left out when only so the number fits.
+// Fixed point with `decimals` digits behind the point: F10.3 is putFixed(out, v, 10, 3). A leading zero before the
+// point is left out when only so the number fits.
 char* putFixed(char* out, double value, int width, int decimals);
 
 // Exponent form with a leading zero and `digits` significant digits: 1.23456 as E14.6 is "  0.123456E+01".

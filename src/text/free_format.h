@@ -1,15 +1,16 @@
 // The shared free-format reader of all text inputs.
 //
-// A read takes values from a text file or from a text in memory. Values are separated by blanks, tabs, commas or line ends; a
-// read runs on over lines; behind the last value of a read the rest of the line is dropped. n*value repeats a value, n* and
-// two commas in a row leave targets unchanged, a slash ends the read (all further targets stay unchanged, status good).
-// Exponents may be written with E, D or a sign alone. Each number is rounded once, to the precision of its target.
-// Carriage returns at line ends count as blanks.
+// A read takes values from a text file or from a text in memory. Values are separated by blanks, tabs, commas or line
+// ends; a read runs on over lines; behind the last value of a read the rest of the line is dropped. n*value repeats a
+// value, n* and two commas in a row leave targets unchanged, a slash ends the read (all further targets stay unchanged,
+// status good). Exponents may be written with E, D or a sign alone. Each number is rounded once, to the precision of
+// its target. Carriage returns at line ends count as blanks.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <string_view>
 
 #include "text/text_input.h"
@@ -19,18 +20,26 @@ namespace voxlith {
 // Good, end of the text before the value, or text that is no number. Usually bad text is fatal and the end is not.
 enum class ReadStatus : int { endOfText = -1, good = 0, badText = 1 };
 
-// One read under way: begun, asked for one value after the other, ended. After a status other than good, further values are
-// not looked for and the same status comes back; targets keep what they hold. Null values give good.
+// A longer word is bad text, whatever it holds, so that a file of endless digits takes neither memory nor time.
+constexpr std::size_t longestWord = 1024;
+
+// One read under way: begun, asked for one value after the other, ended. After a status other than good, further values
+// are not looked for and the same status comes back; targets keep what they hold. Null values give good.
 struct FreeFormatRead {
+    explicit FreeFormatRead(TextInput& readFrom) : input(readFrom) {}
+
     TextInput& input;
     ReadStatus status = ReadStatus::good;
     bool slashSeen = false;
+    bool commaPending = true;      // true at the start and behind a comma: another comma now is a null value
     std::int32_t repeatsLeft = 0;  // of the value or null value read last
-    bool repeatIsNull = false;
-    std::string repeatText;  // the repeated value as it stood
-    bool commaPending = true;  // true at the start and behind a comma: another comma now is a null value
     std::int64_t valuesTaken = 0;  // values actually given, null values not counted
-    std::string badWord;           // what stood where a number was expected (cut at 64 characters)
+    std::int64_t failureLine = 0;  // the line in which the read failed
+    std::size_t repeatLength = 0;  // 0 for a repeated null value
+    std::size_t badLength = 0;
+    std::array<char, longestWord>
+        repeatWord;                // the repeated value as it stood; the first repeatLength characters count
+    std::array<char, 64> badWord;  // what stood where a number was expected, cut; the first badLength count
 };
 
 FreeFormatRead beginFreeFormatRead(TextInput& input);
@@ -43,7 +52,7 @@ ReadStatus readValues(FreeFormatRead& read, std::span<float> targets);
 // Drops the rest of the line. Also after a failed read: the next read starts on the line behind.
 void endFreeFormatRead(FreeFormatRead& read);
 
-// A whole read of one array or one value.
+// A whole read of one array or one value. A read into an empty span takes nothing, not even the line.
 ReadStatus freeFormatRead(TextInput& input, std::span<double> targets);
 ReadStatus freeFormatRead(TextInput& input, std::span<float> targets);
 ReadStatus freeFormatRead(TextInput& input, std::int32_t& target);

@@ -32,6 +32,7 @@ void writeLine(LineFile& file, std::string_view line);
 // Everything written so far is with the operating system already; this hands it to the disk's queue. Never fails a run.
 void flushLineFile(LineFile& file);
 
+// Throws RunError when the system reports at the close that something was not written. Nothing happens while closed.
 void closeLineFile(LineFile& file);
 
 }  // namespace voxlith

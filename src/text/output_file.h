@@ -24,8 +24,8 @@ struct OutputFile {
 // Throws RunError (file and cause) when the file cannot be created.
 void openOutputFile(OutputFile& file, std::string_view name);
 
-// Room for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the number
-// of characters used. Throws RunError when the buffer cannot be written out.
+// Room for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the
+// number of characters used. Throws RunError when the buffer cannot be written out.
 char* reserveOutput(OutputFile& file, std::size_t count);
 void commitOutput(OutputFile& file, std::size_t count);
 

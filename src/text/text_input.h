@@ -15,12 +15,13 @@ struct TextInput {
     TextInput(const TextInput&) = delete;
     TextInput& operator=(const TextInput&) = delete;
 
-    std::string name;            // for messages
-    int handle = -1;             // file descriptor; -1 for a text in memory or when closed
-    std::vector<char> block;     // what was read ahead from the file
-    std::string_view ahead;      // the characters not yet taken: of `block`, or of the text in memory
-    bool ended = false;          // nothing follows behind `ahead`
-    std::int64_t lineNumber = 1; // of the line in which `ahead` begins
+    std::string name;             // for messages
+    int handle = -1;              // file descriptor; -1 for a text in memory or when closed
+    std::vector<char> block;      // what was read ahead from the file
+    std::string_view ahead;       // the characters not yet taken: of `block`, or of the text in memory
+    std::string_view wholeText;   // the text in memory from its beginning
+    bool ended = false;           // nothing follows behind `ahead`
+    std::int64_t lineNumber = 1;  // of the line in which `ahead` begins
 };
 
 // False when the file is not there, is a folder, or cannot be opened; errno tells why.
@@ -32,8 +33,9 @@ void closeTextInput(TextInput& input);
 // True when no character is left. Throws RunError when the file cannot be read.
 bool atEnd(TextInput& input);
 
-// Takes the next line, without its line end and trailing carriage returns, cut at `width` characters. False at the end of
-// the text; a last line without a line end still counts as a line. A line of any length costs memory for `width` only.
+// Takes the next line, without its line end and trailing carriage returns, cut at `width` characters. False at the end
+// of the text; a last line without a line end still counts as a line. A line of any length costs memory for `width`
+// only.
 bool readLine(TextInput& input, std::string& line, std::size_t width = 256);
 
 // Makes at least one more character available in `ahead`, if there is one; keeps what is there. False at the end.

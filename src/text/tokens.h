@@ -11,9 +11,9 @@ constexpr std::size_t lineWidth = 256;
 constexpr std::size_t tokenWidth = 32;
 constexpr std::size_t shortNameWidth = 80;  // the data, model and bounds readers use only this much of a name
 
-// Takes the first word off `line` into `token` (cut at 32 characters). Words end at a blank, comma or tab, of which one is
-// consumed; leading blanks alone are skipped, so that a comma or tab standing first gives a blank token. A blank line
-// stays as it is.
+// Takes the first word off `line` into `token` (cut at 32 characters). Words end at a blank, comma or tab, of which one
+// is consumed; leading blanks alone are skipped, so that a comma or tab standing first gives a blank token. A blank
+// line stays as it is.
 void nextToken(std::string& line, std::string& token);
 
 // Blanks everything from the first "!" on.
@@ -23,8 +23,8 @@ std::string_view withoutTrailingBlanks(std::string_view text);
 std::string_view withoutOuterBlanks(std::string_view text);
 bool isBlank(std::string_view text);
 
-// The word null in one of the two spellings that count, "null" and "NULL": as the whole text (trailing blanks ignored), or in
-// the first four columns.
+// The word null in one of the two spellings that count, "null" and "NULL": as the whole text (trailing blanks ignored),
+// or in the first four columns.
 bool isNullWord(std::string_view text);
 bool startsWithNull(std::string_view text);
 
