@@ -1,0 +1,49 @@
+// voxlith-tools: sensitivity files and synthetic data for the inversion program. Exit status 0 when all went well, 1
+// with one line on standard error when it did not; a wrong command line gives the status of the option parser.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "info_command.h"
+#include "mtx_command.h"
+#include "predict_command.h"
+#include "text/messages.h"
+
+namespace {
+
+int fail(const char* text) {
+    std::fprintf(stderr, "voxlith-tools: %s\n", text);
+    return 1;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    CLI::App tools("Sensitivity files and synthetic data for voxlith", "voxlith-tools");
+    tools.require_subcommand(1);
+    voxlith::MtxOptions mtxOptions;
+    voxlith::InfoOptions infoOptions;
+    voxlith::PredictOptions predictOptions;
+    const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
+    const CLI::App* const info = voxlith::addInfoCommand(tools, infoOptions);
+    const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
+    CLI11_PARSE(tools, argumentCount, arguments);
+    try {
+        if (mtx->parsed()) {
+            voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
+        } else if (predict->parsed()) {
+            voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
+        } else if (info->parsed()) {
+            std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
+        }
+    } catch (const voxlith::PlainStop&) {
+        return 1;  // the reason has been told
+    } catch (const std::bad_alloc&) {
+        return fail("not enough memory");
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+    return std::fflush(stdout) == 0 ? 0 : fail("standard output cannot be written");
+}

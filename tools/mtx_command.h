@@ -1,0 +1,44 @@
+// "voxlith-tools mtx": works out the sensitivity file of a survey.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "layer_plan.h"
+#include "sensitivity_rows.h"
+#include "survey.h"
+
+namespace CLI {
+class App;
+}
+
+namespace voxlith {
+
+struct MtxOptions {
+    SurveyOptions survey;
+    std::string outFile;
+    std::string form = "tagged";  // tagged, bare, record
+    std::int32_t version = 2;     // of the tagged form
+    std::string depthWeight;      // "z0,beta", "none", or empty for the default
+    std::int32_t taps = 6;
+    double tolerance = 0.01;  // loss of a row over its norm
+    LayerOptions layers;
+};
+
+struct MtxReport {
+    std::int64_t rows = 0;
+    std::int64_t paddedCells = 0;
+    RowStatistics statistics;
+    std::int64_t fileSize = 0;
+    double seconds = 0;
+};
+
+CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options);
+
+// Writes the file; under its own name it appears when it is whole. Warnings go to standard error. Throws RunError.
+MtxReport writeMtxFile(const MtxOptions& options);
+
+// The report on standard output, one line each.
+void printMtxReport(const MtxReport& report);
+
+}  // namespace voxlith

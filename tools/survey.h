@@ -1,0 +1,51 @@
+// What a subcommand that works out responses is given: mesh, stations, kind of data, field and measured direction.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "files/mesh_geometry.h"
+#include "station_file.h"
+#include "survey_type.h"
+
+namespace CLI {
+class App;
+}
+
+namespace voxlith {
+
+struct SurveyOptions {
+    std::string meshFile;
+    std::string stationFile;
+    std::string type;
+    std::string field;        // "incl,decl,nT"; empty: as the station file says
+    std::string direction;    // "aincl,adecl"; empty: see readSurvey
+    std::size_t threads = 0;  // 0: two, or one on a machine with one core
+};
+
+struct Survey {
+    std::int32_t code = 0;
+    MeshGeometry mesh;
+    std::vector<Station> stations;
+    InducingField field;
+    FieldDirection measured;
+    std::int32_t idir = 1;
+    std::vector<FieldDirection> measuredHere;  // by station, in the downhole form; else empty
+    double edgeDistance = 0;
+};
+
+void addSurveyOptions(CLI::App& command, SurveyOptions& options);
+
+// Reads mesh and stations. The field is that of --field, else of the station file; a magnetic type without either is
+// refused. The measured direction is that of --direction, else the field's when --field is given, else the station
+// file's, else the field's. Stations of the downhole form keep their own directions. Throws RunError.
+Survey readSurvey(const SurveyOptions& options);
+
+// What the datum of one station (from 0) takes of each derivative.
+ResponseWeights weightsOfStation(const Survey& survey, std::size_t station);
+
+std::size_t threadCount(const SurveyOptions& options);
+
+}  // namespace voxlith
