@@ -1,0 +1,92 @@
+#include "inversion/barrier.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "files/dummy_value.h"
+
+namespace voxlith {
+
+namespace {
+
+// Visits the layers down to nzl in storage order: columns of nz values, of which the first nzl count.
+struct Columns {
+    std::size_t count = 0, height = 0, used = 0;
+};
+
+Columns columnsOf(const MeshGeometry& mesh, std::span<const double> model) {
+    const auto height = static_cast<std::size_t>(mesh.nz);
+    return {height == 0 ? 0 : model.size() / height, height, static_cast<std::size_t>(mesh.nzl)};
+}
+
+double logarithmicSum(const Barrier& barrier, const Columns& columns, std::span<const double> model) {
+    double sum = 0.0;
+    for (std::size_t column = 0; column < columns.count; ++column) {
+        const double* x = model.data() + column * columns.height;
+        for (std::size_t k = 0; k < columns.used; ++k) {
+            const double share = x[k] / barrier.barrierLimit;
+            if (share > 0.0 && share < 1.0)
+                sum += -2.0 * barrier.barrierWeight * std::log(share);
+        }
+    }
+    return sum;
+}
+
+double rationalSum(const Barrier& barrier, const Columns& columns, std::span<const double> model) {
+    double sum = 0.0;
+    for (std::size_t column = 0; column < columns.count; ++column) {
+        const double* x = model.data() + column * columns.height;
+        for (std::size_t k = 0; k < columns.used; ++k)
+            if (isValid(x[k]))
+                sum += x[k] * x[k] / (x[k] * x[k] + barrier.barrierWeight);
+    }
+    return sum;
+}
+
+double largestValue(const MeshGeometry& mesh, std::span<const double> model) {
+    const Columns columns = columnsOf(mesh, model);
+    double largest = 0.0;
+    for (std::size_t column = 0; column < columns.count; ++column)
+        for (std::size_t k = 0; k < columns.used; ++k)
+            largest = std::max(largest, model[column * columns.height + k]);
+    return largest;
+}
+
+}  // namespace
+
+double calcBarrier(std::int32_t positivityFlag, const Barrier& barrier, const MeshGeometry& mesh,
+                   std::span<const double> model) {
+    if (!(barrier.barrierWeight > 0.0))
+        return 0.0;
+    const Columns columns = columnsOf(mesh, model);
+    const double cells = static_cast<double>(mesh.nx) * mesh.ny * mesh.nzl;
+    const double sum = positivityFlag == logarithmicBarrierFlag ? logarithmicSum(barrier, columns, model)
+                                                                : rationalSum(barrier, columns, model);
+    return sum / cells;
+}
+
+Barrier startBarrier(std::int32_t positivityFlag, const MeshGeometry& mesh, std::span<const double> model) {
+    constexpr auto startWeight = static_cast<double>(0.2F);
+    constexpr auto smallestLimit = static_cast<double>(0.001F);
+    if (positivityFlag != logarithmicBarrierFlag)
+        return {};
+    return {startWeight, std::max(largestValue(mesh, model) / 3.0, smallestLimit)};
+}
+
+double updateBarrier(std::int32_t positivityFlag, Barrier& barrier, const MeshGeometry& mesh,
+                     std::span<const double> model, double misfit) {
+    constexpr auto decrease = static_cast<double>(0.9F);
+    constexpr auto liftAbove = static_cast<double>(0.1F);
+    const double norm = calcBarrier(positivityFlag, barrier, mesh, model);
+    if (2.0 * barrier.barrierWeight * norm > misfit)
+        barrier.barrierWeight = 0.5 * misfit / norm;
+    else
+        barrier.barrierWeight = decrease * barrier.barrierWeight;
+    const double largest = largestValue(mesh, model);
+    if (largest > liftAbove)
+        barrier.barrierLimit = 10.0 * largest;
+    return calcBarrier(positivityFlag, barrier, mesh, model);
+}
+
+}  // namespace voxlith

@@ -1,0 +1,34 @@
+// The barrier that keeps a model positive: its value, its parameters at the start, and their change after each
+// conjugate-gradient step.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "files/mesh_geometry.h"
+
+namespace voxlith {
+
+struct Barrier {
+    double barrierWeight = 0;  // beta; 0 switches the barrier off
+    double barrierLimit = 0;   // u, the upper end of the logarithm
+};
+
+// The flag that selects the logarithmic form.
+constexpr std::int32_t logarithmicBarrierFlag = 2;
+
+// With `positivityFlag` 2: the mean of -2 beta ln(x/u) over the cells with 0 < x/u < 1. With any other flag: the mean of
+// x^2/(x^2 + beta) over the valid cells. The mean divides by the cells of nzl layers of one model type; `model` (k, i, j,
+// model type) is taken down to nzl. 0 when beta is not above 0.
+double calcBarrier(std::int32_t positivityFlag, const Barrier& barrier, const MeshGeometry& mesh,
+                   std::span<const double> model);
+
+// The parameters before the first iteration; beta is 0 for every flag but 2.
+Barrier startBarrier(std::int32_t positivityFlag, const MeshGeometry& mesh, std::span<const double> model);
+
+// Lowers beta, or sets it anew when the barrier outweighs the data misfit, and lifts u with the model. Returns the barrier
+// term with the new parameters.
+double updateBarrier(std::int32_t positivityFlag, Barrier& barrier, const MeshGeometry& mesh,
+                     std::span<const double> model, double misfit);
+
+}  // namespace voxlith

@@ -1,0 +1,98 @@
+#include "inversion/data_gradient.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "files/dummy_value.h"
+#include "sensitivity/products.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::size_t amplitudeParts = 3;
+
+// The derivative of sqrt(R1^2 + R2^2 + R3^2) times the residual. Where the amplitude is 0 there is none; the residual itself
+// then stands in, in all parts or in the last one.
+void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
+    const auto nData = static_cast<std::size_t>(obs.nData);
+    std::array<std::span<double>, amplitudeParts> rows;
+    for (std::size_t part = 0; part < amplitudeParts; ++part)
+        rows[part] = productRows.subspan(part * nData, nData);
+    const bool threeComponents = obs.nDataTypes == 3;
+    for (std::size_t n = 0; n < nData; ++n) {
+        const double residual = obs.obsWork1[n];
+        const double predicted = obs.predData[n];
+        if (predicted > 0.0) {
+            for (std::size_t part = 0; part < amplitudeParts; ++part)
+                rows[part][n] = residual * rows[part][n] / predicted;
+        } else {
+            rows[0][n] = threeComponents ? residual : 0.0;
+            rows[1][n] = threeComponents ? residual : 0.0;
+            rows[2][n] = residual;
+        }
+    }
+}
+
+// The product row of the first product serves as scratch: with residual rows in use, its content is read no more.
+void spreadResiduals(const ObjectiveInputs& inputs) {
+    ObsSet& obs = inputs.obs;
+    const auto nData = static_cast<std::size_t>(obs.nData);
+    const auto scratch = std::span(inputs.sensitivity.productResponse).first(nData);
+    for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
+        const std::size_t first = obs.index(component, 0);
+        spreadAlongLines(obs, inputs.lines, std::span(obs.obsData).subspan(first, nData),
+                         std::span(obs.predData).subspan(first, nData),
+                         std::span(obs.obsWork1).subspan(first, nData), scratch);
+    }
+}
+
+void addProduct(const ObjectiveInputs& inputs, std::size_t product, const GradientWork& work) {
+    const std::size_t cells = inputs.mesh.cellCount();
+    const double* adjoint = work.productWork.data();
+    for (std::size_t component = 0; component < static_cast<std::size_t>(inputs.obs.nDataTypes); ++component)
+        for (const ProductTerm& term : inputs.products.terms[component]) {
+            if (!(std::abs(term.coefficient) > 0.0) || term.product != static_cast<std::int32_t>(product))
+                continue;
+            double* sum = work.adjointWork.data() + static_cast<std::size_t>(term.model) * cells;
+            for (std::size_t n = 0; n < cells; ++n)
+                sum[n] += term.coefficient * adjoint[n];
+        }
+}
+
+}  // namespace
+
+void residualRows(const ObjectiveInputs& inputs) {
+    ObsSet& obs = inputs.obs;
+    const std::size_t count = static_cast<std::size_t>(obs.nData) * static_cast<std::size_t>(obs.nDataTypes);
+    for (std::size_t n = 0; n < count; ++n) {
+        const bool bothValid = isValid(obs.obsData[n]) && isValid(obs.predData[n]);
+        obs.obsWork1[n] = bothValid ? obs.predData[n] - obs.obsData[n] : 0.0;
+    }
+    if (inputs.products.isAmplitude[0])
+        amplitudeRows(obs, inputs.sensitivity.productResponse);
+}
+
+void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work) {
+    ObsSet& obs = inputs.obs;
+    const auto nData = static_cast<std::size_t>(obs.nData);
+    const bool amplitude = inputs.products.isAmplitude[0];
+    std::fill(work.adjointWork.begin(), work.adjointWork.end(), 0.0);
+    if (inputs.lines.integrationInterval > 0.0F && !amplitude)
+        spreadResiduals(inputs);
+    for (std::size_t k = 0; k < inputs.products.products.size(); ++k) {
+        const Product& product = inputs.products.products[k];
+        const std::size_t column = obs.index(static_cast<std::size_t>(product.column), 0);
+        const auto rows = amplitude ? std::span<const double>(inputs.sensitivity.productResponse).subspan(k * nData, nData)
+                                    : std::span<const double>(obs.obsWork1).subspan(column, nData);
+        transposeProduct(inputs.sensitivity, inputs.mesh, rows, work.productWork.first(inputs.mesh.cellCount()),
+                         static_cast<std::size_t>(product.mtx), std::span<const float>(obs.obsStd).subspan(column, nData),
+                         inputs.timers);
+        addProduct(inputs, k, work);
+    }
+}
+
+}  // namespace voxlith

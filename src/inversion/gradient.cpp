@@ -1,0 +1,129 @@
+#include "inversion/gradient.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "files/dummy_value.h"
+#include "inversion/data_gradient.h"
+#include "inversion/smoothness_terms.h"
+#include "sensitivity/products.h"
+
+namespace voxlith {
+
+namespace {
+
+// The weight of the model type's own file, while the objective takes that of the first file for all types; types beyond the
+// last file take the last one. Empty when the products apply the weight.
+std::span<const float> depthWeightOfType(const ObjectiveInputs& inputs, std::size_t type) {
+    if (!inputs.sensitivity.foldDepthWeight)
+        return {};
+    const auto lastFile = static_cast<std::size_t>(inputs.sensitivity.nMtx) - 1;
+    return inputs.sensitivity.depthWeightOf(std::min(type, lastFile));
+}
+
+void addSmoothness(const ObjectiveInputs& inputs, std::span<const double> values, std::span<const float> depthWeight,
+                   std::span<double> out) {
+    addDifferencesY(inputs.mesh, values, depthWeight, inputs.weights.wtN, out);
+    addDifferencesX(inputs.mesh, values, depthWeight, inputs.weights.wtE, out);
+    if (hasVerticalTerms(inputs.inversionStyle))
+        addDifferencesZ(inputs.mesh, values, depthWeight, inputs.weights.wtZ, out);
+}
+
+// `reference` is empty for a Hessian product. A cell without a reference is pulled towards 0.
+void addReference(const ObjectiveInputs& inputs, std::span<const double> values, std::span<const double> reference,
+                  std::span<const float> depthWeight, std::span<double> out) {
+    const auto height = static_cast<std::size_t>(inputs.mesh.nz);
+    const auto used = static_cast<std::size_t>(inputs.mesh.nzl);
+    for (std::size_t column = 0; column < out.size(); column += height)
+        for (std::size_t n = column; n < column + used; ++n) {
+            double difference = values[n];
+            if (!reference.empty() && reference[n] > dummyValue)
+                difference -= reference[n];
+            const double pull = static_cast<double>(inputs.weights.wtS[n]) * difference;
+            out[n] += depthWeight.empty() ? pull : pull / static_cast<double>(depthWeight[n]);
+        }
+}
+
+void addModelParts(GradientMode mode, const ObjectiveInputs& inputs, std::span<const double> vector,
+                   std::span<double> out) {
+    const std::size_t cells = inputs.mesh.cellCount();
+    std::fill(out.begin(), out.end(), 0.0);
+    const double start = clockSeconds();
+    for (std::size_t type = 0; type < inputs.modelTypes(); ++type)
+        addSmoothness(inputs, vector.subspan(type * cells, cells), depthWeightOfType(inputs, type),
+                      out.subspan(type * cells, cells));
+    inputs.timers.smoothness += clockSeconds() - start;
+    for (std::size_t type = 0; type < inputs.modelTypes(); ++type) {
+        const auto reference = mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells)
+                                                              : std::span<const double>{};
+        addReference(inputs, vector.subspan(type * cells, cells), reference, depthWeightOfType(inputs, type),
+                     out.subspan(type * cells, cells));
+    }
+}
+
+// The trade-off, and the mean of the data part; held cells do not move.
+void combine(const ObjectiveInputs& inputs, std::span<const double> adjoint, std::span<double> out) {
+    const double nData = inputs.obs.nData;
+    const bool regularised = inputs.multiplier > 0.0;
+    for (std::size_t n = 0; n < out.size(); ++n) {
+        if (inputs.fixedCell[n] != 0)
+            out[n] = 0.0;
+        else if (regularised)
+            out[n] = inputs.multiplier * out[n] + adjoint[n] / nData;
+        else
+            out[n] = adjoint[n] / nData;
+    }
+}
+
+// Held cells are not looked at here: the barrier pulls on them too.
+void addLogarithmicBarrier(GradientMode mode, const Barrier& barrier, std::span<const double> vector,
+                           std::span<double> out) {
+    for (std::size_t n = 0; n < out.size(); ++n) {
+        const double share = std::min(1.0, vector[n] / barrier.barrierLimit);
+        const double slope = barrier.barrierLimit / share;
+        if (mode == GradientMode::gradient)
+            out[n] -= barrier.barrierWeight * slope;
+        else
+            out[n] += barrier.barrierWeight * (slope * slope);
+    }
+}
+
+void addRationalBarrier(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
+                        std::span<const double> vector, std::span<double> out) {
+    const double beta = barrier.barrierWeight;
+    const auto cells = static_cast<double>(inputs.mesh.cellCount());
+    for (std::size_t n = 0; n < out.size(); ++n) {
+        const double x = vector[n];
+        const double sum = x * x + beta;
+        if (mode == GradientMode::gradient)
+            out[n] += 2.0 * x * beta / (sum * sum) / cells;
+        else
+            out[n] += 2.0 * beta * (beta - 3.0 * (x * x)) / (sum * sum * sum);
+    }
+}
+
+}  // namespace
+
+void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
+                  std::span<const double> vector, const GradientWork& work, std::span<double> out) {
+    const double start = clockSeconds();
+    ObsSet& obs = inputs.obs;
+    if (mode == GradientMode::gradient)
+        residualRows(inputs);
+    else
+        forwardData(inputs.sensitivity, inputs.mesh, inputs.products, obs, inputs.lines, vector, obs.obsWork1,
+                    obs.obsData, obs.refData, inputs.timers);
+    sumAdjoints(inputs, work);
+    if (inputs.multiplier > 0.0)
+        addModelParts(mode, inputs, vector, out);
+    combine(inputs, work.adjointWork, out);
+    if (barrier.barrierWeight > 0.0) {
+        if (inputs.positivityFlag == logarithmicBarrierFlag)
+            addLogarithmicBarrier(mode, barrier, vector, out);
+        else
+            addRationalBarrier(mode, inputs, barrier, vector, out);
+    }
+    inputs.timers.gradientInside += clockSeconds() - start;
+}
+
+}  // namespace voxlith

@@ -1,0 +1,39 @@
+// The objective of the inversion: data misfit, distance from the reference model, roughness along the three axes, and the
+// barrier. The terms are returned one by one; the three callers do not add them alike.
+#pragma once
+
+#include <span>
+
+#include "inversion/barrier.h"
+#include "inversion/objective_inputs.h"
+
+namespace voxlith {
+
+struct ObjectiveTerms {
+    double misfit = 0;
+    double refNorm = 0;
+    double barrierNorm = 0;
+    double smoothNorm = 0;
+    double smoothY = 0;
+    double smoothX = 0;
+    double smoothZ = 0;
+    float focusNorm = 0;
+};
+
+// All terms at `model` (k, i, j, model type). Overwrites obs.predData and the product rows of the sensitivity record.
+// Whatever the model type, the depth weight is that of the first sensitivity file. Allocates nothing.
+ObjectiveTerms calcObjective(const ObjectiveInputs& inputs, const Barrier& barrier, std::span<const double> model);
+
+// Sum of wtS ((x - r)/W)^2 over the cells that have a reference, down to nzl.
+double referenceTerm(const ObjectiveInputs& inputs, std::span<const double> model);
+
+// What the optimiser minimises. The barrier term holds beta already, which thus enters squared.
+double optimiserObjective(const ObjectiveTerms& terms, const Barrier& barrier, double multiplier);
+
+// What the step search compares.
+double lineSearchObjective(const ObjectiveTerms& terms, double multiplier);
+
+// What logs and tables show.
+double reportedTotal(const ObjectiveTerms& terms, double multiplier);
+
+}  // namespace voxlith

@@ -1,0 +1,43 @@
+// What the objective and its gradient read, and no iteration changes: one bundle, made once before the first evaluation. The
+// arrays behind the references that do change (predictions, residual rows, work arrays of the products) are named at each routine.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "files/mesh_geometry.h"
+#include "files/obs_set.h"
+#include "files/weight_file.h"
+#include "inversion/focus_term.h"
+#include "sensitivity/line_average.h"
+#include "sensitivity/overhead_timers.h"
+#include "sensitivity/product_tables.h"
+#include "sensitivity/sensitivity.h"
+
+namespace voxlith {
+
+struct ObjectiveInputs {
+    Sensitivity& sensitivity;
+    const MeshGeometry& mesh;
+    const ProductTables& products;
+    ObsSet& obs;
+    LineIntegration& lines;
+    const SmoothnessWeights& weights;
+    std::span<const double> refModel;         // (k, i, j, model type)
+    std::span<const std::int32_t> fixedCell;  // (k, i, j, model type)
+    OverheadTimers& timers;
+    std::int32_t nModelTypes = 1;
+    std::int32_t inversionStyle = 0;
+    std::int32_t positivityFlag = 0;
+    double multiplier = 1;
+    FocusSettings focus{};
+
+    std::size_t modelTypes() const { return static_cast<std::size_t>(nModelTypes); }
+    std::size_t modelSize() const { return mesh.cellCount() * modelTypes(); }
+};
+
+// The surface styles (1, 2 and 3) have no differences along z.
+constexpr bool hasVerticalTerms(std::int32_t inversionStyle) { return inversionStyle == 0 || inversionStyle == 4; }
+
+}  // namespace voxlith
