@@ -1,0 +1,40 @@
+// Bounds of the PLIS engine. A code says what bounds a variable has: 0 none, 1 lower, 2 upper, 3 and 4 both, 5 and 6
+// fixed; a negative code that the bound is active at present, -5 that the variable is fixed for the whole run.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace voxlith::plis {
+
+// The box: bounds and codes of n variables each. The bounds of an unused side are never looked at.
+struct Box {
+    std::span<double> l, u;
+    std::span<std::int32_t> nbd;
+};
+
+// Takes active codes back, settles fixed variables (code 5, both bounds equal) and moves x into its bounds.
+void startBounds(const Box& box, std::span<double> x);
+
+// Moves x into its bounds; what is nearer to a bound than 1e-8 of the bound, at least of 1, is put upon it.
+void projectIntoBounds(const Box& box, std::span<double> x);
+
+// Marks the variables that lie at a bound as active. Returns how many are new.
+std::int32_t updateActiveSet(const Box& box, std::span<const double> x);
+
+// What the gradient says about free and bound variables. Not a number as soon as a component that enters is not.
+struct GradientNorms {
+    double freeGradMax = 0.0;    // largest |g| of the free variables
+    double activeGradMax = 0.0;  // largest |g| of the variables that want to leave their bound
+    bool anyFree = false;
+};
+GradientNorms gradientNorms(std::int32_t boundSwitch, const Box& box, std::span<const double> x,
+                            std::span<const double> g);
+
+// Frees the variables that want to leave their bound. Returns how many.
+std::int32_t releaseBounds(const Box& box, std::span<const double> x, std::span<const double> g);
+
+// The largest step along s: the mean of `limit`, cut to the first bound that is met, and of the steps to all bounds ahead.
+double stepToBounds(const Box& box, std::span<const double> x, std::span<const double> s, double limit);
+
+}  // namespace voxlith::plis
