@@ -9,13 +9,13 @@ namespace voxlith::testing_support {
 namespace {
 
 // The log of a run stops behind its echoes when the observed data file has no records; that is quick and reaches every echo.
-struct Run {
+struct ControlRun {
     TemporaryFolder folder;
     ProgramResult result;
     std::string log;
 };
 
-void runWith(Run& run, const ControlLines& control, std::vector<std::string> arguments = {}) {
+void runWith(ControlRun& run, const ControlLines& control, std::vector<std::string> arguments = {}) {
     laySurvey(run.folder, control);
     arguments.insert(arguments.begin(), "voxlith.inp");
     run.result = runProgram(run.folder, arguments);
@@ -52,7 +52,7 @@ TEST(ControlFile, ThatCannotBeOpenedEndsWithItsTwoLines) {
 }
 
 TEST(ControlFile, EchoesEveryLineInItsColumns) {
-    Run run;
+    ControlRun run;
     ControlLines control;
     control.set(1, "0 1 1 1 ! counts").set(2, "5 2 0.25").set(3, "2.5 0 1 0 ! x").set(8, "-1,1 ! bounds");
     control.set(9, "0.25 1 2 3").set(11, "0 ! none").set(12, "2 7 1");
@@ -78,7 +78,7 @@ TEST(ControlFile, EchoesEveryLineInItsColumns) {
 }
 
 TEST(ControlFile, OfNineLinesRunsWithDefaults) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().cutBehind(9));
     EXPECT_EQ(run.result.exitStatus, 0);
     EXPECT_FALSE(contains(run.log, "Weighting"));
@@ -88,7 +88,7 @@ TEST(ControlFile, OfNineLinesRunsWithDefaults) {
 }
 
 TEST(ControlFile, OfJustZeroOnLine1HasOneOfEach) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(1, "0").set(12, "1"));
     EXPECT_EQ(run.result.exitStatus, 0);
     expectLine(run.log, " Data type 1: Gz");
@@ -96,13 +96,13 @@ TEST(ControlFile, OfJustZeroOnLine1HasOneOfEach) {
 }
 
 TEST(ControlFile, TakesNegativeRestartAsNewRun) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(1, "-5 1 1 1").set(12, "1"));
     EXPECT_TRUE(contains(run.log, "VOXLITH version 2.01 started on: "));
 }
 
 TEST(ControlFile, LineOfTextInPlaceOfACountKeepsTheRestAtItsDefaults) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(1, "0 one 2 3").set(12, "1"));
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
     EXPECT_FALSE(contains(run.log, " Data type 2"));
@@ -110,7 +110,7 @@ TEST(ControlFile, LineOfTextInPlaceOfACountKeepsTheRestAtItsDefaults) {
 
 TEST(ControlFile, WithoutReadableRestartGivesTheReadersErrorAndNoLog) {
     for (const char* line : {"", "x 1", "1.5", ",", "/", "! 0"}) {
-        Run run;
+        ControlRun run;
         runWith(run, ControlLines().set(1, line));
         EXPECT_EQ(run.result.exitStatus, 2) << line;
         EXPECT_TRUE(contains(run.result.errors, "voxlith.inp, line 1: expected the integer iRestart")) << run.result.errors;
@@ -119,7 +119,7 @@ TEST(ControlFile, WithoutReadableRestartGivesTheReadersErrorAndNoLog) {
 }
 
 TEST(ControlFile, CommentInColumn1EmptiesARequiredLine) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(2, "! 2 0 0"));
     EXPECT_EQ(run.result.exitStatus, 2);
     EXPECT_TRUE(contains(run.result.errors, "voxlith.inp, line 2"));
@@ -128,7 +128,7 @@ TEST(ControlFile, CommentInColumn1EmptiesARequiredLine) {
 
 TEST(ControlFile, EndsBeforeLine9WithTheReadersError) {
     for (std::size_t lines = 1; lines < 9; ++lines) {
-        Run run;
+        ControlRun run;
         runWith(run, ControlLines().cutBehind(lines));
         EXPECT_EQ(run.result.exitStatus, 2) << lines;
         EXPECT_TRUE(contains(run.result.errors, "line " + std::to_string(lines + 1) + ":")) << run.result.errors;
@@ -137,7 +137,7 @@ TEST(ControlFile, EndsBeforeLine9WithTheReadersError) {
 }
 
 TEST(ControlFile, BadOptionalFieldsLeaveDefaults) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(2, "2 x 5").set(3, "1.0 0.02 yes 3.0").set(12, "1 two 3"));
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
     expectLine(run.log, " Background removal: Off");
@@ -147,14 +147,14 @@ TEST(ControlFile, BadOptionalFieldsLeaveDefaults) {
 }
 
 TEST(ControlFile, ZeroIterationsAreEchoedAndRunAsThreeHundred) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(12, "0"));
     expectLine(run.log, " Maximum number of iterations:    0");
     EXPECT_TRUE(contains(run.log, "Iteration:  300"));
 }
 
 TEST(ControlFile, CutsLinesAt256Characters) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(7, std::string("0.0") + std::string(400, ' ') + "tail").set(12, "1"));
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
     expectLine(run.log, " Reference Model: 0.0");
@@ -173,7 +173,7 @@ TEST(ControlFile, ChecksTheThreeCounts) {
         {"0 1 9", "Error: the number of number of data types must be between 1 and 6. Number specified was:", "   9"},
         {"0 1 1 7", "Error: the number of number of model types must be between 1 and 6. Number specified was:", "   1"}};
     for (const CountCase& one : cases) {
-        Run run;
+        ControlRun run;
         runWith(run, ControlLines().set(1, one.line));
         EXPECT_EQ(run.result.exitStatus, 0);
         expectLine(run.result.screen, one.message);
@@ -182,28 +182,28 @@ TEST(ControlFile, ChecksTheThreeCounts) {
 }
 
 TEST(ControlFile, ChecksTheNamesOfFiles) {
-    Run blank;
+    ControlRun blank;
     runWith(blank, ControlLines().set(4, " ! nothing"));
     EXPECT_EQ(blank.result.exitStatus, 0);
     EXPECT_EQ(linesOf(blank.log).back(), "Error: the observed data file has not been defined");
     expectLine(blank.result.screen, "Error: the observed data file has not been defined");
 
-    Run missing;
+    ControlRun missing;
     runWith(missing, ControlLines().set(4, "null"));
     EXPECT_EQ(linesOf(missing.log).back(), padded("Error: the observed data file does not exist:null", 45 + 256));
 
-    Run noMtx;
+    ControlRun noMtx;
     runWith(noMtx, ControlLines().set(1, "0 3 1 1").set(5, "g.mtx|g.mtx"));
     EXPECT_EQ(linesOf(noMtx.log).back(), "Error:   3 MTX files have been specified, but only   3 mtx file names are defined");
 
-    Run notThere;
+    ControlRun notThere;
     runWith(notThere, ControlLines().set(5, "other.mtx"));
     EXPECT_EQ(linesOf(notThere.log).back(), "Error: the mtx file does not exist:other.mtx");
 }
 
 TEST(ControlFile, CutsSeveralMtxNamesAtBarCommaOrBlank) {
     for (const char* line : {"g.mtx|h.mtx", "g.mtx | h.mtx", "g.mtx,h.mtx", "g.mtx h.mtx"}) {
-        Run run;
+        ControlRun run;
         writeMtx(run.folder.file("h.mtx"), smallSurveyMtx(2), MtxLayout::tagged);
         run.folder.write("two.dat", smallSurveyObs(2));
         runWith(run, ControlLines().set(1, "0 2").set(4, "two.dat").set(5, line).set(12, "1"));
@@ -214,18 +214,18 @@ TEST(ControlFile, CutsSeveralMtxNamesAtBarCommaOrBlank) {
 }
 
 TEST(ControlFile, ChecksTheAlphas) {
-    Run negative;
+    ControlRun negative;
     runWith(negative, ControlLines().set(9, "1 -2 3 4 ! a"));
     EXPECT_EQ(linesOf(negative.log).back(), "Error: the alpha values cannot be negative. Values specified: 1 -2 3 4");
-    Run zero;
+    ControlRun zero;
     runWith(zero, ControlLines().set(9, "0,0 0 0.0"));
     EXPECT_EQ(linesOf(zero.log).back(), "Error: the alpha values cannot all be zero. Values specified: 0,0 0 0.0");
     for (const char* word : {"null", "NULL"}) {
-        Run run;
+        ControlRun run;
         runWith(run, ControlLines().set(9, word).set(12, "1"));
         expectLine(run.log, " Alpha values (s, e, n, z):     0.000100     1.000     1.000     1.000");
     }
-    Run other;
+    ControlRun other;
     runWith(other, ControlLines().set(9, "Null"));
     EXPECT_EQ(other.result.exitStatus, 2) << "only null and NULL are the word";
 }
@@ -235,20 +235,20 @@ TEST(ControlFile, ChecksTheNumberOfDefinitions) {
         "Error: the number of mtx product definitions is different to the number of observed data types";
     const std::string manyModels =
         "Error: the number of mtx/model product definitions is different to the number of observed data types";
-    Run missing;
+    ControlRun missing;
     runWith(missing, ControlLines().set(1, "0 2 3 1").set(5, "g.mtx|g.mtx"));
     EXPECT_EQ(linesOf(missing.log).back(), oneModel);
-    Run few;
+    ControlRun few;
     runWith(few, ControlLines().set(1, "0 2 2 1").set(5, "g.mtx|g.mtx").set(13, "1 1 1 1.0"));
     EXPECT_EQ(linesOf(few.log).back(), oneModel);
-    Run models;
+    ControlRun models;
     runWith(models, ControlLines().set(1, "0 2 2 2").set(5, "g.mtx|g.mtx").set(13, "1 1 1 1.0"));
     EXPECT_EQ(linesOf(models.log).back(), manyModels);
     expectLine(models.result.screen, manyModels);
 }
 
 TEST(ControlFile, EchoesTheCommandLineBehindLine4) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(12, "1"), {"Misfit=(5,0.1)", "Offset=2", "ObsClip=(-1,100)"});
     expectLine(run.log, " Target misfit in obs file will be recalculated - Percent:      5.000 Floor:     0.1000");
     expectLine(run.log, " Data shift to be added to observed data:      2.000");
@@ -257,43 +257,43 @@ TEST(ControlFile, EchoesTheCommandLineBehindLine4) {
 }
 
 TEST(ControlFile, SwitchesLimitsOffWhereTheMaximumIsNotAbove) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(12, "1"), {"ObsClip=(0,0)"});
     EXPECT_EQ(run.result.exitStatus, 0);
     EXPECT_FALSE(std::filesystem::exists(run.folder.file("voxlith_obs_masked.obs")));
-    Run masked;
+    ControlRun masked;
     runWith(masked, ControlLines().set(12, "1"), {"ObsClip=(0,1.5)"});
     EXPECT_TRUE(std::filesystem::exists(masked.folder.file("voxlith_obs_masked.obs")));
 }
 
 TEST(ControlFile, EndsWithTheReadersErrorForLimitsThatAreTooFew) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines(), {"ObsClip=(1)"});
     EXPECT_EQ(run.result.exitStatus, 2);
     EXPECT_TRUE(contains(run.result.errors, "ObsClip"));
 }
 
 TEST(ControlFile, ModeMinus1AddsTheLineSearchLog) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(2, "-1 0 0").set(12, "1"));
     EXPECT_EQ(run.folder.read("voxlith.lsv"), " VoxLith Line Search Values\n\n");
     EXPECT_TRUE(contains(run.log, " Mode: 2  (fixed multiplier)"));
 }
 
 TEST(ControlFile, InversionMethod2StandsInTheLogAndChangesNothing) {
-    Run plain;
+    ControlRun plain;
     runWith(plain, ControlLines().set(12, "3 0 0"));
-    Run other;
+    ControlRun other;
     runWith(other, ControlLines().set(12, "3 0 2"));
     expectLine(other.log, " Inversion Method    2");
     EXPECT_EQ(plain.folder.read("voxlith.den"), other.folder.read("voxlith.den"));
 }
 
 TEST(ControlFile, TradeoffOfZeroLeavesTheMultiplier) {
-    Run run;
+    ControlRun run;
     runWith(run, ControlLines().set(3, "3.5 0 0").set(12, "1"), {"Tradeoff=0"});
     expectLine(run.log, "tradeoff par   :         3.5000");
-    Run replaced;
+    ControlRun replaced;
     runWith(replaced, ControlLines().set(3, "3.5 0 0").set(12, "1"), {"Tradeoff=5"});
     expectLine(replaced.log, "tradeoff par   :         5.0000");
 }

@@ -50,8 +50,9 @@ TEST(Run, OfAPaddedLayerIsAnEquivalentSource) {
     const std::vector<std::string> model = linesOf(folder.read("voxlith.den"));
     ASSERT_EQ(model.size(), 120U);
     for (std::size_t cell = 0; cell < model.size(); ++cell)
-        if (cell % 10 != 0)
+        if (cell % 10 != 0) {
             EXPECT_EQ(model[cell], "  0.100000E-01") << cell;
+        }
 }
 
 TEST(Run, OfTwoModelTypesNamesFilesByTheirLabels) {
