@@ -20,6 +20,8 @@ namespace {
 
 constexpr std::string_view progressName = "voxlith.aux";
 constexpr std::string_view lineSearchName = "voxlith.lsv";
+constexpr std::string_view progressHeading = " VoxLith Inversion progress";
+constexpr std::string_view lineSearchHeading = " VoxLith Line Search Values";
 constexpr int progressHeadings = 4;
 constexpr int lineSearchHeadings = 2;
 constexpr std::size_t shortestRow = 54;  // iteration number and three reals: the row of the starting state
@@ -35,16 +37,23 @@ struct LineSearchTable {
     fatalStop(messages, " File " + std::string(name) + " not found");
 }
 
+// Both heading lines in one write, so that no kill comes between them.
+void writeHeadings(LineFile& file, std::string_view heading) { writeLine(file, std::string(heading) + "\n"); }
+
 void beginTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
     if (!openLineFile(file, name, LineFileMode::create))
         stopForMissing(messages, name);
-    writeLine(file, heading);
-    writeLine(file, "");
+    writeHeadings(file, heading);
 }
 
-void continueTable(Messages& messages, LineFile& file, std::string_view name) {
+// A run that was killed before it wrote the headings left an empty file; it gets them now.
+void continueTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
+    std::error_code unknown;
+    const bool isEmpty = std::filesystem::file_size(std::filesystem::path(name), unknown) == 0;
     if (!openLineFile(file, name, LineFileMode::append))
         stopForMissing(messages, name);
+    if (isEmpty)
+        writeHeadings(file, heading);
 }
 
 // A run that was killed while it wrote a row leaves a row without line end. Such a row is no finished iteration: it is cut off, so
@@ -90,6 +99,8 @@ std::int32_t lastIterationOf(Messages& messages) {
     for (std::int64_t row = progressHeadings + 1; readLine(input, line); ++row) {
         if (!line.empty())
             line.front() = ' ';
+        if (withoutOuterBlanks(line).starts_with("Iterations"))
+            continue;  // a run continued before its first iteration writes the heading of the table once more
         if (freeFormatRead(std::string_view(line), std::span(&iteration, 1)) == ReadStatus::badText)
             throw RunError(std::string(progressName) + ", line " + std::to_string(row) +
                            ": expected an iteration number, found \"" + line + "\"");
@@ -133,22 +144,22 @@ std::int32_t addClamped(std::int32_t a, std::int32_t b) {
 }  // namespace
 
 void openProgressFiles(Messages& messages, std::int32_t iMode, LineFile& progressTable, LineFile& lineSearchTable) {
-    beginTable(messages, progressTable, progressName, " VoxLith Inversion progress");
+    beginTable(messages, progressTable, progressName, progressHeading);
     if (iMode == -1)
-        beginTable(messages, lineSearchTable, lineSearchName, " VoxLith Line Search Values");
+        beginTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
 }
 
 void recoverProgressFiles(Messages& messages, ControlValues& control, std::int32_t& startIteration,
                           LineFile& progressTable, LineFile& lineSearchTable) {
     dropUnfinishedRow(messages, progressName);
     startIteration = lastIterationOf(messages);
-    continueTable(messages, progressTable, progressName);
+    continueTable(messages, progressTable, progressName, progressHeading);
     control.maxIterations = addClamped(control.maxIterations, startIteration);
     if (control.iMode != -1)
         return;
     LineSearchTable table;
     readLineSearchTable(messages, table);
-    continueTable(messages, lineSearchTable, lineSearchName);
+    continueTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
 }
 
 }  // namespace voxlith

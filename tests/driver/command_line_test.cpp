@@ -62,7 +62,7 @@ TEST(CommandLine, AcceptsZeroAsFloorAndBlanksBetweenNumbers) {
 }
 
 TEST(CommandLine, LeavesDefaultsForNullValues) {
-    const ControlValues control = valuesOf({"Misfit=(,)", "Tradeoff=/"});
+    const ControlValues control = valuesOf({"Misfit=(,,)", "Tradeoff=/"});
     EXPECT_EQ(control.cleaning.misfitPercent, -1.0F);
     EXPECT_EQ(control.cleaning.misfitFloor, -1.0F);
     EXPECT_EQ(control.tradeoffOverride, -1.0);

@@ -114,6 +114,21 @@ TEST(ContinuedRun, CountsWholeRowsOnlyWhenTheLastIsCutOff) {
     }
 }
 
+TEST(ContinuedRun, GoesOnFromAnyStateInWhichAKillCanLeaveTheHeadings) {
+    for (std::size_t length = 0; length <= headings.size(); ++length) {
+        const TemporaryFolder folder;
+        laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+        folder.write("voxlith.rho", constantModel("0.02"));
+        folder.write("voxlith.aux", headings.substr(0, length));
+        ASSERT_EQ(runNow(folder).exitStatus, 0) << length;
+        const ProgramResult again = runNow(folder);
+        ASSERT_EQ(again.exitStatus, 0) << length << again.errors;
+        if (length == 0 || length >= 29) {
+            EXPECT_EQ(linesOf(folder.read("voxlith.aux")).back().substr(0, 12), "           2") << length;
+        }
+    }
+}
+
 TEST(ContinuedRun, ReportsARowThatIsNoRow) {
     const TemporaryFolder folder;
     laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));

@@ -80,11 +80,14 @@ TEST(IntegrationWindows, WeightsAddUpToOneAndIntegrateLinesExactly) {
     }
 }
 
-TEST(IntegrationWindows, EdgesWithinOnePercentSnapToTheirStation) {
-    // Half the interval is 1.005: the edges lie 0.005 outside the neighbours, within 0.0201 of them.
+TEST(IntegrationWindows, EdgesWithinOnePercentSnap) {
+    // Half the interval is 1.005: the lower edge lies 0.005 below a station, within 0.0201 of it, and snaps. At the upper edge the
+    // station before the edge's own interval would have to be that close: it takes stations closer than 1% of the interval.
     const LineIntegration lines = windowsOf({uniform(8, 1.0)}, 2.01F);
     EXPECT_EQ(lines.windowRange[3].first, 3);
-    EXPECT_EQ(lines.windowRange[3].last, 5);
+    EXPECT_EQ(lines.windowRange[3].last, 6);
+    const LineIntegration close = windowsOf({{0.0, 1.0, 2.0, 3.0, 3.99, 4.0, 5.0, 6.0}}, 2.01F);
+    EXPECT_EQ(close.windowRange[3].last, 6) << "3.99 snaps: the interval before that of 4.005";
     const LineIntegration wider = windowsOf({uniform(8, 1.0)}, 2.1F);
     EXPECT_EQ(wider.windowRange[3].first, 2);
     EXPECT_EQ(wider.windowRange[3].last, 6);
