@@ -1,0 +1,65 @@
+// The box of the L-BFGS-B engine: bound codes, the check of the arguments, the status of each variable, projections.
+//
+// Bound codes: 0 none, 1 lower, 2 upper, 3 both, 5 fixed by equal bounds. Codes 4 and 5 set no bound of their own here:
+// such cells are held by their flag. Bounds of an unused side are never looked at.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "optim/task_word.h"
+
+namespace voxlith {
+
+// The problem as the caller states it; all arrays have n elements.
+struct BoxProblem {
+    std::int32_t n = 0;
+    std::int32_t m = 0;                       // corrections to remember
+    std::span<const double> l, u;             // bounds
+    std::span<const std::int32_t> nbd;        // bound codes
+    std::span<const std::int32_t> fixedFlag;  // not 0: the variable is held where it is
+    std::span<const double> maxStep;          // above 0: largest change in the first search
+};
+
+inline bool hasLowerBound(std::int32_t code) { return code == 1 || code == 3; }
+inline bool hasUpperBound(std::int32_t code) { return code == 2 || code == 3; }
+
+// Status of a variable, kept between calls. Up to 0 the variable is free in the subspace step.
+enum VariableStatus : std::int32_t {
+    freeWithoutGradient = -3,  // free, and its gradient is 0
+    unbounded = -1,            // free for the whole run
+    freeBetweenBounds = 0,
+    atLowerBound = 1,
+    atUpperBound = 2,
+    alwaysFixed = 3,           // held by flag or by equal bounds for the whole run
+};
+inline bool isFree(std::int32_t status) { return status <= 0; }
+
+// What the bounds say about the whole problem.
+struct BoxKind {
+    bool startProjected = false;  // the start point lay outside of its bounds
+    bool constrained = false;     // some code or some flag is not 0
+    bool boxed = false;           // all codes are 3
+};
+
+// Checks n, m, factr, codes and bounds. False, with the error text in `task`, if something is wrong; if several things
+// are, the later one in the order n, m, factr, variable 1 to n is reported. Arrays of n <= 0 variables are not looked at.
+bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task);
+
+// Moves the start point x into its bounds, held variables excepted, and sets the first status of each variable.
+BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span<std::int32_t> status);
+
+// Largest absolute component of the projected gradient (Zhu et al. 1997, section 3). Variables with flag 1 contribute
+// nothing, those with another flag |g|. Not a number as soon as one component is not.
+double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g);
+
+// Puts what rounding has carried across a bound back onto it; held variables excepted.
+void clampToBounds(const BoxProblem& problem, std::span<double> x);
+
+// The largest step, at most `limit`, along d from x that keeps all variables in their bounds.
+double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d, double limit);
+
+// The largest step, at most `limit`, along d that changes no variable by more than its maxStep.
+double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit);
+
+}  // namespace voxlith
