@@ -49,8 +49,7 @@ DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t e
     SparseCoefStore& store = sensitivity.store;
     requireRoom(store, count);
     readBytes(input, store.coefIndex.get(), count * sizeof(std::int32_t), "the indices of a coefficient row");
-    requireIndicesInside(input, store.coefIndex.get(), count,
-                         static_cast<std::int64_t>(sensitivity.paddedWork.size()));
+    requireIndicesInside(input, store.coefIndex.get(), count, static_cast<std::int64_t>(sensitivity.paddedWork.size()));
     readBytes(input, store.coefValue.get(), count * sizeof(float), "the values of a coefficient row");
     return {store.coefIndex.get(), store.coefValue.get(), count};
 }

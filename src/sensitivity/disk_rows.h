@@ -18,9 +18,9 @@ struct DiskRow {
 // Back to the first row of file `mtx` (from 0).
 void rewindRows(Sensitivity& sensitivity, std::size_t mtx);
 
-// The next row of the file. A count of 0 or less gives an empty row and nothing further is read for it: dense rows need memory
-// mode. Allocates only when a row is longer than every row before and than the last file's longest. Throws RunError when
-// the file ends early or an index lies outside the padded array.
+// The next row of the file. A count of 0 or less gives an empty row and nothing further is read for it: dense rows need
+// memory mode. Allocates only when a row is longer than every row before and than the last file's longest. Throws
+// RunError when the file ends early or an index lies outside the padded array.
 DiskRow readNextRow(Sensitivity& sensitivity, std::size_t mtx);
 
 }  // namespace voxlith

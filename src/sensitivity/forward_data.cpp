@@ -90,7 +90,8 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
     runProducts(sensitivity, mesh, products, obs, lines, models, timers);
     const auto nData = static_cast<std::size_t>(obs.nData);
     const auto components = static_cast<std::size_t>(obs.nDataTypes);
-    // All components are gathered before any of them is squared: amplitudes are taken from slots that all of them share.
+    // All components are gathered before any of them is squared: amplitudes are taken from slots that all of them
+    // share.
     for (std::size_t j = 0; j < components; ++j) {
         const std::span<double> column = predicted.subspan(obs.index(j, 0), nData);
         std::fill(column.begin(), column.end(), 0.0);

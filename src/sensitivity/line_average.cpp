@@ -50,7 +50,9 @@ LineSpline fitLine(const LinePlace& place, LineIntegration& lines, std::span<con
 }
 
 // L/2 in single precision, as the window edges have always been formed.
-double halfWindow(const LineIntegration& lines) { return static_cast<double>(lines.integrationInterval * 0.5F); }
+double halfWindow(const LineIntegration& lines) {
+    return static_cast<double>(lines.integrationInterval * 0.5F);
+}
 
 double runningMean(const LineSpline& spline, double time, double half, double interval) {
     double from = time - half;

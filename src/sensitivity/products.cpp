@@ -15,8 +15,7 @@ SparseRows rowsInMemory(const Sensitivity& sensitivity, std::size_t mtx) {
             sensitivity.store.coefValue.get()};
 }
 
-void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
-                      std::span<double> out) {
+void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd, std::span<double> out) {
     rewindRows(sensitivity, mtx);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {

@@ -1,7 +1,8 @@
 // The two sparse loops of the products over compressed rows that lie in memory.
 //
-// Orders of summation are fixed, so that every form of these loops gives the same bytes: a row is summed over its positions
-// from left to right into one accumulator; a padded position receives the rows in ascending order, one addition a row.
+// Orders of summation are fixed, so that every form of these loops gives the same bytes: a row is summed over its
+// positions from left to right into one accumulator; a padded position receives the rows in ascending order, one
+// addition a row.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +11,8 @@
 
 namespace voxlith {
 
-// Rows r = 0, 1, ... occupy the places rowOffset[r] - 1 to rowOffset[r + 1] - 2 of both arrays; coefIndex counts the padded
-// positions from 1, and all indices lie inside the padded array.
+// Rows r = 0, 1, ... occupy the places rowOffset[r] - 1 to rowOffset[r + 1] - 2 of both arrays; coefIndex counts the
+// padded positions from 1, and all indices lie inside the padded array.
 struct SparseRows {
     std::span<const std::int64_t> rowOffset;  // one more than rows
     const std::int32_t* coefIndex = nullptr;

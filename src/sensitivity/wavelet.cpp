@@ -8,7 +8,8 @@ namespace voxlith {
 
 namespace {
 
-// Axes up to this extent are left alone, though one step would be possible on four values: the files' writers do the same.
+// Axes up to this extent are left alone, though one step would be possible on four values: the files' writers do the
+// same.
 constexpr std::size_t longestPlainAxis = 4;
 
 struct CellLines {
@@ -19,7 +20,12 @@ struct CellLines {
 
 CellLines cellLinesOf(const MeshGeometry& mesh) {
     const auto widen = [](std::int32_t n) { return static_cast<std::size_t>(n); };
-    return {widen(mesh.nx),  widen(mesh.ny),  widen(mesh.nz), widen(mesh.npx), widen(mesh.npy), widen(mesh.npz),
+    return {widen(mesh.nx),
+            widen(mesh.ny),
+            widen(mesh.nz),
+            widen(mesh.npx),
+            widen(mesh.npy),
+            widen(mesh.npz),
             std::min(widen(mesh.nz), widen(mesh.npz))};
 }
 

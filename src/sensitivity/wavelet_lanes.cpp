@@ -52,8 +52,8 @@ void inverseStep(double* tile, double* work, std::size_t n, const WaveletFilter&
     std::copy_n(work, laneCount * n, tile);
 }
 
-void loadTile(const double* values, const LaneOffsets& offset, std::size_t count, std::size_t stride, std::size_t length,
-              double* tile) {
+void loadTile(const double* values, const LaneOffsets& offset, std::size_t count, std::size_t stride,
+              std::size_t length, double* tile) {
     for (std::size_t j = 0; j < length; ++j) {
         for (std::size_t l = 0; l < count; ++l) {
             tile[j * laneCount + l] = values[offset[l] + j * stride];

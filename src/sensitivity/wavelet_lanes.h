@@ -1,5 +1,5 @@
-// The transform of many lines at once. A tile holds neighbouring lines side by side, so that each tap is applied to all of
-// them with the same instruction; every line is summed in the order of waveletStep and gets the same bytes.
+// The transform of many lines at once. A tile holds neighbouring lines side by side, so that each tap is applied to all
+// of them with the same instruction; every line is summed in the order of waveletStep and gets the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@ constexpr std::size_t laneCount = 16;  // lines of a tile; value j of line l sta
 void transformLanes(double* tile, double* work, std::size_t length, const WaveletFilter& filter,
                     WaveletDirection direction);
 
-// All levels of all lines along one axis of an array of `inner` * `length` * `outer` values: value j of line (p, q) stands at
-// p + inner * (j + length * q). `work` has room for two tiles.
+// All levels of all lines along one axis of an array of `inner` * `length` * `outer` values: value j of line (p, q)
+// stands at p + inner * (j + length * q). `work` has room for two tiles.
 void transformAxis(double* values, std::size_t inner, std::size_t length, std::size_t outer,
                    const WaveletFilter& filter, WaveletDirection direction, double* work);
 

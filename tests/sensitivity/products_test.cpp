@@ -1,0 +1,455 @@
+#include "sensitivity/products.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+#include <random>
+
+#include "sensitivity/row_kernels.h"
+#include "support/sensitivity_rig.h"
+#include "support/temporary_folder.h"
+#include "text/messages.h"
+
+namespace voxlith {
+namespace {
+
+using testing_support::daubechies;
+using testing_support::filterOf;
+using testing_support::meshOf;
+using testing_support::prepareSensitivity;
+using testing_support::randomRows;
+using testing_support::randomVector;
+using testing_support::rowBytes;
+using testing_support::StoredRow;
+using testing_support::storeRowsInMemory;
+using testing_support::TemporaryFolder;
+
+double dot(const std::vector<double>& a, const std::vector<double>& b) {
+    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
+}
+
+double norm(const std::vector<double>& a) {
+    return std::sqrt(dot(a, a));
+}
+
+std::vector<float> randomErrors(std::size_t n, std::mt19937& random) {
+    std::vector<float> errors(n);
+    for (float& error : errors) {
+        error = 0.5F + static_cast<float>(random() % 100) * 0.01F;
+    }
+    return errors;
+}
+
+std::vector<double> forward(Sensitivity& sensitivity, const MeshGeometry& mesh, const std::vector<double>& model,
+                            std::size_t mtx = 0, const std::vector<float>& obsStd = {}) {
+    std::vector<double> out(static_cast<std::size_t>(sensitivity.header.nData), -7.0);
+    OverheadTimers timers;
+    modelProduct(sensitivity, mesh, model, out, mtx, obsStd, timers);
+    return out;
+}
+
+std::vector<double> transpose(Sensitivity& sensitivity, const MeshGeometry& mesh, const std::vector<double>& residual,
+                              std::size_t mtx = 0, const std::vector<float>& obsStd = {}) {
+    std::vector<double> gradient(mesh.cellCount(), -7.0);
+    OverheadTimers timers;
+    transposeProduct(sensitivity, mesh, residual, gradient, mtx, obsStd, timers);
+    return gradient;
+}
+
+// Writes the rows of file `mtx` behind some bytes that do not belong to them.
+void openRowsOnDisk(Sensitivity& sensitivity, const TemporaryFolder& folder, std::size_t mtx,
+                    const std::vector<StoredRow>& rows, const std::string& behind = std::string(64, '\7')) {
+    const std::string name = folder.write("rows" + std::to_string(mtx),
+                                          "some head" + rowBytes(rows, sensitivity.header.recordForm) + behind);
+    ASSERT_TRUE(openBinaryInput(sensitivity.files[mtx], name));
+    sensitivity.header.rowStart[mtx] = 9;
+    sensitivity.idisk = 1;
+}
+
+struct Shape {
+    std::array<std::int32_t, 3> cells;
+    std::array<std::int32_t, 3> padded;
+};
+
+const Shape manyShapes[] = {{{1, 5, 7}, {1, 8, 16}},   {{2, 13, 6}, {2, 16, 8}},  {{3, 3, 9}, {4, 4, 16}},
+                            {{7, 6, 11}, {8, 8, 16}},  {{12, 9, 4}, {16, 16, 4}}, {{30, 5, 5}, {32, 8, 8}},
+                            {{64, 2, 3}, {64, 2, 4}},  {{5, 6, 7}, {1, 8, 8}},    {{6, 9, 3}, {4, 16, 4}},
+                            {{20, 7, 17}, {32, 8, 32}}};
+
+TEST(Products, AreAdjointWhenFolded) {
+    std::mt19937 random(101);
+    const WaveletFilter filters[] = {daubechies(4), daubechies(6), daubechies(8), filterOf({0.3F, -1.7F, 0.9F, 2.1F}),
+                                     filterOf({0.7F, 0.71F})};
+    for (const Shape& shape : manyShapes) {
+        for (const WaveletFilter& filter : filters) {
+            const MeshGeometry mesh = meshOf(shape.cells, shape.padded);
+            Sensitivity sensitivity;
+            prepareSensitivity(sensitivity, mesh, 19, 1, filter);
+            // Where layers are spread down the columns, cropping is not the transpose of padding: see below.
+            const bool spread = mesh.nz > mesh.npz;
+            storeRowsInMemory(sensitivity, {randomRows(19, paddedExtentsOf(mesh).total(), 60, random, 4)});
+            const std::vector<double> m = randomVector(mesh.cellCount(), random);
+            const std::vector<double> r = randomVector(19, random);
+            const std::vector<double> gm = forward(sensitivity, mesh, m);
+            std::vector<double> gr = transpose(sensitivity, mesh, r);
+            if (spread) {
+                for (std::size_t cell = 0; cell < gr.size(); ++cell) {
+                    if (cell % static_cast<std::size_t>(mesh.nz) >= static_cast<std::size_t>(mesh.npz)) {
+                        gr[cell] = 0.0;
+                    }
+                }
+            }
+            const double scale = norm(gm) * norm(r) + norm(m) * norm(gr);
+            EXPECT_NEAR(dot(gm, r), dot(m, gr), 1e-12 * scale)
+                << "nz " << mesh.nz << ", npz " << mesh.npz << ", taps " << filter.coefLow.size();
+        }
+    }
+}
+
+TEST(Products, ProductOfOneCoefficientByHand) {
+    // No axis is transformed, so a coefficient is a cell: position 2 + 2 (1) + 2 * 4 (2) is cell (2, 2, 3).
+    const MeshGeometry mesh = meshOf({2, 3, 4}, {2, 4, 4});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 3, 1, daubechies(4));
+    storeRowsInMemory(sensitivity, {{{1, {2 + 2 * 1 + 8 * 2}, {0.5F}}, {0, {}, {}}, {2, {1, 20}, {3.0F, 2.0F}}}});
+    std::vector<double> model(mesh.cellCount());
+    std::iota(model.begin(), model.end(), 1.0);
+    const double cell = model[mesh.cell(1, 1, 2)];
+    EXPECT_EQ(forward(sensitivity, mesh, model), (std::vector<double>{0.5 * cell, 0.0, 3.0 * 1.0 + 2.0 * cell}));
+    const std::vector<double> gradient = transpose(sensitivity, mesh, {4.0, 100.0, 10.0});
+    std::vector<double> expected(mesh.cellCount(), 0.0);
+    expected[mesh.cell(1, 1, 2)] = 0.5 * 4.0 + 2.0 * 10.0;
+    expected[0] = 30.0;
+    EXPECT_EQ(gradient, expected);
+}
+
+TEST(Products, CoefficientsOutsideTheMeshAreSeenThroughTheTransformOnly) {
+    const MeshGeometry mesh = meshOf({2, 3, 3}, {2, 4, 4});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
+    storeRowsInMemory(sensitivity, {{{1, {1 + 2 * 3}, {5.0F}}}});
+    EXPECT_EQ(forward(sensitivity, mesh, std::vector<double>(18, 1.0)), std::vector<double>{0.0});
+    EXPECT_EQ(transpose(sensitivity, mesh, {1.0}), std::vector<double>(18, 0.0));
+}
+
+TEST(Products, DenseRowsWorkInMemory) {
+    std::mt19937 random(103);
+    const MeshGeometry mesh = meshOf({7, 8, 5}, {8, 8, 8});
+    const std::size_t positions = paddedExtentsOf(mesh).total();
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(6));
+    StoredRow dense;
+    for (std::size_t p = 0; p < positions; ++p) {
+        dense.index.push_back(static_cast<std::int32_t>(p) + 1);
+        dense.value.push_back(static_cast<float>(randomVector(1, random)[0]));
+    }
+    storeRowsInMemory(sensitivity, {{dense}});
+    const std::vector<double> m = randomVector(mesh.cellCount(), random);
+    std::vector<double> padded(positions);
+    std::vector<double> work(waveletWorkSize(paddedExtentsOf(mesh)));
+    padCells(m, {}, mesh, padded);
+    waveletTransform3D(padded, paddedExtentsOf(mesh), sensitivity.filter, WaveletDirection::forward, work);
+    double sum = 0.0;
+    for (std::size_t p = 0; p < positions; ++p) {
+        sum += static_cast<double>(dense.value[p]) * padded[p];
+    }
+    EXPECT_EQ(forward(sensitivity, mesh, m)[0], sum);
+}
+
+TEST(Products, WithoutFoldingForwardTakesTheFirstWeightAndTransposeItsOwn) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 1, 2, daubechies(4));
+    const std::vector<StoredRow> rows{{1, {3}, {2.0F}}};
+    storeRowsInMemory(sensitivity, {rows, rows});
+    sensitivity.foldDepthWeight = false;
+    sensitivity.depthWeight = {1, 2, 3, 4, 5, 6, 7, 8, 10, 20, 30, 40, 50, 60, 70, 80};
+    std::vector<double> model(8, 0.0);
+    model[2] = 5.0;
+    for (const std::size_t mtx : {0U, 1U}) {
+        EXPECT_EQ(forward(sensitivity, mesh, model, mtx)[0], 2.0 * 3.0 * 5.0) << mtx;
+        EXPECT_EQ(transpose(sensitivity, mesh, {1.0}, mtx)[2], 2.0 * (mtx == 0 ? 3.0 : 30.0)) << mtx;
+    }
+}
+
+TEST(Products, DiskEqualsMemory) {
+    std::mt19937 random(107);
+    for (const bool recordForm : {false, true}) {
+        for (const Shape& shape : manyShapes) {
+            const MeshGeometry mesh = meshOf(shape.cells, shape.padded);
+            Sensitivity memory;
+            Sensitivity disk;
+            const std::size_t nMtx = recordForm ? 1 : 2;
+            std::vector<std::vector<StoredRow>> files;
+            for (std::size_t mtx = 0; mtx < nMtx; ++mtx) {
+                files.push_back(randomRows(15, paddedExtentsOf(mesh).total(), mtx == 0 ? 90 : 20, random, 3));
+            }
+            prepareSensitivity(memory, mesh, 15, static_cast<std::int32_t>(nMtx), daubechies(4));
+            prepareSensitivity(disk, mesh, 15, static_cast<std::int32_t>(nMtx), daubechies(4));
+            disk.header.recordForm = recordForm;
+            storeRowsInMemory(memory, files);
+            ObsSet obs;
+            obs.nData = 15;
+            obs.nDataTypes = 2;
+            obs.obsStd = randomErrors(30, random);
+            scaleRows(memory, obs);
+            TemporaryFolder folder;
+            for (std::size_t mtx = 0; mtx < nMtx; ++mtx) {
+                openRowsOnDisk(disk, folder, mtx, files[mtx]);
+            }
+            for (std::size_t mtx = 0; mtx < nMtx; ++mtx) {
+                const std::vector<float> column(obs.obsStd.begin() + static_cast<std::ptrdiff_t>(15 * mtx),
+                                                obs.obsStd.begin() + static_cast<std::ptrdiff_t>(15 * mtx + 15));
+                const std::vector<double> m = randomVector(mesh.cellCount(), random);
+                const std::vector<double> r = randomVector(15, random);
+                for (int time = 0; time < 2; ++time) {
+                    const std::vector<double> gm = forward(memory, mesh, m, mtx);
+                    const std::vector<double> gmDisk = forward(disk, mesh, m, mtx, column);
+                    for (std::size_t i = 0; i < gm.size(); ++i) {
+                        EXPECT_NEAR(gm[i], gmDisk[i], 1e-6 * norm(gm)) << mesh.npz << ' ' << i;
+                    }
+                    const std::vector<double> gr = transpose(memory, mesh, r, mtx);
+                    const std::vector<double> grDisk = transpose(disk, mesh, r, mtx, column);
+                    for (std::size_t i = 0; i < gr.size(); ++i) {
+                        EXPECT_NEAR(gr[i], grDisk[i], 1e-6 * norm(gr)) << mesh.npz << ' ' << i;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(Products, DiskIsAdjointAndDividesInDoublePrecision) {
+    std::mt19937 random(109);
+    const MeshGeometry mesh = meshOf({5, 6, 9}, {8, 8, 16});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 12, 1, daubechies(8));
+    TemporaryFolder folder;
+    const std::vector<StoredRow> rows = randomRows(12, 1024, 40, random);
+    openRowsOnDisk(sensitivity, folder, 0, rows);
+    const std::vector<float> obsStd = randomErrors(12, random);
+    const std::vector<double> m = randomVector(mesh.cellCount(), random);
+    const std::vector<double> r = randomVector(12, random);
+    const std::vector<double> gm = forward(sensitivity, mesh, m, 0, obsStd);
+    const std::vector<double> gr = transpose(sensitivity, mesh, r, 0, obsStd);
+    EXPECT_NEAR(dot(gm, r), dot(m, gr), 1e-12 * (norm(gm) * norm(r) + norm(m) * norm(gr)));
+
+    Sensitivity unscaled;
+    prepareSensitivity(unscaled, mesh, 12, 1, daubechies(8));
+    storeRowsInMemory(unscaled, {rows});
+    const std::vector<double> plain = forward(unscaled, mesh, m);
+    for (std::size_t i = 0; i < 12; ++i) {
+        EXPECT_EQ(gm[i], plain[i] / static_cast<double>(obsStd[i])) << i;
+    }
+}
+
+TEST(Products, ErrorOfZeroDividesOnDisk) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 2, 1, daubechies(4));
+    TemporaryFolder folder;
+    openRowsOnDisk(sensitivity, folder, 0, {{1, {1}, {2.0F}}, {1, {2}, {3.0F}}});
+    const std::vector<float> obsStd{0.0F, 2.0F};
+    const std::vector<double> out = forward(sensitivity, mesh, std::vector<double>(8, 1.0), 0, obsStd);
+    EXPECT_TRUE(std::isinf(out[0]));
+    EXPECT_EQ(out[1], 1.5);
+    // A masked datum has the residual 0 and takes no part.
+    const std::vector<double> masked = transpose(sensitivity, mesh, {0.0, 1.0}, 0, obsStd);
+    EXPECT_EQ(masked[0], 0.0);
+    EXPECT_EQ(masked[1], 1.5);
+    EXPECT_TRUE(std::isinf(transpose(sensitivity, mesh, {1.0, 1.0}, 0, obsStd)[0]));
+}
+
+TEST(Products, NegativeCountOnDiskGivesZeroAndItsValuesAreTakenForTheNextRow) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 3, 1, daubechies(4));
+    TemporaryFolder folder;
+    // The values behind the dense row's count happen to read as: an empty row (0.0), a row of 1 coefficient (the
+    // smallest denormal), its index 5 and its value.
+    const StoredRow dense{-1, {}, {0.0F, 0x1p-149F, 0x1.4p-147F, 2.5F, 9.0F, 9.0F, 9.0F, 9.0F}};
+    openRowsOnDisk(sensitivity, folder, 0, {dense});
+    const std::vector<float> obsStd(3, 1.0F);
+    EXPECT_EQ(forward(sensitivity, mesh, {1, 2, 3, 4, 5, 6, 7, 8}, 0, obsStd), (std::vector<double>{0.0, 0.0, 12.5}));
+    EXPECT_EQ(transpose(sensitivity, mesh, {10.0, 10.0, 2.0}, 0, obsStd),
+              (std::vector<double>{0, 0, 0, 0, 5, 0, 0, 0}));
+}
+
+TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
+    std::mt19937 random(113);
+    const MeshGeometry mesh = meshOf({4, 8, 8}, {4, 8, 8});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 5, 2, daubechies(4));
+    const std::vector<std::vector<StoredRow>> files{randomRows(5, 256, 200, random), randomRows(5, 256, 3, random)};
+    // What a run holds after it has scanned both files: room for the longest row of the last.
+    sensitivity.store.rowMax = 3;
+    sensitivity.store.capacity = 3;
+    sensitivity.store.coefIndex = std::make_unique<std::int32_t[]>(3);
+    sensitivity.store.coefValue = std::make_unique<float[]>(3);
+    TemporaryFolder folder;
+    openRowsOnDisk(sensitivity, folder, 0, files[0]);
+    openRowsOnDisk(sensitivity, folder, 1, files[1]);
+    Sensitivity memory;
+    prepareSensitivity(memory, mesh, 5, 2, daubechies(4));
+    storeRowsInMemory(memory, files);
+    const std::vector<float> obsStd(5, 1.0F);
+    const std::vector<double> m = randomVector(256, random);
+    for (const std::size_t mtx : {1U, 0U, 1U}) {
+        EXPECT_EQ(forward(sensitivity, mesh, m, mtx, obsStd), forward(memory, mesh, m, mtx)) << mtx;
+    }
+    const std::vector<std::int32_t>::size_type longest =
+        std::max_element(files[0].begin(), files[0].end(), [](const StoredRow& a, const StoredRow& b) {
+            return a.count < b.count;
+        })->index.size();
+    EXPECT_GE(sensitivity.store.capacity, static_cast<std::int64_t>(longest));
+}
+
+std::string damageMessage(Sensitivity& sensitivity, const MeshGeometry& mesh, bool forwards) {
+    const std::vector<float> obsStd(static_cast<std::size_t>(sensitivity.header.nData), 1.0F);
+    try {
+        if (forwards) {
+            forward(sensitivity, mesh, std::vector<double>(mesh.cellCount(), 1.0), 0, obsStd);
+        } else {
+            transpose(sensitivity, mesh, std::vector<double>(obsStd.size(), 1.0), 0, obsStd);
+        }
+    } catch (const RunError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST(Products, DamageOnDiskIsReported) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    const std::vector<std::vector<StoredRow>> damaged{
+        {{1, {0}, {1.0F}}},                     // index below the first position
+        {{2, {1, 9}, {1.0F, 1.0F}}},            // index behind the last
+        {{1, {-2147483647 - 1}, {1.0F}}},       // far below
+        {{2147483647, {1}, {1.0F}}},            // count that cannot be
+        {{1, {1}, {1.0F}}, {50, {1}, {1.0F}}},  // count that does not fit the file
+    };
+    for (const bool recordForm : {false, true}) {
+        for (std::size_t i = 0; i < damaged.size(); ++i) {
+            Sensitivity sensitivity;
+            prepareSensitivity(sensitivity, mesh, static_cast<std::int32_t>(damaged[i].size()), 1, daubechies(4));
+            sensitivity.header.recordForm = recordForm;
+            TemporaryFolder folder;
+            openRowsOnDisk(sensitivity, folder, 0, damaged[i]);
+            for (const bool forwards : {true, false}) {
+                EXPECT_NE(damageMessage(sensitivity, mesh, forwards).find("rows0: byte "), std::string::npos) << i;
+            }
+        }
+    }
+}
+
+TEST(Products, RowsCutShortAtAnyByteAreReported) {
+    std::mt19937 random(127);
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    const std::vector<StoredRow> rows = randomRows(4, 8, 5, random);
+    TemporaryFolder folder;
+    for (const bool recordForm : {false, true}) {
+        const std::string whole = rowBytes(rows, recordForm);
+        for (std::size_t length = 0; length <= whole.size(); ++length) {
+            Sensitivity sensitivity;
+            prepareSensitivity(sensitivity, mesh, 4, 1, daubechies(4));
+            sensitivity.header.recordForm = recordForm;
+            sensitivity.idisk = 1;
+            ASSERT_TRUE(openBinaryInput(sensitivity.files[0], folder.write("cut", whole.substr(0, length))));
+            for (const bool forwards : {true, false}) {
+                EXPECT_EQ(damageMessage(sensitivity, mesh, forwards).empty(), length == whole.size()) << length;
+            }
+        }
+    }
+}
+
+TEST(Products, RecordsThatDoNotCloseAreReported) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    const std::string sound = rowBytes({{1, {1}, {1.0F}}}, true);
+    TemporaryFolder folder;
+    for (const std::size_t byte : {std::size_t{0}, std::size_t{3}, sound.size() - 4, sound.size() - 1}) {
+        std::string bytes = sound;
+        bytes[byte] = static_cast<char>(bytes[byte] ^ 0x41);
+        Sensitivity sensitivity;
+        prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
+        sensitivity.header.recordForm = true;
+        sensitivity.idisk = 1;
+        ASSERT_TRUE(openBinaryInput(sensitivity.files[0], folder.write("record", bytes + std::string(100, '\0'))));
+        EXPECT_NE(damageMessage(sensitivity, mesh, true), "") << byte;
+    }
+}
+
+TEST(Products, TimersCountMemoryPassesInMemoryOnly) {
+    std::mt19937 random(131);
+    const MeshGeometry mesh = meshOf({8, 8, 8}, {8, 8, 8});
+    const std::vector<StoredRow> rows = randomRows(200, 512, 400, random);
+    for (const bool onDisk : {false, true}) {
+        Sensitivity sensitivity;
+        prepareSensitivity(sensitivity, mesh, 200, 1, daubechies(4));
+        TemporaryFolder folder;
+        if (onDisk) {
+            openRowsOnDisk(sensitivity, folder, 0, rows);
+        } else {
+            storeRowsInMemory(sensitivity, {rows});
+        }
+        const std::vector<float> obsStd(200, 1.0F);
+        const std::vector<double> model(512, 1.0);
+        std::vector<double> out(200);
+        std::vector<double> gradient(512);
+        OverheadTimers timers;
+        modelProduct(sensitivity, mesh, model, out, 0, obsStd, timers);
+        EXPECT_GT(timers.products, 0.0);
+        EXPECT_EQ(timers.matrixPass > 0.0, !onDisk);
+        EXPECT_EQ(timers.transposePass, 0.0);
+        transposeProduct(sensitivity, mesh, out, gradient, 0, obsStd, timers);
+        EXPECT_EQ(timers.transposePass > 0.0, !onDisk);
+        EXPECT_GE(timers.products, timers.matrixPass + timers.transposePass);
+        EXPECT_EQ(timers.gtgProduct, 0.0);
+    }
+}
+
+TEST(RowKernels, KeepTheirOrderOfSummation) {
+    // Sums that depend on the order: 1e16 + 1 - 1e16 from left to right is 0, and rows reach a position in their order.
+    const std::vector<std::int64_t> rowOffset{1, 4, 4, 5, 6};
+    const std::vector<std::int32_t> index{1, 2, 3, 2, 2};
+    const std::vector<float> value{1.0F, 1.0F, 1.0F, 1.0F, 1.0F};
+    const SparseRows rows{rowOffset, index.data(), value.data()};
+    std::vector<double> out(4);
+    rowsTimesPadded(rows, std::vector<double>{1e16, 1.0, -1e16}, out);
+    EXPECT_EQ(out, (std::vector<double>{0.0, 0.0, 1.0, 1.0}));
+    std::vector<double> padded(3, 0.0);
+    addRowsTransposed(rows, std::vector<double>{1e16, 5.0, 1.0, -1e16}, padded);
+    EXPECT_EQ(padded, (std::vector<double>{1e16, 0.0, 1e16}));
+}
+
+TEST(ScaleRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    const std::vector<StoredRow> rows{{2, {1, 2}, {1.0F, 2.0F}}, {0, {}, {}}, {1, {3}, {5.0F}}, {1, {4}, {7.0F}}};
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 4, 3, daubechies(4));
+    storeRowsInMemory(sensitivity, {rows, rows, rows});
+    ObsSet obs;
+    obs.nData = 4;
+    obs.nDataTypes = 2;
+    obs.obsStd = {3.0F, 2.0F, 0.0F, -1.0F, 0.1F, 1.0F, 7.0F, 11.0F};
+    scaleRows(sensitivity, obs);
+    const std::vector<float> expected{1.0F / 3.0F, 2.0F / 3.0F,  5.0F, 7.0F, 1.0F / 0.1F, 2.0F / 0.1F,
+                                      5.0F / 7.0F, 7.0F / 11.0F, 1.0F, 2.0F, 5.0F,        7.0F};
+    const float* const value = sensitivity.store.coefValue.get();
+    EXPECT_EQ(std::vector<float>(value, value + 12), expected);
+}
+
+TEST(ScaleRows, MoreDataTypesThanFilesAreFine) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
+    storeRowsInMemory(sensitivity, {{{1, {1}, {8.0F}}}});
+    ObsSet obs;
+    obs.nData = 1;
+    obs.nDataTypes = 3;
+    obs.obsStd = {2.0F, 4.0F, 4.0F};
+    scaleRows(sensitivity, obs);
+    EXPECT_EQ(sensitivity.store.coefValue[0], 4.0F);
+}
+
+}  // namespace
+}  // namespace voxlith
