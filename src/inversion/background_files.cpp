@@ -15,9 +15,13 @@ namespace {
 constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";  // the name by which other programs look for it
 constexpr std::string_view star = "           *";
 
-bool bothValid(const ObsSet& obs, std::size_t n) { return isValid(obs.obsData[n]) && isValid(obs.predData[n]); }
+bool bothValid(const ObsSet& obs, std::size_t n) {
+    return isValid(obs.obsData[n]) && isValid(obs.predData[n]);
+}
 
-double scaled(const ObsSet& obs, std::size_t n, double value) { return static_cast<double>(obs.obsStd[n]) * value; }
+double scaled(const ObsSet& obs, std::size_t n, double value) {
+    return static_cast<double>(obs.obsStd[n]) * value;
+}
 
 void addCoordinates(TextLine& line, const ObsSet& obs, std::size_t station) {
     line.fixed(obs.ObsX[station], 10, 1).fixed(obs.ObsY[station], 10, 1).fixed(obs.ObsZ[station], 10, 1);
@@ -44,9 +48,8 @@ TextLine rowStartAlongLine(const ObsSet& obs, std::size_t station) {
 }
 
 std::string_view surfaceHeader(const ObsSet& obs) {
-    return obs.nDataTypes == 1
-               ? "     I      X         Y         Z         OBS        Resp"
-               : "     I      X         Y         Z        OBS1       Resp1        OBS2       Resp2";
+    return obs.nDataTypes == 1 ? "     I      X         Y         Z         OBS        Resp"
+                               : "     I      X         Y         Z        OBS1       Resp1        OBS2       Resp2";
 }
 
 }  // namespace

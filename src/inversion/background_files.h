@@ -1,5 +1,5 @@
-// The two files that show a background removal: data beside the response of the surface layer, and data beside their fit.
-// In both, obs.predData holds the responses. Throws RunError when a file cannot be written.
+// The two files that show a background removal: data beside the response of the surface layer, and data beside their
+// fit. In both, obs.predData holds the responses. Throws RunError when a file cannot be written.
 #pragma once
 
 #include "files/obs_set.h"

@@ -13,11 +13,16 @@ namespace {
 
 using Fits = std::array<BackgroundFit, maxFiles>;
 
-bool bothValid(const ObsSet& obs, std::size_t n) { return isValid(obs.obsData[n]) && isValid(obs.predData[n]); }
+bool bothValid(const ObsSet& obs, std::size_t n) {
+    return isValid(obs.obsData[n]) && isValid(obs.predData[n]);
+}
 
-double datum(const ObsSet& obs, std::size_t n) { return static_cast<double>(obs.obsStd[n]) * obs.obsData[n]; }
+double datum(const ObsSet& obs, std::size_t n) {
+    return static_cast<double>(obs.obsStd[n]) * obs.obsData[n];
+}
 
-void chooseBackground(std::int32_t iBackground, double BackVal, std::int32_t nDataTypes, std::span<BackgroundFit> fits) {
+void chooseBackground(std::int32_t iBackground, double BackVal, std::int32_t nDataTypes,
+                      std::span<BackgroundFit> fits) {
     if (nDataTypes > 1) {
         double sum = 0.0;
         for (const BackgroundFit& fit : fits)
@@ -63,7 +68,8 @@ std::size_t surfaceResponse(const Sensitivity& sensitivity, std::int32_t nzl, Ob
         for (std::size_t station = 0; station < nData; ++station)
             response[obs.index(component, station)] = sensitivity.layerResponse[slots * (component * nData + station)];
         if (lines.integrationInterval > 0.0F)
-            integrateBackgroundAlongLines(obs, lines, response.subspan(component * nData, nData), response.first(nData));
+            integrateBackgroundAlongLines(obs, lines, response.subspan(component * nData, nData),
+                                          response.first(nData));
     }
     return components;
 }

@@ -25,13 +25,14 @@ struct BackgroundFit {
 // obs.predData. Components without a file get dummies. Returns the number of components that have a response.
 std::size_t surfaceResponse(const Sensitivity& sensitivity, std::int32_t nzl, ObsSet& obs, LineIntegration& lines);
 
-// The least squares fit of component `component` over the stations where datum and response are valid. Not a number when
-// there is no such station or all responses are alike.
+// The least squares fit of component `component` over the stations where datum and response are valid. Not a number
+// when there is no such station or all responses are alike.
 BackgroundFit fitBackground(const ObsSet& obs, std::size_t component);
 
-// The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. With several data types all components share
-// the mean of their values. The mean level of the data goes with the fit, so that the inversion works on data without it.
-// Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and tells the value.
+// The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. With several data types all
+// components share the mean of their values. The mean level of the data goes with the fit, so that the inversion works
+// on data without it. Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and
+// tells the value.
 void removeBackground(Messages& messages, std::int32_t iBackground, double BackVal, const Sensitivity& sensitivity,
                       std::int32_t nzl, ObsSet& obs, LineIntegration& lines);
 

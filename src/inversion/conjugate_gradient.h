@@ -1,5 +1,5 @@
-// Preconditioned conjugate gradients for the step of the inversion (Hestenes and Stiefel 1952; Nocedal and Wright, Numerical
-// Optimization, algorithm 5.3).
+// Preconditioned conjugate gradients for the step of the inversion (Hestenes and Stiefel 1952; Nocedal and Wright,
+// Numerical Optimization, algorithm 5.3).
 #pragma once
 
 #include <array>
@@ -26,10 +26,10 @@ struct ConjugateGradientResult {
     double relativeResidual = 0;  // not a number when the gradient is 0 throughout
 };
 
-// Solves H s = -g, g the gradient at `model` and H the approximate Hessian. `delm` comes in as the starting step and goes out
-// as s. `precond` (k, i, j) serves all model types and is applied once. The stopping value sqrt(rz/bNorm) sets the
-// preconditioned residual against the plain right-hand side; it is kept so, since the number of steps hangs on it. Writes one
-// line on the screen. Nothing is guarded: a zero gradient runs to the limit with values that are no numbers.
+// Solves H s = -g, g the gradient at `model` and H the approximate Hessian. `delm` comes in as the starting step and
+// goes out as s. `precond` (k, i, j) serves all model types and is applied once. The stopping value sqrt(rz/bNorm) sets
+// the preconditioned residual against the plain right-hand side; it is kept so, since the number of steps hangs on it.
+// Writes one line on the screen. Nothing is guarded: a zero gradient runs to the limit with values that are no numbers.
 ConjugateGradientResult conjugateGradient(const ObjectiveInputs& inputs, const Barrier& barrier,
                                           std::span<const double> model, std::span<double> delm,
                                           std::span<const float> precond, const ConjugateGradientLimits& limits,

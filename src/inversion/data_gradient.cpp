@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t amplitudeParts = 3;
 
-// The derivative of sqrt(R1^2 + R2^2 + R3^2) times the residual. Where the amplitude is 0 there is none; the residual itself
-// then stands in, in all parts or in the last one.
+// The derivative of sqrt(R1^2 + R2^2 + R3^2) times the residual. Where the amplitude is 0 there is none; the residual
+// itself then stands in, in all parts or in the last one.
 void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
     const auto nData = static_cast<std::size_t>(obs.nData);
     std::array<std::span<double>, amplitudeParts> rows;
@@ -45,8 +45,8 @@ void spreadResiduals(const ObjectiveInputs& inputs) {
     for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
         const std::size_t first = obs.index(component, 0);
         spreadAlongLines(obs, inputs.lines, std::span(obs.obsData).subspan(first, nData),
-                         std::span(obs.predData).subspan(first, nData),
-                         std::span(obs.obsWork1).subspan(first, nData), scratch);
+                         std::span(obs.predData).subspan(first, nData), std::span(obs.obsWork1).subspan(first, nData),
+                         scratch);
     }
 }
 
@@ -86,11 +86,12 @@ void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work) {
     for (std::size_t k = 0; k < inputs.products.products.size(); ++k) {
         const Product& product = inputs.products.products[k];
         const std::size_t column = obs.index(static_cast<std::size_t>(product.column), 0);
-        const auto rows = amplitude ? std::span<const double>(inputs.sensitivity.productResponse).subspan(k * nData, nData)
-                                    : std::span<const double>(obs.obsWork1).subspan(column, nData);
+        const auto rows = amplitude
+                              ? std::span<const double>(inputs.sensitivity.productResponse).subspan(k * nData, nData)
+                              : std::span<const double>(obs.obsWork1).subspan(column, nData);
         transposeProduct(inputs.sensitivity, inputs.mesh, rows, work.productWork.first(inputs.mesh.cellCount()),
-                         static_cast<std::size_t>(product.mtx), std::span<const float>(obs.obsStd).subspan(column, nData),
-                         inputs.timers);
+                         static_cast<std::size_t>(product.mtx),
+                         std::span<const float>(obs.obsStd).subspan(column, nData), inputs.timers);
         addProduct(inputs, k, work);
     }
 }

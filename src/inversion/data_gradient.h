@@ -8,13 +8,13 @@
 
 namespace voxlith {
 
-// Fills obs.obsWork1 with predData - obsData, 0 where either is missing. When the first component is an amplitude, the first
-// three product rows become the residuals of its three parts.
+// Fills obs.obsWork1 with predData - obsData, 0 where either is missing. When the first component is an amplitude, the
+// first three product rows become the residuals of its three parts.
 void residualRows(const ObjectiveInputs& inputs);
 
-// adjointWork becomes the sum of the coefficients of all terms times the adjoint of their product, for the rows of residuals
-// (or, with amplitude data, the product rows) as they stand. Residual rows are first spread along the lines when there is an
-// integration interval. Not divided by the number of data.
+// adjointWork becomes the sum of the coefficients of all terms times the adjoint of their product, for the rows of
+// residuals (or, with amplitude data, the product rows) as they stand. Residual rows are first spread along the lines
+// when there is an integration interval. Not divided by the number of data.
 void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work);
 
 }  // namespace voxlith

@@ -5,7 +5,9 @@
 
 namespace voxlith {
 
-void initFocus(FocusSettings& focus) { focus.focusScale = 1.0; }
+void initFocus(FocusSettings& focus) {
+    focus.focusScale = 1.0;
+}
 
 float focusTerm(const FocusSettings& focus, std::span<const double> model, std::span<const float> depthWeight) {
     constexpr double smallestActiveThreshold = 10000.0;

@@ -1,5 +1,5 @@
-// The focus term of the model norm, which counts the cells that differ from 0. Its threshold is 0 in every run, and the term is
-// evaluated only above a large threshold: it is inert.
+// The focus term of the model norm, which counts the cells that differ from 0. Its threshold is 0 in every run, and the
+// term is evaluated only above a large threshold: it is inert.
 #pragma once
 
 #include <span>

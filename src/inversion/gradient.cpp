@@ -12,8 +12,8 @@ namespace voxlith {
 
 namespace {
 
-// The weight of the model type's own file, while the objective takes that of the first file for all types; types beyond the
-// last file take the last one. Empty when the products apply the weight.
+// The weight of the model type's own file, while the objective takes that of the first file for all types; types beyond
+// the last file take the last one. Empty when the products apply the weight.
 std::span<const float> depthWeightOfType(const ObjectiveInputs& inputs, std::size_t type) {
     if (!inputs.sensitivity.foldDepthWeight)
         return {};
@@ -54,8 +54,8 @@ void addModelParts(GradientMode mode, const ObjectiveInputs& inputs, std::span<c
                       out.subspan(type * cells, cells));
     inputs.timers.smoothness += clockSeconds() - start;
     for (std::size_t type = 0; type < inputs.modelTypes(); ++type) {
-        const auto reference = mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells)
-                                                              : std::span<const double>{};
+        const auto reference =
+            mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells) : std::span<const double>{};
         addReference(inputs, vector.subspan(type * cells, cells), reference, depthWeightOfType(inputs, type),
                      out.subspan(type * cells, cells));
     }

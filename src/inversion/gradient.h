@@ -19,12 +19,12 @@ struct GradientWork {
     std::span<double> productWork;  // (k, i, j) at least: adjoint of one product
 };
 
-// out (k, i, j, model type; not the array of `vector`) becomes half the derivative of the data and reference terms, plus the
-// differences of smoothness_terms.h and the barrier part; held cells get 0, the barrier part apart.
+// out (k, i, j, model type; not the array of `vector`) becomes half the derivative of the data and reference terms,
+// plus the differences of smoothness_terms.h and the barrier part; held cells get 0, the barrier part apart.
 //
-// In gradient mode this relies on obs.predData and the product rows as calcObjective left them at the same model, and must be
-// called directly behind it. In the other mode the forward product runs here, on `vector`, and the reference data enter
-// as in any forward run. Overwrites obs.obsWork1, the product rows and the work arrays. Allocates nothing.
+// In gradient mode this relies on obs.predData and the product rows as calcObjective left them at the same model, and
+// must be called directly behind it. In the other mode the forward product runs here, on `vector`, and the reference
+// data enter as in any forward run. Overwrites obs.obsWork1, the product rows and the work arrays. Allocates nothing.
 void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
                   std::span<const double> vector, const GradientWork& work, std::span<double> out);
 

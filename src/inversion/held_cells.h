@@ -11,8 +11,8 @@ namespace voxlith {
 
 constexpr std::int32_t heldByStyle = 2;  // code in fixedCell
 
-// With inversionStyle 1, 2 or 3 as many cells of a column are free as the style says; the cells below are held at their value
-// in `model` (k, i, j, model type), for every model type. Their boundType and nFixedCells stay as they were.
+// With inversionStyle 1, 2 or 3 as many cells of a column are free as the style says; the cells below are held at their
+// value in `model` (k, i, j, model type), for every model type. Their boundType and nFixedCells stay as they were.
 void holdDeepCells(std::int32_t inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
                    ModelBounds& bounds);
 

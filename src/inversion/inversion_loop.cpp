@@ -21,8 +21,8 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::int32_t memoryDepth = 10;             // corrections that the optimiser remembers
-constexpr std::int32_t firstPhase = -1;              // two optimiser steps more before the first conjugate-gradient step
+constexpr std::int32_t memoryDepth = 10;  // corrections that the optimiser remembers
+constexpr std::int32_t firstPhase = -1;   // two optimiser steps more before the first conjugate-gradient step
 constexpr std::int32_t conjugateGradientPhase = 10;
 constexpr std::int32_t restartPhase = 1;
 constexpr std::int32_t lastIterationsWithoutIt = 10;  // no conjugate-gradient step in the last iterations
@@ -74,12 +74,20 @@ Loop makeLoop(InversionProblem& problem, const LoopSettings& settings) {
     const ModelNaming naming{problem.obs.dataTypeCode[0], problem.nModelTypes, problem.modelLabel};
     const ModelWriting writing{problem.mesh, problem.sensitivity, settings.inversionStyle};
     const GradientWork work{std::span(arrays.modelWork).first(size), arrays.lbfgsWork};
-    return {problem, settings, inputs, naming, writing, work, std::span(arrays.model).first(size),
+    return {problem,
+            settings,
+            inputs,
+            naming,
+            writing,
+            work,
+            std::span(arrays.model).first(size),
             std::span(arrays.delm).first(size)};
 }
 
 // Adds the time since `start` to one of the overhead timers.
-void stopTimer(double& timer, double start) { timer += clockSeconds() - start; }
+void stopTimer(double& timer, double start) {
+    timer += clockSeconds() - start;
+}
 
 ObjectiveTerms evaluateObjective(Loop& loop) {
     const double start = clockSeconds();
@@ -110,8 +118,8 @@ void evaluateStart(Loop& loop) {
     state.barrier = startBarrier(loop.settings.positivityFlag, loop.problem.mesh, loop.model);
     state.iterTerms = calcObjective(loop.inputs, state.barrier, loop.model);
     initFocus(loop.inputs.focus);
-    // The gradient's timer has no start stamp yet and takes the plain clock reading; the overhead lines of earlier versions
-    // show the same.
+    // The gradient's timer has no start stamp yet and takes the plain clock reading; the overhead lines of earlier
+    // versions show the same.
     loop.problem.timers.calcGradient += clockSeconds();
 }
 
@@ -185,7 +193,8 @@ void optimiserIteration(Loop& loop) {
         evaluateGradient(loop);
         callOptimiser(loop);
     }
-    // Whatever else the optimiser answers (convergence, an error) stops nothing: the reports then repeat the terms before.
+    // Whatever else the optimiser answers (convergence, an error) stops nothing: the reports then repeat the terms
+    // before.
     if (taskIs(state.task, "NEW_X")) {
         writeGradientFile(loop.writing, loop.delm);
         state.iterTerms = state.fgTerms;
@@ -212,9 +221,8 @@ void conjugateGradientIteration(Loop& loop) {
 
     start = clockSeconds();
     float stepStart = firstStep;
-    const StepSearchResult search =
-        stepSearch(loop.inputs, state.barrier, problem.bounds, state.iterTerms, loop.delm, stepStart,
-                   std::span(problem.arrays.lbfgsWork).first(size), loop.model);
+    const StepSearchResult search = stepSearch(loop.inputs, state.barrier, problem.bounds, state.iterTerms, loop.delm,
+                                               stepStart, std::span(problem.arrays.lbfgsWork).first(size), loop.model);
     state.stepCount = search.stepCount;
     stopTimer(timers.stepSearch, start);
 

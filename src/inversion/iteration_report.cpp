@@ -8,7 +8,9 @@ namespace voxlith {
 
 namespace {
 
-TextLine& addReal(TextLine& line, double value) { return line.fixed(value, 14, 4); }
+TextLine& addReal(TextLine& line, double value) {
+    return line.fixed(value, 14, 4);
+}
 
 void logReal(Messages& messages, std::string_view text, double value) {
     TextLine line(text);
@@ -56,8 +58,8 @@ void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Bar
 
 void startProgressTable(LineFile& progressTable, const IterationRow& row) {
     writeLine(progressTable, "   Iterations    RMS_Misfit    Model_Norm    Total_Norm      Time");
-    writeLine(progressTable, rowStart(row.iteration, std::sqrt(row.terms.misfit), row.terms.refNorm + row.terms.smoothNorm,
-                                      std::sqrt(row.totalObjective)));
+    writeLine(progressTable, rowStart(row.iteration, std::sqrt(row.terms.misfit),
+                                      row.terms.refNorm + row.terms.smoothNorm, std::sqrt(row.totalObjective)));
 }
 
 void startScreenTable(const IterationRow& row) {

@@ -1,5 +1,6 @@
-// What the objective and its gradient read, and no iteration changes: one bundle, made once before the first evaluation. The
-// arrays behind the references that do change (predictions, residual rows, work arrays of the products) are named at each routine.
+// What the objective and its gradient read, and no iteration changes: one bundle, made once before the first
+// evaluation. The arrays behind the references that do change (predictions, residual rows, work arrays of the products)
+// are named at each routine.
 #pragma once
 
 #include <cstddef>
@@ -38,6 +39,8 @@ struct ObjectiveInputs {
 };
 
 // The surface styles (1, 2 and 3) have no differences along z.
-constexpr bool hasVerticalTerms(std::int32_t inversionStyle) { return inversionStyle == 0 || inversionStyle == 4; }
+constexpr bool hasVerticalTerms(std::int32_t inversionStyle) {
+    return inversionStyle == 0 || inversionStyle == 4;
+}
 
 }  // namespace voxlith

@@ -22,12 +22,12 @@ struct ModelNaming {
     const std::array<std::string, maxFiles>& modelLabel;
 };
 
-// "voxlith.kap" (magnetic) or "voxlith.rho"; with several model types "voxlith_" and the label, or the number in two digits when
-// the label is blank. `modelType` counts from 0.
+// "voxlith.kap" (magnetic) or "voxlith.rho"; with several model types "voxlith_" and the label, or the number in two
+// digits when the label is blank. `modelType` counts from 0.
 TextLine runningModelName(const ModelNaming& naming, std::size_t modelType);
 
-// "voxlith_iter_", the iteration in as many digits as `maxIterations` asks for, with several model types the label or the
-// number in two digits, and ".sus" (magnetic) or ".den".
+// "voxlith_iter_", the iteration in as many digits as `maxIterations` asks for, with several model types the label or
+// the number in two digits, and ".sus" (magnetic) or ".den".
 TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, std::int32_t maxIterations,
                             std::size_t modelType);
 

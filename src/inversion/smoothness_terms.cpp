@@ -90,8 +90,7 @@ double roughnessZ(const MeshGeometry& mesh, std::span<const double> model, std::
         const double* x = model.data() + start;
         const float* columnWeight = at(depthWeight, cell);
         for (std::size_t k = 0; k + 1 < n.nz; ++k) {
-            const double slope =
-                (value(x, columnWeight, k) - value(x, columnWeight, k + 1)) / distance(mesh.zWidth, k);
+            const double slope = (value(x, columnWeight, k) - value(x, columnWeight, k + 1)) / distance(mesh.zWidth, k);
             sum += static_cast<double>(wtZ[cell + k]) * (slope * slope);
         }
     }
