@@ -11,7 +11,7 @@ FIELD = ((65.0, 10.0, 50000.0), (65.0, 10.0))
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal
-1.0 0.02 1             ! trade-off, -, susceptibilities above zero
+30 0.02 1              ! trade-off, -, susceptibilities above zero
 tmi.mag                ! observed data
 tmi.mtx                ! sensitivities
 0.0001                 ! initial model, SI

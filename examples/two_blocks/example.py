@@ -11,7 +11,7 @@ BODIES = [Body('shallow block', (350, 600), (400, 650), (100, 250), 0.5),
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal
-0.003 0.02 1           ! trade-off, -, densities above zero
+0.01 0.02 1            ! trade-off, -, densities above zero
 gz.obs                 ! observed data
 gz.mtx                 ! sensitivities
 0.001                  ! initial model, g/cm3
@@ -31,7 +31,8 @@ def run(bench, report):
     bench.write('voxlith.inp', CONTROL)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
                 '--out', 'gz.obs', '--noise', '1,0.005', '--seed', 1)
-    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx')
+    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx',
+                '--depth-weight', '25,2.5')
     seconds = bench.voxlith('voxlith.inp')
     report.misfit(bench.progress(), 1.2)
     report.bodies(MESH, read_values(bench.path('voxlith.den')), BODIES, 'g/cm3')
