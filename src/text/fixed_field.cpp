@@ -8,35 +8,136 @@
 #include <cstring>
 #include <string_view>
 
+#include "text/rounded_digits.h"
+
 namespace voxlith {
 
 namespace {
+
+// Room for the largest double in fixed form with as many decimals as a field of a line can have.
+using NumberText = std::array<char, 1400>;
+
+constexpr auto makeDigitPairs() {
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}
+
+constexpr auto digitPairs = makeDigitPairs();
+
+char* copyText(char* out, std::string_view text) {
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+char* putBlanks(char* out, int count) {
+    std::memset(out, ' ', static_cast<std::size_t>(count));
+    return out + count;
+}
 
 char* putAsterisks(char* out, int width) {
     return std::fill_n(out, std::max(width, 0), '*');
 }
 
-// The parts of a field one after the other, right-aligned; the caller has made sure that they fit.
-char* putRight(char* out, int width, int used) {
-    return std::fill_n(out, width - used, ' ');
-}
-
-char* copyText(char* out, std::string_view text) {
-    return std::copy(text.begin(), text.end(), out);
+// The last `count` digits of `number`, with leading zeros.
+char* putDigits(char* out, std::uint64_t number, int count) {
+    char* const behind = out + count;
+    char* position = behind;
+    while (position - out >= 2) {
+        position -= 2;
+        std::memcpy(position, digitPairs.data() + 2 * (number % 100), 2);
+        number /= 100;
+    }
+    if (position != out) {
+        *out = static_cast<char>('0' + number % 10);
+    }
+    return behind;
 }
 
 char* putNotFinite(char* out, double value, int width) {
     const std::string_view sign = !std::isnan(value) && std::signbit(value) ? "-" : "";
-    const int signWidth = static_cast<int>(sign.size());
     std::string_view word = std::isnan(value) ? "NaN" : "Infinity";
-    if (static_cast<int>(word.size()) + signWidth > width) {
+    if (static_cast<int>(word.size() + sign.size()) > width) {
         word = word.substr(0, 3);
     }
-    const int used = static_cast<int>(word.size()) + signWidth;
+    const int used = static_cast<int>(word.size() + sign.size());
     if (used > width) {
         return putAsterisks(out, width);
     }
-    return copyText(copyText(putRight(out, width, used), sign), word);
+    return copyText(copyText(putBlanks(out, width - used), sign), word);
+}
+
+// The digits of a value that is not negative, with a point and at least one digit in front of it. Gives an empty text
+// when the number is longer than any field.
+std::string_view spellFixed(double value, int decimals, NumberText& text) {
+    char* const first = text.data();
+    char* behind = nullptr;
+    if (value < roundedDecimalsLimit && decimals <= mostRoundedDecimals) {
+        const std::uint64_t number = roundedDecimals(value, decimals);
+        const char* const plainEnd = std::to_chars(first, first + text.size(), number).ptr;
+        const int count = std::max(static_cast<int>(plainEnd - first), decimals + 1);
+        putDigits(first, number, count);
+        char* const point = first + count - decimals;
+        std::memmove(point + 1, point, static_cast<std::size_t>(decimals));
+        *point = '.';
+        behind = first + count + 1;
+    } else {
+        const auto [end, error] =
+            std::to_chars(first, first + text.size() - 1, value, std::chars_format::fixed, decimals);
+        if (error != std::errc()) {
+            return {};
+        }
+        behind = end;
+        if (decimals == 0) {
+            *behind++ = '.';
+        }
+    }
+    return {first, static_cast<std::size_t>(behind - first)};
+}
+
+// value = 0.DIGITS * 10^exponent, for a value that is not negative. False when there are more digits than any field
+// has.
+bool spellDigits(double value, int digits, NumberText& text, int& exponent) {
+    char* const first = text.data();
+    std::uint32_t rounded = 0;
+    if (value == 0) {
+        std::memset(first, '0', std::min(static_cast<std::size_t>(digits), text.size()));
+        exponent = 0;
+        return static_cast<std::size_t>(digits) <= text.size();
+    }
+    if (digits <= mostRoundedDigits && leadingDigits(value, digits, rounded, exponent)) {
+        putDigits(first, rounded, digits);
+        return true;
+    }
+    const auto [end, error] =
+        std::to_chars(first, first + text.size(), value, std::chars_format::scientific, digits - 1);
+    if (error != std::errc()) {
+        return false;
+    }
+    const char* const letter = std::find(first, end, 'e');
+    const char* const exponentDigits = letter[1] == '+' ? letter + 2 : letter + 1;
+    std::from_chars(exponentDigits, end, exponent);
+    ++exponent;
+    if (digits > 1) {
+        std::memmove(first + 1, first + 2, static_cast<std::size_t>(digits - 1));
+    }
+    return true;
+}
+
+// E+07, or +107 where the exponent has three digits.
+char* putExponentPart(char* out, int exponent) {
+    const char sign = exponent < 0 ? '-' : '+';
+    const std::uint64_t size = static_cast<std::uint64_t>(exponent < 0 ? -exponent : exponent);
+    if (size >= 100) {
+        *out++ = sign;
+        return putDigits(out, size, 3);
+    }
+    *out++ = 'E';
+    *out++ = sign;
+    return putDigits(out, size, 2);
 }
 
 }  // namespace
@@ -45,75 +146,36 @@ char* putFixed(char* out, double value, int width, int decimals) {
     if (!std::isfinite(value)) {
         return putNotFinite(out, value, width);
     }
-    std::array<char, 1400> digits;
-    const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size() - 1, std::fabs(value),
-                                            std::chars_format::fixed, std::max(decimals, 0));
-    if (error != std::errc()) {
-        return putAsterisks(out, width);
-    }
-    char* last = end;
-    if (decimals <= 0) {
-        *last++ = '.';
-    }
-    std::string_view number(digits.data(), static_cast<std::size_t>(last - digits.data()));
+    NumberText text;
+    std::string_view number = spellFixed(std::fabs(value), std::max(decimals, 0), text);
     const int signWidth = std::signbit(value) ? 1 : 0;
-    if (static_cast<int>(number.size()) + signWidth > width && number.size() > 2 && number[0] == '0') {
+    if (static_cast<int>(number.size()) + signWidth > width && decimals > 0 && !number.empty() && number[0] == '0') {
         number.remove_prefix(1);
     }
     const int used = static_cast<int>(number.size()) + signWidth;
-    if (used > width) {
+    if (used > width || number.empty()) {
         return putAsterisks(out, width);
     }
-    out = putRight(out, width, used);
-    return copyText(copyText(out, std::string_view("-", static_cast<std::size_t>(signWidth))), number);
+    out = putBlanks(out, width - used);
+    return copyText(copyText(out, signWidth == 1 ? "-" : ""), number);
 }
-
-namespace {
-
-// E+07, or +107 where the exponent has three digits.
-char* putExponentPart(char* out, int exponent) {
-    const int size = exponent < 0 ? -exponent : exponent;
-    if (size < 100) {
-        *out++ = 'E';
-    }
-    *out++ = exponent < 0 ? '-' : '+';
-    if (size >= 100) {
-        *out++ = static_cast<char>('0' + size / 100);
-    }
-    *out++ = static_cast<char>('0' + size / 10 % 10);
-    *out++ = static_cast<char>('0' + size % 10);
-    return out;
-}
-
-}  // namespace
 
 char* putExponent(char* out, double value, int width, int digits) {
     if (!std::isfinite(value)) {
         return putNotFinite(out, value, width);
     }
     const int signWidth = std::signbit(value) ? 1 : 0;
-    const int needed = signWidth + 1 + digits + 4;
-    if (digits < 1 || needed > width) {
-        return putAsterisks(out, width);
-    }
-    std::array<char, 1400> text;
-    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), std::fabs(value),
-                                            std::chars_format::scientific, digits - 1);
-    if (error != std::errc()) {
-        return putAsterisks(out, width);
-    }
-    const char* mark = std::find(text.data(), end, 'e');
+    const int needed = signWidth + 1 + digits + 4;  // without the leading zero
+    NumberText text;
     int exponent = 0;
-    std::from_chars(mark[1] == '+' ? mark + 2 : mark + 1, end, exponent);
-    exponent = value == 0 ? 0 : exponent + 1;
+    if (digits < 1 || needed > width || !spellDigits(std::fabs(value), digits, text, exponent)) {
+        return putAsterisks(out, width);
+    }
     const bool leadingZero = needed < width;
-    out = putRight(out, width, needed + (leadingZero ? 1 : 0));
+    out = putBlanks(out, leadingZero ? width - needed - 1 : 0);
     out = copyText(out, signWidth == 1 ? "-" : "");
     out = copyText(out, leadingZero ? "0." : ".");
-    *out++ = text[0];
-    if (digits > 1) {
-        out = copyText(out, std::string_view(text.data() + 2, static_cast<std::size_t>(digits - 1)));
-    }
+    out = copyText(out, {text.data(), static_cast<std::size_t>(digits)});
     return putExponentPart(out, exponent);
 }
 
@@ -131,7 +193,7 @@ char* putIntegerZeros(char* out, std::int64_t value, int width, int digits) {
     if (used > width) {
         return putAsterisks(out, width);
     }
-    out = putRight(out, width, used);
+    out = putBlanks(out, width - used);
     out = copyText(out, value < 0 ? "-" : "");
     return copyText(std::fill_n(out, zeros, '0'), number);
 }
