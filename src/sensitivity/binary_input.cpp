@@ -51,10 +51,10 @@ std::size_t copyHeld(const BinaryInput& input, std::byte* target, std::size_t by
     return count;
 }
 
-[[noreturn]] void throwEarlyEnd(const BinaryInput& input, std::int64_t bytes, std::string_view what) {
+[[noreturn]] void throwEarlyEnd(const BinaryInput& input, std::int64_t bytes, std::int64_t left,
+                                std::string_view what) {
     std::string expected(what);
     expected.append(" (").append(std::to_string(bytes)).append(bytes == 1 ? " byte)" : " bytes)");
-    const std::int64_t left = std::max<std::int64_t>(0, input.size - input.position);
     throwDamage(input, expected, "only " + std::to_string(left) + " to the end of the file");
 }
 
@@ -106,7 +106,7 @@ void closeBinaryInput(BinaryInput& input) {
         ::close(input.handle);
     }
     input.handle = -1;
-    input.block = {};
+    std::vector<std::byte>().swap(input.block);
     input.blockLength = 0;
 }
 
@@ -152,7 +152,7 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
             got = copyHeld(input, out + done, missing, from);
         }
         if (got == 0) {
-            throwEarlyEnd(input, static_cast<std::int64_t>(bytes), what);
+            throwEarlyEnd(input, static_cast<std::int64_t>(bytes), static_cast<std::int64_t>(done), what);
         }
         done += got;
     }
@@ -160,8 +160,9 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
 }
 
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what) {
-    if (bytes > input.size - input.position) {
-        throwEarlyEnd(input, bytes, what);
+    const std::int64_t left = std::max<std::int64_t>(0, input.size - input.position);
+    if (bytes > left) {
+        throwEarlyEnd(input, bytes, left, what);
     }
 }
 

@@ -18,8 +18,6 @@ namespace {
 constexpr std::string_view magic = "VX3D";
 constexpr std::int64_t stationBytes = 28;
 
-// The number of data and the numbers of cells are the only sizes that a file announces long before the bytes
-// themselves.
 constexpr std::string_view rowCountText = "the count of a row";
 
 [[noreturn]] void stopAtMismatch(Messages& messages, std::string_view logText, std::string_view screenText) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -218,7 +219,9 @@ MtxBytes buildMtx(const MtxContents& contents, MtxLayout layout) {
 }
 
 void writeFileBytes(const std::string& name, const std::vector<unsigned char>& bytes) {
-    std::ofstream file(name, std::ios::binary | std::ios::trunc);
+    // A new file each time: some file systems wait for the disk when a file is cut to nothing and written again.
+    std::remove(name.c_str());
+    std::ofstream file(name, std::ios::binary);
     file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file) {

@@ -1,0 +1,108 @@
+#include "sensitivity/gtg_diagonal.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "sensitivity/mtx_reading.h"
+#include "support/mtx_builder.h"
+#include "support/temporary_folder.h"
+
+namespace voxlith {
+namespace {
+
+class GtgDiagonalTest : public testing::Test {
+protected:
+    testing_support::TemporaryFolder folder;
+
+    std::vector<double> diagonalOf(const MtxContents& contents) {
+        const std::string name = folder.file("g.mtx");
+        writeMtx(name, contents, MtxLayout::record);
+        MtxReading reading;
+        reading.readFiles({name});
+        EXPECT_TRUE(reading.sensitivity.header.recordForm);
+        mesh = reading.mesh;
+        filter = reading.sensitivity.filter;
+        return reading.sensitivity.gtgdiag;
+    }
+
+    MeshGeometry mesh;
+    WaveletFilter filter;
+};
+
+TEST_F(GtgDiagonalTest, withoutATransformSquaresOfTheCoefficientsStandInTheirCells) {
+    // Padded extents of 4 and less are not transformed: position z + npz (x - 1) + npz npx (y - 1).
+    MtxContents contents = smallMtxContents(2, {3, 2, 4}, {4, 3, 4});
+    contents.rows[0] = {
+        {1 + 4 * 1 + 12 * 2, 4 + 4 * 2 + 12 * 0}, {3.0F, 100.0F}, false};         // (1,2,3), and outside the mesh
+    contents.rows[1] = {{1 + 4 * 1 + 12 * 2, 4, 4}, {0.5F, 9.0F, -2.0F}, false};  // a repeated index: the last stands
+    const std::vector<double> diagonal = diagonalOf(contents);
+    for (std::size_t c = 0; c < diagonal.size(); ++c) {
+        const double expected = c == mesh.cell(0, 1, 2) ? 9.25 : (c == mesh.cell(3, 0, 0) ? 4.0 : 0.0);
+        EXPECT_EQ(diagonal[c], expected) << c;
+    }
+}
+
+TEST_F(GtgDiagonalTest, isTheSumOfSquaresOfTheRowsAppliedToSingleCells) {
+    // Element (r, cell) of G is the stored row times the forward transform of a model of 1 in that cell.
+    constexpr unsigned seed = 77;
+    std::mt19937 random(seed);
+    MtxContents contents = smallMtxContents(5, {3, 7, 5}, {4, 8, 8});
+    for (MtxRow& row : contents.rows) {
+        row = {};
+        for (std::int32_t position = 1; position <= 256; position += 1 + static_cast<std::int32_t>(random() % 9)) {
+            row.index.push_back(position);
+            row.value.push_back(static_cast<float>(random() % 2000) / 1000.0F - 1.0F);
+        }
+    }
+    const std::vector<double> diagonal = diagonalOf(contents);
+    const PaddedExtents extents = paddedExtentsOf(mesh);
+    std::vector<double> work(waveletWorkSize(extents));
+    std::vector<double> padded(extents.total());
+    std::vector<double> model(mesh.cellCount(), 0.0);
+    for (std::size_t c = 0; c < model.size(); ++c) {
+        model[c] = 1.0;
+        padCells(model, {}, mesh, padded);
+        model[c] = 0.0;
+        waveletTransform3D(padded, extents, filter, WaveletDirection::forward, work);
+        double sum = 0;
+        for (const MtxRow& row : contents.rows) {
+            double element = 0;
+            for (std::size_t k = 0; k < row.index.size(); ++k) {
+                element += static_cast<double>(row.value[k]) * padded[static_cast<std::size_t>(row.index[k]) - 1];
+            }
+            sum += element * element;
+        }
+        EXPECT_NEAR(diagonal[c], sum, 1e-12 * (1 + sum)) << "cell " << c << " seed " << seed;
+    }
+}
+
+TEST_F(GtgDiagonalTest, surfaceStylesRepeatTheLastLayerDownTheColumn) {
+    MtxContents contents = smallMtxContents(2, {3, 5, 4}, {4, 8, 2});
+    const std::vector<double> diagonal = diagonalOf(contents);
+    for (std::size_t j = 0; j < 3; ++j) {
+        for (std::size_t i = 0; i < 5; ++i) {
+            EXPECT_EQ(diagonal[mesh.cell(2, i, j)], diagonal[mesh.cell(1, i, j)]);
+            EXPECT_EQ(diagonal[mesh.cell(3, i, j)], diagonal[mesh.cell(1, i, j)]);
+        }
+    }
+}
+
+TEST_F(GtgDiagonalTest, emptyRowsAddNothing) {
+    MtxContents contents = smallMtxContents(3, {3, 5, 4}, {4, 8, 4});
+    for (MtxRow& row : contents.rows) {
+        row = {};
+    }
+    EXPECT_EQ(diagonalOf(contents), std::vector<double>(60, 0.0));
+}
+
+TEST_F(GtgDiagonalTest, anIndexOutsideThePaddedArrayIsDamage) {
+    MtxContents contents = smallMtxContents(3, {3, 5, 4}, {4, 8, 4});
+    contents.rows[1].index[1] = 129;
+    const std::string message = runErrorOf([&] { diagonalOf(contents); });
+    EXPECT_NE(message.find("expected a coefficient index within 1 to 128, found 129"), std::string::npos) << message;
+}
+
+}  // namespace
+}  // namespace voxlith

@@ -1,0 +1,217 @@
+// Files cut short or changed anywhere: a clear message or a valid reading, never anything else.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include "sensitivity/mtx_reading.h"
+#include "support/mtx_builder.h"
+#include "support/temporary_folder.h"
+
+namespace voxlith {
+namespace {
+
+constexpr MtxLayout allLayouts[] = {MtxLayout::tagged, MtxLayout::bare, MtxLayout::record};
+
+MtxContents validContents(MtxLayout layout) {
+    MtxContents contents = smallMtxContents(3, {3, 2, 6}, {4, 4, 8});
+    if (layout != MtxLayout::record) {
+        contents.rows[1].dense = true;
+        contents.rows[1].value.assign(128, 0.25F);
+    }
+    return contents;
+}
+
+void expectOneClearLine(const std::string& message, const std::string& name) {
+    EXPECT_EQ(message.find(name + ": byte "), 0U) << message;
+    EXPECT_NE(message.find(": expected "), std::string::npos) << message;
+    EXPECT_NE(message.find(", found "), std::string::npos) << message;
+    EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+}
+
+// What a run may rely on once everything has been read.
+void expectUsable(const MtxReading& reading) {
+    const Sensitivity& sensitivity = reading.sensitivity;
+    const std::vector<std::int64_t>& offset = sensitivity.store.rowOffset;
+    ASSERT_EQ(offset.front(), 1);
+    for (std::size_t r = 1; r < offset.size(); ++r) {
+        ASSERT_GE(offset[r], offset[r - 1]);
+    }
+    for (std::int64_t p = 0; p < sensitivity.store.capacity; ++p) {
+        ASSERT_GE(sensitivity.store.coefIndex[static_cast<std::size_t>(p)], 1);
+        ASSERT_LE(sensitivity.store.coefIndex[static_cast<std::size_t>(p)], sensitivity.header.nPadTotal);
+    }
+    ASSERT_GE(reading.mesh.npx, reading.mesh.nx);
+    ASSERT_GE(reading.mesh.npy, reading.mesh.ny);
+    ASSERT_EQ(sensitivity.header.nPadded, std::int64_t{reading.mesh.npx} * reading.mesh.npy * reading.mesh.npz);
+}
+
+class MtxDamageTest : public testing::TestWithParam<MtxLayout> {
+protected:
+    testing_support::TemporaryFolder folder;
+    const std::string name = folder.file("damaged.mtx");
+
+    // True when the file could be read; otherwise it must have given one clear line.
+    bool readsOrTells(const std::vector<unsigned char>& bytes) {
+        writeFileBytes(name, bytes);
+        MtxReading reading;
+        const std::string message = runErrorOf([&] {
+            reading.readFiles({name});
+            reading.load();
+        });
+        if (!message.empty()) {
+            expectOneClearLine(message, name);
+            return false;
+        }
+        expectUsable(reading);
+        return true;
+    }
+
+    std::string messageAfter(const MtxContents& contents, MtxLayout layout) {
+        writeMtx(name, contents, layout);
+        MtxReading reading;
+        return runErrorOf([&] {
+            reading.readFiles({name});
+            reading.load();
+        });
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(layouts, MtxDamageTest, testing::ValuesIn(allLayouts));
+
+TEST_P(MtxDamageTest, theUndamagedFileReads) {
+    EXPECT_TRUE(readsOrTells(buildMtx(validContents(GetParam()), GetParam()).bytes));
+}
+
+TEST_P(MtxDamageTest, anEndAnywhereIsTold) {
+    const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
+    for (std::size_t length = 0; length < file.bytes.size(); ++length) {
+        const auto end = file.bytes.begin() + static_cast<std::ptrdiff_t>(length);
+        EXPECT_FALSE(readsOrTells({file.bytes.begin(), end})) << "cut to " << length << " bytes";
+    }
+}
+
+TEST_P(MtxDamageTest, anyByteMayBeWrong) {
+    const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
+    int refused = 0;
+    for (std::size_t place = 0; place < file.bytes.size(); ++place) {
+        for (const unsigned change : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 128U, 255U}) {
+            MtxBytes changed = file;
+            changed.bytes[place] = static_cast<unsigned char>(changed.bytes[place] ^ change);
+            SCOPED_TRACE("byte " + std::to_string(place) + " changed by " + std::to_string(change));
+            refused += readsOrTells(changed.bytes) ? 0 : 1;
+        }
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(refused, 100);
+}
+
+TEST_P(MtxDamageTest, everyCountWithExtremeValues) {
+    const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
+    std::vector<std::size_t> counts{file.places.tapCount};
+    for (std::size_t k = 0; k < 12; k += 4) {
+        counts.push_back(file.places.meshCounts + k);
+        counts.push_back(file.places.paddedCounts + k);
+    }
+    counts.push_back(GetParam() == MtxLayout::tagged ? 12 : 4);
+    for (const std::size_t place : counts) {
+        for (const std::int32_t value : {0, -1, std::numeric_limits<std::int32_t>::min(), 1 << 20, 1 << 30,
+                                         std::numeric_limits<std::int32_t>::max()}) {
+            MtxBytes changed = file;
+            std::memcpy(changed.bytes.data() + place, &value, sizeof value);
+            EXPECT_FALSE(readsOrTells(changed.bytes)) << place << ' ' << value;
+        }
+    }
+}
+
+TEST_P(MtxDamageTest, indicesOutsideThePaddedArrayAreToldWithTheirByte) {
+    const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
+    const std::size_t place = file.places.rowCount[2] + 8;  // the second index of the third row
+    for (const std::int32_t index : {0, -1, 129, std::numeric_limits<std::int32_t>::min()}) {
+        MtxBytes changed = file;
+        std::memcpy(changed.bytes.data() + place, &index, sizeof index);
+        writeFileBytes(name, changed.bytes);
+        MtxReading reading;
+        EXPECT_EQ(runErrorOf([&] {
+                      reading.readFiles({name});
+                      reading.load();
+                  }),
+                  name + ": byte " + std::to_string(place) + ": expected a coefficient index within 1 to 128, found " +
+                      std::to_string(index));
+    }
+}
+
+TEST_P(MtxDamageTest, paddedExtentsMustSuitTheTransformAndTheMesh) {
+    MtxContents contents = validContents(GetParam());
+    contents.npz = 12;
+    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npz to be a power of two, found 12"),
+              std::string::npos);
+    contents.npz = 3;  // not transformed: any extent will do
+    contents.rows = smallMtxContents(3, {3, 2, 6}, {4, 4, 2}).rows;
+    EXPECT_EQ(messageAfter(contents, GetParam()).find("power"), std::string::npos);
+    contents = validContents(GetParam());
+    contents.npy = 2;
+    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npy of 3 or more, found 2"), std::string::npos);
+    contents = validContents(GetParam());
+    contents.npx = 1;
+    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npx of 2 or more, found 1"), std::string::npos);
+}
+
+TEST_P(MtxDamageTest, extentsThatAreNotTransformedNeedNotBePowersOfTwo) {
+    MtxContents contents = smallMtxContents(3, {3, 3, 3}, {3, 3, 3});
+    EXPECT_EQ(messageAfter(contents, GetParam()), "");
+}
+
+TEST_P(MtxDamageTest, aPaddedMeshFarBeyondTheMeshIsAbsurd) {
+    MtxContents contents = validContents(GetParam());
+    contents.npx = contents.npy = contents.npz = 1024;
+    EXPECT_NE(messageAfter(contents, GetParam()).find("found 1024 x 1024 x 1024"), std::string::npos);
+}
+
+TEST_P(MtxDamageTest, tapsAndNodesMustBeFinite) {
+    for (const double bad : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity()}) {
+        MtxContents contents = validContents(GetParam());
+        contents.coefLow[2] = static_cast<float>(bad);
+        EXPECT_NE(messageAfter(contents, GetParam()).find("expected the low-pass taps to be finite"),
+                  std::string::npos);
+        for (auto axis : {&MtxContents::yNode, &MtxContents::xNode, &MtxContents::zNode}) {
+            contents = validContents(GetParam());
+            (contents.*axis).back() = bad;
+            const std::string message = messageAfter(contents, GetParam());
+            EXPECT_NE(message.find("nodes to be finite"), std::string::npos) << message;
+        }
+    }
+}
+
+TEST(MtxSecondFile, anyByteOfItMayBeWrong) {
+    const testing_support::TemporaryFolder folder;
+    const std::string first = folder.file("first.mtx");
+    const std::string second = folder.file("second.mtx");
+    writeMtx(first, validContents(MtxLayout::tagged), MtxLayout::tagged);
+    const MtxBytes file = buildMtx(validContents(MtxLayout::tagged), MtxLayout::tagged);
+    testing::internal::CaptureStdout();
+    int stops = 0;
+    for (std::size_t place = 0; place < file.bytes.size(); ++place) {
+        for (const unsigned change : {1U, 128U, 255U}) {
+            MtxBytes changed = file;
+            changed.bytes[place] = static_cast<unsigned char>(changed.bytes[place] ^ change);
+            writeFileBytes(second, changed.bytes);
+            MtxReading reading(2);
+            try {
+                reading.readFiles({first, second});
+                reading.load();
+                expectUsable(reading);
+            } catch (const PlainStop&) {
+                ++stops;
+            } catch (const RunError& error) {
+                expectOneClearLine(error.what(), second);
+            }
+        }
+    }
+    testing::internal::GetCapturedStdout();
+    EXPECT_GT(stops, 3 * 4 * 7);  // number of data, mesh, padded mesh, and of taps
+}
+
+}  // namespace
+}  // namespace voxlith
