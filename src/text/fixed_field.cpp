@@ -98,31 +98,32 @@ std::string_view spellFixed(double value, int decimals, NumberText& text) {
     return {first, static_cast<std::size_t>(behind - first)};
 }
 
-// value = 0.DIGITS * 10^exponent, for a value that is not negative. False when there are more digits than any field
-// has.
-bool spellDigits(double value, int digits, NumberText& text, int& exponent) {
-    char* const first = text.data();
+// Puts the digits of value = 0.DIGITS * 10^exponent, for a value that is not negative. False when there are more than
+// any field has.
+bool putLeadingDigits(char* out, double value, int digits, int& exponent) {
     std::uint32_t rounded = 0;
+    exponent = 0;
     if (value == 0) {
-        std::memset(first, '0', std::min(static_cast<std::size_t>(digits), text.size()));
-        exponent = 0;
-        return static_cast<std::size_t>(digits) <= text.size();
-    }
-    if (digits <= mostRoundedDigits && leadingDigits(value, digits, rounded, exponent)) {
-        putDigits(first, rounded, digits);
+        std::memset(out, '0', static_cast<std::size_t>(digits));
         return true;
     }
+    if (digits <= mostRoundedDigits && leadingDigits(value, digits, rounded, exponent)) {
+        putDigits(out, rounded, digits);
+        return true;
+    }
+    NumberText text;
     const auto [end, error] =
-        std::to_chars(first, first + text.size(), value, std::chars_format::scientific, digits - 1);
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::scientific, digits - 1);
     if (error != std::errc()) {
         return false;
     }
-    const char* const letter = std::find(first, end, 'e');
+    const char* const letter = std::find(text.data(), end, 'e');
     const char* const exponentDigits = letter[1] == '+' ? letter + 2 : letter + 1;
     std::from_chars(exponentDigits, end, exponent);
     ++exponent;
+    *out = text[0];
     if (digits > 1) {
-        std::memmove(first + 1, first + 2, static_cast<std::size_t>(digits - 1));
+        std::memcpy(out + 1, text.data() + 2, static_cast<std::size_t>(digits - 1));
     }
     return true;
 }
@@ -166,17 +167,27 @@ char* putExponent(char* out, double value, int width, int digits) {
     }
     const int signWidth = std::signbit(value) ? 1 : 0;
     const int needed = signWidth + 1 + digits + 4;  // without the leading zero
-    NumberText text;
-    int exponent = 0;
-    if (digits < 1 || needed > width || !spellDigits(std::fabs(value), digits, text, exponent)) {
+    if (digits < 1 || needed > width) {
         return putAsterisks(out, width);
     }
-    const bool leadingZero = needed < width;
-    out = putBlanks(out, leadingZero ? width - needed - 1 : 0);
-    out = copyText(out, signWidth == 1 ? "-" : "");
-    out = copyText(out, leadingZero ? "0." : ".");
-    out = copyText(out, {text.data(), static_cast<std::size_t>(digits)});
-    return putExponentPart(out, exponent);
+    // From the right to the left: the places of the digits and of the exponent are fixed.
+    char* position = out + width - 4 - digits;
+    int exponent = 0;
+    if (!putLeadingDigits(position, std::fabs(value), digits, exponent)) {
+        return putAsterisks(out, width);
+    }
+    putExponentPart(position + digits, exponent);
+    *--position = '.';
+    if (needed < width) {
+        *--position = '0';
+    }
+    if (signWidth == 1) {
+        *--position = '-';
+    }
+    while (position > out) {
+        *--position = ' ';
+    }
+    return out + width;
 }
 
 char* putInteger(char* out, std::int64_t value, int width) {

@@ -141,6 +141,7 @@ std::size_t takePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
     // Behind the last separator a word may go on in the next block. Before it every scan of a word ends at a separator.
     const std::size_t lastSeparator = input.ahead.find_last_of(separators);
     const char* const end = position + (lastSeparator == std::string_view::npos ? 0 : lastSeparator);
+    const char* const limit = position + input.ahead.size();
     std::int64_t lineEnds = 0;
     std::size_t count = 0;
     bool commaPending = read.commaPending;
@@ -156,7 +157,7 @@ std::size_t takePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
         if (position >= end) {
             break;
         }
-        const char* const behind = scanPlainNumber(position, targets[count]);
+        const char* const behind = scanPlainNumber(position, limit, targets[count]);
         if (behind == nullptr) {
             break;
         }

@@ -5,9 +5,12 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <type_traits>
 
 #include "text/free_format.h"
+#include "text/powers_of_ten.h"
 
 namespace voxlith {
 
@@ -130,9 +133,6 @@ bool wordToReal(std::string_view word, Real& target) {
     return true;
 }
 
-constexpr std::array<double, 23> exactPowers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-
 // A decimal number as it was written: mantissa times ten to the power of exponent.
 struct Decimal {
     std::uint64_t mantissa = 0;
@@ -140,22 +140,70 @@ struct Decimal {
     bool negative = false;
 };
 
+// Up to eight digits at `position`, where eight characters can be read: their value, and how many they are. All eight
+// are taken at once (a multiplication joins neighbours, then pairs, then fours).
+std::uint64_t eightDigits(const char* position, int& count) {
+    constexpr std::uint64_t eachByte = 0x0101010101010101;
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, position, sizeof bytes);
+    bytes ^= '0' * eachByte;
+    const std::uint64_t noDigits = (((bytes & 0x7f * eachByte) + 0x76 * eachByte) | bytes) & 0x80 * eachByte;
+    count = std::countr_zero(noDigits) / 8;
+    if (count == 0) {
+        return 0;
+    }
+    bytes <<= 64 - 8 * count;
+    bytes = (bytes * 10 + (bytes >> 8)) & 0x00ff00ff00ff00ff;
+    bytes = (bytes * 100 + (bytes >> 16)) & 0x0000ffff0000ffff;
+    return (bytes * 10000 + (bytes >> 32)) & 0xffffffff;
+}
+
+constexpr std::array<std::uint64_t, 9> wholePowers = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+// Joins the digits at `position` to the mantissa; gives the place behind them.
+const char* joinDigits(const char* position, const char* limit, std::uint64_t& mantissa) {
+    if constexpr (std::endian::native == std::endian::little) {
+        while (limit - position >= 8) {
+            int count = 0;
+            const std::uint64_t value = eightDigits(position, count);
+            mantissa = mantissa * wholePowers[static_cast<std::size_t>(count)] + value;
+            position += count;
+            if (count < 8) {
+                return position;
+            }
+        }
+    }
+    while (isDigit(*position)) {
+        mantissa = 10 * mantissa + static_cast<std::uint64_t>(*position++ - '0');
+    }
+    return position;
+}
+
+// Goes over an exponent behind E or D. Null pointer for other spellings.
+const char* scanExponent(const char* position, std::int32_t& exponent) {
+    const bool negative = *position == '-';
+    position += *position == '-' || *position == '+' ? 1 : 0;
+    const char* const first = position;
+    while (isDigit(*position) && position - first < 5) {
+        exponent = 10 * exponent + (*position++ - '0');
+    }
+    exponent = negative ? -exponent : exponent;
+    return position == first ? nullptr : position;
+}
+
 // Reads the usual spellings of at most 19 digits. Null pointer for everything else.
-const char* scanDecimal(const char* position, Decimal& decimal) {
+const char* scanDecimal(const char* position, const char* limit, Decimal& decimal) {
     decimal.negative = *position == '-';
     position += *position == '-' || *position == '+' ? 1 : 0;
     const char* const first = position;
-    std::uint64_t mantissa = 0;
     while (isDigit(*position)) {
-        mantissa = 10 * mantissa + static_cast<std::uint64_t>(*position++ - '0');
+        decimal.mantissa = 10 * decimal.mantissa + static_cast<std::uint64_t>(*position++ - '0');
     }
     std::ptrdiff_t digits = position - first;
     std::ptrdiff_t fractionDigits = 0;
     if (*position == '.') {
-        const char* const firstFraction = ++position;
-        while (isDigit(*position)) {
-            mantissa = 10 * mantissa + static_cast<std::uint64_t>(*position++ - '0');
-        }
+        const char* const firstFraction = position + 1;
+        position = joinDigits(firstFraction, limit, decimal.mantissa);
         fractionDigits = position - firstFraction;
         digits += fractionDigits;
     }
@@ -164,51 +212,52 @@ const char* scanDecimal(const char* position, Decimal& decimal) {
     }
     std::int32_t exponent = 0;
     if (const char letter = lower(*position); letter == 'e' || letter == 'd') {
-        ++position;
-        const bool negativeExponent = *position == '-';
-        position += *position == '-' || *position == '+' ? 1 : 0;
-        const char* const firstExponent = position;
-        while (isDigit(*position) && position - firstExponent < 5) {
-            exponent = 10 * exponent + (*position++ - '0');
-        }
-        if (position == firstExponent) {
+        position = scanExponent(position + 1, exponent);
+        if (position == nullptr) {
             return nullptr;
         }
-        exponent = negativeExponent ? -exponent : exponent;
     }
-    decimal.mantissa = mantissa;
     decimal.exponent = exponent - static_cast<std::int32_t>(fractionDigits);
     return endsWord(*position) ? position : nullptr;
 }
 
-// Mantissa and power of ten are both exact in a double, so their product or quotient is rounded once (Clinger, "How to
-// read floating point numbers accurately", 1990).
-bool convertExactly(const Decimal& decimal, double& value) {
-    if (decimal.mantissa > (std::uint64_t{1} << 53) || decimal.exponent < -22 || decimal.exponent > 22) {
+// The value of a decimal number, rounded once to the precision of Real. False where the 64 binary digits of the power
+// of ten do not tell on which side of a middle between two neighbours the number lies, and outside the normal range.
+template <class Real>
+bool convertDecimal(const Decimal& decimal, Real& value) {
+    using Bits = std::conditional_t<sizeof(Real) == 8, std::uint64_t, std::uint32_t>;
+    constexpr int precision = std::numeric_limits<Real>::digits;
+    constexpr int bias = std::numeric_limits<Real>::max_exponent - 1;
+    if (decimal.mantissa == 0) {
+        value = decimal.negative ? -Real{0} : Real{0};
+        return true;
+    }
+    if (decimal.exponent < lowestPower || decimal.exponent > highestPower) {
         return false;
     }
-    value = static_cast<double>(decimal.mantissa);
-    if (decimal.exponent < 0) {
-        value /= exactPowers[static_cast<std::size_t>(-decimal.exponent)];
-    } else {
-        value *= exactPowers[static_cast<std::size_t>(decimal.exponent)];
+    const PowerOfTen& power = powerOfTen(decimal.exponent);
+    const int leadingZeros = std::countl_zero(decimal.mantissa);
+    const std::uint64_t product = highProduct(decimal.mantissa << leadingZeros, power);
+    const int dropped = 64 - std::countl_zero(product) - precision;
+    const std::uint64_t half = std::uint64_t{1} << (dropped - 1);
+    const std::uint64_t rest = product & (2 * half - 1);
+    // The field of a number whose significand has its top bit at 2^(precision - 1); rounding up may carry into it.
+    const int field = power.binaryExponent + 64 - leadingZeros + dropped + precision - 1 + bias;
+    if (rest == half || rest == half - 1 || field < 1 || field >= 2 * bias) {
+        return false;
     }
-    value = decimal.negative ? -value : value;
+    const Bits significand = static_cast<Bits>((product >> dropped) + (rest > half ? 1 : 0));
+    const Bits topBit = Bits{1} << (precision - 1);
+    const Bits sign = decimal.negative ? Bits{1} << (8 * sizeof(Real) - 1) : Bits{0};
+    value = std::bit_cast<Real>(sign | ((static_cast<Bits>(field) << (precision - 1)) + (significand - topBit)));
     return true;
 }
 
-// A double that was rounded once may be rounded again to a float unless it lies exactly halfway between two of them:
-// only then can the first rounding have hidden on which side the number was. Floats below the normal ones have other
-// halfway points.
-bool narrowExactly(double value, float& target) {
-    constexpr std::uint64_t droppedBits = (std::uint64_t{1} << 29) - 1;
-    const bool halfway = (std::bit_cast<std::uint64_t>(value) & droppedBits) == std::uint64_t{1} << 28;
-    const double size = value < 0 ? -value : value;
-    if (halfway || (size < 1.2e-38 && size > 0) || size > 3.4e38) {
-        return false;
-    }
-    target = static_cast<float>(value);
-    return true;
+template <class Real>
+const char* scanPlainReal(const char* word, const char* limit, Real& target) {
+    Decimal decimal;
+    const char* const behind = scanDecimal(word, limit, decimal);
+    return behind != nullptr && convertDecimal(decimal, target) ? behind : nullptr;
 }
 
 }  // namespace
@@ -234,19 +283,11 @@ bool wordToNumber(std::string_view word, std::int32_t& target) {
     return true;
 }
 
-const char* scanPlainNumber(const char* word, double& target) {
-    Decimal decimal;
-    const char* const behind = scanDecimal(word, decimal);
-    if (behind == nullptr || !convertExactly(decimal, target)) {
-        return nullptr;
-    }
-    return behind;
+const char* scanPlainNumber(const char* word, const char* limit, double& target) {
+    return scanPlainReal(word, limit, target);
 }
-
-const char* scanPlainNumber(const char* word, float& target) {
-    double value = 0;
-    const char* const behind = scanPlainNumber(word, value);
-    return behind != nullptr && narrowExactly(value, target) ? behind : nullptr;
+const char* scanPlainNumber(const char* word, const char* limit, float& target) {
+    return scanPlainReal(word, limit, target);
 }
 
 }  // namespace voxlith

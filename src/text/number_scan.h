@@ -20,9 +20,9 @@ bool wordToNumber(std::string_view word, float& target);
 bool wordToNumber(std::string_view word, std::int32_t& target);
 
 // The number that begins at `word` when it is of the usual spelling; gives the place behind it, or a null pointer, with
-// the target unchanged, when the word needs wordToNumber. A separator must stand somewhere behind: nothing is read
-// beyond it.
-const char* scanPlainNumber(const char* word, double& target);
-const char* scanPlainNumber(const char* word, float& target);
+// the target unchanged, when the word needs wordToNumber. The word must be followed by a separator; the characters up
+// to `limit`, behind that separator, can be read.
+const char* scanPlainNumber(const char* word, const char* limit, double& target);
+const char* scanPlainNumber(const char* word, const char* limit, float& target);
 
 }  // namespace voxlith

@@ -4,92 +4,11 @@
 #include <bit>
 #include <cstddef>
 
+#include "text/powers_of_ten.h"
+
 namespace voxlith {
 
 namespace {
-
-__extension__ typedef unsigned __int128 DoubleWord;
-
-constexpr int lowestPower = -310;
-constexpr int highestPower = 340;
-
-// 10^p = (significand + error) * 2^(binaryExponent), with significand >= 2^63 and 0 <= error < 1.
-struct PowerOfTen {
-    std::uint64_t significand = 0;
-    std::int32_t binaryExponent = 0;
-};
-
-// A number of 192 bits while the table is made, the most significant word of 32 bits first and its top bit set.
-struct LongNumber {
-    std::array<std::uint32_t, 6> words{};
-    std::int32_t binaryExponent = 0;  // of the last bit of the first two words
-};
-
-constexpr void shiftLeftOne(LongNumber& number) {
-    for (std::size_t i = 0; i < number.words.size(); ++i) {
-        const std::uint32_t carry = i + 1 < number.words.size() ? number.words[i + 1] >> 31 : 0;
-        number.words[i] = (number.words[i] << 1) | carry;
-    }
-    --number.binaryExponent;
-}
-
-constexpr void shiftRightOne(LongNumber& number, std::uint32_t topBit) {
-    for (std::size_t i = number.words.size(); i-- > 0;) {
-        const std::uint32_t carry = i > 0 ? number.words[i - 1] & 1 : topBit;
-        number.words[i] = (number.words[i] >> 1) | (carry << 31);
-    }
-    ++number.binaryExponent;
-}
-
-constexpr void timesTen(LongNumber& number) {
-    std::uint64_t carry = 0;
-    for (std::size_t i = number.words.size(); i-- > 0;) {
-        carry += std::uint64_t{number.words[i]} * 10;
-        number.words[i] = static_cast<std::uint32_t>(carry);
-        carry >>= 32;
-    }
-    while (carry != 0) {
-        shiftRightOne(number, static_cast<std::uint32_t>(carry & 1));
-        carry >>= 1;
-    }
-}
-
-constexpr void byTen(LongNumber& number) {
-    std::uint64_t rest = 0;
-    for (std::uint32_t& word : number.words) {
-        const std::uint64_t part = (rest << 32) | word;
-        word = static_cast<std::uint32_t>(part / 10);
-        rest = part % 10;
-    }
-    while ((number.words[0] >> 31) == 0) {
-        shiftLeftOne(number);
-    }
-}
-
-constexpr PowerOfTen roundDown(const LongNumber& number) {
-    return {(std::uint64_t{number.words[0]} << 32) | number.words[1], number.binaryExponent};
-}
-
-// Each step loses less than a unit in the last of 192 bits, so 340 of them do not reach the first 64.
-constexpr auto makePowersOfTen() {
-    std::array<PowerOfTen, highestPower - lowestPower + 1> powers{};
-    LongNumber one;
-    one.words[0] = std::uint32_t{1} << 31;
-    one.binaryExponent = -63;
-    LongNumber number = one;
-    for (int power = 0; power <= highestPower; ++power) {
-        powers[static_cast<std::size_t>(power - lowestPower)] = roundDown(number);
-        timesTen(number);
-    }
-    number = one;
-    for (int power = -1; power >= lowestPower; --power) {
-        byTen(number);
-        powers[static_cast<std::size_t>(power - lowestPower)] = roundDown(number);
-    }
-    return powers;
-}
-
-constexpr auto powersOfTen = makePowersOfTen();
 
 constexpr std::array<std::uint32_t, mostRoundedDigits + 1> smallPowers = {
     1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
@@ -110,11 +29,6 @@ BinaryNumber binaryNumber(double value) {
     return {fraction | std::uint64_t{1} << 52, field - 1075};
 }
 
-// The high word of significand * 10^power. The true product divided by 2^64 lies less than 2 above it.
-std::uint64_t highProduct(std::uint64_t significand, const PowerOfTen& power) {
-    return static_cast<std::uint64_t>((DoubleWord{significand} * power.significand) >> 64);
-}
-
 }  // namespace
 
 bool leadingDigits(double value, int digits, std::uint32_t& rounded, int& exponent) {
@@ -128,7 +42,7 @@ bool leadingDigits(double value, int digits, std::uint32_t& rounded, int& expone
     std::uint64_t whole = 0;
     int shift = 0;
     for (;; ++decimalExponent) {
-        const PowerOfTen& power = powersOfTen[static_cast<std::size_t>(digits - 1 - decimalExponent - lowestPower)];
+        const PowerOfTen& power = powerOfTen(digits - 1 - decimalExponent);
         product = highProduct(number.significand, power);
         shift = -(number.binaryExponent + power.binaryExponent + 64);
         if (shift > 63) {
