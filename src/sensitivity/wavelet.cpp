@@ -31,16 +31,17 @@ CellLines cellLinesOf(const MeshGeometry& mesh) {
 
 // z and x axes of one group of y planes after the other, so that a group stays in cache between the two axes.
 void transformPlanes(double* padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                     WaveletDirection direction, double* work) {
+                     WaveletDirection direction, InstructionSet instructions, double* work) {
     const std::size_t plane = extents.npz * extents.npx;
     const std::size_t planesAtOnce = std::max<std::size_t>(1, laneCount / std::max<std::size_t>(1, extents.npz));
     for (std::size_t y = 0; y < extents.npy; y += planesAtOnce) {
         const std::size_t planes = std::min(planesAtOnce, extents.npy - y);
+        double* const group = padded + plane * y;
         if (extents.npz > longestPlainAxis) {
-            transformAxis(padded + plane * y, 1, extents.npz, extents.npx * planes, filter, direction, work);
+            transformAxis(group, 1, extents.npz, extents.npx * planes, filter, direction, instructions, work);
         }
         if (extents.npx > longestPlainAxis) {
-            transformAxis(padded + plane * y, extents.npz, extents.npx, planes, filter, direction, work);
+            transformAxis(group, extents.npz, extents.npx, planes, filter, direction, instructions, work);
         }
     }
 }
@@ -60,7 +61,7 @@ std::vector<float> mirrorTaps(std::span<const float> coefLow) {
 }
 
 std::size_t waveletWorkSize(const PaddedExtents& extents) {
-    return 2 * laneCount * std::max({extents.npz, extents.npx, extents.npy});
+    return tileCount * laneCount * std::max({extents.npz, extents.npx, extents.npy});
 }
 
 void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
@@ -91,10 +92,11 @@ void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter
 }
 
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                        WaveletDirection direction, std::span<double> work) {
-    transformPlanes(padded.data(), extents, filter, direction, work.data());
+                        WaveletDirection direction, std::span<double> work, InstructionSet instructions) {
+    transformPlanes(padded.data(), extents, filter, direction, instructions, work.data());
     if (extents.npy > longestPlainAxis) {
-        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, work.data());
+        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, instructions,
+                      work.data());
     }
 }
 

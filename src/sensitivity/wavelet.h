@@ -1,7 +1,7 @@
 // The separable 3-D wavelet transform of padded cell arrays, and the way between mesh and padded array.
 //
-// The padded array holds npz * npx * npy values, z fastest, then x, then y; the mesh sits at its low corner. Extents are powers
-// of two. The inverse is the exact transpose of the forward transform, whatever the taps are.
+// The padded array holds npz * npx * npy values, z fastest, then x, then y; the mesh sits at its low corner. Extents
+// are powers of two. The inverse is the exact transpose of the forward transform, whatever the taps are.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "files/mesh_geometry.h"
+#include "sensitivity/instruction_set.h"
 
 namespace voxlith {
 
@@ -36,9 +37,11 @@ std::size_t waveletWorkSize(const PaddedExtents& extents);
 void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
                  std::span<double> work);
 
-// All levels along z, x, y in this order; axes of extent 4 or less are left alone. In place. Allocates nothing.
+// All levels along z, x, y in this order; axes of extent 4 or less are left alone. In place. Allocates nothing. The
+// result is the same to the byte for all instruction sets, and the same as line by line with waveletStep.
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                        WaveletDirection direction, std::span<double> work);
+                        WaveletDirection direction, std::span<double> work,
+                        InstructionSet instructions = widestInstructionSet());
 
 // Mesh to padded array; `weight` (cells of the mesh) may be empty for none. Cells below npz are dropped.
 void padCells(std::span<const double> model, std::span<const float> weight, const MeshGeometry& mesh,

@@ -4,19 +4,18 @@
 
 #include <cstddef>
 
+#include "sensitivity/instruction_set.h"
 #include "sensitivity/wavelet.h"
 
 namespace voxlith {
 
 constexpr std::size_t laneCount = 16;  // lines of a tile; value j of line l stands at j * laneCount + l
+constexpr std::size_t tileCount = 3;   // tiles that transformAxis works with
 
-// All levels of the lines of `tile` (length * laneCount values), in place. `work` has the size of the tile.
-void transformLanes(double* tile, double* work, std::size_t length, const WaveletFilter& filter,
-                    WaveletDirection direction);
-
-// All levels of all lines along one axis of an array of `inner` * `length` * `outer` values: value j of line (p, q)
-// stands at p + inner * (j + length * q). `work` has room for two tiles.
+// All levels of all lines along one axis of an array of `inner` * `length` * `outer` values, in place: value j of line
+// (p, q) stands at p + inner * (j + length * q). `length` is 4 at least; `work` has room for tileCount * laneCount *
+// length values.
 void transformAxis(double* values, std::size_t inner, std::size_t length, std::size_t outer,
-                   const WaveletFilter& filter, WaveletDirection direction, double* work);
+                   const WaveletFilter& filter, WaveletDirection direction, InstructionSet instructions, double* work);
 
 }  // namespace voxlith
