@@ -99,7 +99,8 @@ INSTANTIATE_TEST_SUITE_P(Lbfgsb, PeerTrials,
                                          "trials_rosenbrock25_m3.json"));
 
 TEST(RecordedErrors, AreGivenBySingleStarts) {
-    for (const json& expected : readOptimiserData("lbfgsb_errors.json").at("cases")) {
+    const json recording = readOptimiserData("lbfgsb_errors.json");
+    for (const json& expected : recording.at("cases")) {
         OptimiserRun run(expected);
         run.callWith("START");
         EXPECT_EQ(run.word(), expected.at("out").get<std::string>()) << expected.at("name");
