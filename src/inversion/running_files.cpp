@@ -17,10 +17,10 @@ void addTypeName(TextLine& name, const ModelNaming& naming, std::size_t modelTyp
         name.text(withoutTrailingBlanks(label));
 }
 
-// A fixed count, so that the names of a run sort; beyond five digits the number takes what it needs.
-int iterationDigits(std::int32_t maxIterations) {
-    int digits = 3;
-    for (std::int32_t limit = 1000; digits < 9 && maxIterations >= limit; limit *= 10)
+// A fixed count for the run, so that its names sort; a number beyond five digits takes what it needs.
+int iterationDigits(std::int32_t iteration, std::int32_t maxIterations) {
+    int digits = maxIterations < 1000 ? 3 : maxIterations < 10000 ? 4 : 5;
+    for (std::int32_t rest = iteration / 100000; rest > 0; rest /= 10)
         ++digits;
     return digits;
 }
@@ -44,7 +44,7 @@ TextLine runningModelName(const ModelNaming& naming, std::size_t modelType) {
 
 TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, std::int32_t maxIterations,
                             std::size_t modelType) {
-    const int digits = iterationDigits(maxIterations);
+    const int digits = iterationDigits(iteration, maxIterations);
     TextLine name("voxlith_iter_");
     name.integerZeros(iteration, digits, digits);
     if (naming.nModelTypes > 1)
