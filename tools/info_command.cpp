@@ -94,10 +94,6 @@ void addLine(std::string& text, std::string_view label, const std::string& value
     text += value + "\n";
 }
 
-std::string number(float value) {
-    return numberText(static_cast<double>(value));
-}
-
 std::string counts(std::int32_t x, std::int32_t y, std::int32_t z) {
     return std::to_string(x) + " x " + std::to_string(y) + " x " + std::to_string(z);
 }
@@ -105,13 +101,13 @@ std::string counts(std::int32_t x, std::int32_t y, std::int32_t z) {
 template <class Value>
 std::string range(std::span<const Value> values) {
     const auto [smallest, largest] = std::minmax_element(values.begin(), values.end());
-    return numberText(static_cast<double>(*smallest)) + " to " + numberText(static_cast<double>(*largest));
+    return numberText(*smallest) + " to " + numberText(*largest);
 }
 
 std::string taps(const std::vector<float>& coefLow) {
     std::string text = std::to_string(coefLow.size()) + ":";
     for (const float tap : coefLow) {
-        text += " " + number(tap);
+        text += " " + numberText(tap);
     }
     return text;
 }
@@ -132,8 +128,10 @@ void describeStart(const std::string& fileName, const MtxFile& file, std::string
     if (!header.tagged) {
         return;
     }
-    addLine(text, "incl, decl, geomag", number(obs.incl) + ", " + number(obs.decl) + ", " + number(obs.geomag));
-    addLine(text, "aincl, adecl, idir", number(obs.aincl) + ", " + number(obs.adecl) + ", " + std::to_string(obs.idir));
+    addLine(text, "incl, decl, geomag",
+            numberText(obs.incl) + ", " + numberText(obs.decl) + ", " + numberText(obs.geomag));
+    addLine(text, "aincl, adecl, idir",
+            numberText(obs.aincl) + ", " + numberText(obs.adecl) + ", " + std::to_string(obs.idir));
     addLine(text, "stations x", range<double>(obs.ObsX));
     addLine(text, "stations y", range<double>(obs.ObsY));
     addLine(text, "stations z", range<double>(obs.ObsZ));
@@ -149,7 +147,8 @@ void describeMesh(const MtxFile& file, std::string& text) {
     addLine(text, "z nodes", numberText(mesh.zNode.front()) + " to " + numberText(mesh.zNode.back()));
     addLine(text, "taps", taps(file.sensitivity.filter.coefLow));
     if (!header.recordForm) {
-        addLine(text, "weight parameters", number(header.weightParamA[0]) + ", " + number(header.weightParamB[0]));
+        addLine(text, "weight parameters",
+                numberText(header.weightParamA[0]) + ", " + numberText(header.weightParamB[0]));
     }
     addLine(text, "depth weights", range<float>(file.sensitivity.depthWeight));
 }

@@ -38,8 +38,8 @@ void warn(const std::string& text) {
 
 // Readers of the record form take the data type from the name of the file.
 void warnOfRecordName(const MtxOptions& options, std::int32_t code) {
-    const bool namedMagnetic =
-        options.outFile.find("MAG") != std::string::npos || options.outFile.find("mag") != std::string::npos;
+    const std::string name = std::filesystem::path(options.outFile).filename().string();
+    const bool namedMagnetic = name.find("MAG") != std::string::npos || name.find("mag") != std::string::npos;
     const std::int32_t seen = namedMagnetic ? 1 : 0;
     if (seen != code) {
         warn(options.outFile + ": the record form holds no data type; by its name the file is read as type " +

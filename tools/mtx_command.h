@@ -20,7 +20,7 @@ struct MtxOptions {
     std::string form = "tagged";  // tagged, bare, record
     std::int32_t version = 2;     // of the tagged form
     std::string depthWeight;      // "z0,beta", "none", or empty for the default
-    std::int32_t taps = 6;
+    std::int32_t taps = 4;
     double tolerance = 0.01;  // loss of a row over its norm
     LayerOptions layers;
 };

@@ -18,6 +18,16 @@ bool parseWhole(std::string_view text, Number& value) {
     return error == std::errc{} && stop == end;
 }
 
+template <class Number>
+std::string shortestText(Number value) {
+    std::array<char, 32> characters{};
+    const Number magnitude = std::abs(value);
+    const bool usual = magnitude == 0 || (magnitude >= Number{1.0e-5F} && magnitude < Number{1.0e15F});
+    const auto format = usual ? std::chars_format::fixed : std::chars_format::scientific;
+    const auto result = std::to_chars(characters.data(), characters.data() + characters.size(), value, format);
+    return {characters.data(), result.ptr};
+}
+
 std::string_view withoutPlus(std::string_view text) {
     const bool plus = text.size() > 1 && text[0] == '+' && text[1] != '-' && text[1] != '+';
     return plus ? text.substr(1) : text;
@@ -77,9 +87,11 @@ std::vector<double> parseNumberList(std::string_view option, std::string_view fo
 }
 
 std::string numberText(double value) {
-    std::array<char, 32> characters{};
-    const auto result = std::to_chars(characters.data(), characters.data() + characters.size(), value);
-    return {characters.data(), result.ptr};
+    return shortestText(value);
+}
+
+std::string numberText(float value) {
+    return shortestText(value);
 }
 
 }  // namespace voxlith

@@ -22,7 +22,8 @@ std::vector<std::string_view> splitWords(std::string_view line);
 std::vector<double> parseNumberList(std::string_view option, std::string_view form, std::string_view text,
                                     std::size_t count);
 
-// A number in the shortest form that reads back as the same, for messages and reports.
+// A number with the fewest digits that read back as the same, for messages and reports.
 std::string numberText(double value);
+std::string numberText(float value);
 
 }  // namespace voxlith

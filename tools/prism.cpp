@@ -28,8 +28,13 @@ double faceAngle(double x, double y, double z, double r) {
     return x == 0.0 ? 0.0 : std::atan(y * z / (x * r));
 }
 
+// ln(z + R); nearer to the edge than edgeDistance, where it grows without limit, as if at that distance.
 double edgeLog(double along, double r, double across2, double edgeDistance) {
-    return oddLog(along, r, std::max(std::sqrt(across2), edgeDistance));
+    const double across = std::sqrt(across2);
+    if (across < edgeDistance) {
+        return oddLog(along, std::sqrt(along * along + edgeDistance * edgeDistance), edgeDistance);
+    }
+    return oddLog(along, r, across);
 }
 
 double smallestWidth(std::span<const double> nodes) {

@@ -19,13 +19,12 @@ constexpr double unitDensity = 1000.0;           // kg/m3 in 1 g/cm3
 constexpr double milligal = gravityConstant * unitDensity * 1.0e5;
 constexpr double eotvos = gravityConstant * unitDensity * 1.0e9;
 
-// Of two codes with one name the first is what the name stands for.
 constexpr std::array<std::pair<std::int32_t, std::string_view>, 12> surveyTypes{{{0, "gz"},
                                                                                  {1, "tmi"},
+                                                                                 {2, "gzz"},
                                                                                  {10, "gxx"},
                                                                                  {11, "gyy"},
                                                                                  {12, "gzz"},
-                                                                                 {2, "gzz"},
                                                                                  {13, "gxy"},
                                                                                  {14, "gxz"},
                                                                                  {15, "gyz"},
@@ -74,12 +73,14 @@ std::int32_t surveyTypeCode(const std::string& text) {
     std::string wanted = text;
     std::transform(wanted.begin(), wanted.end(), wanted.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    for (const auto& [code, name] : surveyTypes) {
-        if (wanted == name || wanted == std::to_string(code)) {
-            return code;
-        }
+    // Of the two codes with one name the name stands for the one among the other gradients.
+    const auto found = std::find_if(surveyTypes.rbegin(), surveyTypes.rend(), [&](const auto& type) {
+        return wanted == type.second || wanted == std::to_string(type.first);
+    });
+    if (found == surveyTypes.rend()) {
+        refuseType(text);
     }
-    refuseType(text);
+    return found->first;
 }
 
 bool isMagneticSurvey(std::int32_t code) {
