@@ -202,8 +202,8 @@ double largestRelativeChange(std::span<const double> x, std::span<const double> 
     return largest;
 }
 
-// A search has succeeded: settles the bounds and teaches the matrix. The update works on the gradient at the start of the
-// step, not on the direction: only so is the quasi-Newton condition met.
+// A search has succeeded: settles the bounds and teaches the matrix. The update works on the gradient at the start of
+// the step, not on the direction: only so is the quasi-Newton condition met.
 void acceptStep(const Call& call) {
     PlisState& saved = call.saved;
     const std::span<const std::int32_t> nbd = call.box.nbd;
@@ -264,8 +264,20 @@ void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<d
     const std::span<double> lowRank = carve(length * columns);
     const std::span<double> gradProjection = carve(columns);
     const std::span<double> stepProjection = carve(columns);
-    const plis::Call call{{l.first(length), u.first(length), nbd.first(length)}, x.first(length), g.first(length), f, s,
-                          xo, go, shiftedStep, lowRank, gradProjection, stepProjection, state, stopCode, saved};
+    const plis::Call call{{l.first(length), u.first(length), nbd.first(length)},
+                          x.first(length),
+                          g.first(length),
+                          f,
+                          s,
+                          xo,
+                          go,
+                          shiftedStep,
+                          lowRank,
+                          gradProjection,
+                          stepProjection,
+                          state,
+                          stopCode,
+                          saved};
     if (state == plis::initialise)
         plis::startRun(call);
     else if (state == plis::trialReady)

@@ -10,11 +10,17 @@ namespace voxlith::plis {
 
 namespace {
 
-bool hasLower(std::int32_t code) { return code == 1 || code == 3 || code == 4; }
-bool hasUpper(std::int32_t code) { return code == 2 || code == 3 || code == 4; }
+bool hasLower(std::int32_t code) {
+    return code == 1 || code == 3 || code == 4;
+}
+bool hasUpper(std::int32_t code) {
+    return code == 2 || code == 3 || code == 4;
+}
 
 // The code without the mark of an active bound; codes that mean nothing stay as they are.
-std::int32_t passiveCode(std::int32_t code) { return code < 0 && code >= -6 ? -code : code; }
+std::int32_t passiveCode(std::int32_t code) {
+    return code < 0 && code >= -6 ? -code : code;
+}
 
 // True if an active variable would descend by moving off its bound into the box. Neither true nor false is told of a
 // gradient that is no number: it counts as a violation, so that it is not mistaken for convergence.

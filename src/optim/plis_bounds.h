@@ -34,7 +34,8 @@ GradientNorms gradientNorms(std::int32_t boundSwitch, const Box& box, std::span<
 // Frees the variables that want to leave their bound. Returns how many.
 std::int32_t releaseBounds(const Box& box, std::span<const double> x, std::span<const double> g);
 
-// The largest step along s: the mean of `limit`, cut to the first bound that is met, and of the steps to all bounds ahead.
+// The largest step along s: the mean of `limit`, cut to the first bound that is met, and of the steps to all bounds
+// ahead.
 double stepToBounds(const Box& box, std::span<const double> x, std::span<const double> s, double limit);
 
 }  // namespace voxlith::plis

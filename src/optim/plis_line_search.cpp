@@ -35,8 +35,8 @@ void updateBracket(double f, bool lowEnough, PlisState& search) {
     search.pUpper = search.p;
 }
 
-// The minimiser that the ends of the bracket promise, as t with the step rLower + (rUpper - rLower)/t: by the cubic (4),
-// the secant of the slopes (3), the quadratic through the values (2). False if there is none.
+// The minimiser that the ends of the bracket promise, as t with the step rLower + (rUpper - rLower)/t: by the cubic
+// (4), the secant of the slopes (3), the quadratic through the values (2). False if there is none.
 bool interpolate(int rule, const PlisState& search, double& t) {
     const double q = search.pUpper / search.pLower;
     const double e = (search.fUpper - search.fLower) / ((search.rUpper - search.rLower) * search.pLower);

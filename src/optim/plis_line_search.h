@@ -8,12 +8,12 @@ namespace voxlith::plis {
 
 // What becomes of a search after a trial step; a positive end is a good one. The numbers are those of searchStatus.
 enum SearchEnd : std::int32_t {
-    endVoidBracket = -3,      // its lower end isn't below its upper end
-    endNoDescent = -2,        // the slope at its lower end points up
+    endVoidBracket = -3,  // its lower end isn't below its upper end
+    endNoDescent = -2,    // the slope at its lower end points up
     endTooManySteps = -1,
-    endSmallestStep = 0,      // not even the smallest step brings the value down
+    endSmallestStep = 0,  // not even the smallest step brings the value down
     endAccepted = 4,
-    endLargestStep = 7,       // accepted at the largest step, or at a value without limit below
+    endLargestStep = 7,  // accepted at the largest step, or at a value without limit below
     searchGoesOn = 100,
 };
 

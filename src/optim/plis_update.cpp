@@ -13,9 +13,9 @@ namespace {
 // What the increments and their projection say: the new shift, and what is left of the curvature behind it.
 struct Curvature {
     double shift = 0.0;
-    double bShifted = 0.0;  // go'(xo - shift go)
-    double gradShare = 0.0; // part of go'H go outside of lowRank, 0 to 1
-    double gradNorm = 0.0;  // go'go
+    double bShifted = 0.0;   // go'(xo - shift go)
+    double gradShare = 0.0;  // part of go'H go outside of lowRank, 0 to 1
+    double gradNorm = 0.0;   // go'go
 };
 
 // False if the curvature b = xo'go isn't positive or leaves the range of numbers.

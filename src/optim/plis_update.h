@@ -1,7 +1,8 @@
 // The shifted limited-memory update of the PLIS engine: what one accepted step teaches lowRank and shift.
 //
 // The inverse Hessian is lowRank lowRank' + shift I. With the increments xo of x and go of g, the update makes
-// lowRank lowRank' go = v (xo - shift go), v = 1 as long as a column is added (Vlcek and Luksan 2006, sections 2 and 3).
+// lowRank lowRank' go = v (xo - shift go), v = 1 as long as a column is added (Vlcek and Luksan 2006, sections 2 and
+// 3).
 #pragma once
 
 #include <cstdint>
