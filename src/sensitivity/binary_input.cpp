@@ -131,6 +131,9 @@ double readReal64(BinaryInput& input, std::string_view what) {
 }
 
 void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_view what) {
+    if (bytes == 0) {
+        return;  // the target of nothing may be null
+    }
     auto* out = static_cast<std::byte*>(target);
     if (input.position < 0) {
         throwDamage(input, what, "a place before the file");
@@ -144,10 +147,11 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
             got = fetch(input, out + done, missing, from);
         } else {
             if (input.block.empty()) {
-                input.block.resize(largeReadAhead);
+                input.block.resize(static_cast<std::size_t>(
+                    std::clamp<std::int64_t>(input.size, 1, static_cast<std::int64_t>(largeReadAhead))));
             }
             input.blockLength = 0;
-            input.blockLength = fetch(input, input.block.data(), input.readAhead, from);
+            input.blockLength = fetch(input, input.block.data(), std::min(input.readAhead, input.block.size()), from);
             input.blockStart = from;
             got = copyHeld(input, out + done, missing, from);
         }

@@ -16,6 +16,8 @@ struct BinaryInput {
     ~BinaryInput();
     BinaryInput(const BinaryInput&) = delete;
     BinaryInput& operator=(const BinaryInput&) = delete;
+    BinaryInput(BinaryInput&&) = delete;
+    BinaryInput& operator=(BinaryInput&&) = delete;
 
     std::string name;
     int handle = -1;
