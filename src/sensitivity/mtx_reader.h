@@ -1,5 +1,10 @@
 // Reads sensitivity files: three layouts, told apart here. The stages of a file are separate routines because the run
-// allocates its arrays between them.
+// allocates its arrays between them: stations after stage 1, mesh arrays and depth weights after stage 2, gtgdiag,
+// layer responses and rowOffset after stage 3, the coefficient arrays before the second pass.
+//
+// Damage of any kind (an early end, counts that cannot be, indices outside the padded array, taps or nodes that are not
+// finite) throws RunError with file and byte, before room is made for what the file cannot hold. A later file whose
+// counts differ from the first's ends the run by PlainStop, after the message in the log and on the screen.
 #pragma once
 
 #include <cstdint>
