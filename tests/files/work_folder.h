@@ -2,7 +2,9 @@
 // stops.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -74,12 +76,29 @@ inline CallOutcome outcomeOf(const std::function<void(Messages&)>& call) {
     return outcome;
 }
 
-// The call ends the run and says `text` once on the screen and once in the log.
+// What the log holds after a call during which nothing can be written on the screen.
+inline std::string logWithoutScreen(const std::function<void(Messages&)>& call) {
+    Messages messages;
+    EXPECT_TRUE(openLineFile(messages.log, "noscreen.log", LineFileMode::create));
+    const int screen = ::dup(STDOUT_FILENO);
+    const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+    EXPECT_GE(::dup2(full, STDOUT_FILENO), 0);
+    EXPECT_THROW(call(messages), RunError);
+    EXPECT_GE(::dup2(screen, STDOUT_FILENO), 0);
+    ::close(full);
+    ::close(screen);
+    closeLineFile(messages.log);
+    std::ifstream in("noscreen.log", std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// The call ends the run and says `text` once on the screen and then once in the log.
 inline void expectStop(const std::string& text, const std::function<void(Messages&)>& call) {
     const CallOutcome outcome = outcomeOf(call);
     EXPECT_TRUE(outcome.stopped) << outcome.error;
     EXPECT_EQ(outcome.screen, text + "\n");
     EXPECT_EQ(outcome.log, text + "\n");
+    EXPECT_EQ(logWithoutScreen(call), "") << "the log came before the screen";
 }
 
 // The call ends in the reader's own error, which holds all the words.
