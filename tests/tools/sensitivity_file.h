@@ -1,18 +1,21 @@
-// A sensitivity file as the inversion program holds it: read by its own reader, multiplied by its own products.
+// A sensitivity file read back: header and tail by the inversion program's own reader, rows byte by byte as they stand
+// in the file, and their product with a model in plain loops over the program's own transform.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
+#include <fstream>
 #include <span>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "files/mesh_geometry.h"
 #include "files/obs_set.h"
 #include "sensitivity/mtx_reader.h"
-#include "sensitivity/overhead_timers.h"
-#include "sensitivity/products.h"
 #include "sensitivity/sensitivity.h"
+#include "sensitivity/wavelet.h"
 
 namespace voxlith::testing_support {
 
@@ -34,21 +37,31 @@ struct SensitivityFile {
         header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * std::max(mesh.npz, mesh.nz);
         sensitivity.layerResponse.resize((static_cast<std::size_t>(mesh.nzl) + 1) * nData);
         sensitivity.store.rowOffset.resize(nData + 1);
-        const auto padded = static_cast<std::size_t>(header.nPadTotal);
-        sensitivity.paddedWork.resize(padded);
-        sensitivity.paddedWork2.resize(padded);
         sensitivity.waveletWork.resize(waveletWorkSize(paddedExtentsOf(mesh)));
         scanMtxRows(sensitivity, 0);
         readMtxTail(sensitivity, 0, mesh);
-        loadRows();
+        readRows(name);
     }
 
+    struct Row {
+        std::vector<std::int32_t> coefIndex;
+        std::vector<float> coefValue;
+    };
+
     // Rows times a model that holds the depth weight already.
-    std::vector<double> product(std::span<const double> weightedModel) {
-        std::vector<double> out(static_cast<std::size_t>(sensitivity.header.nData));
-        const std::vector<float> deviations(out.size(), 1.0F);
-        OverheadTimers timers;
-        modelProduct(sensitivity, mesh, weightedModel, out, 0, deviations, timers);
+    std::vector<double> product(std::span<const double> weightedModel) const {
+        const PaddedExtents extents = paddedExtentsOf(mesh);
+        std::vector<double> padded(extents.total()), work(waveletWorkSize(extents)), out;
+        padCells(weightedModel, {}, mesh, padded);
+        waveletTransform3D(padded, extents, sensitivity.filter, WaveletDirection::forward, work);
+        for (const Row& row : rows) {
+            double sum = 0;
+            for (std::size_t n = 0; n < row.coefIndex.size(); ++n) {
+                sum +=
+                    static_cast<double>(row.coefValue[n]) * padded.at(static_cast<std::size_t>(row.coefIndex[n]) - 1);
+            }
+            out.push_back(sum);
+        }
         return out;
     }
 
@@ -63,6 +76,7 @@ struct SensitivityFile {
     Sensitivity sensitivity;
     MeshGeometry mesh;
     ObsSet obs;
+    std::vector<Row> rows;
 
 private:
     void makeMeshRoom() {
@@ -78,13 +92,33 @@ private:
         sensitivity.gtgdiag.resize(mesh.cellCount());
     }
 
-    void loadRows() {
-        SparseCoefStore& store = sensitivity.store;
-        store.totalCoef = sensitivity.header.coefficientCount[0];
-        store.capacity = store.totalCoef;
-        store.coefIndex = std::make_unique<std::int32_t[]>(static_cast<std::size_t>(store.capacity));
-        store.coefValue = std::make_unique<float[]>(static_cast<std::size_t>(store.capacity));
-        loadMtxRows(sensitivity);
+    void readRows(const std::string& name) {
+        std::ifstream in(name, std::ios::binary);
+        in.seekg(sensitivity.header.rowStart[0]);
+        const auto read = [&in](auto* target, std::size_t count) {
+            in.read(reinterpret_cast<char*>(target), static_cast<std::streamsize>(count * sizeof *target));
+        };
+        for (std::int32_t n = 0; n < sensitivity.header.nData; ++n) {
+            std::int32_t frame = 0, count = 0, frameAgain = 0;
+            if (sensitivity.header.recordForm) {
+                read(&frame, 1);
+            }
+            read(&count, 1);
+            if (!in || count < 1) {
+                throw std::runtime_error("row " + std::to_string(n + 1) + " has no coefficients");
+            }
+            Row row{std::vector<std::int32_t>(static_cast<std::size_t>(count)),
+                    std::vector<float>(static_cast<std::size_t>(count))};
+            read(row.coefIndex.data(), row.coefIndex.size());
+            read(row.coefValue.data(), row.coefValue.size());
+            if (sensitivity.header.recordForm) {
+                read(&frameAgain, 1);
+            }
+            if (!in || (sensitivity.header.recordForm && (frame != 4 + 8 * count || frameAgain != frame))) {
+                throw std::runtime_error("row " + std::to_string(n + 1) + " is damaged");
+            }
+            rows.push_back(std::move(row));
+        }
     }
 };
 
