@@ -1,0 +1,425 @@
+#include "inversion/inversion_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <sstream>
+
+#include "files/dummy_value.h"
+#include "inversion/gradient.h"
+#include "inversion/objective.h"
+#include "support/small_problem.h"
+#include "support/temporary_folder.h"
+
+namespace {
+
+// Allocations of the whole test program while counting is on.
+bool counting = false;
+long allocations = 0;
+
+void* allocate(std::size_t size) {
+    if (counting)
+        ++allocations;
+    if (void* place = std::malloc(size == 0 ? 1 : size))
+        return place;
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    return allocate(size);
+}
+void* operator new[](std::size_t size) {
+    return allocate(size);
+}
+void operator delete(void* place) noexcept {
+    std::free(place);
+}
+void operator delete[](void* place) noexcept {
+    std::free(place);
+}
+void operator delete(void* place, std::size_t) noexcept {
+    std::free(place);
+}
+void operator delete[](void* place, std::size_t) noexcept {
+    std::free(place);
+}
+
+namespace voxlith {
+namespace {
+
+using testing_support::makeSmallProblem;
+using testing_support::SmallOptions;
+using testing_support::SmallProblem;
+using testing_support::TemporaryFolder;
+using Vector = std::vector<double>;
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> all;
+    for (std::string line; std::getline(in, line);)
+        all.push_back(line);
+    return all;
+}
+
+struct Row {
+    int iteration = 0;
+    double misfit = 0, norm = 0, total = 0;
+    std::string tail;  // behind the time
+};
+
+class InversionLoop : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::current_path(folder_.path()); }
+    void TearDown() override { std::filesystem::current_path(before_); }
+
+    void run(SmallProblem& small, const LoopSettings& settings) {
+        ASSERT_TRUE(openLineFile(small.messages.log, "voxlith.log", LineFileMode::create));
+        ASSERT_TRUE(openLineFile(small.progressTable, "voxlith.aux", LineFileMode::create));
+        InversionProblem problem = small.problem();
+        testing::internal::CaptureStdout();
+        allocations = 0;
+        counting = true;
+        inversionLoop(problem, settings);
+        counting = false;
+        screen_ = testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(isOpen(small.messages.log));
+        EXPECT_TRUE(isOpen(small.progressTable));
+        closeLineFile(small.messages.log);
+        closeLineFile(small.progressTable);
+    }
+
+    void runTo(SmallProblem& small, std::int32_t maxIterations) {
+        LoopSettings settings = small.settings();
+        settings.maxIterations = maxIterations;
+        run(small, settings);
+    }
+
+    std::string log() const { return folder_.read("voxlith.log"); }
+    std::string table() const { return folder_.read("voxlith.aux"); }
+    const std::string& screen() const { return screen_; }
+    bool exists(const std::string& name) const { return std::filesystem::exists(folder_.path() / name); }
+    std::string read(const std::string& name) const { return folder_.read(name); }
+
+    // The rows behind the heading of the screen's table, start included.
+    std::vector<Row> rows() const {
+        std::vector<Row> all;
+        for (const std::string& line : linesOf(screen_)) {
+            if (line.size() < 64 || line.find_first_not_of(' ') == std::string::npos || !std::isdigit(line[11]))
+                continue;
+            all.push_back({std::stoi(line.substr(0, 12)), std::stod(line.substr(12, 14)),
+                           std::stod(line.substr(26, 14)), std::stod(line.substr(40, 14)), line.substr(64)});
+        }
+        return all;
+    }
+
+    std::vector<int> rowsWithPlus() const {
+        std::vector<int> all;
+        for (const Row& row : rows())
+            if (row.tail.find('+') != std::string::npos)
+                all.push_back(row.iteration);
+        return all;
+    }
+
+    static std::size_t count(const std::string& text, const std::string& part) {
+        std::size_t found = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+            ++found;
+        return found;
+    }
+
+private:
+    std::filesystem::path before_ = std::filesystem::current_path();
+    TemporaryFolder folder_;
+    std::string screen_;
+};
+
+TEST_F(InversionLoop, LowersTheObjectiveAndTellsEveryIteration) {
+    const auto small = makeSmallProblem();
+    runTo(*small, 8);
+    const std::vector<Row> all = rows();
+    ASSERT_EQ(all.size(), 9U);
+    for (std::size_t n = 0; n < all.size(); ++n) {
+        EXPECT_EQ(all[n].iteration, static_cast<int>(n));
+        EXPECT_EQ(all[n].tail, "");
+        if (n > 0) {
+            EXPECT_LE(all[n].total, all[n - 1].total);
+        }
+    }
+    EXPECT_LT(all.back().total, all.front().total);
+    EXPECT_EQ(linesOf(table()).size(), 10U);
+    EXPECT_EQ(count(log(), "\nIteration:"), 8U);
+    EXPECT_LT(log().find("   Begin iterations"), log().find("tradeoff par"));
+    EXPECT_LT(log().find("total objective:"), log().find(" OH calc_obj:"));
+}
+
+TEST_F(InversionLoop, LimitEqualToTheStartStillRunsOneIteration) {
+    const auto small = makeSmallProblem();
+    LoopSettings settings = small->settings();
+    settings.startIteration = settings.maxIterations = 7;
+    run(*small, settings);
+    const std::vector<Row> all = rows();
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].iteration, 7);
+    EXPECT_EQ(all[1].iteration, 8);
+    // A continued run adds no heading to the table that it goes on with.
+    EXPECT_EQ(linesOf(table()).size(), 1U);
+}
+
+TEST_F(InversionLoop, UpTo22IterationsNoConjugateGradientStepRuns) {
+    for (const std::int32_t last : {12, 22, 23}) {
+        const auto small = makeSmallProblem();
+        runTo(*small, last);
+        EXPECT_EQ(count(screen(), " nCGiter: "), last == 23 ? 1U : 0U) << last;
+        // The row is marked all the same, and repeats the row before.
+        ASSERT_FALSE(rowsWithPlus().empty());
+        EXPECT_EQ(rowsWithPlus().front(), 12);
+        EXPECT_EQ(small->timers.conjugateGradient > 0.0, last == 23);
+        const std::vector<Row> all = rows();
+        if (last != 23) {
+            EXPECT_EQ(all[12].tail, "   0+");
+            EXPECT_EQ(all[12].total, all[11].total);
+        }
+    }
+}
+
+TEST_F(InversionLoop, ConjugateGradientStepsComeEveryTenthPlace) {
+    const auto small = makeSmallProblem();
+    runTo(*small, 55);
+    EXPECT_EQ(rowsWithPlus(), (std::vector<int>{12, 22, 32, 42, 52}));
+    EXPECT_EQ(count(screen(), " nCGiter: "), 4U);
+    EXPECT_EQ(count(log(), "time, steps+: "), 5U);
+}
+
+TEST_F(InversionLoop, ContinuedRunBeginsItsCycleAnew) {
+    const auto small = makeSmallProblem();
+    LoopSettings settings = small->settings();
+    settings.startIteration = 5;
+    settings.maxIterations = 45;
+    run(*small, settings);
+    EXPECT_EQ(rowsWithPlus(), (std::vector<int>{17, 27, 37}));
+    EXPECT_EQ(count(screen(), " nCGiter: "), 2U);
+}
+
+TEST_F(InversionLoop, SearchWithoutAcceptedTrialLeavesTheModel) {
+    const auto small = makeSmallProblem();
+    std::fill(small->bounds.fixedCell.begin(), small->bounds.fixedCell.end(), 1);
+    const Vector start = small->arrays.model;
+    runTo(*small, 30);
+    EXPECT_EQ(small->arrays.model, start);
+    EXPECT_EQ(rows()[12].tail, "   0+");
+    EXPECT_EQ(count(screen(), " nCGiter: "), 1U);
+    EXPECT_NE(log().find("     0\n", log().find("time, steps+: ")), std::string::npos);
+}
+
+TEST_F(InversionLoop, DummyIsWrittenAndThenReplaced) {
+    SmallOptions options;
+    options.fold = false;
+    const auto small = makeSmallProblem(options);
+    small->arrays.model[3] = dummyValue;
+    small->bounds.fixedCell[3] = 1;
+    runTo(*small, 1);
+    EXPECT_EQ(linesOf(read("voxlith.rho"))[3], " -0.100000E+33");
+    EXPECT_EQ(small->arrays.model[3], 0.0);
+    runTo(*small, 1);
+    EXPECT_EQ(linesOf(read("voxlith.rho"))[3], "  0.000000E+00");
+}
+
+TEST_F(InversionLoop, IterationModelsComeAtEveryStepButTheLast) {
+    const auto without = makeSmallProblem();
+    runTo(*without, 4);
+    for (int n = 0; n <= 4; ++n)
+        EXPECT_FALSE(exists("voxlith_iter_00" + std::to_string(n) + ".den"));
+
+    const auto small = makeSmallProblem();
+    LoopSettings settings = small->settings();
+    settings.outputStep = 2;
+    settings.maxIterations = 6;
+    run(*small, settings);
+    for (int n = 0; n <= 6; ++n)
+        EXPECT_EQ(exists("voxlith_iter_00" + std::to_string(n) + ".den"), n == 2 || n == 4) << n;
+}
+
+TEST_F(InversionLoop, RunningFilesHoldTheLastModelAndPrediction) {
+    const auto small = makeSmallProblem();
+    small->obs.dataTypeCode[0] = 20;
+    runTo(*small, 5);
+    const std::vector<std::string> values = linesOf(read("voxlith.kap"));
+    ASSERT_EQ(values.size(), small->cells());
+    for (std::size_t n = 0; n < values.size(); ++n) {
+        const double physical = small->arrays.model[n] / static_cast<double>(small->sensitivity.depthWeight[n]);
+        EXPECT_NEAR(std::stod(values[n]), physical, 6e-6 * std::abs(physical));
+    }
+    EXPECT_TRUE(exists("voxlith.pre"));
+    EXPECT_EQ(linesOf(read("voxlith_grad.mod")).size(), small->cells());
+    EXPECT_FALSE(exists("voxlith.rho"));
+}
+
+TEST_F(InversionLoop, SeveralTypesWithAndWithoutLabels) {
+    SmallOptions options;
+    options.nModelTypes = options.nMtx = options.nDataTypes = 2;
+    const auto small = makeSmallProblem(options);
+    small->modelLabel[0] = "dens";
+    LoopSettings settings = small->settings();
+    settings.outputStep = 1;
+    run(*small, settings);
+    for (const char* name :
+         {"voxlith_dens.rho", "voxlith_02.rho", "voxlith_iter_001dens.den", "voxlith_iter_00202.den"})
+        EXPECT_TRUE(exists(name)) << name;
+    EXPECT_FALSE(exists("voxlith.rho"));
+    EXPECT_LT(rows().back().total, rows().front().total);
+}
+
+TEST_F(InversionLoop, LeavesTheFinalGradientAndAClearedBestModel) {
+    const auto small = makeSmallProblem();
+    runTo(*small, 4);
+    Vector gradient(small->modelSize());
+    calcObjective(small->inputs(), {}, small->arrays.model);
+    calcGradient(GradientMode::gradient, small->inputs(), {}, small->arrays.model, small->gradientWork(), gradient);
+    for (std::size_t n = 0; n < gradient.size(); ++n) {
+        EXPECT_EQ(small->arrays.delm[n], gradient[n]);
+        EXPECT_EQ(small->arrays.modelBest[n], 0.0);
+    }
+}
+
+TEST_F(InversionLoop, StepArrayMayBeLongerThanTheModel) {
+    SmallOptions options;
+    options.cellsZXY = {2, 1, 2};
+    options.paddedZXY = {2, 1, 2};
+    const auto small = makeSmallProblem(options);
+    ASSERT_GT(small->arrays.delm.size(), small->modelSize());
+    small->arrays.delm.back() = 77.0;
+    runTo(*small, 26);
+    EXPECT_EQ(small->arrays.delm.back(), 77.0);
+    EXPECT_LT(rows().back().total, rows().front().total);
+}
+
+TEST_F(InversionLoop, SurfaceStylesMoveTheirFreeCellsAlone) {
+    for (const std::int32_t style : {1, 2, 3}) {
+        SmallOptions options;
+        options.inversionStyle = style;
+        const auto small = makeSmallProblem(options);
+        small->mesh.nzl = style;
+        const Vector start = small->arrays.model;
+        runTo(*small, 26);
+        for (std::size_t n = 0; n < start.size(); ++n) {
+            if (n % 4 >= static_cast<std::size_t>(style)) {
+                EXPECT_EQ(small->arrays.model[n], start[n]);
+            } else {
+                EXPECT_NE(small->arrays.model[n], start[n]);
+            }
+        }
+        EXPECT_LT(rows().back().total, rows().front().total);
+    }
+}
+
+TEST_F(InversionLoop, BackgroundIsRemovedFromVersionTwoOn) {
+    const auto small = makeSmallProblem();
+    LoopSettings settings = small->settings();
+    settings.iBackground = 1;
+    settings.mtxVersion = 1;
+    run(*small, settings);
+    EXPECT_FALSE(exists("obs_fit_pred.dat"));
+    settings.mtxVersion = 2;
+    run(*small, settings);
+    EXPECT_TRUE(exists("obs_fit_pred.dat"));
+    EXPECT_TRUE(exists("obs_surafce_calc.dat"));
+    EXPECT_LT(screen().find("   Begin iterations"), screen().find("  Background Value Removed: "));
+    EXPECT_LT(screen().find("  Background Value Removed: "), screen().find("  Iterations "));
+}
+
+TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
+    for (unsigned seed = 1; seed < 6; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        SmallOptions options;
+        options.positivityFlag = 2;
+        options.seed = seed;
+        const auto small = makeSmallProblem(options);
+        for (std::size_t n = 0; n < small->modelSize(); ++n) {
+            small->bounds.boundType[n] = boundLower;
+            small->bounds.lowerBound[n] = static_cast<double>(strictPositiveMinimum);
+            small->arrays.model[n] = 0.01 + std::abs(small->arrays.model[n]);
+        }
+        runTo(*small, 50);
+        EXPECT_NE(log().find("initial barrier: "), std::string::npos);
+        EXPECT_EQ(count(log(), "     model barr: "), 50U);
+        EXPECT_EQ(count(screen(), "NaN"), 3U);  // one for each conjugate-gradient step
+        for (const double value : small->arrays.model)
+            EXPECT_GE(value, static_cast<double>(strictPositiveMinimum));
+    }
+}
+
+TEST_F(InversionLoop, WithoutTheBarrierNothingIsSaidOfIt) {
+    const auto small = makeSmallProblem();
+    runTo(*small, 3);
+    EXPECT_EQ(log().find("barr"), std::string::npos);
+}
+
+TEST_F(InversionLoop, GradientTimerBeginsWithTheWholeClock) {
+    const auto small = makeSmallProblem();
+    const double before = clockSeconds();
+    runTo(*small, 30);
+    const OverheadTimers& timers = small->timers;
+    EXPECT_GE(timers.calcGradient, before);
+    EXPECT_LT(timers.calcGradient, before + 600.0);
+    for (const double timer :
+         {timers.calcObjective, timers.stepSearch, timers.optimiser, timers.conjugateGradient, timers.output,
+          timers.objectiveInside, timers.forwardData, timers.gradientInside, timers.smoothness}) {
+        EXPECT_GT(timer, 0.0);
+        EXPECT_LT(timer, 600.0);
+    }
+    EXPECT_EQ(timers.gtgProduct, 0.0);
+}
+
+TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
+    for (const std::int32_t method : {1, 2, 3}) {
+        const auto small = makeSmallProblem();
+        LoopSettings settings = small->settings();
+        settings.InversionMethod = method;
+        settings.maxIterations = 26;
+        run(*small, settings);
+        ASSERT_EQ(rows().size(), 27U);
+        EXPECT_LT(rows().back().total, rows().front().total);
+    }
+}
+
+TEST_F(InversionLoop, RepeatsItselfToTheBit) {
+    Vector first;
+    for (int n = 0; n < 2; ++n) {
+        const auto small = makeSmallProblem();
+        runTo(*small, 40);
+        if (n == 0)
+            first = small->arrays.model;
+        else
+            EXPECT_EQ(small->arrays.model, first);
+    }
+}
+
+// From its first line to its last: neither preparation nor iterations take memory.
+TEST_F(InversionLoop, AllocatesNothing) {
+    for (const std::int32_t method : {0, 2})
+        for (const int form : {0, 1, 2, 3}) {
+            SmallOptions options;
+            options.amplitude = form == 1;
+            if (form == 2)
+                options.nModelTypes = options.nMtx = options.nDataTypes = 2;
+            const auto small = makeSmallProblem(options);
+            if (form == 3)
+                small->layLines(2, 2.0F);
+            LoopSettings settings = small->settings();
+            settings.maxIterations = 40;
+            settings.outputStep = 5;
+            settings.iBackground = 1;
+            settings.InversionMethod = method;
+            run(*small, settings);
+            EXPECT_EQ(allocations, 0) << "method " << method << " form " << form;
+            EXPECT_TRUE(exists(form == 2 ? "voxlith_iter_03502.den" : "voxlith_iter_035.den"));
+        }
+}
+
+}  // namespace
+}  // namespace voxlith
