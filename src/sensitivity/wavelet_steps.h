@@ -4,25 +4,9 @@
 
 #include <cstddef>
 
-#include "sensitivity/wavelet_lanes.h"
+#include "sensitivity/wavelet_tiles.h"
 
 namespace voxlith {
-
-// Vectors of `width` doubles that may be read and written at any double's address.
-template <std::size_t width>
-struct LaneVector;
-template <>
-struct LaneVector<2> {
-    typedef double Type __attribute__((vector_size(16), aligned(8), may_alias));
-};
-template <>
-struct LaneVector<4> {
-    typedef double Type __attribute__((vector_size(32), aligned(8), may_alias));
-};
-template <>
-struct LaneVector<8> {
-    typedef double Type __attribute__((vector_size(64), aligned(8), may_alias));
-};
 
 // The widened taps: in a table where their number is known when the program is compiled, otherwise taken from the
 // filter.
@@ -79,25 +63,69 @@ template <std::size_t width, std::size_t fixedTaps>
     }
 }
 
-// `low` (n/2 rows) and rows n/2 and on of `high` become the n rows of `target`.
+// Adds what values i of both halves give to an output under tap k.
 template <std::size_t width, std::size_t fixedTaps>
-[[gnu::always_inline]] inline void inverseLanes(const double* low, const double* high, double* target, std::size_t n,
+[[gnu::always_inline]] inline void addTap(const double* low, const double* high, std::size_t k,
+                                          const TapTable<fixedTaps>& taps, typename LaneVector<width>::Type& sum) {
+    using Vector = typename LaneVector<width>::Type;
+    sum += taps.lowTap(k) * *reinterpret_cast<const Vector*>(low) +
+           taps.highTap(k) * *reinterpret_cast<const Vector*>(high);
+}
+
+// Outputs that the filter reaches round the end of the line, in the order of the plain step: by i, then by k. `m`
+// numbers the pair of outputs; the first of a pair takes the even taps, the second one the odd taps.
+template <std::size_t width, std::size_t fixedTaps>
+[[gnu::always_inline]] inline void sumWrappedPair(const double* low, const double* high, std::size_t n, std::size_t m,
+                                                  const TapTable<fixedTaps>& taps,
+                                                  typename LaneVector<width>::Type& even,
+                                                  typename LaneVector<width>::Type& odd) {
+    const std::size_t half = n / 2;
+    const std::size_t reach = (taps.count() + 1) / 2;  // values i that a pair sees
+    for (std::size_t i = 0; i < half; ++i) {
+        if (i == m + 1 && reach <= half) {
+            i = half + m + 1 - reach;  // nothing in between reaches this pair
+        }
+        const double* const lowRow = low + laneCount * i;
+        const double* const highRow = high + laneCount * i;
+        for (std::size_t k = (n + 2 * m - 2 * i) & (n - 1); k < taps.count(); k += n) {
+            addTap<width>(lowRow, highRow, k, taps, even);
+            if (k + 1 < taps.count()) {
+                addTap<width>(lowRow, highRow, k + 1, taps, odd);
+            }
+        }
+    }
+}
+
+// `low` and `high` (n/2 rows each, n a power of two) become the n rows of `target`, which lie `targetStride` values
+// apart.
+template <std::size_t width, std::size_t fixedTaps>
+[[gnu::always_inline]] inline void inverseLanes(const double* low, const double* high, double* target,
+                                                std::size_t targetStride, std::size_t n,
                                                 const TapTable<fixedTaps>& taps) {
     using Vector = typename LaneVector<width>::Type;
     const std::size_t half = n / 2;
+    const std::size_t reach = (taps.count() + 1) / 2;
     const std::size_t base = taps.count() * n - taps.count() / 2 + 2;
-    for (std::size_t p = 0; p < laneCount * n; p += width) {
-        *reinterpret_cast<Vector*>(target + p) = Vector{};
-    }
-    for (std::size_t i = 0; i < half; ++i) {
+    for (std::size_t m = 0; m < half; ++m) {
+        double* const evenRow = target + targetStride * ((base + 2 * m) & (n - 1));
+        double* const oddRow = target + targetStride * ((base + 2 * m + 1) & (n - 1));
         for (std::size_t l = 0; l < laneCount; l += width) {
-            const Vector lowValue = *reinterpret_cast<const Vector*>(low + laneCount * i + l);
-            const Vector highValue = *reinterpret_cast<const Vector*>(high + laneCount * (i + half) + l);
-            for (std::size_t k = 0; k < taps.count(); ++k) {
-                const std::size_t j = (base + 2 * i + k) & (n - 1);
-                *reinterpret_cast<Vector*>(target + laneCount * j + l) +=
-                    taps.lowTap(k) * lowValue + taps.highTap(k) * highValue;
+            Vector even = {};
+            Vector odd = {};
+            if (m + 1 < reach) {
+                sumWrappedPair<width>(low + l, high + l, n, m, taps, even, odd);
+            } else {
+                for (std::size_t t = 0; t < reach; ++t) {
+                    const std::size_t row = laneCount * (m + 1 - reach + t) + l;
+                    const std::size_t k = 2 * (reach - 1 - t);
+                    addTap<width>(low + row, high + row, k, taps, even);
+                    if (k + 1 < taps.count()) {
+                        addTap<width>(low + row, high + row, k + 1, taps, odd);
+                    }
+                }
             }
+            *reinterpret_cast<Vector*>(evenRow + l) = even;
+            *reinterpret_cast<Vector*>(oddRow + l) = odd;
         }
     }
 }
