@@ -181,8 +181,10 @@ char* putExponent(char* out, double value, int width, int digits) {
     if (needed < width) {
         *--position = '0';
     }
-    if (signWidth == 1) {
-        *--position = '-';
+    // A sign is written where there is room for one, as a blank for positive values: signs come in no order, and a
+    // branch on them costs more than all the rest here.
+    if (position > out) {
+        *--position = signWidth == 1 ? '-' : ' ';
     }
     while (position > out) {
         *--position = ' ';

@@ -147,11 +147,12 @@ std::size_t takePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
     bool commaPending = read.commaPending;
     const char* taken = position;
     while (count < targets.size()) {
-        while (position < end && (*position == ' ' || *position == '\n' || *position == '\t' || *position == '\r' ||
-                                  (*position == ',' && !commaPending))) {
+        position = skipBlanks(position, end);
+        while (position < end &&
+               (*position == '\n' || *position == '\t' || *position == '\r' || (*position == ',' && !commaPending))) {
             lineEnds += *position == '\n' ? 1 : 0;
             commaPending = commaPending || *position == ',';
-            ++position;
+            position = skipBlanks(position + 1, end);
         }
         taken = position;
         if (position >= end) {

@@ -181,20 +181,20 @@ const char* joinDigits(const char* position, const char* limit, std::uint64_t& m
 
 // Goes over an exponent behind E or D. Null pointer for other spellings.
 const char* scanExponent(const char* position, std::int32_t& exponent) {
-    const bool negative = *position == '-';
-    position += *position == '-' || *position == '+' ? 1 : 0;
+    const std::int32_t negative = *position == '-';
+    position += static_cast<int>(*position == '-') | static_cast<int>(*position == '+');
     const char* const first = position;
     while (isDigit(*position) && position - first < 5) {
         exponent = 10 * exponent + (*position++ - '0');
     }
-    exponent = negative ? -exponent : exponent;
+    exponent = (exponent ^ -negative) + negative;  // signs come in no order, so without a branch
     return position == first ? nullptr : position;
 }
 
 // Reads the usual spellings of at most 19 digits. Null pointer for everything else.
 const char* scanDecimal(const char* position, const char* limit, Decimal& decimal) {
     decimal.negative = *position == '-';
-    position += *position == '-' || *position == '+' ? 1 : 0;
+    position += static_cast<int>(*position == '-') | static_cast<int>(*position == '+');
     const char* const first = position;
     while (isDigit(*position)) {
         decimal.mantissa = 10 * decimal.mantissa + static_cast<std::uint64_t>(*position++ - '0');
@@ -248,7 +248,7 @@ bool convertDecimal(const Decimal& decimal, Real& value) {
     }
     const Bits significand = static_cast<Bits>((product >> dropped) + (rest > half ? 1 : 0));
     const Bits topBit = Bits{1} << (precision - 1);
-    const Bits sign = decimal.negative ? Bits{1} << (8 * sizeof(Real) - 1) : Bits{0};
+    const Bits sign = static_cast<Bits>(decimal.negative) << (8 * sizeof(Real) - 1);
     value = std::bit_cast<Real>(sign | ((static_cast<Bits>(field) << (precision - 1)) + (significand - topBit)));
     return true;
 }

@@ -1,7 +1,9 @@
 // From the characters of one number to its value, rounded once to the precision of the target.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace voxlith {
@@ -9,7 +11,8 @@ namespace voxlith {
 // What ends a word of free-format text.
 constexpr std::string_view separators = " \n,\t\r/";
 constexpr bool endsWord(char character) {
-    return separators.find(character) != std::string_view::npos;
+    return character == ' ' || character == '\n' || character == ',' || character == '\t' || character == '\r' ||
+           character == '/';
 }
 
 // The whole word as a number; false, and the target unchanged, when it is none. Reals: digits with at most one point,
@@ -18,6 +21,26 @@ constexpr bool endsWord(char character) {
 bool wordToNumber(std::string_view word, double& target);
 bool wordToNumber(std::string_view word, float& target);
 bool wordToNumber(std::string_view word, std::int32_t& target);
+
+// The first character from `position` on that is no blank, or `limit`.
+inline const char* skipBlanks(const char* position, const char* limit) {
+    constexpr std::uint64_t eightBlanks = 0x2020202020202020;
+    if constexpr (std::endian::native == std::endian::little) {
+        while (limit - position >= 8) {
+            std::uint64_t bytes = 0;
+            std::memcpy(&bytes, position, sizeof bytes);
+            bytes ^= eightBlanks;
+            if (bytes != 0) {
+                return position + std::countr_zero(bytes) / 8;
+            }
+            position += 8;
+        }
+    }
+    while (position < limit && *position == ' ') {
+        ++position;
+    }
+    return position;
+}
 
 // The number that begins at `word` when it is of the usual spelling; gives the place behind it, or a null pointer, with
 // the target unchanged, when the word needs wordToNumber. The word must be followed by a separator; the characters up

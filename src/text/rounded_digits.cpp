@@ -36,23 +36,20 @@ bool leadingDigits(double value, int digits, std::uint32_t& rounded, int& expone
     const int leadingZeros = std::countl_zero(number.significand);
     number.significand <<= leadingZeros;
     number.binaryExponent -= leadingZeros;
-    // The decimal exponent from the binary one by log10(2) = 315652.8 / 2^20: right or one too low.
-    int decimalExponent = (number.binaryExponent + 63) * 315652 >> 20;
-    std::uint64_t product = 0;
-    std::uint64_t whole = 0;
-    int shift = 0;
-    for (;; ++decimalExponent) {
-        const PowerOfTen& power = powerOfTen(digits - 1 - decimalExponent);
-        product = highProduct(number.significand, power);
-        shift = -(number.binaryExponent + power.binaryExponent + 64);
-        if (shift > 63) {
-            return false;
-        }
-        whole = product >> shift;
-        if (whole < smallPowers[static_cast<std::size_t>(digits)]) {
-            break;
-        }
+    // The decimal exponent from the binary one by log10(2) = 315652.8 / 2^20 is right or one too low: too low where a
+    // power of ten with the same binary exponent is not above the number. No branch, since nobody could foretell it.
+    const int topBit = number.binaryExponent + 63;
+    int decimalExponent = topBit * 315652 >> 20;
+    const PowerOfTen& next = powerOfTen(decimalExponent + 1);
+    decimalExponent +=
+        static_cast<int>(next.binaryExponent + 63 == topBit) & static_cast<int>(number.significand >= next.significand);
+    const PowerOfTen& power = powerOfTen(digits - 1 - decimalExponent);
+    const std::uint64_t product = highProduct(number.significand, power);
+    const int shift = -(number.binaryExponent + power.binaryExponent + 64);
+    if (shift > 63) {
+        return false;
     }
+    std::uint64_t whole = product >> shift;
     const std::uint64_t half = std::uint64_t{1} << (shift - 1);
     const std::uint64_t rest = product & (2 * half - 1);
     if (rest == half || rest == half - 1) {
