@@ -183,6 +183,26 @@ TEST(PlisLineSearch, GivesUpAfterTenReductionsOrExtensions) {
     EXPECT_EQ(steps, 11);
 }
 
+TEST(PlisLineSearch, ExtendsByATenthAtLeast) {
+    PlisState search = searchFromZero();
+    search.rUpper = 1.0;
+    search.fUpper = -1.0;
+    search.pUpper = -0.99;
+    search.r = 2.0;
+    search.po = -0.1;  // the slope of -0.095 is still too steep
+    EXPECT_EQ(judge(search, -1.045, -0.095), searchGoesOn);
+    EXPECT_NEAR(search.r, 2.2, 1.0e-12);
+}
+
+TEST(PlisLineSearch, ReductionsAreCountedAfreshBehindExtensions) {
+    PlisState search = searchFromZero();
+    EXPECT_EQ(judge(search, -1.0e-4, -1.0), searchGoesOn);
+    EXPECT_EQ(judge(search, -4.0e-4, -1.0), searchGoesOn);
+    EXPECT_EQ(search.reductionCount, -2);
+    EXPECT_EQ(judge(search, 1.0, 1.0), searchGoesOn);
+    EXPECT_EQ(search.reductionCount, 1);
+}
+
 TEST(PlisLineSearch, FailsWithoutDescentAtTheLowerEnd) {
     for (const double slope : {0.0, 1.0, std::numeric_limits<double>::quiet_NaN()}) {
         PlisState search = searchFromZero();

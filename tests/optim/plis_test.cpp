@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "support/plis_run.h"
 
@@ -285,7 +286,7 @@ TEST(Plis, StopsWhenXStandsStillTwice) {
     EXPECT_EQ(run.stopCode, 1);
 }
 
-TEST(Plis, BehindAFailedSearchOnlyTheLimitsAreTested) {
+TEST(Plis, BehindASearchThatEndedAtItsSmallestStepOnlyTheLimitsAreTested) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
     for (int iteration = 0; iteration < 3; ++iteration)
@@ -298,6 +299,10 @@ TEST(Plis, BehindAFailedSearchOnlyTheLimitsAreTested) {
     run.call();
     EXPECT_EQ(run.state, 3);
     EXPECT_EQ(run.saved.stepPasses, 1);
+    run = before;
+    run.saved.searchStatus = -1;  // only a search that ended at its smallest step holds the tests off
+    run.call();
+    EXPECT_EQ(run.stopCode, 1);
     run = before;
     run.saved.iterationCount = 9000;
     run.call();
@@ -475,6 +480,89 @@ TEST(Plis, AnActiveVariableIsHeldOnlyWhileItsGradientPointsOutward) {
             ASSERT_EQ(run.state, 3);
             EXPECT_EQ(run.nbd[0], side * gradient > 0.0 ? 3 : -3) << side << " " << gradient;
         }
+    }
+}
+
+// An iteration's start behind an iteration, with the first `active` of four variables at a lower bound that they want
+// to leave.
+PlisRun readyToRelease(int active) {
+    PlisRun run(1, 4, 2, 0.5);
+    run.nb = 1;
+    run.nbd.assign(4, 1);
+    for (int i = 0; i < active; ++i)
+        run.x[static_cast<std::size_t>(i)] = 0.0;
+    run.call();
+    run.saved.iterationCount = 5;
+    run.saved.lastRestartIteration = 1;
+    run.saved.restartCount = 1;
+    run.f = 1.0;
+    run.g.assign(4, 0.1);
+    for (int i = 0; i < active; ++i)
+        run.g[static_cast<std::size_t>(i)] = -1.0;
+    run.saved.newlyFixed = 0;
+    run.state = 0;
+    return run;
+}
+
+TEST(Plis, TwoReleasedBoundsStartTheMatrixAnewOneDoesNot) {
+    for (const int active : {1, 2, 4}) {
+        PlisRun run = readyToRelease(active);
+        run.call();
+        EXPECT_EQ(run.state, 3);
+        EXPECT_EQ(run.nbd, std::vector<std::int32_t>(4, 1));
+        EXPECT_EQ(run.saved.restartCount, active >= 2 ? 2 : 1) << active;
+    }
+}
+
+TEST(Plis, BehindANewlyFixedBoundNoneIsReleasedUnlessNothingElseIsFree) {
+    for (const int active : {1, 2, 4}) {
+        PlisRun run = readyToRelease(active);
+        run.saved.newlyFixed = 1;
+        run.call();
+        EXPECT_EQ(run.state, 3);
+        EXPECT_EQ(run.nbd[0], active == 4 ? 1 : -1) << active;
+    }
+}
+
+TEST(Plis, BoundsAreReleasedOnlyIfTheirGradientIsTheLargest) {
+    PlisRun run = readyToRelease(2);
+    run.g[3] = 1.0;
+    run.call();
+    EXPECT_EQ(run.nbd[0], -1);
+}
+
+// The old value of the first iteration differs from f by sqrt|f| or |f|/10, whichever is less.
+TEST(Plis, TheFirstValueTestHasAnOldValueOfItsOwn) {
+    const std::pair<double, std::int32_t> cases[] = {
+        {5.0e-14, 1}, {2.0e-13, 0}, {1.0e26, 0}, {1.0e30, 1}, {-1.0e30, 1}};
+    for (const auto& [f, passes] : cases) {
+        PlisRun run(1, 4, 2, 0.5);
+        run.call();
+        run.f = f;
+        run.g.assign(4, 1.0);
+        run.state = 0;
+        run.call();
+        EXPECT_EQ(run.saved.valuePasses, passes) << f;
+    }
+}
+
+TEST(Plis, TheCodeOfAFailedRunTellsHowTheSearchFailed) {
+    PlisRun endless(1, 4, 2, 0.5);
+    endless.minimise([](const Vector&, Vector& g) {
+        g.assign(4, 1.0);
+        return 1.0e20;
+    });
+    EXPECT_EQ(endless.saved.searchStatus, -1);
+    EXPECT_EQ(endless.stopCode, -6);
+    for (const std::int32_t status : {-3, -2, -1, 0, 4}) {
+        PlisRun run(1, 4, 2, 0.5);
+        run.call();
+        run.saved.searchStatus = status;
+        run.f = 1.0;
+        run.g.assign(4, notANumber);
+        run.state = 0;
+        run.call();
+        EXPECT_EQ(run.stopCode, status < 0 ? status - 5 : -10);
     }
 }
 

@@ -119,6 +119,27 @@ TEST(PlisUpdate, AFullMatrixMeetsTheScaledQuasiNewtonCondition) {
     EXPECT_GT(negativeProjections, 2);
 }
 
+// lowRank' go becomes the projection of the step, turned against its old self: a matrix that is right already only
+// turns.
+TEST(PlisUpdate, TheProjectionOfTheGradientFollowsTheSignOfTheOldOne) {
+    int signs[2] = {0, 0};
+    for (unsigned seed = 1; seed <= 60; ++seed) {
+        for (const int method : {1, 2}) {
+            UpdateCase test(31, 5, seed);
+            const Vector step = test.stepProjection;
+            Vector projection(test.m);
+            transposedProduct(test.lowRank, test.go, projection);
+            const double gx = dot(projection, step);
+            ASSERT_TRUE(test.update(method)) << "seed " << seed;
+            transposedProduct(test.lowRank, test.go, projection);
+            EXPECT_LT(dot(projection, step) * gx, 0.0) << "seed " << seed << " method " << method;
+            ++signs[gx < 0.0];
+        }
+    }
+    EXPECT_GT(signs[0], 0);
+    EXPECT_GT(signs[1], 0);
+}
+
 TEST(PlisUpdate, TheTwoMethodsDifferOnceTheMatrixIsFull) {
     UpdateCase one(12, 4, 3), two(12, 4, 3);
     ASSERT_TRUE(one.update(1));
