@@ -2,6 +2,7 @@
 // that are compiled for a given instruction set. Private to wavelet_lanes.cpp.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 
 #include "sensitivity/wavelet_tiles.h"
@@ -96,6 +97,22 @@ template <std::size_t width, std::size_t fixedTaps>
     }
 }
 
+// The same for all other outputs.
+template <std::size_t width, std::size_t fixedTaps>
+[[gnu::always_inline]] inline void sumPair(const double* low, const double* high, std::size_t m,
+                                           const TapTable<fixedTaps>& taps, typename LaneVector<width>::Type& even,
+                                           typename LaneVector<width>::Type& odd) {
+    const std::size_t reach = (taps.count() + 1) / 2;
+    for (std::size_t t = 0; t < reach; ++t) {
+        const std::size_t row = laneCount * (m + 1 - reach + t);
+        const std::size_t k = 2 * (reach - 1 - t);
+        addTap<width>(low + row, high + row, k, taps, even);
+        if (k + 1 < taps.count()) {
+            addTap<width>(low + row, high + row, k + 1, taps, odd);
+        }
+    }
+}
+
 // `low` and `high` (n/2 rows each, n a power of two) become the n rows of `target`, which lie `targetStride` values
 // apart.
 template <std::size_t width, std::size_t fixedTaps>
@@ -104,26 +121,27 @@ template <std::size_t width, std::size_t fixedTaps>
                                                 const TapTable<fixedTaps>& taps) {
     using Vector = typename LaneVector<width>::Type;
     const std::size_t half = n / 2;
-    const std::size_t reach = (taps.count() + 1) / 2;
+    const std::size_t wrapped = std::min(half, (taps.count() + 1) / 2 - std::min<std::size_t>(taps.count(), 1));
     const std::size_t base = taps.count() * n - taps.count() / 2 + 2;
-    for (std::size_t m = 0; m < half; ++m) {
+    // Two loops and not one with a branch: the long one keeps its taps in registers.
+    for (std::size_t m = 0; m < wrapped; ++m) {
         double* const evenRow = target + targetStride * ((base + 2 * m) & (n - 1));
         double* const oddRow = target + targetStride * ((base + 2 * m + 1) & (n - 1));
         for (std::size_t l = 0; l < laneCount; l += width) {
             Vector even = {};
             Vector odd = {};
-            if (m + 1 < reach) {
-                sumWrappedPair<width>(low + l, high + l, n, m, taps, even, odd);
-            } else {
-                for (std::size_t t = 0; t < reach; ++t) {
-                    const std::size_t row = laneCount * (m + 1 - reach + t) + l;
-                    const std::size_t k = 2 * (reach - 1 - t);
-                    addTap<width>(low + row, high + row, k, taps, even);
-                    if (k + 1 < taps.count()) {
-                        addTap<width>(low + row, high + row, k + 1, taps, odd);
-                    }
-                }
-            }
+            sumWrappedPair<width>(low + l, high + l, n, m, taps, even, odd);
+            *reinterpret_cast<Vector*>(evenRow + l) = even;
+            *reinterpret_cast<Vector*>(oddRow + l) = odd;
+        }
+    }
+    for (std::size_t m = wrapped; m < half; ++m) {
+        double* const evenRow = target + targetStride * ((base + 2 * m) & (n - 1));
+        double* const oddRow = target + targetStride * ((base + 2 * m + 1) & (n - 1));
+        for (std::size_t l = 0; l < laneCount; l += width) {
+            Vector even = {};
+            Vector odd = {};
+            sumPair<width>(low + l, high + l, m, taps, even, odd);
             *reinterpret_cast<Vector*>(evenRow + l) = even;
             *reinterpret_cast<Vector*>(oddRow + l) = odd;
         }
