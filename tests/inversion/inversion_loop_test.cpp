@@ -332,18 +332,23 @@ TEST_F(InversionLoop, BackgroundIsRemovedFromVersionTwoOn) {
     EXPECT_LT(screen().find("  Background Value Removed: "), screen().find("  Iterations "));
 }
 
+std::unique_ptr<SmallProblem> makeStrictlyPositive(SmallOptions options) {
+    options.positivityFlag = 2;
+    auto small = makeSmallProblem(options);
+    for (std::size_t n = 0; n < small->modelSize(); ++n) {
+        small->bounds.boundType[n] = boundLower;
+        small->bounds.lowerBound[n] = static_cast<double>(strictPositiveMinimum);
+        small->arrays.model[n] = 0.01 + std::abs(small->arrays.model[n]);
+    }
+    return small;
+}
+
 TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
     for (unsigned seed = 1; seed < 6; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         SmallOptions options;
-        options.positivityFlag = 2;
         options.seed = seed;
-        const auto small = makeSmallProblem(options);
-        for (std::size_t n = 0; n < small->modelSize(); ++n) {
-            small->bounds.boundType[n] = boundLower;
-            small->bounds.lowerBound[n] = static_cast<double>(strictPositiveMinimum);
-            small->arrays.model[n] = 0.01 + std::abs(small->arrays.model[n]);
-        }
+        const auto small = makeStrictlyPositive(options);
         runTo(*small, 50);
         EXPECT_NE(log().find("initial barrier: "), std::string::npos);
         EXPECT_EQ(count(log(), "     model barr: "), 50U);
@@ -351,6 +356,27 @@ TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
         for (const double value : small->arrays.model)
             EXPECT_GE(value, static_cast<double>(strictPositiveMinimum));
     }
+}
+
+TEST_F(InversionLoop, BarrierChangesBehindAConjugateGradientStepAndThatIsReported) {
+    const auto before = makeStrictlyPositive({});
+    Barrier barrier = startBarrier(2, before->mesh, before->arrays.model);
+    runTo(*before, 11);
+    const double misfit = calcObjective(before->inputs(), barrier, before->arrays.model).misfit;
+    const double unchanged = calcBarrier(2, barrier, before->mesh, before->arrays.model);
+    const double changed = updateBarrier(2, barrier, before->mesh, before->arrays.model, misfit);
+    ASSERT_GT(std::abs(changed - unchanged), 0.01);
+
+    const auto small = makeStrictlyPositive({});
+    runTo(*small, 23);
+    const std::string words = "     model barr: ";
+    std::vector<double> reported;
+    for (const std::string& line : linesOf(log()))
+        if (line.starts_with(words))
+            reported.push_back(std::stod(line.substr(words.size())));
+    ASSERT_EQ(reported.size(), 23U);
+    EXPECT_NEAR(reported[10], unchanged, 6e-5);
+    EXPECT_NEAR(reported[11], changed, 6e-5);
 }
 
 TEST_F(InversionLoop, WithoutTheBarrierNothingIsSaidOfIt) {
@@ -373,6 +399,22 @@ TEST_F(InversionLoop, GradientTimerBeginsWithTheWholeClock) {
         EXPECT_LT(timer, 600.0);
     }
     EXPECT_EQ(timers.gtgProduct, 0.0);
+}
+
+TEST_F(InversionLoop, RefusalOfTheOptimiserStopsNothingAndRepeatsTheReports) {
+    const auto small = makeSmallProblem();
+    small->bounds.boundType[2] = 9;  // no code that the optimiser knows
+    const Vector start = small->arrays.model;
+    runTo(*small, 5);
+    const std::vector<Row> all = rows();
+    ASSERT_EQ(all.size(), 6U);
+    for (const Row& row : all) {
+        EXPECT_EQ(row.misfit, all[0].misfit);
+        EXPECT_EQ(row.norm, all[0].norm);
+        EXPECT_EQ(row.total, all[0].total);
+    }
+    EXPECT_EQ(small->arrays.model, start);
+    EXPECT_FALSE(exists("voxlith_grad.mod"));
 }
 
 TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
