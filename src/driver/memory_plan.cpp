@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -138,18 +137,13 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { arrays.iwaBFGS.assign(3 * m, 0); });
 }
 
-// Room for `count` coefficients in both arrays; false when either is refused. Not filled: the rows are read into it.
-bool reserveCoefficients(SparseCoefStore& store, std::int64_t count) {
-    const auto entries = static_cast<std::size_t>(count);
+// Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into it.
+bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t slackWords) {
     try {
-        store.coefValue = std::make_unique_for_overwrite<float[]>(entries);
-        store.coefIndex = std::make_unique_for_overwrite<std::int32_t[]>(entries);
+        reserveStore(store, count, slackWords);
     } catch (const std::bad_alloc&) {
-        store.coefValue.reset();
-        store.coefIndex.reset();
         return false;
     }
-    store.capacity = count;
     return true;
 }
 
@@ -233,7 +227,8 @@ void allocateCoefStore(RunState& run) {
     for (const std::int64_t count : sensitivity.header.coefficientCount)
         store.totalCoef += count;
     sensitivity.idisk = 0;
-    if (reserveCoefficients(store, store.totalCoef)) {
+    const std::int64_t rows = std::int64_t{sensitivity.header.nData} * run.control.nMtx;
+    if (reserveCoefficients(store, store.totalCoef, slackWordsFor(rows))) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
     }
@@ -244,7 +239,7 @@ void allocateCoefStore(RunState& run) {
     }
     sensitivity.idisk = 1;
     screenAndLogLine(run.messages, " Not enough memory available so idisk was switched to 1");
-    if (!reserveCoefficients(store, store.rowMax))
+    if (!reserveCoefficients(store, store.rowMax, 0))
         fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the compression coefficient arrays",
                                                   std::bad_alloc()));
     run.memoryTally += storeBytes(store.rowMax);

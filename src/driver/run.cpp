@@ -189,8 +189,8 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
     readObservedData(run);
     applyDataOffset(run);
     reportStatistics(run);
-    if (run.sensitivity.idisk == 0)
-        scaleRows(run.sensitivity, run.obs);
+    scaleRows(run.sensitivity, run.obs);
+    arrangeRowsInMemory(run.sensitivity);
     readModels(run);
     openProgress(run);
     const double cpuStart = processorSeconds();

@@ -16,9 +16,7 @@ void requireRoom(SparseCoefStore& store, std::size_t count) {
     if (store.capacity >= static_cast<std::int64_t>(count)) {
         return;
     }
-    store.coefIndex = std::make_unique_for_overwrite<std::int32_t[]>(count);
-    store.coefValue = std::make_unique_for_overwrite<float[]>(count);
-    store.capacity = static_cast<std::int64_t>(count);
+    reserveStore(store, static_cast<std::int64_t>(count), 0);
 }
 
 void requireIndicesInside(const BinaryInput& input, const std::int32_t* coefIndex, std::size_t count,
@@ -48,10 +46,12 @@ DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t e
     const auto count = static_cast<std::size_t>(rowCount);
     SparseCoefStore& store = sensitivity.store;
     requireRoom(store, count);
-    readBytes(input, store.coefIndex.get(), count * sizeof(std::int32_t), "the indices of a coefficient row");
-    requireIndicesInside(input, store.coefIndex.get(), count, static_cast<std::int64_t>(sensitivity.paddedWork.size()));
-    readBytes(input, store.coefValue.get(), count * sizeof(float), "the values of a coefficient row");
-    return {store.coefIndex.get(), store.coefValue.get(), count};
+    std::int32_t* const coefIndex = store.words.get();
+    std::int32_t* const coefValue = coefIndex + count;
+    readBytes(input, coefIndex, count * sizeof(std::int32_t), "the indices of a coefficient row");
+    requireIndicesInside(input, coefIndex, count, static_cast<std::int64_t>(sensitivity.paddedWork.size()));
+    readBytes(input, coefValue, count * sizeof(float), "the values of a coefficient row");
+    return {coefIndex, coefValue, count};
 }
 
 DiskRow readFramedRow(Sensitivity& sensitivity, BinaryInput& input) {

@@ -11,7 +11,7 @@ namespace voxlith {
 // A row in the buffers of the store; it stands until the next row is read.
 struct DiskRow {
     const std::int32_t* coefIndex = nullptr;
-    const float* coefValue = nullptr;
+    const std::int32_t* coefValue = nullptr;  // bits of real32
     std::size_t count = 0;
 };
 

@@ -41,8 +41,7 @@ void loadFile(Sensitivity& sensitivity, std::size_t file) {
     seekBinary(input, header.rowStart[file]);
     for (std::size_t r = 0; r + 1 < offsets.size(); ++r) {
         const auto length = static_cast<std::size_t>(offsets[r + 1] - offsets[r]);
-        const std::span<std::int32_t> coefIndex(sensitivity.store.coefIndex.get() + (offsets[r] - 1), length);
-        const std::span<float> coefValue(sensitivity.store.coefValue.get() + (offsets[r] - 1), length);
+        const auto [coefIndex, coefValue] = rawRowOf(sensitivity.store, file * offsets.size() + r);
         const std::int64_t byte = input.position;
         if (!header.recordForm) {
             loadStreamRow(input, header, coefIndex, coefValue);

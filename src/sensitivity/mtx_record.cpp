@@ -218,7 +218,7 @@ std::int32_t scanRecordRow(BinaryInput& input) {
 }
 
 std::int32_t readRecordRow(BinaryInput& input, std::int64_t nPadded, std::span<std::int32_t> coefIndex,
-                           std::span<float> coefValue) {
+                           std::span<std::int32_t> coefValue) {
     const std::int64_t byte = input.position;
     const std::int32_t count = beginRow(input);
     const auto taken = static_cast<std::size_t>(count);

@@ -35,6 +35,6 @@ std::int32_t scanRecordRow(BinaryInput& input);
 
 // Reads the row at the present position and returns its count. The spans are alike in size and hold at least that many.
 std::int32_t readRecordRow(BinaryInput& input, std::int64_t nPadded, std::span<std::int32_t> coefIndex,
-                           std::span<float> coefValue);
+                           std::span<std::int32_t> coefValue);
 
 }  // namespace voxlith

@@ -196,7 +196,7 @@ void skip(BinaryInput& input, std::int64_t bytes, std::string_view what) {
 }
 
 void loadSparseRow(BinaryInput& input, const MtxHeader& header, std::int64_t count, std::span<std::int32_t> coefIndex,
-                   std::span<float> coefValue) {
+                   std::span<std::int32_t> coefValue) {
     requireBytes(input, 8 * count, "the coefficients of a row");
     const std::size_t taken = std::min(static_cast<std::size_t>(count), coefIndex.size());
     const std::int64_t left = 4 * (count - static_cast<std::int64_t>(taken));
@@ -208,7 +208,7 @@ void loadSparseRow(BinaryInput& input, const MtxHeader& header, std::int64_t cou
     skip(input, left, "the values of a row");
     // Counts differ only where an empty row has put the reading out of step: places without a coefficient add nothing.
     std::fill(coefIndex.begin() + static_cast<std::ptrdiff_t>(taken), coefIndex.end(), 1);
-    std::fill(coefValue.begin() + static_cast<std::ptrdiff_t>(taken), coefValue.end(), 0.0F);
+    std::fill(coefValue.begin() + static_cast<std::ptrdiff_t>(taken), coefValue.end(), 0);
 }
 
 }  // namespace
@@ -216,7 +216,7 @@ void loadSparseRow(BinaryInput& input, const MtxHeader& header, std::int64_t cou
 // A row of count 0 is empty for the scan but is read here like a dense one, as it always was: results from files that
 // hold one stay what they were, and whoever writes such a row finds out.
 void loadStreamRow(BinaryInput& input, const MtxHeader& header, std::span<std::int32_t> coefIndex,
-                   std::span<float> coefValue) {
+                   std::span<std::int32_t> coefValue) {
     const std::int64_t byte = input.position;
     const std::int32_t count = readInt32(input, rowCountText);
     if (count > 0) {

@@ -29,6 +29,6 @@ void readStreamTail(Sensitivity& sensitivity, std::size_t file, const MeshGeomet
 
 // Reads the row at the present position into its places in the store, which the scan has sized.
 void loadStreamRow(BinaryInput& input, const MtxHeader& header, std::span<std::int32_t> coefIndex,
-                   std::span<float> coefValue);
+                   std::span<std::int32_t> coefValue);
 
 }  // namespace voxlith

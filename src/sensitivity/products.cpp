@@ -1,7 +1,9 @@
 #include "sensitivity/products.h"
 
 #include <algorithm>
+#include <bit>
 
+#include "sensitivity/block_kernels.h"
 #include "sensitivity/disk_rows.h"
 #include "sensitivity/row_kernels.h"
 
@@ -9,10 +11,42 @@ namespace voxlith {
 
 namespace {
 
-SparseRows rowsInMemory(const Sensitivity& sensitivity, std::size_t mtx) {
-    const std::size_t offsets = static_cast<std::size_t>(sensitivity.header.nData) + 1;
-    return {std::span(sensitivity.store.rowOffset).subspan(mtx * offsets, offsets), sensitivity.store.coefIndex.get(),
-            sensitivity.store.coefValue.get()};
+std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
+    return {store.words.get(), static_cast<std::size_t>(store.slackWords + 2 * store.capacity)};
+}
+
+// Rows whose working form has not been made are taken one by one.
+void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
+    SparseCoefStore& store = sensitivity.store;
+    if (!store.working.empty()) {
+        const WorkingRows& rows = store.working[mtx];
+        gatherInUse(rows, sensitivity.paddedWork, store.compact);
+        rowsTimesCompact(rows, wordsOf(store), store.compact, out, widestInstructionSet());
+        return;
+    }
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    for (std::size_t r = 0; r < nData; ++r) {
+        const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
+        out[r] = rowTimesPadded(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(),
+                                sensitivity.paddedWork.data());
+    }
+}
+
+void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual) {
+    SparseCoefStore& store = sensitivity.store;
+    if (!store.working.empty()) {
+        const WorkingRows& rows = store.working[mtx];
+        gatherInUse(rows, sensitivity.paddedWork, store.compact);
+        addRowsToCompact(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
+        scatterInUse(rows, store.compact, sensitivity.paddedWork);
+        return;
+    }
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    for (std::size_t r = 0; r < nData; ++r) {
+        const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
+        addRowTransposed(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(), residual[r],
+                         sensitivity.paddedWork.data());
+    }
 }
 
 void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd, std::span<double> out) {
@@ -53,7 +87,7 @@ void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<
                        sensitivity.waveletWork);
     if (sensitivity.idisk == 0) {
         const double passStart = clockSeconds();
-        rowsTimesPadded(rowsInMemory(sensitivity, mtx), sensitivity.paddedWork, out);
+        multiplyInMemory(sensitivity, mtx, out);
         timers.matrixPass += clockSeconds() - passStart;
     } else {
         multiplyFromDisk(sensitivity, mtx, obsStd, out);
@@ -69,7 +103,7 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     std::fill_n(sensitivity.paddedWork.begin(), extents.total(), 0.0);
     if (sensitivity.idisk == 0) {
         const double passStart = clockSeconds();
-        addRowsTransposed(rowsInMemory(sensitivity, mtx), residual, sensitivity.paddedWork);
+        scatterFromMemory(sensitivity, mtx, residual);
         timers.transposePass += clockSeconds() - passStart;
     } else {
         scatterFromDisk(sensitivity, mtx, obsStd, residual);
@@ -88,19 +122,24 @@ void scaleRows(Sensitivity& sensitivity, const ObsSet& obs) {
     }
     const std::int32_t files = std::min(obs.nDataTypes, sensitivity.nMtx);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
-    float* const coefValue = sensitivity.store.coefValue.get();
     for (std::int32_t file = 0; file < files; ++file) {
         const auto column = static_cast<std::size_t>(file);
-        const std::int64_t* const rowOffset = sensitivity.store.rowOffset.data() + column * (nData + 1);
         for (std::size_t r = 0; r < nData; ++r) {
             const float standardDeviation = obs.obsStd[obs.index(column, r)];
             if (!(standardDeviation > 0.0F)) {
                 continue;
             }
-            for (std::int64_t p = rowOffset[r] - 1; p < rowOffset[r + 1] - 1; ++p) {
-                coefValue[p] /= standardDeviation;
+            for (std::int32_t& value : rawRowOf(sensitivity.store, column * (nData + 1) + r).coefValue) {
+                value = std::bit_cast<std::int32_t>(std::bit_cast<float>(value) / standardDeviation);
             }
         }
+    }
+}
+
+void arrangeRowsInMemory(Sensitivity& sensitivity) {
+    if (sensitivity.idisk == 0) {
+        arrangeStore(sensitivity.store, static_cast<std::size_t>(sensitivity.header.nData),
+                     static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size());
     }
 }
 

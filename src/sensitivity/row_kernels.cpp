@@ -1,47 +1,39 @@
 #include "sensitivity/row_kernels.h"
 
+#include <array>
+#include <bit>
+
 namespace voxlith {
 
 namespace {
 
-struct RowPlace {
-    std::size_t first;
-    std::size_t count;
-};
+constexpr std::size_t lanes = 8;
 
-RowPlace placeOfRow(const SparseRows& rows, std::size_t r) {
-    return {static_cast<std::size_t>(rows.rowOffset[r] - 1),
-            static_cast<std::size_t>(rows.rowOffset[r + 1] - rows.rowOffset[r])};
+double term(const std::int32_t* coefIndex, const std::int32_t* coefValue, std::size_t p, const double* padded) {
+    return static_cast<double>(std::bit_cast<float>(coefValue[p])) * padded[coefIndex[p] - 1];
 }
 
 }  // namespace
 
-double rowTimesPadded(const std::int32_t* coefIndex, const float* coefValue, std::size_t n, const double* padded) {
-    double sum = 0.0;
-    for (std::size_t p = 0; p < n; ++p) {
-        sum += static_cast<double>(coefValue[p]) * padded[coefIndex[p] - 1];
+double rowTimesPadded(const std::int32_t* coefIndex, const std::int32_t* coefValue, std::size_t n,
+                      const double* padded) {
+    std::array<double, lanes> sum{};
+    std::size_t p = 0;
+    for (; p + lanes <= n; p += lanes) {
+        for (std::size_t l = 0; l < lanes; ++l) {
+            sum[l] += term(coefIndex, coefValue, p + l, padded);
+        }
     }
-    return sum;
+    for (std::size_t l = 0; p + l < n; ++l) {
+        sum[l] += term(coefIndex, coefValue, p + l, padded);
+    }
+    return ((sum[0] + sum[4]) + (sum[2] + sum[6])) + ((sum[1] + sum[5]) + (sum[3] + sum[7]));
 }
 
-void addRowTransposed(const std::int32_t* coefIndex, const float* coefValue, std::size_t n, double factor,
+void addRowTransposed(const std::int32_t* coefIndex, const std::int32_t* coefValue, std::size_t n, double factor,
                       double* padded) {
     for (std::size_t p = 0; p < n; ++p) {
-        padded[coefIndex[p] - 1] += static_cast<double>(coefValue[p]) * factor;
-    }
-}
-
-void rowsTimesPadded(const SparseRows& rows, std::span<const double> padded, std::span<double> out) {
-    for (std::size_t r = 0; r + 1 < rows.rowOffset.size(); ++r) {
-        const RowPlace row = placeOfRow(rows, r);
-        out[r] = rowTimesPadded(rows.coefIndex + row.first, rows.coefValue + row.first, row.count, padded.data());
-    }
-}
-
-void addRowsTransposed(const SparseRows& rows, std::span<const double> factor, std::span<double> padded) {
-    for (std::size_t r = 0; r + 1 < rows.rowOffset.size(); ++r) {
-        const RowPlace row = placeOfRow(rows, r);
-        addRowTransposed(rows.coefIndex + row.first, rows.coefValue + row.first, row.count, factor[r], padded.data());
+        padded[coefIndex[p] - 1] += static_cast<double>(std::bit_cast<float>(coefValue[p])) * factor;
     }
 }
 

@@ -5,12 +5,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <vector>
 
 #include "files/data_codes.h"
 #include "sensitivity/binary_input.h"
+#include "sensitivity/coef_store.h"
 #include "sensitivity/wavelet.h"
 
 namespace voxlith {
@@ -33,16 +33,6 @@ struct MtxHeader {
     std::array<float, maxFiles> weightParamB{};
     std::array<std::int64_t, maxFiles> rowStart{};  // byte at which the rows begin
     std::array<std::int64_t, maxFiles> coefficientCount{};
-};
-
-// The compressed rows of all files behind one another.
-struct SparseCoefStore {
-    std::vector<std::int64_t> rowOffset;        // (nData + 1) for each file; positions count from 1 as in the file
-    std::unique_ptr<std::int32_t[]> coefIndex;  // positions in the padded array, from 1
-    std::unique_ptr<float[]> coefValue;
-    std::int64_t capacity = 0;  // entries allocated in both: all coefficients, or one row in disk mode
-    std::int64_t totalCoef = 0;
-    std::int32_t rowMax = 0;  // longest row of the last file scanned
 };
 
 struct Sensitivity {

@@ -1,6 +1,7 @@
 // Reads sensitivity files the way a run does: all stages in order, arrays made between them.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -50,31 +51,28 @@ struct MtxReading {
 
     void load() {
         SparseCoefStore& store = sensitivity.store;
-        store.capacity = store.totalCoef = store.rowOffset.back() - 1;
+        store.totalCoef = store.rowOffset.back() - 1;
         // Exactly as many as the scan found, so that the address sanitizer sees any step beyond.
-        store.coefIndex = std::make_unique<std::int32_t[]>(static_cast<std::size_t>(store.capacity));
-        store.coefValue = std::make_unique<float[]>(static_cast<std::size_t>(store.capacity));
+        reserveStore(store, store.totalCoef, 0);
         loadMtxRows(sensitivity);
     }
 
-    std::vector<std::int32_t> rowIndices(std::size_t file, std::size_t row) const {
-        const auto [first, last] = rowRange(file, row);
-        return {sensitivity.store.coefIndex.get() + first, sensitivity.store.coefIndex.get() + last};
+    std::vector<std::int32_t> rowIndices(std::size_t file, std::size_t row) {
+        const RawRow raw = rawRowOf(sensitivity.store, entryOf(file, row));
+        return {raw.coefIndex.begin(), raw.coefIndex.end()};
     }
 
-    std::vector<float> rowValues(std::size_t file, std::size_t row) const {
-        const auto [first, last] = rowRange(file, row);
-        return {sensitivity.store.coefValue.get() + first, sensitivity.store.coefValue.get() + last};
+    std::vector<float> rowValues(std::size_t file, std::size_t row) {
+        std::vector<float> values;
+        for (const std::int32_t bits : rawRowOf(sensitivity.store, entryOf(file, row)).coefValue) {
+            values.push_back(std::bit_cast<float>(bits));
+        }
+        return values;
     }
 
 private:
-    struct Range {
-        std::int64_t first, last;
-    };
-
-    Range rowRange(std::size_t file, std::size_t row) const {
-        const std::size_t entry = file * (static_cast<std::size_t>(sensitivity.header.nData) + 1) + row;
-        return {sensitivity.store.rowOffset[entry] - 1, sensitivity.store.rowOffset[entry + 1] - 1};
+    std::size_t entryOf(std::size_t file, std::size_t row) const {
+        return file * (static_cast<std::size_t>(sensitivity.header.nData) + 1) + row;
     }
 
     void makeObsArrays() {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -110,22 +111,29 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
 
 inline void storeRowsInMemory(Sensitivity& sensitivity, const std::vector<std::vector<StoredRow>>& files) {
     SparseCoefStore& store = sensitivity.store;
-    std::vector<std::int32_t> index;
-    std::vector<float> value;
+    std::int64_t rowCount = 0;
     store.rowOffset.clear();
+    store.working.clear();
+    store.totalCoef = 0;
     for (const std::vector<StoredRow>& rows : files) {
-        store.rowOffset.push_back(static_cast<std::int64_t>(index.size()) + 1);
+        store.rowOffset.push_back(store.totalCoef + 1);
         for (const StoredRow& row : rows) {
-            index.insert(index.end(), row.index.begin(), row.index.end());
-            value.insert(value.end(), row.value.begin(), row.value.end());
-            store.rowOffset.push_back(static_cast<std::int64_t>(index.size()) + 1);
+            store.totalCoef += static_cast<std::int64_t>(row.index.size());
+            store.rowOffset.push_back(store.totalCoef + 1);
+            ++rowCount;
         }
     }
-    store.totalCoef = store.capacity = static_cast<std::int64_t>(index.size());
-    store.coefIndex = std::make_unique<std::int32_t[]>(index.size());
-    store.coefValue = std::make_unique<float[]>(index.size());
-    std::copy(index.begin(), index.end(), store.coefIndex.get());
-    std::copy(value.begin(), value.end(), store.coefValue.get());
+    reserveStore(store, store.totalCoef, slackWordsFor(rowCount));
+    std::size_t entry = 0;
+    for (const std::vector<StoredRow>& rows : files) {
+        for (const StoredRow& row : rows) {
+            const RawRow raw = rawRowOf(store, entry++);
+            std::copy(row.index.begin(), row.index.end(), raw.coefIndex.begin());
+            std::transform(row.value.begin(), row.value.end(), raw.coefValue.begin(),
+                           [](float value) { return std::bit_cast<std::int32_t>(value); });
+        }
+        ++entry;
+    }
     sensitivity.idisk = 0;
 }
 

@@ -1,0 +1,42 @@
+// The compressed rows of all sensitivity files: where they lie in memory, and the row at hand when they are read from disk.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "sensitivity/working_rows.h"
+
+namespace voxlith {
+
+// Raw rows stand one behind the other as in the file: coefIndex (int32, positions in the padded array, from 1), then coefValue (real32, held
+// by their bits). Before the iterations they are turned into their working form, in place.
+struct SparseCoefStore {
+    std::vector<std::int64_t> rowOffset;    // (nData + 1) for each file; coefficients count from 1, through all files
+    std::unique_ptr<std::int32_t[]> words;  // two for each coefficient, behind slackWords
+    std::int64_t slackWords = 0;            // words before the raw rows, so that the working form never overtakes them
+    std::int64_t capacity = 0;              // coefficients that there is room for: all, or one row in disk mode
+    std::int64_t totalCoef = 0;
+    std::int32_t rowMax = 0;                // longest row of the last file scanned
+
+    std::vector<WorkingRows> working;       // by file; empty while the rows are raw
+    std::vector<double> compact;            // work: values at the positions in use
+};
+
+struct RawRow {
+    std::span<std::int32_t> coefIndex;
+    std::span<std::int32_t> coefValue;  // bits of real32
+};
+
+// Room for `capacity` coefficients, not filled. Throws std::bad_alloc; the store is empty then.
+void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t slackWords);
+
+// A raw row by its entry in rowOffset.
+RawRow rawRowOf(SparseCoefStore& store, std::size_t entry);
+
+// Turns the rows of all files (nData rows each) into working form. `paddedCount` is the largest coefIndex possible.
+void arrangeStore(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount);
+
+}  // namespace voxlith
