@@ -203,12 +203,12 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
     closeLog(run.messages, cpuStart, julianStart);
 }
 
-// One line on standard error and in the log.
+// One line on standard error and in the log. Allocates nothing: the problem may be that there is no memory.
 void reportUnusableFile(Messages& messages, std::string_view problem) {
     std::fprintf(stderr, "%.*s\n", static_cast<int>(problem.size()), problem.data());
     try {
         logLine(messages, problem);
-    } catch (const RunError&) {
+    } catch (const std::exception&) {
         closeLineFile(messages.log);  // the log itself is what cannot be written: standard error has the line
     }
 }
@@ -229,7 +229,7 @@ ExitStatus runVoxlith(std::span<const std::string> arguments) {
         reportUnusableFile(run.messages, problem.what());
         return ExitStatus::unusableFile;
     } catch (const std::exception& problem) {
-        reportUnusableFile(run.messages, std::string("the run cannot go on: ") + problem.what());
+        reportUnusableFile(run.messages, TextLine("the run cannot go on: ").text(problem.what()));
         return ExitStatus::unusableFile;
     }
     return ExitStatus::normal;
