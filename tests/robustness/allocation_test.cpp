@@ -134,12 +134,16 @@ std::string lineTimeObs() {
 }
 
 std::vector<SmallRun> smallRuns() {
-    std::vector<SmallRun> runs{{.name = "plain"}, {.name = "joint"}, {.name = "averaged"}, {.name = "offset"}};
+    std::vector<SmallRun> runs(4);
+    runs[0].name = "plain";
     runs[0].arguments.emplace_back("ObsClip(-1,1.5)");
+    runs[1].name = "joint";
     runs[1].control.set(1, "0 2 2 2 dens susc").set(5, "g.mtx|g.mtx");
     runs[1].observed = smallSurveyObs(2);
+    runs[2].name = "averaged";
     runs[2].control.set(3, "1.0 0.02 0 2.5");
     runs[2].observed = lineTimeObs();
+    runs[3].name = "offset";
     runs[3].control.set(11, "obs.dat").set(8, "0.0,1.0");
     return runs;
 }
@@ -196,7 +200,7 @@ TEST_P(RefusedMemory, IterationsAskForNone) {
     EXPECT_EQ(allocationsOf("30"), ofThree);
 }
 
-INSTANTIATE_TEST_SUITE_P(Runs, RefusedMemory, ::testing::ValuesIn(smallRuns()), [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Runs, RefusedMemory, ::testing::ValuesIn(smallRuns()), [](const auto& of) { return of.param.name; });
 
 }  // namespace
 }  // namespace voxlith::testing_support
