@@ -34,18 +34,20 @@ TextInput::~TextInput() {
 
 bool openTextInput(TextInput& input, const std::string& name) {
     closeTextInput(input);
-    // Without O_NONBLOCK a named pipe that nobody writes to would hold the program here for ever.
+    // Pipes and devices need have no end, and data files are read twice. Without O_NONBLOCK a named pipe that nobody
+    // writes to would hold the program at the very opening.
     const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (handle < 0) {
         return false;
     }
     struct stat state {};
-    int cause = ::fstat(handle, &state) == 0 ? 0 : errno;
-    if (cause == 0 && S_ISDIR(state.st_mode)) {
-        cause = EISDIR;
-    }
-    if (cause == 0 && ::fcntl(handle, F_SETFL, 0) != 0) {
+    int cause = 0;
+    if (::fstat(handle, &state) != 0) {
         cause = errno;
+    } else if (S_ISDIR(state.st_mode)) {
+        cause = EISDIR;
+    } else if (!S_ISREG(state.st_mode)) {
+        cause = ESPIPE;
     }
     if (cause != 0) {
         ::close(handle);

@@ -68,7 +68,7 @@ bool fileExists(const std::string& name) {
         return false;
     }
     struct stat state {};
-    const bool usable = ::fstat(handle, &state) == 0 && !S_ISDIR(state.st_mode);
+    const bool usable = ::fstat(handle, &state) == 0 && S_ISREG(state.st_mode);
     ::close(handle);
     return usable;
 }

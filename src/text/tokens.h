@@ -31,7 +31,7 @@ bool startsWithNull(std::string_view text);
 // The name of a file as it is opened: cut at `width` characters, then without leading and trailing blanks.
 std::string fileNameOf(std::string_view text, std::size_t width = lineWidth);
 
-// True when `name` can be opened for reading and is no folder.
+// True when `name` can be opened for reading and is a regular file or a symbolic link to one.
 bool fileExists(const std::string& name);
 
 }  // namespace voxlith

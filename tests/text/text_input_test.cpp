@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -71,12 +72,25 @@ TEST(TextInput, tellsWhyAFileCannotBeOpened) {
     EXPECT_TRUE(atEnd(input));
 }
 
-TEST(TextInput, doesNotWaitForAPipeThatNobodyWrites) {
+TEST(TextInput, pipesAndDevicesAreNotOpened) {
     TemporaryFolder folder;
     ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
     TextInput input;
-    ASSERT_TRUE(openTextInput(input, folder.file("pipe")));
-    EXPECT_TRUE(atEnd(input));
+    EXPECT_FALSE(openTextInput(input, folder.file("pipe")));  // and does not wait for a writer
+    EXPECT_EQ(errno, ESPIPE);
+    EXPECT_FALSE(openTextInput(input, "/dev/zero"));
+    EXPECT_EQ(errno, ESPIPE);
+    EXPECT_EQ(input.handle, -1);
+}
+
+TEST(TextInput, aSymbolicLinkToAFileIsThatFile) {
+    TemporaryFolder folder;
+    std::filesystem::create_symlink(folder.write("a.txt", "first\n"), folder.file("link"));
+    TextInput input;
+    ASSERT_TRUE(openTextInput(input, folder.file("link")));
+    std::string line;
+    ASSERT_TRUE(readLine(input, line));
+    EXPECT_EQ(line, "first");
 }
 
 TEST(TextInput, namesTheFileThatCannotBeRead) {

@@ -1,7 +1,9 @@
 #include "text/tokens.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <random>
 #include <string>
 
@@ -132,11 +134,16 @@ TEST(Tokens, makesFileNames) {
     EXPECT_EQ(fileNameOf("    "), "");
 }
 
-TEST(Tokens, findsFilesButNotFolders) {
+TEST(Tokens, findsRegularFilesAlone) {
     testing_support::TemporaryFolder folder;
     EXPECT_TRUE(fileExists(folder.write("here.txt", "")));
     EXPECT_FALSE(fileExists(folder.file("gone.txt")));
     EXPECT_FALSE(fileExists(folder.path().string()));
+    std::filesystem::create_symlink(folder.file("here.txt"), folder.file("link"));
+    EXPECT_TRUE(fileExists(folder.file("link")));
+    ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(fileExists(folder.file("pipe")));
+    EXPECT_FALSE(fileExists("/dev/zero"));
     EXPECT_FALSE(fileExists(""));
     EXPECT_FALSE(fileExists(std::string(10000, 'n')));
 }
