@@ -4,6 +4,7 @@ Coordinates are metres: x east, y north, depth down from the top of the mesh. Mo
 then x, then y. Needs Python 3 alone.
 """
 import os
+import random
 import re
 import subprocess
 import sys
@@ -94,6 +95,54 @@ def read_values(path):
         return [float(t) for t in f.read().split()]
 
 
+def read_data(path, components=1, magnetic=False):
+    """Rows of a data file with deviations: [x, y, z, d1, s1, d2, s2 ...]; a datum of stars gives None twice."""
+    with open(path) as f:
+        lines = f.readlines()[3 if magnetic else 1:]
+    number = lambda word: None if '*' in word else float(word)
+    return [[number(word) for word in line.split()[:3 + 2 * components]] for line in lines]
+
+
+def write_data(path, stations, columns, field=None, lines=None):
+    """A data file. `columns`: for each component a list of (datum or None, deviation), one a station. `lines`: (name, time) a
+    station, for runs that average along lines."""
+    with open(path, 'w') as f:
+        if field:
+            f.write('%.2f %.2f %.2f\n%.2f %.2f 1\n' % (field[0] + field[1]))
+        f.write('%d\n' % len(stations))
+        for i, station in enumerate(stations):
+            words = ['%.2f %.2f %.2f' % station]
+            words += ['* %g' % s if d is None else '%.7g %.7g' % (d, s) for d, s in (column[i] for column in columns)]
+            words += ['%s %.2f' % lines[i]] if lines else []
+            f.write(' '.join(words) + '\n')
+
+
+def component_rms(observed, predicted, components):
+    """Of each component, the root mean square of the residuals over their deviations; rows as of read_data."""
+    out = []
+    for c in range(components):
+        d, s = 3 + 2 * c, 4 + 2 * c
+        squares = [((p[d] - o[d]) / o[s]) ** 2 for o, p in zip(observed, predicted) if o[d] is not None]
+        out.append((sum(squares) / len(squares)) ** 0.5)
+    return out
+
+
+def noisy(values, deviations, seed):
+    """(datum, deviation) a value, with normal noise of that deviation."""
+    source = random.Random(seed)
+    return [(v + source.gauss(0.0, s), s) for v, s in zip(values, deviations)]
+
+
+def rms(values):
+    return (sum(v * v for v in values) / len(values)) ** 0.5
+
+
+def correlation(a, b):
+    ma, mb = sum(a) / len(a), sum(b) / len(b)
+    product = sum((x - ma) * (y - mb) for x, y in zip(a, b))
+    return product / (sum((x - ma) ** 2 for x in a) * sum((y - mb) ** 2 for y in b)) ** 0.5
+
+
 class Workbench:
     """The folder of a run and the programs that work in it."""
 
@@ -178,3 +227,22 @@ class Report:
             print('%-14s %10.0f %8.0f %8.0f %12.0f %8.0f %8.0f %11.4g %10.4g%s'
                   % (body.name, cx, cy, cd, x, y, d, body.value, value, '' if inside else '   outside the body'))
             self.require(inside, 'the peak of %s lies outside the body' % body.name)
+
+    def components(self, names, values, limit):
+        """The misfit of each component, in units of its deviations."""
+        for name, value in zip(names, values):
+            print('RMS of %s: %.3f' % (name, value))
+            self.require(value < limit, 'the RMS %.3f of %s is not below %g' % (value, name, limit))
+
+    def close(self, words, value, true, margin):
+        """A recovered number beside the true one."""
+        print('%-44s true %10.4g   recovered %10.4g' % (words, true, value))
+        self.require(abs(value - true) <= margin, '%s: %g is further than %g from %g' % (words, value, margin, true))
+
+    def below(self, words, value, limit):
+        print('%-44s %10.4g (below %g)' % (words, value, limit))
+        self.require(value < limit, '%s: %g is not below %g' % (words, value, limit))
+
+    def above(self, words, value, limit):
+        print('%-44s %10.4g (above %g)' % (words, value, limit))
+        self.require(value > limit, '%s: %g is not above %g' % (words, value, limit))

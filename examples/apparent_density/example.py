@@ -1,0 +1,62 @@
+"""Apparent density: one density a column from the surface to the bottom of the mesh, read off as a map.
+
+The ground is 300 m of rock whose density changes from place to place but not with depth: a dense square, a light strip.
+With a file of style 2 each column has a single unknown. The run writes the density below each station to
+voxlith_appden.csv, which is compared with the truth. The table holds the values that the run iterates on, which carry
+the depth weight; with a single layer there is nothing to weigh, so the file is made without one and the table holds
+densities.
+"""
+from gallery import Body, Mesh, correlation, grid, read_values, rms, write_stations, write_values
+
+MESH = Mesh(30 * [50], 30 * [50], 6 * [50])
+BODIES = [Body('dense square', (300, 650), (700, 1050), (0, 300), 0.30),
+          Body('light strip', (950, 1200), (300, 1200), (0, 300), -0.20)]
+
+CONTROL = """0                      ! a new run
+2 0 0                  ! fixed trade-off, no background removal
+0.003 0.02 0           ! trade-off, -, densities of either sign
+gz.obs                 ! observed data
+gz.mtx                 ! sensitivities
+0.0                    ! initial model, g/cm3
+0.0                    ! reference model
+null                   ! bounds
+0.0001 1. 1. 1.        ! alphaS, alphaE, alphaN, alphaZ
+null                   ! weighting
+null                   ! data offset
+60                     ! iterations
+"""
+
+
+def true_density(x, y):
+    return sum(body.value for body in BODIES if body.holds(x, y, 1.0))
+
+
+def run(bench, report):
+    MESH.write(bench.path('mesh.msh'))
+    write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
+    bench.write('voxlith.inp', CONTROL)
+    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
+                '--out', 'gz.obs', '--noise', '0,0.02', '--seed', 6)
+    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx', '--style', 2,
+                '--depth-weight', 'none')
+    seconds = bench.voxlith('voxlith.inp')
+    report.misfit(bench.progress(), 1.2)
+    model = read_values(bench.path('voxlith.den'))
+    columns = [model[p:p + MESH.nz] for p in range(0, len(model), MESH.nz)]
+    report.require(all(min(c) == max(c) for c in columns), 'a column has more than one density')
+    with open(bench.path('voxlith_appden.csv')) as f:
+        rows = [[float(word) for word in line.split(',')] for line in f.readlines()[1:]]
+    report.require(len(rows) == 26 * 26, 'voxlith_appden.csv has %d rows' % len(rows))
+    true = [true_density(x, y) for _, x, y, _ in rows]
+    found = [value for _, _, _, value in rows]
+    print()
+    report.above('correlation with the true map', correlation(true, found), 0.95)
+    report.below('RMS error / RMS density', rms([f - t for f, t in zip(found, true)]) / rms(true), 0.3)
+    for body in BODIES:
+        inner = [value for _, x, y, value in rows if body.holds(x, y, 150.0, -75.0)]
+        report.close('mean density inside the %s' % body.name, sum(inner) / len(inner), body.value, 0.1 * abs(body.value))
+    # Stations stand on cell centres, so the table shows the model itself.
+    cell = {(x, y): columns[j * MESH.nx + i][0] for j, y in enumerate(MESH.y) for i, x in enumerate(MESH.x)}
+    report.require(max(abs(cell[x, y] - value) for _, x, y, value in rows) < 2e-6, 'table and model differ at cell centres')
+    print('\nThe inversion took %.1f s.' % seconds)

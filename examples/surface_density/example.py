@@ -1,0 +1,56 @@
+"""Surface density above apparent density: a thin cover and the rock below, each with a density of its own a column.
+
+Patches of the 50 m cover are light; the 300 m of rock below hold a wide dense block that ends elsewhere. A file of
+style 3 has two unknowns a column. Both come from the same gravity data: short waves belong to the cover, long ones to
+the rock. What lies between is shared, so both are found a quarter too weak.
+"""
+import os
+
+from gallery import Body, Mesh, correlation, grid, read_values, write_stations, write_values
+
+MESH = Mesh(30 * [50], 30 * [50], [50] + 3 * [100])
+COVER = [Body('first patch', (300, 450), (300, 450), (0, 50), -0.4),
+         Body('second patch', (1000, 1150), (350, 500), (0, 50), -0.4),
+         Body('third patch', (700, 850), (1050, 1200), (0, 50), -0.4)]
+ROCK = [Body('dense block', (450, 1000), (500, 950), (50, 350), 0.3)]
+
+CONTROL = """0                      ! a new run
+2 0 0                  ! fixed trade-off, no background removal
+0.005 0.02 0           ! trade-off, -, densities of either sign
+gz.obs                 ! observed data
+gz.mtx                 ! sensitivities
+0.0                    ! initial model, g/cm3
+0.0                    ! reference model
+null                   ! bounds
+0.0001 1. 1. 1.        ! alphaS, alphaE, alphaN, alphaZ
+null                   ! weighting
+null                   ! data offset
+100                    ! iterations
+"""
+
+
+def run(bench, report):
+    MESH.write(bench.path('mesh.msh'))
+    truth = MESH.model(COVER + ROCK)
+    write_values(bench.path('true.den'), truth)
+    write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
+    bench.write('voxlith.inp', CONTROL)
+    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
+                '--out', 'gz.obs', '--noise', '0,0.01', '--seed', 7)
+    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx', '--style', 3,
+                '--depth-weight', '200,2')
+    seconds = bench.voxlith('voxlith.inp')
+    report.misfit(bench.progress(), 1.2)
+    model = read_values(bench.path('voxlith.den'))
+    columns = [model[p:p + MESH.nz] for p in range(0, len(model), MESH.nz)]
+    report.require(all(min(c[1:]) == max(c[1:]) for c in columns), 'a column has more than one density below the cover')
+    report.require(not os.path.exists(bench.path('voxlith_appden.csv')), 'voxlith_appden.csv belongs to styles 1 and 2')
+    places = [(y, x) for y in MESH.y for x in MESH.x]
+    print()
+    report.above('correlation of the cover', correlation([c[0] for c in columns], truth[0::MESH.nz]), 0.75)
+    report.above('correlation of the rock', correlation([c[1] for c in columns], truth[1::MESH.nz]), 0.82)
+    for layer, bodies in ((0, COVER), (1, ROCK)):
+        for body in bodies:
+            inner = [c[layer] for c, (y, x) in zip(columns, places) if body.holds(x, y, body.centre()[2], -20.0)]
+            report.close('mean density of the %s' % body.name, sum(inner) / len(inner), body.value, 0.35 * abs(body.value))
+    print('\nThe inversion took %.1f s.' % seconds)
