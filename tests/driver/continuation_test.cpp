@@ -69,15 +69,15 @@ TEST(ContinuedRun, NamesItsKindOnTheScreenFor1And2Only) {
 
 TEST(ContinuedRun, CountsOnFromTheLastRow) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(12, "2"));
+    laySurvey(folder, ControlLines().set(1, "1").set(12, "50"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.log", "an earlier log\n");
     folder.write("voxlith.aux", headings + "         120        0.9000        0.1000        0.9500       0.1\n");
     ASSERT_EQ(runNow(folder).exitStatus, 0);
     const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
-    ASSERT_EQ(lines.size(), 7U) << "rows 121 and 122 behind the old ones, no second row of a starting state";
+    ASSERT_EQ(lines.size(), 55U) << "fifty rows behind the old ones, no second row of a starting state";
     EXPECT_EQ(lines[5].substr(0, 12), "         121");
-    EXPECT_EQ(lines[6].substr(0, 12), "         122");
+    EXPECT_EQ(lines.back().substr(1, 11), "        170");
     EXPECT_EQ(linesOf(folder.read("voxlith.log")).front(), "an earlier log");
 }
 

@@ -213,6 +213,55 @@ TEST(ControlFile, CutsSeveralMtxNamesAtBarCommaOrBlank) {
     }
 }
 
+TEST(ControlFile, CutsOneMtxNameAtEachBlank) {
+    ControlRun run;
+    runWith(run, ControlLines().set(1, "0 3 1 1").set(5, "g.mtx  g.mtx g.mtx"));
+    EXPECT_EQ(run.result.exitStatus, 0);
+    expectLine(run.log, " Sensitivity file    2 : ");
+    expectLine(run.log, " Sensitivity file    3 : g.mtx g.mtx");
+    EXPECT_EQ(linesOf(run.log).back(), "Error:   3 MTX files have been specified, but only   2 mtx file names are defined");
+}
+
+TEST(ControlFile, CutsFourWeightingNamesAtTheFirstThreeBars) {
+    ControlRun run;
+    runWith(run, ControlLines().set(10, "null|NULL | null|null ! none").set(12, "1"));
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    expectLine(run.log, " Weighting file    1 : null");
+    expectLine(run.log, " Weighting file    2 : NULL");
+    expectLine(run.log, " Weighting file    3 :  null");
+    expectLine(run.log, " Weighting file    4 : null");
+
+    ControlRun rest;
+    runWith(rest, ControlLines().set(10, "null|null|null|a|b"));
+    expectLine(rest.log, " Weighting file    4 : a|b");
+    EXPECT_EQ(linesOf(rest.result.screen).back(), " File a|b not found");
+}
+
+TEST(ControlFile, NullValuesAndSlashesLeaveOptionalFieldsAsTheyAre) {
+    ControlRun run;
+    runWith(run, ControlLines().set(2, "2,,1.5").set(3, "1.0 0.02,,0 /").set(12, "1 /"));
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    expectLine(run.log, " Background removal: Off");
+    expectLine(run.log, " Positivity flag: -999");
+    expectLine(run.log, " Output model every    0 iterations");
+    expectLine(run.log, " Inversion Method    0");
+}
+
+TEST(ControlFile, ReadsLineEndsOfBothKinds) {
+    ControlRun run;
+    laySurvey(run.folder, ControlLines().set(12, "1"));
+    std::string text;
+    for (const char character : run.folder.read("voxlith.inp"))
+        text += character == '\n' ? std::string("\r\n") : std::string(1, character);
+    run.folder.write("voxlith.inp", text);
+    run.result = runProgram(run.folder, {"voxlith.inp"});
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    run.log = run.folder.read("voxlith.log");
+    expectLine(run.log, " Data file: obs.dat");
+    expectLine(run.log, " Bounds file: null");
+    EXPECT_EQ(run.log.find('\r'), std::string::npos);
+}
+
 TEST(ControlFile, ChecksTheAlphas) {
     ControlRun negative;
     runWith(negative, ControlLines().set(9, "1 -2 3 4 ! a"));

@@ -82,16 +82,6 @@ TEST(DataOffset, BlankAndNullClearTheReference) {
     }
 }
 
-TEST(DataOffset, OfOneDataTypeIsTheNumberAsItStands) {
-    RunState run;
-    setData(run, 1);
-    run.obs.obsStd.assign(3, 2.0F);
-    run.control.dataOffsetText = " 1.5 7 ! offset";
-    applyDataOffset(run);
-    EXPECT_EQ(run.obs.refData, std::vector<double>(3, 1.5));
-    EXPECT_EQ(run.obs.predData, run.obs.obsData);
-}
-
 class InFolder : public ::testing::Test {
 protected:
     InFolder() : before_(std::filesystem::current_path()) { std::filesystem::current_path(folder.path()); }
@@ -101,6 +91,19 @@ protected:
 private:
     std::filesystem::path before_;
 };
+
+using DataOffsetNumber = InFolder;
+
+TEST_F(DataOffsetNumber, OfOneDataTypeIsTakenAsItStandsAndWritesNoFile) {
+    RunState run;
+    setData(run, 1);
+    run.obs.obsStd.assign(3, 2.0F);
+    run.control.dataOffsetText = " 1.5 7 ! offset";
+    applyDataOffset(run);
+    EXPECT_EQ(run.obs.refData, std::vector<double>(3, 1.5));
+    EXPECT_EQ(run.obs.predData, run.obs.obsData);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
 
 using DataOffsetList = InFolder;
 
@@ -138,6 +141,27 @@ TEST(Folding, GoesOffWhenTheFirstTwoFilesDiffer) {
     EXPECT_FALSE(folds(2, 2.0F, 0.98F));
     EXPECT_TRUE(folds(1, 7.0F, 7.0F)) << "one data type: nothing is compared";
     EXPECT_FALSE(folds(2, 0.0F, 0.0F)) << "a second file that is not there has parameters of 0";
+}
+
+TEST(Folding, LeavesModelsAndBoundsAloneWhereItIsOff) {
+    RunState run;
+    run.mesh.nx = run.mesh.ny = 1;
+    run.mesh.nz = 2;
+    run.sensitivity.header.nCells = 2;
+    run.sensitivity.depthWeight = {2.0F, 3.0F, 4.0F, 5.0F};
+    run.control.nDataTypes = 2;
+    run.sensitivity.header.weightParamA = {1.0F, 5.0F};
+    run.arrays.model = {1.0, 1.5};
+    run.arrays.refModel = {0.25, 0.5};
+    run.bounds.lowerBound = {-1.0, -2.0};
+    run.bounds.upperBound = {1.0, 2.0};
+    run.bounds.fixedCell.assign(2, 0);
+    foldDepthWeights(run);
+    EXPECT_FALSE(run.sensitivity.foldDepthWeight);
+    EXPECT_EQ(run.arrays.model, (std::vector<double>{1.0, 1.5}));
+    EXPECT_EQ(run.arrays.refModel, (std::vector<double>{0.25, 0.5}));
+    EXPECT_EQ(run.bounds.lowerBound, (std::vector<double>{-1.0, -2.0}));
+    EXPECT_EQ(run.bounds.upperBound, (std::vector<double>{1.0, 2.0}));
 }
 
 TEST(Folding, MultipliesModelsAndBoundsButNoDummiesOfTheReference) {

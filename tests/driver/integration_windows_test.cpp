@@ -124,8 +124,14 @@ TEST(IntegrationInterval, WithoutLinesEndsTheRun) {
     ObsSet obs;
     LineIntegration lines;
     lines.integrationInterval = 1.0F;
+    const TemporaryFolder folder;
+    const std::string words = " No line numbers were read from the observed data file\n";
     Messages messages;
+    ASSERT_TRUE(openLineFile(messages.log, folder.file("voxlith.log"), LineFileMode::create));
+    ::testing::internal::CaptureStdout();
     EXPECT_THROW(buildIntegrationWindows(messages, obs, lines), PlainStop);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), words);
+    EXPECT_EQ(folder.read("voxlith.log"), words);
 }
 
 }  // namespace
