@@ -56,8 +56,9 @@ ProductTerm takeTerm(Definition& definition) {
         throwDefinitionError(definition.control, definition.dataType,
                              "expected a coefficient of 0 for a term without a product, found another");
     ProductTerm term;
-    term.mtx = hasProduct ? mtx - 1 : -1;
-    term.model = hasProduct ? model - 1 : -1;
+    // A file stays named where the model is none: the class of the data is that of the first term's file.
+    term.mtx = mtx > 0 ? mtx - 1 : -1;
+    term.model = model > 0 ? model - 1 : -1;
     term.coefficient = coefficient;
     return term;
 }
@@ -82,7 +83,7 @@ void setDefaultMapping(const ControlValues& control, std::size_t dataType, Produ
 }
 
 void numberTerm(ProductTerm& term, std::int32_t dataType, std::vector<Product>& products) {
-    if (term.mtx < 0 || term.coefficient == 0.0)
+    if (term.mtx < 0 || term.model < 0 || term.coefficient == 0.0)
         return;
     const auto known = std::find_if(products.begin(), products.end(), [&](const Product& product) {
         return product.mtx == term.mtx && product.model == term.model;

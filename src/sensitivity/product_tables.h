@@ -18,8 +18,8 @@ struct Product {
 };
 
 struct ProductTerm {
-    std::int32_t mtx = 0;      // from 0; -1 for a term that is passed over
-    std::int32_t model = 0;
+    std::int32_t mtx = 0;      // from 0; -1 for none, and the term is passed over
+    std::int32_t model = 0;    // as mtx
     std::int32_t product = -1; // number of the product, from 0; -1 for none
     double coefficient = 0;
 };

@@ -60,6 +60,8 @@ TEST(ProductDefinitions, PassesOverTermsWithoutCoefficientOrProduct) {
     EXPECT_EQ(tables.terms[0][1].product, -1);
     EXPECT_EQ(tables.terms[0][2].product, 0);
     EXPECT_EQ(tables.terms[1][0].product, -1);
+    EXPECT_EQ(tables.terms[1][0].mtx, 1) << "the file is known all the same: it gives the class of the data";
+    EXPECT_EQ(tables.terms[1][0].model, -1);
 }
 
 TEST(ProductDefinitions, TakesRmsOnlyBehindExactlyThreeTerms) {
