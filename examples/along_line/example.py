@@ -11,7 +11,8 @@ from gallery import Body, Mesh, noisy, read_data, read_values, write_data, write
 MESH = Mesh(28 * [50], 28 * [50], 10 * [50])
 BODIES = [Body('small block', (600, 800), (650, 800), (100, 250), 0.5)]
 FIRST, LAST, STEP, FINE, INTERVAL, HEIGHT = 100, 1300, 50, 10, 400, 40.0
-LINES = [('L%04d' % at, at, True) for at in range(350, 1051, 100)] + [('T%04d' % at, at, False) for at in range(350, 1051, 100)]
+PLACES = range(350, 1051, 100)
+LINES = [('L%04d' % at, at, True) for at in PLACES] + [('T%04d' % at, at, False) for at in PLACES]
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

@@ -9,8 +9,10 @@ first component.
 from gallery import Body, Mesh, component_rms, grid, read_data, read_values, write_data, write_stations, write_values
 
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
-DENSE = [Body('dense', (250, 450), (250, 450), (100, 250), 0.5), Body('both', (700, 950), (700, 900), (100, 300), 0.5)]
-MAGNETIC = [Body('magnetic', (750, 950), (250, 450), (100, 250), 0.05), Body('both', (700, 950), (700, 900), (100, 300), 0.05)]
+DENSE = [Body('dense', (250, 450), (250, 450), (100, 250), 0.5),
+         Body('both', (700, 950), (700, 900), (100, 300), 0.5)]
+MAGNETIC = [Body('magnetic', (750, 950), (250, 450), (100, 250), 0.05),
+            Body('both', (700, 950), (700, 900), (100, 300), 0.05)]
 FIELD = ((65.0, 10.0, 50000.0), (65.0, 10.0))
 UNIT = 0.03
 
