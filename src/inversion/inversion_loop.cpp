@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <span>
 
 #include "files/dummy_value.h"
@@ -255,7 +256,9 @@ void iterate(Loop& loop) {
     LoopState& state = loop.state;
     const LoopSettings& settings = loop.settings;
     state.iterationStart = clockSeconds();
-    ++state.iteration;
+    // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
+    if (state.iteration < std::numeric_limits<std::int32_t>::max())
+        ++state.iteration;
     logIterationHeading(loop.problem.messages, state.iteration);
 
     if (state.cyclePhase < conjugateGradientPhase)

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <new>
 #include <sstream>
 
@@ -167,6 +168,14 @@ TEST_F(InversionLoop, LimitEqualToTheStartStillRunsOneIteration) {
     EXPECT_EQ(all[0].iteration, 7);
     EXPECT_EQ(all[1].iteration, 8);
     // A continued run adds no heading to the table that it goes on with.
+    EXPECT_EQ(linesOf(table()).size(), 1U);
+}
+
+TEST_F(InversionLoop, LargestStartEndsAfterOneIteration) {
+    const auto small = makeSmallProblem();
+    LoopSettings settings = small->settings();
+    settings.startIteration = settings.maxIterations = std::numeric_limits<std::int32_t>::max();
+    run(*small, settings);
     EXPECT_EQ(linesOf(table()).size(), 1U);
 }
 
