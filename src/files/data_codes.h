@@ -1,4 +1,5 @@
-// Data type codes of the sensitivity files: their names, their classes, and the separate rule by which file layouts are chosen.
+// Data type codes of the sensitivity files: their names, their classes, and the separate rule by which file layouts are
+// chosen.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +7,7 @@
 
 namespace voxlith {
 
-constexpr int maxFiles = 6;       // sensitivity files, data types and model types of a run
+constexpr int maxFiles = 6;  // sensitivity files, data types and model types of a run
 constexpr int maxWeightFiles = 4;
 
 // "Gz", "TMI", ...; every code without a name of its own is "Gz".
@@ -19,6 +20,8 @@ std::int32_t dataClassOf(std::int32_t code);
 std::int32_t isMagneticCode(std::int32_t code);
 
 // The rule for file layouts and names: code 1, or 20 and above. Not the same as the class.
-constexpr bool isMagneticLayout(std::int32_t code) { return code == 1 || code >= 20; }
+constexpr bool isMagneticLayout(std::int32_t code) {
+    return code == 1 || code >= 20;
+}
 
 }  // namespace voxlith

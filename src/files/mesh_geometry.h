@@ -1,5 +1,5 @@
-// The tensor mesh of the run: counts, nodes, widths, centres. It comes from the sensitivity files; no mesh file is read.
-// Cells are ordered with z fastest, then x, then y.
+// The tensor mesh of the run: counts, nodes, widths, centres. It comes from the sensitivity files; no mesh file is
+// read. Cells are ordered with z fastest, then x, then y.
 #pragma once
 
 #include <cstddef>

@@ -17,9 +17,9 @@ namespace voxlith {
 void readModelFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
                    std::int32_t nModelTypes, std::span<double> target, const ModelBounds& bounds, float fillValue);
 
-// Writes the cells of one model type (`modelType` from 0) of `source`, divided by `depthWeight` (one slab of cells: file 1's)
-// when `foldDepthWeight`. Styles 2 and 3 repeat the surface values down the column. The file is replaced whole.
-// Throws RunError when it cannot be written. Allocates nothing.
+// Writes the cells of one model type (`modelType` from 0) of `source`, divided by `depthWeight` (one slab of cells:
+// file 1's) when `foldDepthWeight`. Styles 2 and 3 repeat the surface values down the column. The file is replaced
+// whole. Throws RunError when it cannot be written. Allocates nothing.
 void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
                     std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
                     std::int32_t inversionStyle);

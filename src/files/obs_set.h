@@ -1,5 +1,5 @@
-// The survey data of a run. Data are held component by component (all of component 1, then all of component 2), divided by
-// their standard deviations.
+// The survey data of a run. Data are held component by component (all of component 1, then all of component 2), divided
+// by their standard deviations.
 #pragma once
 
 #include <array>
@@ -17,23 +17,23 @@ using LineName = std::array<char, lineNameWidth>;  // blank padded
 
 struct ObsSet {
     // Counts and codes
-    std::int32_t nData = 0;       // records; from the first sensitivity file
-    std::int32_t nDataTypes = 1;  // components of a record, 1 to 6
+    std::int32_t nData = 0;                             // records; from the first sensitivity file
+    std::int32_t nDataTypes = 1;                        // components of a record, 1 to 6
     std::array<std::int32_t, maxFiles> dataTypeCode{};  // code of each component; the first decides layouts
 
     // Stations
-    std::vector<double> ObsX;     // first column of the record
-    std::vector<double> ObsY;     // second column
-    std::vector<double> ObsZ;     // third column, elevation
-    std::vector<float> obsIncl;   // angles of the downhole form; empty when the run has none
+    std::vector<double> ObsX;    // first column of the record
+    std::vector<double> ObsY;    // second column
+    std::vector<double> ObsZ;    // third column, elevation
+    std::vector<float> obsIncl;  // angles of the downhole form; empty when the run has none
     std::vector<float> obsDecl;
 
     // Data, nDataTypes times nData
-    std::vector<double> obsData;  // observed / obsStd, or dummyValue
-    std::vector<double> refData;  // reference data / obsStd; 0 where unusable
-    std::vector<double> predData; // predicted / obsStd
-    std::vector<float> obsStd;    // standard deviations in data units; 0 for a dummy
-    std::vector<double> obsWork1; // work array of the same shape: residual rows
+    std::vector<double> obsData;   // observed / obsStd, or dummyValue
+    std::vector<double> refData;   // reference data / obsStd; 0 where unusable
+    std::vector<double> predData;  // predicted / obsStd
+    std::vector<float> obsStd;     // standard deviations in data units; 0 for a dummy
+    std::vector<double> obsWork1;  // work array of the same shape: residual rows
 
     // Field and measured direction: of the last sensitivity file, then of the data file
     float incl = 0, decl = 0, geomag = 0;  // degrees, degrees, nT

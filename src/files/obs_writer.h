@@ -8,8 +8,8 @@
 
 namespace voxlith {
 
-// `dataArray` is shaped like obs.obsData and normalised like it. The file is replaced. Throws RunError when it cannot be
-// written. Allocates nothing.
+// `dataArray` is shaped like obs.obsData and normalised like it. The file is replaced. Throws RunError when it cannot
+// be written. Allocates nothing.
 void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const double> dataArray);
 
 }  // namespace voxlith

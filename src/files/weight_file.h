@@ -23,8 +23,8 @@ struct SmoothnessWeights {
     std::vector<float> wtZ;  // z differences
 };
 
-// `names` holds 1 or 4 texts of the control line. Alphas of directions without differences become 0. The arrays of `weights`
-// have their sizes already. Missing files end the run through fatalStop, unreadable ones with a RunError.
+// `names` holds 1 or 4 texts of the control line. Alphas of directions without differences become 0. The arrays of
+// `weights` have their sizes already. Missing files end the run through fatalStop, unreadable ones with a RunError.
 void readWeightFiles(Messages& messages, std::int32_t inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
                      std::span<const std::string> names, const MeshGeometry& mesh, SmoothnessWeights& weights);
 

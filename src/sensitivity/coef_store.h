@@ -1,4 +1,5 @@
-// The compressed rows of all sensitivity files: where they lie in memory, and the row at hand when they are read from disk.
+// The compressed rows of all sensitivity files: where they lie in memory, and the row at hand when they are read from
+// disk.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +12,18 @@
 
 namespace voxlith {
 
-// Raw rows stand one behind the other as in the file: coefIndex (int32, positions in the padded array, from 1), then coefValue (real32, held
-// by their bits). Before the iterations they are turned into their working form, in place.
+// Raw rows stand one behind the other as in the file: coefIndex (int32, positions in the padded array, from 1), then
+// coefValue (real32, held by their bits). Before the iterations they are turned into their working form, in place.
 struct SparseCoefStore {
     std::vector<std::int64_t> rowOffset;    // (nData + 1) for each file; coefficients count from 1, through all files
     std::unique_ptr<std::int32_t[]> words;  // two for each coefficient, behind slackWords
     std::int64_t slackWords = 0;            // words before the raw rows, so that the working form never overtakes them
     std::int64_t capacity = 0;              // coefficients that there is room for: all, or one row in disk mode
     std::int64_t totalCoef = 0;
-    std::int32_t rowMax = 0;                // longest row of the last file scanned
+    std::int32_t rowMax = 0;  // longest row of the last file scanned
 
-    std::vector<WorkingRows> working;       // by file; empty while the rows are raw
-    std::vector<double> compact;            // work: values at the positions in use
+    std::vector<WorkingRows> working;  // by file; empty while the rows are raw
+    std::vector<double> compact;       // work: values at the positions in use
 };
 
 struct RawRow {

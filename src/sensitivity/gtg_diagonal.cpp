@@ -40,7 +40,8 @@ void addRows(Sensitivity& sensitivity, BinaryInput& input, const MeshGeometry& m
         std::fill(work.padded.begin(), work.padded.end(), 0.0);
         const std::int32_t count = readRecordRow(input, sensitivity.header.nPadded, work.coefIndex, work.coefValue);
         for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k) {
-            work.padded[static_cast<std::size_t>(work.coefIndex[k]) - 1] = static_cast<double>(std::bit_cast<float>(work.coefValue[k]));
+            work.padded[static_cast<std::size_t>(work.coefIndex[k]) - 1] =
+                static_cast<double>(std::bit_cast<float>(work.coefValue[k]));
         }
         waveletTransform3D(work.padded, extents, sensitivity.filter, WaveletDirection::inverse, work.wavelet);
         cropCells(work.padded, {}, mesh, work.cells);

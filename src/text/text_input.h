@@ -24,8 +24,8 @@ struct TextInput {
     std::int64_t lineNumber = 1;  // of the line in which `ahead` begins
 };
 
-// False when the file is not there, cannot be opened, or is no regular file (a symbolic link to one will do); errno tells
-// why.
+// False when the file is not there, cannot be opened, or is no regular file (a symbolic link to one will do); errno
+// tells why.
 bool openTextInput(TextInput& input, const std::string& name);
 void openTextInMemory(TextInput& input, std::string_view text, std::string_view name = "text");
 void rewindTextInput(TextInput& input);
