@@ -120,7 +120,6 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
     allocateGroup(run, "compression:", 8.0 * static_cast<double>(nPadTotal),
                   "Error: Not enough memory for the compression work arrays", [&] {
                       run.sensitivity.paddedWork.assign(nPadTotal, 0.0);
-                      run.sensitivity.paddedWork2.assign(nPadTotal, 0.0);
                   });
     allocateGroup(run, "lbfgs:", 8.0 * static_cast<double>(m), "Error: Not enough memory for the lbfgs work arrays",
                   [&] { arrays.lbfgsWork.assign(m, 0.0); });

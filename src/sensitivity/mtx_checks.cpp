@@ -31,8 +31,16 @@ std::string timesText(AxisCounts counts) {
 // cells. More is a damaged count, unless the array is small in any case.
 bool isAbsurdPadding(std::int64_t nPadTotal, std::int64_t nCells) {
     constexpr std::int64_t largestFactor = 64;
-    constexpr std::int64_t smallArray = std::int64_t{1} << 22;
+    constexpr std::int64_t smallArray = std::int64_t{1} << 18;
     return nPadTotal > smallArray && nPadTotal / largestFactor > nCells;
+}
+
+// The transform works on many lines at once, each as long as the longest extent: one long extent alone asks for much
+// memory.
+std::int64_t largestExtent(std::int64_t cells) {
+    constexpr std::int64_t largestFactor = 64;
+    constexpr std::int64_t smallExtent = 1024;
+    return std::max(smallExtent, largestFactor * cells);
 }
 
 template <typename T>
@@ -80,6 +88,7 @@ void acceptPaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts 
                         MeshGeometry& mesh) {
     const std::array<std::int32_t, 3> extents{counts.y, counts.x, counts.z};
     const std::array<std::int32_t, 3> least{mesh.ny, mesh.nx, 1};
+    const std::array<std::int32_t, 3> cells{mesh.ny, mesh.nx, mesh.nz};
     const std::array<std::string_view, 3> names{"npy", "npx", "npz"};
     for (std::size_t axis = 0; axis < extents.size(); ++axis) {
         const std::int64_t place = byte + 4 * static_cast<std::int64_t>(axis);
@@ -90,6 +99,10 @@ void acceptPaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts 
         }
         if (extents[axis] > 4 && !std::has_single_bit(static_cast<std::uint32_t>(extents[axis]))) {
             throwDamageAt(input, place, name + " to be a power of two", std::to_string(extents[axis]));
+        }
+        if (extents[axis] > largestExtent(cells[axis])) {
+            throwDamageAt(input, place, name + " of at most " + std::to_string(largestExtent(cells[axis])),
+                          std::to_string(extents[axis]));
         }
     }
     const std::int64_t nPadTotal = boundedProduct(counts.y, counts.x, std::max(counts.z, mesh.nz));

@@ -50,7 +50,6 @@ struct Sensitivity {
 
     // Work arrays of the products: shared, so products are not reentrant
     std::vector<double> paddedWork;   // padded array
-    std::vector<double> paddedWork2;  // second padded array
     std::vector<double> waveletWork;
     std::vector<double> productResponse;  // (nData) by product, three columns at least when there is amplitude data
 

@@ -127,7 +127,7 @@ TEST_F(BoundsFile, ReversedNumbersPassWithoutAWord) {
 }
 
 TEST_F(BoundsFile, AnythingElseIsAFile) {
-    for (const std::string name : {"0.5", "0.5,", "/no/such.bnd", "0.5/bounds", ",0.5", "1 x"}) {
+    for (const std::string name : {"0.5", "0.5,", "/no/such.bnd", "/dev/zero", "0.5/bounds", ",0.5", "1 x"}) {
         expectStop(" Bounds File " + name + " not found", [&](Messages& messages) {
             ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
             readBoundsFile(messages, 0, name, makeUnitMesh(2, 1, 1), 1, result);

@@ -162,6 +162,10 @@ TEST_F(ModelFile, OnlyEightyCharactersOfTheNameCount) {
     EXPECT_EQ(model("0.5" + std::string(77, ' ') + "x", 1), std::vector<double>{0.5});
 }
 
+TEST_F(ModelFile, ADeviceWithoutEndIsNoFile) {
+    expectModelStop(" Model File /dev/zero not found", "/dev/zero", 0);
+}
+
 TEST_F(ModelFile, FilesMayEndLinesTheOtherWay) {
     write("dos.mod", "1\r\n2\r\n");
     EXPECT_EQ(model("dos.mod", 2), (std::vector<double>{1, 2}));

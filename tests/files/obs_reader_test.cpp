@@ -307,6 +307,7 @@ TEST_F(ObsReader, MissingFilesStopWithTheNameAsItStands) {
     expectStop(" Data File " + std::string(80, 'o') + " not found", call(std::string(120, 'o')));
     std::filesystem::create_directory("folder");
     expectStop(" Data File folder not found", call("folder"));
+    expectStop(" Data File /dev/zero not found", call("/dev/zero"));  // has no end
 }
 
 TEST_F(ObsReader, OnlyEightyCharactersOfTheNameCount) {

@@ -155,6 +155,7 @@ TEST_F(WeightFile, MissingFilesStopWithTheNameOfTheSection) {
     expectStop(" File no.w not found", call({"no.w  "}, mesh));
     expectStop(" File n.w not found", call({"null", "null", "n.w", "z.w"}, mesh));
     expectStop(" File Null not found", call({"Null"}, mesh));
+    expectStop(" File /dev/zero not found", call({"/dev/zero"}, mesh));
     const std::string longName(100, 'w');
     expectStop(" File " + longName + " not found", call({longName}, mesh));
     // Also for a section that has no values.

@@ -195,6 +195,18 @@ TEST_P(MtxDamageTest, aPaddedMeshFarBeyondTheMeshIsAbsurd) {
     EXPECT_NE(messageAfter(contents, GetParam()).find("found 1024 x 1024 x 1024"), std::string::npos);
 }
 
+// The work arrays of the transform would take gigabytes for a file of some hundred bytes.
+TEST_P(MtxDamageTest, oneExtentFarBeyondTheMeshIsAbsurd) {
+    MtxContents contents = smallMtxContents(3, {1, 1, 1}, {1, 1, 1});
+    for (auto& row : contents.rows) {
+        row.index.assign(row.index.size(), 1);
+    }
+    contents.npy = 1 << 22;
+    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npy of at most 1024, found 4194304"), std::string::npos);
+    contents.npy = 1024;
+    EXPECT_EQ(messageAfter(contents, GetParam()), "");
+}
+
 TEST_P(MtxDamageTest, tapsAndNodesMustBeFinite) {
     for (const double bad : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
                              -std::numeric_limits<double>::infinity()}) {

@@ -100,7 +100,6 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
     sensitivity.filter = filter;
     sensitivity.nMtx = nMtx;
     sensitivity.paddedWork.assign(positions, 0.0);
-    sensitivity.paddedWork2.assign(positions, 0.0);
     sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(mesh)), 0.0);
     sensitivity.productResponse.assign(static_cast<std::size_t>(nData) * 6, 0.0);
     sensitivity.depthWeight.clear();
