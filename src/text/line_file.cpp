@@ -55,11 +55,13 @@ bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode) {
     }
     std::copy(name.begin(), name.end(), path.begin());
     const int flags = mode == LineFileMode::create ? O_WRONLY | O_CREAT | O_TRUNC | O_APPEND : O_RDWR | O_APPEND;
-    const int handle = ::open(path.data(), flags | O_CLOEXEC, 0666);
+    // Without O_NONBLOCK a named pipe that nobody reads would hold the program here for ever.
+    const int handle = ::open(path.data(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
     if (handle < 0) {
         return false;
     }
-    if (mode == LineFileMode::append && !completeLastLine(handle)) {
+    const bool usable = ::fcntl(handle, F_SETFL, O_APPEND) == 0;
+    if (!usable || (mode == LineFileMode::append && !completeLastLine(handle))) {
         const int cause = errno;
         ::close(handle);
         errno = cause;

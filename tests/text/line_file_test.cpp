@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <string>
 
@@ -59,6 +60,23 @@ TEST(LineFile, tellsWhyItCannotBeOpened) {
     EXPECT_EQ(errno, ENOENT);
     EXPECT_FALSE(isOpen(file));
     EXPECT_FALSE(std::filesystem::exists(folder.file("gone")));
+}
+
+TEST(LineFile, doesNotWaitForAPipeThatNobodyReads) {
+    TemporaryFolder folder;
+    ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    LineFile file;
+    EXPECT_FALSE(openLineFile(file, folder.file("pipe"), LineFileMode::create));
+    EXPECT_EQ(errno, ENXIO);
+    const int reader = ::open(folder.file("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    EXPECT_TRUE(openLineFile(file, folder.file("pipe"), LineFileMode::create));
+    EXPECT_EQ(::fcntl(file.handle, F_GETFL) & (O_NONBLOCK | O_APPEND), O_APPEND);
+    writeLine(file, "a line");
+    std::array<char, 8> got{};
+    EXPECT_EQ(::read(reader, got.data(), got.size()), 7);
+    EXPECT_STREQ(got.data(), "a line\n");
+    ::close(reader);
 }
 
 TEST(LineFile, tellsOfAFullDisk) {
