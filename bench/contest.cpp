@@ -1,0 +1,71 @@
+#include "contest.h"
+
+#include <algorithm>
+#include <ctime>
+#include <stdexcept>
+
+#include "contest_groups.h"
+
+namespace voxlith {
+
+namespace {
+
+double medianOf(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : 0.5 * (values[middle - 1] + values[middle]);
+}
+
+}  // namespace
+
+std::vector<std::string> contestGroups() {
+    return {"real-rows", "random-rows", "transform", "writer", "reader", "optimiser"};
+}
+
+std::vector<Contest> makeContests(const std::string& group, const BenchOptions& options) {
+    if (group == "real-rows") {
+        return realRowContests(options);
+    }
+    if (group == "random-rows") {
+        return randomRowContests(options);
+    }
+    if (group == "transform") {
+        return transformContests();
+    }
+    if (group == "writer") {
+        return writerContests(options);
+    }
+    if (group == "reader") {
+        return readerContests(options);
+    }
+    if (group == "optimiser") {
+        return optimiserContests(options);
+    }
+    throw std::invalid_argument("no group of benchmarks: " + group);
+}
+
+double cpuSeconds() {
+    timespec time{};
+    if (clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time) != 0) {
+        throw std::runtime_error("the CPU time of the process cannot be had");
+    }
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+ContestResult runContest(const Contest& contest, std::size_t rounds) {
+    if (rounds == 0) {
+        throw std::invalid_argument("a contest needs one round at least");
+    }
+    std::vector<double> workTimes, peerTimes, ratios;
+    contest.runPeer();
+    contest.runWork();
+    for (std::size_t round = 0; round < rounds; ++round) {
+        peerTimes.push_back(contest.runPeer());
+        workTimes.push_back(contest.runWork());
+        ratios.push_back(workTimes.back() / peerTimes.back());
+    }
+    const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
+    return {medianOf(workTimes) / medianOf(peerTimes), *lowest, *highest};
+}
+
+}  // namespace voxlith

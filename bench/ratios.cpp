@@ -1,0 +1,69 @@
+// voxlith-bench-ratios: prints one table of ratios, the program's work over that of its peers. Exit status 0 when the
+// table was printed, 1 with one line on standard error when it could not be.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+
+#include "contest.h"
+
+namespace {
+
+struct Run {
+    voxlith::BenchOptions options;
+    std::vector<std::string> groups = voxlith::contestGroups();
+    std::size_t rounds = 9;
+};
+
+void printLine(const voxlith::Contest& contest, const voxlith::ContestResult& result) {
+    char goal[16] = "-";
+    if (contest.goal) {
+        std::snprintf(goal, sizeof goal, "%.2f", *contest.goal);
+    }
+    const char* const verdict = !contest.goal ? "" : result.ratio <= *contest.goal ? "met" : "missed";
+    std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", contest.work.c_str(), contest.peer.c_str(), result.ratio,
+                result.lowest, result.highest, goal, verdict);
+    std::fflush(stdout);
+}
+
+void printTable(const Run& run) {
+    std::filesystem::create_directories(run.options.folder);
+    std::printf("CPU times of %zu rounds, work and peer by turns; lowest and highest are single rounds\n\n", run.rounds);
+    std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "peer", "ratio", "lowest", "highest", "goal");
+    for (const std::string& group : run.groups) {
+        for (const voxlith::Contest& contest : voxlith::makeContests(group, run.options)) {
+            printLine(contest, voxlith::runContest(contest, run.rounds));
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    CLI::App program("Speed of voxlith beside its peers", "voxlith-bench-ratios");
+    Run run;
+    run.options.folder = (std::filesystem::temp_directory_path() / "voxlith-bench").string();
+    program.add_option("--mtx", run.options.mtxFile, "Sensitivity file to take rows from (default: one made once)")
+        ->envname("BENCH_MTX");
+    program.add_option("--folder", run.options.folder, "Folder for files of the benchmarks")->capture_default_str();
+    program.add_option("--coefficients", run.options.coefficients, "Coefficients of the products, at least")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    program.add_option("--cells", run.options.modelCells, "Values of the models written and read")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    program.add_option("--variables", run.options.variables, "Variables of the optimiser")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    program.add_option("--rounds", run.rounds, "Rounds that count")->check(CLI::PositiveNumber)->capture_default_str();
+    program.add_option("--only", run.groups, "Groups to run")->check(CLI::IsMember(voxlith::contestGroups()));
+    CLI11_PARSE(program, argumentCount, arguments);
+    try {
+        printTable(run);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "voxlith-bench-ratios: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,150 @@
+#include "row_patterns.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <random>
+
+#include "mtx_command.h"
+#include "sensitivity/mtx_reader.h"
+#include "text/messages.h"
+#include "text/output_file.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr int surveySide = 46;  // stations along each side of the survey
+
+void writeText(const std::string& fileName, const std::string& text) {
+    const auto file = std::make_unique<OutputFile>();
+    openOutputFile(*file, fileName);
+    appendOutput(*file, text);
+    finishOutputFile(*file);
+}
+
+void makeSensitivityFile(const std::string& folder, const std::string& fileName) {
+    MtxOptions options;
+    options.survey.meshFile = folder + "/bench.msh";
+    options.survey.stationFile = folder + "/bench.obs";
+    options.survey.type = "gz";
+    options.outFile = fileName;
+    writeText(options.survey.meshFile, "128 128 32\n0 0 0\n128*50\n128*50\n32*50\n");
+    std::string stations = std::to_string(surveySide * surveySide) + "\n";
+    for (int j = 0; j < surveySide; ++j) {
+        for (int i = 0; i < surveySide; ++i) {
+            const auto metres = [](int station) { return std::to_string(200.0 + 6000.0 * station / (surveySide - 1)); };
+            stations += metres(i) + " " + metres(j) + " 25\n";
+        }
+    }
+    writeText(options.survey.stationFile, stations);
+    std::fprintf(stderr, "making the rows once: %s\n", fileName.c_str());
+    writeMtxFile(options);
+}
+
+struct MtxFile {
+    Sensitivity sensitivity;
+    MeshGeometry mesh;
+    ObsSet obs;
+};
+
+void makeMeshRoom(MtxFile& file) {
+    MeshGeometry& mesh = file.mesh;
+    const auto makeAxis = [](std::int32_t cells, auto& nodes, auto& widths, auto& centres) {
+        nodes.resize(static_cast<std::size_t>(cells) + 1);
+        widths.resize(static_cast<std::size_t>(cells));
+        centres.resize(static_cast<std::size_t>(cells));
+    };
+    makeAxis(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
+    makeAxis(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
+    makeAxis(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
+    file.sensitivity.depthWeight.resize(mesh.cellCount());
+    file.sensitivity.gtgdiag.resize(mesh.cellCount());
+}
+
+// The stages of the program's own reader.
+void readMtx(const std::string& fileName, MtxFile& file) {
+    Messages messages;  // without a log
+    Sensitivity& sensitivity = file.sensitivity;
+    sensitivity.header.recordForm = detectMtxForm(fileName);
+    openMtxFile(sensitivity, 0, fileName, messages);
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    for (std::vector<double>* array : {&file.obs.ObsX, &file.obs.ObsY, &file.obs.ObsZ}) {
+        array->resize(nData);
+    }
+    file.obs.nData = sensitivity.header.nData;
+    sensitivity.store.rowOffset.resize(nData + 1);
+    double tally = 0;
+    readMtxMesh(sensitivity, 0, file.mesh, file.obs, tally, messages);
+    makeMeshRoom(file);
+    readMtxNodes(sensitivity, 0, file.mesh, messages);
+    sensitivity.layerResponse.resize((static_cast<std::size_t>(file.mesh.nzl) + 1) * nData);
+    scanMtxRows(sensitivity, 0);
+    readMtxTail(sensitivity, 0, file.mesh);
+    SparseCoefStore& store = sensitivity.store;
+    store.totalCoef = store.rowOffset.back() - 1;
+    reserveStore(store, store.totalCoef, 0);
+    loadMtxRows(sensitivity);
+}
+
+}  // namespace
+
+RowPattern readRealPattern(const BenchOptions& options) {
+    std::string fileName = options.mtxFile;
+    if (fileName.empty()) {
+        fileName = options.folder + "/bench.mtx";
+        if (!std::filesystem::exists(fileName)) {
+            makeSensitivityFile(options.folder, fileName);
+        }
+    }
+    const auto file = std::make_unique<MtxFile>();
+    readMtx(fileName, *file);
+    RowPattern pattern;
+    pattern.paddedCount = static_cast<std::size_t>(file->sensitivity.header.nPadded);
+    for (std::size_t r = 0; r < static_cast<std::size_t>(file->sensitivity.header.nData); ++r) {
+        for (const std::int32_t position : rawRowOf(file->sensitivity.store, r).coefIndex) {
+            pattern.index.push_back(position - 1);
+        }
+        // The peers want rising positions; files of other makers may have them in any order.
+        std::sort(pattern.index.begin() + pattern.offset.back(), pattern.index.end());
+        pattern.offset.push_back(static_cast<std::int64_t>(pattern.index.size()));
+    }
+    if (pattern.index.empty()) {
+        throw RunError(fileName + ": no coefficients");
+    }
+    return pattern;
+}
+
+RowPattern repeatRows(const RowPattern& pattern, std::int64_t coefficients) {
+    RowPattern repeated;
+    repeated.paddedCount = pattern.paddedCount;
+    while (repeated.offset.back() < coefficients) {
+        const std::int64_t start = repeated.offset.back();
+        for (std::size_t r = 1; r < pattern.offset.size(); ++r) {
+            repeated.offset.push_back(start + pattern.offset[r]);
+        }
+        repeated.index.insert(repeated.index.end(), pattern.index.begin(), pattern.index.end());
+    }
+    return repeated;
+}
+
+RowPattern drawRandomRows(const RowPattern& pattern, std::uint64_t seed) {
+    std::mt19937_64 generator(seed);
+    RowPattern random;
+    random.paddedCount = pattern.paddedCount;
+    for (std::size_t r = 0; r < pattern.rowCount(); ++r) {
+        // Takes each position with the chance that leaves exactly as many as are wanted (Knuth, Algorithm S).
+        auto wanted = static_cast<std::uint64_t>(pattern.offset[r + 1] - pattern.offset[r]);
+        for (std::size_t position = 0; wanted > 0; ++position) {
+            if (generator() % (pattern.paddedCount - position) < wanted) {
+                random.index.push_back(static_cast<std::int32_t>(position));
+                --wanted;
+            }
+        }
+        random.offset.push_back(static_cast<std::int64_t>(random.index.size()));
+    }
+    return random;
+}
+
+}  // namespace voxlith
