@@ -81,7 +81,8 @@ void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work) {
     const auto nData = static_cast<std::size_t>(obs.nData);
     const bool amplitude = inputs.products.isAmplitude[0];
     std::fill(work.adjointWork.begin(), work.adjointWork.end(), 0.0);
-    if (inputs.lines.integrationInterval > 0.0F && !amplitude)
+    // Without products no residual is used, and there is no product row to work with.
+    if (inputs.lines.integrationInterval > 0.0F && !amplitude && !inputs.products.products.empty())
         spreadResiduals(inputs);
     for (std::size_t k = 0; k < inputs.products.products.size(); ++k) {
         const Product& product = inputs.products.products[k];

@@ -444,6 +444,19 @@ TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
         EXPECT_EQ(value, 0.0);
 }
 
+TEST(Gradient, RunWithoutProductsHasNoDataPart) {
+    SmallOptions options;
+    options.multiplier = 0.0;
+    const auto small = makeSmallProblem(options);
+    small->layLines(2, 2.0F);
+    small->products = {};
+    small->products.terms[0].push_back({0, 0, -1, 0.0});
+    small->sensitivity.productResponse.clear();
+    small->sensitivity.productResponse.shrink_to_fit();
+    for (const double value : gradientAt(*small, small->arrays.model))
+        EXPECT_EQ(value, 0.0);
+}
+
 TEST(Gradient, TimesItselfAndItsSmoothness) {
     const auto small = makeSmallProblem();
     for (int n = 0; n < 200; ++n)
