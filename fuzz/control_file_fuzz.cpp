@@ -1,5 +1,5 @@
 // The control file with its product definitions. Data and sensitivity files of the names obs.dat, g.mtx and m.mtx are there.
-#include <memory>
+#include <string>
 
 #include "driver/control_file.h"
 #include "driver/product_definitions.h"
@@ -20,6 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         readControlFile(messages, DateTime{2020, 1, 1, 0, 0, 0}, values);
         fuzzing::require(values.nMtx >= 1 && values.nMtx <= maxFiles, "1 to 6 sensitivity files");
         fuzzing::require(values.nModelTypes >= 1 && values.nModelTypes <= maxFiles, "1 to 6 model types");
+        for (const std::string& label : values.modelLabel)
+            fuzzing::require(label.find('/') == std::string::npos, "labels stay within the folder");
         ProductTables tables;
         buildProductTables(messages, values, tables);
         for (const Product& product : tables.products) {

@@ -79,7 +79,12 @@ void takeLabels(ControlReader& reader) {
     for (std::int32_t type = 0; type < control.nModelTypes && type < maxFiles; ++type) {
         std::string token;
         nextToken(reader.line, token);
-        control.modelLabel[static_cast<std::size_t>(type)] = token.substr(0, 8);
+        std::string& label = control.modelLabel[static_cast<std::size_t>(type)];
+        label = token.substr(0, 8);
+        // Labels become part of file names, and those belong into the folder of the run.
+        if (label.find('/') != std::string::npos)
+            throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" + label +
+                           "\"");
     }
 }
 

@@ -228,6 +228,21 @@ class Faults:
             status, errors = surveys.run(self.program, folder, kind)
             self.judge('%s holds %r' % (name, content), folder, kind, status, errors, [name])
 
+    def label_that_leads_elsewhere(self):
+        """A model label is part of file names. It must not lead out of the folder of the run."""
+        kind = self.kinds['joint']
+        folder = self.folder(kind)
+        os.makedirs(os.path.join(folder, 'voxlith_a'))
+        with open(os.path.join(folder, 'voxlith.inp')) as f:
+            text = f.read()
+        surveys.write(folder, 'voxlith.inp', text.replace('dens', 'a/../../'))
+        before = sorted(os.listdir(self.work))
+        status, errors = surveys.run(self.program, folder, kind)
+        if sorted(os.listdir(self.work)) != before:
+            self.report('a label that leads elsewhere', ['a file was written outside the folder of the run'])
+        os.rmdir(os.path.join(folder, 'voxlith_a'))
+        self.judge('a label that leads elsewhere', folder, kind, status, errors, ['voxlith.inp, line 1'])
+
     # Screens
 
     def screen(self, what, redirection, names, status_wanted=2):
@@ -288,7 +303,8 @@ def main():
     try:
         faults = Faults(os.path.abspath(options.program), os.path.abspath(options.tools), work)
         for inject in (faults.file_size_limit, faults.full_disk, faults.folder_without_permission, faults.folders_in_the_way,
-                       faults.folder_vanishes, faults.sensitivities_change, faults.inputs_of_the_wrong_kind, faults.screens,
+                       faults.folder_vanishes, faults.sensitivities_change, faults.inputs_of_the_wrong_kind,
+                       faults.label_that_leads_elsewhere, faults.screens,
                        faults.message_while_screen_closed, faults.reader_leaves):
             inject()
     finally:
