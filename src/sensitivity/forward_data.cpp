@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "files/dummy_value.h"
 #include "sensitivity/products.h"
@@ -28,6 +29,10 @@ void runProducts(Sensitivity& sensitivity, const MeshGeometry& mesh, const Produ
                      timers);
         averageAlongLines(obs, lines, response);
     }
+    // Amplitude slots without a product: the gradient of amplitude data leaves residuals in all three.
+    const std::span<double> responses = sensitivity.productResponse;
+    const std::size_t filled = std::min(responses.size(), tables.products.size() * nData);
+    std::fill(responses.begin() + static_cast<std::ptrdiff_t>(filled), responses.end(), 0.0);
 }
 
 // The slots lie over the first product columns and are filled one behind the other, so a later term sees earlier slots.
