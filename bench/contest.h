@@ -14,8 +14,9 @@ struct Contest {
     std::string work;                // what the program does
     std::string peer;                // what it is held against
     std::optional<double> goal;      // largest ratio of the two times that is wanted
-    std::function<double()> runWork;  // does the work once and returns the CPU seconds it took
+    std::function<double()> runWork;  // does the work once, returns the CPU seconds it took
     std::function<double()> runPeer;
+    std::string note = {};            // what else explains the ratio; empty for nothing
 };
 
 // Sizes of everything that is timed, and where its files go.

@@ -1,5 +1,5 @@
-// One iteration of L-BFGS-B without the function, beside one product of real rows without its transform: what the
-// optimiser adds to an iteration.
+// One iteration of L-BFGS-B without the function, beside one product of real rows without its transform, and beside a
+// pass over as many bytes as its corrections take.
 #include <algorithm>
 #include <memory>
 #include <random>
@@ -8,6 +8,7 @@
 #include <string>
 
 #include "contest_groups.h"
+#include "memory_pass.h"
 #include "optim/optimiser_step.h"
 
 namespace voxlith {
@@ -19,6 +20,7 @@ constexpr int corrections = 10;  // as many as the inversion remembers
 struct OptimiserRig {
     std::int32_t n = 0;
     std::vector<double> x, lower, upper, gradient, maxStep, reals;
+    std::vector<double> scratch;  // as large as the memory of corrections
     std::vector<std::int32_t> codes, held, integers;
     double value = 0;
     TaskWord task{};
@@ -77,6 +79,7 @@ std::shared_ptr<OptimiserRig> makeRig(std::int32_t variables) {
     rig->held.assign(n, 0);
     rig->reals.assign(static_cast<std::size_t>(optimiserRealWorkspace(variables, corrections)), 0.0);
     rig->integers.assign(static_cast<std::size_t>(optimiserIntegerWorkspace(variables)), 0);
+    rig->scratch.assign(2 * static_cast<std::size_t>(corrections) * n, 1.0);
     setTask(rig->task, "START");
     for (int iteration = 0; iteration < 2 * corrections; ++iteration) {
         oneIteration(*rig);
@@ -89,8 +92,13 @@ std::shared_ptr<OptimiserRig> makeRig(std::int32_t variables) {
 std::vector<Contest> optimiserContests(const BenchOptions& options) {
     const std::shared_ptr<OptimiserRig> rig = makeRig(options.variables);
     const Contest product = realRowContests(options).front();
-    return {{"one L-BFGS-B iteration, n = " + std::to_string(options.variables), "one model product, real rows",
-             std::nullopt, [rig] { return oneIteration(*rig); }, product.runWork}};
+    const auto iteration = [rig] { return oneIteration(*rig); };
+    const auto pass = [rig] {
+        return cpuSecondsOf([&] { readAndWritePass(std::span(rig->scratch)); });
+    };
+    const std::string work = "one L-BFGS-B iteration, n = " + std::to_string(options.variables);
+    return {{work, "one model product, real rows", std::nullopt, iteration, product.runWork, product.note},
+            {work, "read-and-write pass, 2 m n values", std::nullopt, iteration, pass}};
 }
 
 }  // namespace voxlith

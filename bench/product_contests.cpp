@@ -1,8 +1,10 @@
 // Products of rows in their working form, without the transform, beside a pass over the coefficients as the file stores
 // them (int32 position and real32 value, eight bytes) and beside a general library's compressed-row product.
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <memory>
 #include <random>
 
@@ -111,6 +113,27 @@ std::shared_ptr<ProductRig> makeRig(const RowPattern& pattern) {
     return rig;
 }
 
+// How far the merging of rows and the renumbering of positions went.
+std::string describeWorkingForm(const ProductRig& rig) {
+    const WorkingRows& rows = rig.store.working[0];
+    std::int64_t words = 0;
+    std::array<std::int64_t, 9> rowsInGroupsOf{};
+    for (const RowGroup& group : rows.groups) {
+        const bool inBlocks = group.form == RowForm::blocks;
+        words += inBlocks ? group.count * static_cast<std::int64_t>(blockWidth) * (1 + group.rowCount) : 2 * group.count;
+        rowsInGroupsOf.at(static_cast<std::size_t>(group.rowCount)) += group.rowCount;
+    }
+    std::array<char, 200> text{};
+    const auto coefficients = static_cast<double>(rig.store.capacity);
+    std::snprintf(text.data(), text.size(),
+                  "%.1f million coefficients, %.2f bytes each in working form; %zu of %zu positions in use; rows in "
+                  "groups of 8: %lld, of 4: %lld, alone: %lld",
+                  1e-6 * coefficients, 4.0 * static_cast<double>(words) / coefficients, rows.positionsInUse.size(),
+                  rig.padded.size(), static_cast<long long>(rowsInGroupsOf[8]),
+                  static_cast<long long>(rowsInGroupsOf[4]), static_cast<long long>(rowsInGroupsOf[1]));
+    return text.data();
+}
+
 std::vector<Contest> productContests(const RowPattern& pattern, const std::string& rows) {
     const std::shared_ptr<ProductRig> rig = makeRig(pattern);
     const auto forward = [rig] { return cpuSecondsOf([&] { multiply(*rig); }); };
@@ -123,7 +146,8 @@ std::vector<Contest> productContests(const RowPattern& pattern, const std::strin
     const auto csrTransposed = [rig] {
         return cpuSecondsOf([&] { csrTransposedTimes(*rig->matrix, rig->residual, rig->columnSums); });
     };
-    return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass},
+    return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass,
+             describeWorkingForm(*rig)},
             {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, csrForward},
             {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", 1.2, transposed, pass},
             {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, csrTransposed}};

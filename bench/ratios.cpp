@@ -24,6 +24,9 @@ void printLine(const voxlith::Contest& contest, const voxlith::ContestResult& re
     const char* const verdict = !contest.goal ? "" : result.ratio <= *contest.goal ? "met" : "missed";
     std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", contest.work.c_str(), contest.peer.c_str(), result.ratio,
                 result.lowest, result.highest, goal, verdict);
+    if (!contest.note.empty()) {
+        std::printf("    %s\n", contest.note.c_str());
+    }
     std::fflush(stdout);
 }
 
