@@ -30,7 +30,8 @@ void removeWorkFolder() {
 }
 
 void writeAll(int handle, const void* content, std::size_t size) {
-    if (::ftruncate(handle, 0) != 0 || ::pwrite(handle, content, size, 0) != static_cast<ssize_t>(size)) {
+    // In this order the pages of the file are used again.
+    if (::pwrite(handle, content, size, 0) != static_cast<ssize_t>(size) || ::ftruncate(handle, static_cast<off_t>(size)) != 0) {
         fail("input file");
     }
 }
