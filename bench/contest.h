@@ -11,18 +11,18 @@
 namespace voxlith {
 
 struct Contest {
-    std::string work;                // what the program does
-    std::string peer;                // what it is held against
-    std::optional<double> goal;      // largest ratio of the two times that is wanted
+    std::string work;                 // what the program does
+    std::string peer;                 // what it is held against
+    std::optional<double> goal;       // largest ratio of the two times that is wanted
     std::function<double()> runWork;  // does the work once, returns the CPU seconds it took
     std::function<double()> runPeer;
-    std::string note = {};            // what else explains the ratio; empty for nothing
+    std::string note = {};  // what else explains the ratio; empty for nothing
 };
 
 // Sizes of everything that is timed, and where its files go.
 struct BenchOptions {
-    std::string mtxFile;               // rows to take the positions from; empty: of a survey made for the purpose
-    std::string folder;                // for the survey, its sensitivity file and the models written; must exist
+    std::string mtxFile;                     // rows to take the positions from; empty: of a survey made for the purpose
+    std::string folder;                      // for the survey, its sensitivity file and the models written; must exist
     std::int64_t coefficients = 20'000'000;  // at least so many in the products
     std::int32_t modelCells = 1'000'000;     // values written and read
     std::int32_t variables = 1'000'000;      // of the optimiser
@@ -45,8 +45,8 @@ double cpuSecondsOf(const Work& work) {
 }
 
 struct ContestResult {
-    double ratio = 0;          // median time of the work over the median time of the peer
-    double lowest = 0;         // of the ratios of the single rounds
+    double ratio = 0;   // median time of the work over the median time of the peer
+    double lowest = 0;  // of the ratios of the single rounds
     double highest = 0;
 };
 

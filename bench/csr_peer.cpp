@@ -9,8 +9,12 @@ namespace {
 using Vector = Eigen::Map<Eigen::VectorXd>;
 using ConstVector = Eigen::Map<const Eigen::VectorXd>;
 
-ConstVector vectorOf(std::span<const double> values) { return {values.data(), static_cast<Eigen::Index>(values.size())}; }
-Vector vectorOf(std::span<double> values) { return {values.data(), static_cast<Eigen::Index>(values.size())}; }
+ConstVector vectorOf(std::span<const double> values) {
+    return {values.data(), static_cast<Eigen::Index>(values.size())};
+}
+Vector vectorOf(std::span<double> values) {
+    return {values.data(), static_cast<Eigen::Index>(values.size())};
+}
 
 }  // namespace
 

@@ -48,9 +48,10 @@ void registerAll() {
     for (const std::string& group : wantedGroups()) {
         for (const voxlith::Contest& contest : voxlith::makeContests(group, options)) {
             const std::string name = contest.work + " / " + contest.peer;
-            benchmark::RegisterBenchmark(name.c_str(), [contest](benchmark::State& state) {
-                runUnderBenchmark(state, contest);
-            })->UseManualTime()->Unit(benchmark::kMillisecond);
+            benchmark::RegisterBenchmark(name.c_str(),
+                                         [contest](benchmark::State& state) { runUnderBenchmark(state, contest); })
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
         }
     }
 }

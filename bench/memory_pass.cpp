@@ -4,7 +4,7 @@
 #include <cstddef>
 
 // Compiled for the widest instructions too, and chosen at run time, so that the pass is held back by memory alone.
-#define VOXLITH_BENCH_WIDE [[gnu::noinline, gnu::target_clones("avx512f", "avx2", "default")]]
+#define VOXLITH_BENCH_WIDE [[gnu::target_clones("avx512f", "avx2", "default")]]
 
 namespace voxlith {
 

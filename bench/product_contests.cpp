@@ -23,7 +23,7 @@ namespace {
 struct ProductRig {
     SparseCoefStore store;
     std::shared_ptr<CsrMatrix> matrix;
-    std::vector<double> padded;      // the transformed model
+    std::vector<double> padded;  // the transformed model
     std::vector<double> residual;
     std::vector<double> rowSums;
     std::vector<double> columnSums;  // padded array
@@ -120,7 +120,8 @@ std::string describeWorkingForm(const ProductRig& rig) {
     std::array<std::int64_t, 9> rowsInGroupsOf{};
     for (const RowGroup& group : rows.groups) {
         const bool inBlocks = group.form == RowForm::blocks;
-        words += inBlocks ? group.count * static_cast<std::int64_t>(blockWidth) * (1 + group.rowCount) : 2 * group.count;
+        words +=
+            inBlocks ? group.count * static_cast<std::int64_t>(blockWidth) * (1 + group.rowCount) : 2 * group.count;
         rowsInGroupsOf.at(static_cast<std::size_t>(group.rowCount)) += group.rowCount;
     }
     std::array<char, 200> text{};
@@ -146,11 +147,11 @@ std::vector<Contest> productContests(const RowPattern& pattern, const std::strin
     const auto csrTransposed = [rig] {
         return cpuSecondsOf([&] { csrTransposedTimes(*rig->matrix, rig->residual, rig->columnSums); });
     };
-    return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass,
-             describeWorkingForm(*rig)},
-            {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, csrForward},
-            {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", 1.2, transposed, pass},
-            {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, csrTransposed}};
+    return {
+        {"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass, describeWorkingForm(*rig)},
+        {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, csrForward},
+        {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", 1.2, transposed, pass},
+        {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, csrTransposed}};
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ void printLine(const voxlith::Contest& contest, const voxlith::ContestResult& re
 
 void printTable(const Run& run) {
     std::filesystem::create_directories(run.options.folder);
-    std::printf("CPU times of %zu rounds, work and peer by turns; lowest and highest are single rounds\n\n", run.rounds);
+    std::printf("CPU times of %zu rounds, work and peer by turns; lowest and highest are single rounds\n\n",
+                run.rounds);
     std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "peer", "ratio", "lowest", "highest", "goal");
     for (const std::string& group : run.groups) {
         for (const voxlith::Contest& contest : voxlith::makeContests(group, run.options)) {
