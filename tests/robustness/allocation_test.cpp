@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <limits>
 #include <new>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -125,6 +126,9 @@ struct SmallRun {
     ControlLines control;
     std::string observed = smallSurveyObs();
 };
+
+// Names of tests show it in place of its bytes.
+void PrintTo(const SmallRun& run, std::ostream* out) { *out << run.name; }
 
 std::string lineTimeObs() {
     std::string text = "10\n";
