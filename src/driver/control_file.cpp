@@ -207,7 +207,7 @@ void readLine4(ControlReader& reader) {
 void decodeObsClip(ControlReader& reader) {
     ControlValues& control = reader.control;
     const auto nDataTypes = static_cast<std::size_t>(control.nDataTypes);
-    std::array<double, 2 * maxFiles> limits{};
+    std::array<double, std::size_t{2} * maxFiles> limits{};
     if (freeFormatRead(std::string_view(control.obsClipText), std::span(limits).first(2 * nDataTypes)) !=
         ReadStatus::good)
         throw RunError("command line, ObsClip: expected " + std::to_string(2 * nDataTypes) +
@@ -404,9 +404,8 @@ void checkDefinitionCount(ControlReader& reader) {
     const ControlValues& control = reader.control;
     const std::int32_t n = control.nProductDefinitions;
     std::string_view of;
-    if (control.nModelTypes == 1 && control.nDataTypes != control.nMtx && n == 0)
-        of = "mtx";
-    else if (control.nModelTypes == 1 && control.nDataTypes == control.nMtx && n > 0 && n != control.nDataTypes)
+    const bool oneForEach = control.nDataTypes == control.nMtx;
+    if (control.nModelTypes == 1 && ((!oneForEach && n == 0) || (oneForEach && n > 0 && n != control.nDataTypes)))
         of = "mtx";
     else if (control.nModelTypes > 1 && n > 0 && n != control.nDataTypes)
         of = "mtx/model";

@@ -239,6 +239,8 @@ bool convertDecimal(const Decimal& decimal, Real& value) {
     const int leadingZeros = std::countl_zero(decimal.mantissa);
     const std::uint64_t product = highProduct(decimal.mantissa << leadingZeros, power);
     const int dropped = 64 - std::countl_zero(product) - precision;
+    // The product of two numbers of 2^63 and more has at most one leading zero, so at least 10 digits are dropped.
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult)
     const std::uint64_t half = std::uint64_t{1} << (dropped - 1);
     const std::uint64_t rest = product & (2 * half - 1);
     // The field of a number whose significand has its top bit at 2^(precision - 1); rounding up may carry into it.
