@@ -1,4 +1,5 @@
-// The command line, its words separated by line ends. Limits for the data are decoded while a control file is read, so one stands by.
+// The command line, its words separated by line ends. Limits for the data are decoded while a control file is read, so
+// one stands by.
 #include <string>
 #include <vector>
 
@@ -10,7 +11,8 @@ using namespace voxlith;
 
 namespace {
 
-constexpr std::string_view controlText = "0 2 2 1\n2 0 0\n1.0 0.02 0\nobs.dat\ng.mtx|g.mtx\n0.01\n0.0\nnull\nnull\nnull\nnull\n3\n";
+constexpr std::string_view controlText =
+    "0 2 2 1\n2 0 0\n1.0 0.02 0\nobs.dat\ng.mtx|g.mtx\n0.01\n0.0\nnull\nnull\nnull\nnull\n3\n";
 
 std::vector<std::string> wordsOf(std::string_view text) {
     std::vector<std::string> words{"voxlith.inp"};

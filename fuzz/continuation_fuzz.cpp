@@ -1,4 +1,5 @@
-// The progress table and the line search log of an earlier run, separated by a zero byte, as a continued run recovers them.
+// The progress table and the line search log of an earlier run, separated by a zero byte, as a continued run recovers
+// them.
 #include "driver/continuation.h"
 #include "harness.h"
 

@@ -1,4 +1,5 @@
-// The control file with its product definitions. Data and sensitivity files of the names obs.dat, g.mtx and m.mtx are there.
+// The control file with its product definitions. Data and sensitivity files of the names obs.dat, g.mtx and m.mtx are
+// there.
 #include <string>
 
 #include "driver/control_file.h"
@@ -26,7 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         buildProductTables(messages, values, tables);
         for (const Product& product : tables.products) {
             fuzzing::require(product.mtx >= 0 && product.mtx < values.nMtx, "a product's file is one of the run");
-            fuzzing::require(product.model >= 0 && product.model < values.nModelTypes, "a product's model is one of the run");
+            fuzzing::require(product.model >= 0 && product.model < values.nModelTypes,
+                             "a product's model is one of the run");
         }
     });
     return 0;

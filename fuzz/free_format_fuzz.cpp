@@ -1,5 +1,5 @@
-// The free-format reader on its own: from a text in memory and from a file, which must give the same, and numbers of the usual spelling
-// against the C library.
+// The free-format reader on its own: from a text in memory and from a file, which must give the same, and numbers of
+// the usual spelling against the C library.
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -30,7 +30,8 @@ void readBothWays(std::string_view text, const fuzzing::InputFile& file, std::si
         fuzzing::require(valuesTaken == read.valuesTaken, "text and file give as many values");
     }
     const auto alike = [](Number a, Number b) { return a == b || (a != a && b != b); };
-    fuzzing::require(std::equal(fromText.begin(), fromText.end(), fromFile.begin(), alike), "text and file give the same values");
+    fuzzing::require(std::equal(fromText.begin(), fromText.end(), fromFile.begin(), alike),
+                     "text and file give the same values");
     endFreeFormatRead(read);
 }
 
@@ -65,11 +66,14 @@ void compareWithLibrary(std::string_view text) {
             continue;
         double wide = 0;
         float narrow = 0;
-        fuzzing::require(wordToNumber(word, wide) && wordToNumber(word, narrow), "a number of the common spelling is read");
-        fuzzing::require(std::bit_cast<std::uint64_t>(wide) == std::bit_cast<std::uint64_t>(std::strtod(word.c_str(), nullptr)),
-                         "the double is the nearest one");
-        fuzzing::require(std::bit_cast<std::uint32_t>(narrow) == std::bit_cast<std::uint32_t>(std::strtof(word.c_str(), nullptr)),
-                         "the float is the nearest one");
+        fuzzing::require(wordToNumber(word, wide) && wordToNumber(word, narrow),
+                         "a number of the common spelling is read");
+        fuzzing::require(
+            std::bit_cast<std::uint64_t>(wide) == std::bit_cast<std::uint64_t>(std::strtod(word.c_str(), nullptr)),
+            "the double is the nearest one");
+        fuzzing::require(
+            std::bit_cast<std::uint32_t>(narrow) == std::bit_cast<std::uint32_t>(std::strtof(word.c_str(), nullptr)),
+            "the float is the nearest one");
     }
 }
 

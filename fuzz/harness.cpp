@@ -31,7 +31,8 @@ void removeWorkFolder() {
 
 void writeAll(int handle, const void* content, std::size_t size) {
     // In this order the pages of the file are used again.
-    if (::pwrite(handle, content, size, 0) != static_cast<ssize_t>(size) || ::ftruncate(handle, static_cast<off_t>(size)) != 0) {
+    if (::pwrite(handle, content, size, 0) != static_cast<ssize_t>(size) ||
+        ::ftruncate(handle, static_cast<off_t>(size)) != 0) {
         fail("input file");
     }
 }
@@ -65,9 +66,13 @@ InputFile::InputFile(const char* name) : name_(name), handle_(::open(name, O_RDW
     }
 }
 
-void InputFile::set(std::span<const std::uint8_t> content) const { writeAll(handle_, content.data(), content.size()); }
+void InputFile::set(std::span<const std::uint8_t> content) const {
+    writeAll(handle_, content.data(), content.size());
+}
 
-void InputFile::set(std::string_view content) const { writeAll(handle_, content.data(), content.size()); }
+void InputFile::set(std::string_view content) const {
+    writeAll(handle_, content.data(), content.size());
+}
 
 std::uint8_t Choices::byte() {
     if (rest_.empty()) {

@@ -1,7 +1,8 @@
 // What the fuzz targets share: a folder in memory to work in, inputs as files in it, and a way to take an input apart.
 //
-// Each target is one file with LLVMFuzzerTestOneInput. Built with libFuzzer it looks for inputs that crash, leak, read outside an array,
-// or take memory or time out of proportion; built with replay_main.cpp it goes through the inputs that are kept.
+// Each target is one file with LLVMFuzzerTestOneInput. Built with libFuzzer it looks for inputs that crash, leak, read
+// outside an array, or take memory or time out of proportion; built with replay_main.cpp it goes through the inputs
+// that are kept.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +15,8 @@
 
 namespace voxlith::fuzzing {
 
-// Makes a new folder below /dev/shm the current one and sends standard output to /dev/null. It is removed at the end of the process.
-// Further calls do nothing.
+// Makes a new folder below /dev/shm the current one and sends standard output to /dev/null. It is removed at the end of
+// the process. Further calls do nothing.
 void enterWorkFolder();
 
 // A file of the work folder that stays open, so that each new content costs two calls of the system.

@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::allowStops([&] {
         readModelFile(messages, positivityFlag, name, mesh, static_cast<std::int32_t>(types), model, bounds, 0.25F);
         for (std::size_t cell = 0; cell < cells; ++cell) {
-            const bool free = bounds.fixedCell[cell] == 0 && bounds.boundType[cell] == boundNone && isValid(model[cell]);
+            const bool free =
+                bounds.fixedCell[cell] == 0 && bounds.boundType[cell] == boundNone && isValid(model[cell]);
             fuzzing::require(positivityFlag < 2 || !free || model[cell] >= static_cast<double>(strictPositiveMinimum),
                              "free cells of a strictly positive model are above zero");
         }

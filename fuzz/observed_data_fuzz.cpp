@@ -1,4 +1,5 @@
-// Observed data files and reference data files in every form. The first bytes choose the form and what is done to the data.
+// Observed data files and reference data files in every form. The first bytes choose the form and what is done to the
+// data.
 #include <array>
 
 #include "driver/integration_windows.h"
@@ -44,7 +45,8 @@ ObsCleaning cleaningOf(fuzzing::Choices& choices) {
 void checkLines(const ObsSet& obs) {
     for (std::int32_t line = 0; line < obs.nLines; ++line) {
         const auto& range = obs.lineFirstLast[static_cast<std::size_t>(line)];
-        fuzzing::require(range[0] >= 1 && range[0] <= range[1] && range[1] <= obs.nData, "lines lie within the records");
+        fuzzing::require(range[0] >= 1 && range[0] <= range[1] && range[1] <= obs.nData,
+                         "lines lie within the records");
     }
 }
 

@@ -1,5 +1,6 @@
-// Replays kept inputs through a fuzz target without libFuzzer: every file named, every file in every folder named. Each input is
-// also cut short at several places, which is how files get damaged most often. Fails when there is nothing to replay.
+// Replays kept inputs through a fuzz target without libFuzzer: every file named, every file in every folder named. Each
+// input is also cut short at several places, which is how files get damaged most often. Fails when there is nothing to
+// replay.
 
 #include <algorithm>
 #include <cstddef>

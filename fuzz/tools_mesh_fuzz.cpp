@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::allowStops([&] {
         if (kind == 0) {
             const MeshGeometry mesh = readSurveyMesh(file.name());
-            fuzzing::require(mesh.xNode.size() == static_cast<std::size_t>(mesh.nx) + 1, "as many nodes as cells and one more");
+            fuzzing::require(mesh.xNode.size() == static_cast<std::size_t>(mesh.nx) + 1,
+                             "as many nodes as cells and one more");
             fuzzing::require(mesh.zNode.back() > mesh.zNode.front(), "depth rises downwards");
         } else {
             readStationFile(file.name(), kind == 1 ? 0 : 1);

@@ -1,4 +1,5 @@
-// Weight files: one for all directions, or one for each, of which any may be null. The four are separated by zero bytes.
+// Weight files: one for all directions, or one for each, of which any may be null. The four are separated by zero
+// bytes.
 #include <array>
 
 #include "files/weight_file.h"

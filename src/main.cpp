@@ -13,8 +13,8 @@
 
 namespace {
 
-// With standard error closed, the first file that is opened takes its number, and a message on the way out would be written into that
-// file.
+// With standard error closed, the first file that is opened takes its number, and a message on the way out would be
+// written into that file.
 void keepStandardErrorApart() {
     if (::fcntl(STDERR_FILENO, F_GETFD) != -1)
         return;

@@ -26,7 +26,9 @@ double julianDay(const DateTime& when) {
     return std::trunc(365.25 * (year + 4716)) + std::trunc(30.6001 * (month + 1)) + day + correction - 1524.5;
 }
 
-double processorSeconds() { return static_cast<double>(std::clock()) / static_cast<double>(CLOCKS_PER_SEC); }
+double processorSeconds() {
+    return static_cast<double>(std::clock()) / static_cast<double>(CLOCKS_PER_SEC);
+}
 
 TextLine dateLine(std::string_view words, const DateTime& when, DateOrder order) {
     const bool dayFirst = order == DateOrder::dayFirst;

@@ -20,8 +20,8 @@ double julianDay(const DateTime& when);
 // Seconds of processor time of this process.
 double processorSeconds();
 
-// "words" followed by first/second/year, two blanks and the time of day. The header of the log gives the day first, its closing line
-// the month; both stay as they have always been.
+// "words" followed by first/second/year, two blanks and the time of day. The header of the log gives the day first, its
+// closing line the month; both stay as they have always been.
 enum class DateOrder { dayFirst, monthFirst };
 TextLine dateLine(std::string_view words, const DateTime& when, DateOrder order);
 

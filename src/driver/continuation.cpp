@@ -38,7 +38,9 @@ struct LineSearchTable {
 }
 
 // Both heading lines in one write, so that no kill comes between them.
-void writeHeadings(LineFile& file, std::string_view heading) { writeLine(file, std::string(heading) + "\n"); }
+void writeHeadings(LineFile& file, std::string_view heading) {
+    writeLine(file, std::string(heading) + "\n");
+}
 
 void beginTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
     if (!openLineFile(file, name, LineFileMode::create))
@@ -56,8 +58,8 @@ void continueTable(Messages& messages, LineFile& file, std::string_view name, st
         writeHeadings(file, heading);
 }
 
-// A run that was killed while it wrote a row leaves a row without line end. Such a row is no finished iteration: it is cut off, so
-// that no later run takes the beginning of a number for the number.
+// A run that was killed while it wrote a row leaves a row without line end. Such a row is no finished iteration: it is
+// cut off, so that no later run takes the beginning of a number for the number.
 void dropUnfinishedRow(Messages& messages, std::string_view name) {
     if (!fileExists(std::string(name)))
         stopForMissing(messages, name);

@@ -83,8 +83,8 @@ void takeLabels(ControlReader& reader) {
         label = token.substr(0, 8);
         // Labels become part of file names, and those belong into the folder of the run.
         if (label.find('/') != std::string::npos)
-            throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" + label +
-                           "\"");
+            throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" +
+                           label + "\"");
     }
 }
 
@@ -183,8 +183,7 @@ void readLine3(ControlReader& reader) {
     logLine(reader.messages, TextLine(" Positivity flag: ").integer(control.positivityFlag, 4));
     const float interval = control.cleaning.integrationInterval;
     if (interval > 0.0F)
-        logLine(reader.messages,
-                TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));
+        logLine(reader.messages, TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));
 }
 
 void readLine4(ControlReader& reader) {
@@ -284,10 +283,8 @@ void readLine5(ControlReader& reader) {
         for (std::int32_t file = 0; file < control.nMtx; ++file) {
             std::string& name = control.mtxFileText[static_cast<std::size_t>(file)];
             name = file + 1 < control.nMtx ? cutMtxName(rest) : rest;
-            logLine(reader.messages, TextLine(" Sensitivity file ")
-                                         .integer(file + 1, 4)
-                                         .text(" : ")
-                                         .text(withoutTrailingBlanks(name)));
+            logLine(reader.messages,
+                    TextLine(" Sensitivity file ").integer(file + 1, 4).text(" : ").text(withoutTrailingBlanks(name)));
         }
     }
     for (std::int32_t file = 0; file < control.nMtx; ++file)
@@ -419,9 +416,8 @@ void checkDefinitionCount(ControlReader& reader) {
 }
 
 [[noreturn]] void stopForControlFile(Messages& messages, const std::string& name) {
-    screenLine(TextLine("The specified parameter file ")
-                   .text(withoutTrailingBlanks(name))
-                   .text(" could not be opened"));
+    screenLine(
+        TextLine("The specified parameter file ").text(withoutTrailingBlanks(name)).text(" could not be opened"));
     // The name of another file stands in the second message; scripts have learnt to look for it.
     fatalStop(messages, " File voxlith.aux not found");
 }

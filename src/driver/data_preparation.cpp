@@ -75,7 +75,9 @@ Statistics statisticsOf(std::span<const double> values) {
     return statistics;
 }
 
-bool differs(float a, float b) { return std::fabs(a - b) > 0.01F; }
+bool differs(float a, float b) {
+    return std::fabs(a - b) > 0.01F;
+}
 
 void foldIntoModels(RunState& run) {
     const std::size_t cells = run.mesh.cellCount();
@@ -91,7 +93,8 @@ void foldIntoModels(RunState& run) {
     }
 }
 
-// Sets fixedCell to 1 in all layers from `firstLayer` (from 1) down, in all model types; returns how many cells these are.
+// Sets fixedCell to 1 in all layers from `firstLayer` (from 1) down, in all model types; returns how many cells these
+// are.
 std::int32_t holdLayersFrom(RunState& run, std::int32_t firstLayer) {
     std::int32_t count = 0;
     const auto nz = static_cast<std::size_t>(run.mesh.nz);
@@ -149,9 +152,9 @@ void holdUncoveredLayers(RunState& run) {
 void foldDepthWeights(RunState& run) {
     Sensitivity& sensitivity = run.sensitivity;
     const MtxHeader& header = sensitivity.header;
-    sensitivity.foldDepthWeight = !(run.control.nDataTypes > 1 &&
-                                    (differs(header.weightParamA[0], header.weightParamA[1]) ||
-                                     differs(header.weightParamB[0], header.weightParamB[1])));
+    sensitivity.foldDepthWeight =
+        !(run.control.nDataTypes > 1 && (differs(header.weightParamA[0], header.weightParamA[1]) ||
+                                         differs(header.weightParamB[0], header.weightParamB[1])));
     if (sensitivity.foldDepthWeight)
         foldIntoModels(run);
     if (header.inversionStyle == 0 && run.control.clipLayer > 0)

@@ -5,8 +5,8 @@
 
 namespace voxlith {
 
-// Clears refData, copies obsData to predData, and applies the data offset of the control file: a number, a list of numbers, or a
-// reference data file, whose residual then stands in predData and in "voxlith_residual.obs".
+// Clears refData, copies obsData to predData, and applies the data offset of the control file: a number, a list of
+// numbers, or a reference data file, whose residual then stands in predData and in "voxlith_residual.obs".
 void applyDataOffset(RunState& run);
 
 // Count, minimum, maximum and "average" of predData on the screen and in the log.
@@ -15,8 +15,8 @@ void reportStatistics(RunState& run);
 // Styles 1 to 3: holds all cells below the layers that the sensitivities cover, and counts them.
 void holdUncoveredLayers(RunState& run);
 
-// Decides whether the inversion variable holds the depth weight; where it does, multiplies models and bounds by it. Then holds the
-// layers from clipLayer down in style 0.
+// Decides whether the inversion variable holds the depth weight; where it does, multiplies models and bounds by it.
+// Then holds the layers from clipLayer down in style 0.
 void foldDepthWeights(RunState& run);
 
 }  // namespace voxlith

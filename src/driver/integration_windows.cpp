@@ -70,7 +70,9 @@ void fillWeights(std::span<const double> times, const WindowEdges& edges, const 
     weights[last - first] += 0.5 * squared(edges.upper - times[last - 1]) / d2;
 }
 
-std::size_t stationsOf(const ObsSet& obs, std::size_t line) { return static_cast<std::size_t>(obs.lineCount[line]); }
+std::size_t stationsOf(const ObsSet& obs, std::size_t line) {
+    return static_cast<std::size_t>(obs.lineCount[line]);
+}
 
 void fillLineTimes(const ObsSet& obs, LineIntegration& lines) {
     const auto maxLineData = static_cast<std::size_t>(obs.maxLineData);

@@ -10,8 +10,8 @@ namespace voxlith {
 // Sizes the line tables for nData records, before the observed data are read.
 void allocateLineTables(ObsSet& obs);
 
-// Fills lineTime, windowRange and windowWeight from the times of the stations. Times rise along a line. A station whose window would
-// run off its line has none. Ends the run when the data file gave no lines.
+// Fills lineTime, windowRange and windowWeight from the times of the stations. Times rise along a line. A station whose
+// window would run off its line has none. Ends the run when the data file gave no lines.
 void buildIntegrationWindows(Messages& messages, const ObsSet& obs, LineIntegration& lines);
 
 }  // namespace voxlith

@@ -15,7 +15,9 @@ namespace voxlith {
 
 namespace {
 
-std::size_t sizeOf(std::int32_t count) { return static_cast<std::size_t>(count); }
+std::size_t sizeOf(std::int32_t count) {
+    return static_cast<std::size_t>(count);
+}
 
 // The log line that stands before the message of a group that was refused.
 void logGroup(RunState& run, std::string_view label, double size) {
@@ -118,9 +120,8 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { arrays.modelWork.assign(m, 0.0); });
     const auto nPadTotal = static_cast<std::size_t>(run.sensitivity.header.nPadTotal);
     allocateGroup(run, "compression:", 8.0 * static_cast<double>(nPadTotal),
-                  "Error: Not enough memory for the compression work arrays", [&] {
-                      run.sensitivity.paddedWork.assign(nPadTotal, 0.0);
-                  });
+                  "Error: Not enough memory for the compression work arrays",
+                  [&] { run.sensitivity.paddedWork.assign(nPadTotal, 0.0); });
     allocateGroup(run, "lbfgs:", 8.0 * static_cast<double>(m), "Error: Not enough memory for the lbfgs work arrays",
                   [&] { arrays.lbfgsWork.assign(m, 0.0); });
     const std::size_t length = std::max(m, sizes.nData * sizes.nDataTypes);
@@ -136,7 +137,8 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { arrays.iwaBFGS.assign(3 * m, 0); });
 }
 
-// Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into it.
+// Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into
+// it.
 bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t slackWords) {
     try {
         reserveStore(store, count, slackWords);
@@ -211,9 +213,8 @@ void allocateMeshArrays(RunState& run) {
 void allocateModelArrays(RunState& run) {
     run.memoryTally = 0;
     const ModelSizes sizes = modelSizesOf(run);
-    allocateGroup(run, "", 0.0, "Error: Not enough memory for the wavelet data arrays", [&] {
-        run.sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(run.mesh)), 0.0);
-    });
+    allocateGroup(run, "", 0.0, "Error: Not enough memory for the wavelet data arrays",
+                  [&] { run.sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(run.mesh)), 0.0); });
     allocateWorkVectors(run, sizes);
     allocateSensitivityArrays(run, sizes);
     allocateOptimiserArrays(run, sizes);

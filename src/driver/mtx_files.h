@@ -1,5 +1,5 @@
-// The pass over the sensitivity files of a run: headers, rows and tails in order, with the arrays of the run allocated on the way, and
-// the rows placed in memory or left on disk.
+// The pass over the sensitivity files of a run: headers, rows and tails in order, with the arrays of the run allocated
+// on the way, and the rows placed in memory or left on disk.
 #pragma once
 
 #include "driver/run_state.h"

@@ -143,9 +143,10 @@ LoopSettings loopSettingsOf(const RunState& run) {
 }
 
 void invert(RunState& run) {
-    InversionProblem problem{run.messages, run.progressTable, run.obs,   run.mesh,   run.bounds,
-                             run.weights,  run.sensitivity,   run.products, run.lines, run.arrays,
-                             run.timers,   run.control.nModelTypes,      run.control.modelLabel};
+    InversionProblem problem{
+        run.messages,          run.progressTable, run.obs,   run.mesh,   run.bounds, run.weights,
+        run.sensitivity,       run.products,      run.lines, run.arrays, run.timers, run.control.nModelTypes,
+        run.control.modelLabel};
     inversionLoop(problem, loopSettingsOf(run));
     closeLineFile(run.progressTable);
     if (run.sensitivity.idisk == 1)

@@ -6,8 +6,8 @@
 
 namespace voxlith {
 
-// Exit status of the process: 0 for the normal end, the usage text and every stop with a message of the run's own; 2 when an input or
-// output cannot be used.
+// Exit status of the process: 0 for the normal end, the usage text and every stop with a message of the run's own; 2
+// when an input or output cannot be used.
 enum class ExitStatus : int { normal = 0, unusableFile = 2 };
 
 // `arguments` are those behind the program's name.

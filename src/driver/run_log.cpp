@@ -23,8 +23,8 @@ void openLog(Messages& messages, LineFileMode mode) {
 }
 
 void writeHead(Messages& messages, std::string_view words, const DateTime& startedAt) {
-    logLine(messages, dateLine(TextLine("VOXLITH version ").text(programVersion).text(words), startedAt,
-                               DateOrder::dayFirst));
+    logLine(messages,
+            dateLine(TextLine("VOXLITH version ").text(programVersion).text(words), startedAt, DateOrder::dayFirst));
 }
 
 void screenAndLogMinutes(Messages& messages, std::string_view words, double minutes) {

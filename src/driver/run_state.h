@@ -1,7 +1,7 @@
 // The one record of a run. There is one, it is never copied, and its arrays live from the start of the run to its end.
 //
-// Index convention of the whole program: arrays in memory count from 0, files and messages count from 1. Cell arrays run with z
-// fastest (k), then x (i), then y (j); the model type or the sensitivity file (t) is the slowest index:
+// Index convention of the whole program: arrays in memory count from 0, files and messages count from 1. Cell arrays
+// run with z fastest (k), then x (i), then y (j); the model type or the sensitivity file (t) is the slowest index:
 //   position of (k, i, j, t) = k + nz (i + nx (j + ny t)).
 // Data arrays run station by station within a component, component by component.
 #pragma once

@@ -1,4 +1,5 @@
-// What the inversion engine works on: its arrays, its settings, and the parts of the run's record that it reads and changes.
+// What the inversion engine works on: its arrays, its settings, and the parts of the run's record that it reads and
+// changes.
 #pragma once
 
 #include <array>
@@ -24,9 +25,9 @@ namespace voxlith {
 struct InversionArrays {
     // (k, i, j, model type)
     std::vector<double> model, refModel, modelBest;
-    std::vector<double> delm;       // model-sized or (nData, nMtx), whichever holds more
-    std::vector<double> modelWork;  // adjoint sums
-    std::vector<double> lbfgsWork;  // trial model; adjoint of one product
+    std::vector<double> delm;                   // model-sized or (nData, nMtx), whichever holds more
+    std::vector<double> modelWork;              // adjoint sums
+    std::vector<double> lbfgsWork;              // trial model; adjoint of one product
     std::array<std::vector<double>, 5> cgWork;  // each model-sized at least
     std::vector<double> waBFGS;
     std::vector<std::int32_t> iwaBFGS;

@@ -85,7 +85,8 @@ void clampToBounds(const BoxProblem& problem, std::span<double> x) {
     }
 }
 
-double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d, double limit) {
+double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d,
+                           double limit) {
     for (std::size_t i = 0; i < x.size(); ++i) {
         const std::int32_t code = problem.nbd[i];
         if (d[i] < 0.0 && hasLowerBound(code)) {

@@ -21,8 +21,12 @@ struct BoxProblem {
     std::span<const double> maxStep;          // above 0: largest change in the first search
 };
 
-inline bool hasLowerBound(std::int32_t code) { return code == 1 || code == 3; }
-inline bool hasUpperBound(std::int32_t code) { return code == 2 || code == 3; }
+inline bool hasLowerBound(std::int32_t code) {
+    return code == 1 || code == 3;
+}
+inline bool hasUpperBound(std::int32_t code) {
+    return code == 2 || code == 3;
+}
 
 // Status of a variable, kept between calls. Up to 0 the variable is free in the subspace step.
 enum VariableStatus : std::int32_t {
@@ -31,9 +35,11 @@ enum VariableStatus : std::int32_t {
     freeBetweenBounds = 0,
     atLowerBound = 1,
     atUpperBound = 2,
-    alwaysFixed = 3,           // held by flag or by equal bounds for the whole run
+    alwaysFixed = 3,  // held by flag or by equal bounds for the whole run
 };
-inline bool isFree(std::int32_t status) { return status <= 0; }
+inline bool isFree(std::int32_t status) {
+    return status <= 0;
+}
 
 // What the bounds say about the whole problem.
 struct BoxKind {
@@ -43,7 +49,8 @@ struct BoxKind {
 };
 
 // Checks n, m, factr, codes and bounds. False, with the error text in `task`, if something is wrong; if several things
-// are, the later one in the order n, m, factr, variable 1 to n is reported. Arrays of n <= 0 variables are not looked at.
+// are, the later one in the order n, m, factr, variable 1 to n is reported. Arrays of n <= 0 variables are not looked
+// at.
 bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task);
 
 // Moves the start point x into its bounds, held variables excepted, and sets the first status of each variable.
@@ -57,7 +64,8 @@ double projectedGradientNorm(const BoxProblem& problem, std::span<const double> 
 void clampToBounds(const BoxProblem& problem, std::span<double> x);
 
 // The largest step, at most `limit`, along d from x that keeps all variables in their bounds.
-double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d, double limit);
+double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d,
+                           double limit);
 
 // The largest step, at most `limit`, along d that changes no variable by more than its maxStep.
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit);

@@ -10,7 +10,8 @@ namespace voxlith {
 // Orders the first `count` entries as a heap.
 void makeHeap(std::span<double> times, std::span<std::int32_t> variables, std::size_t count);
 
-// Takes the least of `count` > 0 entries from the heap and puts it into entry count - 1; the rest is a heap of count - 1.
+// Takes the least of `count` > 0 entries from the heap and puts it into entry count - 1; the rest is a heap of count
+// - 1.
 void takeLeast(std::span<double> times, std::span<std::int32_t> variables, std::size_t count);
 
 }  // namespace voxlith

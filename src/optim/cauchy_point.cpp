@@ -22,11 +22,11 @@ struct PathStart {
 
 // The model along the current piece of the path: slope, curvature and its least value that counts as positive.
 struct PathModel {
-    double slope = 0.0;              // f' of the paper
-    double curvature = 0.0;          // f''
+    double slope = 0.0;      // f' of the paper
+    double curvature = 0.0;  // f''
     double curvatureAtStart = 0.0;
-    double time = 0.0;               // where the current piece begins
-    double timeToMinimum = 0.0;      // from there
+    double time = 0.0;           // where the current piece begins
+    double timeToMinimum = 0.0;  // from there
 };
 
 // Status of a variable that is not fixed for the whole run, at a point with distances to its bounds.
@@ -87,8 +87,8 @@ PathModel startModel(const CorrectionMemory& memory, const CauchyArrays& arrays)
     return model;
 }
 
-// Takes variable b, which has moved by `travel` when it meets its bound at the end of a piece of length `length`, out of the
-// direction. `speed` is its component of it. (Paper, algorithm CP, the steps in its loop.)
+// Takes variable b, which has moved by `travel` when it meets its bound at the end of a piece of length `length`, out
+// of the direction. `speed` is its component of it. (Paper, algorithm CP, the steps in its loop.)
 void leaveVariable(const CorrectionMemory& memory, std::size_t b, double speed, double travel, double length,
                    const CauchyArrays& arrays, PathModel& model) {
     const double speedSquared = speed * speed;

@@ -7,8 +7,8 @@ namespace voxlith {
 
 namespace {
 
-// Pieces of a vector that stay in the nearest cache while the columns of the memory pass by; a multiple of the number of
-// partial sums.
+// Pieces of a vector that stay in the nearest cache while the columns of the memory pass by; a multiple of the number
+// of partial sums.
 constexpr std::size_t pieceLength = 1024;
 
 // Pairs treated in one pass; more than that take several passes.

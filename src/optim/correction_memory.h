@@ -1,12 +1,12 @@
-// The limited memory of L-BFGS-B: the last pairs of step s and gradient change y, and products with the compact form of the
-// matrix that they stand for (R. H. Byrd, P. Lu, J. Nocedal and C. Zhu, A limited memory algorithm for bound constrained
-// optimization, SIAM J. Sci. Comput. 16, 1995, section 3):
+// The limited memory of L-BFGS-B: the last pairs of step s and gradient change y, and products with the compact form of
+// the matrix that they stand for (R. H. Byrd, P. Lu, J. Nocedal and C. Zhu, A limited memory algorithm for bound
+// constrained optimization, SIAM J. Sci. Comput. 16, 1995, section 3):
 //
 //     B = theta I - W M W',   W = [Y  theta S],   M^-1 = [ -D      L'      ]
 //                                                        [  L   theta S'S ]
 //
-// D is the diagonal and L the strictly lower triangle of S'Y. Pairs are numbered from 0, the oldest first; a vector of the
-// order of M has the part of Y first, then that of S, and twice `count` elements.
+// D is the diagonal and L the strictly lower triangle of S'Y. Pairs are numbered from 0, the oldest first; a vector of
+// the order of M has the part of Y first, then that of S, and twice `count` elements.
 #pragma once
 
 #include <cstddef>
@@ -24,16 +24,17 @@ struct CorrectionMemory {
     std::size_t count = 0;         // pairs held
     std::size_t oldest = 0;        // column of pair 0
     double theta = 1.0;
-    SmallMatrix sDotY;             // s_i'y_j, i >= j: D and L
-    SmallMatrix sDotS;             // s_i's_j, i >= j
-    SmallMatrix middleFactor;      // lower Cholesky factor J of theta S'S + L D^-1 L'
+    SmallMatrix sDotY;         // s_i'y_j, i >= j: D and L
+    SmallMatrix sDotS;         // s_i's_j, i >= j
+    SmallMatrix middleFactor;  // lower Cholesky factor J of theta S'S + L D^-1 L'
 
     std::size_t columnOf(std::size_t pair) const { return (oldest + pair) % m; }
     std::span<const double> step(std::size_t pair) const { return s.subspan(columnOf(pair) * n, n); }
     std::span<const double> change(std::size_t pair) const { return y.subspan(columnOf(pair) * n, n); }
 };
 
-// products := [Y S]'v over the first `pairs` pairs: y_p'v in element p, s_p'v in element pairs + p. One pass over the memory.
+// products := [Y S]'v over the first `pairs` pairs: y_p'v in element p, s_p'v in element pairs + p. One pass over the
+// memory.
 void multiplyByPairs(const CorrectionMemory& memory, std::size_t pairs, std::span<const double> v,
                      std::span<double> products);
 
@@ -43,9 +44,9 @@ void addPairs(const CorrectionMemory& memory, std::span<const double> coefficien
 // result := M v by the factors of M^-1 (paper, section 3). result and v are different arrays of 2 count elements.
 void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const double> v, std::span<double> result);
 
-// Fills the rows of the newest pair, which is in s and y already, into S'Y and S'S. `curvature` is s'y and `lengthSquared`
-// is s's of this pair, which the line search knows. `forgotten` says that the pair has displaced the oldest one. `products`
-// is scratch for 2 count elements.
+// Fills the rows of the newest pair, which is in s and y already, into S'Y and S'S. `curvature` is s'y and
+// `lengthSquared` is s's of this pair, which the line search knows. `forgotten` says that the pair has displaced the
+// oldest one. `products` is scratch for 2 count elements.
 void updateInnerProducts(const CorrectionMemory& memory, double curvature, double lengthSquared, bool forgotten,
                          std::span<double> products);
 

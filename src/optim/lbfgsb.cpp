@@ -35,7 +35,9 @@ struct Engine {
 
 enum class SearchOutcome { evaluate, accepted, failed };
 
-void copyTo(std::span<const double> from, std::span<double> to) { std::copy(from.begin(), from.end(), to.begin()); }
+void copyTo(std::span<const double> from, std::span<double> to) {
+    std::copy(from.begin(), from.end(), to.begin());
+}
 
 CorrectionMemory memoryOf(const Engine& engine) {
     const LbfgsbState& state = engine.state;
@@ -72,7 +74,8 @@ void noteFreeVariables(Engine& engine) {
     }
 }
 
-// Leaves the Cauchy point in z (paper 1995, section 4). Without bounds it is of no use: the subspace step starts from x.
+// Leaves the Cauchy point in z (paper 1995, section 4). Without bounds it is of no use: the subspace step starts from
+// x.
 void takeCauchyPoint(Engine& engine, const CorrectionMemory& memory) {
     const std::size_t order = 2 * memory.m;
     LbfgsbWorkspace& work = engine.work;
@@ -97,15 +100,16 @@ bool prepareSubspace(Engine& engine, const CorrectionMemory& memory) {
     const TableLag lag{static_cast<std::size_t>(state.pairsNotInTable), state.updateCount > engine.problem.m,
                        state.tableIsStale};
     // c of the Cauchy search is still wanted: the scratch is the second quarter.
-    const SubspaceTableArrays arrays{work.subspaceTable, work.status, work.wasFree,
-                                     work.d,             work.t,      work.small.subspan(order, order)};
+    const SubspaceTableArrays arrays{
+        work.subspaceTable, work.status, work.wasFree, work.d, work.t, work.small.subspan(order, order)};
     updateSubspaceTable(memory, lag, arrays);
     state.pairsNotInTable = 0;
     state.tableIsStale = false;
     return factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor);
 }
 
-// Moves z from the Cauchy point to the minimiser of the model in the subspace of the free variables (paper 1995, section 5).
+// Moves z from the Cauchy point to the minimiser of the model in the subspace of the free variables (paper 1995,
+// section 5).
 bool takeSubspaceStep(Engine& engine, const CorrectionMemory& memory) {
     LbfgsbState& state = engine.state;
     LbfgsbWorkspace& work = engine.work;
@@ -236,8 +240,8 @@ void countIteration(LbfgsbState& state) {
         ++state.iteration;
 }
 
-// Behind a search without success: back to the last iterate, for a new attempt from steepest descent. False, with the last
-// word in `task`, if this search was from steepest descent already.
+// Behind a search without success: back to the last iterate, for a new attempt from steepest descent. False, with the
+// last word in `task`, if this search was from steepest descent already.
 bool mayTryAgain(Engine& engine, TaskWord& task) {
     restoreLastIterate(engine);
     if (engine.state.corrections == 0) {
@@ -249,8 +253,8 @@ bool mayTryAgain(Engine& engine, TaskWord& task) {
     return true;
 }
 
-// From an iterate x to the first trial of the next search. A singular matrix drops the memory, too; without memory there is
-// none, so that the loop ends.
+// From an iterate x to the first trial of the next search. A singular matrix drops the memory, too; without memory
+// there is none, so that the loop ends.
 void iterate(Engine& engine, TaskWord& task) {
     for (;;) {
         if (!minimiseModel(engine)) {
@@ -309,8 +313,8 @@ std::size_t nextColumn(LbfgsbState& state, std::int32_t m) {
     return static_cast<std::size_t>(newest % m);
 }
 
-// Stores the step and the change of the gradient of the last iteration, unless their product is too small to keep the model
-// matrix positive definite (paper 1995, section 3). False if a matrix is singular by rounding.
+// Stores the step and the change of the gradient of the last iteration, unless their product is too small to keep the
+// model matrix positive definite (paper 1995, section 3). False if a matrix is singular by rounding.
 bool updateMemory(Engine& engine) {
     LbfgsbState& state = engine.state;
     LbfgsbWorkspace& work = engine.work;

@@ -7,7 +7,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr double extrapolation = 4.0;     // an unbracketed step grows by at most this factor
+constexpr double extrapolation = 4.0;  // an unbracketed step grows by at most this factor
 constexpr double requiredShrinkage = 0.66;
 
 // The common terms of the cubic that interpolates two values and two slopes: theta and gamma of the paper.
@@ -40,20 +40,19 @@ double secantMinimiser(const TrialPoint& trial, const TrialPoint& best) {
     return trial.step + trial.slope / (trial.slope - best.slope) * (best.step - trial.step);
 }
 
-// Case 1: the trial value is higher, so a minimiser lies between. The cubic step if it is closer to the best point than the
-// parabola through both values and the slope at the best point, else the mean of both.
+// Case 1: the trial value is higher, so a minimiser lies between. The cubic step if it is closer to the best point than
+// the parabola through both values and the slope at the best point, else the mean of both.
 double stepAtHigherValue(const TrialPoint& best, const TrialPoint& trial) {
     const double cubic = cubicMinimiser(best, trial);
     const double length = trial.step - best.step;
-    const double parabola =
-        best.step + best.slope / ((best.value - trial.value) / length + best.slope) / 2.0 * length;
+    const double parabola = best.step + best.slope / ((best.value - trial.value) / length + best.slope) / 2.0 * length;
     if (std::abs(cubic - best.step) < std::abs(parabola - best.step))
         return cubic;
     return cubic + (parabola - cubic) / 2.0;
 }
 
-// Case 2: a lower value and slopes of opposite sign, so a minimiser lies between: the one of the cubic and the secant step
-// that is farther from the trial point.
+// Case 2: a lower value and slopes of opposite sign, so a minimiser lies between: the one of the cubic and the secant
+// step that is farther from the trial point.
 double stepAtOppositeSlope(const TrialPoint& best, const TrialPoint& trial) {
     const double cubic = cubicMinimiser(trial, best);
     const double secant = secantMinimiser(trial, best);

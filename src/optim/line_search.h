@@ -1,5 +1,6 @@
 // Line search with guaranteed sufficient decrease, in reverse communication (J. J. More and D. J. Thuente, Line search
-// algorithms with guaranteed sufficient decrease, ACM TOMS 20, 1994). phi(step) is f along the direction, its slope g'd.
+// algorithms with guaranteed sufficient decrease, ACM TOMS 20, 1994). phi(step) is f along the direction, its slope
+// g'd.
 #pragma once
 
 #include <cstdint>
@@ -26,20 +27,20 @@ struct LineSearchLimits {
 
 // All that a search keeps between two calls.
 struct LineSearchState {
-    TaskWord request{};         // see searchStep
-    bool bracketed = false;     // best and other enclose a minimiser
-    std::int32_t stage = 1;     // 1: the auxiliary function psi guides the step; 2: phi does
-    TrialPoint start;           // step 0
-    TrialPoint best;            // the end point of the interval with the least value
-    TrialPoint other;           // the other end point
-    double lowest = 0.0;        // limits of the next step
+    TaskWord request{};      // see searchStep
+    bool bracketed = false;  // best and other enclose a minimiser
+    std::int32_t stage = 1;  // 1: the auxiliary function psi guides the step; 2: phi does
+    TrialPoint start;        // step 0
+    TrialPoint best;         // the end point of the interval with the least value
+    TrialPoint other;        // the other end point
+    double lowest = 0.0;     // limits of the next step
     double highest = 0.0;
-    double width = 0.0;         // length of the interval in the last step
-    double widthBefore = 0.0;   // and in the one before
+    double width = 0.0;        // length of the interval in the last step
+    double widthBefore = 0.0;  // and in the one before
 };
 
-// Begins a search at step 0 with `value` and `slope`; `firstStep` is the first step to try. Afterwards state.request is "FG",
-// or "ERROR: ..." if the step lies outside of its limits or the slope is not below 0.
+// Begins a search at step 0 with `value` and `slope`; `firstStep` is the first step to try. Afterwards state.request is
+// "FG", or "ERROR: ..." if the step lies outside of its limits or the slope is not below 0.
 void beginSearch(double value, double slope, double firstStep, const LineSearchLimits& limits, LineSearchState& state);
 
 // Takes phi and slope at `trial.step`. Afterwards state.request is
@@ -48,8 +49,8 @@ void beginSearch(double value, double slope, double firstStep, const LineSearchL
 //   "WARNING: ..." trial.step is as good as can be had.
 void searchStep(const LineSearchLimits& limits, TrialPoint& trial, LineSearchState& state);
 
-// Section 4 of the paper: the safeguarded step from the end points `best` and `other` and the trial point, and the updated
-// interval. `trial.step` becomes the next step, within lowest and highest as long as no minimiser is bracketed.
+// Section 4 of the paper: the safeguarded step from the end points `best` and `other` and the trial point, and the
+// updated interval. `trial.step` becomes the next step, within lowest and highest as long as no minimiser is bracketed.
 void safeguardedStep(TrialPoint& best, TrialPoint& other, TrialPoint& trial, bool& bracketed, double lowest,
                      double highest);
 

@@ -24,7 +24,9 @@ struct OptimiserState {
 constexpr std::int64_t optimiserRealWorkspace(std::int64_t n, std::int64_t m) {
     return (2 * m + 4) * n + 12 * m * m + 12 * m;
 }
-constexpr std::int64_t optimiserIntegerWorkspace(std::int64_t n) { return 3 * n; }
+constexpr std::int64_t optimiserIntegerWorkspace(std::int64_t n) {
+    return 3 * n;
+}
 
 // One step of the optimiser.
 //   inversionMethod  1 and 2: PLIS with the rank-1 or rank-2 update; every other value: L-BFGS-B

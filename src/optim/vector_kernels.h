@@ -1,5 +1,5 @@
-// Inner products and small dense factorisations of the L-BFGS-B engine. Every sum has one fixed order, written out, so that
-// all compilers, optimisation levels and instruction sets give the same bytes.
+// Inner products and small dense factorisations of the L-BFGS-B engine. Every sum has one fixed order, written out, so
+// that all compilers, optimisation levels and instruction sets give the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -15,12 +15,11 @@ struct SmallMatrix {
     double& operator()(std::size_t row, std::size_t column) const { return data[row * stride + column]; }
 
     // The part that begins at (row, column).
-    SmallMatrix block(std::size_t row, std::size_t column) const {
-        return {data + row * stride + column, stride};
-    }
+    SmallMatrix block(std::size_t row, std::size_t column) const { return {data + row * stride + column, stride}; }
 };
 
-// Number of partial sums of an inner product: element i goes to sum i mod 8, and the sums are added pairwise at the end.
+// Number of partial sums of an inner product: element i goes to sum i mod 8, and the sums are added pairwise at the
+// end.
 constexpr std::size_t partialSumCount = 8;
 
 // Adds a[i]*b[i], i < n, to the partial sums; n must be a multiple of 8 except in the last piece of a vector.

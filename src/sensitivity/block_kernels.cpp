@@ -20,8 +20,8 @@ using FloatLanes = float __attribute__((vector_size(32)));
     values = __builtin_convertvector(narrow, Lanes);
 }
 
-// The places of a block often follow one another: then they are one load and one store. Places rise but for the spare place, which
-// may stand several times at the end: the last but one tells.
+// The places of a block often follow one another: then they are one load and one store. Places rise but for the spare
+// place, which may stand several times at the end: the last but one tells.
 [[gnu::always_inline]] inline bool areAdjacent(const std::int32_t* place) {
     return place[7] - place[0] == 7 && place[6] - place[0] == 6;
 }
@@ -211,17 +211,15 @@ void addPlain(std::span<const RowGroup> groups, const std::int32_t* store, const
     }
 }
 
-[[gnu::target("avx512f")]] void multiplyAvx512(std::span<const RowGroup> groups,
-                                                                      const std::int32_t* store, const double* compact,
-                                                                      double* out) {
+[[gnu::target("avx512f")]] void multiplyAvx512(std::span<const RowGroup> groups, const std::int32_t* store,
+                                               const double* compact, double* out) {
     for (const RowGroup& group : groups) {
         multiplyOne(group, store, compact, out);
     }
 }
 
-[[gnu::target("avx512f")]] void addAvx512(std::span<const RowGroup> groups,
-                                                                 const std::int32_t* store, const double* factor,
-                                                                 double* compact) {
+[[gnu::target("avx512f")]] void addAvx512(std::span<const RowGroup> groups, const std::int32_t* store,
+                                          const double* factor, double* compact) {
     for (const RowGroup& group : groups) {
         addOne(group, store, factor, compact);
     }

@@ -1,7 +1,8 @@
 // The two sparse loops of the products over rows in working form.
 //
-// Orders of summation are fixed, whatever instructions the machine has: a row is summed in eight lanes, position p of its list in
-// lane p mod 8, and the lanes are added in one tree; a position receives the rows in ascending order, one addition a row.
+// Orders of summation are fixed, whatever instructions the machine has: a row is summed in eight lanes, position p of
+// its list in lane p mod 8, and the lanes are added in one tree; a position receives the rows in ascending order, one
+// addition a row.
 #pragma once
 
 #include <cstdint>

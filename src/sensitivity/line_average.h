@@ -1,5 +1,5 @@
-// Measurements that average over a stretch of the survey line: the line's times, the integration windows of the adjoint, and the
-// running mean by splines of the forward product.
+// Measurements that average over a stretch of the survey line: the line's times, the integration windows of the
+// adjoint, and the running mean by splines of the forward product.
 #pragma once
 
 #include <array>
@@ -19,20 +19,20 @@ struct StationWindow {
 };
 
 struct LineIntegration {
-    float integrationInterval = 0;     // L; not above 0: no averaging
+    float integrationInterval = 0;  // L; not above 0: no averaging
     std::int32_t nWindows = 0;
     std::int32_t maxWindow = 0;
-    std::vector<double> lineTime;             // (maxLineData) by line
-    std::vector<StationWindow> windowRange;   // (maxLineData) by line
-    std::vector<double> windowWeight;         // (maxWindow) by station by line
-    std::vector<double> splineTable;          // 4 by maxLineData: work
+    std::vector<double> lineTime;            // (maxLineData) by line
+    std::vector<StationWindow> windowRange;  // (maxLineData) by line
+    std::vector<double> windowWeight;        // (maxWindow) by station by line
+    std::vector<double> splineTable;         // 4 by maxLineData: work
 };
 
 // Replaces `values` (nData) by their running means along the lines. Allocates nothing.
 void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<double> values);
 
-// The adjoint of the windows: `residual` (nData, changed in place) spread back over the stations, counting only terms where
-// both `observed` and `predicted` are valid. `work` has room for nData.
+// The adjoint of the windows: `residual` (nData, changed in place) spread back over the stations, counting only terms
+// where both `observed` and `predicted` are valid. `work` has room for nData.
 void spreadAlongLines(const ObsSet& obs, const LineIntegration& lines, std::span<const double> observed,
                       std::span<const double> predicted, std::span<double> residual, std::span<double> work);
 

@@ -4,8 +4,8 @@
 namespace voxlith {
 
 struct OverheadTimers {
-    double calcObjective = 0;    // calls made by the loop
-    double calcGradient = 0;     // calls made by the loop, and the clock reading of the first evaluation
+    double calcObjective = 0;  // calls made by the loop
+    double calcGradient = 0;   // calls made by the loop, and the clock reading of the first evaluation
     double stepSearch = 0;
     double optimiser = 0;
     double conjugateGradient = 0;
@@ -14,10 +14,10 @@ struct OverheadTimers {
     double forwardData = 0;      // "OH misfit:"
     double gradientInside = 0;
     double smoothness = 0;
-    double products = 0;         // "OH mod prod:"
-    double gtgProduct = 0;       // printed, never counted
-    double matrixPass = 0;       // "OH matmul:"
-    double transposePass = 0;    // "OH transp:"
+    double products = 0;       // "OH mod prod:"
+    double gtgProduct = 0;     // printed, never counted
+    double matrixPass = 0;     // "OH matmul:"
+    double transposePass = 0;  // "OH transp:"
 };
 
 // Seconds of wall clock since a fixed moment in the past (the start of 1970).

@@ -18,16 +18,16 @@ struct Product {
 };
 
 struct ProductTerm {
-    std::int32_t mtx = 0;      // from 0; -1 for none, and the term is passed over
-    std::int32_t model = 0;    // as mtx
-    std::int32_t product = -1; // number of the product, from 0; -1 for none
+    std::int32_t mtx = 0;       // from 0; -1 for none, and the term is passed over
+    std::int32_t model = 0;     // as mtx
+    std::int32_t product = -1;  // number of the product, from 0; -1 for none
     double coefficient = 0;
 };
 
 struct ProductTables {
-    std::vector<Product> products;                              // first-seen order
-    std::array<std::vector<ProductTerm>, maxFiles> terms;       // by data type
-    std::array<bool, maxFiles> isAmplitude{};                   // by data type
+    std::vector<Product> products;                         // first-seen order
+    std::array<std::vector<ProductTerm>, maxFiles> terms;  // by data type
+    std::array<bool, maxFiles> isAmplitude{};              // by data type
 };
 
 }  // namespace voxlith

@@ -14,22 +14,25 @@
 
 namespace voxlith {
 
-// out (nData) = rows of file `mtx` times the transform of `model` (cells of one model type). `obsStd` is the column of standard
-// deviations that divides the rows in disk mode (nData). Allocates nothing. Throws RunError on a read failure in disk mode.
+// out (nData) = rows of file `mtx` times the transform of `model` (cells of one model type). `obsStd` is the column of
+// standard deviations that divides the rows in disk mode (nData). Allocates nothing. Throws RunError on a read failure
+// in disk mode.
 void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> model,
                   std::span<double> out, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers);
 
 // gradient (cells) = transpose of the above times `residual` (nData).
 void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> residual,
-                      std::span<double> gradient, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers);
+                      std::span<double> gradient, std::size_t mtx, std::span<const float> obsStd,
+                      OverheadTimers& timers);
 
-// All products and components: `models` holds cells times model types, `predicted`, `observed`, `reference` are shaped like
-// obs.obsData. Returns the sum of squared misfits over the valid data divided by nData.
+// All products and components: `models` holds cells times model types, `predicted`, `observed`, `reference` are shaped
+// like obs.obsData. Returns the sum of squared misfits over the valid data divided by nData.
 double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const ProductTables& products, const ObsSet& obs,
                    LineIntegration& lines, std::span<const double> models, std::span<double> predicted,
                    std::span<const double> observed, std::span<const double> reference, OverheadTimers& timers);
 
-// Turns the rows in memory into the form in which the products run fastest; behind scaleRows, once. Throws std::bad_alloc.
+// Turns the rows in memory into the form in which the products run fastest; behind scaleRows, once. Throws
+// std::bad_alloc.
 void arrangeRowsInMemory(Sensitivity& sensitivity);
 
 // Divides the rows in memory by the standard deviations, once, in real32.

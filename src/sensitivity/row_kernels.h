@@ -1,4 +1,5 @@
-// The two sparse loops of the products over one raw row: of a file that is read from disk, or of a store not yet arranged.
+// The two sparse loops of the products over one raw row: of a file that is read from disk, or of a store not yet
+// arranged.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +7,8 @@
 
 namespace voxlith {
 
-// Sum of coefValue * padded(coefIndex) over the n coefficients of a row, in real64: in eight lanes, coefficient p in lane p mod 8,
-// added in one tree; 0 for an empty row. coefIndex counts from 1, coefValue holds the bits of real32.
+// Sum of coefValue * padded(coefIndex) over the n coefficients of a row, in real64: in eight lanes, coefficient p in
+// lane p mod 8, added in one tree; 0 for an empty row. coefIndex counts from 1, coefValue holds the bits of real32.
 double rowTimesPadded(const std::int32_t* coefIndex, const std::int32_t* coefValue, std::size_t n,
                       const double* padded);
 

@@ -49,7 +49,7 @@ struct Sensitivity {
     std::vector<double> layerResponse;  // (nzl + 1) by datum by file
 
     // Work arrays of the products: shared, so products are not reentrant
-    std::vector<double> paddedWork;   // padded array
+    std::vector<double> paddedWork;  // padded array
     std::vector<double> waveletWork;
     std::vector<double> productResponse;  // (nData) by product, three columns at least when there is amplitude data
 

@@ -13,7 +13,8 @@ namespace {
 constexpr std::size_t mostRows = 8;
 constexpr std::int32_t behindLast = std::numeric_limits<std::int32_t>::max();
 
-// Raw rows of a group, copied aside because the working form is written over them. Each row's places end with behindLast.
+// Raw rows of a group, copied aside because the working form is written over them. Each row's places end with
+// behindLast.
 struct RawGroup {
     std::array<std::vector<std::int32_t>, mostRows> place;
     std::array<std::vector<std::int32_t>, mostRows> value;  // bits of real32
@@ -31,7 +32,9 @@ std::int64_t blocksFor(std::int64_t positions) {
     return (positions + width - 1) / width;
 }
 
-std::int64_t wordsOfBlock(std::size_t rows) { return static_cast<std::int64_t>(blockWidth * (rows + 1)); }
+std::int64_t wordsOfBlock(std::size_t rows) {
+    return static_cast<std::int64_t>(blockWidth * (rows + 1));
+}
 
 // Places of all positions that any row uses: `rank` maps a padded position to its place in the compact array.
 std::vector<std::int32_t> rankPositions(std::span<const std::int32_t> words, std::int64_t rawWord,
@@ -56,7 +59,8 @@ std::vector<std::int32_t> rankPositions(std::span<const std::int32_t> words, std
     return rank;
 }
 
-// Copies rows aside, from `word` on, with places of the compact array in place of indices. Returns the word behind them.
+// Copies rows aside, from `word` on, with places of the compact array in place of indices. Returns the word behind
+// them.
 std::size_t takeRows(std::span<const std::int32_t> words, std::size_t word, std::span<const std::int64_t> rowLength,
                      std::span<const std::int32_t> rank, RawGroup& raw) {
     raw.rowCount = rowLength.size();
@@ -122,7 +126,7 @@ UnionCounts countUnions(const RawGroup& raw) {
 
 struct Target {
     std::span<std::int32_t> words;
-    std::int64_t word;       // next to be written
+    std::int64_t word;  // next to be written
     std::int32_t sparePlace;
 };
 

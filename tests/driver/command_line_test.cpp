@@ -47,14 +47,17 @@ TEST(CommandLine, MatchesLongerWordsByTheirFirstCharacters) {
 }
 
 TEST(CommandLine, DropsKeywordsWithoutBracketOrEqualsSign) {
-    const ControlValues control = valuesOf({"Misfit=5,0", "Misfit=(5,0", "Misfit)5,0(", "Tradeoff5", "Clip", "ObsClip=1,2"});
+    const ControlValues control =
+        valuesOf({"Misfit=5,0", "Misfit=(5,0", "Misfit)5,0(", "Tradeoff5", "Clip", "ObsClip=1,2"});
     EXPECT_LT(control.cleaning.misfitPercent, 0.0F);
     EXPECT_LT(control.tradeoffOverride, 0.0);
     EXPECT_EQ(control.clipLayer, 0);
     EXPECT_EQ(control.obsClipText, "");
 }
 
-TEST(CommandLine, TakesTheLastOfTwo) { EXPECT_EQ(valuesOf({"Clip=3", "NOFAST", "clip=5"}).clipLayer, 5); }
+TEST(CommandLine, TakesTheLastOfTwo) {
+    EXPECT_EQ(valuesOf({"Clip=3", "NOFAST", "clip=5"}).clipLayer, 5);
+}
 
 TEST(CommandLine, AcceptsZeroAsFloorAndBlanksBetweenNumbers) {
     EXPECT_EQ(valuesOf({"Misfit=(5,0)"}).cleaning.misfitFloor, 0.0F);

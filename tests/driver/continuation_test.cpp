@@ -22,7 +22,9 @@ std::string constantModel(const std::string& value) {
     return text;
 }
 
-ProgramResult runNow(const TemporaryFolder& folder) { return runProgram(folder, {"voxlith.inp"}); }
+ProgramResult runNow(const TemporaryFolder& folder) {
+    return runProgram(folder, {"voxlith.inp"});
+}
 
 TEST(NewRun, WritesFourHeadingLinesAndARowForEachIteration) {
     const TemporaryFolder folder;

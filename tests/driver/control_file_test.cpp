@@ -8,7 +8,8 @@
 namespace voxlith::testing_support {
 namespace {
 
-// The log of a run stops behind its echoes when the observed data file has no records; that is quick and reaches every echo.
+// The log of a run stops behind its echoes when the observed data file has no records; that is quick and reaches every
+// echo.
 struct ControlRun {
     TemporaryFolder folder;
     ProgramResult result;
@@ -113,7 +114,8 @@ TEST(ControlFile, WithoutReadableRestartGivesTheReadersErrorAndNoLog) {
         ControlRun run;
         runWith(run, ControlLines().set(1, line));
         EXPECT_EQ(run.result.exitStatus, 2) << line;
-        EXPECT_TRUE(contains(run.result.errors, "voxlith.inp, line 1: expected the integer iRestart")) << run.result.errors;
+        EXPECT_TRUE(contains(run.result.errors, "voxlith.inp, line 1: expected the integer iRestart"))
+            << run.result.errors;
         EXPECT_FALSE(std::filesystem::exists(run.folder.file("voxlith.log")));
     }
 }
@@ -171,7 +173,8 @@ TEST(ControlFile, ChecksTheThreeCounts) {
         {"0 7 1 1", "Error: the number of MTX files must be between 1 and 6. Number specified was:", "   7"},
         {"0 0", "Error: the number of MTX files must be between 1 and 6. Number specified was:", "   0"},
         {"0 1 9", "Error: the number of number of data types must be between 1 and 6. Number specified was:", "   9"},
-        {"0 1 1 7", "Error: the number of number of model types must be between 1 and 6. Number specified was:", "   1"}};
+        {"0 1 1 7",
+         "Error: the number of number of model types must be between 1 and 6. Number specified was:", "   1"}};
     for (const CountCase& one : cases) {
         ControlRun run;
         runWith(run, ControlLines().set(1, one.line));
@@ -194,7 +197,8 @@ TEST(ControlFile, ChecksTheNamesOfFiles) {
 
     ControlRun noMtx;
     runWith(noMtx, ControlLines().set(1, "0 3 1 1").set(5, "g.mtx|g.mtx"));
-    EXPECT_EQ(linesOf(noMtx.log).back(), "Error:   3 MTX files have been specified, but only   3 mtx file names are defined");
+    EXPECT_EQ(linesOf(noMtx.log).back(),
+              "Error:   3 MTX files have been specified, but only   3 mtx file names are defined");
 
     ControlRun notThere;
     runWith(notThere, ControlLines().set(5, "other.mtx"));
@@ -219,7 +223,8 @@ TEST(ControlFile, CutsOneMtxNameAtEachBlank) {
     EXPECT_EQ(run.result.exitStatus, 0);
     expectLine(run.log, " Sensitivity file    2 : ");
     expectLine(run.log, " Sensitivity file    3 : g.mtx g.mtx");
-    EXPECT_EQ(linesOf(run.log).back(), "Error:   3 MTX files have been specified, but only   2 mtx file names are defined");
+    EXPECT_EQ(linesOf(run.log).back(),
+              "Error:   3 MTX files have been specified, but only   2 mtx file names are defined");
 }
 
 TEST(ControlFile, CutsFourWeightingNamesAtTheFirstThreeBars) {

@@ -195,8 +195,8 @@ TEST(Clipping, HoldsLayersFromClipLayerDownInStyle0WithoutCounting) {
         run.sensitivity.header.inversionStyle = style;
         run.bounds.fixedCell.assign(6, 0);
         foldDepthWeights(run);
-        const std::vector<std::int32_t> held = style == 0 ? std::vector<std::int32_t>{0, 1, 1, 0, 1, 1}
-                                                          : std::vector<std::int32_t>(6, 0);
+        const std::vector<std::int32_t> held =
+            style == 0 ? std::vector<std::int32_t>{0, 1, 1, 0, 1, 1} : std::vector<std::int32_t>(6, 0);
         EXPECT_EQ(run.bounds.fixedCell, held);
         EXPECT_EQ(run.bounds.nFixedCells, 0);
     }

@@ -70,8 +70,8 @@ TEST(IntegrationWindows, WeightsAddUpToOneAndIntegrateLinesExactly) {
         double sum = 0;
         double moment = 0;
         for (std::int32_t l = 0; l < window.count; ++l) {
-            const double weight = lines.windowWeight[station * static_cast<std::size_t>(lines.maxWindow) +
-                                                     static_cast<std::size_t>(l)];
+            const double weight =
+                lines.windowWeight[station * static_cast<std::size_t>(lines.maxWindow) + static_cast<std::size_t>(l)];
             sum += weight;
             moment += weight * times[static_cast<std::size_t>(window.first - 1 + l)];
         }
@@ -81,8 +81,9 @@ TEST(IntegrationWindows, WeightsAddUpToOneAndIntegrateLinesExactly) {
 }
 
 TEST(IntegrationWindows, EdgesWithinOnePercentSnap) {
-    // Half the interval is 1.005: the lower edge lies 0.005 below a station, within 0.0201 of it, and snaps. At the upper edge the
-    // station before the edge's own interval would have to be that close: it takes stations closer than 1% of the interval.
+    // Half the interval is 1.005: the lower edge lies 0.005 below a station, within 0.0201 of it, and snaps. At the
+    // upper edge the station before the edge's own interval would have to be that close: it takes stations closer than
+    // 1% of the interval.
     const LineIntegration lines = windowsOf({uniform(8, 1.0)}, 2.01F);
     EXPECT_EQ(lines.windowRange[3].first, 3);
     EXPECT_EQ(lines.windowRange[3].last, 6);

@@ -76,8 +76,8 @@ TEST(MemoryPlan, WrapsTheTwoGroupsOf32Bits) {
     allocateMeshArrays(run);
     allocateModelArrays(run);
     const double layers = (8.0 * 100 + 8) * 3000000;
-    const double wrapped = static_cast<double>(
-        static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(layers))));
+    const double wrapped =
+        static_cast<double>(static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(layers))));
     RunState one;
     one.mesh = run.mesh;
     const double m = 400;

@@ -42,10 +42,10 @@ TEST(ProductDefinitions, DefaultsToFileIAndTheFirstModelType) {
 TEST(ProductDefinitions, NumbersPairsAsTheyAreFirstSeen) {
     const ProductTables tables = tablesOf(joint(2, 2, 2, {"2 2 1 0.5  1 2 -2.0", "2,1,2,3.0,2,1,1"}));
     ASSERT_EQ(tables.products.size(), 2U);
-    EXPECT_EQ(tables.products[0].mtx, 1);    // (2,1), first used by data type 1
+    EXPECT_EQ(tables.products[0].mtx, 1);  // (2,1), first used by data type 1
     EXPECT_EQ(tables.products[0].model, 0);
     EXPECT_EQ(tables.products[0].column, 0);
-    EXPECT_EQ(tables.products[1].mtx, 0);    // (1,2)
+    EXPECT_EQ(tables.products[1].mtx, 0);  // (1,2)
     EXPECT_EQ(tables.products[1].model, 1);
     EXPECT_EQ(tables.products[1].column, 0);
     EXPECT_EQ(tables.terms[1][0].product, 1);

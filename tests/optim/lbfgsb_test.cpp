@@ -16,16 +16,20 @@ namespace {
 std::size_t allocationCount = 0;
 }
 
-// Counts what is allocated anywhere in this test program. Not inlined: the compiler would see a malloc on one side of a pair
-// and a delete on the other, and warn.
+// Counts what is allocated anywhere in this test program. Not inlined: the compiler would see a malloc on one side of a
+// pair and a delete on the other, and warn.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocationCount;
     if (void* memory = std::malloc(size > 0 ? size : 1))
         return memory;
     throw std::bad_alloc();
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace voxlith {
 namespace {
@@ -435,8 +439,8 @@ TEST(Lbfgsb, LeavesTheThirtiethRealToTheCaller) {
 TEST(Lbfgsb, StoresItsLayout) {
     OptimiserRun run(7, 3, 0.0);
     run.callWith("START");
-    const std::vector<std::int32_t> expected{21, 9, 36, 1, 22, 43, 52, 61, 70, 79, 115, 151, 158, 165, 172, 179, 203, 206,
-                                             209, 212};
+    const std::vector<std::int32_t> expected{21,  9,   36,  1,   22,  43,  52,  61,  70,  79,
+                                             115, 151, 158, 165, 172, 179, 203, 206, 209, 212};
     EXPECT_EQ(std::vector<std::int32_t>(run.state.isave, run.state.isave + 20), expected);
     EXPECT_EQ(static_cast<std::size_t>(212 + 3 - 1), run.wa.size());
 }

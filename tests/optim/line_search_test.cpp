@@ -22,7 +22,9 @@ const Curve rational{[](double a) { return -a / (a * a + 2.0); },
 const Curve quintic{[](double a) { return std::pow(a + 0.004, 5) - 2.0 * std::pow(a + 0.004, 4); },
                     [](double a) { return 5.0 * std::pow(a + 0.004, 4) - 8.0 * std::pow(a + 0.004, 3); }};
 
-TrialPoint pointOf(const Curve& curve, double step) { return {step, curve.value(step), curve.slope(step)}; }
+TrialPoint pointOf(const Curve& curve, double step) {
+    return {step, curve.value(step), curve.slope(step)};
+}
 
 struct SearchResult {
     TrialPoint point;
@@ -131,7 +133,8 @@ TEST(SafeguardedStep, HigherValueTakesTheMeanWhenTheCubicIsFarther) {
     // phi = -t + 5 t^2 - 3 t^3: slope -1 + 10 t - 9 t^2 is 0 at t = 1/9 and at t = 1.
     safeguardedStep(best, other, trial, bracketed, 0.0, 5.0);
     EXPECT_NEAR(trial.step, 1.0 / 9.0, 1.0e-14);
-    // phi = -t + t^2/2 + 2.5 t^3: slope at 1 is 7.5; minimiser of the cubic above that of the parabola (1/6 over 3 t^2 - t).
+    // phi = -t + t^2/2 + 2.5 t^3: slope at 1 is 7.5; minimiser of the cubic above that of the parabola (1/6 over 3 t^2
+    // - t).
     best = {0.0, 0.0, -1.0};
     trial = {1.0, 2.0, 7.5};
     safeguardedStep(best, other, trial, bracketed, 0.0, 5.0);
@@ -184,8 +187,8 @@ TEST(SafeguardedStep, FlatterSlopeExtrapolatesWithinTheLimits) {
 }
 
 TEST(SafeguardedStep, FlatterSlopeWithoutMinimiserGoesToTheLimit) {
-    // phi' = -1 + 0.4 t - 0.3 t^2 is never 0, so the cubic has no minimiser; its step is the limit 5, and the secant step
-    // 1 + 0.9 / 0.1 = 10 is farther away and is cut to the limit. A limit of 20 lets the cubic's win.
+    // phi' = -1 + 0.4 t - 0.3 t^2 is never 0, so the cubic has no minimiser; its step is the limit 5, and the secant
+    // step 1 + 0.9 / 0.1 = 10 is farther away and is cut to the limit. A limit of 20 lets the cubic's win.
     for (const double limit : {5.0, 20.0}) {
         TrialPoint best{0.0, 0.0, -1.0};
         TrialPoint other = best;

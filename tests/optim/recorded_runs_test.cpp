@@ -60,8 +60,12 @@ void compareCalls(const json& recording, bool live) {
     }
 }
 
-TEST_P(RecordedCalls, AreRepeatedWithTheRecordedValues) { compareCalls(readOptimiserData(GetParam()), false); }
-TEST_P(RecordedCalls, AreRepeatedWithComputedValues) { compareCalls(readOptimiserData(GetParam()), true); }
+TEST_P(RecordedCalls, AreRepeatedWithTheRecordedValues) {
+    compareCalls(readOptimiserData(GetParam()), false);
+}
+TEST_P(RecordedCalls, AreRepeatedWithComputedValues) {
+    compareCalls(readOptimiserData(GetParam()), true);
+}
 
 INSTANTIATE_TEST_SUITE_P(Lbfgsb, RecordedCalls,
                          testing::Values("lbfgsb_box30.json", "lbfgsb_chained25_lower.json",

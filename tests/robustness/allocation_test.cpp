@@ -1,5 +1,5 @@
-// Memory that is refused: one small run after the other, each with one allocation refused, the first in the first run and so on, until
-// a run gets all that it asks for. Every run must end with a message and an exit status of its own.
+// Memory that is refused: one small run after the other, each with one allocation refused, the first in the first run
+// and so on, until a run gets all that it asks for. Every run must end with a message and an exit status of its own.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -35,8 +35,9 @@ void* allocate(std::size_t size, std::size_t alignment) {
         if (refusal.asked >= refusal.first && refusal.asked <= refusal.last)
             throw std::bad_alloc();
     }
-    void* const memory = alignment <= alignof(std::max_align_t) ? std::malloc(size > 0 ? size : 1)
-                                                                : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    void* const memory = alignment <= alignof(std::max_align_t)
+                             ? std::malloc(size > 0 ? size : 1)
+                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
@@ -44,18 +45,42 @@ void* allocate(std::size_t size, std::size_t alignment) {
 
 }  // namespace
 
-void* operator new(std::size_t size) { return allocate(size, 1); }
-void* operator new[](std::size_t size) { return allocate(size, 1); }
-void* operator new(std::size_t size, std::align_val_t alignment) { return allocate(size, static_cast<std::size_t>(alignment)); }
-void* operator new[](std::size_t size, std::align_val_t alignment) { return allocate(size, static_cast<std::size_t>(alignment)); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+void* operator new(std::size_t size) {
+    return allocate(size, 1);
+}
+void* operator new[](std::size_t size) {
+    return allocate(size, 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return allocate(size, static_cast<std::size_t>(alignment));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return allocate(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::align_val_t) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
+    std::free(memory);
+}
 
 namespace voxlith::testing_support {
 namespace {
@@ -91,7 +116,8 @@ struct InProcessRun {
 };
 
 // The whole sequence of a run within this process, in `folder`, with the allocations from `first` to `last` refused.
-InProcessRun runHere(const TemporaryFolder& folder, const std::vector<std::string>& arguments, std::int64_t first, std::int64_t last) {
+InProcessRun runHere(const TemporaryFolder& folder, const std::vector<std::string>& arguments, std::int64_t first,
+                     std::int64_t last) {
     InProcessRun result;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());
@@ -109,7 +135,8 @@ InProcessRun runHere(const TemporaryFolder& folder, const std::vector<std::strin
     return result;
 }
 
-// Exit status 2 goes with one line on standard error, exit status 0 with a word about memory or with the end of the run.
+// Exit status 2 goes with one line on standard error, exit status 0 with a word about memory or with the end of the
+// run.
 void expectClearEnd(const InProcessRun& run) {
     if (run.exitStatus == 2) {
         EXPECT_EQ(linesOf(run.errors).size(), 1U) << run.errors;
@@ -128,12 +155,15 @@ struct SmallRun {
 };
 
 // Names of tests show it in place of its bytes.
-void PrintTo(const SmallRun& run, std::ostream* out) { *out << run.name; }
+void PrintTo(const SmallRun& run, std::ostream* out) {
+    *out << run.name;
+}
 
 std::string lineTimeObs() {
     std::string text = "10\n";
     for (int i = 0; i < 10; ++i)
-        text += std::to_string(i) + " 0 1 0." + std::to_string(i) + " 0.1 L" + std::to_string(i / 5) + " " + std::to_string(i) + ".0\n";
+        text += std::to_string(i) + " 0 1 0." + std::to_string(i) + " 0.1 L" + std::to_string(i / 5) + " " +
+                std::to_string(i) + ".0\n";
     return text;
 }
 
@@ -204,7 +234,8 @@ TEST_P(RefusedMemory, IterationsAskForNone) {
     EXPECT_EQ(allocationsOf("30"), ofThree);
 }
 
-INSTANTIATE_TEST_SUITE_P(Runs, RefusedMemory, ::testing::ValuesIn(smallRuns()), [](const auto& of) { return of.param.name; });
+INSTANTIATE_TEST_SUITE_P(Runs, RefusedMemory, ::testing::ValuesIn(smallRuns()),
+                         [](const auto& of) { return of.param.name; });
 
 }  // namespace
 }  // namespace voxlith::testing_support

@@ -202,7 +202,8 @@ TEST_P(MtxDamageTest, oneExtentFarBeyondTheMeshIsAbsurd) {
         row.index.assign(row.index.size(), 1);
     }
     contents.npy = 1 << 22;
-    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npy of at most 1024, found 4194304"), std::string::npos);
+    EXPECT_NE(messageAfter(contents, GetParam()).find("expected npy of at most 1024, found 4194304"),
+              std::string::npos);
     contents.npy = 1024;
     EXPECT_EQ(messageAfter(contents, GetParam()), "");
 }

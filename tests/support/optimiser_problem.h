@@ -104,7 +104,8 @@ inline nlohmann::json readOptimiserData(const std::string& name) {
     return nlohmann::json::parse(in);
 }
 
-inline double evaluateTestFunction(const nlohmann::json& description, const std::vector<double>& x, std::vector<double>& g) {
+inline double evaluateTestFunction(const nlohmann::json& description, const std::vector<double>& x,
+                                   std::vector<double>& g) {
     const std::string kind = description.at("kind");
     g.assign(x.size(), 0.0);
     double f = 0.0;

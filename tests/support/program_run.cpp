@@ -96,9 +96,13 @@ std::string smallSurveyObs(int types) {
     return out.str();
 }
 
-std::string smallSurveyObs() { return smallSurveyObs(1); }
+std::string smallSurveyObs() {
+    return smallSurveyObs(1);
+}
 
-std::string smallSurveyMagneticObs() { return "60 10 50000\n60 10 1\n" + smallSurveyObs(1); }
+std::string smallSurveyMagneticObs() {
+    return "60 10 50000\n60 10 1\n" + smallSurveyObs(1);
+}
 
 void laySurvey(const TemporaryFolder& folder, const ControlLines& control) {
     folder.write("voxlith.inp", control.text());
@@ -106,7 +110,9 @@ void laySurvey(const TemporaryFolder& folder, const ControlLines& control) {
     writeMtx(folder.file("g.mtx"), smallSurveyMtx(), MtxLayout::tagged);
 }
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;

@@ -12,8 +12,8 @@ namespace voxlith::testing_support {
 struct ProgramResult {
     int exitStatus = -1;  // -1 when a signal ended the program
     int signal = 0;
-    std::string screen;   // standard output
-    std::string errors;   // standard error
+    std::string screen;  // standard output
+    std::string errors;  // standard error
 };
 
 // `addressSpace` limits the memory of the program, in bytes; 0 for no limit.
@@ -22,9 +22,9 @@ ProgramResult runProgram(const TemporaryFolder& folder, const std::vector<std::s
 
 // A control file by its lines; lines are replaced before it is written.
 struct ControlLines {
-    std::vector<std::string> lines{"0",   "2 0 0",  "1.0 0.02 0", "obs.dat",
-                                   "g.mtx", "0.01", "0.0",        "null",
-                                   "0.001 0.0001 0.0001 0.0001", "null", "null", "3"};
+    std::vector<std::string> lines{
+        "0",    "2 0 0", "1.0 0.02 0", "obs.dat", "g.mtx", "0.01", "0.0", "null", "0.001 0.0001 0.0001 0.0001",
+        "null", "null",  "3"};
     ControlLines& set(std::size_t number, const std::string& text);  // counts from 1; further lines are appended
     ControlLines& cutBehind(std::size_t number);
     std::string text() const;
