@@ -82,6 +82,18 @@ def continued(bench):
     bench.voxlith('voxlith.inp')
 
 
+def three_layouts(bench):
+    """The same sensitivities in each layout of file give the same inversion."""
+    models = []
+    for form in ('bare', 'record', 'tagged'):
+        lay_gravity(bench, ['--form', form, '--depth-weight', 'none'])
+        bench.write('voxlith.inp', control())
+        bench.voxlith('voxlith.inp')
+        models.append(open(bench.path('voxlith.den')).read())
+    if len(set(models)) != 1:
+        raise SystemExit('three_layouts: the layouts of the sensitivity file give different models')
+
+
 def equivalent_source(bench):
     lay_gravity(bench, ['--layers', 1])
     bench.write('voxlith.inp', control(l6='0.0'))
@@ -94,7 +106,7 @@ def surface_and_apparent_density(bench):
     bench.voxlith('voxlith.inp')
 
 
-CASES = [two_models, background, strict_positivity, continued, equivalent_source, surface_and_apparent_density]
+CASES = [two_models, background, strict_positivity, continued, three_layouts, equivalent_source, surface_and_apparent_density]
 
 
 def masked(text):
