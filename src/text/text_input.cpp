@@ -14,6 +14,7 @@ namespace voxlith {
 
 namespace {
 
+constexpr std::size_t firstBlockSize = 4096;  // small files are read with little ado
 constexpr std::size_t blockSize = 131072;
 
 void resetPosition(TextInput& input) {
@@ -126,8 +127,9 @@ bool fillAhead(TextInput& input) {
     if (kept > 0) {
         std::memmove(input.block.data(), input.ahead.data(), kept);
     }
-    if (input.block.size() < kept + blockSize / 2) {
-        input.block.resize(std::max(blockSize, 2 * kept));
+    const std::size_t wanted = std::clamp(8 * input.block.size(), firstBlockSize, blockSize);
+    if (input.block.size() < std::max(wanted, kept + wanted / 2)) {
+        input.block.resize(std::max(wanted, 2 * kept));
     }
     ssize_t got = 0;
     do {
