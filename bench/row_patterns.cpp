@@ -50,17 +50,9 @@ struct MtxFile {
 };
 
 void makeMeshRoom(MtxFile& file) {
-    MeshGeometry& mesh = file.mesh;
-    const auto makeAxis = [](std::int32_t cells, auto& nodes, auto& widths, auto& centres) {
-        nodes.resize(static_cast<std::size_t>(cells) + 1);
-        widths.resize(static_cast<std::size_t>(cells));
-        centres.resize(static_cast<std::size_t>(cells));
-    };
-    makeAxis(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
-    makeAxis(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
-    makeAxis(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
-    file.sensitivity.depthWeight.resize(mesh.cellCount());
-    file.sensitivity.gtgdiag.resize(mesh.cellCount());
+    sizeMeshArrays(file.mesh);
+    file.sensitivity.depthWeight.resize(file.mesh.cellCount());
+    file.sensitivity.gtgdiag.resize(file.mesh.cellCount());
 }
 
 // The stages of the program's own reader.

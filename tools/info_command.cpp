@@ -37,18 +37,9 @@ void makeStationRoom(MtxFile& file) {
 }
 
 void makeMeshRoom(MtxFile& file) {
-    MeshGeometry& mesh = file.mesh;
-    const auto axis = [](std::int32_t cells, std::vector<double>& nodes, std::vector<double>& widths,
-                         std::vector<double>& centres) {
-        nodes.resize(static_cast<std::size_t>(cells) + 1);
-        widths.resize(static_cast<std::size_t>(cells));
-        centres.resize(static_cast<std::size_t>(cells));
-    };
-    axis(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
-    axis(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
-    axis(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
-    file.sensitivity.depthWeight.resize(mesh.cellCount());
-    file.sensitivity.gtgdiag.resize(mesh.cellCount());
+    sizeMeshArrays(file.mesh);
+    file.sensitivity.depthWeight.resize(file.mesh.cellCount());
+    file.sensitivity.gtgdiag.resize(file.mesh.cellCount());
 }
 
 // The stages that the inversion program goes through, without the rows themselves. The diagonal of a file in record

@@ -193,17 +193,7 @@ void allocateMeshArrays(RunState& run) {
     const std::size_t nx = sizeOf(mesh.nx);
     const std::size_t nz = sizeOf(mesh.nz);
     allocateGroup(run, "", 24.0 * static_cast<double>(nx + ny + nz + 2),
-                  "Error: Not enough memory for the meshnode arrays", [&] {
-                      mesh.yNode.assign(ny + 1, 0.0);
-                      mesh.xNode.assign(nx + 1, 0.0);
-                      mesh.zNode.assign(nz + 1, 0.0);
-                      mesh.yWidth.assign(ny, 0.0);
-                      mesh.xWidth.assign(nx, 0.0);
-                      mesh.zWidth.assign(nz, 0.0);
-                      mesh.yCentre.assign(ny, 0.0);
-                      mesh.xCentre.assign(nx, 0.0);
-                      mesh.zCentre.assign(nz, 0.0);
-                  });
+                  "Error: Not enough memory for the meshnode arrays", [&] { sizeMeshArrays(mesh); });
     const std::size_t weights = mesh.cellCount() * sizeOf(run.control.nMtx);
     allocateGroup(run, "wtd:", 4.0 * static_cast<double>(weights),
                   "Error: Not enough memory for the depth weighting matrix",

@@ -16,6 +16,17 @@ void fillAxis(std::span<const double> node, std::span<double> width, std::span<d
 
 }  // namespace
 
+void sizeMeshArrays(MeshGeometry& mesh) {
+    const auto sizeAxis = [](std::int32_t cells, auto& node, auto& width, auto& centre) {
+        node.assign(static_cast<std::size_t>(cells) + 1, 0.0);
+        width.assign(static_cast<std::size_t>(cells), 0.0);
+        centre.assign(static_cast<std::size_t>(cells), 0.0);
+    };
+    sizeAxis(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
+    sizeAxis(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
+    sizeAxis(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
+}
+
 void buildMeshArrays(MeshGeometry& mesh) {
     fillAxis(mesh.xNode, mesh.xWidth, mesh.xCentre);
     fillAxis(mesh.yNode, mesh.yWidth, mesh.yCentre);

@@ -31,6 +31,9 @@ struct MeshGeometry {
     }
 };
 
+// Gives nodes, widths and centres the sizes that the counts ask for, all 0. Throws std::bad_alloc.
+void sizeMeshArrays(MeshGeometry& mesh);
+
 // Fills widths and centres from the nodes; all arrays have their sizes already.
 void buildMeshArrays(MeshGeometry& mesh);
 
