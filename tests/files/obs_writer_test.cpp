@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <ostream>
 #include <random>
 #include <string>
 
@@ -171,6 +172,11 @@ struct FormCase {
     std::int32_t idir;
     double dummyShare;
 };
+
+// Without it a failure would show the bytes of the struct, its padding among them.
+void PrintTo(const FormCase& form, std::ostream* out) {
+    *out << form.name;
+}
 
 class RoundTrip : public testing_support::WorkFolderTest, public ::testing::WithParamInterface<FormCase> {
 protected:
