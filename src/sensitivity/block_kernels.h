@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <span>
 
-#include "sensitivity/instruction_set.h"
+#include "optim/instruction_set.h"
 #include "sensitivity/working_rows.h"
 
 namespace voxlith {

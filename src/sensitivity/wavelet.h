@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "files/mesh_geometry.h"
-#include "sensitivity/instruction_set.h"
+#include "optim/instruction_set.h"
 
 namespace voxlith {
 

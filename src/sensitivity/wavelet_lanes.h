@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "sensitivity/instruction_set.h"
+#include "optim/instruction_set.h"
 #include "sensitivity/wavelet.h"
 
 namespace voxlith {

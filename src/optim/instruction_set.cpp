@@ -1,4 +1,4 @@
-#include "sensitivity/instruction_set.h"
+#include "optim/instruction_set.h"
 
 namespace voxlith {
 
