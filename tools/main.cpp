@@ -7,6 +7,7 @@
 #include <new>
 
 #include "info_command.h"
+#include "mesh_command.h"
 #include "mtx_command.h"
 #include "predict_command.h"
 #include "text/messages.h"
@@ -26,9 +27,11 @@ int main(int argumentCount, char** arguments) {
     voxlith::MtxOptions mtxOptions;
     voxlith::InfoOptions infoOptions;
     voxlith::PredictOptions predictOptions;
+    voxlith::MeshOptions meshOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
     const CLI::App* const info = voxlith::addInfoCommand(tools, infoOptions);
     const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
+    const CLI::App* const mesh = voxlith::addMeshCommand(tools, meshOptions);
     CLI11_PARSE(tools, argumentCount, arguments);
     try {
         if (mtx->parsed()) {
@@ -37,6 +40,8 @@ int main(int argumentCount, char** arguments) {
             voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
         } else if (info->parsed()) {
             std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
+        } else if (mesh->parsed()) {
+            voxlith::printMeshReport(voxlith::writeMeshFile(meshOptions));
         }
     } catch (const voxlith::PlainStop&) {
         return 1;  // the reason has been told
