@@ -1,0 +1,123 @@
+"""The command line of voxlith-plot."""
+import argparse
+import os
+import sys
+
+from . import convergence, formats, maps, profiles, sections, style, zscores
+from .formats import FormatError
+from .run import SURFACE_STYLES, Run
+
+PICTURES = ('convergence', 'data', 'sections', 'zscores')
+EXAMPLES = """examples:
+  voxlith-plot run1                             all pictures of the run in run1, as PNG in run1/plots
+  voxlith-plot run1 --only sections             the sections alone
+  voxlith-plot . --format png pdf --out paper   PNG and PDF, in the folder paper
+  voxlith-plot run1 --at 500,650,-200           sections through x 500, y 650, elevation -200
+  voxlith-plot run1 --iteration 40              the model stored at iteration 40 (voxlith_iter_040.den)
+  voxlith-plot run1 --control second.inp        the run that second.inp controlled
+
+A run may still be going on: the last finished iteration is drawn. A picture whose files are not there is left out with a
+word on standard error; one that was asked for with --only is an error then.
+
+exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong arguments"""
+
+
+def parse(arguments):
+    parser = argparse.ArgumentParser(prog='voxlith-plot', epilog=EXAMPLES, formatter_class=argparse.RawDescriptionHelpFormatter,
+                                     description='Pictures of a run of voxlith, finished or still running: convergence, data, '
+                                                 'sections through the model, z-scores.')
+    parser.add_argument('folder', metavar='FOLDER', help='the folder of the run')
+    parser.add_argument('--control', default='voxlith.inp', metavar='FILE',
+                        help='the control file, seen from FOLDER (default: voxlith.inp)')
+    parser.add_argument('--out', metavar='DIR', help='where the pictures go (default: FOLDER/plots)')
+    parser.add_argument('--only', nargs='+', choices=PICTURES, metavar='PICTURE',
+                        help='what to draw, of: ' + ', '.join(PICTURES) + ' (default: all)')
+    parser.add_argument('--true', metavar='FILE',
+                        help='outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it is there)')
+    parser.add_argument('--at', type=_place, metavar='X,Y,Z',
+                        help='where the sections meet, Z an elevation (default: at the largest magnitude)')
+    parser.add_argument('--iteration', type=int, metavar='N', help='sections of the model stored at iteration N')
+    parser.add_argument('--whole-mesh', action='store_true', help='sections with padding cells and great depths')
+    parser.add_argument('--format', nargs='+', choices=('png', 'pdf'), default=['png'], metavar='KIND',
+                        help='png, pdf or both (default: png)')
+    return parser.parse_args(arguments)
+
+
+def _place(text):
+    parts = text.split(',')
+    try:
+        if len(parts) != 3:
+            raise ValueError
+        return tuple(float(part) for part in parts)
+    except ValueError:
+        raise argparse.ArgumentTypeError("'%s' is not three numbers with commas" % text) from None
+
+
+def draw_convergence(run, asked):
+    yield 'convergence', convergence.draw(run)
+
+
+def draw_zscores(run, asked):
+    yield 'zscores', zscores.draw(run)
+
+
+def draw_data(run, asked):
+    survey = run.survey
+    state = '' if run.iteration is None else ', iteration %d' % run.iteration
+    place = profiles.along(survey)
+    for number, component in enumerate(survey.components, 1):
+        suffix = '_%d' % number if len(survey.components) > 1 else ''
+        title = 'Data: %s%s' % (component.name, state)
+        if place is None:
+            yield 'data' + suffix, maps.draw(survey, component, title)
+        else:
+            yield 'data' + suffix, profiles.draw_single(place, component, title)
+        if survey.lines and place is None:
+            yield 'profiles' + suffix, profiles.draw_lines(survey, component, title)
+
+
+def draw_sections(run, asked):
+    bodies = []
+    if asked.true:
+        bodies = formats.read_bodies(asked.true)
+    elif run.has('true_bodies.json'):
+        bodies = formats.read_bodies(run.path('true_bodies.json'))
+    iteration = run.iteration if asked.iteration is None else asked.iteration
+    for model in run.models(asked.iteration):
+        title = '%s model%s%s' % (model.quantity, ' ' + model.label if model.label else '',
+                                  '' if iteration is None else ', iteration %d' % iteration)
+        yield ('sections_' + model.label if model.label else 'sections',
+               sections.draw(run.mesh, model, bodies, title, asked.at, asked.whole_mesh, run.log.style))
+
+
+DRAWERS = {'convergence': draw_convergence, 'data': draw_data, 'sections': draw_sections, 'zscores': draw_zscores}
+
+
+def main(arguments=None):
+    asked = parse(sys.argv[1:] if arguments is None else arguments)
+    try:
+        run = Run(asked.folder, asked.control)
+        return _draw_all(run, asked)
+    except (FormatError, OSError) as error:
+        print('voxlith-plot: %s' % error, file=sys.stderr)
+        return 1
+
+
+def _draw_all(run, asked):
+    out = asked.out or os.path.join(asked.folder, 'plots')
+    drawn = 0
+    for picture in PICTURES:
+        if asked.only and picture not in asked.only:
+            continue
+        try:
+            for name, figure in DRAWERS[picture](run, asked):
+                for path in style.save(figure, out, name, asked.format):
+                    print(path)
+                drawn += 1
+        except formats.Missing as error:
+            if asked.only:
+                raise
+            print('voxlith-plot: no %s: %s' % (picture, error), file=sys.stderr)
+    if not drawn:
+        raise FormatError('%s holds nothing to draw' % asked.folder)
+    return 0

@@ -1,0 +1,65 @@
+"""The course of a run: misfit, norm and total against the iteration, and the terms that make the norm."""
+from matplotlib import pyplot
+from matplotlib.ticker import FuncFormatter, MaxNLocator
+
+from . import style
+
+TERMS = (('reference', 'to the reference', style.GREY, '-'), ('x', 'smoothness in x', style.BLUE, '-'),
+         ('y', 'smoothness in y', style.ORANGE, '--'), ('z', 'smoothness in z', style.GREEN, '-.'),
+         ('barrier', 'barrier', style.PURPLE, ':'))
+
+
+def draw(run):
+    progress = run.progress
+    figure, axes = pyplot.subplots(2, 2, figsize=(9.0, 6.0), sharex=True, constrained_layout=True)
+    panels = (('RMS misfit', '(standard deviations)', progress.misfit), ('Model norm', '(root of its terms)', progress.norm),
+              ('Total objective', '(root of misfit² + trade-off · norm²)', progress.total))
+    for panel, (title, unit, values) in zip(axes.flat, panels):
+        _curve(panel, progress, values)
+        panel.set_title('%s %s' % (title, unit))
+    axes[0, 0].axhline(1.0, color=style.GREY, linewidth=0.8, linestyle='--')
+    axes[0, 0].annotate('noise level', (1.0, 1.0), xycoords=('axes fraction', 'data'), xytext=(-3, 3),
+                        textcoords='offset points', ha='right', color=style.GREY, fontsize=8)
+    _logarithmic(axes[0, 0], progress.misfit)
+    _logarithmic(axes[1, 0], progress.total)
+    axes[0, 0].legend(loc='upper right')
+    _terms(axes[1, 1], run.log.terms)
+    for panel in axes[1]:
+        panel.set_xlabel('iteration')
+    for panel in axes.flat:
+        panel.grid(True, color='0.9', linewidth=0.6)
+        panel.xaxis.set_major_locator(MaxNLocator(8, integer=True))
+    state = 'finished' if run.log.finished else 'not finished'
+    figure.suptitle('Convergence: RMS misfit %.4g after %d iterations (%s)'
+                    % (progress.misfit[-1], progress.iteration[-1], state))
+    return figure
+
+
+def _curve(panel, progress, values):
+    panel.plot(progress.iteration, values, color=style.BLUE, linewidth=1.2, marker='.', markersize=3, label='each iteration')
+    for chosen, face, words in ((progress.steps > 0, style.VERMILION, 'conjugate gradients'),
+                                (progress.steps == 0, 'white', 'conjugate gradients, no step taken')):
+        if chosen.any():
+            panel.plot(progress.iteration[chosen], values[chosen], linestyle='none', marker='D', markersize=5,
+                       markerfacecolor=face, markeredgecolor=style.VERMILION, label=words)
+
+
+def _logarithmic(panel, values):
+    low, high = values[values > 0.0].min(initial=1.0), values.max(initial=1.0)
+    if high > 3.0 * low:
+        panel.set_yscale('log')
+        panel.yaxis.set_major_formatter(FuncFormatter(lambda value, _: '%g' % value))
+        panel.yaxis.set_minor_formatter(FuncFormatter(lambda value, _: '%g' % value if str(value)[0:1] in '25' else ''))
+
+
+def _terms(panel, terms):
+    """The terms without roots, from the log."""
+    panel.set_title('Terms of the norm, without root (log)')
+    for key, words, colour, dashes in TERMS:
+        points = sorted((iteration, found[key]) for iteration, found in terms.items() if key in found)
+        if points:
+            panel.plot(*zip(*points), color=colour, linestyle=dashes, linewidth=1.2, label=words)
+    if panel.lines:
+        panel.legend(loc='best')
+    else:
+        panel.text(0.5, 0.5, 'no log', transform=panel.transAxes, ha='center', color=style.GREY)
