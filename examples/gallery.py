@@ -3,6 +3,7 @@
 Coordinates are metres: x east, y north, depth down from the top of the mesh. Models are lists in the order of the files: z fastest,
 then x, then y. Needs Python 3 alone.
 """
+import json
 import os
 import random
 import re
@@ -88,6 +89,15 @@ def write_stations(path, stations, field=None):
 def write_values(path, values):
     with open(path, 'w') as f:
         f.writelines('%g\n' % v for v in values)
+
+
+def write_bodies(path, mesh, *bodies_of_models):
+    """The outlines of the true bodies for pictures: one list of bodies a model type."""
+    listed = [{'name': body.name, 'x': body.east, 'y': body.north, 'elevation': [mesh.top - d for d in reversed(body.depth)],
+               'model': number} for number, bodies in enumerate(bodies_of_models, 1) for body in bodies]
+    with open(path, 'w') as f:
+        json.dump({'bodies': listed}, f, indent=1)
+        f.write('\n')
 
 
 def read_values(path):

@@ -6,7 +6,7 @@ run so. Without it no model can explain both directions at once, and the second 
 here from predictions every 10 m, so that the run's own averaging is not used to make its data. Data nearer than half
 the interval to the end of their line have no whole window and are left out.
 """
-from gallery import Body, Mesh, noisy, read_data, read_values, write_data, write_stations, write_values
+from gallery import Body, Mesh, noisy, read_data, read_values, write_bodies, write_data, write_stations, write_values
 
 MESH = Mesh(28 * [50], 28 * [50], 10 * [50])
 BODIES = [Body('small block', (600, 800), (650, 800), (100, 250), 0.5)]
@@ -48,6 +48,7 @@ def run(bench, report):
     points = range(FIRST, LAST + 1, STEP)
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('fine.obs'), [place(line, a) for line in LINES for a in fine_points])
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'fine.obs', '--type', 'gzz', '--model', 'true.den',
                 '--out', 'fine_gzz.obs')

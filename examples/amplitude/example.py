@@ -5,7 +5,8 @@ as sqrt(tx^2 + ty^2 + tz^2). The data are made likewise from three predictions b
 nT. The deviation is 1 for all data because a run divides by deviations only as many sensitivity files as it has
 components, here one.
 """
-from gallery import Body, Mesh, grid, noisy, read_data, read_values, write_data, write_stations, write_values
+from gallery import (Body, Mesh, grid, noisy, read_data, read_values, write_bodies, write_data, write_stations,
+                     write_values)
 
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
 BODIES = [Body('intrusion', (450, 700), (500, 750), (100, 300), 0.05)]
@@ -32,6 +33,7 @@ def run(bench, report):
     stations = grid(150, 1050, 19, 150, 1050, 19, 30.0)
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.sus'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.mag'), stations, FIELD)
     bench.write('voxlith.inp', CONTROL)
     for kind in KINDS:

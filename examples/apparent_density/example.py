@@ -6,7 +6,7 @@ voxlith_appden.csv, which is compared with the truth. The table holds the values
 the depth weight; with a single layer there is nothing to weigh, so the file is made without one and the table holds
 densities.
 """
-from gallery import Body, Mesh, correlation, grid, read_values, rms, write_stations, write_values
+from gallery import Body, Mesh, correlation, grid, read_values, rms, write_bodies, write_stations, write_values
 
 MESH = Mesh(30 * [50], 30 * [50], 6 * [50])
 BODIES = [Body('dense square', (300, 650), (700, 1050), (0, 300), 0.30),
@@ -34,6 +34,7 @@ def true_density(x, y):
 def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
     bench.write('voxlith.inp', CONTROL)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',

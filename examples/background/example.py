@@ -5,7 +5,8 @@ run fits the response of the top layer, which files of version 2 store, to the d
 1); a second one is told the density (background 2). A run without removal has to squeeze the level into the ground, and
 fails. Stations reach over the edge of the mesh, so that the response of the layer changes from place to place.
 """
-from gallery import Body, Mesh, grid, noisy, read_data, read_values, write_data, write_stations, write_values
+from gallery import (Body, Mesh, grid, noisy, read_data, read_values, write_bodies, write_data, write_stations,
+                     write_values)
 
 MESH = Mesh(32 * [50], 32 * [50], 12 * [50])
 LAYER = Body('top layer', (0, 1600), (0, 1600), (0, 50), 0.3)
@@ -44,6 +45,7 @@ def run(bench, report):
     stations = grid(-100, 1700, 25, -100, 1700, 25, 5.0)
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model([LAYER] + BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.obs'), stations)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
                 '--out', 'field.obs')

@@ -6,7 +6,7 @@ explain the data: no picture of the ground, but they have its field. Computed fr
 field is compared with the true one there. The cells below the top layer keep the starting value, which is 0 so that
 they add nothing.
 """
-from gallery import Body, Mesh, grid, read_data, rms, read_values, write_stations, write_values
+from gallery import Body, Mesh, grid, read_data, read_values, rms, write_bodies, write_stations, write_values
 
 GROUND = Mesh(24 * [50], 24 * [50], 12 * [50])
 SOURCES = Mesh(40 * [50], 40 * [50], [50, 100, 100], corner=(-400.0, -400.0))
@@ -33,6 +33,7 @@ def run(bench, report):
     GROUND.write(bench.path('ground.msh'))
     SOURCES.write(bench.path('sources.msh'))
     write_values(bench.path('true.den'), GROUND.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), GROUND, BODIES)
     for height in HEIGHTS:
         write_stations(bench.path('stations%.0f.obs' % height), grid(0, 1200, 25, 0, 1200, 25, height))
         noise = ['--noise', '0,0.01', '--seed', 5] if height == HEIGHTS[0] else []

@@ -4,7 +4,8 @@ The attraction sees the deep block, the gradient draws the edges of the shallow 
 sensitivity file; two definitions at the end of the control file tie both to model type 1. The mesh has 24 x 24 x 12
 cells of 50 m; 17 x 17 stations measure 10 m above it, with noise of 1 percent plus 0.005 mGal and 0.5 Eotvos.
 """
-from gallery import Body, Mesh, component_rms, grid, read_data, read_values, write_data, write_stations, write_values
+from gallery import (Body, Mesh, component_rms, grid, read_data, read_values, write_bodies, write_data,
+                     write_stations, write_values)
 
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
 BODIES = [Body('shallow block', (250, 450), (300, 500), (50, 200), 0.5),
@@ -32,6 +33,7 @@ def run(bench, report):
     stations = grid(200, 1000, 17, 200, 1000, 17, 10.0)
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.obs'), stations)
     bench.write('voxlith.inp', CONTROL)
     for seed, (kind, noise) in enumerate(TYPES):

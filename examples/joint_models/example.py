@@ -6,7 +6,8 @@ serves both models: the second has the unit of 0.03 SI (its coefficient is 0.03)
 files carry the same depth weight. Models are written as voxlith_dens.den and voxlith_susc.den: the suffix follows the
 first component.
 """
-from gallery import Body, Mesh, component_rms, grid, read_data, read_values, write_data, write_stations, write_values
+from gallery import (Body, Mesh, component_rms, grid, read_data, read_values, write_bodies, write_data,
+                     write_stations, write_values)
 
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
 DENSE = [Body('dense', (250, 450), (250, 450), (100, 250), 0.5),
@@ -38,6 +39,7 @@ def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(DENSE))
     write_values(bench.path('true.sus'), MESH.model(MAGNETIC))
+    write_bodies(bench.path('true_bodies.json'), MESH, DENSE, MAGNETIC)
     write_stations(bench.path('stations.obs'), stations)
     write_stations(bench.path('stations.mag'), stations, FIELD)
     bench.write('voxlith.inp', CONTROL)

@@ -3,7 +3,7 @@
 The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations fly 30 m above it in an inclined field. The data are computed by
 closed-form prisms, which the inversion never sees, and carry noise of 2 percent plus 1 nT.
 """
-from gallery import Body, Mesh, grid, read_values, write_stations, write_values
+from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 
 MESH = Mesh(32 * [50], 32 * [50], 16 * [50])
 BODIES = [Body('intrusion', (600, 950), (650, 950), (150, 400), 0.05)]
@@ -27,6 +27,7 @@ null                   ! data offset
 def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.sus'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.mag'), grid(100, 1500, 21, 100, 1500, 21, 30.0), FIELD)
     bench.write('voxlith.inp', CONTROL)
     field = ['--field', '%g,%g,%g' % FIELD[0], '--direction', '%g,%g' % FIELD[1]]

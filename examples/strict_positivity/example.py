@@ -3,7 +3,7 @@
 With the positivity flag 2 each cell stays at or above 0.00001, and a barrier keeps cells off that limit while the model
 grows; its weight is lowered after each conjugate-gradient step. The log shows the barrier term of each iteration.
 """
-from gallery import Body, Mesh, grid, read_values, write_stations, write_values
+from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
 BODIES = [Body('intrusion', (450, 700), (500, 750), (100, 300), 0.05)]
@@ -33,6 +33,7 @@ def barrier_terms(bench):
 def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.sus'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.mag'), grid(150, 1050, 19, 150, 1050, 19, 30.0), FIELD)
     bench.write('voxlith.inp', CONTROL)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.mag', '--type', 'tmi', '--model', 'true.sus',

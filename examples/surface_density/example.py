@@ -6,7 +6,7 @@ the rock. What lies between is shared, so both are found a quarter too weak.
 """
 import os
 
-from gallery import Body, Mesh, correlation, grid, read_values, write_stations, write_values
+from gallery import Body, Mesh, correlation, grid, read_values, write_bodies, write_stations, write_values
 
 MESH = Mesh(30 * [50], 30 * [50], [50] + 3 * [100])
 COVER = [Body('first patch', (300, 450), (300, 450), (0, 50), -0.4),
@@ -33,6 +33,7 @@ def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     truth = MESH.model(COVER + ROCK)
     write_values(bench.path('true.den'), truth)
+    write_bodies(bench.path('true_bodies.json'), MESH, COVER + ROCK)
     write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
     bench.write('voxlith.inp', CONTROL)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',

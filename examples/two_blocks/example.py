@@ -3,7 +3,7 @@
 The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations measure 2 m above it. The data are computed by closed-form prisms,
 which the inversion never sees, and carry noise of 1 percent plus 0.005 mGal.
 """
-from gallery import Body, Mesh, grid, read_values, write_stations, write_values
+from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 
 MESH = Mesh(32 * [50], 32 * [50], 16 * [50])
 BODIES = [Body('shallow block', (350, 600), (400, 650), (100, 250), 0.5),
@@ -27,6 +27,7 @@ null                   ! data offset
 def run(bench, report):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('stations.obs'), grid(100, 1500, 21, 100, 1500, 21, 2.0))
     bench.write('voxlith.inp', CONTROL)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',

@@ -18,8 +18,8 @@ def draw(run):
         _curve(panel, progress, values)
         panel.set_title('%s %s' % (title, unit))
     axes[0, 0].axhline(1.0, color=style.GREY, linewidth=0.8, linestyle='--')
-    axes[0, 0].annotate('noise level', (1.0, 1.0), xycoords=('axes fraction', 'data'), xytext=(-3, 3),
-                        textcoords='offset points', ha='right', color=style.GREY, fontsize=8)
+    axes[0, 0].annotate('noise level', (0.0, 1.0), xycoords=('axes fraction', 'data'), xytext=(4, 3),
+                        textcoords='offset points', color=style.GREY, fontsize=8)
     _logarithmic(axes[0, 0], progress.misfit)
     _logarithmic(axes[1, 0], progress.total)
     axes[0, 0].legend(loc='upper right')

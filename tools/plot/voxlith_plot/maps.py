@@ -1,6 +1,7 @@
 """Observed, predicted and residual data as maps, one figure a component."""
 import numpy as np
 from matplotlib import pyplot
+from matplotlib.ticker import MaxNLocator
 from matplotlib.tri import Triangulation
 
 from . import style
@@ -10,7 +11,7 @@ def draw(survey, component, title):
     """Observed and predicted share colours; the residual is centred on zero. Without a prediction only the first is drawn."""
     panels = 1 if component.predicted is None else 3
     width, height = _panel_size(survey, panels)
-    figure, axes = pyplot.subplots(1, panels, figsize=(panels * width + 0.9, height + 1.75), sharex=True, sharey=True,
+    figure, axes = pyplot.subplots(1, panels, figsize=(panels * width + 0.9, height + 1.5), sharex=True, sharey=True,
                                    squeeze=False, constrained_layout=True)
     axes = axes[0]
     both = [component.observed] + ([] if panels == 1 else [component.predicted])
@@ -18,20 +19,26 @@ def draw(survey, component, title):
     for panel, values, words in zip(axes, both, ('Observed', 'Predicted')):
         shown = _field(panel, survey, values, colours, low, high)
         panel.set_title(words)
-    figure.colorbar(shown, ax=list(axes[:len(both)]), location='bottom', shrink=0.8, aspect=18 * len(both), pad=0.03,
-                    label='%s (%s)' % (component.name, component.unit))
+    _bar(figure, shown, list(axes[:len(both)]), '%s (%s)' % (component.name, component.unit))
     if panels == 3:
         reach = np.nanmax(np.abs(component.residual), initial=0.0) or 1.0
         shown = _field(axes[2], survey, component.residual, style.DIVERGING, -reach, reach)
         axes[2].set_title('Residual')
-        figure.colorbar(shown, ax=axes[2], location='bottom', shrink=0.8, aspect=18, pad=0.03,
-                        label='predicted − observed (%s)' % component.unit)
+        _bar(figure, shown, [axes[2]], 'predicted − observed (%s)' % component.unit)
     for panel in axes:
         panel.set_aspect('equal')
         style.metre_axes(panel, ticks=4)
         panel.label_outer()
     figure.suptitle(title)
     return figure
+
+
+def _bar(figure, shown, panels, label):
+    bar = figure.colorbar(shown, ax=panels, location='bottom', shrink=0.8, aspect=18 * len(panels), pad=0.03, label=label)
+    low, high = shown.get_clim()
+    ticks = MaxNLocator(4 * len(panels)).tick_values(low, high)
+    slack = 1e-6 * (high - low)
+    bar.set_ticks(ticks[(ticks >= low - slack) & (ticks <= high + slack)])
 
 
 def _panel_size(survey, panels):
@@ -45,16 +52,15 @@ def _field(panel, survey, values, colours, low, high):
     """Filled contours through the stations where these cover the ground evenly, coloured dots where they do not."""
     valid = np.isfinite(values)
     x, y = survey.x[valid], survey.y[valid]
-    limits = {'cmap': colours, 'vmin': low, 'vmax': high}
     triangles = None if survey.lines else _triangles(x, y)
     if triangles is None:
         size = float(np.clip(9000.0 / max(len(x), 1), 6.0, 60.0))
-        shown = panel.scatter(x, y, c=values[valid], s=size, linewidth=0.0, **limits)
+        shown = panel.scatter(x, y, c=values[valid], s=size, linewidth=0.0, cmap=colours, vmin=low, vmax=high)
     else:
-        levels = np.linspace(low, high, 41)
-        shown = panel.tricontourf(triangles, np.clip(values[valid], low, high), levels=levels, **limits)
+        shown = panel.tricontourf(triangles, values[valid], levels=MaxNLocator(20).tick_values(low, high), cmap=colours)
         for part in shown.collections:
             part.set_edgecolor('face')
+            part.set_linewidth(0.3)
         if len(x) <= 3000:
             panel.plot(x, y, linestyle='none', marker='.', markersize=1.4, color='black', alpha=0.45)
     if not valid.all():

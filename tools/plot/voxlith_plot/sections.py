@@ -3,12 +3,13 @@ import numpy as np
 from matplotlib import pyplot
 from matplotlib.lines import Line2D
 from matplotlib.patches import Rectangle
+from matplotlib.patheffects import withStroke
 
 from . import style
 from .formats import FormatError
 
 LONGEST = 7.4  # inches of the two columns of panels together
-LEAST_HEIGHT = 0.9  # inches of a vertical section before its scale is stretched
+LEAST_HEIGHT = 0.6  # inches of a vertical section before its scale is stretched
 
 
 def draw(mesh, model, bodies, title, at=None, whole=False, style_code=0):
@@ -77,11 +78,12 @@ class _Page:
         self.values = model.values[y0:y1, x0:x1, z0:z1]
         self.colours, self.low, self.high = style.value_limits(self.values)
         self.maps, self.outlined, self.last = [], set(), None
+        self.cross = 'white' if self.colours == style.SEQUENTIAL else '0.3'
 
     def layout(self, two_maps):
         """Places panels in inches, so that a metre has one length in all of them."""
         dx, dy, dz = (abs(nodes[-1] - nodes[0]) for nodes in (self.x, self.y, self.z))
-        left, gap, top, bottom, bar = 0.75, 0.8, 0.95, 0.6, 1.0
+        left, gap, top, bottom, bar = 0.75, 0.8, 0.95, 0.85, 1.1
         scale = LONGEST / (2.0 * dx if two_maps else dx + max(dx, dy))
         scale = min(scale, 6.0 / dy)
         self.stretch = _round_up(LEAST_HEIGHT / (dz * scale))
@@ -100,7 +102,7 @@ class _Page:
         place = lambda x, y, w, h: self.figure.add_axes((x / width, y / height, w / width, h / height))
         self.maps = [place(x, y, wide, high) for x, y in maps]
         self.verticals = {'y': place(*verticals[0], wide, deep), 'x': place(*verticals[1], dy * scale, deep)}
-        self.bar = place(width - bar + 0.15, bottom, 0.16, height - top - bottom)
+        self.bar = place(width - bar + 0.22, bottom, 0.16, height - top - bottom)
 
     def _slab(self, axis):
         (x0, _), (y0, _), (z0, z1) = self.window
@@ -113,8 +115,8 @@ class _Page:
                                                              self.window[0][0]:self.window[0][1], layer])
         upper, lower = self.mesh.z[layer], self.mesh.z[layer + 1]
         self._outlines(panel, 'x', 'y', ('z', lower, upper))
-        panel.axvline(self.where[0], color='white', linewidth=0.8, linestyle=':')
-        panel.axhline(self.where[1], color='white', linewidth=0.8, linestyle=':')
+        panel.axvline(self.where[0], color=self.cross, linewidth=0.8, linestyle=':')
+        panel.axhline(self.where[1], color=self.cross, linewidth=0.8, linestyle=':')
         style.metre_axes(panel)
         if index:
             panel.set_ylabel('')
@@ -135,8 +137,8 @@ class _Page:
         self._field(panel, nodes, -self.z if depth else self.z, values.T)
         at = self.cut[1] if normal == 'y' else self.cut[0]
         self._outlines(panel, across, 'z', (normal, own[at], own[at + 1]), -1.0 if depth else 1.0)
-        panel.axvline(self.where[0 if normal == 'y' else 1], color='white', linewidth=0.8, linestyle=':')
-        panel.axhline(-self.where[2] if depth else self.where[2], color='white', linewidth=0.8, linestyle=':')
+        panel.axvline(self.where[0 if normal == 'y' else 1], color=self.cross, linewidth=0.8, linestyle=':')
+        panel.axhline(-self.where[2] if depth else self.where[2], color=self.cross, linewidth=0.8, linestyle=':')
         style.metre_axes(panel, label, 'depth (m)' if depth else 'elevation (m)')
         if depth:
             panel.set_ylim(-self.z[-1], -self.z[0])
@@ -157,9 +159,9 @@ class _Page:
             a, b = getattr(body, across), sorted(sign * v for v in getattr(body, along))
             inside = getattr(body, axis)[0] < max(low, high) and getattr(body, axis)[1] > min(low, high)
             self.outlined.add(inside)
-            for colour, width in (('white', 2.2), ('black', 1.1)):
-                panel.add_patch(Rectangle((a[0], b[0]), a[1] - a[0], b[1] - b[0], fill=False, edgecolor=colour,
-                                          linewidth=width, linestyle='-' if inside else (0, (4, 3))))
+            panel.add_patch(Rectangle((a[0], b[0]), a[1] - a[0], b[1] - b[0], fill=False, edgecolor='black', linewidth=1.1,
+                                      linestyle='-' if inside else (0, (4, 3)),
+                                      path_effects=[withStroke(linewidth=2.4, foreground='white')]))
 
     def finish(self, title):
         unit = '%s (%s)' % (self.model.quantity, self.model.unit)

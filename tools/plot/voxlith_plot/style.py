@@ -47,7 +47,7 @@ def value_limits(*arrays):
     if not len(values):
         return SEQUENTIAL, 0.0, 1.0
     low, high = float(values.min()), float(values.max())
-    if low < 0.0 < high and min(-low, high) > 0.05 * max(-low, high):
+    if low < 0.0 < high and min(-low, high) > 0.15 * max(-low, high):
         reach = max(-low, high)
         return DIVERGING, -reach, reach
     if high <= low:

@@ -31,8 +31,10 @@ def _histogram(panel, component):
         panel.text(0.5, 0.5, 'all data are masked', transform=panel.transAxes, ha='center', color=style.GREY)
         return
     reach = max(4.0, np.ceil(np.percentile(np.abs(scores), 99.5)))
-    count = int(np.clip(np.sqrt(len(scores)) * 1.2, 12, 60)) // 2 * 2
-    edges = np.linspace(-reach, reach, count + 1)
+    wanted = 2.0 * reach / np.clip(np.sqrt(len(scores)), 10, 60)
+    width = next((w for w in (0.1, 0.2, 0.25, 0.5, 1.0) if w >= wanted), np.ceil(wanted))
+    reach = width * np.ceil(reach / width)
+    edges = np.linspace(-reach, reach, int(round(2.0 * reach / width)) + 1)
     weights = np.full(len(scores), 1.0 / (len(scores) * (edges[1] - edges[0])))
     panel.hist(scores, bins=edges, weights=weights, color=style.BLUE, alpha=0.55, edgecolor='white', linewidth=0.4,
                label='data')
