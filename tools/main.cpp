@@ -6,11 +6,13 @@
 #include <exception>
 #include <new>
 
+#include "bounds_command.h"
 #include "info_command.h"
 #include "mesh_command.h"
 #include "mtx_command.h"
 #include "predict_command.h"
 #include "text/messages.h"
+#include "vtr_command.h"
 
 namespace {
 
@@ -27,17 +29,25 @@ int main(int argumentCount, char** arguments) {
     voxlith::MtxOptions mtxOptions;
     voxlith::InfoOptions infoOptions;
     voxlith::PredictOptions predictOptions;
+    voxlith::BoundsOptions boundsOptions;
+    voxlith::VtrOptions vtrOptions;
     voxlith::MeshOptions meshOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
     const CLI::App* const info = voxlith::addInfoCommand(tools, infoOptions);
     const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
     const CLI::App* const mesh = voxlith::addMeshCommand(tools, meshOptions);
+    const CLI::App* const bounds = voxlith::addBoundsCommand(tools, boundsOptions);
+    const CLI::App* const vtr = voxlith::addVtrCommand(tools, vtrOptions);
     CLI11_PARSE(tools, argumentCount, arguments);
     try {
         if (mtx->parsed()) {
             voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
         } else if (predict->parsed()) {
             voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
+        } else if (bounds->parsed()) {
+            voxlith::printBoundsReport(voxlith::writeBoundsFile(boundsOptions), boundsOptions);
+        } else if (vtr->parsed()) {
+            voxlith::printVtrReport(voxlith::writeVtrFile(vtrOptions));
         } else if (info->parsed()) {
             std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
         } else if (mesh->parsed()) {
