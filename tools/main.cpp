@@ -10,6 +10,7 @@
 #include "info_command.h"
 #include "mesh_command.h"
 #include "mtx_command.h"
+#include "obs_command.h"
 #include "predict_command.h"
 #include "text/messages.h"
 #include "vtr_command.h"
@@ -32,10 +33,12 @@ int main(int argumentCount, char** arguments) {
     voxlith::BoundsOptions boundsOptions;
     voxlith::VtrOptions vtrOptions;
     voxlith::MeshOptions meshOptions;
+    voxlith::ObsOptions obsOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
     const CLI::App* const info = voxlith::addInfoCommand(tools, infoOptions);
     const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
     const CLI::App* const mesh = voxlith::addMeshCommand(tools, meshOptions);
+    const CLI::App* const obs = voxlith::addObsCommand(tools, obsOptions);
     const CLI::App* const bounds = voxlith::addBoundsCommand(tools, boundsOptions);
     const CLI::App* const vtr = voxlith::addVtrCommand(tools, vtrOptions);
     CLI11_PARSE(tools, argumentCount, arguments);
@@ -52,6 +55,8 @@ int main(int argumentCount, char** arguments) {
             std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
         } else if (mesh->parsed()) {
             voxlith::printMeshReport(voxlith::writeMeshFile(meshOptions));
+        } else if (obs->parsed()) {
+            voxlith::printObsReport(voxlith::convertObservedData(obsOptions));
         }
     } catch (const voxlith::PlainStop&) {
         return 1;  // the reason has been told
