@@ -1,29 +1,32 @@
 """The course of a run: misfit, norm and total against the iteration, and the terms that make the norm."""
+import numpy as np
 from matplotlib import pyplot
 from matplotlib.ticker import FuncFormatter, MaxNLocator
 
 from . import style
 
-TERMS = (('reference', 'to the reference', style.GREY, '-'), ('x', 'smoothness in x', style.BLUE, '-'),
+TERMS = (('reference', 'difference from the reference', style.GREY, (0, (1, 1))), ('x', 'smoothness in x', style.BLUE, '-'),
          ('y', 'smoothness in y', style.ORANGE, '--'), ('z', 'smoothness in z', style.GREEN, '-.'),
          ('barrier', 'barrier', style.PURPLE, ':'))
+LEAST = 0.0005  # of a term that is drawn: the log prints four decimals
 
 
 def draw(run):
     progress = run.progress
     figure, axes = pyplot.subplots(2, 2, figsize=(9.0, 6.0), sharex=True, constrained_layout=True)
     panels = (('RMS misfit', '(standard deviations)', progress.misfit), ('Model norm', '(root of its terms)', progress.norm),
-              ('Total objective', '(root of misfit² + trade-off · norm²)', progress.total))
+              ('Total objective', '(root of the sum of its terms)', progress.total))
     for panel, (title, unit, values) in zip(axes.flat, panels):
         _curve(panel, progress, values)
         panel.set_title('%s %s' % (title, unit))
-    axes[0, 0].axhline(1.0, color=style.GREY, linewidth=0.8, linestyle='--')
-    axes[0, 0].annotate('noise level', (0.0, 1.0), xycoords=('axes fraction', 'data'), xytext=(4, 3),
+    noise = run.noise_level
+    axes[0, 0].axhline(noise, color=style.GREY, linewidth=0.8, linestyle='--')
+    axes[0, 0].annotate('noise level, %.3g' % noise, (0.0, noise), xycoords=('axes fraction', 'data'), xytext=(4, 3),
                         textcoords='offset points', color=style.GREY, fontsize=8)
     _logarithmic(axes[0, 0], progress.misfit)
     _logarithmic(axes[1, 0], progress.total)
     axes[0, 0].legend(loc='upper right')
-    _terms(axes[1, 1], run.log.terms)
+    _terms(axes[1, 1], progress, run.log.terms)
     for panel in axes[1]:
         panel.set_xlabel('iteration')
     for panel in axes.flat:
@@ -52,14 +55,16 @@ def _logarithmic(panel, values):
         panel.yaxis.set_minor_formatter(FuncFormatter(lambda value, _: '%g' % value if str(value)[0:1] in '25' else ''))
 
 
-def _terms(panel, terms):
-    """The terms without roots, from the log."""
-    panel.set_title('Terms of the norm, without root (log)')
+def _terms(panel, progress, terms):
+    """What the square of the total is made of: the misfit, the parts of the norm times the trade-off, the barrier."""
+    panel.set_title('Terms of the total: misfit², trade-off × parts of norm²')
+    panel.plot(progress.iteration, progress.misfit ** 2, color='black', linewidth=1.2, label='misfit²')
     for key, words, colour, dashes in TERMS:
         points = sorted((iteration, found[key]) for iteration, found in terms.items() if key in found)
-        if points:
-            panel.plot(*zip(*points), color=colour, linestyle=dashes, linewidth=1.2, label=words)
-    if panel.lines:
-        panel.legend(loc='best')
-    else:
-        panel.text(0.5, 0.5, 'no log', transform=panel.transAxes, ha='center', color=style.GREY)
+        values = np.array([value for _, value in points])
+        if len(values) and np.nanmax(values) >= LEAST:
+            panel.plot([iteration for iteration, _ in points], np.where(values > 0.0, values, np.nan), color=colour,
+                       linestyle=dashes, linewidth=1.2, label=words)
+    panel.set_yscale('log')
+    panel.set_ylim(bottom=max(panel.get_ylim()[0], LEAST))
+    panel.legend(loc='best')

@@ -128,8 +128,10 @@ def _ended_lines(path):
 
 @dataclass
 class Log:
-    """What the pictures need of voxlith.log. `terms`: iteration -> {'reference', 'y', 'x', 'z', 'barrier'}, as printed."""
+    """What the pictures need of voxlith.log. `terms`: iteration -> the terms of the objective but for the misfit, the
+    'reference' term and the smoothness 'x', 'y', 'z' times the trade-off, and the 'barrier'."""
     finished: bool = False
+    tradeoff: float = 1.0
     style: int = 0
     data_types: list = field(default_factory=list)
     shift: float = 0.0
@@ -182,13 +184,15 @@ def _log_line(log, line, iteration):
         log.data_types.append(tail.strip())
     elif key == 'Data shift to be added to observed data':
         log.shift = _fixed(tail, 0, (len(tail),))[0]
+    elif key == 'tradeoff par':
+        log.tradeoff = _fixed(tail, 0, (15,))[0]
     elif key in ('initial ref', 'model ref'):
-        log.terms.setdefault(iteration, {})['reference'] = _fixed(tail, 0, (15,))[0]
+        log.terms.setdefault(iteration, {})['reference'] = log.tradeoff * _fixed(tail, 0, (15,))[0]
     elif key in ('initial barrier', 'model barr'):
         log.terms.setdefault(iteration, {})['barrier'] = _fixed(tail, 0, (15,))[0]
     elif key in ('initial smth', 'model smth'):
         values = _fixed(tail, 0, (15, 14, 14, 14))
-        log.terms.setdefault(iteration, {}).update(zip('yxz', values[1:]))
+        log.terms.setdefault(iteration, {}).update(zip('yxz', [log.tradeoff * value for value in values[1:]]))
     return iteration
 
 

@@ -58,9 +58,8 @@ def _field(panel, survey, values, colours, low, high):
         shown = panel.scatter(x, y, c=values[valid], s=size, linewidth=0.0, cmap=colours, vmin=low, vmax=high)
     else:
         shown = panel.tricontourf(triangles, values[valid], levels=MaxNLocator(20).tick_values(low, high), cmap=colours)
-        for part in shown.collections:
-            part.set_edgecolor('face')
-            part.set_linewidth(0.3)
+        for part in shown.collections:  # drawn as pixels: as polygons they show seams
+            part.set_rasterized(True)
         if len(x) <= 3000:
             panel.plot(x, y, linestyle='none', marker='.', markersize=1.4, color='black', alpha=0.45)
     if not valid.all():

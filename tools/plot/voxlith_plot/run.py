@@ -125,6 +125,17 @@ class Run:
         except Missing:
             return None
 
+    @property
+    def noise_level(self):
+        """The RMS misfit of data that are matched to one deviation each: the run divides by the number of stations,
+        counts all components and takes masked data for matched."""
+        try:
+            components = self.survey.components
+        except Missing:
+            return 1.0
+        valid = sum(np.isfinite(component.observed).sum() for component in components)
+        return float(np.sqrt(valid / len(self.survey.x)))
+
     @cached_property
     def survey(self):
         count, first = self.control.components, self.data_types[0]
@@ -186,7 +197,7 @@ class Run:
         products = [(mtx, factor) for terms in self.control.terms for mtx, model, factor in terms if model == number]
         magnetic = any(self.data_types[mtx] in (1, 20, 21, 22) for mtx, _ in products)
         factors = {factor for _, factor in products}
-        scale = '%g ' % factors.pop() if len(factors) == 1 and factors != {1.0} else ''
+        scale = '× %g ' % factors.pop() if len(factors) == 1 and factors != {1.0} else ''
         return ('Susceptibility', scale + 'SI') if magnetic else ('Density', scale + 'g/cm³')
 
     def _model_paths(self, iteration):
