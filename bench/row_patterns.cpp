@@ -7,7 +7,7 @@
 #include <random>
 
 #include "mtx_command.h"
-#include "sensitivity/mtx_reader.h"
+#include "mtx_file.h"
 #include "text/messages.h"
 #include "text/output_file.h"
 
@@ -43,43 +43,6 @@ void makeSensitivityFile(const std::string& folder, const std::string& fileName)
     writeMtxFile(options);
 }
 
-struct MtxFile {
-    Sensitivity sensitivity;
-    MeshGeometry mesh;
-    ObsSet obs;
-};
-
-void makeMeshRoom(MtxFile& file) {
-    sizeMeshArrays(file.mesh);
-    file.sensitivity.depthWeight.resize(file.mesh.cellCount());
-    file.sensitivity.gtgdiag.resize(file.mesh.cellCount());
-}
-
-// The stages of the program's own reader.
-void readMtx(const std::string& fileName, MtxFile& file) {
-    Messages messages;  // without a log
-    Sensitivity& sensitivity = file.sensitivity;
-    sensitivity.header.recordForm = detectMtxForm(fileName);
-    openMtxFile(sensitivity, 0, fileName, messages);
-    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
-    for (std::vector<double>* array : {&file.obs.ObsX, &file.obs.ObsY, &file.obs.ObsZ}) {
-        array->resize(nData);
-    }
-    file.obs.nData = sensitivity.header.nData;
-    sensitivity.store.rowOffset.resize(nData + 1);
-    double tally = 0;
-    readMtxMesh(sensitivity, 0, file.mesh, file.obs, tally, messages);
-    makeMeshRoom(file);
-    readMtxNodes(sensitivity, 0, file.mesh, messages);
-    sensitivity.layerResponse.resize((static_cast<std::size_t>(file.mesh.nzl) + 1) * nData);
-    scanMtxRows(sensitivity, 0);
-    readMtxTail(sensitivity, 0, file.mesh);
-    SparseCoefStore& store = sensitivity.store;
-    store.totalCoef = store.rowOffset.back() - 1;
-    reserveStore(store, store.totalCoef, 0);
-    loadMtxRows(sensitivity);
-}
-
 }  // namespace
 
 RowPattern readRealPattern(const BenchOptions& options) {
@@ -91,7 +54,7 @@ RowPattern readRealPattern(const BenchOptions& options) {
         }
     }
     const auto file = std::make_unique<MtxFile>();
-    readMtx(fileName, *file);
+    readMtxFile(fileName, MtxRows::loaded, *file);
     RowPattern pattern;
     pattern.paddedCount = static_cast<std::size_t>(file->sensitivity.header.nPadded);
     for (std::size_t r = 0; r < static_cast<std::size_t>(file->sensitivity.header.nData); ++r) {

@@ -10,57 +10,12 @@
 #include <vector>
 
 #include "files/data_codes.h"
-#include "files/mesh_geometry.h"
-#include "files/obs_set.h"
+#include "mtx_file.h"
 #include "number_text.h"
-#include "sensitivity/mtx_reader.h"
-#include "sensitivity/sensitivity.h"
-#include "text/messages.h"
 
 namespace voxlith {
 
 namespace {
-
-struct MtxFile {
-    Sensitivity sensitivity;
-    MeshGeometry mesh;
-    ObsSet obs;
-};
-
-void makeStationRoom(MtxFile& file) {
-    const auto nData = static_cast<std::size_t>(file.sensitivity.header.nData);
-    for (std::vector<double>* array : {&file.obs.ObsX, &file.obs.ObsY, &file.obs.ObsZ}) {
-        array->resize(nData);
-    }
-    file.obs.nData = file.sensitivity.header.nData;
-    file.sensitivity.store.rowOffset.resize(nData + 1);
-}
-
-void makeMeshRoom(MtxFile& file) {
-    sizeMeshArrays(file.mesh);
-    file.sensitivity.depthWeight.resize(file.mesh.cellCount());
-    file.sensitivity.gtgdiag.resize(file.mesh.cellCount());
-}
-
-// The stages that the inversion program goes through, without the rows themselves. The diagonal of a file in record
-// form is left out: readers work it out from all rows.
-void readMtx(const std::string& fileName, MtxFile& file) {
-    Messages messages;  // without a log
-    Sensitivity& sensitivity = file.sensitivity;
-    sensitivity.header.recordForm = detectMtxForm(fileName);
-    openMtxFile(sensitivity, 0, fileName, messages);
-    makeStationRoom(file);
-    double tally = 0;
-    readMtxMesh(sensitivity, 0, file.mesh, file.obs, tally, messages);
-    makeMeshRoom(file);
-    readMtxNodes(sensitivity, 0, file.mesh, messages);
-    sensitivity.layerResponse.resize((static_cast<std::size_t>(file.mesh.nzl) + 1) *
-                                     static_cast<std::size_t>(sensitivity.header.nData));
-    scanMtxRows(sensitivity, 0);
-    if (!sensitivity.header.recordForm) {
-        readMtxTail(sensitivity, 0, file.mesh);
-    }
-}
 
 std::string_view styleName(std::int32_t style) {
     switch (style) {
@@ -180,7 +135,7 @@ CLI::App* addInfoCommand(CLI::App& tools, InfoOptions& options) {
 
 std::string describeMtxFile(const std::string& fileName) {
     const auto file = std::make_unique<MtxFile>();
-    readMtx(fileName, *file);
+    readMtxFile(fileName, MtxRows::counted, *file);
     std::string text;
     describeStart(fileName, *file, text);
     describeMesh(*file, text);
