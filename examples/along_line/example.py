@@ -13,6 +13,7 @@ BODIES = [Body('small block', (600, 800), (650, 800), (100, 250), 0.5)]
 FIRST, LAST, STEP, FINE, INTERVAL, HEIGHT = 100, 1300, 50, 10, 400, 40.0
 PLACES = range(350, 1051, 100)
 LINES = [('L%04d' % at, at, True) for at in PLACES] + [('T%04d' % at, at, False) for at in PLACES]
+PICTURES = ['profiles', 'sections']
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

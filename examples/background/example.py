@@ -12,6 +12,7 @@ MESH = Mesh(32 * [50], 32 * [50], 12 * [50])
 LAYER = Body('top layer', (0, 1600), (0, 1600), (0, 50), 0.3)
 BODIES = [Body('block', (550, 750), (600, 800), (100, 250), 0.5)]
 LEVEL = 12.0
+PICTURES = ['data', 'sections']
 
 CONTROL = """0                      ! a new run
 2 %d %g                ! fixed trade-off, background removal, background value

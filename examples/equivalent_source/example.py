@@ -13,6 +13,7 @@ SOURCES = Mesh(40 * [50], 40 * [50], [50, 100, 100], corner=(-400.0, -400.0))
 BODIES = [Body('shallow block', (300, 500), (350, 600), (100, 250), 0.5),
           Body('deep block', (650, 950), (650, 900), (200, 450), -0.6)]
 HEIGHTS = [60.0, 210.0, 360.0]
+PICTURES = ['sections', 'data']
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

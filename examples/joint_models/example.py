@@ -16,6 +16,7 @@ MAGNETIC = [Body('magnetic', (750, 950), (250, 450), (100, 250), 0.05),
             Body('both', (700, 950), (700, 900), (100, 300), 0.05)]
 FIELD = ((65.0, 10.0, 50000.0), (65.0, 10.0))
 UNIT = 0.03
+PICTURES = ['sections_dens', 'sections_susc']
 
 CONTROL = """0 2 2 2 dens susc      ! a new run: two sensitivity files, two components, two models and their labels
 2 0 0                  ! fixed trade-off, no background removal

@@ -8,6 +8,7 @@ from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations,
 MESH = Mesh(32 * [50], 32 * [50], 16 * [50])
 BODIES = [Body('intrusion', (600, 950), (650, 950), (150, 400), 0.05)]
 FIELD = ((65.0, 10.0, 50000.0), (65.0, 10.0))
+PICTURES = ['sections', 'data']
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

@@ -8,6 +8,7 @@ from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations,
 MESH = Mesh(24 * [50], 24 * [50], 12 * [50])
 BODIES = [Body('intrusion', (450, 700), (500, 750), (100, 300), 0.05)]
 FIELD = ((65.0, 10.0, 50000.0), (65.0, 10.0))
+PICTURES = ['sections', 'convergence']
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

@@ -8,6 +8,7 @@ from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations,
 MESH = Mesh(32 * [50], 32 * [50], 16 * [50])
 BODIES = [Body('shallow block', (350, 600), (400, 650), (100, 250), 0.5),
           Body('deep block', (950, 1250), (900, 1200), (200, 450), 0.6)]
+PICTURES = ['sections', 'data', 'convergence', 'zscores']
 
 CONTROL = """0                      ! a new run
 2 0 0                  ! fixed trade-off, no background removal

@@ -252,21 +252,6 @@ def _data_record(path, line_number, words, components, skip, step):
     return record
 
 
-def read_error_table(path, components):
-    """voxlith_error.dat: x, y, z and, of the first one or two components, (observed, predicted, z-score) rows."""
-    rows = []
-    for line_number, line in enumerate(_ended_lines(path)[1:], 2):
-        words = line.split()
-        if len(words) != 3 + 4 * min(components, 2):
-            raise FormatError('%s, line %d: %d columns, not %d' % (path, line_number, len(words), 3 + 4 * min(components, 2)))
-        rows.append([np.nan if '*' in word or word == '-99999.00' else number_at(path, line_number, word, 'table')
-                     for word in words])
-    if not rows:
-        raise FormatError('%s holds no record' % path)
-    columns = np.array(rows).T
-    return columns[:3], [columns[[3 + 4 * c, 4 + 4 * c, 6 + 4 * c]] for c in range(min(components, 2))]
-
-
 def read_model(path, cells):
     """`cells` numbers, z fastest; absent cells as NaN."""
     words = read_text(path).split()

@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Runs and checks all examples; with --pictures also draws them and writes the gallery page.
+
+    run_gallery.py [--build DIR] [--work DIR] [--only NAME ...]
+    run_gallery.py --pictures [--docs DIR]
+
+The page, docs/gallery.md, shows of each example what it is about, what it found, how long it took, and the pictures that its list
+PICTURES names ('sections' if it has none). Pictures need matplotlib. The exit status is 1 when an example fails its check.
+"""
+import argparse
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+PLOT = os.path.join(HERE, '..', 'tools', 'plot', 'voxlith-plot')
+sys.path.insert(0, HERE)
+sys.dont_write_bytecode = True
+import run_example  # noqa: E402
+
+CAPTIONS = {
+    'sections': 'A layer and two sections through the recovered model; lines show the true bodies.',
+    'data': 'Observed and predicted data share one scale; the residual is centred on zero.',
+    'convergence': 'Misfit, norm and total against the iteration.',
+    'zscores': 'Residuals over their deviations beside the standard normal.',
+    'profiles': 'Each line: observed data and prediction.'}
+
+HEAD = """# The gallery of examples
+
+Each example starts from nothing, makes its own data with noise, inverts them and is held to what it must recover.
+`python3 examples/run_example.py NAME` runs one of them, `python3 examples/run_gallery.py` runs and checks them all.
+`python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
+those of the last such run, for the whole example with the making of data and sensitivity files; another machine has others.
+"""
+
+
+def run_one(name, asked):
+    """Runs an example with its check: (passed, seconds, what it said, its folder)."""
+    folder = os.path.join(asked.work, name)
+    command = [sys.executable, os.path.join(HERE, 'run_example.py'), name, '--build', asked.build, '--work', folder, '--check']
+    start = time.monotonic()
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    return done.returncode == 0, time.monotonic() - start, done.stdout, folder
+
+
+def findings(name, said):
+    """The lines that report results: neither the introduction nor the commands nor what these said."""
+    lines = said[len(run_example.load(name).__doc__.strip()):].splitlines()
+    kept = [line for line in lines if not line.startswith(('$ ', '    ', 'All files are in'))]
+    return re.sub(r'\n{3,}', '\n\n', '\n'.join(kept)).strip('\n')
+
+
+def small_copy(source, target):
+    """A picture with a palette of 256 colours: a third of the size, and no colour is off by more than a few steps in 255."""
+    from PIL import Image
+    with Image.open(source) as picture:
+        palette = picture.convert('RGB').quantize(256, method=Image.Quantize.MAXCOVERAGE, dither=Image.Dither.NONE)
+    palette.save(target, optimize=True)
+
+
+def draw(name, folder, docs):
+    """Draws the pictures of an example into the docs; gives their names within these."""
+    wanted = getattr(run_example.load(name), 'PICTURES', ['sections'])
+    made = []
+    with tempfile.TemporaryDirectory() as out:
+        subprocess.run([PLOT, folder, '--out', out], check=True, stdout=subprocess.DEVNULL)
+        for picture in wanted:
+            target = 'pictures/%s_%s.png' % (name, picture)
+            small_copy(os.path.join(out, picture + '.png'), os.path.join(docs, target))
+            made.append((picture, target))
+    return made
+
+
+def chapter(name, seconds, said, pictures):
+    title, _, story = run_example.load(name).__doc__.strip().partition('\n\n')
+    parts = ['## %s\n\n%s\n' % (name, title)]
+    parts += [story.strip() + '\n'] if story.strip() else []
+    parts += ['![%s: %s](%s)\n\n*%s*\n' % (name, picture, target, CAPTIONS[picture.split('_')[0]]) for picture, target in pictures]
+    parts.append('The whole example took %.0f s and says:\n\n```\n%s\n```\n' % (max(seconds, 1.0), findings(name, said)))
+    return '\n'.join(parts)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'), help='where the programs were built')
+    parser.add_argument('--work', help='the folder of the runs (default: examples-out in the build folder)')
+    parser.add_argument('--only', nargs='+', choices=run_example.names(), metavar='NAME', help='some examples alone')
+    parser.add_argument('--pictures', action='store_true', help='draw pictures and write the page')
+    parser.add_argument('--docs', default=os.path.join(HERE, '..', 'docs'), help='where the page goes (default: docs)')
+    asked = parser.parse_args()
+    asked.work = asked.work or os.path.join(asked.build, 'examples-out')
+    if asked.pictures:
+        os.makedirs(os.path.join(asked.docs, 'pictures'), exist_ok=True)
+    chapters, failed = [], []
+    for name in asked.only or run_example.names():
+        passed, seconds, said, folder = run_one(name, asked)
+        print('%-20s %-7s %5.1f s' % (name, 'passed' if passed else 'FAILED', seconds), flush=True)
+        if not passed:
+            failed.append(name)
+            print(said)
+        elif asked.pictures:
+            chapters.append(chapter(name, seconds, said, draw(name, folder, asked.docs)))
+    if asked.pictures and not failed:
+        with open(os.path.join(asked.docs, 'gallery.md'), 'w') as f:
+            f.write(HEAD + '\n' + '\n'.join(chapters))
+    return 1 if failed else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
