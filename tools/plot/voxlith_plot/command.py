@@ -5,7 +5,7 @@ import sys
 
 from . import convergence, formats, maps, profiles, sections, style, zscores
 from .formats import FormatError
-from .run import SURFACE_STYLES, Run
+from .run import Run
 
 PICTURES = ('convergence', 'data', 'sections', 'zscores')
 EXAMPLES = """examples:
@@ -87,7 +87,7 @@ def draw_sections(run, asked):
         title = '%s model%s%s' % (model.quantity, ' ' + model.label if model.label else '',
                                   '' if iteration is None else ', iteration %d' % iteration)
         yield ('sections_' + model.label if model.label else 'sections',
-               sections.draw(run.mesh, model, bodies, title, asked.at, asked.whole_mesh, run.log.style))
+               sections.draw(run.mesh, model, bodies, title, asked.at, asked.whole_mesh, run.style))
 
 
 DRAWERS = {'convergence': draw_convergence, 'data': draw_data, 'sections': draw_sections, 'zscores': draw_zscores}

@@ -132,7 +132,7 @@ class Log:
     'reference' term and the smoothness 'x', 'y', 'z' times the trade-off, and the 'barrier'."""
     finished: bool = False
     tradeoff: float = 1.0
-    style: int = 0
+    style: int = None
     data_types: list = field(default_factory=list)
     shift: float = 0.0
     limits: dict = field(default_factory=dict)
@@ -187,13 +187,20 @@ def _log_line(log, line, iteration):
     elif key == 'tradeoff par':
         log.tradeoff = _fixed(tail, 0, (15,))[0]
     elif key in ('initial ref', 'model ref'):
-        log.terms.setdefault(iteration, {})['reference'] = log.tradeoff * _fixed(tail, 0, (15,))[0]
+        _add_terms(log, key, iteration, {'reference': log.tradeoff * _fixed(tail, 0, (15,))[0]})
     elif key in ('initial barrier', 'model barr'):
-        log.terms.setdefault(iteration, {})['barrier'] = _fixed(tail, 0, (15,))[0]
+        _add_terms(log, key, iteration, {'barrier': _fixed(tail, 0, (15,))[0]})
     elif key in ('initial smth', 'model smth'):
         values = _fixed(tail, 0, (15, 14, 14, 14))
-        log.terms.setdefault(iteration, {}).update(zip('yxz', [log.tradeoff * value for value in values[1:]]))
+        _add_terms(log, key, iteration, dict(zip('yxz', [log.tradeoff * value for value in values[1:]])))
     return iteration
+
+
+def _add_terms(log, key, iteration, found):
+    """A continued run begins with the terms of the iteration before it, weighed by its own trade-off: these are not taken."""
+    terms = log.terms.setdefault(iteration, {})
+    if key.startswith('model') or not terms.keys() & found.keys():
+        terms.update(found)
 
 
 @dataclass

@@ -10,7 +10,8 @@ from .text_input import FormatError, Missing
 
 @dataclass
 class Mtx:
-    """The head of a sensitivity file. Nodes as stored; z runs downward from the top."""
+    """Nodes as stored: z from the top down, as depth or as elevation. `padded_layers` below the layers of the mesh tells of a
+    surface style."""
     data_type: int
     n_data: int
     x_nodes: np.ndarray
@@ -31,6 +32,11 @@ class _Bytes:
         if count < 0 or count * width > self.size - self.file.tell():
             raise FormatError('%s ends within its head' % self.path)
         return np.frombuffer(self.file.read(count * width), dtype='<' + {'i': 'i4', 'f': 'f4', 'd': 'f8'}[code])
+
+    def skip(self, count):
+        if count < 0 or count > self.size - self.file.tell():
+            raise FormatError('%s ends within its head' % self.path)
+        self.file.seek(count, os.SEEK_CUR)
 
 
 def read_mtx(path):
@@ -54,20 +60,20 @@ def _stream_form(path, source):
     source.file.seek(8 if tagged else 0)
     data_type, n_data = (int(v) for v in source.take('i', 2))
     if tagged:
-        source.file.seek(40 + 28 * n_data)
+        source.skip(24 + 28 * n_data)
     ny, nx, nz, _, _, npz = _counts(path, source.take('i', 6))
-    source.file.seek(8 * int(source.take('i', 1)[0]), os.SEEK_CUR)
-    y, x, z = (source.take('d', n + 1).astype(float) for n in (ny, nx, nz))
+    source.skip(8 * int(source.take('i', 1)[0]))
+    y, x, z = (_nodes(path, source.take('d', n + 1)) for n in (ny, nx, nz))
     return Mtx(data_type, n_data, x, y, z, npz)
 
 
 def _record_form(path, source, head):
     ny, nx, nz = _counts(path, head[3:6])
     source.take('i', 1)
-    y, x, z = (source.take('f', n + 1).astype(float) for n in (ny, nx, nz))
+    y, x, z = (_nodes(path, source.take('f', n + 1)) for n in (ny, nx, nz))
     source.take('i', 2)
-    source.take('i', int(source.take('i', 1)[0]) // 4 + 1)
-    source.take('i', int(source.take('i', 1)[0]) // 4 + 1)
+    for _ in ('topography', 'taps'):
+        source.skip(int(source.take('i', 1)[0]) + 4)
     npz = int(source.take('i', 4)[3])
     name = os.path.basename(path)
     return Mtx(1 if 'MAG' in name or 'mag' in name else 0, int(head[1]), x, y, z, npz)
@@ -78,3 +84,10 @@ def _counts(path, counts):
     if min(counts) < 1:
         raise FormatError('%s is no sensitivity file: its mesh has %s cells' % (path, ' x '.join(map(str, counts[:3]))))
     return counts
+
+
+def _nodes(path, nodes):
+    steps = np.diff(nodes.astype(float))
+    if not ((steps > 0.0).all() or (steps < 0.0).all()):
+        raise FormatError('%s is no sensitivity file: its mesh nodes do not follow one another' % path)
+    return nodes.astype(float)

@@ -13,7 +13,6 @@ from .formats import FormatError, Missing
 
 TYPE_NAMES = {1: 'TMI', 2: 'Gzz', 3: 'VKa', 4: 'VKc', 5: 'Gne', 6: 'Guv', 10: 'Gxx', 11: 'Gyy', 12: 'Gzz', 13: 'Gxy',
               14: 'Gxz', 15: 'Gyz', 20: 'Tx', 21: 'Ty', 22: 'Tz'}
-SURFACE_STYLES = (1, 2, 3)
 
 
 def type_name(code):
@@ -170,6 +169,14 @@ class Run:
         masked = ~(deviation > 0.0) | np.isnan(values)
         values[masked], modelled[masked] = np.nan, np.nan
         return Component(name, type_unit(code), values, modelled, np.where(masked, np.nan, deviation))
+
+    @property
+    def style(self):
+        """The inversion style that the log names; without a log, the one that the sensitivity file implies."""
+        if self.log.style is not None:
+            return self.log.style
+        layers = self.mtx.padded_layers
+        return (1 if layers == 1 else 3) if layers < len(self.mtx.z_nodes) - 1 else 0
 
     @cached_property
     def mesh(self):
