@@ -8,6 +8,7 @@
 
 #include "bounds_command.h"
 #include "info_command.h"
+#include "init_command.h"
 #include "mesh_command.h"
 #include "mtx_command.h"
 #include "obs_command.h"
@@ -34,11 +35,13 @@ int main(int argumentCount, char** arguments) {
     voxlith::VtrOptions vtrOptions;
     voxlith::MeshOptions meshOptions;
     voxlith::ObsOptions obsOptions;
+    voxlith::InitOptions initOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
     const CLI::App* const info = voxlith::addInfoCommand(tools, infoOptions);
     const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
     const CLI::App* const mesh = voxlith::addMeshCommand(tools, meshOptions);
     const CLI::App* const obs = voxlith::addObsCommand(tools, obsOptions);
+    const CLI::App* const init = voxlith::addInitCommand(tools, initOptions);
     const CLI::App* const bounds = voxlith::addBoundsCommand(tools, boundsOptions);
     const CLI::App* const vtr = voxlith::addVtrCommand(tools, vtrOptions);
     CLI11_PARSE(tools, argumentCount, arguments);
@@ -57,6 +60,8 @@ int main(int argumentCount, char** arguments) {
             voxlith::printMeshReport(voxlith::writeMeshFile(meshOptions));
         } else if (obs->parsed()) {
             voxlith::printObsReport(voxlith::convertObservedData(obsOptions));
+        } else if (init->parsed()) {
+            voxlith::printInitReport(voxlith::writeControlFile(initOptions), initOptions);
         }
     } catch (const voxlith::PlainStop&) {
         return 1;  // the reason has been told

@@ -49,7 +49,7 @@ void includeStation(StationExtents& extents, double x, double y, double elevatio
 StationExtents extentsOfCsv(const MeshOptions& options) {
     CsvReader reader;
     openCsv(reader, options.csvFile, options.csv);
-    const StationPlace place = placeOf(reader, options.columns);
+    const StationPlaces place = placeOf(reader, options.columns);
     StationExtents extents;
     while (nextCsvRow(reader)) {
         const auto [x, y, z] = stationOf(reader, place);

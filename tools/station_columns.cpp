@@ -17,9 +17,9 @@ void addStationColumns(CLI::App& command, StationColumns& columns) {
     command.add_flag("--z-down", columns.zDown, "The column of the elevation counts downwards: its sign is turned");
 }
 
-StationPlace placeOf(const CsvReader& reader, const StationColumns& columns) {
+StationPlaces placeOf(const CsvReader& reader, const StationColumns& columns) {
     constexpr double metresInFoot = 0.3048;
-    StationPlace place;
+    StationPlaces place;
     place.x = csvColumn(reader, "--x", columns.x);
     place.y = csvColumn(reader, "--y", columns.y);
     place.elevation = columns.elevation;
@@ -33,7 +33,7 @@ StationPlace placeOf(const CsvReader& reader, const StationColumns& columns) {
     return place;
 }
 
-std::array<double, 3> stationOf(const CsvReader& reader, const StationPlace& place) {
+std::array<double, 3> stationOf(const CsvReader& reader, const StationPlaces& place) {
     const double x = csvNumber(reader, place.x);
     const double y = csvNumber(reader, place.y);
     if (place.elevation) {

@@ -17,7 +17,7 @@ struct StationColumns {
     bool zDown = false;               // the column holds depths
 };
 
-struct StationPlace {
+struct StationPlaces {
     std::size_t x = 0, y = 0, z = 0;  // positions of the columns
     double factor = 1.0;              // of the column z
     std::optional<double> elevation;
@@ -26,9 +26,9 @@ struct StationPlace {
 void addStationColumns(CLI::App& command, StationColumns& columns);
 
 // Finds the columns. Throws RunError for names that the table does not have.
-StationPlace placeOf(const CsvReader& reader, const StationColumns& columns);
+StationPlaces placeOf(const CsvReader& reader, const StationColumns& columns);
 
 // x, y and elevation of the row taken last, in metres as far as the elevation goes. Throws RunError.
-std::array<double, 3> stationOf(const CsvReader& reader, const StationPlace& place);
+std::array<double, 3> stationOf(const CsvReader& reader, const StationPlaces& place);
 
 }  // namespace voxlith

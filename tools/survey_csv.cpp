@@ -23,7 +23,7 @@ struct ComponentPlace {
 };
 
 struct SurveyPlaces {
-    StationPlace station;
+    StationPlaces station;
     std::vector<ComponentPlace> data;
     std::size_t incl = none, decl = none;
     std::size_t line = none, time = none;

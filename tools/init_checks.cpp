@@ -1,0 +1,99 @@
+#include "init_checks.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "number_text.h"
+#include "survey_mesh.h"
+#include "text/messages.h"
+
+namespace voxlith {
+
+namespace {
+
+std::string countsText(const MeshGeometry& mesh) {
+    return std::to_string(mesh.nx) + " x " + std::to_string(mesh.ny) + " x " + std::to_string(mesh.nz);
+}
+
+double smallestCell(const MeshGeometry& mesh) {
+    double smallest = std::numeric_limits<double>::max();
+    for (const auto* widths : {&mesh.xWidth, &mesh.yWidth, &mesh.zWidth}) {
+        for (const double width : *widths) {
+            smallest = std::min(smallest, std::abs(width));
+        }
+    }
+    return smallest;
+}
+
+}  // namespace
+
+void checkFilesAgree(const std::vector<std::unique_ptr<MtxFile>>& files, const std::vector<std::string>& names) {
+    const MtxFile& first = *files.front();
+    for (std::size_t n = 1; n < files.size(); ++n) {
+        const MtxFile& file = *files[n];
+        if (file.sensitivity.header.nData != first.sensitivity.header.nData) {
+            throw RunError(names[n] + ": expected " + std::to_string(first.sensitivity.header.nData) + " data as in " +
+                           names[0] + ", found " + std::to_string(file.sensitivity.header.nData));
+        }
+        if (countsText(file.mesh) != countsText(first.mesh)) {
+            throw RunError(names[n] + ": expected " + countsText(first.mesh) + " cells as in " + names[0] + ", found " +
+                           countsText(file.mesh));
+        }
+        if (file.sensitivity.header.recordForm || first.sensitivity.header.recordForm) {
+            throw RunError(names[n] + ": a file in record form can be used only by itself");
+        }
+    }
+}
+
+void checkMeshAgrees(const MtxFile& file, const std::string& mtxName, const std::string& meshName) {
+    const MeshGeometry mesh = readSurveyMesh(meshName);
+    if (countsText(mesh) != countsText(file.mesh)) {
+        throw RunError(meshName + ": expected " + countsText(file.mesh) + " cells as in " + mtxName + ", found " +
+                       countsText(mesh));
+    }
+    const double slack = 0.01 * smallestCell(mesh);
+    const auto compare = [&](const std::vector<double>& found, const std::vector<double>& expected, const char* axis) {
+        for (std::size_t n = 0; n < found.size(); ++n) {
+            if (std::abs(found[n] - expected[n]) > slack) {
+                throw RunError(meshName + ": expected node " + std::to_string(n + 1) + " of " + axis + " at " +
+                               numberText(expected[n]) + " as in " + mtxName + ", found " + numberText(found[n]));
+            }
+        }
+    };
+    compare(mesh.xNode, file.mesh.xNode, "x");
+    compare(mesh.yNode, file.mesh.yNode, "y");
+    compare(mesh.zNode, file.mesh.zNode, "z");
+}
+
+void checkDataAgree(const MtxFile& file, const std::string& mtxName, SurveyTable& data, const std::string& dataName) {
+    const auto wanted = static_cast<std::size_t>(file.sensitivity.header.nData);
+    if (data.records() < wanted) {
+        throw RunError(dataName + ": expected " + std::to_string(wanted) + " records as in " + mtxName + ", found " +
+                       std::to_string(data.records()));
+    }
+    for (auto* array : {&data.x, &data.y, &data.elevation}) {
+        array->resize(wanted);
+    }
+    data.data.resize(wanted * data.components);
+    if (!data.deviation.empty()) {
+        data.deviation.resize(wanted * data.components);
+    }
+    if (!file.sensitivity.header.tagged) {
+        return;  // these files do not hold their stations
+    }
+    const double slack = 0.1 * smallestCell(file.mesh);
+    const auto compare = [&](const std::vector<double>& found, const std::vector<double>& expected, const char* what) {
+        for (std::size_t n = 0; n < wanted; ++n) {
+            if (std::abs(found[n] - expected[n]) > slack) {
+                throw RunError(dataName + ", record " + std::to_string(n + 1) + ": expected " + what + " " +
+                               numberText(expected[n]) + " as in " + mtxName + ", found " + numberText(found[n]));
+            }
+        }
+    };
+    compare(data.x, file.obs.ObsX, "x");
+    compare(data.y, file.obs.ObsY, "y");
+    compare(data.elevation, file.obs.ObsZ, "elevation");
+}
+
+}  // namespace voxlith

@@ -1,0 +1,39 @@
+// Values of a control file that suit the data, the mesh and the sensitivity files of a run.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mtx_file.h"
+#include "survey_table.h"
+
+namespace voxlith {
+
+// What the user has said; the rest is chosen.
+struct InitWishes {
+    std::int32_t sign = 2;        // -1, 0, 1; 2: by the data type
+    double tradeoff = 0;          // 0: by the data
+    std::int32_t iterations = 0;  // 0: the usual number
+    std::string bounds;           // "lower,upper" or "null"; empty: by the data type
+};
+
+struct InitChoices {
+    std::string unit;  // of the model
+    std::int32_t sign = 0;
+    double tradeoff = 0;
+    double initial = 0;
+    std::string bounds;
+    double alphaS = 0;
+    double cell = 0;  // size of the core's cells
+    std::int32_t iterations = 0;
+    std::int32_t modelTypes = 1;
+    std::vector<std::string> products;  // product definitions; empty for one file
+};
+
+// `files`: the sensitivity files in the order of the components of `data`. The trade-off is the wish, or that which the
+// program takes for the data type.
+InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files, const InitWishes& wishes);
+
+}  // namespace voxlith
