@@ -7,7 +7,9 @@
 #include <memory>
 #include <utility>
 
+#include "bounds_pairs.h"
 #include "daubechies_taps.h"
+#include "files/data_codes.h"
 #include "mtx_writer.h"
 #include "progress_line.h"
 #include "text/messages.h"
@@ -48,6 +50,14 @@ void warnOfRecordName(const MtxOptions& options, std::int32_t code) {
     }
 }
 
+std::string boundsFileName(const MtxOptions& options) {
+    if (!options.boundsFile.empty()) {
+        return options.boundsFile;
+    }
+    const std::filesystem::path out(options.outFile);
+    return (out.parent_path() / (out.stem().string() + "_bounds.txt")).string();
+}
+
 void checkOptions(const MtxOptions& options) {
     if (!(options.tolerance >= 0 && options.tolerance < 1)) {
         throw RunError("--tolerance: expected a number from 0 to below 1");
@@ -55,6 +65,61 @@ void checkOptions(const MtxOptions& options) {
     if (options.version < 0 || options.version > 2) {
         throw RunError("--version " + std::to_string(options.version) + ": expected 0, 1 or 2");
     }
+    const bool topography = !options.survey.topographyFile.empty();
+    if (!topography && !(options.boundsFile.empty() && options.groundBounds.empty())) {
+        throw RunError("--bounds and --ground-bounds: expected --topography beside them");
+    }
+    if (topography && boundsFileName(options) == options.outFile) {
+        throw RunError("--bounds " + options.outFile + ": expected another file than that of --out");
+    }
+}
+
+// The free cells of a surface style are the first ones of the mesh, which air must not take.
+void checkStyle(const MtxContent& content) {
+    const std::int32_t style = content.inversionStyle;
+    if (content.survey.ground.hasAir() && style >= 1 && style <= 3) {
+        throw RunError("--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
+                       ", whose layers begin at the top of the mesh");
+    }
+}
+
+// Without an option, cells of ground are free, or not below zero, as the inversion program has it without a bounds
+// file.
+BoundsPair groundPair(const MtxOptions& options, std::int32_t code) {
+    if (!options.groundBounds.empty()) {
+        return parseBoundsPair("--ground-bounds " + options.groundBounds, options.groundBounds);
+    }
+    return dataClassOf(code) == 1 ? BoundsPair{0.0, freePair.upper} : freePair;
+}
+
+// Air has no response, and a diagonal of zero would leave the inversion's preconditioner to the regularisation alone,
+// which may be zero too. The mean of the ground is finite and of the right size.
+void fillAirDiagonal(const Survey& survey, std::span<double> gtgdiag) {
+    if (!survey.ground.hasAir()) {
+        return;
+    }
+    const std::size_t nz = survey.mesh.zCentre.size();
+    double sum = 0, cells = 0;
+    for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
+        if (!survey.ground.isAir(cell, nz)) {
+            sum += gtgdiag[cell];
+            cells += 1;
+        }
+    }
+    const double mean = sum > 0 ? sum / cells : 1.0;
+    for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
+        gtgdiag[cell] = survey.ground.isAir(cell, nz) ? mean : gtgdiag[cell];
+    }
+}
+
+void writeAirBounds(const MtxOptions& options, const Survey& survey, const BoundsPair& ground, MtxReport& report) {
+    const std::size_t nz = survey.mesh.zCentre.size();
+    report.boundsFile = boundsFileName(options);
+    for (const std::int32_t air : survey.ground.airCells) {
+        report.airCells += air;
+    }
+    writeBoundsPairs(report.boundsFile, survey.mesh.cellCount(),
+                     [&](std::size_t cell) { return survey.ground.isAir(cell, nz) ? heldPair : ground; });
 }
 
 MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
@@ -65,16 +130,21 @@ MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
     const bool storesStyle = content.form == MtxForm::tagged && content.version > 1;
     plan = planLayers(options.layers, storesStyle, content.survey.mesh);
     content.inversionStyle = plan.inversionStyle;
+    checkStyle(content);
     content.filter = filterOf(options.taps);
     content.depthWeight = options.depthWeight.empty()
-                              ? defaultDepthWeight(content.survey.code, content.survey.mesh, content.survey.stations)
+                              ? defaultDepthWeight(content.survey.code, content.survey.mesh, content.survey.stations,
+                                                   content.survey.ground)
                               : parseDepthWeight(options.depthWeight);
-    content.cellWeights = cellDepthWeights(content.depthWeight, content.survey.mesh);
+    content.cellWeights = cellDepthWeights(content.depthWeight, content.survey.mesh, content.survey.ground);
     checkMtxLimits(content);
     return content;
 }
 
 void warnOfContent(const MtxOptions& options, const MtxContent& content, const LayerPlan& plan) {
+    for (const std::string& warning : content.survey.warnings) {
+        warn(warning);
+    }
     if (content.form == MtxForm::record) {
         warnOfRecordName(options, content.survey.code);
     }
@@ -115,6 +185,20 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
             "Inversion style: 0 full, 1 equivalent source, 2 apparent density, 3 surface and apparent density, "
             "4 full with edge padding correction (default: by the layers)")
         ->check(CLI::Range(0, 4));
+    command->add_option("--bounds", options.boundsFile,
+                        "Bounds file to write with --topography: cells of air are held (default: NAME_bounds.txt "
+                        "beside NAME.mtx)");
+    command->add_option("--ground-bounds", options.groundBounds,
+                        "lower,upper of the cells of ground in that file (default: 0,99 for magnetic types, else "
+                        "-99,99; 99 and -99 leave a side free)");
+    command->footer(
+        "With --topography the bounds line of the control file names the bounds file, and the initial model is 0 in "
+        "the cells of air.\n\n"
+        "Examples:\n"
+        "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --out gz.mtx\n"
+        "  voxlith-tools mtx --mesh m.msh --stations tmi.obs --type tmi --field 60,10,50000 --out tmi.mtx\n"
+        "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --topography hill.topo --ground-bounds 0,1 "
+        "--out gz.mtx");
     return command;
 }
 
@@ -123,6 +207,7 @@ MtxReport writeMtxFile(const MtxOptions& options) {
     checkOptions(options);
     LayerPlan plan;
     const MtxContent content = contentOf(options, plan);
+    const BoundsPair ground = groundPair(options, content.survey.code);
     warnOfContent(options, content, plan);
     const std::size_t rows = content.survey.stations.size();
     std::vector<double> gtgdiag(content.survey.mesh.cellCount());
@@ -134,7 +219,11 @@ MtxReport writeMtxFile(const MtxOptions& options) {
     MtxReport report;
     report.statistics = writeAllRows(*file, content, plan.sumBelow, options.tolerance, threadCount(options.survey),
                                      gtgdiag, layerResponse);
+    fillAirDiagonal(content.survey, gtgdiag);
     writeMtxTail(*file, content, gtgdiag, layerResponse);
+    if (content.survey.ground.hasAir()) {
+        writeAirBounds(options, content.survey, ground, report);
+    }
     finishOutputFile(*file);
 
     report.rows = static_cast<std::int64_t>(rows);
@@ -153,6 +242,10 @@ void printMtxReport(const MtxReport& report) {
     std::printf("largest row loss:  %.6f\n", report.statistics.largestLoss);
     std::printf("mean row loss:     %.6f\n", report.statistics.meanLoss);
     std::printf("file size:         %lld bytes\n", static_cast<long long>(report.fileSize));
+    if (!report.boundsFile.empty()) {
+        std::printf("cells of air:      %lld, held by %s\n", static_cast<long long>(report.airCells),
+                    report.boundsFile.c_str());
+    }
     std::printf("time:              %.2f s\n", report.seconds);
 }
 

@@ -23,6 +23,8 @@ struct MtxOptions {
     std::int32_t taps = 4;
     double tolerance = 0.01;  // loss of a row over its norm
     LayerOptions layers;
+    std::string boundsFile;    // with topography; empty: beside outFile, NAME_bounds.txt
+    std::string groundBounds;  // "lower,upper" of the cells of ground; empty: as the type asks
 };
 
 struct MtxReport {
@@ -31,11 +33,14 @@ struct MtxReport {
     RowStatistics statistics;
     std::int64_t fileSize = 0;
     double seconds = 0;
+    std::string boundsFile;  // written with topography
+    std::int64_t airCells = 0;
 };
 
 CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options);
 
-// Writes the file; under its own name it appears when it is whole. Warnings go to standard error. Throws RunError.
+// Writes the file, and with topography a bounds file that holds the cells of air; under their own names they appear
+// when they are whole. Warnings go to standard error. Throws RunError.
 MtxReport writeMtxFile(const MtxOptions& options);
 
 // The report on standard output, one line each.

@@ -119,6 +119,16 @@ void putNodesReal32(OutputFile& file, std::span<const double> nodes) {
     }
 }
 
+// The cells of air at the top of each column, y fastest.
+void putTopography(OutputFile& file, const Survey& survey) {
+    const std::size_t nx = survey.mesh.xCentre.size(), ny = survey.mesh.yCentre.size();
+    for (std::size_t i = 0; i < nx; ++i) {
+        for (std::size_t j = 0; j < ny; ++j) {
+            putValue(file, survey.ground.hasAir() ? survey.ground.airCells[i + nx * j] : std::int32_t{0});
+        }
+    }
+}
+
 void writeRecordHead(OutputFile& file, const MtxContent& content) {
     const MeshGeometry& mesh = content.survey.mesh;
     putRecord(file, 20, [&] {
@@ -132,12 +142,7 @@ void writeRecordHead(OutputFile& file, const MtxContent& content) {
         putNodesReal32(file, mesh.zNode);
         putReal32(file, 0.0);
     });
-    const std::size_t columns = mesh.xCentre.size() * mesh.yCentre.size();
-    putRecord(file, 4 * columns, [&] {
-        for (std::size_t column = 0; column < columns; ++column) {
-            putValue(file, std::int32_t{0});
-        }
-    });
+    putRecord(file, 4 * mesh.xCentre.size() * mesh.yCentre.size(), [&] { putTopography(file, content.survey); });
     putRecord(file, 4 + 4 * content.filter.coefLow.size(), [&] {
         putValue(file, asInt32(content.filter.coefLow.size()));
         putValues<float>(file, content.filter.coefLow);

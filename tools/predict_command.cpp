@@ -100,6 +100,10 @@ CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options) {
     command->add_option("--noise", options.noise,
                         "percent,floor: adds normal noise of standard deviation percent |d| / 100 + floor");
     command->add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
+    command->footer(
+        "Example:\n"
+        "  voxlith-tools predict --mesh m.msh --stations s.obs --type gz --model true.den --noise 1,0.005 --out "
+        "gz.obs");
     return command;
 }
 
@@ -142,6 +146,7 @@ std::vector<double> predictData(const Survey& survey, std::span<const double> mo
             mine.cells.resize(survey.mesh.cellCount());
             meshResponses(survey.mesh, survey.stations[station].point, weightsOfStation(survey, station),
                           survey.edgeDistance, mine.corners, mine.cells);
+            clearAir(survey.ground, survey.mesh.zCentre.size(), mine.cells);
             mine.datum = 0;
             for (std::size_t cell = 0; cell < model.size(); ++cell) {
                 mine.datum += mine.cells[cell] * model[cell];
@@ -168,6 +173,7 @@ PredictReport writePrediction(const PredictOptions& options) {
     addNoise(data, noise, options.seed, obs);
     writeObsFile(options.outFile, obs, obs.obsData);
     PredictReport report;
+    report.warnings = survey.warnings;
     report.stations = obs.nData;
     const auto [smallest, largest] = std::minmax_element(data.begin(), data.end());
     report.smallest = *smallest;
@@ -177,6 +183,9 @@ PredictReport writePrediction(const PredictOptions& options) {
 }
 
 void printPredictReport(const PredictReport& report, const PredictOptions& options) {
+    for (const std::string& warning : report.warnings) {
+        std::fprintf(stderr, "voxlith-tools: warning: %s\n", warning.c_str());
+    }
     const std::string unit(surveyUnit(surveyTypeCode(options.survey.type)));
     std::printf("stations: %lld\n", static_cast<long long>(report.stations));
     std::printf("data:     %.6g to %.6g %s without noise\n", report.smallest, report.largest, unit.c_str());

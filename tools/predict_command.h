@@ -27,6 +27,7 @@ struct PredictReport {
     std::int64_t stations = 0;
     double smallest = 0, largest = 0;  // data
     double seconds = 0;
+    std::vector<std::string> warnings;
 };
 
 CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options);
@@ -43,6 +44,7 @@ std::vector<double> predictData(const Survey& survey, std::span<const double> mo
 // data for the same seed. Without noise s is a thousandth of the largest datum. Throws RunError.
 PredictReport writePrediction(const PredictOptions& options);
 
+// Warnings go to standard error.
 void printPredictReport(const PredictReport& report, const PredictOptions& options);
 
 }  // namespace voxlith

@@ -65,6 +65,7 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
     makeRoom(mesh, work);
     meshResponses(mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
                   work.corners, work.cells);
+    clearAir(survey.ground, nz, work.cells);
     sumLayers(work.cells, nz, work.layers);
     if (sumBelow) {
         sumColumnsFrom(work.cells, nz, static_cast<std::size_t>(mesh.npz) - 1);

@@ -9,6 +9,7 @@
 #include "number_text.h"
 #include "survey_mesh.h"
 #include "text/messages.h"
+#include "topography.h"
 
 namespace voxlith {
 
@@ -59,6 +60,58 @@ void chooseDirection(const SurveyOptions& options, const StationFile& file, Surv
     }
 }
 
+std::string stationText(const Survey& survey, std::size_t station) {
+    const Station& here = survey.stations[station];
+    return "station " + std::to_string(station + 1) + " at x " + numberText(here.point.x) + ", y " +
+           numberText(here.point.y) + ", elevation " + numberText(here.elevation);
+}
+
+// Stations of the downhole form are meant to stand in the ground.
+void checkGroundPlaces(const std::string& stationFile, Survey& survey) {
+    std::size_t inside = 0, first = 0;
+    for (std::size_t n = 0; n < survey.stations.size() && survey.measuredHere.empty(); ++n) {
+        const GroundPlace place = placeOfStation(survey.ground, survey.mesh, survey.stations[n].point);
+        if (place == GroundPlace::belowTopCell) {
+            throw RunError(stationFile + ": " + stationText(survey, n) +
+                           ": expected a place on or above the surface, found one inside the ground, " +
+                           numberText(static_cast<float>(-survey.ground.height[n])) + " below the surface");
+        }
+        if (place == GroundPlace::inTopCell) {
+            first = inside == 0 ? n : first;
+            ++inside;
+        }
+    }
+    if (inside > 0) {
+        survey.warnings.push_back(stationFile + ": " + std::to_string(inside) + " of " +
+                                  std::to_string(survey.stations.size()) +
+                                  " stations are inside the first ground cell of their column, the first being " +
+                                  stationText(survey, first) + "; thinner cells follow the surface more closely");
+    }
+}
+
+void chooseGround(const SurveyOptions& options, Survey& survey) {
+    if (options.topographyFile.empty()) {
+        return;
+    }
+    const MeshGeometry& mesh = survey.mesh;
+    const Topography topography = surfaceOf(readSurfacePoints(options.topographyFile));
+    survey.ground = groundBelow(topography, mesh, survey.stations);
+    if (std::all_of(survey.ground.airCells.begin(), survey.ground.airCells.end(),
+                    [&](std::int32_t cells) { return cells == mesh.nz; })) {
+        throw RunError(options.topographyFile + ": expected a surface within the mesh, elevations " +
+                       numberText(-mesh.zNode.back()) + " to " + numberText(-mesh.zNode.front()) +
+                       ", found one below the centres of all cells");
+    }
+    const std::size_t cutOff = columnsCutOff(topography, mesh);
+    if (cutOff > 0) {
+        survey.warnings.push_back(options.topographyFile + ": the surface is more than half a cell above the top of " +
+                                  "the mesh in " + std::to_string(cutOff) + " of " +
+                                  std::to_string(survey.ground.airCells.size()) +
+                                  " columns; ground above the mesh has no response");
+    }
+    checkGroundPlaces(options.stationFile, survey);
+}
+
 }  // namespace
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
@@ -71,6 +124,9 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_option("--field", options.field, "Inducing field incl,decl,nT (default: as in the station file)");
     command.add_option("--direction", options.direction,
                        "Measured direction aincl,adecl of tmi (default: as in the station file, or along --field)");
+    command.add_option("--topography", options.topographyFile,
+                       "Surface: a file with the number of points, then x y elevation a line (UBC form); cells whose "
+                       "centre lies above it are air and have no response");
     command.add_option("--threads", options.threads, "Threads (default: two); the result does not depend on them")
         ->check(CLI::Range(1, 256));
 }
@@ -86,6 +142,7 @@ Survey readSurvey(const SurveyOptions& options) {
     survey.stations = std::move(file.stations);
     survey.idir = file.idir;
     survey.measuredHere = std::move(file.measuredHere);
+    chooseGround(options, survey);
     return survey;
 }
 

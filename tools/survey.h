@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "files/mesh_geometry.h"
+#include "ground.h"
 #include "station_file.h"
 #include "survey_type.h"
 
@@ -20,9 +21,10 @@ struct SurveyOptions {
     std::string meshFile;
     std::string stationFile;
     std::string type;
-    std::string field;        // "incl,decl,nT"; empty: as the station file says
-    std::string direction;    // "aincl,adecl"; empty: see readSurvey
-    std::size_t threads = 0;  // 0: two, or one on a machine with one core
+    std::string field;           // "incl,decl,nT"; empty: as the station file says
+    std::string direction;       // "aincl,adecl"; empty: see readSurvey
+    std::string topographyFile;  // empty: all cells are ground
+    std::size_t threads = 0;     // 0: two, or one on a machine with one core
 };
 
 struct Survey {
@@ -34,13 +36,17 @@ struct Survey {
     std::int32_t idir = 1;
     std::vector<FieldDirection> measuredHere;  // by station, in the downhole form; else empty
     double edgeDistance = 0;
+    Ground ground;                      // without topography there is no air
+    std::vector<std::string> warnings;  // of the topography
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);
 
 // Reads mesh and stations. The field is that of --field, else of the station file; a magnetic type without either is
 // refused. The measured direction is that of --direction, else the field's when --field is given, else the station
-// file's, else the field's. Stations of the downhole form keep their own directions. Throws RunError.
+// file's, else the field's. Stations of the downhole form keep their own directions. With
+// topography, no cell of ground at all is refused, and so are stations deeper than the first cell of ground, except in
+// the downhole form. Throws RunError.
 Survey readSurvey(const SurveyOptions& options);
 
 // What the datum of one station (from 0) takes of each derivative.
