@@ -530,6 +530,173 @@ TEST(Lbfgsb, AllocatesNothingInACall) {
     EXPECT_EQ(allocated, 0U);
 }
 
+LbfgsbState stateOf(OptimiserRun& run) {
+    return loadState({run.state.csave, run.state.lsave, run.state.isave, run.state.dsave});
+}
+
+TEST(LbfgsbState, ComesBackAsItWasStored) {
+    OptimiserRun run(1, 1, 0.0);
+    for (const bool on : {false, true}) {
+        LbfgsbState state;
+        state.theta = 1.5;
+        state.corrections = 100001;
+        state.oldest = 100002;
+        state.updateCount = 100003;
+        state.pairsNotInTable = 100004;
+        state.tableIsStale = on;
+        state.box = {on, !on, on};
+        state.previousValue = 2.5;
+        state.tolerance = 3.5;
+        state.gradientNorm = 4.5;
+        state.iteration = 100005;
+        state.freeCount = 100006;
+        state.refusal = 100007;
+        state.step = 5.5;
+        state.largestStep = 6.5;
+        state.directionSquared = 7.5;
+        state.slope = 8.5;
+        state.slopeAtStart = 9.5;
+        state.searchEvaluations = 100008;
+        setTask(state.search.request, "FG");
+        state.search.bracketed = !on;
+        state.search.stage = 2;
+        state.search.start = {0.0, 10.5, 11.5};
+        state.search.best = {12.5, 13.5, 14.5};
+        state.search.other = {15.5, 16.5, 17.5};
+        state.search.lowest = 18.5;
+        state.search.highest = 19.5;
+        state.search.width = 20.5;
+        state.search.widthBefore = 21.5;
+        storeState(state, {run.state.csave, run.state.lsave, run.state.isave, run.state.dsave});
+        const LbfgsbState back = stateOf(run);
+        const auto integers = [](const LbfgsbState& s) {
+            return std::vector<std::int32_t>{s.corrections,       s.oldest,           s.updateCount, s.pairsNotInTable,
+                                             s.tableIsStale,      s.iteration,        s.freeCount,   s.refusal,
+                                             s.searchEvaluations, s.search.bracketed, s.search.stage};
+        };
+        const auto reals = [](const LbfgsbState& s) {
+            return std::vector<double>{s.theta,
+                                       s.previousValue,
+                                       s.tolerance,
+                                       s.gradientNorm,
+                                       s.step,
+                                       s.largestStep,
+                                       s.directionSquared,
+                                       s.slope,
+                                       s.slopeAtStart,
+                                       s.search.start.value,
+                                       s.search.start.slope,
+                                       s.search.best.step,
+                                       s.search.best.value,
+                                       s.search.best.slope,
+                                       s.search.other.step,
+                                       s.search.other.value,
+                                       s.search.other.slope,
+                                       s.search.lowest,
+                                       s.search.highest,
+                                       s.search.width,
+                                       s.search.widthBefore};
+        };
+        EXPECT_EQ(integers(back), integers(state));
+        EXPECT_EQ(reals(back), reals(state));
+        EXPECT_EQ(back.box.startProjected, state.box.startProjected);
+        EXPECT_EQ(back.box.constrained, state.box.constrained);
+        EXPECT_EQ(back.box.boxed, state.box.boxed);
+        EXPECT_TRUE(taskIs(back.search.request, "FG"));
+    }
+}
+
+// From the second search on: the first trial of the third iteration is asked for.
+OptimiserRun runInItsThirdSearch() {
+    OptimiserRun run(4, 4, -1.0);
+    setBounds(run, 3, -50.0, 50.0);
+    run.callWith("START");
+    for (int iterations = 0; iterations < 2;) {
+        if (run.wantsEvaluation())
+            run.f = rosenbrock(run.x, run.g);
+        else
+            ++iterations;
+        run.call();
+    }
+    return run;
+}
+
+TEST(Lbfgsb, AStopLeavesEverythingAndAStopByTheClockTakesTheLastIterate) {
+    OptimiserRun run = runInItsThirdSearch();
+    const std::vector<double> trial = run.x;
+    std::vector<double> gradient(4);
+    const LbfgsbState state = stateOf(run);
+    run.f = rosenbrock(run.x, run.g);
+    const double f = run.f;
+    const std::vector<double> g = run.g;
+    run.callWith("STOP: enough");
+    EXPECT_EQ(run.word(), "STOP: enough");
+    EXPECT_EQ(run.x, trial);
+    EXPECT_EQ(run.f, f);
+    EXPECT_EQ(run.g, g);
+    run.callWith("STOP: CPU EXCEEDS");
+    EXPECT_EQ(run.word(), "STOP: CPU EXCEEDS");
+    EXPECT_NE(run.x, trial);
+    EXPECT_EQ(run.f, state.previousValue);
+    EXPECT_EQ(run.f, rosenbrock(run.x, gradient));
+    EXPECT_EQ(run.g, gradient);
+}
+
+TEST(Lbfgsb, AFailedSearchGivesBackTheValueOfTheLastIterate) {
+    OptimiserRun run = runInItsThirdSearch();
+    const double last = stateOf(run).previousValue;
+    for (int search = 0; search < 2; ++search) {
+        run.f = notANumber;
+        run.call();
+        EXPECT_EQ(run.f, last) << "search " << search;
+    }
+    EXPECT_EQ(run.word(), abnormal);
+}
+
+// A search to a bound along a straight slope shows no curvature: nothing is learnt and nothing forgotten.
+TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
+    OptimiserRun run = runInItsThirdSearch();
+    const LbfgsbState before = stateOf(run);
+    const std::vector<double> x(run.wa.begin() + run.state.isave[14] - 1, run.wa.begin() + run.state.isave[14] + 3);
+    const std::vector<double> g(run.wa.begin() + run.state.isave[12] - 1, run.wa.begin() + run.state.isave[12] + 3);
+    while (run.wantsEvaluation()) {
+        run.f = before.previousValue;
+        for (std::size_t i = 0; i < 4; ++i)
+            run.f += g[i] * (run.x[i] - x[i]);
+        run.g = g;
+        run.call();
+    }
+    ASSERT_EQ(run.word(), "NEW_X");
+    run.call();
+    ASSERT_EQ(run.word(), "FG_LNSRCH");
+    const LbfgsbState after = stateOf(run);
+    EXPECT_EQ(after.iteration, before.iteration + 1);
+    EXPECT_EQ(after.corrections, before.corrections);
+    EXPECT_EQ(after.updateCount, before.updateCount);
+    EXPECT_EQ(after.theta, before.theta);
+    EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
+}
+
+TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
+    const std::vector<double> x{0.0, 0.0, 0.0, 0.0, 1.0}, l{-1.0, -9.0, -6.0, -1.0, 1.0}, u{9.0, 4.0, 6.0, 1.0, 9.0};
+    const std::vector<std::int32_t> nbd{1, 2, 3, 0, 3}, flag(5, 0);
+    const std::vector<double> maxStep{0.5, 0.0, 3.0, -1.0, 0.0};
+    const BoxProblem problem{5, 2, l, u, nbd, flag, maxStep};
+    const auto feasible = [&](std::vector<double> d) { return largestFeasibleStep(problem, x, d, 100.0); };
+    EXPECT_EQ(feasible({1.0, -1.0, 0.0, 9.0, 0.0}), 100.0);
+    EXPECT_EQ(feasible({-0.5, 1.0, 1.0, 9.0, 1.0}), 2.0);
+    EXPECT_EQ(feasible({-0.1, 2.0, 2.0, 9.0, 0.0}), 2.0);
+    EXPECT_EQ(feasible({0.0, 0.1, -2.0, 0.0, 0.0}), 3.0);
+    EXPECT_EQ(feasible({0.0, 0.1, 2.0, 0.0, 0.0}), 3.0);
+    EXPECT_EQ(feasible({1.0, 0.0, 0.0, 0.0, -1.0}), 0.0);
+    const auto allowed = [&](std::vector<double> d) { return largestAllowedStep(problem, d, 1.0); };
+    EXPECT_EQ(allowed({0.5, 9.0, 3.0, 9.0, 9.0}), 1.0);
+    for (const double side : {-1.0, 1.0}) {
+        EXPECT_EQ(allowed({2.0 * side, 0.0, 4.0, 0.0, 0.0}), 0.25);
+        EXPECT_EQ(allowed({0.0, 9.0, 6.0 * side, 9.0, 9.0}), 0.5);
+    }
+}
+
 TEST(ProjectedGradient, TakesFlagOneAsZeroAndOtherFlagsAsTheyAre) {
     const std::vector<double> x{0.0, 1.0, 0.5, 0.0, 0.0}, l(5, 0.0), u(5, 1.0), maxStep(5, 0.0);
     const std::vector<std::int32_t> nbd{3, 3, 3, 3, 0};
