@@ -127,6 +127,13 @@ class Refusals(unittest.TestCase):
         self.refused('/nowhere.json is not there', folder, '--true', '/nowhere.json', '--only', 'sections')
         self.refused('x 5 lies outside the mesh, 1000 to 1800', folder, '--at', '5,2100,0', '--only', 'sections')
 
+    def test_one_damaged_file_keeps_no_other_picture_from_being_drawn(self):
+        folder = surveys.copy(surveys.gravity)
+        surveys.write(folder, 'voxlith.den', 'x\n')
+        status, said, errors = surveys.plot(folder)
+        self.assertEqual((status, errors), (1, "voxlith-plot: %s/voxlith.den, line 1: 'x' is no number (cell)\n" % folder))
+        self.assertEqual([os.path.basename(path) for path in said.split()], ['convergence.png', 'data.png', 'zscores.png'])
+
     def test_no_room_for_pictures(self):
         folder = surveys.copy(surveys.gravity)
         surveys.write(folder, 'plots', '')

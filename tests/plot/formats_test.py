@@ -218,6 +218,18 @@ class Models(unittest.TestCase):
             formats.read_model(path, 2)
 
 
+    def test_repeats_and_commas(self):
+        path = os.path.join(surveys.ROOT, 'm.den')
+        surveys.write(surveys.ROOT, 'm.den', '2*0.5, 1d-2\n3*-1\n')
+        np.testing.assert_array_equal(formats.read_model(path, 6), [0.5, 0.5, 0.01, -1.0, -1.0, -1.0])
+
+    def test_cells_held_at_zero(self):
+        path = os.path.join(surveys.ROOT, 'b.txt')
+        surveys.write(surveys.ROOT, 'b.txt', '0 0\n0 1\n-1 0\n2*0.0\n0.5 0.5\n')
+        self.assertEqual(list(formats.read_held_at_zero(path, 7)), [True, False, False, True, False, False, False])
+        self.assertEqual(list(formats.read_held_at_zero(path, 1)), [True])
+
+
 class SensitivityHead(unittest.TestCase):
     FORMS = (['--form', 'tagged'], ['--form', 'tagged', '--version', '1'], ['--form', 'bare'], ['--form', 'record'])
 

@@ -28,6 +28,15 @@ class Figures(unittest.TestCase):
         np.testing.assert_allclose(found, found[0], rtol=0.01)
 
 
+    def assert_nothing_cut(self, figure):
+        """Labels, titles and ticks lie within the figure."""
+        figure.canvas.draw()
+        for part in figure.axes + figure.texts + figure.legends:
+            box = part.get_tightbbox(figure.canvas.get_renderer())
+            self.assertTrue(box.x0 >= 0 and box.y0 >= 0 and box.x1 <= figure.bbox.x1 and box.y1 <= figure.bbox.y1,
+                            '%s reaches to %s' % (part, box))
+
+
 class Convergence(Figures):
     def test_curves_are_the_table(self):
         for case in (surveys.gravity, surveys.barrier, surveys.continued):
@@ -125,6 +134,7 @@ class Sections(Figures):
             self.assertEqual(len(panels), 4 if case is surveys.surface else 3)
             self.assert_equal_scales(figure, panels)
             self.assertEqual(len({tuple(panel.collections[0].get_clim()) for panel in panels}), 1)
+            self.assert_nothing_cut(figure)
             self.assertTrue(any(panel.get_ylabel() == 'Density (g/cm³)' for panel in figure.axes))
             pyplot.close(figure)
 
@@ -176,6 +186,30 @@ class Sections(Figures):
         words = ' '.join(text.get_text() for text in figure.texts)
         self.assertRegex(words, 'vertical scale of the sections stretched 10 times')
         self.assert_equal_scales(figure, figure.axes[:3], 10.0)
+
+    def test_large_coordinates_are_shown_in_full(self):
+        nodes = np.arange(0.0, 1001.0, 100.0)
+        mesh = Mesh(500000.0 + nodes, 7655000.0 + nodes, 650.0 - nodes[:6])
+        bodies = [formats.TrueBody('a', (500100.0, 500300.0), (7655100.0, 7655300.0), (100.0, 300.0))]
+        for code in (0, 2, 3):
+            figure = sections.draw(mesh, Model(0, '', 'Density', 'g/cm³', np.ones((10, 10, 5))), bodies, 'title',
+                                   at=(500050.0, 7655050.0, 225.0), style_code=code)
+            words = ' '.join([text.get_text() for text in figure.texts] + [panel.get_title() for panel in figure.axes])
+            self.assertRegex(words, 'at x 500050, y 7655050, elevation 225 m.* y 7655000 to 7655100 m')
+            self.assert_nothing_cut(figure)
+
+    def test_air_has_no_colour(self):
+        folder = surveys.copy(surveys.gravity)
+        surveys.write(folder, 'air.txt', ''.join('0 0\n' if p % 4 == 0 else '-99 99\n' for p in range(192)))
+        surveys.write(folder, 'voxlith.inp', surveys.control(l8='air.txt'))
+        values = ''.join('0.0\n' if p % 4 == 0 or p == 1 else '0.5\n' for p in range(192))
+        surveys.write(folder, 'voxlith.den', values)
+        run = Run(folder)
+        model, = run.models()
+        self.assertTrue(np.isnan(model.values[:, :, 0]).all())
+        self.assertEqual(model.values[0, 0, 1], 0.0)
+        figure = sections.draw(run.mesh, model, [], 'title')
+        self.assertEqual([text.get_text() for text in figure.legends[0].get_texts()], ['held at zero (air)'])
 
     def test_absent_cells(self):
         run = Run(surveys.made(surveys.gravity))

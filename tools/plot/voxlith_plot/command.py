@@ -7,6 +7,7 @@ from . import convergence, formats, maps, profiles, sections, style, zscores
 from .formats import FormatError
 from .run import Run
 
+CONTROL = 'voxlith.inp'
 PICTURES = ('convergence', 'data', 'sections', 'zscores')
 EXAMPLES = """examples:
   voxlith-plot run1                             all pictures of the run in run1, as PNG in run1/plots
@@ -16,8 +17,9 @@ EXAMPLES = """examples:
   voxlith-plot run1 --iteration 40              the model stored at iteration 40 (voxlith_iter_040.den)
   voxlith-plot run1 --control second.inp        the run that second.inp controlled
 
-A run may still be going on: the last finished iteration is drawn. A picture whose files are not there is left out with a
-word on standard error; one that was asked for with --only is an error then.
+A run may still be going on: the last finished iteration is drawn. A picture whose files are not there yet is left out
+with a word on standard error; one that --only asks for is an error then. Pictures of data need the control file and the
+data file of the run, sections need a sensitivity file too, for the mesh.
 
 exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong arguments"""
 
@@ -27,7 +29,7 @@ def parse(arguments):
                                      description='Pictures of a run of voxlith, finished or still running: convergence, data, '
                                                  'sections through the model, z-scores.')
     parser.add_argument('folder', metavar='FOLDER', help='the folder of the run')
-    parser.add_argument('--control', default='voxlith.inp', metavar='FILE',
+    parser.add_argument('--control', default=CONTROL, metavar='FILE',
                         help='the control file, seen from FOLDER (default: voxlith.inp)')
     parser.add_argument('--out', metavar='DIR', help='where the pictures go (default: FOLDER/plots)')
     parser.add_argument('--only', nargs='+', choices=PICTURES, metavar='PICTURE',
@@ -97,27 +99,33 @@ def main(arguments=None):
     asked = parse(sys.argv[1:] if arguments is None else arguments)
     try:
         run = Run(asked.folder, asked.control)
+        for path in ([asked.true] if asked.true else []) + ([run.path(asked.control)] if asked.control != CONTROL else []):
+            if not os.path.isfile(path):
+                raise FormatError('%s is not there' % path)
         return _draw_all(run, asked)
     except (FormatError, OSError) as error:
-        print('voxlith-plot: %s' % error, file=sys.stderr)
+        _say(error)
         return 1
 
 
+def _say(words):
+    print('voxlith-plot: %s' % words, file=sys.stderr)
+
+
 def _draw_all(run, asked):
+    """Draws one picture after the other. One that cannot be drawn keeps no other from being drawn."""
     out = asked.out or os.path.join(asked.folder, 'plots')
-    drawn = 0
-    for picture in PICTURES:
-        if asked.only and picture not in asked.only:
-            continue
+    drawn, failed = 0, False
+    for picture in asked.only or PICTURES:
         try:
             for name, figure in DRAWERS[picture](run, asked):
                 for path in style.save(figure, out, name, asked.format):
-                    print(path)
+                    print(path, flush=True)
                 drawn += 1
-        except formats.Missing as error:
-            if asked.only:
-                raise
-            print('voxlith-plot: no %s: %s' % (picture, error), file=sys.stderr)
-    if not drawn:
+        except FormatError as error:
+            missing = isinstance(error, formats.Missing) and not asked.only
+            failed = failed or not missing
+            _say('no %s: %s' % (picture, error) if missing else error)
+    if not drawn and not failed:
         raise FormatError('%s holds nothing to draw' % asked.folder)
-    return 0
+    return 1 if failed else 0

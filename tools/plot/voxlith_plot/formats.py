@@ -25,6 +25,7 @@ class Control:
     interval: float = 0.0
     terms: list = field(default_factory=list)
     amplitude: list = field(default_factory=list)
+    bounds: str = 'null'
 
 
 def read_control(path):
@@ -50,6 +51,7 @@ def read_control(path):
     line3 = free_numbers(plain[2], 4)
     control = Control(_mtx_names(path, plain[4], n_mtx), plain[3], n_models, n_components)
     control.labels = (([word[:8] for word in first[4:]] + n_models * [''])[:n_models]) if n_models > 1 else ['']
+    control.bounds = plain[7]
     control.interval = line3[3] if len(line3) > 3 else 0.0
     control.terms = [[(c, 0, 1.0)] for c in range(n_components)]
     control.amplitude = n_components * [False]
@@ -259,17 +261,37 @@ def _data_record(path, line_number, words, components, skip, step):
     return record
 
 
+def _numbers(path, what):
+    """All numbers of a file, with repeats as in 5*0.1."""
+    text = read_text(path)
+    try:
+        return np.array(text.split(), dtype=float)
+    except ValueError:
+        values = []
+    for line_number, line in enumerate(text.splitlines(), 1):
+        for word in words_of(line):
+            count, star, value = word.rpartition('*')
+            repeat = int(count) if star and count.isdigit() else 1
+            values += repeat * [number_at(path, line_number, value if repeat > 1 else word, what)]
+    return np.array(values)
+
+
 def read_model(path, cells):
     """`cells` numbers, z fastest; absent cells as NaN."""
-    words = read_text(path).split()
-    try:
-        values = np.array(words, dtype=float)
-    except ValueError:
-        values = np.array([number_at(path, line, word, 'cell') for line, word in enumerate(words, 1)])
+    values = _numbers(path, 'cell')
     if len(values) != cells:
         raise FormatError('%s holds %d values; the mesh has %d cells' % (path, len(values), cells))
     values[~(values > ABSENT)] = np.nan
     return values
+
+
+def read_held_at_zero(path, cells):
+    """Of a bounds file of pairs: which cells have both bounds at zero, as air has."""
+    pairs = _numbers(path, 'bound')[:2 * cells]
+    count = len(pairs) // 2
+    held = np.zeros(cells, dtype=bool)
+    held[:count] = (pairs[0:2 * count:2] == 0.0) & (pairs[1:2 * count:2] == 0.0)
+    return held
 
 
 @dataclass

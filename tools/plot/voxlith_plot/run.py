@@ -61,12 +61,14 @@ class Mesh:
 
 @dataclass
 class Model:
-    """One model type: values by (y, x, z), NaN in absent cells. `number` counts from 0."""
+    """One model type: values by (y, x, z), NaN in absent cells and in `air`, cells that bounds hold at zero. `number` counts
+    from 0."""
     number: int
     label: str
     quantity: str
     unit: str
     values: np.ndarray
+    air: np.ndarray = None
 
 
 class Run:
@@ -188,11 +190,21 @@ class Run:
         """All model types: of the end of a finished run, of the last iteration of another, or of a stored iteration."""
         shape = (len(self.mesh.y) - 1, len(self.mesh.x) - 1, len(self.mesh.z) - 1)
         found = []
+        held = self._held_cells(shape)
         for number, path in enumerate(self._model_paths(iteration)):
             values = formats.read_model(path, shape[0] * shape[1] * shape[2]).reshape(shape)
             quantity, unit = self._model_unit(number)
-            found.append(Model(number, self._model_label(number), quantity, unit, values))
+            air = held & (values == 0.0)
+            values[air] = np.nan
+            found.append(Model(number, self._model_label(number), quantity, unit, values, air))
         return found
+
+    def _held_cells(self, shape):
+        """Cells that a bounds file holds at zero. Two numbers in place of a name are bounds of all cells."""
+        text = self.control.bounds
+        if text in ('null', 'NULL') or len(formats.free_numbers(text, 2)) == 2 or not self.has(text):
+            return np.zeros(shape, dtype=bool)
+        return formats.read_held_at_zero(self.path(text), shape[0] * shape[1] * shape[2]).reshape(shape)
 
     def _model_label(self, number):
         if self.control.models == 1:

@@ -2,12 +2,13 @@
 import numpy as np
 from matplotlib import pyplot
 from matplotlib.lines import Line2D
-from matplotlib.patches import Rectangle
+from matplotlib.patches import Patch, Rectangle
 from matplotlib.patheffects import withStroke
 
 from . import style
 from .formats import FormatError
 
+GROUNDLESS = '0.85'  # where the model has no value
 LONGEST = 7.4  # inches of the two columns of panels together
 LEAST_HEIGHT = 0.6  # inches of a vertical section before its scale is stretched
 
@@ -62,7 +63,8 @@ def _cell(nodes, value, axis):
     """The cell that holds a coordinate."""
     rising = nodes if nodes[-1] > nodes[0] else nodes[::-1]
     if not rising[0] <= value <= rising[-1]:
-        raise FormatError('%s %g lies outside the mesh, %g to %g' % (axis, value, rising[0], rising[-1]))
+        raise FormatError('%s %s lies outside the mesh, %s to %s'
+                          % (axis, metres(value), metres(rising[0]), metres(rising[-1])))
     cell = min(int(np.searchsorted(rising, value, side='right')) - 1, len(nodes) - 2)
     return cell if nodes[-1] > nodes[0] else len(nodes) - 2 - cell
 
@@ -83,7 +85,8 @@ class _Page:
     def layout(self, two_maps):
         """Places panels in inches, so that a metre has one length in all of them."""
         dx, dy, dz = (abs(nodes[-1] - nodes[0]) for nodes in (self.x, self.y, self.z))
-        left, gap, top, bottom, bar = 0.75, 0.8, 0.95, 0.85, 1.1
+        left = 0.48 + 0.085 * len(metres(np.round(np.abs(self.y).max())))  # of the label and the ticks
+        gap, top, bottom, bar = left + 0.05 if two_maps else 0.85, 0.95, 0.85, 1.1
         scale = LONGEST / (2.0 * dx if two_maps else dx + max(dx, dy))
         scale = min(scale, 6.0 / dy)
         self.stretch = _round_up(LEAST_HEIGHT / (dz * scale))
@@ -124,8 +127,8 @@ class _Page:
 
     def _heights(self, lower, upper):
         if self.mesh.z[0] == 0.0:
-            return 'depth %g to %g m' % (-upper + 0.0, -lower)
-        return 'elevation %g to %g m' % (lower, upper)
+            return 'depth %s to %s m' % (metres(-upper), metres(-lower))
+        return 'elevation %s to %s m' % (metres(lower), metres(upper))
 
     def section(self, normal):
         """The vertical section at a constant x or y."""
@@ -142,10 +145,10 @@ class _Page:
         style.metre_axes(panel, label, 'depth (m)' if depth else 'elevation (m)')
         if depth:
             panel.set_ylim(-self.z[-1], -self.z[0])
-        panel.set_title('Section at %s %g to %g m' % (normal, own[at], own[at + 1]))
+        panel.set_title('Section at %s %s to %s m' % (normal, metres(own[at]), metres(own[at + 1])))
 
     def _field(self, panel, across, along, values):
-        panel.set_facecolor('0.85')
+        panel.set_facecolor(GROUNDLESS)
         self.last = panel.pcolormesh(across, along, np.ma.masked_invalid(values), cmap=self.colours, vmin=self.low,
                                      vmax=self.high, rasterized=True)
         panel.set_xlim(across[0], across[-1])
@@ -169,17 +172,24 @@ class _Page:
         value = self.model.values[self.cut[1], self.cut[0], self.cut[2]]
         height = self.figure.get_size_inches()[1]
         self.figure.suptitle(title, y=1.0 - 0.12 / height, va='top')
-        words = '%.4g %s at x %g, y %g, %s %g m' % (value, self.model.unit, self.where[0], self.where[1],
-                                                   *(('depth', -self.where[2]) if self.mesh.z[0] == 0.0
-                                                     else ('elevation', self.where[2])))
+        upward = ('depth', -self.where[2]) if self.mesh.z[0] == 0.0 else ('elevation', self.where[2])
+        words = '%.4g %s at x %s, y %s, %s %s m' % (value, self.model.unit, metres(self.where[0]), metres(self.where[1]),
+                                                   upward[0], metres(upward[1]))
         if self.stretch > 1.0:
             words += ';  vertical scale of the sections stretched %g times' % self.stretch
         self.figure.text(0.5, 1.0 - 0.36 / height, words, ha='center', va='top', fontsize=8.5)
         handles = [Line2D([], [], color='black', linewidth=1.1, linestyle='-' if inside else (0, (4, 3)), label=label)
                    for inside, label in ((True, 'true body, cut by the section'), (False, 'true body, beside the section'))
                    if inside in self.outlined]
+        if self.model.air is not None and self.model.air.any():
+            handles.append(Patch(facecolor=GROUNDLESS, edgecolor='0.4', linewidth=0.6, label='held at zero (air)'))
         if handles:
-            self.figure.legend(handles=handles, loc='lower left', ncol=2, bbox_to_anchor=(0.01, 0.0), frameon=False)
+            self.figure.legend(handles=handles, loc='lower left', ncol=3, bbox_to_anchor=(0.01, 0.0), frameon=False)
+
+
+def metres(value):
+    """A coordinate in full, without an exponent and without a minus before zero."""
+    return '%.12g' % (value + 0.0)
 
 
 def _round_up(factor):

@@ -31,8 +31,8 @@ def _histogram(panel, component):
         panel.text(0.5, 0.5, 'all data are masked', transform=panel.transAxes, ha='center', color=style.GREY)
         return
     reach = max(4.0, np.ceil(np.percentile(np.abs(scores), 99.5)))
-    wanted = 2.0 * reach / np.clip(np.sqrt(len(scores)), 10, 60)
-    width = next((w for w in (0.1, 0.2, 0.25, 0.5, 1.0) if w >= wanted), np.ceil(wanted))
+    width = 0.25 if len(scores) >= 2000 else 0.5 if len(scores) >= 100 else 1.0
+    width = max(width, np.ceil(reach / 30.0) if reach > 30.0 else 0.0)
     reach = width * np.ceil(reach / width)
     edges = np.linspace(-reach, reach, int(round(2.0 * reach / width)) + 1)
     weights = np.full(len(scores), 1.0 / (len(scores) * (edges[1] - edges[0])))
