@@ -677,6 +677,43 @@ TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
     EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
 }
 
+// The first step shows strong curvature; from there the slope is straight, and the search goes on to the nearest bound,
+// which step times direction meets only up to rounding.
+TEST(Lbfgsb, ASearchToABoundEndsExactlyUponIt) {
+    std::mt19937 random(31);
+    const auto uniform = [&](double low, double high) {
+        return low + (high - low) * (static_cast<double>(random()) / 4294967296.0);
+    };
+    int uponBound = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        OptimiserRun run(3, 3, 0.0);
+        std::vector<double> slope(3), start(3);
+        for (std::size_t i = 0; i < 3; ++i) {
+            run.nbd[i] = static_cast<std::int32_t>(1 + random() % 3);
+            run.l[i] = uniform(-9.0, -1.0);
+            run.u[i] = uniform(1.0, 9.0);
+            start[i] = run.x[i] = uniform(-0.5, 0.5);
+            slope[i] = uniform(-1.0, 1.0);
+        }
+        run.nbd[0] = slope[0] < 0.0 ? 2 : 1;
+        run.callWith("START");
+        double firstValue = 0.0;
+        for (int calls = 0; calls < 40 && (run.wantsEvaluation() || run.word() == "NEW_X"); ++calls) {
+            expectInsideBounds(run);
+            uponBound += run.x[0] == run.l[0] || run.x[0] == run.u[0];
+            if (run.wantsEvaluation()) {
+                run.f = firstValue;
+                for (std::size_t i = 0; i < 3; ++i) {
+                    run.f += 0.5 * slope[i] * (run.x[i] - start[i]);
+                    run.g[i] = run.x == start ? slope[i] : 0.5 * slope[i];
+                }
+            }
+            run.call();
+        }
+    }
+    EXPECT_GT(uponBound, 100);
+}
+
 TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
     const std::vector<double> x{0.0, 0.0, 0.0, 0.0, 1.0}, l{-1.0, -9.0, -6.0, -1.0, 1.0}, u{9.0, 4.0, 6.0, 1.0, 9.0};
     const std::vector<std::int32_t> nbd{1, 2, 3, 0, 3}, flag(5, 0);
