@@ -90,6 +90,12 @@ bool isHeld(const OptimiserRun& run, std::size_t i) {
     return run.fixedFlag[i] != 0 || (run.nbd[i] == 3 && run.u[i] <= run.l[i]);
 }
 
+// A free variable in its bounds, to the bit.
+bool isInside(const OptimiserRun& run, std::size_t i) {
+    return run.fixedFlag[i] != 0 || ((!hasLowerBound(run.nbd[i]) || run.x[i] >= run.l[i]) &&
+                                     (!hasUpperBound(run.nbd[i]) || run.x[i] <= run.u[i]));
+}
+
 // The Cauchy point: along x - t g, each variable until it meets a bound.
 ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g, const Matrix& matrix) {
     const std::size_t n = x.size();
@@ -238,6 +244,8 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
         }
         freeBefore = expected.free;
         while (run.wantsEvaluation()) {
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_TRUE(isInside(run, i)) << "iteration " << iteration << " variable " << i + 1;
             run.f = function(run.x, run.g);
             run.call();
         }
