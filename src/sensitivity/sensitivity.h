@@ -11,6 +11,7 @@
 #include "files/data_codes.h"
 #include "sensitivity/binary_input.h"
 #include "sensitivity/coef_store.h"
+#include "sensitivity/large_array.h"
 #include "sensitivity/wavelet.h"
 
 namespace voxlith {
@@ -49,7 +50,7 @@ struct Sensitivity {
     std::vector<double> layerResponse;  // (nzl + 1) by datum by file
 
     // Work arrays of the products: shared, so products are not reentrant
-    std::vector<double> paddedWork;  // padded array
+    LargeArray<double> paddedWork;  // padded array
     std::vector<double> waveletWork;
     std::vector<double> productResponse;  // (nData) by product, three columns at least when there is amplitude data
 

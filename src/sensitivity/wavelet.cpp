@@ -1,6 +1,7 @@
 #include "sensitivity/wavelet.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "sensitivity/wavelet_lanes.h"
 
@@ -27,6 +28,13 @@ CellLines cellLinesOf(const MeshGeometry& mesh) {
             widen(mesh.npy),
             widen(mesh.npz),
             std::min(widen(mesh.nz), widen(mesh.npz))};
+}
+
+// The first place in `work` where a tile may begin; waveletWorkSize has room for the places left out.
+double* alignedTiles(std::span<double> work) {
+    void* place = work.data();
+    std::size_t room = work.size_bytes();
+    return static_cast<double*>(std::align(tileAlignment, tileAlignment, place, room));
 }
 
 // z and x axes of one group of y planes after the other, so that a group stays in cache between the two axes.
@@ -61,7 +69,8 @@ std::vector<float> mirrorTaps(std::span<const float> coefLow) {
 }
 
 std::size_t waveletWorkSize(const PaddedExtents& extents) {
-    return tileCount * laneCount * std::max({extents.npz, extents.npx, extents.npy});
+    return std::max({tileRoom(extents.npz), tileRoom(extents.npx), tileRoom(extents.npy)}) +
+           tileAlignment / sizeof(double);
 }
 
 void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
@@ -93,10 +102,10 @@ void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter
 
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
                         WaveletDirection direction, std::span<double> work, InstructionSet instructions) {
-    transformPlanes(padded.data(), extents, filter, direction, instructions, work.data());
+    double* const tiles = alignedTiles(work);
+    transformPlanes(padded.data(), extents, filter, direction, instructions, tiles);
     if (extents.npy > longestPlainAxis) {
-        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, instructions,
-                      work.data());
+        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, instructions, tiles);
     }
 }
 

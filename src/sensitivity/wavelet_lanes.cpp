@@ -10,51 +10,62 @@ namespace voxlith {
 namespace {
 
 // Finished rows of adjacent lines go where they belong at once, those of others through a tile.
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void forwardTile(double* values, const TilePlace& place, std::size_t length,
                                                const TapTable<fixedTaps>& taps, double* work) {
-    const bool adjacent = place.form == TileForm::adjacent;
+    const bool adjacent = lanes > laneCount || place.form == TileForm::adjacent;
     double* source = work;
-    double* low = work + laneCount * length;
-    double* const outTile = work + 2 * laneCount * length;
+    double* low = work + lanes * length;
+    double* const outTile = work + 2 * lanes * length;
     double* const out = adjacent ? values + place.offset[0] : outTile;
-    const std::size_t outStride = adjacent ? place.stride : laneCount;
-    loadTile<width>(values, place, length, source);
+    const std::size_t outStride = adjacent ? place.stride : lanes;
+    loadTile<width, lanes>(values, place, length, source);
     std::size_t n = length;
     for (; n >= 4; n /= 2) {
-        forwardLanes<width>(source, low, out, outStride, n, taps);
+        forwardLanes<width, lanes>(source, low, out, outStride, n, taps);
         std::swap(source, low);
     }
     for (std::size_t j = 0; j < n; ++j) {
-        copyRow<width>(source + laneCount * j, out + outStride * j);
+        copyRow<width, lanes>(source + lanes * j, out + outStride * j);
     }
     if (!adjacent) {
         storeTile<width>(outTile, place, length, values);
     }
 }
 
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void inverseTile(double* values, const TilePlace& place, std::size_t length,
                                                const TapTable<fixedTaps>& taps, double* work) {
-    const bool adjacent = place.form == TileForm::adjacent;
+    const bool adjacent = lanes > laneCount || place.form == TileForm::adjacent;
     double* const tile = work;
     double* low = tile;
-    double* target = work + laneCount * length;
-    double* spare = work + 2 * laneCount * length;
-    loadTile<width>(values, place, length, tile);
+    double* target = work + lanes * length;
+    double* spare = work + 2 * lanes * length;
+    loadTile<width, lanes>(values, place, length, tile);
     std::size_t n = 4;
     for (; 2 * n <= length; n *= 2) {
-        inverseLanes<width>(low, tile + laneCount * n / 2, target, laneCount, n, taps);
+        inverseLanes<width, lanes>(low, tile + lanes * n / 2, target, lanes, n, taps);
         low = target;
         std::swap(target, spare);
     }
     // The last level; of an extent that is no power of two the rest of the line stays as it is.
-    const double* const high = tile + laneCount * n / 2;
+    const double* const high = tile + lanes * n / 2;
     if (adjacent) {
-        inverseLanes<width>(low, high, values + place.offset[0], place.stride, n, taps);
+        inverseLanes<width, lanes>(low, high, values + place.offset[0], place.stride, n, taps);
     } else {
-        inverseLanes<width>(low, high, target, laneCount, n, taps);
+        inverseLanes<width, lanes>(low, high, target, lanes, n, taps);
         storeTile<width>(target, place, n, values);
+    }
+}
+
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
+[[gnu::always_inline]] inline void transformTile(double* values, const TilePlace& place, std::size_t length,
+                                                 const TapTable<fixedTaps>& taps, WaveletDirection direction,
+                                                 double* work) {
+    if (direction == WaveletDirection::forward) {
+        forwardTile<width, lanes>(values, place, length, taps, work);
+    } else {
+        inverseTile<width, lanes>(values, place, length, taps, work);
     }
 }
 
@@ -63,13 +74,20 @@ template <std::size_t width, std::size_t fixedTaps>
                                                   std::size_t lines, const WaveletFilter& filter,
                                                   WaveletDirection direction, double* work) {
     const TapTable<fixedTaps> taps(filter);
-    for (std::size_t first = 0; first < lines; first += laneCount) {
-        const TilePlace place = placeOfTile(first, inner, length, lines);
-        if (direction == WaveletDirection::forward) {
-            forwardTile<width>(values, place, length, taps, work);
+    std::size_t first = 0;
+    while (first < lines) {
+        const std::size_t lanes = lanesOfTile(first, inner, length);
+        if (lanes == widestLaneCount) {
+            transformTile<width, widestLaneCount>(values, placeOfWideTile(first, inner, length), length, taps,
+                                                  direction, work);
+        } else if (lanes == wideLaneCount) {
+            transformTile<width, wideLaneCount>(values, placeOfWideTile(first, inner, length), length, taps, direction,
+                                                work);
         } else {
-            inverseTile<width>(values, place, length, taps, work);
+            transformTile<width, laneCount>(values, placeOfTile(first, inner, length, lines), length, taps, direction,
+                                            work);
         }
+        first += lanes;
     }
 }
 

@@ -38,7 +38,7 @@ struct TapTable<0> {
 
 // The first n rows of `source`: the low half goes to `low`, the high half to rows n/2 and on of `high`, whose rows lie
 // `highStride` values apart.
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void forwardLanes(const double* source, double* low, double* high, std::size_t highStride,
                                                 std::size_t n, const TapTable<fixedTaps>& taps) {
     using Vector = typename LaneVector<width>::Type;
@@ -46,20 +46,20 @@ template <std::size_t width, std::size_t fixedTaps>
     const std::size_t base = taps.count() * n - taps.count() / 2 + 2;
     for (std::size_t i = 0; i < half; ++i) {
         double* const highRow = high + highStride * (i + half);
-        for (std::size_t l = 0; l < laneCount; l += width) {
+        for (std::size_t l = 0; l < lanes; l += width) {
             Vector lowSum = {};
             Vector highSum = {};
             for (std::size_t k = 0; k < taps.count(); ++k) {
                 const std::size_t j = (base + 2 * i + k) & (n - 1);
-                const Vector a = *reinterpret_cast<const Vector*>(source + laneCount * j + l);
+                const Vector a = *reinterpret_cast<const Vector*>(source + lanes * j + l);
                 lowSum += taps.lowTap(k) * a;
                 highSum += taps.highTap(k) * a;
             }
-            *reinterpret_cast<Vector*>(low + laneCount * i + l) = lowSum;
+            *reinterpret_cast<Vector*>(low + lanes * i + l) = lowSum;
             *reinterpret_cast<Vector*>(highRow + l) = highSum;
         }
     }
-    for (std::size_t l = 0; 2 * half < n && l < laneCount; ++l) {
+    for (std::size_t l = 0; 2 * half < n && l < lanes; ++l) {
         high[highStride * (n - 1) + l] = 0.0;
     }
 }
@@ -75,7 +75,7 @@ template <std::size_t width, std::size_t fixedTaps>
 
 // Outputs that the filter reaches round the end of the line, in the order of the plain step: by i, then by k. `m`
 // numbers the pair of outputs; the first of a pair takes the even taps, the second one the odd taps.
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void sumWrappedPair(const double* low, const double* high, std::size_t n, std::size_t m,
                                                   const TapTable<fixedTaps>& taps,
                                                   typename LaneVector<width>::Type& even,
@@ -86,8 +86,8 @@ template <std::size_t width, std::size_t fixedTaps>
         if (i == m + 1 && reach <= half) {
             i = half + m + 1 - reach;  // nothing in between reaches this pair
         }
-        const double* const lowRow = low + laneCount * i;
-        const double* const highRow = high + laneCount * i;
+        const double* const lowRow = low + lanes * i;
+        const double* const highRow = high + lanes * i;
         for (std::size_t k = (n + 2 * m - 2 * i) & (n - 1); k < taps.count(); k += n) {
             addTap<width>(lowRow, highRow, k, taps, even);
             if (k + 1 < taps.count()) {
@@ -98,13 +98,13 @@ template <std::size_t width, std::size_t fixedTaps>
 }
 
 // The same for all other outputs.
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void sumPair(const double* low, const double* high, std::size_t m,
                                            const TapTable<fixedTaps>& taps, typename LaneVector<width>::Type& even,
                                            typename LaneVector<width>::Type& odd) {
     const std::size_t reach = (taps.count() + 1) / 2;
     for (std::size_t t = 0; t < reach; ++t) {
-        const std::size_t row = laneCount * (m + 1 - reach + t);
+        const std::size_t row = lanes * (m + 1 - reach + t);
         const std::size_t k = 2 * (reach - 1 - t);
         addTap<width>(low + row, high + row, k, taps, even);
         if (k + 1 < taps.count()) {
@@ -115,7 +115,7 @@ template <std::size_t width, std::size_t fixedTaps>
 
 // `low` and `high` (n/2 rows each, n a power of two) become the n rows of `target`, which lie `targetStride` values
 // apart.
-template <std::size_t width, std::size_t fixedTaps>
+template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void inverseLanes(const double* low, const double* high, double* target,
                                                 std::size_t targetStride, std::size_t n,
                                                 const TapTable<fixedTaps>& taps) {
@@ -127,10 +127,10 @@ template <std::size_t width, std::size_t fixedTaps>
     for (std::size_t m = 0; m < wrapped; ++m) {
         double* const evenRow = target + targetStride * ((base + 2 * m) & (n - 1));
         double* const oddRow = target + targetStride * ((base + 2 * m + 1) & (n - 1));
-        for (std::size_t l = 0; l < laneCount; l += width) {
+        for (std::size_t l = 0; l < lanes; l += width) {
             Vector even = {};
             Vector odd = {};
-            sumWrappedPair<width>(low + l, high + l, n, m, taps, even, odd);
+            sumWrappedPair<width, lanes>(low + l, high + l, n, m, taps, even, odd);
             *reinterpret_cast<Vector*>(evenRow + l) = even;
             *reinterpret_cast<Vector*>(oddRow + l) = odd;
         }
@@ -138,10 +138,10 @@ template <std::size_t width, std::size_t fixedTaps>
     for (std::size_t m = wrapped; m < half; ++m) {
         double* const evenRow = target + targetStride * ((base + 2 * m) & (n - 1));
         double* const oddRow = target + targetStride * ((base + 2 * m + 1) & (n - 1));
-        for (std::size_t l = 0; l < laneCount; l += width) {
+        for (std::size_t l = 0; l < lanes; l += width) {
             Vector even = {};
             Vector odd = {};
-            sumPair<width>(low + l, high + l, m, taps, even, odd);
+            sumPair<width, lanes>(low + l, high + l, m, taps, even, odd);
             *reinterpret_cast<Vector*>(evenRow + l) = even;
             *reinterpret_cast<Vector*>(oddRow + l) = odd;
         }

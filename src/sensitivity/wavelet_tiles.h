@@ -32,11 +32,28 @@ enum class TileForm {
 };
 
 struct TilePlace {
-    std::size_t offset[laneCount];  // first value of each line
-    std::size_t count;              // lines
+    std::size_t offset[laneCount];  // first value of each line; in a wide tile of the first one alone
+    std::size_t count;              // lines, unless the tile is wide
     std::size_t stride;             // from one value of a line to the next
     TileForm form;
 };
+
+// How many lines a tile takes that begins with line `first`, when `inner` lines begin side by side.
+[[gnu::always_inline]] inline std::size_t lanesOfTile(std::size_t first, std::size_t inner, std::size_t length) {
+    const std::size_t adjacent = inner - first % inner;
+    if (adjacent >= widestLaneCount && length <= longestOfWidest) {
+        return widestLaneCount;
+    }
+    return adjacent >= wideLaneCount ? wideLaneCount : laneCount;
+}
+
+[[gnu::always_inline]] inline TilePlace placeOfWideTile(std::size_t first, std::size_t inner, std::size_t length) {
+    TilePlace place{};
+    place.stride = inner;
+    place.offset[0] = first % inner + first / inner * inner * length;
+    place.form = TileForm::adjacent;
+    return place;
+}
 
 [[gnu::always_inline]] inline TilePlace placeOfTile(std::size_t first, std::size_t inner, std::size_t length,
                                                     std::size_t lines) {
@@ -57,10 +74,10 @@ struct TilePlace {
     return place;
 }
 
-template <std::size_t width>
+template <std::size_t width, std::size_t lanes>
 [[gnu::always_inline]] inline void copyRow(const double* from, double* to) {
     using Vector = typename LaneVector<width>::Type;
-    for (std::size_t l = 0; l < laneCount; l += width) {
+    for (std::size_t l = 0; l < lanes; l += width) {
         *reinterpret_cast<Vector*>(to + l) = *reinterpret_cast<const Vector*>(from + l);
     }
 }
@@ -132,13 +149,13 @@ template <std::size_t width>
     }
 }
 
-template <std::size_t width>
+template <std::size_t width, std::size_t lanes>
 [[gnu::always_inline]] inline void loadTile(const double* values, const TilePlace& place, std::size_t length,
                                             double* tile) {
     const double* const start = values + place.offset[0];
-    if (place.form == TileForm::adjacent) {
+    if (lanes > laneCount || place.form == TileForm::adjacent) {
         for (std::size_t j = 0; j < length; ++j) {
-            copyRow<width>(start + j * place.stride, tile + j * laneCount);
+            copyRow<width, lanes>(start + j * place.stride, tile + j * lanes);
         }
     } else if (place.form == TileForm::stacked) {
         for (std::size_t l = 0; l < laneCount; l += width) {
