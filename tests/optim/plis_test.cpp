@@ -531,6 +531,51 @@ TEST(Plis, BoundsAreReleasedOnlyIfTheirGradientIsTheLargest) {
     EXPECT_EQ(run.nbd[0], -1);
 }
 
+TEST(Plis, AVariableWithoutGradientStaysAtItsBound) {
+    PlisRun run = readyToRelease(2);
+    run.g[1] = 0.0;
+    run.call();
+    EXPECT_EQ(run.nbd, (std::vector<std::int32_t>{1, -1, 1, 1}));
+    EXPECT_EQ(run.saved.restartCount, 1);
+}
+
+TEST(Plis, EqualBoundsFixAVariable) {
+    for (const int method : {1, 2}) {
+        PlisRun one = rosenbrockRun(method, 6, 3);
+        one.nb = 1;
+        one.nbd[2] = 3;
+        one.l[2] = one.u[2] = 0.75;
+        PlisRun all = one;
+        one.minimise(rosenbrockChain);
+        EXPECT_EQ(one.x[2], 0.75);
+        EXPECT_EQ(one.nbd[2], -5);
+        Vector g(6);
+        rosenbrockChain(one.x, g);
+        for (std::size_t i = 0; i < 6; ++i)
+            EXPECT_TRUE(i == 2 || std::abs(g[i]) < 1.0e-4) << "variable " << i + 1 << " method " << method;
+        all.nbd.assign(6, 3);
+        all.l = all.u = Vector{0.5, -0.5, 1.5, 0.0, 2.0, 1.0};
+        all.minimise(rosenbrockChain);
+        EXPECT_EQ(all.stopCode, 4);
+        EXPECT_EQ(all.x, all.l);
+    }
+}
+
+TEST(Plis, TheLargestStepIsRelativeToXAboveOne) {
+    PlisRun run(1, 4, 3, 0.0);
+    run.x = {-30.0, 0.2, 1.5, -0.5};
+    run.call();
+    for (int iteration = 0; iteration < 12; ++iteration) {
+        const Vector before = run.x;
+        run.finishIteration(rosenbrockChain);
+        ASSERT_EQ(run.stopCode, 0);
+        double largest = 0.0;
+        for (std::size_t i = 0; i < 4; ++i)
+            largest = std::max(largest, std::abs(run.x[i] - before[i]) / std::max(std::abs(run.x[i]), 1.0));
+        EXPECT_EQ(run.saved.largestStep, largest) << "iteration " << iteration;
+    }
+}
+
 // The old value of the first iteration differs from f by sqrt|f| or |f|/10, whichever is less.
 TEST(Plis, TheFirstValueTestHasAnOldValueOfItsOwn) {
     const std::pair<double, std::int32_t> cases[] = {
