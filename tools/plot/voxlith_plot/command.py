@@ -25,9 +25,10 @@ exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong
 
 
 def parse(arguments):
-    parser = argparse.ArgumentParser(prog='voxlith-plot', epilog=EXAMPLES, formatter_class=argparse.RawDescriptionHelpFormatter,
-                                     description='Pictures of a run of voxlith, finished or still running: convergence, data, '
-                                                 'sections through the model, z-scores.')
+    parser = argparse.ArgumentParser(
+        prog='voxlith-plot', epilog=EXAMPLES, formatter_class=argparse.RawDescriptionHelpFormatter,
+        description='Pictures of a run of voxlith, finished or still running: convergence, data, sections through the '
+                    'model, z-scores.')
     parser.add_argument('folder', metavar='FOLDER', help='the folder of the run')
     parser.add_argument('--control', default=CONTROL, metavar='FILE',
                         help='the control file, seen from FOLDER (default: voxlith.inp)')
@@ -99,7 +100,9 @@ def main(arguments=None):
     asked = parse(sys.argv[1:] if arguments is None else arguments)
     try:
         run = Run(asked.folder, asked.control)
-        for path in ([asked.true] if asked.true else []) + ([run.path(asked.control)] if asked.control != CONTROL else []):
+        named = [asked.true] if asked.true else []
+        named += [run.path(asked.control)] if asked.control != CONTROL else []
+        for path in named:
             if not os.path.isfile(path):
                 raise FormatError('%s is not there' % path)
         return _draw_all(run, asked)

@@ -1,11 +1,12 @@
 """The course of a run: misfit, norm and total against the iteration, and the terms that make the norm."""
 import numpy as np
 from matplotlib import pyplot
-from matplotlib.ticker import FuncFormatter, MaxNLocator
+from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormatter
 
 from . import style
 
-TERMS = (('reference', 'difference from the reference', style.GREY, (0, (1, 1))), ('x', 'smoothness in x', style.BLUE, '-'),
+TERMS = (('reference', 'difference from the reference', style.GREY, (0, (1, 1))),
+         ('x', 'smoothness in x', style.BLUE, '-'),
          ('y', 'smoothness in y', style.ORANGE, '--'), ('z', 'smoothness in z', style.GREEN, '-.'),
          ('barrier', 'barrier', style.PURPLE, ':'))
 LEAST = 0.0005  # of a term that is drawn: the log prints four decimals
@@ -14,7 +15,8 @@ LEAST = 0.0005  # of a term that is drawn: the log prints four decimals
 def draw(run):
     progress = run.progress
     figure, axes = pyplot.subplots(2, 2, figsize=(9.0, 6.0), sharex=True, constrained_layout=True)
-    panels = (('RMS misfit', '(standard deviations)', progress.misfit), ('Model norm', '(root of its terms)', progress.norm),
+    panels = (('RMS misfit', '(standard deviations)', progress.misfit),
+              ('Model norm', '(root of its terms)', progress.norm),
               ('Total objective', '(root of the sum of its terms)', progress.total))
     for panel, (title, unit, values) in zip(axes.flat, panels):
         _curve(panel, progress, values)
@@ -23,7 +25,7 @@ def draw(run):
     axes[0, 0].axhline(noise, color=style.GREY, linewidth=0.8, linestyle='--')
     axes[0, 0].annotate('noise level, %.3g' % noise, (0.0, noise), xycoords=('axes fraction', 'data'), xytext=(4, 3),
                         textcoords='offset points', color=style.GREY, fontsize=8)
-    _logarithmic(axes[0, 0], progress.misfit)
+    _logarithmic(axes[0, 0], np.append(progress.misfit, noise))
     _logarithmic(axes[1, 0], progress.total)
     axes[0, 0].legend(loc='upper right')
     _terms(axes[1, 1], progress, run.log.terms)
@@ -39,7 +41,8 @@ def draw(run):
 
 
 def _curve(panel, progress, values):
-    panel.plot(progress.iteration, values, color=style.BLUE, linewidth=1.2, marker='.', markersize=3, label='each iteration')
+    panel.plot(progress.iteration, values, color=style.BLUE, linewidth=1.2, marker='.', markersize=3,
+               label='each iteration')
     for chosen, face, words in ((progress.steps > 0, style.VERMILION, 'conjugate gradients'),
                                 (progress.steps == 0, 'white', 'conjugate gradients, no step taken')):
         if chosen.any():
@@ -48,11 +51,14 @@ def _curve(panel, progress, values):
 
 
 def _logarithmic(panel, values):
-    low, high = values[values > 0.0].min(initial=1.0), values.max(initial=1.0)
-    if high > 3.0 * low:
+    """A logarithmic axis with plain numbers, where the values spread enough for one."""
+    values = values[values > 0.0]
+    if len(values) and values.max() > 8.0 * values.min():
         panel.set_yscale('log')
+        decades = np.log10(values.max() / values.min())
+        panel.yaxis.set_major_locator(LogLocator(subs=(1.0, 2.0, 5.0) if decades < 3.0 else (1.0,), numticks=15))
         panel.yaxis.set_major_formatter(FuncFormatter(lambda value, _: '%g' % value))
-        panel.yaxis.set_minor_formatter(FuncFormatter(lambda value, _: '%g' % value if str(value)[0:1] in '25' else ''))
+        panel.yaxis.set_minor_formatter(NullFormatter())
 
 
 def _terms(panel, progress, terms):
@@ -65,6 +71,7 @@ def _terms(panel, progress, terms):
         if len(values) and np.nanmax(values) >= LEAST:
             panel.plot([iteration for iteration, _ in points], np.where(values > 0.0, values, np.nan), color=colour,
                        linestyle=dashes, linewidth=1.2, label=words)
-    panel.set_yscale('log')
-    panel.set_ylim(bottom=max(panel.get_ylim()[0], LEAST))
+    _logarithmic(panel, np.concatenate([line.get_ydata() for line in panel.lines]))
+    if panel.get_yscale() == 'log':
+        panel.set_ylim(bottom=max(panel.get_ylim()[0], LEAST))
     panel.legend(loc='best')

@@ -1,7 +1,8 @@
-"""The files of a run, read one by one: control file, progress table, log, data, models, sensitivity header, true bodies.
+"""The files of a run, read one by one: control file, progress table, log, data, models, bounds, true bodies.
 
-A reader takes a path and gives a plain record. A file that is not there or cannot be used raises FormatError, whose words name the
-file and the line. A row that a running program has not ended yet counts as not there. Masked data and absent cells are NaN.
+A reader takes a path and gives a plain record. A file that is not there or cannot be used raises FormatError, whose
+words name the file and the line. A row that a running program has not ended yet counts as not there. Masked data and
+absent cells are NaN.
 """
 import json
 from dataclasses import dataclass, field
@@ -100,7 +101,8 @@ class Progress:
 
 
 def read_progress(path):
-    """voxlith.aux. The row of the starting state shows the norm without its root; here it has its root like all others."""
+    """voxlith.aux. The row of the starting state shows the norm without its root; here it has its root like all
+    others."""
     rows = []
     for line_number, line in enumerate(_ended_lines(path), 1):
         if line_number <= 3 or not line.strip() or 'Iterations' in line:
@@ -199,7 +201,8 @@ def _log_line(log, line, iteration):
 
 
 def _add_terms(log, key, iteration, found):
-    """A continued run begins with the terms of the iteration before it, weighed by its own trade-off: these are not taken."""
+    """A continued run begins with the terms of the iteration before it, weighed by its own trade-off: these are not
+    taken."""
     terms = log.terms.setdefault(iteration, {})
     if key.startswith('model') or not terms.keys() & found.keys():
         terms.update(found)

@@ -8,7 +8,8 @@ from . import style
 
 
 def draw(survey, component, title):
-    """Observed and predicted share colours; the residual is centred on zero. Without a prediction only the first is drawn."""
+    """Observed and predicted share colours; the residual is centred on zero. Without a prediction only the first is
+    drawn."""
     panels = 1 if component.predicted is None else 3
     width, height = _panel_size(survey, panels)
     figure, axes = pyplot.subplots(1, panels, figsize=(panels * width + 0.9, height + 1.5), sharex=True, sharey=True,
@@ -34,7 +35,8 @@ def draw(survey, component, title):
 
 
 def _bar(figure, shown, panels, label):
-    bar = figure.colorbar(shown, ax=panels, location='bottom', shrink=0.8, aspect=18 * len(panels), pad=0.03, label=label)
+    bar = figure.colorbar(shown, ax=panels, location='bottom', shrink=0.8, aspect=18 * len(panels), pad=0.03,
+                          label=label)
     low, high = shown.get_clim()
     ticks = MaxNLocator(4 * len(panels)).tick_values(low, high)
     slack = 1e-6 * (high - low)
@@ -45,7 +47,7 @@ def _panel_size(survey, panels):
     """Inches of a panel, so that equal scales on both axes fill it."""
     dx, dy = np.ptp(survey.x) or 1.0, np.ptp(survey.y) or 1.0
     width = 5.0 if panels == 1 else 3.1
-    return width, float(np.clip(width * dy / dx, 1.2, 6.0))
+    return width, float(np.clip(width * dy / dx, 0.7, 6.0))
 
 
 def _field(panel, survey, values, colours, low, high):
@@ -55,6 +57,7 @@ def _field(panel, survey, values, colours, low, high):
     triangles = None if survey.lines else _triangles(x, y)
     if triangles is None:
         size = float(np.clip(9000.0 / max(len(x), 1), 6.0, 60.0))
+        panel.margins(0.08)
         shown = panel.scatter(x, y, c=values[valid], s=size, linewidth=0.0, cmap=colours, vmin=low, vmax=high)
     else:
         shown = panel.tricontourf(triangles, values[valid], levels=MaxNLocator(20).tick_values(low, high), cmap=colours)

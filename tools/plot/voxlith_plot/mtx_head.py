@@ -1,4 +1,4 @@
-"""The head of a sensitivity file in any of its three layouts: what it measures and the mesh. The rows are not touched."""
+"""The head of a sensitivity file in any of its three layouts: what it measures and the mesh. Rows are not touched."""
 import os
 import struct
 from dataclasses import dataclass
@@ -10,8 +10,8 @@ from .text_input import FormatError, Missing
 
 @dataclass
 class Mtx:
-    """Nodes as stored: z from the top down, as depth or as elevation. `padded_layers` below the layers of the mesh tells of a
-    surface style."""
+    """Nodes as stored: z from the top down, as depth or elevation. `padded_layers` below the layers of the mesh tells
+    of a surface style."""
     data_type: int
     n_data: int
     x_nodes: np.ndarray

@@ -52,7 +52,8 @@ def draw_single(place, component, title):
 
 
 def line_ranges(survey):
-    """(name, first, behind the last) of each stretch of records with one line name; a name that returns is a new line."""
+    """(name, first, behind the last) of each stretch of records with one line name; a name that returns is a new
+    line."""
     ranges, first = [], 0
     for i in range(1, len(survey.lines) + 1):
         if i == len(survey.lines) or survey.lines[i][0] != survey.lines[first][0]:
@@ -67,8 +68,8 @@ def draw_lines(survey, component, title):
     shown = ranges[:MOST_LINES]
     columns = min(len(shown), 4)
     rows = -(-len(shown) // columns)
-    figure, axes = pyplot.subplots(rows, columns, figsize=(2.5 * columns + 0.8, 1.7 * rows + 1.1), sharey=True, squeeze=False,
-                                   constrained_layout=True)
+    figure, axes = pyplot.subplots(rows, columns, figsize=(2.5 * columns + 0.8, 1.7 * rows + 1.1), sharey=True,
+                                   squeeze=False, constrained_layout=True)
     time = np.array([time for _, time in survey.lines])
     for panel in axes.flat[len(shown):]:
         panel.set_visible(False)

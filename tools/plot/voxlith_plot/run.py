@@ -1,6 +1,7 @@
 """The run in a folder: which files belong to it, and their numbers put together for the pictures.
 
-Nothing is read before a picture asks for it, so that a picture whose files are there is drawn though others are missing.
+Nothing is read before a picture asks for it, so that a picture whose files are there is drawn though others are
+missing.
 """
 import os
 from dataclasses import dataclass
@@ -27,7 +28,8 @@ def type_unit(code):
 
 @dataclass
 class Component:
-    """One component of the data in its unit; NaN where masked. `predicted` is None before a run has predicted anything."""
+    """One component of the data in its unit; NaN where masked. `predicted` is None before a run has predicted
+    anything."""
     name: str
     unit: str
     observed: np.ndarray
@@ -61,8 +63,8 @@ class Mesh:
 
 @dataclass
 class Model:
-    """One model type: values by (y, x, z), NaN in absent cells and in `air`, cells that bounds hold at zero. `number` counts
-    from 0."""
+    """One model type: values by (y, x, z), NaN in absent cells and in `air`, cells that bounds hold at zero. `number`
+    counts from 0."""
     number: int
     label: str
     quantity: str

@@ -14,7 +14,8 @@ LEAST_HEIGHT = 0.6  # inches of a vertical section before its scale is stretched
 
 
 def draw(mesh, model, bodies, title, at=None, whole=False, style_code=0):
-    """`at`: x, y, elevation of the sections; by default through the largest magnitude. `style_code`: the inversion style."""
+    """`at`: x, y, elevation of the sections; by default through the largest magnitude. `style_code`: the inversion
+    style."""
     window = _window(mesh, whole)
     where = _peak(mesh, model, window) if at is None else at
     cut = tuple(_cell(nodes, value, axis) for nodes, value, axis in
@@ -162,8 +163,8 @@ class _Page:
             a, b = getattr(body, across), sorted(sign * v for v in getattr(body, along))
             inside = getattr(body, axis)[0] < max(low, high) and getattr(body, axis)[1] > min(low, high)
             self.outlined.add(inside)
-            panel.add_patch(Rectangle((a[0], b[0]), a[1] - a[0], b[1] - b[0], fill=False, edgecolor='black', linewidth=1.1,
-                                      linestyle='-' if inside else (0, (4, 3)),
+            panel.add_patch(Rectangle((a[0], b[0]), a[1] - a[0], b[1] - b[0], fill=False, edgecolor='black',
+                                      linewidth=1.1, linestyle='-' if inside else (0, (4, 3)),
                                       path_effects=[withStroke(linewidth=2.4, foreground='white')]))
 
     def finish(self, title):
@@ -173,13 +174,14 @@ class _Page:
         height = self.figure.get_size_inches()[1]
         self.figure.suptitle(title, y=1.0 - 0.12 / height, va='top')
         upward = ('depth', -self.where[2]) if self.mesh.z[0] == 0.0 else ('elevation', self.where[2])
-        words = '%.4g %s at x %s, y %s, %s %s m' % (value, self.model.unit, metres(self.where[0]), metres(self.where[1]),
-                                                   upward[0], metres(upward[1]))
+        words = '%.4g %s at x %s, y %s, %s %s m' % (value, self.model.unit, metres(self.where[0]),
+                                                   metres(self.where[1]), upward[0], metres(upward[1]))
         if self.stretch > 1.0:
             words += ';  vertical scale of the sections stretched %g times' % self.stretch
         self.figure.text(0.5, 1.0 - 0.36 / height, words, ha='center', va='top', fontsize=8.5)
         handles = [Line2D([], [], color='black', linewidth=1.1, linestyle='-' if inside else (0, (4, 3)), label=label)
-                   for inside, label in ((True, 'true body, cut by the section'), (False, 'true body, beside the section'))
+                   for inside, label in ((True, 'true body, cut by the section'),
+                                         (False, 'true body, beside the section'))
                    if inside in self.outlined]
         if self.model.air is not None and self.model.air.any():
             handles.append(Patch(facecolor=GROUNDLESS, edgecolor='0.4', linewidth=0.6, label='held at zero (air)'))

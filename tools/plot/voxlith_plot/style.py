@@ -1,7 +1,7 @@
 """Colours, fonts and the saving of figures: one look for all pictures.
 
-Colours are those of Okabe and Ito (2008), told apart by colour-blind readers; maps are viridis, and the purple-to-orange PuOr
-centred on zero where the sign matters.
+Colours are those of Okabe and Ito (2008), told apart by colour-blind readers; maps are viridis, and PuOr, purple to
+orange, centred on zero where the sign matters.
 """
 import os
 

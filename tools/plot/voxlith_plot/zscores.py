@@ -39,7 +39,8 @@ def _histogram(panel, component):
     panel.hist(scores, bins=edges, weights=weights, color=style.BLUE, alpha=0.55, edgecolor='white', linewidth=0.4,
                label='data')
     z = np.linspace(-reach, reach, 801)
-    panel.plot(z, np.exp(-0.5 * z * z) / np.sqrt(2.0 * np.pi), color=style.VERMILION, linewidth=1.6, label='standard normal')
+    panel.plot(z, np.exp(-0.5 * z * z) / np.sqrt(2.0 * np.pi), color=style.VERMILION, linewidth=1.6,
+               label='standard normal')
     panel.set_xlim(-reach, reach)
     panel.set_ylim(0.0, panel.get_ylim()[1] * 1.2)
     masked = len(component.zscore) - len(scores)
