@@ -2,25 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <fstream>
-#include <nlohmann/json.hpp>
 
+#include "support/optimiser_problem.h"
 #include "support/plis_run.h"
 
 namespace voxlith {
 namespace {
 
 using nlohmann::json;
+using testing_support::evaluateTestFunction;
 using testing_support::PlisRun;
+using testing_support::readOptimiserData;
+using testing_support::relativeDifference;
 using testing_support::Vector;
-
-json readRecording(const std::string& name) {
-    std::ifstream in(std::string(VOXLITH_TEST_DATA) + "/optim/" + name);
-    if (!in)
-        throw std::runtime_error("cannot open " + name);
-    return json::parse(in);
-}
 
 PlisRun startOf(const json& recording) {
     PlisRun run(recording.at("method"), recording.at("n"), recording.at("m"), 0.0);
@@ -30,25 +24,6 @@ PlisRun startOf(const json& recording) {
     run.u = recording.at("u").get<Vector>();
     run.nbd = recording.at("nbd").get<std::vector<std::int32_t>>();
     return run;
-}
-
-double evaluate(const json& function, const Vector& x, Vector& g) {
-    if (function.at("kind") == "rosenbrock")
-        return testing_support::rosenbrockChain(x, g);
-    const Vector diag = function.at("diag");
-    const Vector off = function.at("off");
-    const Vector b = function.at("b");
-    double f = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        double product = diag[i] * x[i];
-        if (i > 0)
-            product += off[i - 1] * x[i - 1];
-        if (i + 1 < x.size())
-            product += off[i] * x[i + 1];
-        f += x[i] * (0.5 * product - b[i]);
-        g[i] = product - b[i];
-    }
-    return f;
 }
 
 std::string wordOf(const PlisRun& run) {
@@ -67,21 +42,11 @@ int stateOf(const std::string& word) {
     return word == "FG_LN" ? 3 : 0;
 }
 
-double relativeDifference(const Vector& x, const Vector& expected) {
-    double difference = 0.0;
-    double scale = 0.0;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        difference = std::max(difference, std::abs(x[i] - expected[i]));
-        scale = std::max(scale, std::abs(expected[i]));
-    }
-    return difference / scale;
-}
-
 class PlisRecording : public testing::TestWithParam<std::tuple<const char*, const char*>> {};
 
 // "replay": the recorded f and g are handed in. "live": they are computed, and rounding feeds back.
 TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
-    const json recording = readRecording(std::get<0>(GetParam()));
+    const json recording = readOptimiserData(std::get<0>(GetParam()));
     const std::string way = std::get<1>(GetParam());
     const json& spread = recording.at("spread").at(way);
     const std::size_t stableCalls = spread.at("stable_calls");
@@ -113,7 +78,7 @@ TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
         run.f = call.at("f");
         run.g = call.at("g").get<Vector>();
         if (way == "live")
-            run.f = evaluate(recording.at("function"), run.x, run.g);
+            run.f = evaluateTestFunction(recording.at("function"), run.x, run.g);
     }
     EXPECT_GT(point, 30u);
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "support/optimiser_problem.h"
 
@@ -14,17 +13,7 @@ using nlohmann::json;
 using testing_support::evaluateTestFunction;
 using testing_support::OptimiserRun;
 using testing_support::readOptimiserData;
-
-// Largest difference, relative to the largest component of the expected point.
-double relativeDifference(const std::vector<double>& x, const std::vector<double>& expected) {
-    double difference = 0.0;
-    double scale = 0.0;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        difference = std::max(difference, std::abs(x[i] - expected[i]));
-        scale = std::max(scale, std::abs(expected[i]));
-    }
-    return difference / std::max(scale, 1.0e-300);
-}
+using testing_support::relativeDifference;
 
 class RecordedCalls : public testing::TestWithParam<const char*> {};
 

@@ -1,6 +1,7 @@
 // Test problems of the optimisers, read from JSON files, and a driver that runs optimiserStep on them.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
@@ -24,6 +25,9 @@ nlohmann::json readOptimiserData(const std::string& name);
 //   chained                 4 (0.25 (x[1] - 1)^2 + sum over i > 1 of (x[i] - x[i-1]^2)^2)
 // zero_gradient_at lists gradient components, from 1, that are set to 0.
 double evaluateTestFunction(const nlohmann::json& description, const std::vector<double>& x, std::vector<double>& g);
+
+// Largest difference, relative to the largest component of the expected point.
+double relativeDifference(const std::vector<double>& x, const std::vector<double>& expected);
 
 // All arguments of optimiserStep for one problem.
 struct OptimiserRun {
@@ -127,6 +131,16 @@ inline double evaluateTestFunction(const nlohmann::json& description, const std:
             g.at(place - 1) = 0.0;
     }
     return f;
+}
+
+inline double relativeDifference(const std::vector<double>& x, const std::vector<double>& expected) {
+    double difference = 0.0;
+    double scale = 0.0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        difference = std::max(difference, std::abs(x[i] - expected[i]));
+        scale = std::max(scale, std::abs(expected[i]));
+    }
+    return difference / std::max(scale, 1.0e-300);
 }
 
 inline OptimiserRun::OptimiserRun(std::int32_t variables, std::int32_t corrections, double start)
