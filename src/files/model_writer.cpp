@@ -1,23 +1,16 @@
 #include <algorithm>
+#include <array>
 #include <cstddef>
 
 #include "files/model_file.h"
-#include "text/fixed_field.h"
+#include "text/exponent_lines.h"
 #include "text/output_file.h"
 
 namespace voxlith {
 
 namespace {
 
-constexpr int valueWidth = 14, valueDigits = 6;
-constexpr std::size_t lineBytes = valueWidth + 1;
 constexpr std::size_t linesAtOnce = 1024;  // within the room that the output buffer promises
-
-char* putLine(char* out, double value) {
-    out = putExponent(out, value, valueWidth, valueDigits);
-    *out = '\n';
-    return out + 1;
-}
 
 // The values of one column and the weights to divide them by; no weights, no division.
 struct Column {
@@ -30,22 +23,27 @@ double cellValue(const Column& column, std::size_t k) {
 }
 
 void writeCells(OutputFile& file, const Column& column, std::size_t first, std::size_t behind) {
+    std::array<double, linesAtOnce> divided;
     while (first < behind) {
-        const std::size_t end = std::min(behind, first + linesAtOnce);
-        char* const start = reserveOutput(file, (end - first) * lineBytes);
-        char* out = start;
-        for (; first < end; ++first) {
-            out = putLine(out, cellValue(column, first));
+        const std::size_t count = std::min(behind - first, linesAtOnce);
+        std::span<const double> values = column.value.subspan(first, count);
+        if (!column.weight.empty()) {
+            for (std::size_t n = 0; n < count; ++n) {
+                divided[n] = cellValue(column, first + n);
+            }
+            values = std::span<const double>(divided).first(count);
         }
-        commitOutput(file, static_cast<std::size_t>(out - start));
+        char* const start = reserveOutput(file, exponentLinesRoom(count));
+        commitOutput(file, static_cast<std::size_t>(putExponentLines(start, values) - start));
+        first += count;
     }
 }
 
 void writeRepeated(OutputFile& file, double value, std::size_t count) {
-    char line[lineBytes];
-    putLine(line, value);
+    std::array<char, exponentLinesRoom(1)> line;
+    putExponentLines(line.data(), std::span(&value, 1));
     for (; count > 0; --count) {
-        appendOutput(file, std::string_view(line, lineBytes));
+        appendOutput(file, std::string_view(line.data(), exponentLineBytes));
     }
 }
 

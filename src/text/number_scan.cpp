@@ -161,7 +161,8 @@ std::uint64_t eightDigits(const char* position, int& count) {
 constexpr std::array<std::uint64_t, 9> wholePowers = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
 // Joins the digits at `position` to the mantissa; gives the place behind them.
-const char* joinDigits(const char* position, const char* limit, std::uint64_t& mantissa) {
+[[gnu::always_inline]] inline const char* joinDigits(const char* position, const char* limit,
+                                                     std::uint64_t& mantissa) {
     if constexpr (std::endian::native == std::endian::little) {
         while (limit - position >= 8) {
             int count = 0;
@@ -192,7 +193,7 @@ const char* scanExponent(const char* position, std::int32_t& exponent) {
 }
 
 // Reads the usual spellings of at most 19 digits. Null pointer for everything else.
-const char* scanDecimal(const char* position, const char* limit, Decimal& decimal) {
+[[gnu::always_inline]] inline const char* scanDecimal(const char* position, const char* limit, Decimal& decimal) {
     decimal.negative = *position == '-';
     position += static_cast<int>(*position == '-') | static_cast<int>(*position == '+');
     const char* const first = position;
@@ -252,6 +253,26 @@ bool convertDecimal(const Decimal& decimal, Real& value) {
     const Bits topBit = Bits{1} << (precision - 1);
     const Bits sign = static_cast<Bits>(decimal.negative) << (8 * sizeof(Real) - 1);
     value = std::bit_cast<Real>(sign | ((static_cast<Bits>(field) << (precision - 1)) + (significand - topBit)));
+    return true;
+}
+
+// Powers of ten that a double holds exactly.
+constexpr std::array<double, 23> exactPowers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// A mantissa and a power that are both exact give the number with one operation and one rounding (W. D. Clinger, How to
+// read floating point numbers accurately, 1990). Short numbers are of this kind, the ones of model files among them.
+bool convertDecimal(const Decimal& decimal, double& value) {
+    constexpr auto highest = static_cast<std::int32_t>(exactPowers.size()) - 1;
+    constexpr std::uint64_t exactMantissas = std::uint64_t{1} << 53;
+    if (decimal.mantissa > exactMantissas || decimal.exponent > highest || decimal.exponent < -highest) {
+        return convertDecimal<double>(decimal, value);
+    }
+    const auto mantissa = static_cast<double>(static_cast<std::int64_t>(decimal.mantissa));
+    const double size = decimal.exponent < 0 ? mantissa / exactPowers[static_cast<std::size_t>(-decimal.exponent)]
+                                             : mantissa * exactPowers[static_cast<std::size_t>(decimal.exponent)];
+    const std::uint64_t sign = static_cast<std::uint64_t>(decimal.negative) << 63;
+    value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(size) | sign);
     return true;
 }
 
