@@ -48,6 +48,19 @@ class Convergence(Figures):
                 self.assertEqual(sum(len(line.get_xdata()) for line in marks), (run.progress.steps >= 0).sum(), case.__name__)
             self.assertIn('after %d iterations (finished)' % run.iteration, figure._suptitle.get_text())
 
+    def test_open_marks_where_the_model_stays(self):
+        """Iteration 12 takes three steps; 22 is one of the last ten, which repeats its row and the number of steps."""
+        folder = surveys.copy(surveys.gravity)
+        lines = surveys.read(folder, 'voxlith.aux').split('\n')
+        lines[15] = lines[15][:12] + '%14.4f' % 0.5 + lines[15][26:64] + '   3+'
+        lines[25] = lines[25][:12] + lines[24][12:64] + '   3+'
+        surveys.write(folder, 'voxlith.aux', '\n'.join(lines))
+        run = Run(folder)
+        self.assertEqual(list(run.progress.iteration[run.progress.steps > 0]), [12, 22])
+        marks = {line.get_label(): list(line.get_xdata()) for line in convergence.draw(run).axes[0].lines}
+        self.assertEqual(marks['conjugate gradients'], [12])
+        self.assertEqual(marks['conjugate gradients, model unchanged'], [22])
+
     def test_first_row_alone(self):
         folder = surveys.copy(surveys.gravity)
         lines = surveys.read(folder, 'voxlith.aux').split('\n')

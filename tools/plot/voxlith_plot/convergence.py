@@ -43,11 +43,20 @@ def draw(run):
 def _curve(panel, progress, values):
     panel.plot(progress.iteration, values, color=style.BLUE, linewidth=1.2, marker='.', markersize=3,
                label='each iteration')
-    for chosen, face, words in ((progress.steps > 0, style.VERMILION, 'conjugate gradients'),
-                                (progress.steps == 0, 'white', 'conjugate gradients, no step taken')):
+    marked = progress.steps >= 0
+    for chosen, face, words in ((marked & ~_unchanged(progress), style.VERMILION, 'conjugate gradients'),
+                                (marked & _unchanged(progress), 'white', 'conjugate gradients, model unchanged')):
         if chosen.any():
             panel.plot(progress.iteration[chosen], values[chosen], linestyle='none', marker='D', markersize=5,
                        markerfacecolor=face, markeredgecolor=style.VERMILION, label=words)
+
+
+def _unchanged(progress):
+    """Iterations that took no step. In the last ten of a run none is tried: the row repeats the one before, and the number
+    of steps is that of the last try."""
+    columns = np.stack([progress.misfit, progress.norm, progress.total])
+    repeated = np.append(False, (columns[:, 1:] == columns[:, :-1]).all(axis=0))
+    return repeated | (progress.steps == 0)
 
 
 def _logarithmic(panel, values):
