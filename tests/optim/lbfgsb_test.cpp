@@ -677,6 +677,22 @@ TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
     EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
 }
 
+// Only rounding makes a matrix singular: here it is spoilt in the workspace, where the layout says.
+TEST(Lbfgsb, AMatrixThatCannotBeFactoredDropsTheMemory) {
+    OptimiserRun run = runInItsThirdSearch();
+    while (run.wantsEvaluation()) {
+        run.f = rosenbrock(run.x, run.g);
+        run.call();
+    }
+    ASSERT_EQ(run.word(), "NEW_X");
+    ASSERT_GT(stateOf(run).corrections, 0);
+    run.wa[static_cast<std::size_t>(run.state.isave[5] - 1)] = -1.0e-30;
+    run.call();
+    ASSERT_EQ(run.word(), "FG_LNSRCH");
+    EXPECT_EQ(stateOf(run).corrections, 0);
+    EXPECT_EQ(stateOf(run).theta, 1.0);
+}
+
 // The first step shows strong curvature; from there the slope is straight, and the search goes on to the nearest bound,
 // which step times direction meets only up to rounding.
 TEST(Lbfgsb, ASearchToABoundEndsExactlyUponIt) {
