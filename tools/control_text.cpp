@@ -77,11 +77,14 @@ std::string controlText(const InitChoices& choices, const std::string& dataFile,
         text += product + "\n";
     }
     text += "\nWhat follows is not read.\n\n";
-    text += "Line 3, trade-off: larger gives a smoother model and a larger misfit. The RMS misfit should end near 1;\n";
-    text += "  above it a smaller trade-off or more iterations are needed, far below it noise is being fitted.\n";
+    text += "Line 3, trade-off: " + choices.tradeoffReason + ".\n";
+    text +=
+        "  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near 1: above it a "
+        "smaller\n";
+    text += "  trade-off or more iterations are needed, far below it noise is being fitted.\n";
     text += signReason(choices);
-    text += "Line 9: alphaS is 1/(2h)^2 for cells of h = " + shortText(choices.cell) +
-            ": differences between neighbours and the\n  values themselves then count alike over two cells.\n";
+    text += "Line 9: alphaS is 0.005/h for cells of h = " + shortText(choices.cell) +
+            ": smoothness rules within some ten cells, smallness beyond.\n";
     text +=
         "Line 12: the misfit of most runs changes little behind 100 iterations; a run can be continued with 1 on line "
         "1.\n";

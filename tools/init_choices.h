@@ -23,17 +23,25 @@ struct InitChoices {
     std::string unit;  // of the model
     std::int32_t sign = 0;
     double tradeoff = 0;
+    std::string tradeoffReason;
     double initial = 0;
     std::string bounds;
     double alphaS = 0;
     double cell = 0;  // size of the core's cells
     std::int32_t iterations = 0;
     std::int32_t modelTypes = 1;
+    std::vector<std::size_t> modelOf;   // model type (from 0) of each file
     std::vector<std::string> products;  // product definitions; empty for one file
 };
 
-// `files`: the sensitivity files in the order of the components of `data`. The trade-off is the wish, or that which the
-// program takes for the data type.
+// All but the trade-off. `files`: the sensitivity files in the order of the components of the data; their heads will
+// do.
 InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files, const InitWishes& wishes);
+
+// The trade-off: the wish, or that at which an inversion without bounds fits the data, or, for files whose rows
+// together are too many to be held for that, the one that the program takes for the data type. Reads `names` again,
+// with the rows that it needs. Throws RunError.
+void chooseTradeoff(const std::vector<std::string>& names, const SurveyTable& data, const InitWishes& wishes,
+                    const std::vector<std::unique_ptr<MtxFile>>& files, InitChoices& choices);
 
 }  // namespace voxlith

@@ -136,6 +136,7 @@ InitReport writeControlFile(const InitOptions& options) {
     InitWishes wishes = options.wishes;
     wishes.sign = options.sign == "negative" ? -1 : options.sign == "either" ? 0 : options.sign == "positive" ? 1 : 2;
     report.choices = chooseInitValues(files, wishes);
+    chooseTradeoff(options.mtxFiles, data, wishes, files, report.choices);
     report.text = controlText(report.choices, options.dataFile, options.mtxFiles);
     const auto file = std::make_unique<OutputFile>();
     openOutputFile(*file, options.outFile);

@@ -1,6 +1,7 @@
 #include "mtx_file.h"
 
 #include "sensitivity/mtx_reader.h"
+#include "sensitivity/working_rows.h"
 #include "text/messages.h"
 
 namespace voxlith {
@@ -25,7 +26,8 @@ void makeMeshRoom(MtxFile& file) {
 void loadRows(Sensitivity& sensitivity) {
     SparseCoefStore& store = sensitivity.store;
     store.totalCoef = store.rowOffset.back() - 1;
-    reserveStore(store, store.totalCoef, 0);
+    const std::int64_t rows = sensitivity.header.nData;
+    reserveStore(store, store.totalCoef, slackWordsFor(rows));
     loadMtxRows(sensitivity);
 }
 

@@ -74,13 +74,17 @@ std::vector<double> leadingNumbers(const std::string& line) {
     return numbers;
 }
 
-// "count", or "count components code ..." with a code for each component.
-bool isCountLine(const std::string& line, bool first) {
+// "count", or "count components code ..." with a code for each component; a line of the field has a strength in the
+// place of a code.
+bool isCountLine(const std::string& line) {
+    constexpr double mostCode = 99;
     const std::vector<double> numbers = leadingNumbers(line);
-    if (numbers.size() < 3 || !first) {
+    if (numbers.size() < 3) {
         return !numbers.empty();
     }
-    return numbers[1] >= 1 && numbers[1] <= maxFiles && numbers.size() == 2 + static_cast<std::size_t>(numbers[1]);
+    const bool fits =
+        numbers[1] >= 1 && numbers[1] <= maxFiles && static_cast<double>(numbers.size()) == 2 + numbers[1];
+    return fits && std::all_of(numbers.begin() + 2, numbers.end(), [](double code) { return code <= mostCode; });
 }
 
 MagneticHeader readMagneticHeader(ObsLines& source) {
@@ -223,7 +227,7 @@ SurveyTable readObservedData(const std::string& fileName, const ObsForm& form, s
     source.input.name = fileName;
     SurveyTable table;
     requireLine(source, "a header");
-    if (!isCountLine(source.line, true)) {
+    if (!isCountLine(source.line)) {
         table.header = readMagneticHeader(source);
         requireLine(source, "the number of data");
     }

@@ -109,8 +109,14 @@ void readComponents(const CsvReader& reader, const SurveyPlaces& places, const S
             table.deviation.push_back(0.0);
             continue;
         }
+        const double deviation = deviationOf(reader, place, columns, datum, defaultDeviation, summary);
+        // The quotient is what the inversion program holds.
+        const double quotient = datum / static_cast<double>(static_cast<float>(deviation));
+        if (!isValid(quotient) || !std::isfinite(quotient)) {
+            throwCsvField(reader, place.datum, "a datum of less than 1e30 deviations");
+        }
         table.data.push_back(datum);
-        table.deviation.push_back(deviationOf(reader, place, columns, datum, defaultDeviation, summary));
+        table.deviation.push_back(deviation);
     }
 }
 
