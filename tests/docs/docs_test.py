@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents and the manual pages to the programs.
 
-    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Links | ManualPages ...]
+    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | ManualPages ...]
 
 The commands in docs/ are run and what the documents show is compared with what the programs leave; options, messages and links are
 compared with the programs, the sources and the files. --accept writes what the programs leave into the documents.
@@ -207,6 +207,80 @@ class Messages(unittest.TestCase):
         for text in sorted(set(wanted) - spared):
             with self.subTest(message=text):
                 self.assertIn(text, documented)
+
+
+# Line of the control file, what stands there, and the message as the documents quote it.
+BROKEN_LINES = [
+    (1, '', '<control file>, line <n>: expected <what>, found "<text>"'),
+    (1, '0 7', 'Error: the number of MTX files must be between 1 and 6. Number specified was:<n>'),
+    (1, '0 1 0', 'Error: the number of number of data types must be between 1 and 6. Number specified was:<n>'),
+    (1, '0 1 1 9', 'Error: the number of number of model types must be between 1 and 6. Number specified was:<n>'),
+    (1, '0 1 1 2 a/b c', '<control file>, line 1: expected a model label without "/", found "<label>"'),
+    (1, '0 1 2 1', 'Error: the number of mtx product definitions is different to the number of observed data types'),
+    (1, '1', ' Model File <name> not found'),
+    (2, 'two', '<control file>, line <n>: expected the integer iMode, found "<text>"'),
+    (3, '0.01', '<control file>, line <n>: expected two numbers, trade-off and tolc, found "<text>"'),
+    (3, '0.01 0.02 1 400', ' The data file does not appear to have the required line/time values'),
+    (4, '', 'Error: the observed data file has not been defined'),
+    (4, 'absent.obs', 'Error: the observed data file does not exist:<name>'),
+    (4, 'words.txt', '<file>, line <n>: expected the number of data, found "<text>"'),
+    (4, 'short.obs', ' The number of data values in the file does not match the header count'),
+    (5, 'absent.mtx', 'Error: the mtx file does not exist:<name>'),
+    (5, 'gz.obs', '<file>: byte <n>: expected <what>, found <what>'),
+    (6, '-0.5', 'Error: the specified model value is invalid because it conflicts with the model positivity flag'),
+    (6, 'absent.den', ' Model File <name> not found'),
+    (7, 'block.msh', ' An error occurred while reading the model <name>'),
+    (8, 'absent.bnd', ' Bounds File <name> not found'),
+    (8, 'block.msh', ' Error occurred while reading the model <name>'),
+    (9, '1 1 1', '<control file>, line <n>: expected four numbers, alphaS alphaE alphaN alphaZ, found "<text>"'),
+    (9, '-1 1 1 1', 'Error: the alpha values cannot be negative. Values specified: <text>'),
+    (9, '0 0 0 0', 'Error: the alpha values cannot all be zero. Values specified: <text>'),
+    (10, 'absent.w', ' File <name> not found'),
+    (10, 'block.den', '<file>, line <n>: expected <what>, found the end of the file'),
+]
+
+
+class Stops(unittest.TestCase):
+    """Control files with one broken line end with the message that the documents quote, and with its exit status."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix='voxlith-docs-')
+        session = Session(cls.folder, build + os.pathsep + os.path.join(build, 'tools'))
+        for block in blocks_of(read(DOCS, 'formats.md')):
+            if block.kind == 'file':
+                session.write(block)
+            elif block.kind == 'run':
+                session.run(block)
+            if os.path.exists(os.path.join(cls.folder, 'voxlith.inp')):
+                break
+        cls.lines = read(cls.folder, 'voxlith.inp').split('\n')
+        with open(os.path.join(cls.folder, 'words.txt'), 'w') as f:
+            f.write('x y z\n')
+        with open(os.path.join(cls.folder, 'short.obs'), 'w') as f:
+            f.writelines(read(cls.folder, 'gz.obs').splitlines(keepends=True)[:-1])
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def test_broken_lines(self):
+        quoted = {message for name in STOP_PAGES for _, message in stops_quoted(name)}
+        for line, text, message in BROKEN_LINES:
+            with self.subTest(line=line, text=text):
+                self.assertIn(message, quoted)
+                lines = list(self.lines)
+                lines[line - 1] = text
+                with open(os.path.join(self.folder, 'broken.inp'), 'w') as f:
+                    f.write('\n'.join(lines))
+                done = subprocess.run([os.path.join(build, 'voxlith'), 'broken.inp'], cwd=self.folder, text=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
+                pattern = '.*'.join(re.escape(part) for part in re.split('<[^>]*>', message))
+                own = message.startswith(('Error', ' '))
+                self.assertRegex(done.stdout if own else done.stderr, '(?m)^%s *$' % pattern)
+                self.assertEqual(done.returncode, 0 if own else 2)
+                self.assertRegex(read(self.folder, 'voxlith.log') if line > 1 or text else message, '(?m)^' + pattern)
+                self.assertNotIn('VOXLITH ended on', read(self.folder, 'voxlith.log') if line > 1 or text else '')
 
 
 def anchors_of(text):
