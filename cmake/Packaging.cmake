@@ -1,0 +1,44 @@
+# What an installation holds, and the Debian package of it (cpack -G DEB in the build folder).
+include(CMakePackageConfigHelpers)
+
+install(TARGETS voxlith RUNTIME)
+if(TARGET voxlith-tools)
+    install(TARGETS voxlith-tools RUNTIME)
+endif()
+
+# The spline routines, for programs that call find_package(voxlith_spline).
+set(splineConfigFolder ${CMAKE_INSTALL_LIBDIR}/cmake/voxlith_spline)
+install(TARGETS voxlith_spline EXPORT voxlith_spline_targets ARCHIVE)
+install(FILES src/spline/voxlith_spline.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT voxlith_spline_targets FILE voxlith_splineConfig.cmake NAMESPACE voxlith:: DESTINATION ${splineConfigFolder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake DESTINATION ${splineConfigFolder})
+
+# Pictures of runs; the start script finds its modules in share/voxlith/plot.
+install(PROGRAMS tools/plot/voxlith-plot DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY tools/plot/voxlith_plot DESTINATION ${CMAKE_INSTALL_DATADIR}/voxlith/plot FILES_MATCHING PATTERN "*.py")
+
+install(FILES man/voxlith.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES man/voxlith-inp.5 man/voxlith-mtx.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# One file serves all three programs; the shell looks for it by the name of the program.
+foreach(program voxlith voxlith-tools voxlith-plot)
+    install(FILES completion/voxlith.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program})
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME voxlith)
+set(CPACK_PACKAGE_VENDOR "the VoxLith developers")
+set(CPACK_PACKAGE_CONTACT "the VoxLith developers <voxlith@example.org>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "inversion of gravity and magnetic survey data")
+set(CPACK_PACKAGE_DESCRIPTION
+    "VoxLith inverts gravity and magnetic survey data for a three-dimensional\n cell model of density or susceptibility. With it come tools that make meshes,\n sensitivity files and synthetic data, and pictures of a run.")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-matplotlib, python3-numpy")
+include(CPack)
