@@ -86,8 +86,8 @@ std::string controlText(const InitChoices& choices, const std::string& dataFile,
     text += "Line 9: alphaS is 0.005/h for cells of h = " + shortText(choices.cell) +
             ": smoothness rules within some ten cells, smallness beyond.\n";
     text +=
-        "Line 12: the misfit of most runs changes little behind 100 iterations; a run can be continued with 1 on line "
-        "1.\n";
+        "Line 12: the misfit of most runs changes little behind 100 iterations, or 200 where values meet a bound;\n";
+    text += "  a run goes on from where it ended with 1 on line 1.\n";
     if (!choices.products.empty()) {
         text += "Behind line 12: for each component the number of products, then sensitivity file, model, factor.\n";
     }

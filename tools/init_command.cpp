@@ -116,7 +116,7 @@ CLI::App* addInitCommand(CLI::App& tools, InitOptions& options) {
     command->add_option("--bounds", options.wishes.bounds, "lower,upper of the model, or null (default: by the sign)");
     command->add_option("--tradeoff", options.wishes.tradeoff, "Trade-off (default: by the data)")
         ->check(CLI::PositiveNumber);
-    command->add_option("--iterations", options.wishes.iterations, "Iterations (default: 100)")
+    command->add_option("--iterations", options.wishes.iterations, "Iterations (default: 100; 200 with a sign)")
         ->check(CLI::Range(1, 99999));
     command->footer(initExamples);
     return command;
