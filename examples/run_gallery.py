@@ -4,8 +4,9 @@
     run_gallery.py [--build DIR] [--work DIR] [--only NAME ...]
     run_gallery.py --pictures [--docs DIR]
 
-The page, docs/gallery.md, shows of each example what it is about, what it found, how long it took, and the pictures that its list
-PICTURES names ('sections' if it has none). Pictures need matplotlib. The exit status is 1 when an example fails its check.
+The page, docs/gallery.md, shows of each example what it is about, what it found, how long it took, and the pictures
+that its list PICTURES names ('sections' if it has none). Pictures need Matplotlib. The exit status is 1 when an example
+fails its check; the page is not written then.
 """
 import argparse
 import os
@@ -33,14 +34,16 @@ HEAD = """# The gallery of examples
 Each example starts from nothing, makes its own data with noise, inverts them and is held to what it must recover.
 `python3 examples/run_example.py NAME` runs one of them, `python3 examples/run_gallery.py` runs and checks them all.
 `python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
-those of the last such run, for the whole example with the making of data and sensitivity files; another machine has others.
+those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the
+machine. [pictures-of-a-run.md](pictures-of-a-run.md) tells how to read the pictures.
 """
 
 
 def run_one(name, asked):
     """Runs an example with its check: (passed, seconds, what it said, its folder)."""
     folder = os.path.join(asked.work, name)
-    command = [sys.executable, os.path.join(HERE, 'run_example.py'), name, '--build', asked.build, '--work', folder, '--check']
+    command = [sys.executable, os.path.join(HERE, 'run_example.py'), name, '--build', asked.build, '--work', folder,
+               '--check']
     start = time.monotonic()
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     return done.returncode == 0, time.monotonic() - start, done.stdout, folder
@@ -54,7 +57,7 @@ def findings(name, said):
 
 
 def small_copy(source, target):
-    """A picture with a palette of 256 colours: a third of the size, and no colour is off by more than a few steps in 255."""
+    """A picture with a palette of 256 colours: a third of the size, no colour off by more than a few steps in 255."""
     from PIL import Image
     with Image.open(source) as picture:
         palette = picture.convert('RGB').quantize(256, method=Image.Quantize.MAXCOVERAGE, dither=Image.Dither.NONE)
@@ -78,14 +81,16 @@ def chapter(name, seconds, said, pictures):
     title, _, story = run_example.load(name).__doc__.strip().partition('\n\n')
     parts = ['## %s\n\n%s\n' % (name, title)]
     parts += [story.strip() + '\n'] if story.strip() else []
-    parts += ['![%s: %s](%s)\n\n*%s*\n' % (name, picture, target, CAPTIONS[picture.split('_')[0]]) for picture, target in pictures]
-    parts.append('The whole example took %.0f s and says:\n\n```\n%s\n```\n' % (max(seconds, 1.0), findings(name, said)))
+    parts += ['![%s: %s](%s)\n\n*%s*\n' % (name, picture, target, CAPTIONS[picture.split('_')[0]])
+              for picture, target in pictures]
+    parts.append('The whole example took %.1f s and says:\n\n```\n%s\n```\n' % (seconds, findings(name, said)))
     return '\n'.join(parts)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'), help='where the programs were built')
+    parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'),
+                        help='where the programs were built')
     parser.add_argument('--work', help='the folder of the runs (default: examples-out in the build folder)')
     parser.add_argument('--only', nargs='+', choices=run_example.names(), metavar='NAME', help='some examples alone')
     parser.add_argument('--pictures', action='store_true', help='draw pictures and write the page')

@@ -22,8 +22,8 @@ class Page(unittest.TestCase):
         self.assertEqual(sorted(chapters), run_example.names())
         for name, text in chapters.items():
             example = run_example.load(name)
-            self.assertIn(example.__doc__.strip(), text, 'the page does not say what %s says: run_gallery.py --pictures' % name)
-            self.assertRegex(text, r'The whole example took \d+ s')
+            self.assertIn(example.__doc__.strip(), text, '%s has changed: run_gallery.py --pictures' % name)
+            self.assertRegex(text, r'The whole example took \d+\.\d s')
             shown = re.findall(r'\]\(pictures/%s_(\w+)\.png\)' % name, text)
             self.assertEqual(shown, getattr(example, 'PICTURES', ['sections']))
 
@@ -37,7 +37,8 @@ class Page(unittest.TestCase):
 
 class Command(unittest.TestCase):
     def test_findings(self):
-        said = run_example.load('two_blocks').__doc__.strip() + '\n\n$ voxlith a\n    4 s\nRMS 1\n\n\n\nmore\n\nAll files are in x.\n'
+        said = run_example.load('two_blocks').__doc__.strip()
+        said += '\n\n$ voxlith a\n    4 s\nRMS 1\n\n\n\nmore\n\nAll files are in x.\n'
         self.assertEqual(run_gallery.findings('two_blocks', said), 'RMS 1\n\nmore')
 
     def test_palette_keeps_the_colours(self):
