@@ -6,25 +6,12 @@ voxlith_appden.csv, which is compared with the truth. The table holds the values
 the depth weight; with a single layer there is nothing to weigh, so the file is made without one and the table holds
 densities.
 """
-from gallery import Body, Mesh, correlation, grid, read_values, rms, write_bodies, write_stations, write_values
+from gallery import Body, Mesh, correlation, grid, rms
+from surface_survey import columns_of, invert, measure, write_truth
 
 MESH = Mesh(30 * [50], 30 * [50], 6 * [50])
 BODIES = [Body('dense square', (300, 650), (700, 1050), (0, 300), 0.30),
           Body('light strip', (950, 1200), (300, 1200), (0, 300), -0.20)]
-
-CONTROL = """0                      ! a new run
-2 0 0                  ! fixed trade-off, no background removal
-0.003 0.02 0           ! trade-off, -, densities of either sign
-gz.obs                 ! observed data
-gz.mtx                 ! sensitivities
-0.0                    ! initial model, g/cm3
-0.0                    ! reference model
-null                   ! bounds
-0.0001 1. 1. 1.        ! alphaS, alphaE, alphaN, alphaZ
-null                   ! weighting
-null                   ! data offset
-60                     ! iterations
-"""
 
 
 def true_density(x, y):
@@ -32,19 +19,10 @@ def true_density(x, y):
 
 
 def run(bench, report):
-    MESH.write(bench.path('mesh.msh'))
-    write_values(bench.path('true.den'), MESH.model(BODIES))
-    write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
-    write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
-    bench.write('voxlith.inp', CONTROL)
-    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
-                '--out', 'gz.obs', '--noise', '0,0.02', '--seed', 6)
-    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx', '--style', 2,
-                '--depth-weight', 'none')
-    seconds = bench.voxlith('voxlith.inp')
-    report.misfit(bench.progress(), 1.2)
-    model = read_values(bench.path('voxlith.den'))
-    columns = [model[p:p + MESH.nz] for p in range(0, len(model), MESH.nz)]
+    write_truth(bench, MESH, BODIES)
+    measure(bench, grid(125, 1375, 26, 125, 1375, 26, 2.0), 0.02, 6)
+    model, seconds = invert(bench, report, 2, 0.003, 60, '--depth-weight', 'none')
+    columns = columns_of(MESH, model)
     report.require(all(min(c) == max(c) for c in columns), 'a column has more than one density')
     with open(bench.path('voxlith_appden.csv')) as f:
         rows = [[float(word) for word in line.split(',')] for line in f.readlines()[1:]]

@@ -6,7 +6,8 @@ the rock. What lies between is shared, so both are found a quarter too weak.
 """
 import os
 
-from gallery import Body, Mesh, correlation, grid, read_values, write_bodies, write_stations, write_values
+from gallery import Body, Mesh, correlation, grid
+from surface_survey import columns_of, invert, measure, write_truth
 
 MESH = Mesh(30 * [50], 30 * [50], [50] + 3 * [100])
 COVER = [Body('first patch', (300, 450), (300, 450), (0, 50), -0.4),
@@ -14,36 +15,12 @@ COVER = [Body('first patch', (300, 450), (300, 450), (0, 50), -0.4),
          Body('third patch', (700, 850), (1050, 1200), (0, 50), -0.4)]
 ROCK = [Body('dense block', (450, 1000), (500, 950), (50, 350), 0.3)]
 
-CONTROL = """0                      ! a new run
-2 0 0                  ! fixed trade-off, no background removal
-0.005 0.02 0           ! trade-off, -, densities of either sign
-gz.obs                 ! observed data
-gz.mtx                 ! sensitivities
-0.0                    ! initial model, g/cm3
-0.0                    ! reference model
-null                   ! bounds
-0.0001 1. 1. 1.        ! alphaS, alphaE, alphaN, alphaZ
-null                   ! weighting
-null                   ! data offset
-100                    ! iterations
-"""
-
 
 def run(bench, report):
-    MESH.write(bench.path('mesh.msh'))
-    truth = MESH.model(COVER + ROCK)
-    write_values(bench.path('true.den'), truth)
-    write_bodies(bench.path('true_bodies.json'), MESH, COVER + ROCK)
-    write_stations(bench.path('stations.obs'), grid(125, 1375, 26, 125, 1375, 26, 2.0))
-    bench.write('voxlith.inp', CONTROL)
-    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 'stations.obs', '--type', 'gz', '--model', 'true.den',
-                '--out', 'gz.obs', '--noise', '0,0.01', '--seed', 7)
-    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'gz.mtx', '--style', 3,
-                '--depth-weight', '200,2')
-    seconds = bench.voxlith('voxlith.inp')
-    report.misfit(bench.progress(), 1.2)
-    model = read_values(bench.path('voxlith.den'))
-    columns = [model[p:p + MESH.nz] for p in range(0, len(model), MESH.nz)]
+    truth = write_truth(bench, MESH, COVER + ROCK)
+    measure(bench, grid(125, 1375, 26, 125, 1375, 26, 2.0), 0.01, 7)
+    model, seconds = invert(bench, report, 3, 0.005, 100, '--depth-weight', '200,2')
+    columns = columns_of(MESH, model)
     report.require(all(min(c[1:]) == max(c[1:]) for c in columns), 'a column has more than one density below the cover')
     report.require(not os.path.exists(bench.path('voxlith_appden.csv')), 'voxlith_appden.csv belongs to styles 1 and 2')
     places = [(y, x) for y in MESH.y for x in MESH.x]
