@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "progress_line.h"
+
 namespace voxlith {
 
 namespace {
@@ -191,7 +193,9 @@ Triangulation triangulate(std::vector<GridPoint> points) {
         ring->assign(at(count), none);
     }
     startFan(growth, apex);
+    ProgressLine progress("points of the surface", made.point.size());
     for (std::int32_t point = apex + 1; point < count; ++point) {
+        progress.show(at(point));
         joinPoint(growth, point);
         while (!growth.open.empty()) {
             const std::int32_t edge = growth.open.back();
