@@ -29,9 +29,7 @@ struct ProductRig {
     std::vector<double> columnSums;  // padded array
     std::uint64_t bits = 0;          // of the memory pass: used, so that the pass is not left out
 
-    std::span<const std::int32_t> words() const {
-        return {store.words.get(), static_cast<std::size_t>(store.slackWords + 2 * store.capacity)};
-    }
+    std::span<const std::int32_t> words() const { return wordsOf(store); }
 };
 
 std::vector<float> randomValues(std::size_t count) {
@@ -48,7 +46,7 @@ void fillStore(SparseCoefStore& store, const RowPattern& pattern, std::span<cons
     for (const std::int64_t offset : pattern.offset) {
         store.rowOffset.push_back(offset + 1);
     }
-    reserveStore(store, pattern.offset.back(), slackWordsFor(static_cast<std::int64_t>(pattern.rowCount())));
+    reserveStore(store, pattern.offset.back());
     for (std::size_t r = 0; r < pattern.rowCount(); ++r) {
         const RawRow row = rawRowOf(store, r);
         const auto first = static_cast<std::size_t>(pattern.offset[r]);
@@ -57,7 +55,6 @@ void fillStore(SparseCoefStore& store, const RowPattern& pattern, std::span<cons
             row.coefValue[p] = std::bit_cast<std::int32_t>(values[first + p]);
         }
     }
-    std::fill_n(store.words.get(), store.slackWords, 0);
     arrangeStore(store, pattern.rowCount(), 1, pattern.paddedCount);
 }
 
@@ -70,7 +67,7 @@ void multiply(ProductRig& rig) {
 void multiplyTransposed(ProductRig& rig) {
     const WorkingRows& rows = rig.store.working[0];
     std::fill(rig.columnSums.begin(), rig.columnSums.end(), 0.0);
-    gatherInUse(rows, rig.columnSums, rig.store.compact);
+    std::fill(rig.store.compact.begin(), rig.store.compact.end(), 0.0);
     addRowsToCompact(rows, rig.words(), rig.residual, rig.store.compact, widestInstructionSet());
     scatterInUse(rows, rig.store.compact, rig.columnSums);
 }
@@ -117,21 +114,21 @@ std::shared_ptr<ProductRig> makeRig(const RowPattern& pattern) {
 std::string describeWorkingForm(const ProductRig& rig) {
     const WorkingRows& rows = rig.store.working[0];
     std::int64_t words = 0;
-    std::array<std::int64_t, 9> rowsInGroupsOf{};
-    for (const RowGroup& group : rows.groups) {
-        const bool inBlocks = group.form == RowForm::blocks;
-        words +=
-            inBlocks ? group.count * static_cast<std::int64_t>(blockWidth) * (1 + group.rowCount) : 2 * group.count;
-        rowsInGroupsOf.at(static_cast<std::size_t>(group.rowCount)) += group.rowCount;
+    std::array<std::int64_t, 9> wordsInRunsOf{};
+    for (const RowRun& run : rows.runs) {
+        words += wordsOfRun(run);
+        wordsInRunsOf.at(static_cast<std::size_t>(run.rowCount)) += wordsOfRun(run);
     }
-    std::array<char, 200> text{};
+    const auto percent = [&](std::size_t rowCount) {
+        return 100.0 * static_cast<double>(wordsInRunsOf.at(rowCount)) / static_cast<double>(words);
+    };
+    std::array<char, 240> text{};
     const auto coefficients = static_cast<double>(rig.store.capacity);
     std::snprintf(text.data(), text.size(),
-                  "%.1f million coefficients, %.2f bytes each in working form; %zu of %zu positions in use; rows in "
-                  "groups of 8: %lld, of 4: %lld, alone: %lld",
+                  "%.1f million coefficients, %.2f bytes each in working form; %zu of %zu positions in use; bytes in "
+                  "runs of 8 rows: %.0f %%, of 4: %.0f %%, of 2: %.0f %%, of one: %.0f %%",
                   1e-6 * coefficients, 4.0 * static_cast<double>(words) / coefficients, rows.positionsInUse.size(),
-                  rig.padded.size(), static_cast<long long>(rowsInGroupsOf[8]),
-                  static_cast<long long>(rowsInGroupsOf[4]), static_cast<long long>(rowsInGroupsOf[1]));
+                  rig.padded.size(), percent(8), percent(4), percent(2), percent(1));
     return text.data();
 }
 

@@ -26,8 +26,7 @@ void makeMeshRoom(MtxFile& file) {
 void loadRows(Sensitivity& sensitivity) {
     SparseCoefStore& store = sensitivity.store;
     store.totalCoef = store.rowOffset.back() - 1;
-    const std::int64_t rows = sensitivity.header.nData;
-    reserveStore(store, store.totalCoef, slackWordsFor(rows));
+    reserveStore(store, store.totalCoef);
     loadMtxRows(sensitivity);
 }
 

@@ -139,9 +139,9 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
 
 // Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into
 // it.
-bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t slackWords) {
+bool reserveCoefficients(SparseCoefStore& store, std::int64_t count) {
     try {
-        reserveStore(store, count, slackWords);
+        reserveStore(store, count);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -217,8 +217,7 @@ void allocateCoefStore(RunState& run) {
     for (const std::int64_t count : sensitivity.header.coefficientCount)
         store.totalCoef += count;
     sensitivity.idisk = 0;
-    const std::int64_t rows = std::int64_t{sensitivity.header.nData} * run.control.nMtx;
-    if (reserveCoefficients(store, store.totalCoef, slackWordsFor(rows))) {
+    if (reserveCoefficients(store, store.totalCoef)) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
     }
@@ -229,7 +228,7 @@ void allocateCoefStore(RunState& run) {
     }
     sensitivity.idisk = 1;
     screenAndLogLine(run.messages, " Not enough memory available so idisk was switched to 1");
-    if (!reserveCoefficients(store, store.rowMax, 0))
+    if (!reserveCoefficients(store, store.rowMax))
         fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the compression coefficient arrays",
                                                   std::bad_alloc()));
     run.memoryTally += storeBytes(store.rowMax);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -12,73 +11,67 @@ namespace {
 
 // Eight lanes, whatever registers they take.
 using Lanes = double __attribute__((vector_size(64)));
-using FloatLanes = float __attribute__((vector_size(32)));
 
+// Sums of the rows of a slab, eight lanes each.
+struct alignas(64) SlabSums {
+    std::array<double, slabRows * blockWidth> lane{};
+};
+
+// Lane by lane: of this, compilers make one conversion where the machine has it, of a conversion of the whole they do
+// not.
 [[gnu::always_inline]] inline void loadValues(const std::int32_t* words, Lanes& values) {
-    FloatLanes narrow;
-    std::memcpy(&narrow, words, sizeof narrow);
-    values = __builtin_convertvector(narrow, Lanes);
-}
-
-// The places of a block often follow one another: then they are one load and one store. Places rise but for the spare
-// place, which may stand several times at the end: the last but one tells.
-[[gnu::always_inline]] inline bool areAdjacent(const std::int32_t* place) {
-    return place[7] - place[0] == 7 && place[6] - place[0] == 6;
-}
-
-[[gnu::always_inline]] inline void loadPlaces(const double* compact, const std::int32_t* place, Lanes& lanes) {
-    if (areAdjacent(place)) {
-        std::memcpy(&lanes, compact + place[0], sizeof lanes);
-    } else {
-        lanes = Lanes{compact[place[0]], compact[place[1]], compact[place[2]], compact[place[3]],
-                      compact[place[4]], compact[place[5]], compact[place[6]], compact[place[7]]};
+    std::array<float, blockWidth> narrow;
+    std::memcpy(narrow.data(), words, sizeof narrow);
+    for (std::size_t l = 0; l < blockWidth; ++l) {
+        values[l] = static_cast<double>(narrow[l]);
     }
 }
 
-[[gnu::always_inline]] inline void storePlaces(const Lanes& lanes, const std::int32_t* place, double* compact) {
-    if (areAdjacent(place)) {
-        std::memcpy(compact + place[0], &lanes, sizeof lanes);
-    } else {
-        for (std::size_t l = 0; l < blockWidth; ++l) {
-            compact[place[l]] = lanes[l];
-        }
-    }
+[[gnu::always_inline]] inline std::size_t placeAt(const std::int32_t* block, std::size_t l) {
+    std::uint16_t place = 0;
+    std::memcpy(&place, reinterpret_cast<const unsigned char*>(block) + l * sizeof place, sizeof place);
+    return place;
 }
 
-[[gnu::always_inline]] inline double sumOfLanes(const Lanes& lanes) {
+[[gnu::always_inline]] inline double sumOfLanes(const double* lanes) {
     return ((lanes[0] + lanes[4]) + (lanes[2] + lanes[6])) + ((lanes[1] + lanes[5]) + (lanes[3] + lanes[7]));
 }
 
 template <std::size_t rows>
-[[gnu::always_inline]] inline void multiplyGroup(const std::int32_t* words, std::int64_t blocks, const double* compact,
-                                                 double* out) {
-    std::array<Lanes, rows> sum{};
-    for (std::int64_t block = 0; block < blocks; ++block, words += blockWidth * (rows + 1)) {
-        Lanes lanes;
-        loadPlaces(compact, words, lanes);
+[[gnu::always_inline]] inline void multiplyBlocks(const std::int32_t* block, std::int64_t blocks, const double* band,
+                                                  double* rowLanes) {
+    std::array<Lanes, rows> sum;
+    std::memcpy(sum.data(), rowLanes, sizeof sum);
+    for (; blocks > 0; --blocks, block += wordsOfBlock(rows)) {
+        const Lanes model{band[placeAt(block, 0)], band[placeAt(block, 1)], band[placeAt(block, 2)],
+                          band[placeAt(block, 3)], band[placeAt(block, 4)], band[placeAt(block, 5)],
+                          band[placeAt(block, 6)], band[placeAt(block, 7)]};
         for (std::size_t g = 0; g < rows; ++g) {
             Lanes values;
-            loadValues(words + blockWidth * (g + 1), values);
-            sum[g] += values * lanes;
+            loadValues(block + wordsOfPlaces + blockWidth * g, values);
+            sum[g] += values * model;
         }
     }
-    for (std::size_t g = 0; g < rows; ++g) {
-        out[g] = sumOfLanes(sum[g]);
-    }
+    std::memcpy(rowLanes, sum.data(), sizeof sum);
 }
 
+// The places that fill up a block are added to as well, one after the other, with sums of 0.
 template <std::size_t rows>
-[[gnu::always_inline]] inline void addGroup(const std::int32_t* words, std::int64_t blocks, const double* factor,
-                                            double* compact) {
-    for (std::int64_t block = 0; block < blocks; ++block, words += blockWidth * (rows + 1)) {
-        Lanes lanes;
-        loadPlaces(compact, words, lanes);
-        for (std::size_t g = 0; g < rows; ++g) {
-            Lanes values;
-            loadValues(words + blockWidth * (g + 1), values);
-            lanes += values * factor[g];
+[[gnu::always_inline]] inline void addBlocks(const std::int32_t* block, std::int64_t blocks, const double* factor,
+                                             double* band) {
+    for (; blocks > 0; --blocks, block += wordsOfBlock(rows)) {
+        Lanes values;
+        loadValues(block + wordsOfPlaces, values);
+        Lanes sum = values * factor[0];
+        for (std::size_t g = 1; g < rows; ++g) {
+            loadValues(block + wordsOfPlaces + blockWidth * g, values);
+            sum += values * factor[g];
         }
-        storePlaces(lanes, words, compact);
+        std::array<double, blockWidth> lane;
+        std::memcpy(lane.data(), &sum, sizeof lane);
+        for (std::size_t l = 0; l < blockWidth; ++l) {
+            band[placeAt(block, l)] += lane[l];
+        }
     }
 }
 
@@ -88,13 +81,11 @@ float valueAt(const std::int32_t* word) {
     return value;
 }
 
-void multiplyAnyOrder(const std::int32_t* words, std::int64_t count, const double* compact, double* out) {
-    Lanes sum{};
+void multiplyAnyOrder(const std::int32_t* words, std::int64_t count, const double* compact, double* rowLanes) {
     for (std::int64_t p = 0; p < count; ++p) {
-        sum[static_cast<std::size_t>(p) % blockWidth] +=
+        rowLanes[static_cast<std::size_t>(p) % blockWidth] +=
             static_cast<double>(valueAt(words + count + p)) * compact[words[p]];
     }
-    *out = sumOfLanes(sum);
 }
 
 void addAnyOrder(const std::int32_t* words, std::int64_t count, double factor, double* compact) {
@@ -104,36 +95,38 @@ void addAnyOrder(const std::int32_t* words, std::int64_t count, double factor, d
 }
 
 // Infinities and NaN meet only the coefficients that a row really has: places filled up with 0 are passed over.
-void multiplyCarefully(const RowGroup& group, const std::int32_t* words, const double* compact, double* out) {
-    const auto rows = static_cast<std::size_t>(group.rowCount);
-    for (std::size_t g = 0; g < rows; ++g) {
-        Lanes sum{};
-        for (std::int64_t block = 0; block < group.count; ++block) {
-            const std::int32_t* at = words + block * static_cast<std::int64_t>(blockWidth * (rows + 1));
+template <typename Visit>
+void visitCoefficients(const RowRun& run, const std::int32_t* block, Visit visit) {
+    for (std::int32_t b = 0; b < run.count; ++b, block += wordsOfBlock(run.rowCount)) {
+        for (std::size_t g = 0; g < static_cast<std::size_t>(run.rowCount); ++g) {
             for (std::size_t l = 0; l < blockWidth; ++l) {
-                const float value = valueAt(at + blockWidth * (g + 1) + l);
+                const float value = valueAt(block + wordsOfPlaces + blockWidth * g + l);
                 if (value != 0.0F) {
-                    sum[l] += static_cast<double>(value) * compact[at[l]];
+                    visit(g, l, placeAt(block, l), static_cast<double>(value));
                 }
             }
         }
-        out[g] = sumOfLanes(sum);
     }
 }
 
-void addCarefully(const RowGroup& group, const std::int32_t* words, const double* factor, double* compact) {
-    const auto rows = static_cast<std::size_t>(group.rowCount);
-    for (std::int64_t block = 0; block < group.count; ++block) {
-        const std::int32_t* at = words + block * static_cast<std::int64_t>(blockWidth * (rows + 1));
-        for (std::size_t g = 0; g < rows; ++g) {
-            for (std::size_t l = 0; l < blockWidth; ++l) {
-                const float value = valueAt(at + blockWidth * (g + 1) + l);
-                if (value != 0.0F) {
-                    compact[at[l]] += static_cast<double>(value) * factor[g];
-                }
-            }
-        }
+void multiplyCarefully(const RowRun& run, const std::int32_t* words, const double* compact, double* rowLanes) {
+    if (run.form == RunForm::anyOrder) {
+        multiplyAnyOrder(words, run.count, compact, rowLanes);
+        return;
     }
+    visitCoefficients(run, words, [&](std::size_t g, std::size_t l, std::size_t place, double value) {
+        rowLanes[blockWidth * g + l] += value * compact[static_cast<std::size_t>(run.firstPlace) + place];
+    });
+}
+
+void addCarefully(const RowRun& run, const std::int32_t* words, const double* factor, double* compact) {
+    if (run.form == RunForm::anyOrder) {
+        addAnyOrder(words, run.count, *factor, compact);
+        return;
+    }
+    visitCoefficients(run, words, [&](std::size_t g, std::size_t, std::size_t place, double value) {
+        compact[static_cast<std::size_t>(run.firstPlace) + place] += value * factor[g];
+    });
 }
 
 bool allFinite(std::span<const double> values) {
@@ -151,80 +144,95 @@ bool allFinite(std::span<const double> values) {
     return std::all_of(sum.begin(), sum.end(), [](double lane) { return lane == 0.0; });
 }
 
-[[gnu::always_inline]] inline void multiplyOne(const RowGroup& group, const std::int32_t* store, const double* compact,
-                                               double* out) {
-    const std::int32_t* words = store + group.firstWord;
-    out += group.firstRow;
-    if (group.form == RowForm::anyOrder) {
-        multiplyAnyOrder(words, group.count, compact, out);
-    } else if (group.rowCount == 8) {
-        multiplyGroup<8>(words, group.count, compact, out);
-    } else if (group.rowCount == 4) {
-        multiplyGroup<4>(words, group.count, compact, out);
+[[gnu::always_inline]] inline void multiplyOne(const RowRun& run, const std::int32_t* words, const double* compact,
+                                               double* rowLanes) {
+    const double* const band = compact + run.firstPlace;
+    if (run.form == RunForm::anyOrder) {
+        multiplyAnyOrder(words, run.count, compact, rowLanes);
+    } else if (run.rowCount == 8) {
+        multiplyBlocks<8>(words, run.count, band, rowLanes);
+    } else if (run.rowCount == 4) {
+        multiplyBlocks<4>(words, run.count, band, rowLanes);
+    } else if (run.rowCount == 2) {
+        multiplyBlocks<2>(words, run.count, band, rowLanes);
     } else {
-        multiplyGroup<1>(words, group.count, compact, out);
+        multiplyBlocks<1>(words, run.count, band, rowLanes);
     }
 }
 
-[[gnu::always_inline]] inline void addOne(const RowGroup& group, const std::int32_t* store, const double* factor,
+[[gnu::always_inline]] inline void addOne(const RowRun& run, const std::int32_t* words, const double* factor,
                                           double* compact) {
-    const std::int32_t* words = store + group.firstWord;
-    factor += group.firstRow;
-    if (group.form == RowForm::anyOrder) {
-        addAnyOrder(words, group.count, *factor, compact);
-    } else if (group.rowCount == 8) {
-        addGroup<8>(words, group.count, factor, compact);
-    } else if (group.rowCount == 4) {
-        addGroup<4>(words, group.count, factor, compact);
+    double* const band = compact + run.firstPlace;
+    if (run.form == RunForm::anyOrder) {
+        addAnyOrder(words, run.count, *factor, compact);
+    } else if (run.rowCount == 8) {
+        addBlocks<8>(words, run.count, factor, band);
+    } else if (run.rowCount == 4) {
+        addBlocks<4>(words, run.count, factor, band);
+    } else if (run.rowCount == 2) {
+        addBlocks<2>(words, run.count, factor, band);
     } else {
-        addGroup<1>(words, group.count, factor, compact);
+        addBlocks<1>(words, run.count, factor, band);
     }
 }
 
-using MultiplyPass = void (*)(std::span<const RowGroup>, const std::int32_t*, const double*, double*);
-using AddPass = void (*)(std::span<const RowGroup>, const std::int32_t*, const double*, double*);
+// Both passes take the runs of one slab; `sums` begins with the slab's first row, `factor` with the file's.
+using MultiplyPass = void (*)(std::span<const RowRun>, const std::int32_t*, const double*, std::size_t, double*);
+using AddPass = void (*)(std::span<const RowRun>, const std::int32_t*, const double*, double*);
 
-void multiplyPlain(std::span<const RowGroup> groups, const std::int32_t* store, const double* compact, double* out) {
-    for (const RowGroup& group : groups) {
-        multiplyOne(group, store, compact, out);
+double* lanesOf(double* sums, const RowRun& run, std::size_t slabRow) {
+    return sums + blockWidth * (static_cast<std::size_t>(run.firstRow) - slabRow);
+}
+
+void multiplyPlain(std::span<const RowRun> runs, const std::int32_t* store, const double* compact, std::size_t slabRow,
+                   double* sums) {
+    for (const RowRun& run : runs) {
+        multiplyOne(run, store + run.firstWord, compact, lanesOf(sums, run, slabRow));
     }
 }
 
-void addPlain(std::span<const RowGroup> groups, const std::int32_t* store, const double* factor, double* compact) {
-    for (const RowGroup& group : groups) {
-        addOne(group, store, factor, compact);
+void addPlain(std::span<const RowRun> runs, const std::int32_t* store, const double* factor, double* compact) {
+    for (const RowRun& run : runs) {
+        addOne(run, store + run.firstWord, factor + run.firstRow, compact);
     }
 }
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void multiplyAvx2(std::span<const RowGroup> groups, const std::int32_t* store,
-                                          const double* compact, double* out) {
-    for (const RowGroup& group : groups) {
-        multiplyOne(group, store, compact, out);
+[[gnu::target("avx2")]] void multiplyAvx2(std::span<const RowRun> runs, const std::int32_t* store,
+                                          const double* compact, std::size_t slabRow, double* sums) {
+    for (const RowRun& run : runs) {
+        multiplyOne(run, store + run.firstWord, compact, lanesOf(sums, run, slabRow));
     }
 }
 
-[[gnu::target("avx2")]] void addAvx2(std::span<const RowGroup> groups, const std::int32_t* store, const double* factor,
+[[gnu::target("avx2")]] void addAvx2(std::span<const RowRun> runs, const std::int32_t* store, const double* factor,
                                      double* compact) {
-    for (const RowGroup& group : groups) {
-        addOne(group, store, factor, compact);
+    for (const RowRun& run : runs) {
+        addOne(run, store + run.firstWord, factor + run.firstRow, compact);
     }
 }
 
-[[gnu::target("avx512f")]] void multiplyAvx512(std::span<const RowGroup> groups, const std::int32_t* store,
-                                               const double* compact, double* out) {
-    for (const RowGroup& group : groups) {
-        multiplyOne(group, store, compact, out);
+[[gnu::target("avx512f")]] void multiplyAvx512(std::span<const RowRun> runs, const std::int32_t* store,
+                                               const double* compact, std::size_t slabRow, double* sums) {
+    for (const RowRun& run : runs) {
+        multiplyOne(run, store + run.firstWord, compact, lanesOf(sums, run, slabRow));
     }
 }
 
-[[gnu::target("avx512f")]] void addAvx512(std::span<const RowGroup> groups, const std::int32_t* store,
-                                          const double* factor, double* compact) {
-    for (const RowGroup& group : groups) {
-        addOne(group, store, factor, compact);
+[[gnu::target("avx512f")]] void addAvx512(std::span<const RowRun> runs, const std::int32_t* store, const double* factor,
+                                          double* compact) {
+    for (const RowRun& run : runs) {
+        addOne(run, store + run.firstWord, factor + run.firstRow, compact);
     }
 }
 #endif
+
+void multiplyRunsCarefully(std::span<const RowRun> runs, const std::int32_t* store, const double* compact,
+                           std::size_t slabRow, double* sums) {
+    for (const RowRun& run : runs) {
+        multiplyCarefully(run, store + run.firstWord, compact, lanesOf(sums, run, slabRow));
+    }
+}
 
 MultiplyPass multiplyPassFor(InstructionSet instructions) {
 #if defined(__x86_64__)
@@ -258,7 +266,6 @@ void gatherInUse(const WorkingRows& rows, std::span<const double> padded, std::s
     for (std::size_t i = 0; i < rows.positionsInUse.size(); ++i) {
         compact[i] = padded[static_cast<std::size_t>(rows.positionsInUse[i])];
     }
-    compact[rows.sparePlace()] = 0.0;
 }
 
 void scatterInUse(const WorkingRows& rows, std::span<const double> compact, std::span<double> padded) {
@@ -269,16 +276,15 @@ void scatterInUse(const WorkingRows& rows, std::span<const double> compact, std:
 
 void rowsTimesCompact(const WorkingRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
                       std::span<double> out, InstructionSet instructions) {
-    if (allFinite(compact.first(rows.sparePlace()))) {
-        multiplyPassFor(instructions)(rows.groups, words.data(), compact.data(), out.data());
-        return;
-    }
-    for (const RowGroup& group : rows.groups) {
-        const std::int32_t* at = words.data() + group.firstWord;
-        if (group.form == RowForm::anyOrder) {
-            multiplyAnyOrder(at, group.count, compact.data(), out.data() + group.firstRow);
-        } else {
-            multiplyCarefully(group, at, compact.data(), out.data() + group.firstRow);
+    const bool finite = allFinite(compact.first(rows.positionsInUse.size()));
+    const MultiplyPass multiplyPass = finite ? multiplyPassFor(instructions) : multiplyRunsCarefully;
+    SlabSums sums;
+    for (const RowSlab& slab : rows.slabs) {
+        std::fill_n(sums.lane.begin(), slab.rowCount * blockWidth, 0.0);
+        multiplyPass(std::span(rows.runs).subspan(slab.firstRun, slab.runCount), words.data(), compact.data(),
+                     slab.firstRow, sums.lane.data());
+        for (std::size_t r = 0; r < slab.rowCount; ++r) {
+            out[slab.firstRow + r] = sumOfLanes(sums.lane.data() + blockWidth * r);
         }
     }
 }
@@ -286,16 +292,11 @@ void rowsTimesCompact(const WorkingRows& rows, std::span<const std::int32_t> wor
 void addRowsToCompact(const WorkingRows& rows, std::span<const std::int32_t> words, std::span<const double> factor,
                       std::span<double> compact, InstructionSet instructions) {
     if (allFinite(factor)) {
-        addPassFor(instructions)(rows.groups, words.data(), factor.data(), compact.data());
+        addPassFor(instructions)(rows.runs, words.data(), factor.data(), compact.data());
         return;
     }
-    for (const RowGroup& group : rows.groups) {
-        const std::int32_t* at = words.data() + group.firstWord;
-        if (group.form == RowForm::anyOrder) {
-            addAnyOrder(at, group.count, factor[static_cast<std::size_t>(group.firstRow)], compact.data());
-        } else {
-            addCarefully(group, at, factor.data() + group.firstRow, compact.data());
-        }
+    for (const RowRun& run : rows.runs) {
+        addCarefully(run, words.data() + run.firstWord, factor.data() + run.firstRow, compact.data());
     }
 }
 

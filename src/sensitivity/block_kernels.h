@@ -1,8 +1,9 @@
 // The two sparse loops of the products over rows in working form.
 //
-// Orders of summation are fixed, whatever instructions the machine has: a row is summed in eight lanes, position p of
-// its list in lane p mod 8, and the lanes are added in one tree; a position receives the rows in ascending order, one
-// addition a row.
+// Orders of summation are fixed, whatever instructions the machine has. A row is summed in eight lanes, a place of a
+// block in the lane where it stands, bands and blocks in ascending order; then the lanes are added in one tree. A
+// position receives the runs in the order in which they lie in memory, one addition a run; the rows of a run are added
+// up in ascending order before.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +14,13 @@
 
 namespace voxlith {
 
-// compact[i] = padded[positionsInUse[i]], and 0 in the spare place.
+// compact[i] = padded[positionsInUse[i]].
 void gatherInUse(const WorkingRows& rows, std::span<const double> padded, std::span<double> compact);
 
 // padded[positionsInUse[i]] = compact[i]; all other positions stay as they are.
 void scatterInUse(const WorkingRows& rows, std::span<const double> compact, std::span<double> padded);
 
-// out[r] = sum over row r of value * compact(place). `words` is the whole store.
+// out[r] = sum over row r of value * compact(place), 0 for a row without coefficients. `words` is the whole store.
 void rowsTimesCompact(const WorkingRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
                       std::span<double> out, InstructionSet instructions);
 

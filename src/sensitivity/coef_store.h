@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "sensitivity/large_array.h"
 #include "sensitivity/working_rows.h"
 
 namespace voxlith {
@@ -16,14 +17,13 @@ namespace voxlith {
 // coefValue (real32, held by their bits). Before the iterations they are turned into their working form, in place.
 struct SparseCoefStore {
     std::vector<std::int64_t> rowOffset;    // (nData + 1) for each file; coefficients count from 1, through all files
-    std::unique_ptr<std::int32_t[]> words;  // two for each coefficient, behind slackWords
-    std::int64_t slackWords = 0;            // words before the raw rows, so that the working form never overtakes them
+    std::unique_ptr<std::int32_t[]> words;  // two for each coefficient
     std::int64_t capacity = 0;              // coefficients that there is room for: all, or one row in disk mode
     std::int64_t totalCoef = 0;
     std::int32_t rowMax = 0;  // longest row of the last file scanned
 
     std::vector<WorkingRows> working;  // by file; empty while the rows are raw
-    std::vector<double> compact;       // work: values at the positions in use
+    LargeArray<double> compact;        // work: values at the positions in use
 };
 
 struct RawRow {
@@ -32,7 +32,10 @@ struct RawRow {
 };
 
 // Room for `capacity` coefficients, not filled. Throws std::bad_alloc; the store is empty then.
-void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t slackWords);
+void reserveStore(SparseCoefStore& store, std::int64_t capacity);
+
+// All words of the store.
+std::span<const std::int32_t> wordsOf(const SparseCoefStore& store);
 
 // A raw row by its entry in rowOffset.
 RawRow rawRowOf(SparseCoefStore& store, std::size_t entry);

@@ -11,10 +11,6 @@ namespace voxlith {
 
 namespace {
 
-std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
-    return {store.words.get(), static_cast<std::size_t>(store.slackWords + 2 * store.capacity)};
-}
-
 // Rows whose working form has not been made are taken one by one.
 void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
     SparseCoefStore& store = sensitivity.store;
@@ -32,11 +28,12 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     }
 }
 
+// The padded array comes cleared.
 void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual) {
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
         const WorkingRows& rows = store.working[mtx];
-        gatherInUse(rows, sensitivity.paddedWork, store.compact);
+        std::fill(store.compact.begin(), store.compact.end(), 0.0);
         addRowsToCompact(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
         scatterInUse(rows, store.compact, sensitivity.paddedWork);
         return;

@@ -287,7 +287,7 @@ TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
     const std::vector<std::vector<StoredRow>> files{randomRows(5, 256, 200, random), randomRows(5, 256, 3, random)};
     // What a run holds after it has scanned both files: room for the longest row of the last.
     sensitivity.store.rowMax = 3;
-    reserveStore(sensitivity.store, 3, 0);
+    reserveStore(sensitivity.store, 3);
     TemporaryFolder folder;
     openRowsOnDisk(sensitivity, folder, 0, files[0]);
     openRowsOnDisk(sensitivity, folder, 1, files[1]);

@@ -110,7 +110,6 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
 
 inline void storeRowsInMemory(Sensitivity& sensitivity, const std::vector<std::vector<StoredRow>>& files) {
     SparseCoefStore& store = sensitivity.store;
-    std::int64_t rowCount = 0;
     store.rowOffset.clear();
     store.working.clear();
     store.totalCoef = 0;
@@ -119,10 +118,9 @@ inline void storeRowsInMemory(Sensitivity& sensitivity, const std::vector<std::v
         for (const StoredRow& row : rows) {
             store.totalCoef += static_cast<std::int64_t>(row.index.size());
             store.rowOffset.push_back(store.totalCoef + 1);
-            ++rowCount;
         }
     }
-    reserveStore(store, store.totalCoef, slackWordsFor(rowCount));
+    reserveStore(store, store.totalCoef);
     std::size_t entry = 0;
     for (const std::vector<StoredRow>& rows : files) {
         for (const StoredRow& row : rows) {
