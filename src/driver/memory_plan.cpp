@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sensitivity/allocation_failure.h"
+#include "sensitivity/large_array.h"
 
 namespace voxlith {
 
@@ -49,6 +50,15 @@ double wrappedTo32Bits(std::uint64_t bytes) {
     return static_cast<double>(static_cast<std::int32_t>(static_cast<std::uint32_t>(bytes)));
 }
 
+// An array of zeros in large pages where the system has them: a run's arrays are many and read from end to end, and
+// small pages would have to be fetched one by one.
+template <typename T>
+void fillLarge(std::vector<T>& array, std::size_t count) {
+    array.reserve(count);
+    askForLargePages(array.data(), count * sizeof(T));
+    array.assign(count, T{});
+}
+
 struct ModelSizes {
     std::size_t cells;       // nx ny nz
     std::size_t modelCells;  // cells times model types
@@ -68,28 +78,28 @@ void allocateWorkVectors(RunState& run, const ModelSizes& sizes) {
     const std::size_t m = sizes.modelCells;
     const double bytesOfModel = 8.0 * static_cast<double>(m);
     allocateGroup(run, "VXmodel:", 3.0 * bytesOfModel, "Error: Not enough memory for the model data arrays", [&] {
-        arrays.model.assign(m, 0.0);
-        arrays.refModel.assign(m, 0.0);
-        arrays.modelBest.assign(m, 0.0);
+        fillLarge(arrays.model, m);
+        fillLarge(arrays.refModel, m);
+        fillLarge(arrays.modelBest, m);
     });
     const std::size_t steps = m > sizes.nData * sizes.nMtx ? m : sizes.nData * sizes.nMtx;
     allocateGroup(run, "delm:", 8.0 * static_cast<double>(steps), "Error: Not enough memory for the delta arrays",
-                  [&] { arrays.delm.assign(std::max(steps, m), 0.0); });
+                  [&] { fillLarge(arrays.delm, std::max(steps, m)); });
     const double bytesOfWeights = 16.0 * static_cast<double>(sizes.cells);
     allocateGroup(run, "wts:", bytesOfWeights, "Error: Not enough memory for the smoothness matrix arrays", [&] {
         for (std::vector<float>* weight : {&run.weights.wtS, &run.weights.wtE, &run.weights.wtN, &run.weights.wtZ})
-            weight->assign(sizes.cells, 0.0F);
+            fillLarge(*weight, sizes.cells);
     });
     allocateGroup(run, "gtgdiag:", bytesOfWeights, "Error: Not enough memory for the preconditioner arrays", [&] {
-        run.sensitivity.gtgdiag.assign(sizes.cells * sizes.nMtx, 0.0);
+        fillLarge(run.sensitivity.gtgdiag, sizes.cells * sizes.nMtx);
         for (std::vector<float>& work : arrays.preconWork)
-            work.assign(sizes.cells, 0.0F);
+            fillLarge(work, sizes.cells);
     });
     allocateGroup(run, "bounds:", 3.0 * bytesOfModel, "Error: Not enough memory for the bounds arrays", [&] {
-        run.bounds.boundType.assign(m, 0);
-        run.bounds.fixedCell.assign(m, 0);
-        run.bounds.lowerBound.assign(m, 0.0);
-        run.bounds.upperBound.assign(m, 0.0);
+        fillLarge(run.bounds.boundType, m);
+        fillLarge(run.bounds.fixedCell, m);
+        fillLarge(run.bounds.lowerBound, m);
+        fillLarge(run.bounds.upperBound, m);
         run.bounds.nFixedCells = 0;
     });
 }
@@ -99,42 +109,42 @@ void allocateSensitivityArrays(RunState& run, const ModelSizes& sizes) {
     const std::size_t slots = sizeOf(run.mesh.nzl) + 1;
     const double bytesOfLayers = wrappedTo32Bits(8 * slots * sizes.nData * sizes.nMtx);
     allocateGroup(run, "layer response:", bytesOfLayers, "Error: Not enough memory for the layer response arrays",
-                  [&] { sensitivity.layerResponse.assign(slots * sizes.nData * sizes.nMtx, 0.0); });
+                  [&] { fillLarge(sensitivity.layerResponse, slots * sizes.nData * sizes.nMtx); });
     const std::size_t offsets = (sizes.nData + 1) * sizes.nMtx;
     allocateGroup(run, "coefficient:", 4.0 * static_cast<double>(offsets),
                   "Error: Not enough memory for the coefficient arrays",
-                  [&] { sensitivity.store.rowOffset.assign(offsets, 0); });
+                  [&] { fillLarge(sensitivity.store.rowOffset, offsets); });
     // Amplitude data keep their three components in the first three columns.
     const std::vector<Product>& products = run.products.products;
     const auto& amplitude = run.products.isAmplitude;
     const bool hasAmplitude = std::find(amplitude.begin(), amplitude.end(), true) != amplitude.end();
     const std::size_t columns = std::max<std::size_t>(products.size(), hasAmplitude ? 3 : 0);
     allocateGroup(run, "", 0.0, "Error: Not enough memory for the model data arrays",
-                  [&] { sensitivity.productResponse.assign(sizes.nData * columns, 0.0); });
+                  [&] { fillLarge(sensitivity.productResponse, sizes.nData * columns); });
 }
 
 void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
     InversionArrays& arrays = run.arrays;
     const std::size_t m = sizes.modelCells;
     allocateGroup(run, "bounds:", wrappedTo32Bits(8 * m), "Error: Not enough memory for the model work arrays",
-                  [&] { arrays.modelWork.assign(m, 0.0); });
+                  [&] { fillLarge(arrays.modelWork, m); });
     const auto nPadTotal = static_cast<std::size_t>(run.sensitivity.header.nPadTotal);
     allocateGroup(run, "compression:", 8.0 * static_cast<double>(nPadTotal),
                   "Error: Not enough memory for the compression work arrays",
                   [&] { run.sensitivity.paddedWork.assign(nPadTotal, 0.0); });
     allocateGroup(run, "lbfgs:", 8.0 * static_cast<double>(m), "Error: Not enough memory for the lbfgs work arrays",
-                  [&] { arrays.lbfgsWork.assign(m, 0.0); });
+                  [&] { fillLarge(arrays.lbfgsWork, m); });
     const std::size_t length = std::max(m, sizes.nData * sizes.nDataTypes);
     allocateGroup(run, "CG:", 40.0 * static_cast<double>(length), "Error: Not enough memory for the CG work arrays",
                   [&] {
                       for (std::vector<double>& work : arrays.cgWork)
-                          work.assign(length, 0.0);
+                          fillLarge(work, length);
                   });
     const std::size_t reals = 24 * m + 1320;  // ten stored corrections
     allocateGroup(run, "waBFGS:", 8.0 * static_cast<double>(reals), "Error: Not enough memory for the waBFGS array",
-                  [&] { arrays.waBFGS.assign(reals, 0.0); });
+                  [&] { fillLarge(arrays.waBFGS, reals); });
     allocateGroup(run, "iwaBFGS:", 12.0 * static_cast<double>(m), "Error: Not enough memory for the iwaBFGS array",
-                  [&] { arrays.iwaBFGS.assign(3 * m, 0); });
+                  [&] { fillLarge(arrays.iwaBFGS, 3 * m); });
 }
 
 // Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into
@@ -197,7 +207,7 @@ void allocateMeshArrays(RunState& run) {
     const std::size_t weights = mesh.cellCount() * sizeOf(run.control.nMtx);
     allocateGroup(run, "wtd:", 4.0 * static_cast<double>(weights),
                   "Error: Not enough memory for the depth weighting matrix",
-                  [&] { run.sensitivity.depthWeight.assign(weights, 0.0F); });
+                  [&] { fillLarge(run.sensitivity.depthWeight, weights); });
 }
 
 void allocateModelArrays(RunState& run) {
