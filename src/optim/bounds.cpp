@@ -1,8 +1,9 @@
 #include "optim/bounds.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstddef>
+#include <limits>
 
 namespace voxlith {
 
@@ -53,57 +54,106 @@ BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span
     return kind;
 }
 
-double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
-    double norm = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        const std::int32_t code = problem.nbd[i];
-        double component = g[i];
-        if (problem.fixedFlag[i] == 1)
-            component = 0.0;
-        else if (problem.fixedFlag[i] == 0 && component < 0.0 && hasUpperBound(code))
-            component = std::max(x[i] - problem.u[i], component);
-        else if (problem.fixedFlag[i] == 0 && component >= 0.0 && hasLowerBound(code))
-            component = std::min(x[i] - problem.l[i], component);
-        if (!(std::abs(component) <= norm)) {
-            norm = std::abs(component);
-            if (std::isnan(norm))
-                return norm;
+namespace {
+
+PieceOfBounds boundsOfPiece(const BoxProblem& problem, std::size_t first, std::size_t length) {
+    return {problem.nbd.data() + first, problem.fixedFlag.data() + first, problem.l.data() + first,
+            problem.u.data() + first, length};
+}
+
+// Largest absolute value of a piece so far, lane by lane. Not a number as soon as one value is not.
+struct LargestValues {
+    static constexpr std::size_t laneCount = 8;
+    double lane[laneCount] = {};
+    double disorder[laneCount] = {};  // sums of zeros, unless a value is no finite number
+
+    void take(const double* values, std::size_t length) {
+        std::size_t i = 0;
+        for (; i + laneCount <= length; i += laneCount) {
+            for (std::size_t k = 0; k < laneCount; ++k)
+                takeOne(k, values[i + k]);
         }
+        for (std::size_t k = 0; i < length; ++i, ++k)
+            takeOne(k, values[i]);
     }
-    return norm;
+    void takeOne(std::size_t k, double value) {
+        const double size = std::abs(value);
+        lane[k] = size > lane[k] ? size : lane[k];
+        disorder[k] += size < std::numeric_limits<double>::infinity() ? 0.0 : size;
+    }
+    double largest() const {
+        double result = 0.0;
+        for (std::size_t k = 0; k < laneCount; ++k) {
+            if (std::isnan(disorder[k]))
+                return disorder[k];
+            result = std::max(result, lane[k]);
+        }
+        return result;
+    }
+};
+
+}  // namespace
+
+double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
+    const InstructionSet instructions = widestInstructionSet();
+    LargestValues values;
+    PieceOfBox box;
+    std::array<double, pieceLength> projected;
+    for (std::size_t first = 0; first < x.size(); first += pieceLength) {
+        const std::size_t length = std::min(pieceLength, x.size() - first);
+        const PieceOfBounds bounds = boundsOfPiece(problem, first, length);
+        callForNextPiece(x.data() + first, length);
+        callForNextPiece(g.data() + first, length);
+        formBox(bounds, box, instructions);
+        projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data(), instructions);
+        values.take(projected.data(), length);
+    }
+    return values.largest();
+}
+
+double gradientNorm(std::span<const double> g) {
+    LargestValues values;
+    values.take(g.data(), g.size());
+    return values.largest();
+}
+
+void boxOfPiece(const BoxProblem& problem, std::size_t first, std::size_t length, PieceOfBox& box,
+                InstructionSet instructions) {
+    formBox(boundsOfPiece(problem, first, length), box, instructions);
+}
+
+void clampPiece(const PieceOfBox& box, std::size_t length, double* x) {
+    for (std::size_t i = 0; i < length; ++i) {
+        const double raised = x[i] < box.lower[i] ? box.lower[i] : x[i];
+        x[i] = raised > box.upper[i] ? box.upper[i] : raised;
+    }
 }
 
 void clampToBounds(const BoxProblem& problem, std::span<double> x) {
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        if (problem.fixedFlag[i] != 0)
-            continue;
-        const std::int32_t code = problem.nbd[i];
-        if (hasLowerBound(code) && x[i] < problem.l[i])
-            x[i] = problem.l[i];
-        if (hasUpperBound(code) && x[i] > problem.u[i])
-            x[i] = problem.u[i];
+    const InstructionSet instructions = widestInstructionSet();
+    PieceOfBox box;
+    for (std::size_t first = 0; first < x.size(); first += pieceLength) {
+        const std::size_t length = std::min(pieceLength, x.size() - first);
+        boxOfPiece(problem, first, length, box, instructions);
+        clampPiece(box, length, x.data() + first);
     }
 }
 
-double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d,
-                           double limit) {
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        const std::int32_t code = problem.nbd[i];
-        if (d[i] < 0.0 && hasLowerBound(code)) {
-            const double room = problem.l[i] - x[i];
-            if (room >= 0.0)
-                limit = 0.0;
-            else if (d[i] * limit < room)
-                limit = room / d[i];
-        } else if (d[i] > 0.0 && hasUpperBound(code)) {
-            const double room = problem.u[i] - x[i];
-            if (room <= 0.0)
-                limit = 0.0;
-            else if (d[i] * limit > room)
-                limit = room / d[i];
+void shortenStep(const PieceOfBox& box, std::size_t first, std::size_t length, const double* x, const double* d,
+                 StepToBound& step, InstructionSet instructions) {
+    if (!leavesBox(box, length, x, d, step.length, instructions))
+        return;
+    for (std::size_t i = 0; i < length; ++i) {
+        const bool downwards = d[i] < 0.0;
+        const double room = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];
+        const double way = d[i] * step.length;
+        if (downwards ? way < room : d[i] > 0.0 && way > room) {
+            // What has no room at all, or lies outside, does not move.
+            step.length = (downwards ? room >= 0.0 : room <= 0.0) ? 0.0 : room / d[i];
+            step.variable = first + i;
+            step.shortened = true;
         }
     }
-    return limit;
 }
 
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit) {

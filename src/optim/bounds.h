@@ -4,9 +4,11 @@
 // such cells are held by their flag. Bounds of an unused side are never looked at.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "optim/box_kernels.h"
 #include "optim/task_word.h"
 
 namespace voxlith {
@@ -20,26 +22,6 @@ struct BoxProblem {
     std::span<const std::int32_t> fixedFlag;  // not 0: the variable is held where it is
     std::span<const double> maxStep;          // above 0: largest change in the first search
 };
-
-inline bool hasLowerBound(std::int32_t code) {
-    return code == 1 || code == 3;
-}
-inline bool hasUpperBound(std::int32_t code) {
-    return code == 2 || code == 3;
-}
-
-// Status of a variable, kept between calls. Up to 0 the variable is free in the subspace step.
-enum VariableStatus : std::int32_t {
-    freeWithoutGradient = -3,  // free, and its gradient is 0
-    unbounded = -1,            // free for the whole run
-    freeBetweenBounds = 0,
-    atLowerBound = 1,
-    atUpperBound = 2,
-    alwaysFixed = 3,  // held by flag or by equal bounds for the whole run
-};
-inline bool isFree(std::int32_t status) {
-    return status <= 0;
-}
 
 // What the bounds say about the whole problem.
 struct BoxKind {
@@ -60,12 +42,28 @@ BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span
 // nothing, those with another flag |g|. Not a number as soon as one component is not.
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g);
 
+// The same of a problem without bounds and held variables.
+double gradientNorm(std::span<const double> g);
+
+// The box of the piece that begins at variable `first`.
+void boxOfPiece(const BoxProblem& problem, std::size_t first, std::size_t length, PieceOfBox& box,
+                InstructionSet instructions);
+
 // Puts what rounding has carried across a bound back onto it; held variables excepted.
 void clampToBounds(const BoxProblem& problem, std::span<double> x);
+void clampPiece(const PieceOfBox& box, std::size_t length, double* x);
 
-// The largest step, at most `limit`, along d from x that keeps all variables in their bounds.
-double largestFeasibleStep(const BoxProblem& problem, std::span<const double> x, std::span<const double> d,
-                           double limit);
+// A step that is cut at the first bound along its way.
+struct StepToBound {
+    double length = 1.0;
+    std::size_t variable = 0;  // that has shortened it last
+    bool shortened = false;
+};
+
+// Shortens step.length, if need be, to what keeps x + length * d in the box, for the piece that begins at variable
+// `first`; x and d are those of the piece.
+void shortenStep(const PieceOfBox& box, std::size_t first, std::size_t length, const double* x, const double* d,
+                 StepToBound& step, InstructionSet instructions);
 
 // The largest step, at most `limit`, along d that changes no variable by more than its maxStep.
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit);

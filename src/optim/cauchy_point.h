@@ -10,20 +10,29 @@
 
 namespace voxlith {
 
-// Arrays that the search uses. All but `breakpoints` and `order` hold results afterwards.
-struct CauchyArrays {
-    std::span<double> point;            // n: the Cauchy point
-    std::span<double> direction;        // n: the rest of the path beyond it
-    std::span<double> breakpoints;      // n: scratch
-    std::span<std::int32_t> order;      // n: scratch
-    std::span<std::int32_t> status;     // n: VariableStatus, changed to that at the Cauchy point
-    std::span<double> c;                // 2 m: W'(point - x)
-    std::span<double> p, row, product;  // 2 m each: scratch
+// Where the path ends: variables that are still moving have gone `time` times their direction, others are where they
+// were or at the bound that their status tells.
+struct PathEnd {
+    double time = 0.0;
+    std::int32_t pieces = 0;  // that were looked at
 };
 
-// Finds the Cauchy point from x with gradient g. `gradientNorm` is the norm of the projected gradient; if it is 0 or
-// less the point is x and the status stays. Returns the number of pieces of the path that were looked at.
-std::int32_t findCauchyPoint(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
-                             std::span<const double> g, double gradientNorm, const CauchyArrays& arrays);
+// Arrays that the search along the path uses.
+struct CauchyArrays {
+    std::span<double> direction;     // n: the path; 0 where it ends, afterwards
+    std::span<std::int32_t> status;  // n: VariableStatus, changed to that at the Cauchy point
+    std::span<double> breakpoints;   // n: scratch
+    std::span<std::int32_t> order;   // n: scratch
+    std::span<double> p;             // 2 m: W'direction, before and afterwards
+    std::span<double> c;             // 2 m: W'(point - x), afterwards
+    std::span<double> row, product;  // 2 m each: scratch
+    SmallMatrix table;               // the subspace table, changed with the status
+    PairProducts products;           // scratch
+};
+
+// Searches the Cauchy point from x along the path that startPathPiece has begun. Changes the number of free variables
+// with their status.
+PathEnd followPath(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
+                   PathStart& path, const CauchyArrays& arrays);
 
 }  // namespace voxlith

@@ -7,31 +7,6 @@ namespace voxlith {
 
 namespace {
 
-// Pieces of a vector that stay in the nearest cache while the columns of the memory pass by; a multiple of the number
-// of partial sums.
-constexpr std::size_t pieceLength = 1024;
-
-// Pairs treated in one pass; more than that take several passes.
-constexpr std::size_t pairsInOnePass = 16;
-
-// products[p] and products[pairs + p] for the pairs first <= p < last.
-void multiplyByGroup(const CorrectionMemory& memory, std::size_t first, std::size_t last, std::size_t pairs,
-                     std::span<const double> v, std::span<double> products) {
-    double changeSums[pairsInOnePass][partialSumCount] = {};
-    double stepSums[pairsInOnePass][partialSumCount] = {};
-    for (std::size_t start = 0; start < memory.n; start += pieceLength) {
-        const std::size_t length = std::min(pieceLength, memory.n - start);
-        for (std::size_t pair = first; pair < last; ++pair) {
-            addProducts(memory.change(pair).data() + start, v.data() + start, length, changeSums[pair - first]);
-            addProducts(memory.step(pair).data() + start, v.data() + start, length, stepSums[pair - first]);
-        }
-    }
-    for (std::size_t pair = first; pair < last; ++pair) {
-        products[pair] = sumOfPartials(changeSums[pair - first]);
-        products[pairs + pair] = sumOfPartials(stepSums[pair - first]);
-    }
-}
-
 void shiftTowardsOldest(SmallMatrix matrix, std::size_t order) {
     for (std::size_t i = 0; i + 1 < order; ++i) {
         for (std::size_t j = 0; j <= i; ++j)
@@ -41,25 +16,28 @@ void shiftTowardsOldest(SmallMatrix matrix, std::size_t order) {
 
 }  // namespace
 
-void multiplyByPairs(const CorrectionMemory& memory, std::size_t pairs, std::span<const double> v,
-                     std::span<double> products) {
-    for (std::size_t first = 0; first < pairs; first += pairsInOnePass)
-        multiplyByGroup(memory, first, std::min(first + pairsInOnePass, pairs), pairs, v, products);
+void addPairProducts(const CorrectionMemory& memory, std::size_t first, const PieceOfVectors& vectors,
+                     const PairProducts& products) {
+    double* const withSteps = products.sums.data();
+    double* const withChanges = withSteps + vectorsAtOnce * memory.m;
+    addPieceProducts({memory.s.data() + first, memory.n, memory.count}, vectors, withSteps, memory.instructions);
+    addPieceProducts({memory.y.data() + first, memory.n, memory.count}, vectors, withChanges, memory.instructions);
 }
 
-void addPairs(const CorrectionMemory& memory, std::span<const double> coefficients, std::span<double> v) {
-    for (std::size_t start = 0; start < memory.n; start += pieceLength) {
-        const std::size_t length = std::min(pieceLength, memory.n - start);
-        double* const piece = v.data() + start;
-        for (std::size_t pair = 0; pair < memory.count; ++pair) {
-            const double changeFactor = coefficients[pair];
-            const double stepFactor = coefficients[memory.count + pair];
-            const double* const change = memory.change(pair).data() + start;
-            const double* const step = memory.step(pair).data() + start;
-            for (std::size_t i = 0; i < length; ++i)
-                piece[i] += change[i] * changeFactor + step[i] * stepFactor;
-        }
+void gatherProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t vector,
+                    std::span<double> result) {
+    for (std::size_t pair = 0; pair < memory.count; ++pair) {
+        result[pair] = products.withChange(memory, pair, vector);
+        result[memory.count + pair] = memory.theta * products.withStep(memory, pair, vector);
     }
+}
+
+void multiplyByPairs(const CorrectionMemory& memory, std::span<const double> v, const PairProducts& products,
+                     std::span<double> result) {
+    std::fill(products.sums.begin(), products.sums.end(), 0.0);
+    for (std::size_t first = 0; first < memory.n; first += pieceLength)
+        addPairProducts(memory, first, {{v.data() + first}, 1, std::min(pieceLength, memory.n - first)}, products);
+    gatherProducts(memory, products, 0, result);
 }
 
 // With J J' = theta S'S + L D^-1 L', M^-1 is the product
@@ -86,17 +64,17 @@ void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const doub
     }
 }
 
-void updateInnerProducts(const CorrectionMemory& memory, double curvature, double lengthSquared, bool forgotten,
-                         std::span<double> products) {
+void forgetOldestProducts(const CorrectionMemory& memory) {
+    shiftTowardsOldest(memory.sDotY, memory.count);
+    shiftTowardsOldest(memory.sDotS, memory.count);
+}
+
+void storeNewestProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t stepVector,
+                         double curvature, double lengthSquared) {
     const std::size_t newest = memory.count - 1;
-    if (forgotten) {
-        shiftTowardsOldest(memory.sDotY, memory.count);
-        shiftTowardsOldest(memory.sDotS, memory.count);
-    }
-    multiplyByPairs(memory, newest, memory.step(newest), products);
     for (std::size_t pair = 0; pair < newest; ++pair) {
-        memory.sDotY(newest, pair) = products[pair];
-        memory.sDotS(newest, pair) = products[newest + pair];
+        memory.sDotY(newest, pair) = products.withChange(memory, pair, stepVector);
+        memory.sDotS(newest, pair) = products.withStep(memory, pair, stepVector);
     }
     memory.sDotY(newest, newest) = curvature;
     memory.sDotS(newest, newest) = lengthSquared;

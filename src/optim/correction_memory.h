@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <span>
 
+#include "optim/instruction_set.h"
+#include "optim/piece_kernels.h"
 #include "optim/vector_kernels.h"
 
 namespace voxlith {
@@ -27,28 +29,47 @@ struct CorrectionMemory {
     SmallMatrix sDotY;         // s_i'y_j, i >= j: D and L
     SmallMatrix sDotS;         // s_i's_j, i >= j
     SmallMatrix middleFactor;  // lower Cholesky factor J of theta S'S + L D^-1 L'
+    InstructionSet instructions = InstructionSet::plain;
 
     std::size_t columnOf(std::size_t pair) const { return (oldest + pair) % m; }
-    std::span<const double> step(std::size_t pair) const { return s.subspan(columnOf(pair) * n, n); }
-    std::span<const double> change(std::size_t pair) const { return y.subspan(columnOf(pair) * n, n); }
+    double step(std::size_t pair, std::size_t variable) const { return s[columnOf(pair) * n + variable]; }
+    double change(std::size_t pair, std::size_t variable) const { return y[columnOf(pair) * n + variable]; }
 };
 
-// products := [Y S]'v over the first `pairs` pairs: y_p'v in element p, s_p'v in element pairs + p. One pass over the
-// memory.
-void multiplyByPairs(const CorrectionMemory& memory, std::size_t pairs, std::span<const double> v,
-                     std::span<double> products);
+// Products of all columns with up to four vectors, which are gathered piece by piece.
+struct PairProducts {
+    std::span<double> sums;  // 2 m * vectorsAtOnce: first the columns of s as they lie, then those of y
 
-// v := v + [Y S] coefficients over all pairs. One pass over the memory.
-void addPairs(const CorrectionMemory& memory, std::span<const double> coefficients, std::span<double> v);
+    double withStep(const CorrectionMemory& memory, std::size_t pair, std::size_t vector) const {
+        return sums[vectorsAtOnce * memory.columnOf(pair) + vector];
+    }
+    double withChange(const CorrectionMemory& memory, std::size_t pair, std::size_t vector) const {
+        return sums[vectorsAtOnce * (memory.m + memory.columnOf(pair)) + vector];
+    }
+};
+
+// Adds the products with the piece of the vectors that begins at variable `first`.
+void addPairProducts(const CorrectionMemory& memory, std::size_t first, const PieceOfVectors& vectors,
+                     const PairProducts& products);
+
+// result := W'v from the products with v, the vector of this number.
+void gatherProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t vector,
+                    std::span<double> result);
+
+// result := W'v. One pass over the memory; `products` is scratch.
+void multiplyByPairs(const CorrectionMemory& memory, std::span<const double> v, const PairProducts& products,
+                     std::span<double> result);
 
 // result := M v by the factors of M^-1 (paper, section 3). result and v are different arrays of 2 count elements.
 void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const double> v, std::span<double> result);
 
-// Fills the rows of the newest pair, which is in s and y already, into S'Y and S'S. `curvature` is s'y and
-// `lengthSquared` is s's of this pair, which the line search knows. `forgotten` says that the pair has displaced the
-// oldest one. `products` is scratch for 2 count elements.
-void updateInnerProducts(const CorrectionMemory& memory, double curvature, double lengthSquared, bool forgotten,
-                         std::span<double> products);
+// Drops the oldest of `count` pairs from S'Y and S'S.
+void forgetOldestProducts(const CorrectionMemory& memory);
+
+// Fills the rows of the newest pair into S'Y and S'S from its products, vector `stepVector` being its step. `curvature`
+// is s'y and `lengthSquared` is s's of this pair, which the line search knows.
+void storeNewestProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t stepVector,
+                         double curvature, double lengthSquared);
 
 // Forms and factors theta S'S + L D^-1 L'. False if it isn't positive definite, which only rounding can bring about.
 bool factorMiddleMatrix(const CorrectionMemory& memory);

@@ -7,10 +7,11 @@
 #include <stdexcept>
 
 #include "optim/cauchy_point.h"
+#include "optim/closing_pass.h"
 #include "optim/correction_memory.h"
 #include "optim/line_search.h"
+#include "optim/opening_pass.h"
 #include "optim/subspace_matrix.h"
-#include "optim/subspace_step.h"
 
 namespace voxlith {
 
@@ -51,7 +52,8 @@ CorrectionMemory memoryOf(const Engine& engine) {
             state.theta,
             work.sDotY,
             work.sDotS,
-            work.middleFactor};
+            work.middleFactor,
+            widestInstructionSet()};
 }
 
 // Drops all pairs: the model matrix becomes the identity.
@@ -60,105 +62,124 @@ void refreshMemory(LbfgsbState& state) {
     state.oldest = 0;
     state.theta = 1.0;
     state.updateCount = 0;
-    state.pairsNotInTable = 0;
-    state.tableIsStale = false;
 }
 
-// Records which variables are free now.
-void noteFreeVariables(Engine& engine) {
-    engine.state.freeCount = 0;
-    for (std::size_t i = 0; i < engine.x.size(); ++i) {
-        const bool free = isFree(engine.work.status[i]);
-        engine.work.wasFree[i] = free;
-        engine.state.freeCount += free;
+// The newest pair, as the line search leaves it.
+struct NewPair {
+    bool isGood = false;           // it keeps the model matrix positive definite
+    double curvature = 0.0;        // s'y
+    double lengthSquared = 0.0;    // s's
+    std::size_t firstElement = 0;  // of its columns
+};
+
+double normOfGradient(const Engine& engine) {
+    return engine.state.box.constrained ? projectedGradientNorm(engine.problem, engine.x, engine.g)
+                                        : gradientNorm(engine.g);
+}
+
+PairProducts productsOf(const Engine& engine) {
+    return {engine.work.products};
+}
+
+PathKind pathKindOf(const Engine& engine, const CorrectionMemory& memory) {
+    // Without bounds the Cauchy point is of no use: the subspace step starts from x.
+    if (!engine.state.box.constrained && memory.count > 0)
+        return PathKind::straight;
+    return engine.state.gradientNorm <= 0.0 ? PathKind::none : PathKind::projected;
+}
+
+// The first pass over the memory: stores the pair, if it is good, and begins the path.
+Opening open(Engine& engine, const CorrectionMemory& memory, PathKind kind, const NewPair& pair) {
+    const LbfgsbWorkspace& work = engine.work;
+    OpeningArrays arrays{engine.x,           engine.g,           work.r, work.d, work.status, {}, {}, engine.state.step,
+                         work.subspaceTable, productsOf(engine), work.c};
+    if (pair.isGood) {
+        arrays.newStep = work.s.subspan(pair.firstElement, engine.x.size());
+        arrays.newChange = work.y.subspan(pair.firstElement, engine.x.size());
     }
+    return openIteration(engine.problem, memory, kind, arrays);
 }
 
-// Leaves the Cauchy point in z (paper 1995, section 4). Without bounds it is of no use: the subspace step starts from
-// x.
-void takeCauchyPoint(Engine& engine, const CorrectionMemory& memory) {
-    const std::size_t order = 2 * memory.m;
+// Takes the newest pair, which is stored, into the matrices. False if one of them is singular by rounding, or if the
+// pair is beyond the range of numbers.
+bool adoptPair(Engine& engine, const NewPair& pair, double changeSquared) {
+    if (!std::isfinite(changeSquared))
+        return false;
+    engine.state.theta = changeSquared / pair.curvature;
+    const CorrectionMemory memory = memoryOf(engine);
+    storeNewestProducts(memory, productsOf(engine), newestStep, pair.curvature, pair.lengthSquared);
+    storeNewestInTable(memory, productsOf(engine), newestFreeChange, newestHeldStep, engine.work.subspaceTable);
+    return factorMiddleMatrix(memory);
+}
+
+// Walks along the path to the Cauchy point (paper 1995, section 4).
+PathEnd takeCauchyPoint(Engine& engine, const CorrectionMemory& memory, PathKind kind, PathStart& path) {
     LbfgsbWorkspace& work = engine.work;
-    const CauchyArrays arrays{work.z,
-                              work.d,
+    std::fill(work.c.begin(), work.c.end(), 0.0);
+    gatherProducts(memory, productsOf(engine), pathVector, work.p);
+    if (kind != PathKind::projected)
+        return {};
+    const std::size_t order = 2 * memory.m;
+    const CauchyArrays arrays{work.d,
+                              work.status,
                               work.t,
                               work.order,
-                              work.status,
-                              work.small.subspan(0, order),
-                              work.small.subspan(order, order),
-                              work.small.subspan(2 * order, order),
-                              work.small.subspan(3 * order, order)};
-    engine.state.intervals =
-        findCauchyPoint(engine.problem, memory, engine.x, engine.g, engine.state.gradientNorm, arrays);
+                              work.p,
+                              work.c,
+                              work.products.subspan(0, order),
+                              work.products.subspan(order, order),
+                              work.subspaceTable,
+                              productsOf(engine)};
+    return followPath(engine.problem, memory, engine.x, path, arrays);
 }
 
-// Brings the subspace matrix up to date and factors it. False if it is singular by rounding.
-bool prepareSubspace(Engine& engine, const CorrectionMemory& memory) {
+// From the Cauchy point to the point z at which the quadratic model is least (paper 1995, section 5), and to the
+// beginning of the search. False if a matrix is singular by rounding.
+bool close(Engine& engine, const CorrectionMemory& memory, const PathStart& path, const PathEnd& end,
+           Closing& closing) {
     LbfgsbState& state = engine.state;
     LbfgsbWorkspace& work = engine.work;
     const std::size_t order = 2 * memory.m;
-    const TableLag lag{static_cast<std::size_t>(state.pairsNotInTable), state.updateCount > engine.problem.m,
-                       state.tableIsStale};
-    // c of the Cauchy search is still wanted: the scratch is the second quarter.
-    const SubspaceTableArrays arrays{
-        work.subspaceTable, work.status, work.wasFree, work.d, work.t, work.small.subspan(order, order)};
-    updateSubspaceTable(memory, lag, arrays);
-    state.pairsNotInTable = 0;
-    state.tableIsStale = false;
-    return factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor);
-}
-
-// Moves z from the Cauchy point to the minimiser of the model in the subspace of the free variables (paper 1995,
-// section 5).
-bool takeSubspaceStep(Engine& engine, const CorrectionMemory& memory) {
-    LbfgsbState& state = engine.state;
-    LbfgsbWorkspace& work = engine.work;
-    const std::size_t order = 2 * memory.m;
-    const bool solvable = prepareSubspace(engine, memory);
-    noteFreeVariables(engine);
-    if (!solvable)
-        return false;
-    const auto c = work.small.subspan(0, order);
-    const auto products = work.small.subspan(order, order);
-    reducedGradient(memory, state.box.constrained, engine.x, engine.g, work.z, work.status, c, products, work.r);
-    state.stepReachedBound =
-        subspaceStep(engine.problem, memory, work.subspaceFactor, work.status, products, work.r, work.z);
+    const bool leavesX = end.pieces > 0;
+    ClosingArrays arrays{engine.x, engine.g, work.status, work.d, work.z, work.t, work.r, {}};
+    if (memory.count > 0 && path.freeCount > 0) {
+        if (!factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor))
+            return false;
+        const std::size_t used = 2 * memory.count;
+        const auto factors = work.products.subspan(order, order);
+        subspaceFactors(memory, work.subspaceTable, work.subspaceFactor, leavesX, end.time, work.c, work.p,
+                        work.products.first(used), factors);
+        arrays.factors = factors;
+    }
+    const bool laterIteration = state.iteration > 0;
+    const ClosingTask task{state.box.constrained, leavesX, end.time, state.box.constrained && laterIteration,
+                           laterIteration};
+    closing = closeIteration(engine.problem, memory, task, unlimitedStep, arrays);
+    state.stepReachedBound = closing.stepReachedBound;
     return true;
 }
 
-// Finds the point z at which the quadratic model is least. False if a matrix is singular by rounding.
-bool minimiseModel(Engine& engine) {
+// Finds the point z at which the quadratic model is least, and the direction towards it. False if a matrix is singular
+// by rounding.
+bool minimiseModel(Engine& engine, const NewPair& pair, Closing& closing) {
     LbfgsbState& state = engine.state;
+    PathKind kind = pathKindOf(engine, memoryOf(engine));
+    Opening opening = open(engine, memoryOf(engine), kind, pair);
+    if (pair.isGood && !adoptPair(engine, pair, opening.changeSquared))
+        return false;
     const CorrectionMemory memory = memoryOf(engine);
-    if (!state.box.constrained && memory.count > 0) {
-        copyTo(engine.x, engine.work.z);
-        state.intervals = 0;
-    } else {
-        takeCauchyPoint(engine, memory);
-    }
-    if (memory.count == 0) {
-        noteFreeVariables(engine);
-        return true;
-    }
-    if (std::none_of(engine.work.status.begin(), engine.work.status.end(), isFree)) {
-        noteFreeVariables(engine);
-        state.tableIsStale = true;  // the variables change sides without the table
-        return true;
-    }
-    return takeSubspaceStep(engine, memory);
+    const PathEnd end = takeCauchyPoint(engine, memory, kind, opening.path);
+    state.intervals = end.pieces;
+    state.freeCount = static_cast<std::int32_t>(opening.path.freeCount);
+    return close(engine, memory, opening.path, end, closing);
 }
 
 // The largest and the first step of the search along d (paper 1997, section 3).
-void limitSteps(Engine& engine) {
+void limitSteps(Engine& engine, double largestFeasible) {
     LbfgsbState& state = engine.state;
-    const std::span<const double> d = engine.work.d;
-    state.largestStep = unlimitedStep;
-    if (state.box.constrained) {
-        if (state.iteration == 0)
-            state.largestStep = largestAllowedStep(engine.problem, d, 1.0);
-        else
-            state.largestStep = largestFeasibleStep(engine.problem, engine.x, d, unlimitedStep);
-    }
+    state.largestStep = largestFeasible;
+    if (state.box.constrained && state.iteration == 0)
+        state.largestStep = largestAllowedStep(engine.problem, engine.work.d, 1.0);
     state.step = 1.0;
     if (state.iteration == 0) {
         if (!state.box.boxed)
@@ -173,13 +194,16 @@ LineSearchLimits limitsOf(const LbfgsbState& state) {
     return limits;
 }
 
-// Puts x at the current step along d.
-void moveToTrial(Engine& engine) {
-    LbfgsbState& state = engine.state;
-    const LbfgsbWorkspace& work = engine.work;
+void countTrial(LbfgsbState& state) {
     ++state.searchEvaluations;
     if (state.evaluations < std::numeric_limits<std::int32_t>::max())
         ++state.evaluations;
+}
+
+// Puts x at the current step along d.
+void moveToTrial(Engine& engine) {
+    const LbfgsbState& state = engine.state;
+    const LbfgsbWorkspace& work = engine.work;
     if (state.step == 1.0) {
         copyTo(work.z, engine.x);
         return;
@@ -189,33 +213,31 @@ void moveToTrial(Engine& engine) {
     clampToBounds(engine.problem, engine.x);
 }
 
-// Begins the search from x towards z: keeps the last iterate in t, r and previousValue, and goes to the first trial.
-SearchOutcome beginLineSearch(Engine& engine) {
+// Begins the search towards z: the last iterate is kept in t, r and previousValue. From the second iteration on x is at
+// the first trial, the whole step, already.
+SearchOutcome beginLineSearch(Engine& engine, const Closing& closing) {
     LbfgsbState& state = engine.state;
-    LbfgsbWorkspace& work = engine.work;
-    for (std::size_t i = 0; i < engine.x.size(); ++i)
-        work.d[i] = work.z[i] - engine.x[i];
-    copyTo(engine.x, work.t);
-    copyTo(engine.g, work.r);
     state.previousValue = engine.f;
     state.searchEvaluations = 0;
-    state.directionSquared = innerProduct(work.d, work.d);
-    state.slope = innerProduct(engine.g, work.d);
+    state.directionSquared = closing.directionSquared;
+    state.slope = closing.slope;
     state.slopeAtStart = state.slope;
     if (!std::isfinite(engine.f) || !std::isfinite(state.directionSquared) || !std::isfinite(state.slope))
         return SearchOutcome::failed;
-    limitSteps(engine);
+    limitSteps(engine, closing.largestStep);
     beginSearch(engine.f, state.slope, state.step, limitsOf(state), state.search);
     if (taskBegins(state.search.request, "ERROR"))
         return SearchOutcome::failed;
-    moveToTrial(engine);
+    countTrial(state);
+    if (state.iteration == 0)
+        moveToTrial(engine);
     return SearchOutcome::evaluate;
 }
 
 // Judges the trial point x with its f and g.
 SearchOutcome continueLineSearch(Engine& engine) {
     LbfgsbState& state = engine.state;
-    state.slope = innerProduct(engine.g, engine.work.d);
+    state.slope = longProduct(engine.g, engine.work.d, widestInstructionSet());
     if (!std::isfinite(engine.f) || !std::isfinite(state.slope))
         return SearchOutcome::failed;
     TrialPoint trial{state.step, engine.f, state.slope};
@@ -225,6 +247,7 @@ SearchOutcome continueLineSearch(Engine& engine) {
     if (state.searchEvaluations >= searchEvaluationLimit || !std::isfinite(trial.step))
         return SearchOutcome::failed;
     state.step = trial.step;
+    countTrial(state);
     moveToTrial(engine);
     return SearchOutcome::evaluate;
 }
@@ -255,13 +278,14 @@ bool mayTryAgain(Engine& engine, TaskWord& task) {
 
 // From an iterate x to the first trial of the next search. A singular matrix drops the memory, too; without memory
 // there is none, so that the loop ends.
-void iterate(Engine& engine, TaskWord& task) {
-    for (;;) {
-        if (!minimiseModel(engine)) {
+void iterate(Engine& engine, NewPair pair, TaskWord& task) {
+    for (;; pair = {}) {
+        Closing closing;
+        if (!minimiseModel(engine, pair, closing)) {
             refreshMemory(engine.state);
             continue;
         }
-        if (beginLineSearch(engine) == SearchOutcome::evaluate) {
+        if (beginLineSearch(engine, closing) == SearchOutcome::evaluate) {
             setTask(task, "FG_LNSRCH");
             return;
         }
@@ -279,12 +303,12 @@ void takeTrial(Engine& engine, TaskWord& task) {
     }
     if (outcome == SearchOutcome::accepted) {
         countIteration(engine.state);
-        engine.state.gradientNorm = projectedGradientNorm(engine.problem, engine.x, engine.g);
+        engine.state.gradientNorm = normOfGradient(engine);
         setTask(task, "NEW_X");
         return;
     }
     if (mayTryAgain(engine, task))
-        iterate(engine, task);
+        iterate(engine, {}, task);
 }
 
 bool gradientHasConverged(const LbfgsbState& state, double pgtol, TaskWord& task) {
@@ -313,33 +337,27 @@ std::size_t nextColumn(LbfgsbState& state, std::int32_t m) {
     return static_cast<std::size_t>(newest % m);
 }
 
-// Stores the step and the change of the gradient of the last iteration, unless their product is too small to keep the
-// model matrix positive definite (paper 1995, section 3). False if a matrix is singular by rounding.
-bool updateMemory(Engine& engine) {
+// Makes room for the step and the change of the gradient of the last iteration, unless their product is too small to
+// keep the model matrix positive definite (paper 1995, section 3).
+NewPair makeRoomForPair(Engine& engine) {
     LbfgsbState& state = engine.state;
-    LbfgsbWorkspace& work = engine.work;
-    const std::size_t n = engine.x.size();
-    for (std::size_t i = 0; i < n; ++i)
-        work.r[i] = engine.g[i] - work.r[i];
-    const double changeSquared = innerProduct(work.r, work.r);
-    const double curvature = (state.slope - state.slopeAtStart) * state.step;
-    if (!(curvature > epsmch * -state.slopeAtStart * state.step) || !std::isfinite(changeSquared)) {
+    NewPair pair;
+    pair.curvature = (state.slope - state.slopeAtStart) * state.step;
+    if (!(pair.curvature > epsmch * -state.slopeAtStart * state.step)) {
         if (state.skippedUpdates < std::numeric_limits<std::int32_t>::max())
             ++state.skippedUpdates;
-        return true;
+        return pair;
     }
-    const std::size_t first = nextColumn(state, engine.problem.m) * n;
-    copyTo(work.r, work.y.subspan(first, n));
-    for (std::size_t i = 0; i < n; ++i)
-        work.s[first + i] = state.step * work.d[i];
+    pair.isGood = true;
+    pair.lengthSquared = state.step * state.step * state.directionSquared;
+    pair.firstElement = nextColumn(state, engine.problem.m) * engine.x.size();
     if (state.updateCount < std::numeric_limits<std::int32_t>::max())
         ++state.updateCount;
-    state.pairsNotInTable = std::min(state.pairsNotInTable + 1, 2);
-    state.theta = changeSquared / curvature;
-    const CorrectionMemory memory = memoryOf(engine);
-    const double lengthSquared = state.step * state.step * state.directionSquared;
-    updateInnerProducts(memory, curvature, lengthSquared, state.updateCount > engine.problem.m, work.small);
-    return factorMiddleMatrix(memory);
+    if (state.updateCount > engine.problem.m) {
+        forgetOldestProducts(memoryOf(engine));
+        forgetOldestInTable(memoryOf(engine), engine.work.subspaceTable);
+    }
+    return pair;
 }
 
 // "START": checks and sets up everything, and asks for f and g at the projected start point.
@@ -354,18 +372,16 @@ void start(Engine& engine, double factr, TaskWord& task) {
 // "FG_START": the first iteration of a run, or of one that is carried on.
 void takeStartPoint(Engine& engine, double pgtol, TaskWord& task) {
     engine.state.evaluations = 1;
-    engine.state.gradientNorm = projectedGradientNorm(engine.problem, engine.x, engine.g);
+    engine.state.gradientNorm = normOfGradient(engine);
     if (!gradientHasConverged(engine.state, pgtol, task))
-        iterate(engine, task);
+        iterate(engine, {}, task);
 }
 
 // "NEW_X": tests the iterate and begins the next iteration.
 void leaveIterate(Engine& engine, double pgtol, TaskWord& task) {
     if (gradientHasConverged(engine.state, pgtol, task) || valueHasConverged(engine, task))
         return;
-    if (!updateMemory(engine))
-        refreshMemory(engine.state);
-    iterate(engine, task);
+    iterate(engine, makeRoomForPair(engine), task);
 }
 
 // True if n, m and the arrays fit together. m beyond the bound has no workspace on any machine.

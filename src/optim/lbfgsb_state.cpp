@@ -15,8 +15,6 @@ enum IntegerPlace : std::size_t {
     correctionsPlace,
     oldestPlace,
     updateCountPlace,
-    pairsNotInTablePlace,
-    tableIsStalePlace,
     iterationPlace,
     freeCountPlace,
     refusalPlace,
@@ -80,8 +78,6 @@ LbfgsbState loadState(const LbfgsbSavedBlocks& blocks) {
     state.corrections = isave[correctionsPlace];
     state.oldest = isave[oldestPlace];
     state.updateCount = isave[updateCountPlace];
-    state.pairsNotInTable = isave[pairsNotInTablePlace];
-    state.tableIsStale = isave[tableIsStalePlace] != 0;
     state.iteration = isave[iterationPlace];
     state.freeCount = isave[freeCountPlace];
     state.refusal = isave[refusalPlace];
@@ -103,13 +99,11 @@ void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks) {
     blocks.lsave[0] = state.box.startProjected;
     blocks.lsave[1] = state.box.constrained;
     blocks.lsave[2] = state.box.boxed;
-    blocks.lsave[3] = state.pairsNotInTable > 0;
+    blocks.lsave[3] = state.updateCount > 0;
     const auto& isave = blocks.isave;
     isave[correctionsPlace] = state.corrections;
     isave[oldestPlace] = state.oldest;
     isave[updateCountPlace] = state.updateCount;
-    isave[pairsNotInTablePlace] = state.pairsNotInTable;
-    isave[tableIsStalePlace] = state.tableIsStale;
     isave[iterationPlace] = state.iteration;
     isave[freeCountPlace] = state.freeCount;
     isave[refusalPlace] = state.refusal;
@@ -147,8 +141,9 @@ LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double
     work.r = take(variables);
     work.d = take(variables);
     work.t = take(variables);
-    work.small = take(8 * corrections);
-    work.wasFree = iwa.subspan(0, variables);
+    work.products = take(8 * corrections);
+    work.p = take(2 * corrections);
+    work.c = take(2 * corrections);
     work.status = iwa.subspan(variables, variables);
     work.order = iwa.subspan(2 * variables, variables);
     return work;

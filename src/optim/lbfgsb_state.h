@@ -24,12 +24,10 @@ struct LbfgsbSavedBlocks {
 // The scalars of a run. Names in brackets are those of Zhu et al. (1997).
 struct LbfgsbState {
     // Limited memory
-    double theta = 1.0;                // scale of the initial matrix
-    std::int32_t corrections = 0;      // pairs held [col]
-    std::int32_t oldest = 0;           // column of the oldest pair, from 0
-    std::int32_t updateCount = 0;      // updates since "START" or the last refresh
-    std::int32_t pairsNotInTable = 0;  // pairs that the subspace table does not hold yet
-    bool tableIsStale = true;          // the subspace table must be formed anew
+    double theta = 1.0;            // scale of the initial matrix
+    std::int32_t corrections = 0;  // pairs held [col]
+    std::int32_t oldest = 0;       // column of the oldest pair, from 0
+    std::int32_t updateCount = 0;  // updates since "START" or the last refresh
 
     // Iteration
     BoxKind box;
@@ -58,19 +56,18 @@ struct LbfgsbState {
 LbfgsbState loadState(const LbfgsbSavedBlocks& blocks);
 void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks);
 
-// The workspace, carved from the caller's arrays. yy, sg, sgo, yg and ygo keep their places in the layout but are not
-// used.
+// The workspace, carved from the caller's arrays. yy and index keep their places in the layout but are not used.
 struct LbfgsbWorkspace {
-    std::span<double> s, y;           // m columns of n: steps and changes of the gradient [ws, wy]
-    SmallMatrix sDotY, sDotS;         // inner products of all pairs, oldest first [sy, ss]
-    SmallMatrix middleFactor;         // Cholesky factor of theta S'S + L D^-1 L' [wt]
-    SmallMatrix subspaceFactor;       // factors of the subspace matrix, order 2m [wn]
-    SmallMatrix subspaceTable;        // its inner products, order 2m [snd]
-    std::span<double> z, r, d, t;     // n each
-    std::span<double> small;          // 8m
-    std::span<std::int32_t> wasFree;  // n: free sets of the last iteration, 0 or 1 [index]
-    std::span<std::int32_t> status;   // n: VariableStatus [iwhere]
-    std::span<std::int32_t> order;    // n: variables of the breakpoints [indx2]
+    std::span<double> s, y;          // m columns of n: steps and changes of the gradient [ws, wy]
+    SmallMatrix sDotY, sDotS;        // inner products of all pairs, oldest first [sy, ss]
+    SmallMatrix middleFactor;        // Cholesky factor of theta S'S + L D^-1 L' [wt]
+    SmallMatrix subspaceFactor;      // factors of the subspace matrix, order 2m [wn]
+    SmallMatrix subspaceTable;       // its inner products, order 2m [snd]
+    std::span<double> z, r, d, t;    // n each
+    std::span<double> products;      // 8m [wa]
+    std::span<double> p, c;          // 2m each [sg and sgo, yg and ygo]
+    std::span<std::int32_t> status;  // n: VariableStatus [iwhere]
+    std::span<std::int32_t> order;   // n: variables of the breakpoints [indx2]
 };
 
 // Carves `wa` and `iwa`, which must be long enough, for n > 0 variables and m > 0 corrections.

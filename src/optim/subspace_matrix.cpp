@@ -1,6 +1,6 @@
 #include "optim/subspace_matrix.h"
 
-#include "optim/bounds.h"
+#include <algorithm>
 
 namespace voxlith {
 
@@ -29,54 +29,24 @@ void forgetOldest(const TableParts& parts, std::size_t order) {
     }
 }
 
-// Splits the newest pair: its change where variables are free, its step where they are held; 0 elsewhere. True if any
-// variable is held.
-bool splitPair(const CorrectionMemory& memory, std::size_t pair, const SubspaceTableArrays& arrays) {
-    const std::span<const double> step = memory.step(pair);
-    const std::span<const double> change = memory.change(pair);
-    bool anyHeld = false;
-    for (std::size_t i = 0; i < memory.n; ++i) {
-        const bool free = isFree(arrays.status[i]);
-        arrays.freeChange[i] = free ? change[i] : 0.0;
-        arrays.heldStep[i] = free ? 0.0 : step[i];
-        anyHeld |= !free;
-    }
-    return anyHeld;
+}  // namespace
+
+void forgetOldestInTable(const CorrectionMemory& memory, SmallMatrix table) {
+    forgetOldest(partsOf(table, memory.m), memory.count);
 }
 
-// Rows and columns of `pair` with all pairs up to it.
-void addPairToTable(const CorrectionMemory& memory, std::size_t pair, const SubspaceTableArrays& arrays) {
-    const TableParts parts = partsOf(arrays.table, memory.m);
-    const std::size_t pairs = pair + 1;
-    const bool anyHeld = splitPair(memory, pair, arrays);
-    multiplyByPairs(memory, pairs, arrays.freeChange, arrays.products);
-    for (std::size_t j = 0; j < pairs; ++j) {
-        parts.freeChanges(pair, j) = arrays.products[j];
-        parts.mixed(j, pair) = arrays.products[pairs + j];
-    }
-    if (anyHeld) {
-        multiplyByPairs(memory, pairs, arrays.heldStep, arrays.products);
-    } else {
-        for (std::size_t j = 0; j < 2 * pairs; ++j)
-            arrays.products[j] = 0.0;
-    }
-    for (std::size_t j = 0; j < pairs; ++j) {
-        if (j < pair)
-            parts.mixed(pair, j) = arrays.products[j];
-        parts.heldSteps(pair, j) = arrays.products[pairs + j];
-    }
-}
-
-// Moves the share of one variable between the sums over free and over held variables, for the first `pairs` pairs.
-void moveVariable(const CorrectionMemory& memory, std::size_t variable, bool becomesFree, std::size_t pairs,
-                  const TableParts& parts, std::span<double> row) {
-    const double sign = becomesFree ? 1.0 : -1.0;
-    double* const changes = row.data();
-    double* const steps = row.data() + pairs;
+void gatherRow(const CorrectionMemory& memory, std::size_t pairs, std::size_t variable, std::span<double> row) {
     for (std::size_t pair = 0; pair < pairs; ++pair) {
-        changes[pair] = memory.change(pair)[variable];
-        steps[pair] = memory.step(pair)[variable];
+        row[pair] = memory.change(pair, variable);
+        row[pairs + pair] = memory.step(pair, variable);
     }
+}
+
+void moveVariable(SmallMatrix table, std::size_t m, std::size_t pairs, std::span<const double> row, bool becomesFree) {
+    const TableParts parts = partsOf(table, m);
+    const double sign = becomesFree ? 1.0 : -1.0;
+    const double* const changes = row.data();
+    const double* const steps = row.data() + pairs;
     for (std::size_t i = 0; i < pairs; ++i) {
         for (std::size_t j = 0; j <= i; ++j) {
             parts.freeChanges(i, j) += sign * changes[i] * changes[j];
@@ -87,25 +57,34 @@ void moveVariable(const CorrectionMemory& memory, std::size_t variable, bool bec
     }
 }
 
-}  // namespace
+void storeNewestInTable(const CorrectionMemory& memory, const PairProducts& products, std::size_t freeChangeVector,
+                        std::size_t heldStepVector, SmallMatrix table) {
+    const TableParts parts = partsOf(table, memory.m);
+    const std::size_t newest = memory.count - 1;
+    for (std::size_t j = 0; j <= newest; ++j) {
+        parts.freeChanges(newest, j) = products.withChange(memory, j, freeChangeVector);
+        parts.mixed(j, newest) = products.withStep(memory, j, freeChangeVector);
+        if (j < newest)
+            parts.mixed(newest, j) = products.withChange(memory, j, heldStepVector);
+        parts.heldSteps(newest, j) = products.withStep(memory, j, heldStepVector);
+    }
+}
 
-void updateSubspaceTable(const CorrectionMemory& memory, const TableLag& lag, const SubspaceTableArrays& arrays) {
-    if (lag.stale || lag.newPairs > 1) {
-        for (std::size_t pair = 0; pair < memory.count; ++pair)
-            addPairToTable(memory, pair, arrays);
-        return;
+// S'ZZ'Y and S'ZZ'S are what is left of S'Y and S'S without the held variables, where the table has those.
+void addFreeProducts(const CorrectionMemory& memory, SmallMatrix table, std::span<const double> v,
+                     std::span<double> result) {
+    const TableParts parts = partsOf(table, memory.m);
+    const std::size_t count = memory.count;
+    for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t j = 0; j < count; ++j) {
+            const std::size_t low = std::min(i, j), high = std::max(i, j);
+            const double mixed = i > j ? memory.sDotY(i, j) - parts.mixed(i, j) : parts.mixed(i, j);
+            const double steps = memory.sDotS(high, low) - parts.heldSteps(high, low);
+            result[i] += parts.freeChanges(high, low) * v[j];
+            result[j] += memory.theta * mixed * v[count + i];
+            result[count + i] += memory.theta * (mixed * v[j] + memory.theta * steps * v[count + j]);
+        }
     }
-    const TableParts parts = partsOf(arrays.table, memory.m);
-    const std::size_t olderPairs = memory.count - lag.newPairs;
-    if (lag.newPairs == 1 && lag.forgotten)
-        forgetOldest(parts, memory.count);
-    for (std::size_t i = 0; olderPairs > 0 && i < memory.n; ++i) {
-        const bool free = isFree(arrays.status[i]);
-        if (free != (arrays.wasFree[i] != 0))
-            moveVariable(memory, i, free, olderPairs, parts, arrays.products);
-    }
-    if (lag.newPairs == 1)
-        addPairToTable(memory, memory.count - 1, arrays);
 }
 
 bool factorSubspaceMatrix(const CorrectionMemory& memory, SmallMatrix table, SmallMatrix factor) {

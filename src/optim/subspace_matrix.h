@@ -5,8 +5,9 @@
 //                                               [  L_a - R_z          theta S'AA'S    ]
 //
 // L_a is the strictly lower triangle of S'AA'Y, R_z the upper triangle of S'ZZ'Y with its diagonal. The inner products
-// are kept from one iteration to the next and changed by the newest pair and by the variables that have become free or
-// have met a bound, so that an iteration costs O(m n).
+// are kept from one iteration to the next in a table and changed by the newest pair and by the variables that have
+// become free or have met a bound, so that an iteration costs O(m n). The table has order 2m: the lower triangle of
+// Y'ZZ'Y; below it, in the columns of Y, L_a + R_z; in the columns of S, the lower triangle of S'AA'S.
 #pragma once
 
 #include <cstddef>
@@ -18,26 +19,24 @@
 
 namespace voxlith {
 
-// Work arrays of an update; the contents of the scratch do not matter.
-struct SubspaceTableArrays {
-    SmallMatrix table;                       // order 2m: lower triangle of Y'ZZ'Y; below it, in the columns of Y,
-                                             // L_a + R_z; in the columns of S, lower triangle of S'AA'S
-    std::span<const std::int32_t> status;    // VariableStatus at the Cauchy point
-    std::span<const std::int32_t> wasFree;   // 1 where the variable was free when the table was last right, else 0
-    std::span<double> freeChange, heldStep;  // n each: scratch
-    std::span<double> products;              // 2 m: scratch
-};
+// Drops the oldest of `count` pairs from the table.
+void forgetOldestInTable(const CorrectionMemory& memory, SmallMatrix table);
 
-// How the table lies behind the memory and the free variables.
-struct TableLag {
-    std::size_t newPairs = 0;  // pairs that came since
-    bool forgotten = false;    // the newest of them has displaced the oldest pair
-    bool stale = false;        // the table holds nothing of use
-};
+// row := elements of the first `pairs` changes and steps that belong to one variable.
+void gatherRow(const CorrectionMemory& memory, std::size_t pairs, std::size_t variable, std::span<double> row);
 
-// Brings the table up to date. One new pair costs O(m n), each changed variable O(m^2). A stale table, or one that
-// lacks several pairs, is formed anew in O(m^2 n).
-void updateSubspaceTable(const CorrectionMemory& memory, const TableLag& lag, const SubspaceTableArrays& arrays);
+// Moves the share of one variable between the sums over free and over held variables, for the first `pairs` pairs.
+// `row` is that of gatherRow. Costs O(m^2).
+void moveVariable(SmallMatrix table, std::size_t m, std::size_t pairs, std::span<const double> row, bool becomesFree);
+
+// Fills the rows and columns of the newest pair. Among the products are those with its change where variables are free
+// and with its step where they are held, both 0 elsewhere.
+void storeNewestInTable(const CorrectionMemory& memory, const PairProducts& products, std::size_t freeChangeVector,
+                        std::size_t heldStepVector, SmallMatrix table);
+
+// result := result + W'ZZ'W v, from the table and S'Y and S'S.
+void addFreeProducts(const CorrectionMemory& memory, SmallMatrix table, std::span<const double> v,
+                     std::span<double> result);
 
 // Forms the factors of K from the table: K = [-A B'; B C] with A = J J' and C + B A^-1 B' = Q Q'. `factor` (order 2m)
 // holds J in its first block, B J^-T below it and Q in the last block. False if a block is not positive definite.

@@ -1,4 +1,4 @@
-// Inner products and small dense factorisations of the L-BFGS-B engine. Every sum has one fixed order, written out, so
+// Short vectors and small dense factorisations of the L-BFGS-B engine. Every sum has one fixed order, written out, so
 // that all compilers, optimisation levels and instruction sets give the same bytes.
 #pragma once
 
@@ -18,17 +18,7 @@ struct SmallMatrix {
     SmallMatrix block(std::size_t row, std::size_t column) const { return {data + row * stride + column, stride}; }
 };
 
-// Number of partial sums of an inner product: element i goes to sum i mod 8, and the sums are added pairwise at the
-// end.
-constexpr std::size_t partialSumCount = 8;
-
-// Adds a[i]*b[i], i < n, to the partial sums; n must be a multiple of 8 except in the last piece of a vector.
-void addProducts(const double* a, const double* b, std::size_t n, double (&sums)[partialSumCount]);
-
-// The partial sums added pairwise.
-double sumOfPartials(const double (&sums)[partialSumCount]);
-
-// a'b of two vectors of the same length.
+// a'b of two short vectors of the same length.
 double innerProduct(std::span<const double> a, std::span<const double> b);
 
 // Replaces the lower triangle of the positive definite matrix a (order n) by its Cholesky factor L, a = L L'. The upper

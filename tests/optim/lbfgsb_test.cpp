@@ -542,8 +542,6 @@ TEST(LbfgsbState, ComesBackAsItWasStored) {
         state.corrections = 100001;
         state.oldest = 100002;
         state.updateCount = 100003;
-        state.pairsNotInTable = 100004;
-        state.tableIsStale = on;
         state.box = {on, !on, on};
         state.previousValue = 2.5;
         state.tolerance = 3.5;
@@ -570,9 +568,9 @@ TEST(LbfgsbState, ComesBackAsItWasStored) {
         storeState(state, {run.state.csave, run.state.lsave, run.state.isave, run.state.dsave});
         const LbfgsbState back = stateOf(run);
         const auto integers = [](const LbfgsbState& s) {
-            return std::vector<std::int32_t>{s.corrections,       s.oldest,           s.updateCount, s.pairsNotInTable,
-                                             s.tableIsStale,      s.iteration,        s.freeCount,   s.refusal,
-                                             s.searchEvaluations, s.search.bracketed, s.search.stage};
+            return std::vector<std::int32_t>{s.corrections, s.oldest,  s.updateCount,       s.iteration,
+                                             s.freeCount,   s.refusal, s.searchEvaluations, s.search.bracketed,
+                                             s.search.stage};
         };
         const auto reals = [](const LbfgsbState& s) {
             return std::vector<double>{s.theta,
@@ -735,7 +733,13 @@ TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
     const std::vector<std::int32_t> nbd{1, 2, 3, 0, 3}, flag(5, 0);
     const std::vector<double> maxStep{0.5, 0.0, 3.0, -1.0, 0.0};
     const BoxProblem problem{5, 2, l, u, nbd, flag, maxStep};
-    const auto feasible = [&](std::vector<double> d) { return largestFeasibleStep(problem, x, d, 100.0); };
+    PieceOfBox box;
+    boxOfPiece(problem, 0, 5, box, InstructionSet::plain);
+    const auto feasible = [&](std::vector<double> d) {
+        StepToBound step{100.0, 0, false};
+        shortenStep(box, 0, 5, x.data(), d.data(), step, InstructionSet::plain);
+        return step.length;
+    };
     EXPECT_EQ(feasible({1.0, -1.0, 0.0, 9.0, 0.0}), 100.0);
     EXPECT_EQ(feasible({-0.5, 1.0, 1.0, 9.0, 1.0}), 2.0);
     EXPECT_EQ(feasible({-0.1, 2.0, 2.0, 9.0, 0.0}), 2.0);
