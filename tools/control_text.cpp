@@ -1,6 +1,7 @@
 #include "control_text.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 #include "number_text.h"
@@ -50,6 +51,17 @@ std::string signReason(const InitChoices& choices) {
     return text + "  Narrower bounds that geology gives sharpen the model; 99 or -99 leaves a side free.\n";
 }
 
+// The misfit of a joint run is a sum over the components.
+std::string wantedMisfit(std::size_t components) {
+    if (components == 1) {
+        return "1";
+    }
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), "%.2f, the root of %zu components",
+                  std::sqrt(static_cast<double>(components)), components);
+    return text.data();
+}
+
 }  // namespace
 
 std::string controlText(const InitChoices& choices, const std::string& dataFile,
@@ -78,10 +90,9 @@ std::string controlText(const InitChoices& choices, const std::string& dataFile,
     }
     text += "\nWhat follows is not read.\n\n";
     text += "Line 3, trade-off: " + choices.tradeoffReason + ".\n";
-    text +=
-        "  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near 1: above it a "
-        "smaller\n";
-    text += "  trade-off or more iterations are needed, far below it noise is being fitted.\n";
+    text += "  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near " +
+            wantedMisfit(mtxFiles.size()) + ": above it\n";
+    text += "  a smaller trade-off or more iterations are needed, far below it noise is being fitted.\n";
     text += signReason(choices);
     text += "Line 9: alphaS is 0.005/h for cells of h = " + shortText(choices.cell) +
             ": smoothness rules within some ten cells, smallness beyond.\n";

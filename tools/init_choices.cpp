@@ -13,8 +13,8 @@ namespace voxlith {
 namespace {
 
 constexpr std::int32_t usualIterations = 100;
-constexpr std::int32_t iterationsWithSign = 200;                  // cells that come to rest at a bound slow a run down
-constexpr double gravityTradeoff = 0.01, magneticTradeoff = 1.0;  // what the program takes for none
+constexpr std::int32_t manyIterations = 200;  // cells at rest at a bound, and two models, slow a run down
+constexpr double gravityTradeoff = 0.01, magneticTradeoff = 1.0;    // what the program takes for none
 constexpr double gravityDeviation = 0.01, magneticDeviation = 1.0;  // the same
 constexpr double smallnessOfCell = 0.005;  // alphaS times the cell size: differences rule up to some ten cells
 constexpr std::int64_t mostCoefficients = 250'000'000;  // 2 GB of rows
@@ -116,9 +116,9 @@ InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files,
     }
     choices.cell = cellSizeOf(files.front()->mesh);
     choices.alphaS = roundedAlpha(smallnessOfCell / choices.cell);
-    choices.iterations = wishes.iterations > 0 ? wishes.iterations
-                         : choices.sign != 0   ? iterationsWithSign
-                                               : usualIterations;
+    choices.iterations = wishes.iterations > 0                         ? wishes.iterations
+                         : choices.sign != 0 || choices.modelTypes > 1 ? manyIterations
+                                                                       : usualIterations;
     return choices;
 }
 
