@@ -196,7 +196,8 @@ class Data(unittest.TestCase):
             self.read('1\n1 2 3 4 0.1\n', 1, False, lined=True)
 
     def test_refusals(self):
-        for text, words in (('1\n', ' holds no data record'), ('1\n1 2\n', ', line 2: 2 columns; x, y, z and data are needed'),
+        for text, words in (('1\n', ' holds no data record'), ('', ' holds no data record'),
+                            ('1\n \n1 2 3 4 5\n', ' holds no data record'), ('1\n1 2\n', ', line 2: 2 columns; x, y, z and data are needed'),
                             ('1\n1 2 three 4 5\n', ", line 2: 'three' is no number (coordinate)"),
                             ('1\n1 2 3 4 5\n1 2 3 x 5\n', ", line 3: 'x' is no number (datum)"),
                             ('1\n1 2 3 4 5\n1 2 3 4 five\n', ", line 3: 'five' is no number (deviation)"),

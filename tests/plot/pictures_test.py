@@ -1,6 +1,8 @@
 """What the figures show: shared scales, axes to one scale, outlines in their places."""
 import os
+import re
 import unittest
+import warnings
 
 import numpy as np
 from matplotlib import pyplot
@@ -60,6 +62,18 @@ class Convergence(Figures):
         marks = {line.get_label(): list(line.get_xdata()) for line in convergence.draw(run).axes[0].lines}
         self.assertEqual(marks['conjugate gradients'], [12])
         self.assertEqual(marks['conjugate gradients, model unchanged'], [22])
+
+    def test_numbers_beyond_all_bounds(self):
+        folder = surveys.copy(surveys.barrier)
+        log, table = (surveys.read(folder, name) for name in ('voxlith.log', 'voxlith.aux'))
+        for word in ('1e300', 14 * '*', 'NaN', '-1e300', 'Infinity'):
+            surveys.write(folder, 'voxlith.log', re.sub(r'(model (?:barr|smth): ).*', r'\g<1>' + word.rjust(14), log))
+            lines = table.split('\n')
+            lines[5] = lines[5][:12] + 3 * word.rjust(14) + lines[5][54:]
+            surveys.write(folder, 'voxlith.aux', '\n'.join(lines))
+            with warnings.catch_warnings():
+                warnings.simplefilter('error')
+                convergence.draw(Run(folder)).canvas.draw()
 
     def test_first_row_alone(self):
         folder = surveys.copy(surveys.gravity)

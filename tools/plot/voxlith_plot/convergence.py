@@ -76,10 +76,10 @@ def _terms(panel, progress, terms):
     panel.plot(progress.iteration, progress.misfit ** 2, color='black', linewidth=1.2, label='misfit²')
     for key, words, colour, dashes in TERMS:
         points = sorted((iteration, found[key]) for iteration, found in terms.items() if key in found)
-        values = np.array([value for _, value in points])
-        if len(values) and np.nanmax(values) >= LEAST:
-            panel.plot([iteration for iteration, _ in points], np.where(values > 0.0, values, np.nan), color=colour,
-                       linestyle=dashes, linewidth=1.2, label=words)
+        values = np.array([value if value > 0.0 else np.nan for _, value in points])
+        if (values >= LEAST).any():
+            panel.plot([iteration for iteration, _ in points], values, color=colour, linestyle=dashes, linewidth=1.2,
+                       label=words)
     _logarithmic(panel, np.concatenate([line.get_ydata() for line in panel.lines]))
     if panel.get_yscale() == 'log':
         panel.set_ylim(bottom=max(panel.get_ylim()[0], LEAST))

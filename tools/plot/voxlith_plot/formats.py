@@ -13,6 +13,7 @@ from .mtx_head import read_mtx  # noqa: F401
 from .text_input import FormatError, Missing, free_numbers, number, number_at, read_text, words_of
 
 ABSENT = -1.0e30
+FAR = 1.0e30
 
 
 @dataclass
@@ -119,7 +120,7 @@ def read_progress(path):
 def _progress_row(path, line_number, line):
     fields = [line[12 + 14 * i:26 + 14 * i].strip() for i in range(3)] + [line[54:64].strip() or '0']
     try:
-        row = [float(int(line[1:12]))] + [np.nan if '*' in text else number(text) for text in fields]
+        row = [float(int(line[1:12]))] + [printed(text) for text in fields]
         return row + [float(int(line[64:68])) if line.rstrip().endswith('+') else -1.0]
     except ValueError:
         raise FormatError("%s, line %d: '%s' is no row of the table" % (path, line_number, line.strip())) from None
@@ -165,12 +166,18 @@ def read_log(path):
     return log
 
 
+def printed(text):
+    """A number that a run has printed: not a number where stars stand for one too long, or where no run comes to."""
+    value = np.nan if '*' in text else number(text)
+    return value if abs(value) < FAR else np.nan
+
+
 def _fixed(line, start, widths):
     found, at = [], start
     for width in widths:
         text, at = line[at:at + width].strip(), at + width
         try:
-            found.append(number(text))
+            found.append(printed(text))
         except ValueError:
             found.append(np.nan)
     return found
@@ -223,11 +230,9 @@ def read_data(path, components, magnetic, total_field=False, lined=False, predic
     """A file of the form of observed data. `predicted`: written by a run, which gives deviations to every record."""
     lines = read_text(path).splitlines()
     heading = 3 if magnetic else 1
-    if len(lines) <= heading:
-        raise FormatError('%s holds no data record' % path)
-    flag = free_numbers(lines[1], 3) if magnetic else []
+    flag = free_numbers(lines[1], 3) if magnetic and len(lines) > 1 else []
     skip = 2 if total_field and len(flag) > 2 and flag[2] < 1 else 0
-    first = words_of(lines[heading])
+    first = words_of(lines[heading]) if len(lines) > heading else []
     with_deviations = predicted or len(first) >= 3 + skip + 2 * components
     step = 2 if with_deviations else 1
     records, names = [], []
@@ -240,6 +245,8 @@ def read_data(path, components, magnetic, total_field=False, lined=False, predic
             if len(rest) < 2:
                 raise FormatError('%s, line %d: no line name and time' % (path, line_number))
             names.append((rest[0][:16], number_at(path, line_number, rest[1], 'time')))
+    if not records:
+        raise FormatError('%s holds no data record' % path)
     columns = np.array(records).T
     values, deviations = columns[3::2].copy(), columns[4::2].copy()
     values[~(values > ABSENT)] = np.nan
