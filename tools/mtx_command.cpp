@@ -193,7 +193,8 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
                         "-99,99; 99 and -99 leave a side free)");
     command->footer(
         "With --topography the bounds line of the control file names the bounds file, and the initial model is 0 in "
-        "the cells of air.\n\n"
+        "the cells of air. With positivity flag 2, whose barrier is infinite at 0, start from a small value above 0 "
+        "instead: air keeps it and has no response.\n\n"
         "Examples:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --out gz.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations tmi.obs --type tmi --field 60,10,50000 --out tmi.mtx\n"
