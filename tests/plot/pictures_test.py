@@ -260,6 +260,16 @@ class Zscores(Figures):
             curve = panel.lines[0]
             self.assertAlmostEqual(np.trapz(curve.get_ydata(), curve.get_xdata()), 1.0, delta=1e-3)
 
+    def test_scores_far_away(self):
+        run = Run(surveys.made(surveys.gravity))
+        for far in (30.0, 1e5, 1e300):
+            run.survey.components[0].predicted[0:2] = far, -far
+            with warnings.catch_warnings():
+                warnings.simplefilter('error')
+                figure = zscores.draw(run)
+                figure.canvas.draw()
+            self.assertLessEqual(figure.axes[0].get_xlim()[1], 1.1e6)
+
     def test_all_masked(self):
         run = Run(surveys.made(surveys.gravity))
         run.survey.components[0].predicted[:] = np.nan
