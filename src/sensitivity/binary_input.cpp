@@ -39,6 +39,28 @@ std::size_t fetch(BinaryInput& input, std::byte* target, std::size_t bytes, std:
     return done;
 }
 
+void makeBlock(BinaryInput& input) {
+    if (input.block.empty()) {
+        input.block.resize(static_cast<std::size_t>(
+            std::clamp<std::int64_t>(input.size, 1, static_cast<std::int64_t>(largeReadAhead))));
+    }
+}
+
+// Fills the read-ahead from the present position on; what it holds of that already is kept and not asked for again.
+void moveBlockHere(BinaryInput& input) {
+    makeBlock(input);
+    const std::int64_t offset = input.position - input.blockStart;
+    std::size_t held = 0;
+    if (offset >= 0 && offset < static_cast<std::int64_t>(input.blockLength)) {
+        held = input.blockLength - static_cast<std::size_t>(offset);
+        std::memmove(input.block.data(), input.block.data() + offset, held);
+    }
+    input.blockStart = input.position;
+    input.blockLength = held;
+    input.blockLength += fetch(input, input.block.data() + held, input.block.size() - held,
+                               input.position + static_cast<std::int64_t>(held));
+}
+
 // Copies what the read-ahead holds from `from` on.
 std::size_t copyHeld(const BinaryInput& input, std::byte* target, std::size_t bytes, std::int64_t from) {
     const std::int64_t offset = from - input.blockStart;
@@ -146,10 +168,7 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
         if (missing >= input.readAhead) {
             got = fetch(input, out + done, missing, from);
         } else {
-            if (input.block.empty()) {
-                input.block.resize(static_cast<std::size_t>(
-                    std::clamp<std::int64_t>(input.size, 1, static_cast<std::int64_t>(largeReadAhead))));
-            }
+            makeBlock(input);
             input.blockLength = 0;
             input.blockLength = fetch(input, input.block.data(), std::min(input.readAhead, input.block.size()), from);
             input.blockStart = from;
@@ -161,6 +180,28 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
         done += got;
     }
     input.position += static_cast<std::int64_t>(bytes);
+}
+
+const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_view what) {
+    if (bytes > input.readAhead) {
+        return nullptr;
+    }
+    if (input.position < 0) {
+        throwDamage(input, what, "a place before the file");
+    }
+    std::int64_t offset = input.position - input.blockStart;
+    if (offset < 0 || offset + static_cast<std::int64_t>(bytes) > static_cast<std::int64_t>(input.blockLength)) {
+        moveBlockHere(input);
+        if (bytes > input.blockLength) {
+            throwEarlyEnd(input, static_cast<std::int64_t>(bytes), static_cast<std::int64_t>(input.blockLength), what);
+        }
+        offset = 0;
+    }
+    if (offset % 4 != 0) {
+        return nullptr;
+    }
+    input.position += static_cast<std::int64_t>(bytes);
+    return input.block.data() + offset;
 }
 
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what) {

@@ -53,6 +53,11 @@ double readReal64(BinaryInput& input, std::string_view what);
 // file that is read in order is fetched once.
 void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_view what);
 
+// The next bytes where they stand in the read-ahead, until the next read; spares a copy of what is used once. A null
+// pointer, and nothing has moved, when they are more than the read-ahead holds or begin beside an address for numbers
+// of four bytes. Throws like readBytes.
+const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_view what);
+
 // Throws RunError unless `bytes` more bytes follow in the file: the test before anything of that size is allocated.
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what);
 

@@ -19,7 +19,8 @@ void requireRoom(SparseCoefStore& store, std::size_t count) {
     reserveStore(store, static_cast<std::int64_t>(count));
 }
 
-void requireIndicesInside(const BinaryInput& input, const std::int32_t* coefIndex, std::size_t count,
+// `byte` is where the file goes on behind the indices.
+void requireIndicesInside(const BinaryInput& input, std::int64_t byte, const std::int32_t* coefIndex, std::size_t count,
                           std::int64_t positions) {
     // One pass without a branch in it; only a damaged file pays for finding the culprit.
     std::int32_t lowest = 1;
@@ -29,13 +30,14 @@ void requireIndicesInside(const BinaryInput& input, const std::int32_t* coefInde
         highest = std::max(highest, coefIndex[p]);
     }
     if (lowest < 1 || highest > positions) {
-        throwDamage(input, "coefficient indices from 1 to " + std::to_string(positions),
-                    std::to_string(lowest < 1 ? lowest : highest));
+        throwDamageAt(input, byte, "coefficient indices from 1 to " + std::to_string(positions),
+                      std::to_string(lowest < 1 ? lowest : highest));
     }
 }
 
-// Reads the count and the coefficients that follow it; no more than `available` bytes may belong to the row.
-DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t end) {
+// Reads the count and the coefficients that follow it, up to byte `end` at most. The row stands until more than
+// `bytesBehind` further bytes are read.
+DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t end, std::size_t bytesBehind) {
     const std::int32_t rowCount = readInt32(input, "the count of a coefficient row");
     if (rowCount <= 0) {
         return {};
@@ -44,12 +46,21 @@ DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t e
         throwDamage(input, "the count of a coefficient row that fits the file", std::to_string(rowCount));
     }
     const auto count = static_cast<std::size_t>(rowCount);
+    const auto positions = static_cast<std::int64_t>(sensitivity.paddedWork.size());
+    const std::int64_t behindIndices = input.position + std::int64_t{4} * rowCount;
+    // Most rows are used where they were read to; only one longer than the read-ahead needs the buffers of the store.
+    if (const std::byte* const held = viewBytes(input, 8 * count + bytesBehind, "the coefficients of a row")) {
+        seekBinary(input, input.position - static_cast<std::int64_t>(bytesBehind));
+        const auto* const coefIndex = reinterpret_cast<const std::int32_t*>(held);
+        requireIndicesInside(input, behindIndices, coefIndex, count, positions);
+        return {coefIndex, coefIndex + count, count};
+    }
     SparseCoefStore& store = sensitivity.store;
     requireRoom(store, count);
     std::int32_t* const coefIndex = store.words.get();
     std::int32_t* const coefValue = coefIndex + count;
     readBytes(input, coefIndex, count * sizeof(std::int32_t), "the indices of a coefficient row");
-    requireIndicesInside(input, coefIndex, count, static_cast<std::int64_t>(sensitivity.paddedWork.size()));
+    requireIndicesInside(input, behindIndices, coefIndex, count, positions);
     readBytes(input, coefValue, count * sizeof(float), "the values of a coefficient row");
     return {coefIndex, coefValue, count};
 }
@@ -60,7 +71,7 @@ DiskRow readFramedRow(Sensitivity& sensitivity, BinaryInput& input) {
     if (length < frameMarkBytes || end > input.size - frameMarkBytes) {
         throwDamage(input, "the length of a coefficient record", std::to_string(length));
     }
-    const DiskRow row = readRowBody(sensitivity, input, end);
+    const DiskRow row = readRowBody(sensitivity, input, end, frameMarkBytes);
     if (input.position != end) {
         seekBinary(input, end);
     }
@@ -80,7 +91,7 @@ void rewindRows(Sensitivity& sensitivity, std::size_t mtx) {
 DiskRow readNextRow(Sensitivity& sensitivity, std::size_t mtx) {
     BinaryInput& input = sensitivity.files[mtx];
     return sensitivity.header.recordForm ? readFramedRow(sensitivity, input)
-                                         : readRowBody(sensitivity, input, input.size);
+                                         : readRowBody(sensitivity, input, input.size, 0);
 }
 
 }  // namespace voxlith

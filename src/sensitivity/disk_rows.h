@@ -8,7 +8,7 @@
 
 namespace voxlith {
 
-// A row in the buffers of the store; it stands until the next row is read.
+// A row in the read-ahead of its file or in the buffers of the store; it stands until the next read from the file.
 struct DiskRow {
     const std::int32_t* coefIndex = nullptr;
     const std::int32_t* coefValue = nullptr;  // bits of real32

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -52,6 +53,57 @@ TEST_F(BinaryInputTest, aReadThatRunsOverTheEndNamesFileByteAndNumber) {
     readBytes(input, two, 2, "the rest");
     EXPECT_EQ(runErrorOf([&] { readBytes(input, two, 1, "more"); }),
               name + ": byte 10: expected more (1 byte), found only 0 to the end of the file");
+}
+
+TEST_F(BinaryInputTest, viewsReadsAndSeeksInAnyOrderGiveTheBytesOfTheFile) {
+    const std::uint64_t seed = 41;
+    std::mt19937_64 generator(seed);
+    const std::vector<unsigned char> bytes = countingBytes(3 * largeReadAhead + 12);
+    writeFileBytes(name, bytes);
+    ASSERT_TRUE(openBinaryInput(input, name));
+    int viewed = 0;
+    for (int round = 0; round < 3000; ++round) {
+        if (round % 7 == 0) {
+            seekBinary(input, static_cast<std::int64_t>(4 * (generator() % (bytes.size() / 4))));
+        }
+        const auto start = static_cast<std::size_t>(input.position);
+        const std::size_t count =
+            std::min<std::size_t>(generator() % (round % 5 == 0 ? 400000 : 9000), bytes.size() - start);
+        std::vector<unsigned char> found(count);
+        const std::byte* const view = round % 3 == 0 ? nullptr : viewBytes(input, count, "a view");
+        if (view != nullptr) {
+            std::memcpy(found.data(), view, count);
+            ++viewed;
+        } else {
+            ASSERT_EQ(input.position, static_cast<std::int64_t>(start));
+            readBytes(input, found.data(), count, "a read");
+        }
+        ASSERT_EQ(input.position, static_cast<std::int64_t>(start + count));
+        ASSERT_TRUE(std::equal(found.begin(), found.end(), bytes.begin() + static_cast<std::ptrdiff_t>(start)))
+            << "round " << round << " seed " << seed;
+    }
+    EXPECT_GT(viewed, 100);
+}
+
+TEST_F(BinaryInputTest, aFileViewedInOrderIsFetchedOnce) {
+    const std::vector<unsigned char> bytes = countingBytes(5 * largeReadAhead / 2);
+    writeFileBytes(name, bytes);
+    ASSERT_TRUE(openBinaryInput(input, name));
+    constexpr std::size_t part = 40000;
+    while (input.position + static_cast<std::int64_t>(part) <= input.size) {
+        ASSERT_NE(viewBytes(input, part, "a view"), nullptr);
+    }
+    EXPECT_LE(input.bytesRead, input.size);
+}
+
+TEST_F(BinaryInputTest, aViewOverTheEndIsDamageAndALongOneIsNone) {
+    writeFileBytes(name, countingBytes(10));
+    ASSERT_TRUE(openBinaryInput(input, name));
+    seekBinary(input, 4);
+    EXPECT_EQ(runErrorOf([&] { viewBytes(input, 8, "the row"); }),
+              name + ": byte 4: expected the row (8 bytes), found only 6 to the end of the file");
+    EXPECT_EQ(viewBytes(input, largeReadAhead + 1, "a long row"), nullptr);
+    EXPECT_EQ(input.position, 4);
 }
 
 TEST_F(BinaryInputTest, positionsOutsideTheFileAreDamage) {

@@ -291,6 +291,9 @@ TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
     TemporaryFolder folder;
     openRowsOnDisk(sensitivity, folder, 0, files[0]);
     openRowsOnDisk(sensitivity, folder, 1, files[1]);
+    // As if every row were longer than what is read ahead: only such rows need the buffer.
+    setReadAhead(sensitivity.files[0], 4);
+    setReadAhead(sensitivity.files[1], 4);
     Sensitivity memory;
     prepareSensitivity(memory, mesh, 5, 2, daubechies(4));
     storeRowsInMemory(memory, files);
