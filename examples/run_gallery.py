@@ -3,10 +3,11 @@
 
     run_gallery.py [--build DIR] [--work DIR] [--only NAME ...]
     run_gallery.py --pictures [--docs DIR]
+    run_gallery.py --compare [--docs DIR]
 
 The page, docs/gallery.md, shows of each example what it is about, what it found, how long it took, and the pictures
 that its list PICTURES names ('sections' if it has none). Pictures need Matplotlib. The exit status is 1 when an example
-fails its check; the page is not written then.
+fails its check; the page is not written then. --compare also holds the page to what the examples say now, times apart.
 """
 import argparse
 import os
@@ -87,6 +88,17 @@ def chapter(name, seconds, said, pictures):
     return '\n'.join(parts)
 
 
+def findings_on_page(name, docs):
+    """What the page says that an example found."""
+    with open(os.path.join(docs, 'gallery.md')) as f:
+        found = re.search(r'(?ms)^## %s\n.*?^```\n(.*?)^```$' % name, f.read())
+    return found[1].strip('\n') if found else ''
+
+
+def same_but_for_times(a, b):
+    return re.sub(r'[\d.]+ s\b', 'TIME', a) == re.sub(r'[\d.]+ s\b', 'TIME', b)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--build', default=os.path.join(HERE, '..', 'build', 'release'),
@@ -94,6 +106,7 @@ def main():
     parser.add_argument('--work', help='the folder of the runs (default: examples-out in the build folder)')
     parser.add_argument('--only', nargs='+', choices=run_example.names(), metavar='NAME', help='some examples alone')
     parser.add_argument('--pictures', action='store_true', help='draw pictures and write the page')
+    parser.add_argument('--compare', action='store_true', help='hold the page to what the examples say now')
     parser.add_argument('--docs', default=os.path.join(HERE, '..', 'docs'), help='where the page goes (default: docs)')
     asked = parser.parse_args()
     asked.work = asked.work or os.path.join(asked.build, 'examples-out')
@@ -106,6 +119,10 @@ def main():
         if not passed:
             failed.append(name)
             print(said)
+        elif asked.compare and not same_but_for_times(findings(name, said), findings_on_page(name, asked.docs)):
+            failed.append(name)
+            print('The page says of %s:\n%s\nThe example says:\n%s\nTo renew the page: run_gallery.py --pictures'
+                  % (name, findings_on_page(name, asked.docs), findings(name, said)))
         elif asked.pictures:
             chapters.append(chapter(name, seconds, said, draw(name, folder, asked.docs)))
     if asked.pictures and not failed:

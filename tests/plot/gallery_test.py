@@ -41,6 +41,13 @@ class Command(unittest.TestCase):
         said += '\n\n$ voxlith a\n    4 s\nRMS 1\n\n\n\nmore\n\nAll files are in x.\n'
         self.assertEqual(run_gallery.findings('two_blocks', said), 'RMS 1\n\nmore')
 
+    def test_page_against_example(self):
+        on_page = run_gallery.findings_on_page('two_blocks', DOCS)
+        self.assertIn('RMS misfit: ', on_page)
+        self.assertTrue(run_gallery.same_but_for_times(on_page, re.sub(r'took [\d.]+ s', 'took 77.7 s', on_page)))
+        self.assertFalse(run_gallery.same_but_for_times(on_page, on_page.replace('0.5 ', '0.6 ')))
+        self.assertEqual(run_gallery.findings_on_page('no_example', DOCS), '')
+
     def test_palette_keeps_the_colours(self):
         out = tempfile.mkdtemp(dir=surveys.ROOT)
         surveys.plot(surveys.made(surveys.surface), '--only', 'sections', '--out', out)
