@@ -1,4 +1,5 @@
-"""Each reader: what the program has written comes back; what is damaged gives one exact line; what is unfinished is left out."""
+"""Each reader: what the program has written comes back; what is damaged gives one exact line; what is unfinished
+is left out."""
 import contextlib
 import io
 import os
@@ -106,7 +107,8 @@ class Progress(unittest.TestCase):
         surveys.write(folder, 'voxlith.aux', '\n'.join(lines))
         with self.assertRaises(FormatError) as caught:
             formats.read_progress(os.path.join(folder, 'voxlith.aux'))
-        self.assertEqual(str(caught.exception), "%s/voxlith.aux, line 10: '%s' is no row of the table" % (folder, lines[9].strip()))
+        self.assertEqual(str(caught.exception),
+                         "%s/voxlith.aux, line 10: '%s' is no row of the table" % (folder, lines[9].strip()))
 
     def test_overflow_is_no_number(self):
         folder = surveys.copy(surveys.gravity)
@@ -130,8 +132,8 @@ class Log(unittest.TestCase):
                 self.assertAlmostEqual(parts ** 0.5, total, delta=4e-4 + 3e-4 / total, msg='%s %d' % (case.__name__, i))
 
     def test_what_it_says_of_the_run(self):
-        for case, style, types in ((surveys.gravity, 0, ['Gz']), (surveys.surface, 3, ['Gz']), (surveys.apparent, 2, ['Gz']),
-                                   (surveys.joint, 0, ['Gz', 'TMI'])):
+        for case, style, types in ((surveys.gravity, 0, ['Gz']), (surveys.surface, 3, ['Gz']),
+                                   (surveys.apparent, 2, ['Gz']), (surveys.joint, 0, ['Gz', 'TMI'])):
             log = formats.read_log(os.path.join(surveys.made(case), 'voxlith.log'))
             self.assertEqual((log.finished, log.style, log.data_types), (True, style, types), case.__name__)
         log = formats.read_log(os.path.join(surveys.made(surveys.magnetic), 'voxlith.log'))
@@ -197,7 +199,8 @@ class Data(unittest.TestCase):
 
     def test_refusals(self):
         for text, words in (('1\n', ' holds no data record'), ('', ' holds no data record'),
-                            ('1\n \n1 2 3 4 5\n', ' holds no data record'), ('1\n1 2\n', ', line 2: 2 columns; x, y, z and data are needed'),
+                            ('1\n \n1 2 3 4 5\n', ' holds no data record'),
+                            ('1\n1 2\n', ', line 2: 2 columns; x, y, z and data are needed'),
                             ('1\n1 2 three 4 5\n', ", line 2: 'three' is no number (coordinate)"),
                             ('1\n1 2 3 4 5\n1 2 3 x 5\n', ", line 3: 'x' is no number (datum)"),
                             ('1\n1 2 3 4 5\n1 2 3 4 five\n', ", line 3: 'five' is no number (deviation)"),
@@ -264,7 +267,8 @@ class SensitivityHead(unittest.TestCase):
         for seed in range(200):
             source = random.Random(seed)
             with open(path, 'wb') as f:
-                f.write((b'VX3D' if seed % 2 else b'') + bytes(source.choice((0, 1, 20, 255)) for _ in range(source.randint(0, 300))))
+                f.write(b'VX3D' if seed % 2 else b'')
+                f.write(bytes(source.choice((0, 1, 20, 255)) for _ in range(source.randint(0, 300))))
             try:
                 head = formats.read_mtx(path)
             except FormatError:
@@ -281,7 +285,8 @@ class TrueBodies(unittest.TestCase):
     def test_refusals(self):
         path = os.path.join(surveys.ROOT, 'b.json')
         for text, words in (('{"bodies": [\n{]', ', line 2: '), ('{}', ': each of "bodies" needs "name" and pairs'),
-                            ('{"bodies": [{"name": "a", "x": [1], "y": [1, 2], "elevation": [1, 2]}]}', ': each of "bodies" needs'),
+                            ('{"bodies": [{"name": "a", "x": [1], "y": [1, 2], "elevation": [1, 2]}]}',
+                             ': each of "bodies" needs'),
                             ('[1]', ': each of "bodies" needs')):
             surveys.write(surveys.ROOT, 'b.json', text)
             with self.assertRaisesRegex(FormatError, '^' + path + words):

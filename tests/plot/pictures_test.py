@@ -47,7 +47,8 @@ class Convergence(Figures):
             for panel, column in zip(figure.axes, (run.progress.misfit, run.progress.norm, run.progress.total)):
                 np.testing.assert_array_equal(panel.lines[0].get_ydata(), column)
                 marks = [line for line in panel.lines if line.get_marker() == 'D']
-                self.assertEqual(sum(len(line.get_xdata()) for line in marks), (run.progress.steps >= 0).sum(), case.__name__)
+                self.assertEqual(sum(len(line.get_xdata()) for line in marks), (run.progress.steps >= 0).sum(),
+                                 case.__name__)
             self.assertIn('after %d iterations (finished)' % run.iteration, figure._suptitle.get_text())
 
     def test_open_marks_where_the_model_stays(self):
@@ -140,7 +141,8 @@ class Profiles(Figures):
         survey = Run(surveys.made(surveys.lines)).survey
         self.assertEqual([name for name, _, _ in profiles.line_ranges(survey)], ['L2150', 'L2250', 'L2350'])
         figure = profiles.draw_lines(survey, survey.components[0], 'title')
-        self.assertEqual([panel.get_title() for panel in figure.axes if panel.get_visible()], ['L2150', 'L2250', 'L2350'])
+        self.assertEqual([panel.get_title() for panel in figure.axes if panel.get_visible()],
+                         ['L2150', 'L2250', 'L2350'])
         self.assertEqual(len({panel.get_ylim() for panel in figure.axes}), 1)
 
     def test_a_name_that_returns_is_a_new_line(self):
@@ -177,7 +179,8 @@ class Sections(Figures):
     def test_given_place(self):
         run, figure = self.draw(surveys.gravity, at=(1010.0, 2590.0, -190.0))
         self.assertEqual([panel.get_title() for panel in figure.axes[:3]],
-                         ['Layer, elevation -200 to -120 m', 'Section at y 2500 to 2600 m', 'Section at x 1000 to 1100 m'])
+                         ['Layer, elevation -200 to -120 m', 'Section at y 2500 to 2600 m',
+                          'Section at x 1000 to 1100 m'])
         for place, words in (((900.0, 2100.0, 0.0), 'x 900 lies outside the mesh, 1000 to 1800'),
                              ((1100.0, 2100.0, 300.0), 'elevation 300 lies outside the mesh, -200 to 120')):
             with self.assertRaisesRegex(FormatError, '^%s$' % words):
@@ -278,7 +281,8 @@ class Zscores(Figures):
 
 class Colours(unittest.TestCase):
     def test_limits(self):
-        self.assertEqual(style.value_limits(np.array([1.0, np.nan, 3.0]), np.array([2.0])), (style.SEQUENTIAL, 1.0, 3.0))
+        self.assertEqual(style.value_limits(np.array([1.0, np.nan, 3.0]), np.array([2.0])),
+                         (style.SEQUENTIAL, 1.0, 3.0))
         self.assertEqual(style.value_limits(np.array([-1.0, 3.0])), (style.DIVERGING, -3.0, 3.0))
         self.assertEqual(style.value_limits(np.array([-0.01, 3.0])), (style.SEQUENTIAL, -0.01, 3.0))
         colours, low, high = style.value_limits(np.array([2.0]))

@@ -50,7 +50,8 @@ class Data(unittest.TestCase):
                     continue
                 self.assertAlmostEqual(component.observed[i], float(row[3]), delta=0.0051)
                 self.assertAlmostEqual(component.predicted[i], float(row[4]), delta=0.0051)
-                self.assertAlmostEqual(component.zscore[i], float(row[6]), delta=0.0051 + 1e-3 * abs(component.zscore[i]))
+                self.assertAlmostEqual(component.zscore[i], float(row[6]),
+                                       delta=0.0051 + 1e-3 * abs(component.zscore[i]))
 
     def test_names_and_units(self):
         names = lambda case: [(c.name, c.unit) for c in Run(surveys.made(case)).survey.components]
@@ -99,7 +100,8 @@ class Models(unittest.TestCase):
         folder = surveys.copy(surveys.gravity)
         flat = lambda models: models[0].values.ravel()
         np.testing.assert_array_equal(flat(Run(folder).models()), read_values(os.path.join(folder, 'voxlith.den')))
-        np.testing.assert_array_equal(flat(Run(folder).models(15)), read_values(os.path.join(folder, 'voxlith_iter_015.den')))
+        np.testing.assert_array_equal(flat(Run(folder).models(15)),
+                                      read_values(os.path.join(folder, 'voxlith_iter_015.den')))
         with self.assertRaises(FormatError) as caught:
             Run(folder).models(7)
         self.assertEqual(str(caught.exception), '%s holds no model of iteration 7 (voxlith_iter_007.den)' % folder)

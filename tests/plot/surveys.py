@@ -22,7 +22,8 @@ FIELD = ((60.0, 5.0, 50000.0), (60.0, 5.0))
 
 def control(**changed):
     """Lines of a control file; l12='30' changes line 12."""
-    lines = ['0', '2 0 0', '0.01 0.02 0', 'd.obs', 'g.mtx', '0.001', '0.0', 'null', '0.0001 1. 1. 1.', 'null', 'null', '14']
+    lines = ['0', '2 0 0', '0.01 0.02 0', 'd.obs', 'g.mtx', '0.001', '0.0', 'null', '0.0001 1. 1. 1.', 'null', 'null',
+             '14']
     for number, text in changed.items():
         at = int(number[1:]) - 1
         lines += [''] * (at + 1 - len(lines))
@@ -37,7 +38,8 @@ def lay(bench, kind='gz', stations=STATIONS, data='d.obs', mtx='g.mtx', masked=(
     write_values(bench.path('true.mod'), MESH.model(BODIES))
     write_bodies(bench.path('true_bodies.json'), MESH, BODIES)
     write_stations(bench.path('s.obs'), stations, field)
-    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.obs', '--type', kind, '--model', 'true.mod', '--out', 'exact')
+    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.obs', '--type', kind, '--model', 'true.mod',
+                '--out', 'exact')
     exact = [row[3] for row in read_data(bench.path('exact'), magnetic=bool(field))]
     deviation = 0.05 * max(abs(v) for v in exact)
     column = [(None if i in masked else d, s) for i, (d, s) in enumerate(noisy(exact, len(exact) * [deviation], 3))]
@@ -66,8 +68,8 @@ def joint(bench):
     first = lay(bench, masked=(3, 5))
     second = lay(bench, 'tmi', data='d.mag', mtx='t.mtx', masked=(5, 8))
     write_data(bench.path('both.obs'), STATIONS, [first, second])
-    bench.write('voxlith.inp', control(l1='0 2 2 2 dens susc', l4='both.obs', l5='g.mtx|t.mtx', l12='14 5', l13='1 1 1 1.0',
-                                       l14='1 2 2 0.5'))
+    bench.write('voxlith.inp', control(l1='0 2 2 2 dens susc', l4='both.obs', l5='g.mtx|t.mtx', l12='14 5',
+                                       l13='1 1 1 1.0', l14='1 2 2 0.5'))
     bench.voxlith('voxlith.inp')
 
 

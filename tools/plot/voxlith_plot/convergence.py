@@ -52,8 +52,8 @@ def _curve(panel, progress, values):
 
 
 def _unchanged(progress):
-    """Iterations that took no step. In the last ten of a run none is tried: the row repeats the one before, and the number
-    of steps is that of the last try."""
+    """Iterations that took no step. In the last ten of a run none is tried: the row repeats the one before, and the
+    number of steps is that of the last try."""
     columns = np.stack([progress.misfit, progress.norm, progress.total])
     repeated = np.append(False, (columns[:, 1:] == columns[:, :-1]).all(axis=0))
     return repeated | (progress.steps == 0)
