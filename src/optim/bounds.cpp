@@ -148,10 +148,14 @@ void shortenStep(const PieceOfBox& box, std::size_t first, std::size_t length, c
         const double room = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];
         const double way = d[i] * step.length;
         if (downwards ? way < room : d[i] > 0.0 && way > room) {
-            // What has no room at all, or lies outside, does not move.
-            step.length = (downwards ? room >= 0.0 : room <= 0.0) ? 0.0 : room / d[i];
-            step.variable = first + i;
-            step.shortened = true;
+            // What has no room at all, or lies outside, does not move. Of several that meet their bounds at the same
+            // step the first one counts.
+            const double reach = (downwards ? room >= 0.0 : room <= 0.0) ? 0.0 : room / d[i];
+            if (reach < step.length) {
+                step.length = reach;
+                step.variable = first + i;
+                step.shortened = true;
+            }
         }
     }
 }

@@ -68,6 +68,7 @@ void refreshMemory(LbfgsbState& state) {
 struct NewPair {
     bool isGood = false;           // it keeps the model matrix positive definite
     double curvature = 0.0;        // s'y
+    double changeSquared = 0.0;    // y'y
     double lengthSquared = 0.0;    // s's
     std::size_t firstElement = 0;  // of its columns
 };
@@ -89,7 +90,7 @@ PathKind pathKindOf(const Engine& engine, const CorrectionMemory& memory) {
 }
 
 // The first pass over the memory: stores the pair, if it is good, and begins the path.
-Opening open(Engine& engine, const CorrectionMemory& memory, PathKind kind, const NewPair& pair) {
+PathStart open(Engine& engine, const CorrectionMemory& memory, PathKind kind, const NewPair& pair) {
     const LbfgsbWorkspace& work = engine.work;
     OpeningArrays arrays{engine.x,           engine.g,           work.r, work.d, work.status, {}, {}, engine.state.step,
                          work.subspaceTable, productsOf(engine), work.c};
@@ -100,12 +101,9 @@ Opening open(Engine& engine, const CorrectionMemory& memory, PathKind kind, cons
     return openIteration(engine.problem, memory, kind, arrays);
 }
 
-// Takes the newest pair, which is stored, into the matrices. False if one of them is singular by rounding, or if the
-// pair is beyond the range of numbers.
-bool adoptPair(Engine& engine, const NewPair& pair, double changeSquared) {
-    if (!std::isfinite(changeSquared))
-        return false;
-    engine.state.theta = changeSquared / pair.curvature;
+// Takes the newest pair, which is stored, into the matrices. False if one of them is singular by rounding.
+bool adoptPair(Engine& engine, const NewPair& pair) {
+    engine.state.theta = pair.changeSquared / pair.curvature;
     const CorrectionMemory memory = memoryOf(engine);
     storeNewestProducts(memory, productsOf(engine), newestStep, pair.curvature, pair.lengthSquared);
     storeNewestInTable(memory, productsOf(engine), newestFreeChange, newestHeldStep, engine.work.subspaceTable);
@@ -164,14 +162,14 @@ bool close(Engine& engine, const CorrectionMemory& memory, const PathStart& path
 bool minimiseModel(Engine& engine, const NewPair& pair, Closing& closing) {
     LbfgsbState& state = engine.state;
     PathKind kind = pathKindOf(engine, memoryOf(engine));
-    Opening opening = open(engine, memoryOf(engine), kind, pair);
-    if (pair.isGood && !adoptPair(engine, pair, opening.changeSquared))
+    PathStart path = open(engine, memoryOf(engine), kind, pair);
+    if (pair.isGood && !adoptPair(engine, pair))
         return false;
     const CorrectionMemory memory = memoryOf(engine);
-    const PathEnd end = takeCauchyPoint(engine, memory, kind, opening.path);
+    const PathEnd end = takeCauchyPoint(engine, memory, kind, path);
     state.intervals = end.pieces;
-    state.freeCount = static_cast<std::int32_t>(opening.path.freeCount);
-    return close(engine, memory, opening.path, end, closing);
+    state.freeCount = static_cast<std::int32_t>(path.freeCount);
+    return close(engine, memory, path, end, closing);
 }
 
 // The largest and the first step of the search along d (paper 1997, section 3).
@@ -337,18 +335,37 @@ std::size_t nextColumn(LbfgsbState& state, std::int32_t m) {
     return static_cast<std::size_t>(newest % m);
 }
 
+// y'y of the last iteration, y being the change of the gradient.
+double squareOfChange(const Engine& engine) {
+    const std::span<const double> g = engine.g, lastG = engine.work.r;
+    std::array<double, pieceLength> change;
+    double square = 0.0;
+    for (std::size_t first = 0; first < g.size(); first += pieceLength) {
+        const std::size_t length = std::min(pieceLength, g.size() - first);
+        for (std::size_t i = 0; i < length; ++i)
+            change[i] = g[first + i] - lastG[first + i];
+        const std::span<const double> piece(change.data(), length);
+        square += longProduct(piece, piece, widestInstructionSet());
+    }
+    return square;
+}
+
 // Makes room for the step and the change of the gradient of the last iteration, unless their product is too small to
-// keep the model matrix positive definite (paper 1995, section 3).
+// keep the model matrix positive definite (paper 1995, section 3; the size to compare it with is that of the program of
+// 1997), or y'y is beyond all numbers. This must be known here: room is made by giving up the oldest pair.
 NewPair makeRoomForPair(Engine& engine) {
     LbfgsbState& state = engine.state;
     NewPair pair;
     pair.curvature = (state.slope - state.slopeAtStart) * state.step;
-    if (!(pair.curvature > epsmch * -state.slopeAtStart * state.step)) {
+    const bool isCurved = pair.curvature > epsmch * -state.slopeAtStart * state.step;
+    if (isCurved)
+        pair.changeSquared = squareOfChange(engine);
+    pair.isGood = isCurved && std::isfinite(pair.changeSquared);
+    if (!pair.isGood) {
         if (state.skippedUpdates < std::numeric_limits<std::int32_t>::max())
             ++state.skippedUpdates;
         return pair;
     }
-    pair.isGood = true;
     pair.lengthSquared = state.step * state.step * state.directionSquared;
     pair.firstElement = nextColumn(state, engine.problem.m) * engine.x.size();
     if (state.updateCount < std::numeric_limits<std::int32_t>::max())

@@ -125,25 +125,22 @@ double squareOf(const double* values, std::size_t length, InstructionSet instruc
 
 }  // namespace
 
-Opening openIteration(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
-                      const OpeningArrays& arrays) {
-    Opening opening;
+PathStart openIteration(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
+                        const OpeningArrays& arrays) {
+    PathStart path;
     std::fill(arrays.products.sums.begin(), arrays.products.sums.end(), 0.0);
     Piece piece;
     for (piece.first = 0; piece.first < arrays.x.size(); piece.first += pieceLength) {
         piece.length = std::min(pieceLength, arrays.x.size() - piece.first);
         callForNext(piece, kind, arrays);
-        if (!arrays.newStep.empty()) {
+        if (!arrays.newStep.empty())
             storePair(piece, arrays);
-            opening.changeSquared += squareOf(arrays.newChange.data() + piece.first, piece.length, memory.instructions);
-        }
-        startPath(problem, memory, kind, arrays, piece, opening.path);
-        opening.path.directionSquared +=
-            squareOf(arrays.direction.data() + piece.first, piece.length, memory.instructions);
+        startPath(problem, memory, kind, arrays, piece, path);
+        path.directionSquared += squareOf(arrays.direction.data() + piece.first, piece.length, memory.instructions);
         if (memory.count > 0)
             addPairProducts(memory, piece.first, vectorsOf(arrays, piece), arrays.products);
     }
-    return opening;
+    return path;
 }
 
 }  // namespace voxlith

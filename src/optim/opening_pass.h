@@ -40,13 +40,8 @@ enum class PathKind {
     none,       // x is stationary: the status stays, the direction is -g where variables are free
 };
 
-struct Opening {
-    PathStart path;
-    double changeSquared = 0.0;  // y'y of the newest pair
-};
-
 // `memory` counts the newest pair already, if there is one.
-Opening openIteration(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
-                      const OpeningArrays& arrays);
+PathStart openIteration(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
+                        const OpeningArrays& arrays);
 
 }  // namespace voxlith

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <new>
@@ -675,6 +676,37 @@ TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
     EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
 }
 
+// The gradient of a held variable jumps so far that the square of its change is beyond all numbers: nothing is learnt,
+// and no pair is given up for it though the memory is full.
+TEST(Lbfgsb, AChangeBeyondAllNumbersLeavesTheMemoryAlone) {
+    OptimiserRun run(4, 2, -1.0);
+    run.fixedFlag[3] = 1;
+    run.callWith("START");
+    for (int iterations = 0; iterations < 5;) {
+        if (run.wantsEvaluation()) {
+            run.f = rosenbrock(run.x, run.g);
+            if (iterations == 4)
+                run.g[3] = 1.0e200;
+        }
+        run.call();
+        iterations += run.word() == "NEW_X";
+    }
+    const LbfgsbState before = stateOf(run);
+    ASSERT_EQ(before.corrections, 2);
+    const auto pairsAndProducts = [&] { return std::vector<double>(run.wa.begin(), run.wa.begin() + 16 + 4); };
+    const std::vector<double> remembered = pairsAndProducts();
+    run.call();
+    ASSERT_EQ(run.word(), "FG_LNSRCH");
+    const LbfgsbState after = stateOf(run);
+    EXPECT_EQ(after.corrections, before.corrections);
+    EXPECT_EQ(after.oldest, before.oldest);
+    EXPECT_EQ(after.updateCount, before.updateCount);
+    EXPECT_EQ(after.theta, before.theta);
+    EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
+    const std::vector<double> now = pairsAndProducts();
+    EXPECT_EQ(std::memcmp(now.data(), remembered.data(), now.size() * sizeof(double)), 0);
+}
+
 // Only rounding makes a matrix singular: here it is spoilt in the workspace, where the layout says.
 TEST(Lbfgsb, AMatrixThatCannotBeFactoredDropsTheMemory) {
     OptimiserRun run = runInItsThirdSearch();
@@ -752,6 +784,20 @@ TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
         EXPECT_EQ(allowed({2.0 * side, 0.0, 4.0, 0.0, 0.0}), 0.25);
         EXPECT_EQ(allowed({0.0, 9.0, 6.0 * side, 9.0, 9.0}), 0.5);
     }
+}
+
+// 25 times the quotient 7/25 is rounded to more than 7: the second variable seems to leave its bound even then.
+TEST(StepLimits, TheFirstOfTwoVariablesThatMeetTheirBoundsTogetherCounts) {
+    PieceOfBox box;
+    box.lower.fill(-infinity);
+    box.upper.fill(7.0);
+    const std::vector<double> x(2, 0.0), d(2, 25.0);
+    StepToBound step;
+    shortenStep(box, 0, 2, x.data(), d.data(), step, InstructionSet::plain);
+    EXPECT_EQ(step.length, 7.0 / 25.0);
+    EXPECT_GT(step.length * 25.0, 7.0);
+    EXPECT_TRUE(step.shortened);
+    EXPECT_EQ(step.variable, 0U);
 }
 
 TEST(ProjectedGradient, TakesFlagOneAsZeroAndOtherFlagsAsTheyAre) {
