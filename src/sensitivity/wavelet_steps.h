@@ -42,6 +42,7 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void forwardLanes(const double* source, double* low, double* high, std::size_t highStride,
                                                 std::size_t n, const TapTable<fixedTaps>& taps) {
     using Vector = typename LaneVector<width>::Type;
+    using AnyPlace = typename LaneVector<width>::AnyPlace;
     const std::size_t half = n / 2;
     const std::size_t base = taps.count() * n - taps.count() / 2 + 2;
     for (std::size_t i = 0; i < half; ++i) {
@@ -51,12 +52,12 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
             Vector highSum = {};
             for (std::size_t k = 0; k < taps.count(); ++k) {
                 const std::size_t j = (base + 2 * i + k) & (n - 1);
-                const Vector a = *reinterpret_cast<const Vector*>(source + lanes * j + l);
+                const Vector a = *reinterpret_cast<const AnyPlace*>(source + lanes * j + l);
                 lowSum += taps.lowTap(k) * a;
                 highSum += taps.highTap(k) * a;
             }
-            *reinterpret_cast<Vector*>(low + lanes * i + l) = lowSum;
-            *reinterpret_cast<Vector*>(highRow + l) = highSum;
+            *reinterpret_cast<AnyPlace*>(low + lanes * i + l) = lowSum;
+            *reinterpret_cast<AnyPlace*>(highRow + l) = highSum;
         }
     }
     for (std::size_t l = 0; 2 * half < n && l < lanes; ++l) {
@@ -68,9 +69,9 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
 template <std::size_t width, std::size_t fixedTaps>
 [[gnu::always_inline]] inline void addTap(const double* low, const double* high, std::size_t k,
                                           const TapTable<fixedTaps>& taps, typename LaneVector<width>::Type& sum) {
-    using Vector = typename LaneVector<width>::Type;
-    sum += taps.lowTap(k) * *reinterpret_cast<const Vector*>(low) +
-           taps.highTap(k) * *reinterpret_cast<const Vector*>(high);
+    using AnyPlace = typename LaneVector<width>::AnyPlace;
+    sum += taps.lowTap(k) * *reinterpret_cast<const AnyPlace*>(low) +
+           taps.highTap(k) * *reinterpret_cast<const AnyPlace*>(high);
 }
 
 // Outputs that the filter reaches round the end of the line, in the order of the plain step: by i, then by k. `m`
@@ -120,6 +121,7 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
                                                 std::size_t targetStride, std::size_t n,
                                                 const TapTable<fixedTaps>& taps) {
     using Vector = typename LaneVector<width>::Type;
+    using AnyPlace = typename LaneVector<width>::AnyPlace;
     const std::size_t half = n / 2;
     const std::size_t wrapped = std::min(half, (taps.count() + 1) / 2 - std::min<std::size_t>(taps.count(), 1));
     const std::size_t base = taps.count() * n - taps.count() / 2 + 2;
@@ -131,8 +133,8 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
             Vector even = {};
             Vector odd = {};
             sumWrappedPair<width, lanes>(low + l, high + l, n, m, taps, even, odd);
-            *reinterpret_cast<Vector*>(evenRow + l) = even;
-            *reinterpret_cast<Vector*>(oddRow + l) = odd;
+            *reinterpret_cast<AnyPlace*>(evenRow + l) = even;
+            *reinterpret_cast<AnyPlace*>(oddRow + l) = odd;
         }
     }
     for (std::size_t m = wrapped; m < half; ++m) {
@@ -142,8 +144,8 @@ template <std::size_t width, std::size_t lanes, std::size_t fixedTaps>
             Vector even = {};
             Vector odd = {};
             sumPair<width, lanes>(low + l, high + l, m, taps, even, odd);
-            *reinterpret_cast<Vector*>(evenRow + l) = even;
-            *reinterpret_cast<Vector*>(oddRow + l) = odd;
+            *reinterpret_cast<AnyPlace*>(evenRow + l) = even;
+            *reinterpret_cast<AnyPlace*>(oddRow + l) = odd;
         }
     }
 }

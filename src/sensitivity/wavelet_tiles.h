@@ -9,20 +9,24 @@
 
 namespace voxlith {
 
-// Vectors of `width` doubles that may be read and written at any double's address.
+// Vectors of `width` doubles: Type for what is worked on, AnyPlace for reading and writing at any double's address. They
+// are two because clang++ takes a reference for one to a vector at an address of its own alignment, whatever the type says.
 template <std::size_t width>
 struct LaneVector;
 template <>
 struct LaneVector<2> {
-    typedef double Type __attribute__((vector_size(16), aligned(8), may_alias));
+    typedef double Type __attribute__((vector_size(16)));
+    typedef double AnyPlace __attribute__((vector_size(16), aligned(8), may_alias));
 };
 template <>
 struct LaneVector<4> {
-    typedef double Type __attribute__((vector_size(32), aligned(8), may_alias));
+    typedef double Type __attribute__((vector_size(32)));
+    typedef double AnyPlace __attribute__((vector_size(32), aligned(8), may_alias));
 };
 template <>
 struct LaneVector<8> {
-    typedef double Type __attribute__((vector_size(64), aligned(8), may_alias));
+    typedef double Type __attribute__((vector_size(64)));
+    typedef double AnyPlace __attribute__((vector_size(64), aligned(8), may_alias));
 };
 
 enum class TileForm {
@@ -76,9 +80,9 @@ struct TilePlace {
 
 template <std::size_t width, std::size_t lanes>
 [[gnu::always_inline]] inline void copyRow(const double* from, double* to) {
-    using Vector = typename LaneVector<width>::Type;
+    using AnyPlace = typename LaneVector<width>::AnyPlace;
     for (std::size_t l = 0; l < lanes; l += width) {
-        *reinterpret_cast<Vector*>(to + l) = *reinterpret_cast<const Vector*>(from + l);
+        *reinterpret_cast<AnyPlace*>(to + l) = *reinterpret_cast<const AnyPlace*>(from + l);
     }
 }
 
@@ -126,9 +130,10 @@ template <std::size_t width>
 [[gnu::always_inline]] inline void transposeSquare(const double* from, std::size_t fromStride, double* to,
                                                    std::size_t toStride) {
     using Vector = typename LaneVector<width>::Type;
+    using AnyPlace = typename LaneVector<width>::AnyPlace;
     Vector row[width];
     for (std::size_t r = 0; r < width; ++r) {
-        row[r] = *reinterpret_cast<const Vector*>(from + fromStride * r);
+        row[r] = *reinterpret_cast<const AnyPlace*>(from + fromStride * r);
     }
     if constexpr (width == 8) {
         for (std::size_t r = 0; r < 4; ++r) {
@@ -145,7 +150,7 @@ template <std::size_t width>
         exchangeOnes<width>(row[r], row[r + 1]);
     }
     for (std::size_t r = 0; r < width; ++r) {
-        *reinterpret_cast<Vector*>(to + toStride * r) = row[r];
+        *reinterpret_cast<AnyPlace*>(to + toStride * r) = row[r];
     }
 }
 
