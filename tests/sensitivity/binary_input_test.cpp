@@ -72,7 +72,7 @@ TEST_F(BinaryInputTest, viewsReadsAndSeeksInAnyOrderGiveTheBytesOfTheFile) {
         std::vector<unsigned char> found(count);
         const std::byte* const view = round % 3 == 0 ? nullptr : viewBytes(input, count, "a view");
         if (view != nullptr) {
-            std::memcpy(found.data(), view, count);
+            std::copy_n(reinterpret_cast<const unsigned char*>(view), count, found.begin());
             ++viewed;
         } else {
             ASSERT_EQ(input.position, static_cast<std::int64_t>(start));
