@@ -232,7 +232,8 @@ std::size_t csvColumn(const CsvReader& reader, std::string_view option, const st
         }
         constexpr std::size_t shownWidth = 400;
         if (known.size() > shownWidth) {
-            known = known.substr(0, shownWidth) + " ...";
+            known.resize(shownWidth);
+            known += " ...";
         }
         std::replace(known.begin(), known.end(), '\n', ' ');
         throw RunError(std::string(option) + " " + name + ": " + reader.input.name +

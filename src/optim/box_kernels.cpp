@@ -99,7 +99,7 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i < length; ++i) {
         const bool meets = time[i] < infinity;
         breakpoints += meets ? 1 : 0;
-        unlimited += (!meets & (std::abs(direction[i]) > 0.0)) ? 1 : 0;
+        unlimited += ((!meets) & (std::abs(direction[i]) > 0.0)) ? 1 : 0;
     }
     std::int32_t freeCount = 0, moving = 0;
     for (std::size_t i = 0; i < length; ++i) {

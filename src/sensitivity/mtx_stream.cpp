@@ -169,7 +169,7 @@ void readStreamNodes(Sensitivity& sensitivity, std::size_t file, MeshGeometry& m
 
 std::int32_t scanStreamRow(BinaryInput& input, const MtxHeader& header) {
     const std::int32_t count = readInt32(input, rowCountText);
-    const std::int64_t bytes = count < 0 ? 4 * header.nPadTotal : std::int64_t{8} * count;
+    const std::int64_t bytes = count < 0 ? (4 * header.nPadTotal) : (std::int64_t{8} * count);
     requireBytes(input, bytes, "the coefficients of a row");
     seekBinary(input, input.position + bytes);
     return count;
