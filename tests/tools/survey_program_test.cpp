@@ -1,6 +1,5 @@
 // mesh, obs and init as their user meets them: help, exit status, what stands where.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,23 +7,14 @@
 #include <string>
 
 #include "support/temporary_folder.h"
+#include "tools/program_run.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::Outcome;
+using testing_support::runTools;
 using testing_support::TemporaryFolder;
-
-struct Outcome {
-    int status = -1;
-    std::string out, errors;
-};
-
-Outcome runTools(const TemporaryFolder& folder, const std::string& arguments) {
-    const std::string command =
-        "cd '" + folder.path().string() + "' && '" VOXLITH_TOOLS_PROGRAM "' " + arguments + " >out.txt 2>errors.txt";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, folder.read("out.txt"), folder.read("errors.txt")};
-}
 
 TEST(SurveyProgram, helpHasExamples) {
     const TemporaryFolder folder;
