@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <limits>
 #include <new>
@@ -96,9 +95,6 @@ void acceptPaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts 
         if (extents[axis] < least[axis]) {
             throwDamageAt(input, place, name + " of " + std::to_string(least[axis]) + " or more",
                           std::to_string(extents[axis]));
-        }
-        if (extents[axis] > 4 && !std::has_single_bit(static_cast<std::uint32_t>(extents[axis]))) {
-            throwDamageAt(input, place, name + " to be a power of two", std::to_string(extents[axis]));
         }
         if (extents[axis] > largestExtent(cells[axis])) {
             throwDamageAt(input, place, name + " of at most " + std::to_string(largestExtent(cells[axis])),

@@ -30,7 +30,8 @@ void acceptMeshCounts(const BinaryInput& input, std::int64_t byte, AxisCounts co
                       MeshGeometry& mesh);
 
 // The padded mesh of the first file: sets counts of `mesh`, header.nPadded and header.nPadTotal. Along x and y it holds
-// the mesh, extents above 4 are powers of two, positions fit 32 bits, and the whole is no absurd multiple of the mesh.
+// the mesh, positions fit 32 bits, and the whole is no absurd multiple of the mesh. Extents above 4 that are no powers
+// of two are accepted, as they always were: the transform follows its index rule and stays inside its arrays.
 void acceptPaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts counts, MtxHeader& header,
                         MeshGeometry& mesh);
 

@@ -212,7 +212,7 @@ TEST(WaveletTransform, KeepsTheSignsOfZeros) {
     }
 }
 
-TEST(WaveletTransform, StaysInsideItsArraysForExtentsThatAreNoPowersOfTwo) {
+TEST(WaveletTransform, FollowsTheIndexRuleForExtentsThatAreNoPowersOfTwo) {
     std::mt19937 random(29);
     for (const PaddedExtents& extents : {PaddedExtents{5, 6, 7}, PaddedExtents{12, 3, 20}, PaddedExtents{9, 33, 1}}) {
         for (const WaveletDirection direction : bothDirections) {
