@@ -28,12 +28,18 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     }
 }
 
-// The padded array comes cleared.
-void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual) {
+// The padded array comes with its first `cleared` values 0. Dense rows of the surface styles reach further: what earlier
+// products have left there is added to, so that results stay comparable with earlier versions.
+void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual,
+                       std::size_t cleared) {
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
         const WorkingRows& rows = store.working[mtx];
-        std::fill(store.compact.begin(), store.compact.end(), 0.0);
+        if (cleared < sensitivity.paddedWork.size()) {
+            gatherInUse(rows, sensitivity.paddedWork, store.compact);
+        } else {
+            std::fill(store.compact.begin(), store.compact.end(), 0.0);
+        }
         addRowsToCompact(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
         scatterInUse(rows, store.compact, sensitivity.paddedWork);
         return;
@@ -100,7 +106,7 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     std::fill_n(sensitivity.paddedWork.begin(), extents.total(), 0.0);
     if (sensitivity.idisk == 0) {
         const double passStart = clockSeconds();
-        scatterFromMemory(sensitivity, mtx, residual);
+        scatterFromMemory(sensitivity, mtx, residual, extents.total());
         timers.transposePass += clockSeconds() - passStart;
     } else {
         scatterFromDisk(sensitivity, mtx, obsStd, residual);

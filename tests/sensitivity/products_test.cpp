@@ -160,6 +160,44 @@ TEST(Products, DenseRowsWorkInMemory) {
     EXPECT_NEAR(forward(sensitivity, mesh, m)[0], sum, 1e-12 * std::abs(sum));
 }
 
+// Positions behind the padded mesh: each transposed product adds to what is there, and the products with models see it.
+TEST(Products, DenseRowsOfSurfaceStylesSeeWhatEarlierTransposedProductsLeft) {
+    std::mt19937 random(104);
+    const MeshGeometry mesh = meshOf({5, 3, 2}, {2, 4, 2});
+    const std::size_t inMesh = paddedExtentsOf(mesh).total();
+    for (const bool arranged : {false, true}) {
+        Sensitivity sensitivity;
+        prepareSensitivity(sensitivity, mesh, 2, 1, daubechies(4));
+        ASSERT_EQ(sensitivity.paddedWork.size(), 40U);
+        std::vector<StoredRow> rows(2);
+        for (StoredRow& row : rows) {
+            for (std::size_t p = 0; p < sensitivity.paddedWork.size(); ++p) {
+                row.index.push_back(static_cast<std::int32_t>(p) + 1);
+                row.value.push_back(static_cast<float>(random() % 64) - 31.5F);
+            }
+        }
+        storeRowsInMemory(sensitivity, {rows});
+        if (arranged) {
+            arrangeRowsInMemory(sensitivity);
+        }
+        const std::vector<double> model = randomVector(mesh.cellCount(), random);
+        std::vector<double> expected = forward(sensitivity, mesh, model);  // nothing is left behind the mesh yet
+        transpose(sensitivity, mesh, {1.0, 2.0});
+        transpose(sensitivity, mesh, {-4.0, 0.5});
+        for (std::size_t r = 0; r < 2; ++r) {
+            for (std::size_t p = inMesh; p < sensitivity.paddedWork.size(); ++p) {
+                const double left = (1.0 - 4.0) * static_cast<double>(rows[0].value[p]) +
+                                    (2.0 + 0.5) * static_cast<double>(rows[1].value[p]);
+                expected[r] += static_cast<double>(rows[r].value[p]) * left;
+            }
+        }
+        const std::vector<double> got = forward(sensitivity, mesh, model);
+        for (std::size_t r = 0; r < 2; ++r) {
+            EXPECT_NEAR(got[r], expected[r], 1e-12 * std::abs(expected[r])) << (arranged ? "arranged" : "raw");
+        }
+    }
+}
+
 TEST(Products, WithoutFoldingForwardTakesTheFirstWeightAndTransposeItsOwn) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
     Sensitivity sensitivity;
