@@ -28,8 +28,8 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     }
 }
 
-// The padded array comes with its first `cleared` values 0. Dense rows of the surface styles reach further: what earlier
-// products have left there is added to, so that results stay comparable with earlier versions.
+// The padded array comes with its first `cleared` values 0. Dense rows of the surface styles reach further: what
+// earlier products have left there is added to, so that results stay comparable with earlier versions.
 void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual,
                        std::size_t cleared) {
     SparseCoefStore& store = sensitivity.store;

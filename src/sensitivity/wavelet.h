@@ -1,8 +1,8 @@
 // The separable 3-D wavelet transform of padded cell arrays, and the way between mesh and padded array.
 //
 // The padded array holds npz * npx * npy values, z fastest, then x, then y; the mesh sits at its low corner. Extents
-// are powers of two. The inverse is the exact transpose of the forward transform, whatever the taps are. Extents above 4
-// that are no powers of two are transformed by the same index rule, without that property.
+// are powers of two. The inverse is the exact transpose of the forward transform, whatever the taps are. Extents above
+// 4 that are no powers of two are transformed by the same index rule, without that property.
 #pragma once
 
 #include <cstddef>
