@@ -2,8 +2,8 @@
 #include <array>
 #include <cstddef>
 
+#include "files/exponent_lines.h"
 #include "files/model_file.h"
-#include "text/exponent_lines.h"
 #include "text/output_file.h"
 
 namespace voxlith {
@@ -12,48 +12,50 @@ namespace {
 
 constexpr std::size_t linesAtOnce = 1024;  // within the room that the output buffer promises
 
-// The values of one column and the weights to divide them by; no weights, no division.
-struct Column {
+// Values in cell order and the weights to divide them by; no weights, no division.
+struct Cells {
     std::span<const double> value;
     std::span<const float> weight;
 };
 
-double cellValue(const Column& column, std::size_t k) {
-    return column.weight.empty() ? column.value[k] : column.value[k] / static_cast<double>(column.weight[k]);
+double cellValue(const Cells& cells, std::size_t k) {
+    return cells.weight.empty() ? cells.value[k] : cells.value[k] / static_cast<double>(cells.weight[k]);
 }
 
-void writeCells(OutputFile& file, const Column& column, std::size_t first, std::size_t behind) {
+void writeCells(OutputFile& file, const Cells& cells, std::size_t first, std::size_t behind) {
     std::array<double, linesAtOnce> divided;
     while (first < behind) {
         const std::size_t count = std::min(behind - first, linesAtOnce);
-        std::span<const double> values = column.value.subspan(first, count);
-        if (!column.weight.empty()) {
+        std::span<const double> values = cells.value.subspan(first, count);
+        if (!cells.weight.empty()) {
             for (std::size_t n = 0; n < count; ++n) {
-                divided[n] = cellValue(column, first + n);
+                divided[n] = cellValue(cells, first + n);
             }
             values = std::span<const double>(divided).first(count);
         }
         char* const start = reserveOutput(file, exponentLinesRoom(count));
-        commitOutput(file, static_cast<std::size_t>(putExponentLines(start, values) - start));
+        commitOutput(file, static_cast<std::size_t>(putExponentLines(start, values, widestInstructionSet()) - start));
         first += count;
     }
 }
 
 void writeRepeated(OutputFile& file, double value, std::size_t count) {
     std::array<char, exponentLinesRoom(1)> line;
-    putExponentLines(line.data(), std::span(&value, 1));
+    putExponentLines(line.data(), std::span(&value, 1), InstructionSet::plain);
     for (; count > 0; --count) {
         appendOutput(file, std::string_view(line.data(), exponentLineBytes));
     }
 }
 
 // The surface styles invert one or two layers; a file of theirs shows the deepest of them all the way down.
-void writeColumn(OutputFile& file, const Column& column, std::int32_t inversionStyle) {
-    const std::size_t nz = column.value.size();
-    const std::size_t ownLayers = inversionStyle == 2 ? 1 : inversionStyle == 3 ? 2 : nz;
-    writeCells(file, column, 0, std::min(ownLayers, nz));
-    if (nz > ownLayers) {
-        writeRepeated(file, cellValue(column, ownLayers - 1), nz - ownLayers);
+std::size_t ownLayersOf(std::int32_t inversionStyle, std::size_t nz) {
+    return std::min<std::size_t>(inversionStyle == 2 ? 1 : inversionStyle == 3 ? 2 : nz, nz);
+}
+
+void writeColumns(OutputFile& file, const Cells& all, std::size_t nz, std::size_t ownLayers) {
+    for (std::size_t first = 0; first < all.value.size(); first += nz) {
+        writeCells(file, all, first, first + ownLayers);
+        writeRepeated(file, cellValue(all, first + ownLayers - 1), nz - ownLayers);
     }
 }
 
@@ -67,10 +69,13 @@ void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::in
     const std::span<const double> values = source.subspan(static_cast<std::size_t>(modelType) * cells, cells);
     OutputFile file;
     openOutputFile(file, fileName);
-    for (std::size_t first = 0; first < cells; first += nz) {
-        const std::span<const float> weight =
-            foldDepthWeight ? depthWeight.subspan(first, nz) : std::span<const float>();
-        writeColumn(file, Column{values.subspan(first, nz), weight}, inversionStyle);
+    expectOutput(file, exponentLineBytes * cells);
+    const Cells all{values, foldDepthWeight ? depthWeight.first(cells) : std::span<const float>()};
+    const std::size_t ownLayers = ownLayersOf(inversionStyle, nz);
+    if (ownLayers == nz) {
+        writeCells(file, all, 0, cells);
+    } else {
+        writeColumns(file, all, nz, ownLayers);
     }
     finishOutputFile(file);
 }

@@ -80,6 +80,16 @@ void openOutputFile(OutputFile& file, std::string_view name) {
     }
 }
 
+void expectOutput(OutputFile& file, std::size_t bytes) {
+#if defined(__linux__)
+    // What does not fit on the disk is told by the writing itself.
+    static_cast<void>(::fallocate(file.handle, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)));
+#else
+    static_cast<void>(file);
+    static_cast<void>(bytes);
+#endif
+}
+
 char* reserveOutput(OutputFile& file, std::size_t count) {
     if (count > file.buffer.size() - file.used) {
         writeBuffer(file);

@@ -18,11 +18,16 @@ struct OutputFile {
     std::array<char, 1024> name{};
     std::array<char, 1040> nameBeside{};
     std::size_t used = 0;
-    std::array<char, 65536> buffer{};
+    // Large enough that the system takes whole runs of pages at each writing.
+    std::array<char, 262144> buffer;
 };
 
 // Throws RunError (file and cause) when the file cannot be created.
 void openOutputFile(OutputFile& file, std::string_view name);
+
+// Tells how long the file will be, so that the system finds the room for it at once. A hint: longer and shorter files
+// come out right, and so do files where the system knows nothing of the kind.
+void expectOutput(OutputFile& file, std::size_t bytes);
 
 // Room for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the
 // number of characters used. Throws RunError when the buffer cannot be written out.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -51,6 +52,18 @@ TEST(OutputFile, appearsWhenItIsComplete) {
     EXPECT_EQ(folder.read("second"), "");
 }
 
+TEST(OutputFile, isAsLongAsWhatIsWrittenWhateverWasExpected) {
+    TemporaryFolder folder;
+    for (const std::size_t expected : {std::size_t{0}, std::size_t{1}, std::size_t{1000000}, SIZE_MAX}) {
+        OutputFile file;
+        openOutputFile(file, folder.file("model.den"));
+        expectOutput(file, expected);
+        appendOutputLine(file, "0.5");
+        finishOutputFile(file);
+        EXPECT_EQ(folder.read("model.den"), "0.5\n") << expected;
+    }
+}
+
 TEST(OutputFile, holdsMoreThanItsBuffer) {
     TemporaryFolder folder;
     OutputFile file;
@@ -66,7 +79,7 @@ TEST(OutputFile, holdsMoreThanItsBuffer) {
         }
         expected += piece;
     }
-    const std::string block(200000, 'b');
+    const std::string block(3 * file.buffer.size() + 1, 'b');
     appendOutput(file, block);
     finishOutputFile(file);
     EXPECT_EQ(folder.read("large"), expected + block);
@@ -98,9 +111,9 @@ TEST(OutputFile, keepsTheEarlierVersionWhenTheDiskIsFull) {
     appendOutput(file, "small");
     EXPECT_EQ(errorOf([&] { finishOutputFile(file); }), cause);
     openOnFullDevice();
-    EXPECT_EQ(errorOf([&] { appendOutput(file, std::string(70000, 'x')); }), cause);
+    EXPECT_EQ(errorOf([&] { appendOutput(file, std::string(file.buffer.size() + 1, 'x')); }), cause);
     openOnFullDevice();
-    appendOutput(file, std::string(60000, 'x'));
+    appendOutput(file, std::string(file.buffer.size() - 100, 'x'));
     EXPECT_EQ(errorOf([&] { reserveOutput(file, 16384); }), cause);
     EXPECT_EQ(folder.read("kept"), "old");
     EXPECT_EQ(filesIn(folder), 1u);

@@ -1,7 +1,8 @@
-#include "text/exponent_lines.h"
+#include "files/exponent_lines.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -15,11 +16,20 @@
 namespace voxlith {
 namespace {
 
-std::string linesOf(const std::vector<double>& values) {
+std::string linesOf(const std::vector<double>& values, InstructionSet instructions) {
     std::string room(exponentLinesRoom(values.size()), '\0');
-    const char* const behind = putExponentLines(room.data(), values);
+    const char* const behind = putExponentLines(room.data(), values, instructions);
     room.resize(static_cast<std::size_t>(behind - room.data()));
     return room;
+}
+
+// With the instructions of the machine, once all narrower ones have given the same bytes.
+std::string linesOf(const std::vector<double>& values) {
+    const InstructionSet widest = widestInstructionSet();
+    const std::string lines = linesOf(values, InstructionSet::plain);
+    EXPECT_TRUE(linesOf(values, std::min(widest, InstructionSet::avx2)) == lines) << values.size() << " values";
+    EXPECT_TRUE(linesOf(values, widest) == lines) << values.size() << " values";
+    return lines;
 }
 
 std::string fieldsOf(const std::vector<double>& values) {
@@ -71,6 +81,24 @@ TEST(ExponentLines, givesTheFieldsOfTheExactWriterAtEveryPowerOfTen) {
         values.push_back(std::nextafter(value, std::numeric_limits<double>::infinity()));
         values.push_back(0.9999995 * value);
         values.push_back(0.99999949 * value);
+    }
+    EXPECT_TRUE(linesOf(values) == fieldsOf(values));
+}
+
+// Lines are made in groups; what is left over must neither be missing nor reach beyond the room.
+TEST(ExponentLines, putsAnyCountOfLines) {
+    std::vector<double> values;
+    for (int count = 0; count < 40; ++count) {
+        EXPECT_EQ(linesOf(values), fieldsOf(values)) << count;
+        values.push_back(count % 3 == 0 ? 0.0 : std::ldexp(-1.7, 9 * count - 200));
+    }
+}
+
+// All digits of six-digit numbers, in fields that are not rounded.
+TEST(ExponentLines, givesTheFieldsOfTheExactWriterForAllNumbersOfSixDigits) {
+    std::vector<double> values;
+    for (int number = 100000; number <= 1000000; ++number) {
+        values.push_back(number);
     }
     EXPECT_TRUE(linesOf(values) == fieldsOf(values));
 }

@@ -1,9 +1,12 @@
 // Model values as text: one a line, each in a field of 14 characters with 6 digits, "  0.123456E+01" for 1.23456. The
-// same characters as putExponent gives, made for millions of values at every iteration.
+// same characters as putExponent gives, made for millions of values at every iteration: many lines at once, with the
+// widest instructions that the machine has.
 #pragma once
 
 #include <cstddef>
 #include <span>
+
+#include "optim/instruction_set.h"
 
 namespace voxlith {
 
@@ -16,6 +19,6 @@ constexpr std::size_t exponentLinesRoom(std::size_t count) {
 }
 
 // Puts the lines of `values` at `out`, which has the room above, and returns what is behind the last line end.
-char* putExponentLines(char* out, std::span<const double> values);
+char* putExponentLines(char* out, std::span<const double> values, InstructionSet instructions);
 
 }  // namespace voxlith
