@@ -49,16 +49,16 @@ ProductTerm takeTerm(Definition& definition) {
     const auto mtx = takeNumber<std::int32_t>(definition, "an MTX file number");
     const auto model = takeNumber<std::int32_t>(definition, "a model type number");
     const auto coefficient = takeNumber<double>(definition, "a coefficient");
-    checkRange(definition, mtx, definition.control.nMtx, "an MTX file number");
-    checkRange(definition, model, definition.control.nModelTypes, "a model type number");
-    const bool hasProduct = mtx > 0 && model > 0;
-    if (!hasProduct && coefficient != 0.0)
-        throwDefinitionError(definition.control, definition.dataType,
-                             "expected a coefficient of 0 for a term without a product, found another");
+    // Only what takes part in the run has to be there: all other terms are passed over, whatever they name.
+    const bool hasProduct = mtx > 0 && model > 0 && coefficient != 0.0;
+    if (hasProduct) {
+        checkRange(definition, mtx, definition.control.nMtx, "an MTX file number");
+        checkRange(definition, model, definition.control.nModelTypes, "a model type number");
+    }
     ProductTerm term;
-    // A file stays named where the model is none: the class of the data is that of the first term's file.
-    term.mtx = mtx > 0 ? mtx - 1 : -1;
-    term.model = model > 0 ? model - 1 : -1;
+    // A file stays named where there is no product: the class of the data is that of the first term's file.
+    term.mtx = mtx > 0 && mtx <= definition.control.nMtx ? mtx - 1 : -1;
+    term.model = model > 0 && model <= definition.control.nModelTypes ? model - 1 : -1;
     term.coefficient = coefficient;
     return term;
 }

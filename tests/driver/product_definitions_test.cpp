@@ -62,6 +62,12 @@ TEST(ProductDefinitions, PassesOverTermsWithoutCoefficientOrProduct) {
     EXPECT_EQ(tables.terms[1][0].product, -1);
     EXPECT_EQ(tables.terms[1][0].mtx, 1) << "the file is known all the same: it gives the class of the data";
     EXPECT_EQ(tables.terms[1][0].model, -1);
+    for (const char* line : {"2 0 1 1.0 1 1 2.0", "2 1 -1 2.0 1 1 2.0", "2 3 1 0.0 1 1 2.0", "2 0 5 1.0 1 1 2.0"}) {
+        const ProductTables passed = tablesOf(joint(2, 1, 1, {line}));
+        ASSERT_EQ(passed.products.size(), 1U) << line;
+        EXPECT_EQ(passed.terms[0][0].product, -1) << line;
+        EXPECT_EQ(passed.terms[0][1].product, 0) << line;
+    }
 }
 
 TEST(ProductDefinitions, TakesRmsOnlyBehindExactlyThreeTerms) {
@@ -79,8 +85,8 @@ TEST(ProductDefinitions, KeepsTheDefaultForDataTypesWithoutALine) {
 }
 
 TEST(ProductDefinitions, RefusesWhatTheRunDoesNotHave) {
-    for (const char* line : {"1 3 1 1.0", "1 1 2 1.0", "1 0 1 1.0", "1 1 -1 2.0", "1 1 1", "x 1 1 1", "1 a 1 1", "",
-                             "999999999 1 1 1.0", "2 1 1 1.0"})
+    for (const char* line :
+         {"1 3 1 1.0", "1 1 2 1.0", "1 1 1", "x 1 1 1", "1 a 1 1", "", "999999999 1 1 1.0", "2 1 1 1.0"})
         EXPECT_THROW(tablesOf(joint(2, 1, 1, {line})), RunError) << line;
     EXPECT_THROW(tablesOf(joint(1, 2, 2, {})), RunError) << "default mapping with more data types than files";
 }
