@@ -79,13 +79,16 @@ void takeLabels(ControlReader& reader) {
     for (std::int32_t type = 0; type < control.nModelTypes && type < maxFiles; ++type) {
         std::string token;
         nextToken(reader.line, token);
-        std::string& label = control.modelLabel[static_cast<std::size_t>(type)];
-        label = token.substr(0, 8);
-        // Labels become part of file names, and those belong into the folder of the run.
+        control.modelLabel[static_cast<std::size_t>(type)] = token.substr(0, 8);
+    }
+}
+
+// Labels become part of file names, and those belong into the folder of the run.
+void checkLabels(const ControlValues& control) {
+    for (const std::string& label : control.modelLabel)
         if (label.find('/') != std::string::npos)
             throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" +
                            label + "\"");
-    }
 }
 
 void takeCounts(ControlReader& reader) {
@@ -145,6 +148,7 @@ void readLine1(ControlReader& reader) {
     checkCount(reader, control.nMtx, control.nMtx, "MTX files");
     checkCount(reader, control.nDataTypes, control.nDataTypes, "number of data types");
     checkCount(reader, control.nModelTypes, control.nDataTypes, "number of model types");
+    checkLabels(control);
 }
 
 void readLine2(ControlReader& reader) {

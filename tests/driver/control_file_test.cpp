@@ -173,6 +173,7 @@ TEST(ControlFile, ChecksTheThreeCounts) {
         {"0 7 1 1", "Error: the number of MTX files must be between 1 and 6. Number specified was:", "   7"},
         {"0 0", "Error: the number of MTX files must be between 1 and 6. Number specified was:", "   0"},
         {"0 1 9", "Error: the number of number of data types must be between 1 and 6. Number specified was:", "   9"},
+        {"0 7 1 2 a/b", "Error: the number of MTX files must be between 1 and 6. Number specified was:", "   7"},
         {"0 1 1 7",
          "Error: the number of number of model types must be between 1 and 6. Number specified was:", "   1"}};
     for (const CountCase& one : cases) {
