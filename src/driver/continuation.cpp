@@ -25,6 +25,8 @@ constexpr std::string_view lineSearchHeading = " VoxLith Line Search Values";
 constexpr int progressHeadings = 4;
 constexpr int lineSearchHeadings = 2;
 constexpr std::size_t shortestRow = 54;  // iteration number and three reals: the row of the starting state
+constexpr std::size_t numberStart = 4;   // of a row the run wrote, the iteration number stands right-aligned
+constexpr std::size_t numberEnd = 12;    // in the columns from numberStart to numberEnd
 
 // The tables of the line search log are kept for no later step; only rows that can be read are let through.
 constexpr std::size_t lineSearchRows = 32;
@@ -58,25 +60,38 @@ void continueTable(Messages& messages, LineFile& file, std::string_view name, st
         writeHeadings(file, heading);
 }
 
-// A run that was killed while it wrote a row leaves a row without line end. Such a row is no finished iteration: it is
-// cut off, so that no later run takes the beginning of a number for the number.
+// Whether a row without line end may have been cut within a heading or within its iteration number, that is where a 1
+// may be the beginning of 12. A row that is cut further right still tells its iteration, whose model is complete: the
+// models of an iteration are written before its row.
+bool endsWithinNumber(std::string_view row) {
+    const std::size_t first = row.find_first_not_of(' ', 1);  // the first column counts as blank
+    const std::size_t behind = first == std::string_view::npos ? first : row.find_first_not_of("0123456789", first);
+    if (first == std::string_view::npos || behind == first)
+        return true;
+    return behind == std::string_view::npos && first >= numberStart && row.size() < numberEnd;
+}
+
+// A run that was killed while it wrote a row leaves a row without line end. When no iteration can be told from it, it
+// is cut off, so that no later run takes the beginning of a number for the number.
 void dropUnfinishedRow(Messages& messages, std::string_view name) {
     if (!fileExists(std::string(name)))
         stopForMissing(messages, name);
     std::ifstream file{std::string(name), std::ios::binary | std::ios::ate};
     const std::streamoff size = file.tellg();
     std::streamoff rowStart = size;
+    std::string row;
     for (char character = 0; rowStart > 0; --rowStart) {
         file.seekg(rowStart - 1);
         file.get(character);
         if (!file || character == '\n')
             break;
-        if (static_cast<std::size_t>(size - rowStart) + 1 >= shortestRow)
+        row.insert(row.begin(), character);
+        if (row.size() >= shortestRow)
             return;  // long enough to be whole; only its line end is missing
     }
     file.close();
     std::error_code failure;
-    if (rowStart < size)
+    if (rowStart < size && endsWithinNumber(row))
         std::filesystem::resize_file(std::filesystem::path(name), static_cast<std::uintmax_t>(rowStart), failure);
     if (failure)
         throw RunError(std::string(name) + ": an unfinished last row cannot be cut off: " + failure.message());

@@ -101,18 +101,33 @@ TEST(ContinuedRun, HeadingsAloneStartAtZero) {
     EXPECT_EQ(linesOf(folder.read("voxlith.aux")).back().substr(0, 12), "           1");
 }
 
-TEST(ContinuedRun, CountsWholeRowsOnlyWhenTheLastIsCutOff) {
+TEST(ContinuedRun, CountsARowThatIsCutOffOnceItsNumberIsWhole) {
     const std::string whole = "          11        0.9000        0.1000        0.9500       0.1\n";
     const std::string cut = "          12        0.8999     ";
-    for (std::size_t length = 1; length <= cut.size(); length += 2) {
+    for (std::size_t length = 1; length <= cut.size(); ++length) {
         const TemporaryFolder folder;
         laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
         folder.write("voxlith.rho", constantModel("0.02"));
         folder.write("voxlith.aux", headings + whole + cut.substr(0, length));
         ASSERT_EQ(runNow(folder).exitStatus, 0) << length;
         const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
-        ASSERT_EQ(lines.size(), 6U) << length;
-        EXPECT_EQ(lines.back().substr(0, 12), "          12") << length;
+        const bool counts = length >= 12;
+        ASSERT_EQ(lines.size(), counts ? 7U : 6U) << length;
+        EXPECT_EQ(lines.back().substr(0, 12), counts ? "          13" : "          12") << length;
+    }
+}
+
+TEST(ContinuedRun, TakesALastRowWithoutLineEndThatARunCannotHaveCut) {
+    for (const char* row : {"  120", "x 120", " 120 0.9", "   120 0.9000 0.1000 0.9500 0.1"}) {
+        const TemporaryFolder folder;
+        laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+        folder.write("voxlith.rho", constantModel("0.02"));
+        folder.write("voxlith.aux", headings + row);
+        ASSERT_EQ(runNow(folder).exitStatus, 0) << row;
+        const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
+        ASSERT_EQ(lines.size(), 6U) << row;
+        EXPECT_EQ(lines[4], row);
+        EXPECT_EQ(lines.back().substr(0, 12), "         121") << row;
     }
 }
 

@@ -100,6 +100,15 @@ class Progress(unittest.TestCase):
             else:
                 self.assertRaises(Missing, formats.read_progress, path)
 
+    def test_row_that_ends_early(self):
+        folder = surveys.copy(surveys.gravity)
+        path = os.path.join(folder, 'voxlith.aux')
+        lines = surveys.read(folder, 'voxlith.aux').split('\n')
+        whole = formats.read_progress(path)
+        for length in range(12, 54, 3):
+            surveys.write(folder, 'voxlith.aux', '\n'.join(lines[:9] + [lines[9][:length]] + lines[10:]))
+            np.testing.assert_array_equal(formats.read_progress(path).total, np.delete(whole.total, 6))
+
     def test_damaged_row(self):
         folder = surveys.copy(surveys.gravity)
         lines = surveys.read(folder, 'voxlith.aux').split('\n')

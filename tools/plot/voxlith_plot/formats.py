@@ -108,6 +108,8 @@ def read_progress(path):
     for line_number, line in enumerate(_ended_lines(path), 1):
         if line_number <= 3 or not line.strip() or 'Iterations' in line:
             continue
+        if len(line) < 54 and line[1:12].strip().isdigit():
+            continue  # a run was stopped while it wrote this row, and a later one went on behind it
         rows.append(_progress_row(path, line_number, line))
         if rows[-1][0] == 0:
             rows[-1][2] = rows[-1][2] ** 0.5
