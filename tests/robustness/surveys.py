@@ -181,10 +181,12 @@ def faults_of_whole_files(folder, reference):
 
 
 def whole_rows(folder):
-    """Iteration numbers of the rows of voxlith.aux that end with a line end."""
+    """Iteration numbers of the rows of voxlith.aux whose number is whole: those that a continued run counts."""
     if not has(folder, 'voxlith.aux'):
         return []
-    lines = read(folder, 'voxlith.aux').split('\n')[:-1]
+    lines = read(folder, 'voxlith.aux').split('\n')
+    if len(lines[-1]) < 12:
+        lines.pop()
     numbers = []
     for line in lines[4 - 1:]:
         word = line.replace('+', ' ').split()[:1]
