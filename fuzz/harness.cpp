@@ -43,7 +43,7 @@ void enterWorkFolder() {
     if (!workFolder().empty()) {
         return;
     }
-    const bool inMemory = std::filesystem::is_directory("/dev/shm");
+    const bool inMemory = ::access("/dev/shm", W_OK | X_OK) == 0;
     std::string pattern =
         (inMemory ? std::string("/dev/shm") : std::filesystem::temp_directory_path().string()) + "/voxlith_fuzz_XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr || ::chdir(pattern.c_str()) != 0) {
