@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "files/dummy_value.h"
 #include "inversion/data_gradient.h"
-#include "inversion/smoothness_terms.h"
+#include "inversion/model_terms.h"
 #include "sensitivity/products.h"
 
 namespace voxlith {
@@ -21,58 +20,27 @@ std::span<const float> depthWeightOfType(const ObjectiveInputs& inputs, std::siz
     return inputs.sensitivity.depthWeightOf(std::min(type, lastFile));
 }
 
-void addSmoothness(const ObjectiveInputs& inputs, std::span<const double> values, std::span<const float> depthWeight,
-                   std::span<double> out) {
-    addDifferencesY(inputs.mesh, values, depthWeight, inputs.weights.wtN, out);
-    addDifferencesX(inputs.mesh, values, depthWeight, inputs.weights.wtE, out);
-    if (hasVerticalTerms(inputs.inversionStyle))
-        addDifferencesZ(inputs.mesh, values, depthWeight, inputs.weights.wtZ, out);
-}
-
-// `reference` is empty for a Hessian product. A cell without a reference is pulled towards 0.
-void addReference(const ObjectiveInputs& inputs, std::span<const double> values, std::span<const double> reference,
-                  std::span<const float> depthWeight, std::span<double> out) {
-    const auto height = static_cast<std::size_t>(inputs.mesh.nz);
-    const auto used = static_cast<std::size_t>(inputs.mesh.nzl);
-    for (std::size_t column = 0; column < out.size(); column += height)
-        for (std::size_t n = column; n < column + used; ++n) {
-            double difference = values[n];
-            if (!reference.empty() && reference[n] > dummyValue)
-                difference -= reference[n];
-            const double pull = static_cast<double>(inputs.weights.wtS[n]) * difference;
-            out[n] += depthWeight.empty() ? pull : pull / static_cast<double>(depthWeight[n]);
-        }
-}
-
-void addModelParts(GradientMode mode, const ObjectiveInputs& inputs, std::span<const double> vector,
-                   std::span<double> out) {
+// The model part with the trade-off, and the mean of the data part; held cells do not move.
+void combineWithModel(GradientMode mode, const ObjectiveInputs& inputs, std::span<const double> vector,
+                      std::span<const double> adjoint, std::span<double> out) {
     const std::size_t cells = inputs.mesh.cellCount();
-    std::fill(out.begin(), out.end(), 0.0);
     const double start = clockSeconds();
-    for (std::size_t type = 0; type < inputs.modelTypes(); ++type)
-        addSmoothness(inputs, vector.subspan(type * cells, cells), depthWeightOfType(inputs, type),
-                      out.subspan(type * cells, cells));
-    inputs.timers.smoothness += clockSeconds() - start;
     for (std::size_t type = 0; type < inputs.modelTypes(); ++type) {
         const auto reference =
             mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells) : std::span<const double>{};
-        addReference(inputs, vector.subspan(type * cells, cells), reference, depthWeightOfType(inputs, type),
-                     out.subspan(type * cells, cells));
+        const ModelTerms terms{inputs.mesh, inputs.weights, depthWeightOfType(inputs, type),
+                               hasVerticalTerms(inputs.inversionStyle), widestInstructionSet()};
+        putModelPull(terms, vector.subspan(type * cells, cells), reference,
+                     inputs.fixedCell.subspan(type * cells, cells), inputs.multiplier,
+                     adjoint.subspan(type * cells, cells), inputs.obs.nData, out.subspan(type * cells, cells));
     }
+    inputs.timers.smoothness += clockSeconds() - start;
 }
 
-// The trade-off, and the mean of the data part; held cells do not move.
-void combine(const ObjectiveInputs& inputs, std::span<const double> adjoint, std::span<double> out) {
+void takeDataPart(const ObjectiveInputs& inputs, std::span<const double> adjoint, std::span<double> out) {
     const double nData = inputs.obs.nData;
-    const bool regularised = inputs.multiplier > 0.0;
-    for (std::size_t n = 0; n < out.size(); ++n) {
-        if (inputs.fixedCell[n] != 0)
-            out[n] = 0.0;
-        else if (regularised)
-            out[n] = inputs.multiplier * out[n] + adjoint[n] / nData;
-        else
-            out[n] = adjoint[n] / nData;
-    }
+    for (std::size_t n = 0; n < out.size(); ++n)
+        out[n] = inputs.fixedCell[n] != 0 ? 0.0 : adjoint[n] / nData;
 }
 
 // Held cells are not looked at here: the barrier pulls on them too.
@@ -115,8 +83,9 @@ void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrie
                     obs.obsData, obs.refData, inputs.timers);
     sumAdjoints(inputs, work);
     if (inputs.multiplier > 0.0)
-        addModelParts(mode, inputs, vector, out);
-    combine(inputs, work.adjointWork, out);
+        combineWithModel(mode, inputs, vector, work.adjointWork, out);
+    else
+        takeDataPart(inputs, work.adjointWork, out);
     if (barrier.barrierWeight > 0.0) {
         if (inputs.positivityFlag == logarithmicBarrierFlag)
             addLogarithmicBarrier(mode, barrier, vector, out);

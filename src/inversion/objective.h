@@ -24,9 +24,6 @@ struct ObjectiveTerms {
 // Whatever the model type, the depth weight is that of the first sensitivity file. Allocates nothing.
 ObjectiveTerms calcObjective(const ObjectiveInputs& inputs, const Barrier& barrier, std::span<const double> model);
 
-// Sum of wtS ((x - r)/W)^2 over the cells that have a reference, down to nzl.
-double referenceTerm(const ObjectiveInputs& inputs, std::span<const double> model);
-
 // What the optimiser minimises. The barrier term holds beta already, which thus enters squared.
 double optimiserObjective(const ObjectiveTerms& terms, const Barrier& barrier, double multiplier);
 
