@@ -35,7 +35,7 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
         const WorkingRows& rows = store.working[mtx];
-        if (cleared < sensitivity.paddedWork.size()) {
+        if (!rows.positionsInUse.empty() && static_cast<std::size_t>(rows.positionsInUse.back()) >= cleared) {
             gatherInUse(rows, sensitivity.paddedWork, store.compact);
         } else {
             std::fill(store.compact.begin(), store.compact.end(), 0.0);
