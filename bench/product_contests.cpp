@@ -46,7 +46,7 @@ void fillStore(SparseCoefStore& store, const RowPattern& pattern, std::span<cons
     for (const std::int64_t offset : pattern.offset) {
         store.rowOffset.push_back(offset + 1);
     }
-    reserveStore(store, pattern.offset.back());
+    reserveRows(store);
     for (std::size_t r = 0; r < pattern.rowCount(); ++r) {
         const RawRow row = rawRowOf(store, r);
         const auto first = static_cast<std::size_t>(pattern.offset[r]);

@@ -43,10 +43,8 @@ void useFiles(RunState& run, bool fromDisk) {
     std::fill(run.obs.obsStd.begin(), run.obs.obsStd.end(), 2.0F);
     if (fromDisk)
         useDisk(sensitivity, std::span(run.control.mtxFileText).first(static_cast<std::size_t>(run.control.nMtx)));
-    else {
-        scaleRows(sensitivity, run.obs);
-        arrangeRowsInMemory(sensitivity);
-    }
+    else
+        arrangeRowsInMemory(sensitivity, run.obs.obsStd);
     for (std::size_t file = 0; file < static_cast<std::size_t>(run.control.nMtx); ++file)
         multiply(run, file);
 }

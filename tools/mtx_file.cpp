@@ -26,7 +26,7 @@ void makeMeshRoom(MtxFile& file) {
 void loadRows(Sensitivity& sensitivity) {
     SparseCoefStore& store = sensitivity.store;
     store.totalCoef = store.rowOffset.back() - 1;
-    reserveStore(store, store.totalCoef);
+    reserveRows(store);
     loadMtxRows(sensitivity);
 }
 

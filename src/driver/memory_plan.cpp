@@ -147,11 +147,11 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { fillLarge(arrays.iwaBFGS, 3 * m); });
 }
 
-// Room for the indices and values of `count` coefficients; false when it is refused. Not filled: the rows are read into
-// it.
-bool reserveCoefficients(SparseCoefStore& store, std::int64_t count) {
+// Room for the indices and values of `count` coefficients, with `spareWords` more; false when it is refused. Not filled:
+// the rows are read into it.
+bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t spareWords) {
     try {
-        reserveStore(store, count);
+        reserveStore(store, count, spareWords);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -227,7 +227,7 @@ void allocateCoefStore(RunState& run) {
     for (const std::int64_t count : sensitivity.header.coefficientCount)
         store.totalCoef += count;
     sensitivity.idisk = 0;
-    if (reserveCoefficients(store, store.totalCoef)) {
+    if (reserveCoefficients(store, store.totalCoef, spareWordsFor(store.rowOffset))) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
     }
@@ -238,7 +238,7 @@ void allocateCoefStore(RunState& run) {
     }
     sensitivity.idisk = 1;
     screenAndLogLine(run.messages, " Not enough memory available so idisk was switched to 1");
-    if (!reserveCoefficients(store, store.rowMax))
+    if (!reserveCoefficients(store, store.rowMax, 0))
         fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the compression coefficient arrays",
                                                   std::bad_alloc()));
     run.memoryTally += storeBytes(store.rowMax);

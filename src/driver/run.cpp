@@ -190,8 +190,7 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
     readObservedData(run);
     applyDataOffset(run);
     reportStatistics(run);
-    scaleRows(run.sensitivity, run.obs);
-    arrangeRowsInMemory(run.sensitivity);
+    arrangeRowsInMemory(run.sensitivity, run.obs.obsStd);
     readModels(run);
     openProgress(run);
     const double cpuStart = processorSeconds();

@@ -1,178 +1,203 @@
 #include "sensitivity/band_tiles.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
-#include <limits>
 
 namespace voxlith {
 
 namespace {
 
-// The ways to share a list of places, as a tree: all eight rows, two halves, four pairs, eight single rows. Choice n
-// is split into 2 n + 1 and 2 n + 2.
-struct Choice {
-    std::size_t firstRow;
-    std::size_t rowCount;
-    std::uint8_t rowMask;
+// The set bits of a byte: how many, and which, ascending.
+struct BitList {
+    std::array<std::uint16_t, 8> bit{};
 };
 
-constexpr std::size_t choiceCount = 15;
-
-constexpr std::array<Choice, choiceCount> choices = [] {
-    std::array<Choice, choiceCount> all{};
-    std::size_t n = 0;
-    for (std::size_t rows = tileRows; rows > 0; rows /= 2) {
-        for (std::size_t first = 0; first < tileRows; first += rows) {
-            all[n++] = {first, rows, static_cast<std::uint8_t>(((1U << rows) - 1U) << first)};
-        }
-    }
-    return all;
-}();
-
-// How many places of the tile each choice has: those that any of its rows uses. 16 counts fill vector registers.
-using PlaceCounts = std::array<std::uint16_t, 16>;
-
-constexpr std::array<PlaceCounts, 256> countsOfMask = [] {
-    std::array<PlaceCounts, 256> all{};
-    for (std::size_t mask = 0; mask < all.size(); ++mask) {
-        for (std::size_t n = 0; n < choiceCount; ++n) {
-            all[mask][n] = (mask & choices[n].rowMask) != 0 ? 1 : 0;
-        }
-    }
-    return all;
-}();
-
-std::int64_t blocksFor(std::int64_t places) {
-    constexpr auto width = static_cast<std::int64_t>(blockWidth);
-    return (places + width - 1) / width;
-}
-
-// Time of a run in units of a byte read. Loading the model values of a block takes about as long as 16 bytes more, and
-// going over to another run as 24: with these measured figures the sum of both products took the least time.
-std::int64_t timeOf(const Choice& choice, std::int64_t places) {
-    const std::int64_t blockTime = 4 * wordsOfBlock(static_cast<std::int64_t>(choice.rowCount)) + 16;
-    return places == 0 ? 0 : blocksFor(places) * blockTime + 24;
-}
-
-void markPlaces(std::span<const TileRow> rows, std::int32_t firstPlace, TileWork& work) {
-    for (std::size_t g = 0; g < rows.size(); ++g) {
-        const auto bit = static_cast<std::uint8_t>(1U << g);
-        for (const std::int32_t place : rows[g].place) {
-            std::uint8_t& mask = work.rowsAt[static_cast<std::size_t>(place - firstPlace)];
-            mask = static_cast<std::uint8_t>(mask | bit);
-        }
-    }
-}
-
-// Lists the places in use and counts them for every choice.
-PlaceCounts listPlaces(TileWork& work) {
-    PlaceCounts counts{};
-    work.inUse.clear();
-    for (std::size_t first = 0; first < bandWidth; first += 8) {
-        std::uint64_t eight = 0;
-        std::memcpy(&eight, work.rowsAt.data() + first, sizeof eight);
-        for (std::size_t place = first; eight != 0 && place < first + 8; ++place) {
-            const std::uint8_t mask = work.rowsAt[place];
-            if (mask != 0) {
-                work.inUse.push_back(static_cast<std::uint16_t>(place));
-                for (std::size_t n = 0; n < counts.size(); ++n) {
-                    counts[n] = static_cast<std::uint16_t>(counts[n] + countsOfMask[mask][n]);
-                }
+constexpr std::array<BitList, 256> bitsOfByte = [] {
+    std::array<BitList, 256> all{};
+    for (std::size_t byte = 0; byte < all.size(); ++byte) {
+        std::size_t n = 0;
+        for (std::uint16_t b = 0; b < 8; ++b) {
+            if ((byte >> b & 1U) != 0) {
+                all[byte].bit[n++] = b;
             }
         }
     }
-    return counts;
-}
+    return all;
+}();
 
-// Whether each choice is taken whole, given that the tree is followed down to it.
-std::array<bool, choiceCount> chooseRuns(const PlaceCounts& counts, std::size_t rowCount) {
-    std::array<bool, choiceCount> whole{};
-    std::array<std::int64_t, choiceCount> least{};
-    for (std::size_t n = choiceCount; n-- > 0;) {
-        const Choice& choice = choices[n];
-        const bool exists = choice.firstRow + choice.rowCount <= rowCount || counts[n] == 0;
-        const std::int64_t together = exists ? timeOf(choice, counts[n]) : std::numeric_limits<std::int64_t>::max();
-        const bool single = choice.rowCount == 1;
-        const std::int64_t apart = single ? together : least[2 * n + 1] + least[2 * n + 2];
-        whole[n] = together <= apart;
-        least[n] = std::min(together, apart);
+constexpr std::array<std::uint8_t, 256> countOfByte = [] {
+    std::array<std::uint8_t, 256> all{};
+    for (std::size_t byte = 1; byte < all.size(); ++byte) {
+        all[byte] = static_cast<std::uint8_t>(all[byte / 2] + byte % 2);
     }
-    return whole;
+    return all;
+}();
+
+// Bit i: byte i is not 0.
+std::size_t bytesNotZero(std::uint64_t bytes) {
+    constexpr std::uint64_t low = 0x7f7f7f7f7f7f7f7fU;
+    const std::uint64_t notZero = (((bytes & low) + low) | bytes) & ~low;
+    return static_cast<std::size_t>((notZero >> 7U) * 0x0102040810204080U >> 56U);
 }
 
-// Lists the places of a run in its blocks, with values of 0.
-void writePlaces(const Choice& choice, std::int64_t blocks, TileWork& work, std::int32_t* out) {
-    const auto blockWords = static_cast<std::size_t>(wordsOfBlock(static_cast<std::int64_t>(choice.rowCount)));
-    std::fill_n(out, static_cast<std::size_t>(blocks) * blockWords, 0);
-    std::size_t slot = 0;
-    const auto putPlace = [&](std::uint16_t place) {
-        auto* const block = reinterpret_cast<unsigned char*>(out + slot / blockWidth * blockWords);
-        std::memcpy(block + slot % blockWidth * sizeof place, &place, sizeof place);
-        ++slot;
-    };
-    std::uint16_t last = 0;
-    for (const std::uint16_t place : work.inUse) {
-        if ((work.rowsAt[place] & choice.rowMask) != 0) {
-            work.slot[place] = static_cast<std::uint16_t>(slot);
-            putPlace(place);
-            last = place;
+// The places that any row of the mask uses, ascending; eight at a time and without a branch on what they hold.
+std::size_t listPlaces(const std::array<std::uint8_t, bandWidth>& rowsAt, std::uint8_t rowMask, PlaceList& list) {
+    using Eight = std::uint16_t __attribute__((vector_size(16)));
+    const std::uint64_t mask = rowMask * 0x0101010101010101U;
+    std::size_t count = 0;
+    for (std::size_t first = 0; first < bandWidth; first += 8) {
+        std::uint64_t eight = 0;
+        std::memcpy(&eight, rowsAt.data() + first, sizeof eight);
+        const std::size_t used = bytesNotZero(eight & mask);
+        Eight places;
+        std::memcpy(&places, bitsOfByte[used].bit.data(), sizeof places);
+        places += static_cast<std::uint16_t>(first);
+        std::memcpy(list.data() + count, &places, sizeof places);
+        count += countOfByte[used];
+    }
+    return count;
+}
+
+// Finds the places of one row's coefficients in the band and takes these from the row.
+void takeRow(RowRest& row, const PlaceBand& band, std::size_t g, TileWork& work) {
+    const auto bit = static_cast<std::uint8_t>(1U << g);
+    std::uint16_t* const places = work.place[g].data();
+    // Held here: bytes that are stored below could change anything else, as far as the compiler knows.
+    std::uint8_t* const rowsAt = work.rowsAt.data();
+    const std::int32_t* const index = row.index;
+    const std::int32_t* const placeAt = band.placeAt - 1;  // by index
+    const std::int32_t firstPlace = band.firstPlace;
+    const std::int32_t indexBehind = band.indexBehind;
+    const std::size_t length = row.length;
+    std::size_t n = 0;
+    for (; n < length && index[n] < indexBehind; ++n) {
+        const auto place = static_cast<std::size_t>(placeAt[index[n]] - firstPlace);
+        rowsAt[place] = static_cast<std::uint8_t>(rowsAt[place] | bit);
+        places[n] = static_cast<std::uint16_t>(place);
+    }
+    work.value[g] = row.value;
+    work.length[g] = n;
+    work.divisor[g] = row.divisor;
+    row = {index + n, row.value + n, length - n, row.divisor};
+}
+
+// The values of a row's coefficients in the band as they are to be written.
+const std::int32_t* valuesOf(std::size_t g, TileWork& work) {
+    const std::int32_t* const values = work.value[g];
+    const float divisor = work.divisor[g];
+    if (!(divisor > 0.0F)) {
+        return values;
+    }
+    for (std::size_t p = 0; p < work.length[g]; ++p) {
+        work.scaled[p] = std::bit_cast<std::int32_t>(std::bit_cast<float>(values[p]) / divisor);
+    }
+    return work.scaled.data();
+}
+
+// The list filled up to whole blocks with its last place.
+void fillBlock(PlaceList& list, std::size_t count) {
+    for (std::size_t p = count; p % blockWidth != 0; ++p) {
+        list[p] = list[count - 1];
+    }
+}
+
+void writeSingle(std::size_t g, TileWork& work, std::int32_t* out) {
+    constexpr auto blockWords = static_cast<std::size_t>(wordsOfBlock(1));
+    constexpr auto placeWords = static_cast<std::size_t>(wordsOfPlaces);
+    const std::size_t count = work.length[g];
+    fillBlock(work.place[g], count);
+    const std::int32_t* const values = valuesOf(g, work);
+    const std::size_t whole = count / blockWidth;
+    for (std::size_t b = 0; b < whole; ++b) {
+        std::memcpy(out + b * blockWords, work.place[g].data() + b * blockWidth, blockWidth * sizeof(std::uint16_t));
+        std::memcpy(out + b * blockWords + placeWords, values + b * blockWidth, blockWidth * sizeof(std::int32_t));
+    }
+    if (const std::size_t rest = count % blockWidth; rest != 0) {
+        std::int32_t* const block = out + whole * blockWords;
+        std::memcpy(block, work.place[g].data() + whole * blockWidth, blockWidth * sizeof(std::uint16_t));
+        std::fill_n(block + placeWords, blockWidth, 0);
+        std::copy_n(values + whole * blockWidth, rest, block + placeWords);
+    }
+}
+
+// Writes the places of a run of several rows, with values of 0, and notes where the value of each goes.
+void writePlaces(PlaceList& list, std::size_t count, std::size_t rowCount, TileWork& work, std::int32_t* out) {
+    const auto blockWords = static_cast<std::size_t>(wordsOfBlock(static_cast<std::int64_t>(rowCount)));
+    constexpr auto placeWords = static_cast<std::size_t>(wordsOfPlaces);
+    fillBlock(list, count);
+    for (std::size_t first = 0, word = 0; first < count; first += blockWidth, word += blockWords) {
+        std::memcpy(out + word, list.data() + first, blockWidth * sizeof(std::uint16_t));
+        std::fill_n(out + word + placeWords, rowCount * blockWidth, 0);
+        for (std::size_t l = blockWidth; l-- > 0;) {  // the first of a repeated place comes last and holds
+            work.wordOf[list[first + l]] = static_cast<std::uint16_t>(word + placeWords + l);
         }
     }
-    while (slot % blockWidth != 0) {
-        putPlace(last);
+}
+
+void writeShared(const RunChoice& choice, TileWork& work, std::int32_t* out) {
+    const std::size_t count = listPlaces(work.rowsAt, choice.rowMask, work.shared);
+    writePlaces(work.shared, count, choice.rowCount, work, out);
+    for (std::size_t n = 0; n < choice.rowCount; ++n) {
+        const std::size_t g = choice.firstRow + n;
+        const std::int32_t* const values = valuesOf(g, work);
+        const std::uint16_t* const places = work.place[g].data();
+        std::int32_t* const first = out + blockWidth * n;
+        for (std::size_t p = 0; p < work.length[g]; ++p) {
+            first[work.wordOf[places[p]]] = values[p];
+        }
     }
 }
 
-void writeValues(const Choice& choice, std::span<const TileRow> rows, std::int32_t firstPlace, const TileWork& work,
-                 std::int32_t* out) {
-    const auto blockWords = static_cast<std::size_t>(wordsOfBlock(static_cast<std::int64_t>(choice.rowCount)));
-    for (std::size_t g = 0; g < choice.rowCount; ++g) {
-        const TileRow& row = rows[choice.firstRow + g];
-        std::int32_t* const values = out + wordsOfPlaces + blockWidth * g;
-        for (std::size_t p = 0; p < row.place.size(); ++p) {
-            const std::size_t slot = work.slot[static_cast<std::size_t>(row.place[p] - firstPlace)];
-            values[slot / blockWidth * blockWords + slot % blockWidth] = row.value[p];
-        }
+// Returns whether there is room for the run.
+bool writeRun(const RunChoice& choice, std::int64_t places, const PlaceBand& band, std::int32_t firstRow,
+              TileWork& work, RunTarget& target) {
+    const RowRun run{target.word,
+                     static_cast<std::int32_t>(blocksFor(places)),
+                     firstRow + static_cast<std::int32_t>(choice.firstRow),
+                     band.firstPlace,
+                     static_cast<std::int16_t>(choice.rowCount),
+                     RunForm::blocks};
+    if (target.word + wordsOfRun(run) > target.limit) {
+        return false;
     }
+    std::int32_t* const out = target.words.data() + target.word;
+    if (choice.rowCount == 1) {
+        writeSingle(choice.firstRow, work, out);
+    } else {
+        writeShared(choice, work, out);
+    }
+    target.runs->push_back(run);
+    target.word += wordsOfRun(run);
+    return true;
 }
 
 }  // namespace
 
-bool writeTile(std::span<const TileRow> rows, std::int32_t firstPlace, std::int32_t firstRow, TileWork& work,
+void prefetchTile(std::span<const RowRest> rows, const TileWork& work) {
+    constexpr std::size_t valuesOfLine = 16;
+    for (std::size_t g = 0; g < rows.size(); ++g) {
+        const std::size_t ahead = std::min(rows[g].length, work.length[g] + valuesOfLine);
+        for (std::size_t p = 0; p < ahead; p += valuesOfLine) {
+            __builtin_prefetch(rows[g].index + p);
+            __builtin_prefetch(rows[g].value + p);
+        }
+    }
+}
+
+bool writeTile(std::span<RowRest> rows, const PlaceBand& band, std::int32_t firstRow, TileWork& work,
                RunTarget& target) {
-    markPlaces(rows, firstPlace, work);
-    const PlaceCounts counts = listPlaces(work);
-    const std::array<bool, choiceCount> whole = chooseRuns(counts, rows.size());
+    for (std::size_t g = 0; g < rows.size(); ++g) {
+        takeRow(rows[g], band, g, work);
+    }
+    const std::size_t inUse = listPlaces(work.rowsAt, 0xff, work.inUse);
+    const PlaceCounts counts = countPlaces(std::span(work.inUse).first(inUse), work.rowsAt.data());
+    const std::array<bool, choiceCount> taken = chooseRuns(counts, rows.size());
     bool written = true;
-    std::array<bool, 2 * choiceCount + 1> reached{true};
     for (std::size_t n = 0; n < choiceCount && written; ++n) {
-        if (!reached[n] || counts[n] == 0) {
-            continue;
-        }
-        if (!whole[n]) {
-            reached[2 * n + 1] = reached[2 * n + 2] = true;
-            continue;
-        }
-        const Choice& choice = choices[n];
-        const std::int64_t blocks = blocksFor(counts[n]);
-        const RowRun run{target.word,
-                         static_cast<std::int32_t>(blocks),
-                         firstRow + static_cast<std::int32_t>(choice.firstRow),
-                         firstPlace,
-                         static_cast<std::int16_t>(choice.rowCount),
-                         RunForm::blocks};
-        written = target.word + wordsOfRun(run) <= target.limit;
-        if (written) {
-            std::int32_t* const out = target.words.data() + target.word;
-            writePlaces(choice, blocks, work, out);
-            writeValues(choice, rows, firstPlace, work, out);
-            target.runs->push_back(run);
-            target.word += wordsOfRun(run);
-        }
+        written = !taken[n] || writeRun(runChoices[n], counts[n], band, firstRow, work, target);
     }
-    for (const std::uint16_t place : work.inUse) {
-        work.rowsAt[place] = 0;
-    }
+    work.rowsAt.fill(0);
     return written;
 }
 

@@ -7,16 +7,23 @@
 #include <span>
 #include <vector>
 
+#include "sensitivity/run_choices.h"
 #include "sensitivity/working_rows.h"
 
 namespace voxlith {
 
-constexpr std::size_t tileRows = 8;
+// What a raw row still has to be written, its indices rising.
+struct RowRest {
+    const std::int32_t* index = nullptr;
+    const std::int32_t* value = nullptr;  // by their bits
+    std::size_t length = 0;
+    float divisor = 0.0F;  // of the values; none when it is not above 0
+};
 
-// What one row has in the band: rising places of the compact array, and values by their bits.
-struct TileRow {
-    std::span<const std::int32_t> place;
-    const std::int32_t* value = nullptr;
+struct PlaceBand {
+    std::int32_t firstPlace = 0;
+    std::int32_t indexBehind = 0;           // indices (from 1) of the band are below
+    const std::int32_t* placeAt = nullptr;  // by position
 };
 
 struct RunTarget {
@@ -26,16 +33,29 @@ struct RunTarget {
     std::vector<RowRun>* runs = nullptr;
 };
 
-// Kept from tile to tile, so that nothing is allocated for each.
+// Room for the places of a band, and for the last group of eight that is written at once.
+using PlaceList = std::array<std::uint16_t, bandWidth + blockWidth>;
+
+// Kept from tile to tile, so that nothing is allocated or cleared for each.
 struct TileWork {
-    std::array<std::uint8_t, bandWidth> rowsAt{};  // bit g: row g of the tile has the place; all 0 between tiles
-    std::array<std::uint16_t, bandWidth> slot{};   // of a place in the list of a run
-    std::vector<std::uint16_t> inUse;              // rising places of the band
+    std::array<std::uint8_t, bandWidth> rowsAt{};       // bit g: row g of the tile has the place; 0 between tiles
+    std::array<PlaceList, tileRows> place{};            // of each row's coefficients in the band
+    std::array<const std::int32_t*, tileRows> value{};  // of the first of them
+    std::array<std::size_t, tileRows> length{};         // how many there are
+    std::array<float, tileRows> divisor{};              // of the row
+    PlaceList inUse{};                                  // all places of the tile
+    PlaceList shared{};                                 // the places of a run
+    std::array<std::uint16_t, bandWidth> wordOf{};      // of a place's value in the first row of a run
+    std::array<std::int32_t, bandWidth> scaled{};       // values of a row, divided
 };
 
-// Writes the tile and adds its runs; `firstPlace` begins the band, `firstRow` is the row of rows[0]. Returns whether it
-// was written: not when there is no room, and then what was written of the tile is worth nothing.
-bool writeTile(std::span<const TileRow> rows, std::int32_t firstPlace, std::int32_t firstRow, TileWork& work,
+// Asks for the memory where the next tile of the band begins; it is likely to have about as many coefficients as the
+// tile written last.
+void prefetchTile(std::span<const RowRest> rows, const TileWork& work);
+
+// Writes what the rows have in the band, takes it from `rows`, and adds the runs; `firstRow` is the row of rows[0].
+// Returns whether it was written: not when there is no room, and then what was written is worth nothing.
+bool writeTile(std::span<RowRest> rows, const PlaceBand& band, std::int32_t firstRow, TileWork& work,
                RunTarget& target);
 
 }  // namespace voxlith

@@ -2,31 +2,50 @@
 
 #include <algorithm>
 #include <new>
+#include <stdexcept>
 
 namespace voxlith {
 
-void reserveStore(SparseCoefStore& store, std::int64_t capacity) {
+namespace {
+
+std::span<std::int32_t> allWords(const SparseCoefStore& store) {
+    return {store.words.get(), static_cast<std::size_t>(2 * store.capacity + store.spareWords)};
+}
+
+}  // namespace
+
+void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t spareWords) {
     store.words.reset();
     store.capacity = 0;
-    const auto words = 2 * static_cast<std::size_t>(capacity);
+    store.spareWords = 0;
+    const auto words = static_cast<std::size_t>(2 * capacity + spareWords);
     store.words = std::make_unique_for_overwrite<std::int32_t[]>(words);
     askForLargePages(store.words.get(), words * sizeof(std::int32_t));
     store.capacity = capacity;
+    store.spareWords = spareWords;
+}
+
+void reserveRows(SparseCoefStore& store) {
+    reserveStore(store, store.rowOffset.back() - 1, spareWordsFor(store.rowOffset));
 }
 
 std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
-    return {store.words.get(), static_cast<std::size_t>(2 * store.capacity)};
+    return allWords(store);
 }
 
 RawRow rawRowOf(SparseCoefStore& store, std::size_t entry) {
-    const auto first = static_cast<std::size_t>(store.rowOffset[entry] - 1);
+    const auto first = static_cast<std::size_t>(store.spareWords + 2 * (store.rowOffset[entry] - 1));
     const auto length = static_cast<std::size_t>(store.rowOffset[entry + 1] - store.rowOffset[entry]);
-    std::int32_t* const row = store.words.get() + 2 * first;
+    std::int32_t* const row = store.words.get() + first;
     return {{row, length}, {row + length, length}};
 }
 
-void arrangeStore(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount) {
-    const std::span words(store.words.get(), static_cast<std::size_t>(2 * store.capacity));
+void arrangeStore(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount,
+                  std::span<const float> divisor) {
+    if (store.spareWords < spareWordsFor(store.rowOffset)) {
+        throw std::logic_error("the store has no room for arranging its rows");
+    }
+    const std::span<std::int32_t> words = allWords(store);
     std::vector<WorkingRows> working(files);
     std::vector<std::int64_t> rowLength(nData);
     std::int64_t targetWord = 0;
@@ -36,10 +55,14 @@ void arrangeStore(SparseCoefStore& store, std::size_t nData, std::size_t files, 
         for (std::size_t r = 0; r < nData; ++r) {
             rowLength[r] = offset[r + 1] - offset[r];
         }
-        const std::int64_t rawWord = 2 * (offset[0] - 1);
-        targetWord = arrangeRows(words, rawWord, targetWord, rowLength, paddedCount, working[file]);
+        RawRows raw{store.spareWords + 2 * (offset[0] - 1), rowLength, {}};
+        if (divisor.size() >= (file + 1) * nData) {
+            raw.divisor = divisor.subspan(file * nData, nData);
+        }
+        targetWord = arrangeRows(words, raw, targetWord, store.spareWords, paddedCount, working[file]);
         mostInUse = std::max(mostInUse, working[file].positionsInUse.size());
     }
+    giveBackPages(words.data() + targetWord, words.subspan(static_cast<std::size_t>(targetWord)).size_bytes());
     store.compact.assign(mostInUse, 0.0);
     store.working = std::move(working);
 }

@@ -16,7 +16,7 @@ void requireRoom(SparseCoefStore& store, std::size_t count) {
     if (store.capacity >= static_cast<std::int64_t>(count)) {
         return;
     }
-    reserveStore(store, static_cast<std::int64_t>(count));
+    reserveStore(store, static_cast<std::int64_t>(count), 0);
 }
 
 // `byte` is where the file goes on behind the indices.

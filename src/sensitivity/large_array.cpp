@@ -6,19 +6,30 @@
 
 namespace voxlith {
 
-void askForLargePages(void* start, std::size_t bytes) {
-#if defined(MADV_HUGEPAGE)
-    // Whole pages only: what stands beside them belongs to others.
+namespace {
+
+// Whole large pages only: what stands beside them belongs to others. The answer changes nothing for the caller.
+void advise(void* start, std::size_t bytes, int advice) {
     const auto first = (reinterpret_cast<std::uintptr_t>(start) + largePageBytes - 1) / largePageBytes * largePageBytes;
     const auto behind = (reinterpret_cast<std::uintptr_t>(start) + bytes) / largePageBytes * largePageBytes;
     if (first < behind) {
-        // The answer changes nothing for the caller.
-        static_cast<void>(::madvise(reinterpret_cast<void*>(first), behind - first, MADV_HUGEPAGE));
+        static_cast<void>(::madvise(reinterpret_cast<void*>(first), behind - first, advice));
     }
+}
+
+}  // namespace
+
+void askForLargePages(void* start, std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    advise(start, bytes, MADV_HUGEPAGE);
 #else
     static_cast<void>(start);
     static_cast<void>(bytes);
 #endif
+}
+
+void giveBackPages(void* start, std::size_t bytes) {
+    advise(start, bytes, MADV_DONTNEED);
 }
 
 }  // namespace voxlith

@@ -12,6 +12,9 @@ namespace voxlith {
 // A hint: what cannot be had is done without.
 void askForLargePages(void* start, std::size_t bytes);
 
+// Tells the system that what is held there is no longer of use; the addresses stay valid. A hint, too.
+void giveBackPages(void* start, std::size_t bytes);
+
 constexpr std::size_t largePageBytes = std::size_t{1} << 21;
 
 template <typename T>

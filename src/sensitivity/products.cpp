@@ -1,7 +1,6 @@
 #include "sensitivity/products.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "sensitivity/block_kernels.h"
 #include "sensitivity/disk_rows.h"
@@ -119,30 +118,10 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     timers.products += clockSeconds() - start;
 }
 
-void scaleRows(Sensitivity& sensitivity, const ObsSet& obs) {
-    if (sensitivity.idisk != 0) {
-        return;
-    }
-    const std::int32_t files = std::min(obs.nDataTypes, sensitivity.nMtx);
-    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
-    for (std::int32_t file = 0; file < files; ++file) {
-        const auto column = static_cast<std::size_t>(file);
-        for (std::size_t r = 0; r < nData; ++r) {
-            const float standardDeviation = obs.obsStd[obs.index(column, r)];
-            if (!(standardDeviation > 0.0F)) {
-                continue;
-            }
-            for (std::int32_t& value : rawRowOf(sensitivity.store, column * (nData + 1) + r).coefValue) {
-                value = std::bit_cast<std::int32_t>(std::bit_cast<float>(value) / standardDeviation);
-            }
-        }
-    }
-}
-
-void arrangeRowsInMemory(Sensitivity& sensitivity) {
+void arrangeRowsInMemory(Sensitivity& sensitivity, std::span<const float> obsStd) {
     if (sensitivity.idisk == 0) {
         arrangeStore(sensitivity.store, static_cast<std::size_t>(sensitivity.header.nData),
-                     static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size());
+                     static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size(), obsStd);
     }
 }
 

@@ -31,11 +31,9 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
                    LineIntegration& lines, std::span<const double> models, std::span<double> predicted,
                    std::span<const double> observed, std::span<const double> reference, OverheadTimers& timers);
 
-// Turns the rows in memory into the form in which the products run fastest; behind scaleRows, once. Throws
-// std::bad_alloc.
-void arrangeRowsInMemory(Sensitivity& sensitivity);
-
-// Divides the rows in memory by the standard deviations, once, in real32.
-void scaleRows(Sensitivity& sensitivity, const ObsSet& obs);
+// Turns the rows in memory into the form in which the products run fastest, once. The rows of each file are divided by
+// the standard deviations in real32, where these are above 0; `obsStd` has a column (nData) for each of the first
+// files, or none. Throws std::bad_alloc.
+void arrangeRowsInMemory(Sensitivity& sensitivity, std::span<const float> obsStd = {});
 
 }  // namespace voxlith

@@ -56,16 +56,32 @@ constexpr std::int64_t wordsOfBlock(std::int64_t rows) {
     return wordsOfPlaces + static_cast<std::int64_t>(blockWidth) * rows;
 }
 
+constexpr std::int64_t blocksFor(std::int64_t places) {
+    constexpr auto width = static_cast<std::int64_t>(blockWidth);
+    return (places + width - 1) / width;
+}
+
 constexpr std::int64_t wordsOfRun(const RowRun& run) {
     return run.form == RunForm::blocks ? run.count * wordsOfBlock(run.rowCount) : 2 * std::int64_t{run.count};
 }
 
-// Turns the rows of one file into working form, in place. `words` is the whole store. The raw rows stand from word
-// `rawWord` on, row after row, rowLength[r] int32 indices (from 1, at most paddedCount) and then as many real32 values
-// each; the working form is written from word `targetWord` on, not behind `rawWord`, and never takes more words than
-// the raw rows. A slab that is small beside the file is copied aside while it is rewritten. Returns the word behind the
-// working form. Throws std::bad_alloc.
-std::int64_t arrangeRows(std::span<std::int32_t> words, std::int64_t rawWord, std::int64_t targetWord,
-                         std::span<const std::int64_t> rowLength, std::size_t paddedCount, WorkingRows& working);
+// The raw rows of one file in the store: row after row, length[r] int32 indices (from 1) and then as many real32 values
+// each.
+struct RawRows {
+    std::int64_t firstWord = 0;
+    std::span<const std::int64_t> length;
+    std::span<const float> divisor;  // of the values of each row, in real32; none where it is not above 0. May be empty
+};
+
+// Words that must be free before the first raw rows of a store, so that their working form can be written in front of
+// what is still to be read: a 32nd of the rows, or eight rows in sequence where these are more. rowOffset: that of the
+// store, all files.
+std::int64_t spareWordsFor(std::span<const std::int64_t> rowOffset);
+
+// Turns the rows of one file into working form, in place: written from word `targetWord` of the store `words` on, which
+// lies at least `spareWords` before the raw rows, and never longer than these. Indices are at most paddedCount. Returns
+// the word behind the working form. Throws std::bad_alloc.
+std::int64_t arrangeRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
+                         std::int64_t spareWords, std::size_t paddedCount, WorkingRows& working);
 
 }  // namespace voxlith

@@ -53,7 +53,7 @@ struct MtxReading {
         SparseCoefStore& store = sensitivity.store;
         store.totalCoef = store.rowOffset.back() - 1;
         // Exactly as many as the scan found, so that the address sanitizer sees any step beyond.
-        reserveStore(store, store.totalCoef);
+        reserveStore(store, store.totalCoef, 0);
         loadMtxRows(sensitivity);
     }
 

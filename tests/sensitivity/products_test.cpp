@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <random>
@@ -234,7 +235,7 @@ TEST(Products, DiskEqualsMemory) {
             obs.nData = 15;
             obs.nDataTypes = 2;
             obs.obsStd = randomErrors(30, random);
-            scaleRows(memory, obs);
+            arrangeRowsInMemory(memory, obs.obsStd);
             TemporaryFolder folder;
             for (std::size_t mtx = 0; mtx < nMtx; ++mtx) {
                 openRowsOnDisk(disk, folder, mtx, files[mtx]);
@@ -325,7 +326,7 @@ TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
     const std::vector<std::vector<StoredRow>> files{randomRows(5, 256, 200, random), randomRows(5, 256, 3, random)};
     // What a run holds after it has scanned both files: room for the longest row of the last.
     sensitivity.store.rowMax = 3;
-    reserveStore(sensitivity.store, 3);
+    reserveStore(sensitivity.store, 3, 0);
     TemporaryFolder folder;
     openRowsOnDisk(sensitivity, folder, 0, files[0]);
     openRowsOnDisk(sensitivity, folder, 1, files[1]);
@@ -476,39 +477,54 @@ TEST(RowKernels, AddInTheOrderOfTheRow) {
     EXPECT_EQ(padded[1], 0.0);
 }
 
-TEST(ScaleRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
-    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
-    const std::vector<StoredRow> rows{{2, {1, 2}, {1.0F, 2.0F}}, {0, {}, {}}, {1, {3}, {5.0F}}, {1, {4}, {7.0F}}};
-    Sensitivity sensitivity;
-    prepareSensitivity(sensitivity, mesh, 4, 3, daubechies(4));
-    storeRowsInMemory(sensitivity, {rows, rows, rows});
-    ObsSet obs;
-    obs.nData = 4;
-    obs.nDataTypes = 2;
-    obs.obsStd = {3.0F, 2.0F, 0.0F, -1.0F, 0.1F, 1.0F, 7.0F, 11.0F};
-    scaleRows(sensitivity, obs);
-    const std::vector<float> expected{1.0F / 3.0F, 2.0F / 3.0F,  5.0F, 7.0F, 1.0F / 0.1F, 2.0F / 0.1F,
-                                      5.0F / 7.0F, 7.0F / 11.0F, 1.0F, 2.0F, 5.0F,        7.0F};
-    std::vector<float> scaled;
-    for (const std::size_t entry : {0U, 1U, 2U, 3U, 5U, 6U, 7U, 8U, 10U, 11U, 12U, 13U}) {
-        for (const std::int32_t bits : rawRowOf(sensitivity.store, entry).coefValue) {
-            scaled.push_back(std::bit_cast<float>(bits));
+// The coefficients of the arranged rows of a file, one after the other: products with a single 1 in the padded array.
+// No axis of a mesh of 2 cells is transformed.
+std::vector<double> coefficientsOf(Sensitivity& sensitivity, const MeshGeometry& mesh, std::size_t mtx,
+                                   std::size_t row) {
+    std::vector<double> coefficients;
+    for (std::size_t cell = 0; cell < mesh.cellCount(); ++cell) {
+        std::vector<double> model(mesh.cellCount(), 0.0);
+        model[cell] = 1.0;
+        const double value = forward(sensitivity, mesh, model, mtx)[row];
+        if (value != 0.0) {
+            coefficients.push_back(value);
         }
     }
-    EXPECT_EQ(scaled, expected);
+    return coefficients;
 }
 
-TEST(ScaleRows, MoreDataTypesThanFilesAreFine) {
+TEST(ArrangeRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
+    const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
+    // The third row's indices fall: it stays as it came.
+    const std::vector<StoredRow> rows{
+        {2, {1, 2}, {1.0F, 2.0F}}, {0, {}, {}}, {1, {3}, {5.0F}}, {1, {4}, {7.0F}}, {2, {2, 1}, {4.0F, 3.0F}}};
+    Sensitivity sensitivity;
+    prepareSensitivity(sensitivity, mesh, 5, 3, daubechies(4));
+    storeRowsInMemory(sensitivity, {rows, rows, rows});
+    arrangeRowsInMemory(sensitivity, std::vector<float>{3.0F, 2.0F, 0.0F, -1.0F, 7.0F, 0.1F, 1.0F, 7.0F, 11.0F, 0.3F});
+    const std::vector<std::vector<float>> divisor{
+        {3.0F, 1.0F, 1.0F, 1.0F, 7.0F}, {0.1F, 1.0F, 7.0F, 11.0F, 0.3F}, {1.0F, 1.0F, 1.0F, 1.0F, 1.0F}};
+    for (std::size_t mtx = 0; mtx < 3; ++mtx) {
+        for (std::size_t r = 0; r < rows.size(); ++r) {
+            std::vector<double> expected;
+            for (const float value : rows[r].value) {
+                expected.push_back(static_cast<double>(value / divisor[mtx][r]));
+            }
+            if (r == 4) {
+                std::reverse(expected.begin(), expected.end());
+            }
+            EXPECT_EQ(coefficientsOf(sensitivity, mesh, mtx, r), expected) << mtx << ' ' << r;
+        }
+    }
+}
+
+TEST(ArrangeRows, MoreDataTypesThanFilesAreFine) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
     storeRowsInMemory(sensitivity, {{{1, {1}, {8.0F}}}});
-    ObsSet obs;
-    obs.nData = 1;
-    obs.nDataTypes = 3;
-    obs.obsStd = {2.0F, 4.0F, 4.0F};
-    scaleRows(sensitivity, obs);
-    EXPECT_EQ(std::bit_cast<float>(rawRowOf(sensitivity.store, 0).coefValue[0]), 4.0F);
+    arrangeRowsInMemory(sensitivity, std::vector<float>{2.0F, 4.0F, 4.0F});
+    EXPECT_EQ(coefficientsOf(sensitivity, mesh, 0, 0), std::vector<double>{4.0});
 }
 
 }  // namespace

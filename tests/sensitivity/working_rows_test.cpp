@@ -35,7 +35,7 @@ void arrange(Arranged& arranged, std::vector<Row> rows, std::size_t paddedCount)
     for (const Row& row : arranged.rows) {
         store.rowOffset.push_back(store.rowOffset.back() + static_cast<std::int64_t>(row.index.size()));
     }
-    reserveStore(store, store.rowOffset.back() - 1);
+    reserveRows(store);
     for (std::size_t r = 0; r < arranged.rows.size(); ++r) {
         const RawRow raw = rawRowOf(store, r);
         for (std::size_t p = 0; p < raw.coefIndex.size(); ++p) {

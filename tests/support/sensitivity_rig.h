@@ -120,7 +120,7 @@ inline void storeRowsInMemory(Sensitivity& sensitivity, const std::vector<std::v
             store.rowOffset.push_back(store.totalCoef + 1);
         }
     }
-    reserveStore(store, store.totalCoef);
+    reserveRows(store);
     std::size_t entry = 0;
     for (const std::vector<StoredRow>& rows : files) {
         for (const StoredRow& row : rows) {
