@@ -62,6 +62,32 @@ std::string wantedMisfit(std::size_t components) {
     return text.data();
 }
 
+// One product for each component; a single file needs no definition.
+std::string productLines(const InitChoices& choices) {
+    std::string text;
+    for (std::size_t n = 0; n < choices.modelOf.size() && choices.modelOf.size() > 1; ++n) {
+        const bool first = choices.modelOf[n] == 0 || choices.factor == 1.0;
+        text += "1 " + std::to_string(n + 1) + " " + std::to_string(choices.modelOf[n] + 1) + " " +
+                (first ? "1.0" : shortText(choices.factor)) + "\n";
+    }
+    return text;
+}
+
+std::string productReason(const InitChoices& choices) {
+    if (choices.modelOf.size() < 2) {
+        return "";
+    }
+    std::string text =
+        "Behind line 12: for each component the number of products, then sensitivity file, model, factor.\n";
+    if (choices.modelTypes > 1) {
+        text += "  Factor of model 2: " + choices.factorReason + ".\n";
+        text +=
+            "  Model 2 is counted in units of this factor, in the files and in lines 6 to 8. A larger factor gives\n";
+        text += "  it a weaker norm: its data are fitted better, those of model 1 as before.\n";
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string controlText(const InitChoices& choices, const std::string& dataFile,
@@ -85,24 +111,19 @@ std::string controlText(const InitChoices& choices, const std::string& dataFile,
     appendLine(text, "null", "data offset, or file for a refinement");
     appendLine(text, std::to_string(choices.iterations) + " 0 0",
                "iterations, a model written every so many (0 none), method (0)");
-    for (const std::string& product : choices.products) {
-        text += product + "\n";
-    }
+    text += productLines(choices);
     text += "\nWhat follows is not read.\n\n";
     text += "Line 3, trade-off: " + choices.tradeoffReason + ".\n";
     text += "  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near " +
-            wantedMisfit(mtxFiles.size()) + ": above it\n";
-    text += "  a smaller trade-off or more iterations are needed, far below it noise is being fitted.\n";
+            wantedMisfit(mtxFiles.size()) + (mtxFiles.size() > 1 ? ":\n  above it " : ": above it\n  ") +
+            "a smaller trade-off or more iterations are needed, far below it noise is being fitted.\n";
     text += signReason(choices);
     text += "Line 9: alphaS is 0.005/h for cells of h = " + shortText(choices.cell) +
             ": smoothness rules within some ten cells, smallness beyond.\n";
     text +=
         "Line 12: the misfit of most runs changes little behind 100 iterations, or 200 where values meet a bound;\n";
     text += "  a run goes on from where it ended with 1 on line 1.\n";
-    if (!choices.products.empty()) {
-        text += "Behind line 12: for each component the number of products, then sensitivity file, model, factor.\n";
-    }
-    return text;
+    return text + productReason(choices);
 }
 
 }  // namespace voxlith

@@ -46,6 +46,17 @@ void checkFilesAgree(const std::vector<std::unique_ptr<MtxFile>>& files, const s
     }
 }
 
+bool depthWeightsDiffer(const std::vector<std::unique_ptr<MtxFile>>& files) {
+    if (files.size() < 2) {
+        return false;
+    }
+    const auto differ = [](float a, float b) { return std::abs(a - b) > 0.01F; };
+    const MtxHeader& first = files[0]->sensitivity.header;
+    const MtxHeader& second = files[1]->sensitivity.header;
+    return differ(first.weightParamA[0], second.weightParamA[0]) ||
+           differ(first.weightParamB[0], second.weightParamB[0]);
+}
+
 void checkMeshAgrees(const MtxFile& file, const std::string& mtxName, const std::string& meshName) {
     const MeshGeometry mesh = readSurveyMesh(meshName);
     if (countsText(mesh) != countsText(file.mesh)) {

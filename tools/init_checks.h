@@ -13,6 +13,10 @@ namespace voxlith {
 // Throws RunError when counts or cells of the files differ from those of the first.
 void checkFilesAgree(const std::vector<std::unique_ptr<MtxFile>>& files, const std::vector<std::string>& names);
 
+// Whether the depth weights of the first two files differ by more than the program lets pass: it then leaves the weight
+// out of the variable that it optimises, and a run comes to its end much later.
+bool depthWeightsDiffer(const std::vector<std::unique_ptr<MtxFile>>& files);
+
 // Throws RunError when the nodes of the mesh file are not those of the sensitivity file.
 void checkMeshAgrees(const MtxFile& file, const std::string& mtxName, const std::string& meshName);
 

@@ -18,6 +18,7 @@ constexpr double gravityTradeoff = 0.01, magneticTradeoff = 1.0;    // what the 
 constexpr double gravityDeviation = 0.01, magneticDeviation = 1.0;  // the same
 constexpr double smallnessOfCell = 0.005;  // alphaS times the cell size: differences rule up to some ten cells
 constexpr std::int64_t mostCoefficients = 250'000'000;  // 2 GB of rows
+constexpr double roomAbove = 4.0;       // bounds over the largest value of the smooth model without them
 constexpr double targetMisfit = 0.95;   // RMS; a little below 1, as the run approaches its end from above
 constexpr double targetWithSign = 0.8;  // bounds that the search does not know raise the misfit
 
@@ -62,43 +63,89 @@ void chooseModels(const std::vector<std::unique_ptr<MtxFile>>& files, InitChoice
     for (const auto& file : files) {
         choices.modelOf.push_back(mixed && isMagneticFile(*file) ? 1 : 0);
     }
-    for (std::size_t n = 0; n < files.size() && files.size() > 1; ++n) {
-        const std::string model = std::to_string(choices.modelOf[n] + 1);
-        choices.products.push_back("1 " + std::to_string(n + 1) + " " + model + " 1.0");
-    }
+}
+
+std::string boundsOf(std::int32_t sign, const std::string& most) {
+    return (sign > 0 ? "0" : "-" + most) + "," + (sign < 0 ? "0" : most);
 }
 
 // To two significant digits.
-double roundedTradeoff(double value) {
+double roundedToTwo(double value) {
     const double scale = std::pow(10.0, 1.0 - std::floor(std::log10(value)));
     return std::round(value * scale) / scale;
 }
 
-void searchInFiles(const std::vector<std::string>& names, const SurveyTable& data, bool magnetic,
-                   InitChoices& choices) {
+// The columns of the components that one model answers for.
+SurveyTable componentsOf(const SurveyTable& data, const std::vector<std::size_t>& modelOf, std::size_t model) {
+    SurveyTable some;
+    some.components = static_cast<std::size_t>(std::count(modelOf.begin(), modelOf.end(), model));
+    for (std::size_t n = 0; n < data.data.size(); ++n) {
+        if (modelOf[n % data.components] == model) {
+            some.data.push_back(data.data[n]);
+            if (!data.deviation.empty()) {
+                some.deviation.push_back(data.deviation[n]);
+            }
+        }
+    }
+    return some;
+}
+
+// The trade-off of the files of one model type by themselves: types have no part of the norm in common.
+TradeoffResult searchForModel(const std::vector<std::string>& names, const SurveyTable& data, bool magnetic,
+                              std::size_t model, const InitChoices& choices) {
     std::vector<std::unique_ptr<MtxFile>> files;
-    for (const std::string& name : names) {
-        files.push_back(std::make_unique<MtxFile>());
-        readMtxFile(name, MtxRows::loaded, *files.back());
+    for (std::size_t n = 0; n < names.size(); ++n) {
+        if (choices.modelOf[n] == model) {
+            files.push_back(std::make_unique<MtxFile>());
+            readMtxFile(names[n], MtxRows::loaded, *files.back());
+        }
     }
     TradeoffProblem problem;
-    problem.modelOf = choices.modelOf;
-    problem.modelTypes = static_cast<std::size_t>(choices.modelTypes);
     problem.alphaS = choices.alphaS;
     // Each component counts by itself in the misfit of a joint inversion.
-    problem.target = std::sqrt(static_cast<double>(names.size())) * (choices.sign == 0 ? targetMisfit : targetWithSign);
-    const TradeoffResult result = searchTradeoff(files, data, magnetic ? magneticDeviation : gravityDeviation, problem);
-    if (!(result.tradeoff > 0) || !std::isfinite(result.tradeoff)) {
-        choices.tradeoffReason = "the data lie within their deviations and ask for no model; the usual value is taken";
+    problem.target = std::sqrt(static_cast<double>(files.size())) * (choices.sign == 0 ? targetMisfit : targetWithSign);
+    return searchTradeoff(files, componentsOf(data, choices.modelOf, model),
+                          magnetic ? magneticDeviation : gravityDeviation, problem);
+}
+
+bool isUsable(const TradeoffResult& result) {
+    return result.tradeoff > 0 && std::isfinite(result.tradeoff);
+}
+
+std::string reasonOf(const TradeoffResult& result) {
+    if (!isUsable(result)) {
+        return "the data lie within their deviations and ask for no model; the usual value is taken";
+    }
+    const std::string misfit = numberText(std::round(100.0 * result.misfit) / 100.0);
+    return result.reached ? "an inversion without bounds comes to an RMS misfit of " + misfit + " with it"
+           : result.misfit > 0
+               ? "an RMS misfit of " + misfit + " remains with it: deviations may be too small, or cells too large"
+               : "the data lie within their deviations; a weak model is all they ask for";
+}
+
+// One pair of bounds holds for both models, so it has to leave room for what the larger one may become with a sign and
+// less smoothness.
+void chooseFactor(const TradeoffResult& first, const TradeoffResult& second, const InitWishes& wishes,
+                  InitChoices& choices) {
+    if (!(first.largest > 0 && second.largest > 0)) {
+        choices.factorReason = "1, as the data of one model ask for no model";
         return;
     }
-    choices.tradeoff = roundedTradeoff(result.tradeoff);
-    const std::string misfit = numberText(std::round(100.0 * result.misfit) / 100.0);
-    choices.tradeoffReason =
-        result.reached ? "an inversion without bounds comes to an RMS misfit of " + misfit + " with it"
-        : result.misfit > 0
-            ? "an RMS misfit of " + misfit + " remains with it: deviations may be too small, or cells too large"
-            : "the data lie within their deviations; a weak model is all they ask for";
+    if (first.reached && second.reached) {
+        choices.factor = roundedToTwo(std::sqrt(first.tradeoff / second.tradeoff));
+        choices.factorReason = "the root of " + numberText(roundedToTwo(first.tradeoff)) +
+                               ", the trade-off for model 1 alone, over " + numberText(roundedToTwo(second.tradeoff)) +
+                               ", that for model 2 alone";
+    } else {
+        choices.factor = roundedToTwo(second.largest / first.largest);
+        choices.factorReason = std::string("brings both models to numbers of like size; the data of model ") +
+                               (first.reached ? "2" : "1") + " alone are not fitted with any trade-off";
+    }
+    choices.unit = "g/cm3 and " + numberText(choices.factor) + " SI";
+    if (wishes.bounds.empty()) {
+        const double largest = roomAbove * std::max(first.largest, second.largest / choices.factor);
+        choices.bounds = boundsOf(choices.sign, numberText(std::max(1.0, std::ceil(largest))));
+    }
 }
 
 }  // namespace
@@ -112,7 +159,8 @@ InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files,
     choices.initial = 0.001 * choices.sign;
     choices.bounds = wishes.bounds;
     if (choices.bounds.empty()) {
-        choices.bounds = choices.sign > 0 ? "0,1" : choices.sign < 0 ? "-1,0" : "-1,1";
+        // Of two models the second is in units of a factor that the data may still change.
+        choices.bounds = boundsOf(choices.sign, choices.modelTypes > 1 ? "99" : "1");
     }
     choices.cell = cellSizeOf(files.front()->mesh);
     choices.alphaS = roundedAlpha(smallnessOfCell / choices.cell);
@@ -124,22 +172,32 @@ InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files,
 
 void chooseTradeoff(const std::vector<std::string>& names, const SurveyTable& data, const InitWishes& wishes,
                     const std::vector<std::unique_ptr<MtxFile>>& files, InitChoices& choices) {
-    if (wishes.tradeoff > 0) {
-        choices.tradeoff = wishes.tradeoff;
-        choices.tradeoffReason = "as it was asked for";
+    const bool magnetic = isMagneticFile(*files.front());
+    const bool asked = wishes.tradeoff > 0;
+    const bool two = choices.modelTypes > 1;
+    choices.tradeoff = asked ? wishes.tradeoff : magnetic ? magneticTradeoff : gravityTradeoff;
+    choices.tradeoffReason = "as it was asked for";
+    if (asked && !two) {
         return;
     }
-    const bool magnetic = isMagneticFile(*files.front());
-    choices.tradeoff = magnetic ? magneticTradeoff : gravityTradeoff;
     std::int64_t coefficients = 0;
     for (const auto& file : files) {
         coefficients += file->sensitivity.header.coefficientCount[0];
     }
     if (coefficients > mostCoefficients) {
-        choices.tradeoffReason = "the usual value; the sensitivity files are too large to try others here";
+        const std::string tooLarge = "the sensitivity files are too large to try others here";
+        choices.tradeoffReason = asked ? choices.tradeoffReason : "the usual value; " + tooLarge;
+        choices.factorReason = two ? "1; " + tooLarge : "";
         return;
     }
-    searchInFiles(names, data, magnetic, choices);
+    const TradeoffResult first = searchForModel(names, data, magnetic, 0, choices);
+    if (!asked) {
+        choices.tradeoff = isUsable(first) ? roundedToTwo(first.tradeoff) : choices.tradeoff;
+        choices.tradeoffReason = (two ? "model 1 by itself: " : "") + reasonOf(first);
+    }
+    if (two) {
+        chooseFactor(first, searchForModel(names, data, magnetic, 1, choices), wishes, choices);
+    }
 }
 
 }  // namespace voxlith

@@ -30,17 +30,21 @@ struct InitChoices {
     double cell = 0;  // size of the core's cells
     std::int32_t iterations = 0;
     std::int32_t modelTypes = 1;
-    std::vector<std::size_t> modelOf;   // model type (from 0) of each file
-    std::vector<std::string> products;  // product definitions; empty for one file
+    std::vector<std::size_t> modelOf;  // model type (from 0) of each file
+    double factor = 1.0;               // of the products with model 2, which is counted in units of it
+    std::string factorReason;          // empty with one model type
 };
 
-// All but the trade-off. `files`: the sensitivity files in the order of the components of the data; their heads will
-// do.
+// All but trade-off and factor. `files`: the sensitivity files in the order of the components of the data; their heads
+// will do.
 InitChoices chooseInitValues(const std::vector<std::unique_ptr<MtxFile>>& files, const InitWishes& wishes);
 
 // The trade-off: the wish, or that at which an inversion without bounds fits the data, or, for files whose rows
-// together are too many to be held for that, the one that the program takes for the data type. Reads `names` again,
-// with the rows that it needs. Throws RunError.
+// together are too many to be held for that, the one that the program takes for the data type. With two model types
+// the factor makes the trade-off of the first serve the second, too: a model in units of f has 1/f^2 of its norm
+// squared, so f is the root of the one's trade-off over the other's. Where data of one type are not fitted with any
+// trade-off, f is the ratio of the largest values of both models. Reads `names` again, with the rows that it needs.
+// Throws RunError.
 void chooseTradeoff(const std::vector<std::string>& names, const SurveyTable& data, const InitWishes& wishes,
                     const std::vector<std::unique_ptr<MtxFile>>& files, InitChoices& choices);
 

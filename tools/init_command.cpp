@@ -116,7 +116,9 @@ CLI::App* addInitCommand(CLI::App& tools, InitOptions& options) {
     command->add_option("--bounds", options.wishes.bounds, "lower,upper of the model, or null (default: by the sign)");
     command->add_option("--tradeoff", options.wishes.tradeoff, "Trade-off (default: by the data)")
         ->check(CLI::PositiveNumber);
-    command->add_option("--iterations", options.wishes.iterations, "Iterations (default: 100; 200 with a sign)")
+    command
+        ->add_option("--iterations", options.wishes.iterations,
+                     "Iterations (default: 100; 200 with a sign or two models)")
         ->check(CLI::Range(1, 99999));
     command->footer(initExamples);
     return command;
@@ -130,9 +132,16 @@ InitReport writeControlFile(const InitOptions& options) {
         checkMeshAgrees(*files.front(), options.mtxFiles.front(), options.meshFile);
     }
     SurveyTable data = readData(options, files);
-    checkDataAgree(*files.front(), options.mtxFiles.front(), data, options.dataFile);
+    for (std::size_t n = 0; n < files.size(); ++n) {
+        checkDataAgree(*files[n], options.mtxFiles[n], data, options.dataFile);
+    }
     InitReport report;
     addDataNotes(data, report);
+    if (depthWeightsDiffer(files)) {
+        report.warnings.push_back(
+            "the depth weights of " + options.mtxFiles[0] + " and " + options.mtxFiles[1] +
+            " differ: a run fits slowly without a common one; make both with the same --depth-weight");
+    }
     InitWishes wishes = options.wishes;
     wishes.sign = options.sign == "negative" ? -1 : options.sign == "either" ? 0 : options.sign == "positive" ? 1 : 2;
     report.choices = chooseInitValues(files, wishes);

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <numeric>
-#include <span>
 
 #include "files/dummy_value.h"
 #include "progress_line.h"
@@ -26,7 +25,7 @@ struct Search {
     std::size_t cells = 0;
     std::size_t freeLayers = 0;
     std::array<double, 3> alpha{1.0, 1.0, 1.0};      // x, y, z
-    std::vector<double> dataDiagonal, normDiagonal;  // by model type and cell
+    std::vector<double> dataDiagonal, normDiagonal;  // by cell
     std::vector<double> response, product;           // work: data, cells
     OverheadTimers timers;
 };
@@ -38,14 +37,10 @@ std::size_t freeLayersOf(const MtxFile& file) {
     return style >= 1 && style <= 3 ? std::min(covered, static_cast<std::size_t>(style)) : covered;
 }
 
-std::span<double> modelOf(const Search& search, std::vector<double>& models, std::size_t file) {
-    return std::span(models).subspan(search.problem.modelOf[file] * search.cells, search.cells);
-}
-
 // out = predicted data of a file.
-void predict(Search& search, std::vector<double>& models, std::size_t n) {
+void predict(Search& search, const std::vector<double>& model, std::size_t n) {
     MtxFile& file = *search.files[n];
-    modelProduct(file.sensitivity, file.mesh, modelOf(search, models, n), search.response, 0, {}, search.timers);
+    modelProduct(file.sensitivity, file.mesh, model, search.response, 0, {}, search.timers);
 }
 
 // Adds the transposed product of the weighted search.response to `out`.
@@ -55,16 +50,15 @@ void addTransposed(Search& search, std::size_t n, std::vector<double>& out) {
         search.response[r] *= search.weight[n][r];
     }
     transposeProduct(file.sensitivity, file.mesh, search.response, search.product, 0, {}, search.timers);
-    const std::span<double> target = modelOf(search, out, n);
     for (std::size_t cell = 0; cell < search.cells; ++cell) {
-        target[cell] += search.product[cell];
+        out[cell] += search.product[cell];
     }
 }
 
-double squaredMisfit(Search& search, std::vector<double>& models) {
+double squaredMisfit(Search& search, const std::vector<double>& model) {
     double sum = 0;
     for (std::size_t n = 0; n < search.files.size(); ++n) {
-        predict(search, models, n);
+        predict(search, model, n);
         for (std::size_t r = 0; r < search.response.size(); ++r) {
             const double difference = search.response[r] - search.data[n][r];
             sum += search.weight[n][r] * difference * difference;
@@ -113,39 +107,35 @@ void visitNorm(const Search& search, const Visit& visit) {
 }
 
 // Adds factor times half the gradient of the model norm.
-void addNormProduct(const Search& search, double factor, const std::vector<double>& models, std::vector<double>& out) {
-    for (std::size_t type = 0; type < search.problem.modelTypes; ++type) {
-        const auto m = std::span(models).subspan(type * search.cells, search.cells);
-        const auto o = std::span(out).subspan(type * search.cells, search.cells);
-        visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
-            if (cell == neighbour) {
-                o[cell] += factor * weight * m[cell];
-                return;
-            }
-            const double flow = factor * weight * (m[cell] - m[neighbour]);
-            o[cell] += flow;
-            o[neighbour] -= flow;
-        });
-    }
+void addNormProduct(const Search& search, double factor, const std::vector<double>& model, std::vector<double>& out) {
+    visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
+        if (cell == neighbour) {
+            out[cell] += factor * weight * model[cell];
+            return;
+        }
+        const double flow = factor * weight * (model[cell] - model[neighbour]);
+        out[cell] += flow;
+        out[neighbour] -= flow;
+    });
 }
 
 // Cells that the style holds take no part.
-void holdDeepCells(const Search& search, std::vector<double>& models) {
+void holdDeepCells(const Search& search, std::vector<double>& model) {
     const auto nz = static_cast<std::size_t>(search.files.front()->mesh.nz);
-    for (std::size_t cell = 0; cell < models.size(); ++cell) {
+    for (std::size_t cell = 0; cell < model.size(); ++cell) {
         if (cell % nz >= search.freeLayers) {
-            models[cell] = 0.0;
+            model[cell] = 0.0;
         }
     }
 }
 
-void hessianProduct(Search& search, double tradeoff, std::vector<double>& models, std::vector<double>& out) {
+void hessianProduct(Search& search, double tradeoff, std::vector<double>& model, std::vector<double>& out) {
     std::fill(out.begin(), out.end(), 0.0);
     for (std::size_t n = 0; n < search.files.size(); ++n) {
-        predict(search, models, n);
+        predict(search, model, n);
         addTransposed(search, n, out);
     }
-    addNormProduct(search, tradeoff, models, out);
+    addNormProduct(search, tradeoff, model, out);
     holdDeepCells(search, out);
 }
 
@@ -165,11 +155,11 @@ struct ConjugateWork {
     std::vector<double> residual, direction, image, preconditioned;
 };
 
-// Some steps of conjugate gradients from `models` on.
-void improveModels(Search& search, double tradeoff, const std::vector<double>& rightSide, std::vector<double>& models,
-                   ConjugateWork& work) {
-    hessianProduct(search, tradeoff, models, work.image);
-    for (std::size_t cell = 0; cell < models.size(); ++cell) {
+// Some steps of conjugate gradients from `model` on.
+void improveModel(Search& search, double tradeoff, const std::vector<double>& rightSide, std::vector<double>& model,
+                  ConjugateWork& work) {
+    hessianProduct(search, tradeoff, model, work.image);
+    for (std::size_t cell = 0; cell < model.size(); ++cell) {
         work.residual[cell] = rightSide[cell] - work.image[cell];
     }
     precondition(search, tradeoff, work.residual, work.preconditioned);
@@ -182,13 +172,13 @@ void improveModels(Search& search, double tradeoff, const std::vector<double>& r
             return;
         }
         const double length = product / curvature;
-        for (std::size_t cell = 0; cell < models.size(); ++cell) {
-            models[cell] += length * work.direction[cell];
+        for (std::size_t cell = 0; cell < model.size(); ++cell) {
+            model[cell] += length * work.direction[cell];
             work.residual[cell] -= length * work.image[cell];
         }
         precondition(search, tradeoff, work.residual, work.preconditioned);
         const double next = dot(work.residual, work.preconditioned);
-        for (std::size_t cell = 0; cell < models.size(); ++cell) {
+        for (std::size_t cell = 0; cell < model.size(); ++cell) {
             work.direction[cell] = work.preconditioned[cell] + next / product * work.direction[cell];
         }
         product = next;
@@ -223,27 +213,23 @@ void prepareFiles(Search& search) {
 }
 
 void prepareDiagonals(Search& search) {
-    search.dataDiagonal.assign(search.problem.modelTypes * search.cells, 0.0);
-    search.normDiagonal.assign(search.problem.modelTypes * search.cells, 0.0);
+    search.dataDiagonal.assign(search.cells, 0.0);
+    search.normDiagonal.assign(search.cells, 0.0);
     for (std::size_t n = 0; n < search.files.size(); ++n) {
         const Sensitivity& sensitivity = search.files[n]->sensitivity;
         const double meanWeight = std::accumulate(search.weight[n].begin(), search.weight[n].end(), 0.0) /
                                   static_cast<double>(search.weight[n].size());
-        const std::span<double> target = modelOf(search, search.dataDiagonal, n);
         for (std::size_t cell = 0; cell < search.cells; ++cell) {
             const auto depth = static_cast<double>(sensitivity.depthWeight[cell]);
-            target[cell] += meanWeight * sensitivity.gtgdiag[cell] * depth * depth;
+            search.dataDiagonal[cell] += meanWeight * sensitivity.gtgdiag[cell] * depth * depth;
         }
     }
-    for (std::size_t type = 0; type < search.problem.modelTypes; ++type) {
-        const auto o = std::span(search.normDiagonal).subspan(type * search.cells, search.cells);
-        visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
-            o[cell] += weight;
-            if (neighbour != cell) {
-                o[neighbour] += weight;
-            }
-        });
-    }
+    visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
+        search.normDiagonal[cell] += weight;
+        if (neighbour != cell) {
+            search.normDiagonal[neighbour] += weight;
+        }
+    });
 }
 
 // Where data and norm bend the objective alike, along the direction in which the data pull first.
@@ -264,12 +250,20 @@ double interpolate(double upper, double misfitAbove, double lower, double misfit
     return lower * std::pow(upper / lower, std::clamp(share, 0.0, 1.0));
 }
 
+double largestOf(const std::vector<double>& model) {
+    double largest = 0;
+    for (const double value : model) {
+        largest = std::max(largest, std::abs(value));
+    }
+    return largest;
+}
+
 struct Trial {
     double tradeoff = 0, misfit = 0;
 };
 
 // Where the target was not reached: the largest trade-off that does nearly as well as the best.
-TradeoffResult bestOf(const std::vector<Trial>& trials) {
+TradeoffResult bestOf(const std::vector<Trial>& trials, double largest) {
     constexpr double nearly = 1.1;
     double least = trials.front().misfit;
     for (const Trial& trial : trials) {
@@ -277,29 +271,30 @@ TradeoffResult bestOf(const std::vector<Trial>& trials) {
     }
     for (const Trial& trial : trials) {
         if (trial.misfit <= nearly * least) {
-            return {trial.tradeoff, trial.misfit, false};
+            return {trial.tradeoff, trial.misfit, false, largest};
         }
     }
-    return {trials.back().tradeoff, trials.back().misfit, false};
+    return {trials.back().tradeoff, trials.back().misfit, false, largest};
 }
 
 TradeoffResult descend(Search& search, double start, const std::vector<double>& rightSide, ConjugateWork& work) {
-    std::vector<double> models(rightSide.size());
+    std::vector<double> model(rightSide.size());
     std::vector<Trial> trials;
     const double target = search.problem.target;
     double tradeoff = start;
     ProgressLine progress("trade-offs at most", mostTrials);
     for (int n = 1; n <= mostTrials; ++n) {
-        improveModels(search, tradeoff, rightSide, models, work);
-        trials.push_back({tradeoff, std::sqrt(squaredMisfit(search, models))});
+        improveModel(search, tradeoff, rightSide, model, work);
+        trials.push_back({tradeoff, std::sqrt(squaredMisfit(search, model))});
         if (trials.back().misfit <= target) {
             const Trial& above = trials[trials.size() - (n > 1 ? 2U : 1U)];
-            return {interpolate(above.tradeoff, above.misfit, tradeoff, trials.back().misfit, target), target, true};
+            return {interpolate(above.tradeoff, above.misfit, tradeoff, trials.back().misfit, target), target, true,
+                    largestOf(model)};
         }
         tradeoff /= ratioOfTrials;
         progress.show(static_cast<std::size_t>(n));
     }
-    return bestOf(trials);
+    return bestOf(trials, largestOf(model));
 }
 
 }  // namespace
@@ -317,7 +312,7 @@ TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, cons
     prepareData(data, defaultDeviation, search);
     prepareFiles(search);
     prepareDiagonals(search);
-    std::vector<double> rightSide(problem.modelTypes * search.cells);
+    std::vector<double> rightSide(search.cells);
     for (std::size_t n = 0; n < files.size(); ++n) {
         search.response = search.data[n];
         addTransposed(search, n, rightSide);
@@ -327,7 +322,7 @@ TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, cons
     const double balanced = balancedTradeoff(search, rightSide, work);
     std::vector<double> none(rightSide.size());
     if (balanced == 0 || squaredMisfit(search, none) <= problem.target * problem.target) {
-        return {balanced, 0.0, false};  // the data ask for no model at all
+        return {balanced, 0.0, false, 0.0};  // the data ask for no model at all
     }
     constexpr double head = 16.0;
     return descend(search, head * balanced, rightSide, work);

@@ -12,8 +12,6 @@
 namespace voxlith {
 
 struct TradeoffProblem {
-    std::vector<std::size_t> modelOf;  // model type (from 0) of each file
-    std::size_t modelTypes = 1;
     double alphaS = 1.0e-4;  // the other alphas are 1
     double target = 1.0;     // RMS misfit, over all components together
 };
@@ -22,12 +20,13 @@ struct TradeoffResult {
     double tradeoff = 0;
     double misfit = 0;     // RMS misfit that was reached with it
     bool reached = false;  // whether that is the target
+    double largest = 0;    // magnitude in the model of the last trial
 };
 
-// `files` hold their rows, which are put into working form; `data` has as many components, with deviations (others
-// count as `defaultDeviation`). The objective is the program's: squares of misfits over deviations by the number of
-// data, and the smallest and smoothest model norm. Minimised by preconditioned conjugate gradients (Hestenes and
-// Stiefel 1952), each trade-off from the model of the last.
+// `files`, all of one model, hold their rows, which are put into working form; `data` has as many components, with
+// deviations (others count as `defaultDeviation`). The objective is the program's: squares of misfits over deviations
+// by the number of data, and the smallest and smoothest model norm. Minimised by preconditioned conjugate gradients
+// (Hestenes and Stiefel 1952), each trade-off from the model of the last.
 TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, const SurveyTable& data,
                               double defaultDeviation, const TradeoffProblem& problem);
 
