@@ -56,9 +56,24 @@ BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span
 
 namespace {
 
+constexpr std::array<std::int32_t, pieceLength> nobodyHeld{};
+
 PieceOfBounds boundsOfPiece(const BoxProblem& problem, std::size_t first, std::size_t length) {
-    return {problem.nbd.data() + first, problem.fixedFlag.data() + first, problem.l.data() + first,
-            problem.u.data() + first, length};
+    const bool alike = !problem.alike.empty() && problem.alike[first / pieceLength] != 0;
+    return {problem.nbd.data() + first,
+            alike ? nobodyHeld.data() : problem.fixedFlag.data() + first,
+            problem.l.data() + first,
+            problem.u.data() + first,
+            length,
+            alike};
+}
+
+bool isAlike(const PieceOfBounds& bounds) {
+    for (std::size_t i = 0; i < bounds.length; ++i) {
+        if (bounds.held[i] != 0 || bounds.code[i] != bounds.code[0])
+            return false;
+    }
+    return true;
 }
 
 // Largest absolute value of a piece so far, lane by lane. Not a number as soon as one value is not.
@@ -93,6 +108,16 @@ struct LargestValues {
 };
 
 }  // namespace
+
+void findAlikePieces(const BoxProblem& problem, std::span<std::int32_t> alike) {
+    BoxProblem unknown = problem;
+    unknown.alike = {};
+    const auto n = static_cast<std::size_t>(problem.n);
+    for (std::size_t first = 0; first < n; first += pieceLength) {
+        const std::size_t length = std::min(pieceLength, n - first);
+        alike[first / pieceLength] = isAlike(boundsOfPiece(unknown, first, length)) ? 1 : 0;
+    }
+}
 
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
     const InstructionSet instructions = widestInstructionSet();

@@ -21,6 +21,7 @@ struct BoxProblem {
     std::span<const std::int32_t> nbd;        // bound codes
     std::span<const std::int32_t> fixedFlag;  // not 0: the variable is held where it is
     std::span<const double> maxStep;          // above 0: largest change in the first search
+    std::span<const std::int32_t> alike{};    // of each piece, as findAlikePieces tells; empty: not known
 };
 
 // What the bounds say about the whole problem.
@@ -37,6 +38,10 @@ bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task);
 
 // Moves the start point x into its bounds, held variables excepted, and sets the first status of each variable.
 BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span<std::int32_t> status);
+
+// Sets alike[p] to 1 where all variables of piece p have the same code and none of them is held, else to 0: the bounds
+// of such a piece are its box, and codes and flags need not be read from memory at every pass.
+void findAlikePieces(const BoxProblem& problem, std::span<std::int32_t> alike);
 
 // Largest absolute component of the projected gradient (Zhu et al. 1997, section 3). Variables with flag 1 contribute
 // nothing, those with another flag |g|. Not a number as soon as one component is not.

@@ -9,9 +9,27 @@ namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
+constexpr std::array<double, pieceLength> constantPiece(double value) {
+    std::array<double, pieceLength> piece{};
+    for (double& element : piece)
+        element = value;
+    return piece;
+}
+constexpr auto noLowerBounds = constantPiece(-infinity), noUpperBounds = constantPiece(infinity);
+
+void takeBounds(const PieceOfBounds& bounds, PieceOfBox& box) {
+    const std::int32_t code = bounds.code[0];
+    box.lower = hasLowerBound(code) ? bounds.lower : noLowerBounds.data();
+    box.upper = hasUpperBound(code) ? bounds.upper : noUpperBounds.data();
+    if (hasLowerBound(code))
+        callForNextPiece(bounds.lower, bounds.length);
+    if (hasUpperBound(code))
+        callForNextPiece(bounds.upper, bounds.length);
+}
+
 [[gnu::always_inline]] inline void formBoxInline(const PieceOfBounds& bounds, PieceOfBox& box) {
-    double* const lower = box.lower.data();
-    double* const upper = box.upper.data();
+    double* const lower = box.lowerRoom.data();
+    double* const upper = box.upperRoom.data();
     std::int32_t anyLower = 0, anyUpper = 0;
     callForNextPiece(bounds.code, bounds.length);
     callForNextPiece(bounds.held, bounds.length);
@@ -43,8 +61,8 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 
 [[gnu::always_inline]] inline void projectInline(const PieceOfBounds& bounds, const PieceOfBox& box, const double* x,
                                                  const double* g, double* projected) {
-    const double* const lower = box.lower.data();
-    const double* const upper = box.upper.data();
+    const double* const lower = box.lower;
+    const double* const upper = box.upper;
     for (std::size_t i = 0; i < bounds.length; ++i) {
         const double above = x[i] - upper[i];
         const double below = x[i] - lower[i];
@@ -59,8 +77,8 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 
 [[gnu::always_inline]] inline bool leavesInline(const PieceOfBox& box, std::size_t length, const double* x,
                                                 const double* d, double step) {
-    const double* const lower = box.lower.data();
-    const double* const upper = box.upper.data();
+    const double* const lower = box.lower;
+    const double* const upper = box.upper;
     std::int64_t leaving = 0;
     for (std::size_t i = 0; i < length; ++i) {
         const double way = d[i] * step;
@@ -83,8 +101,8 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 [[gnu::always_inline]] inline void startPathInline(const PieceOfBox& box, std::size_t length, const double* x,
                                                    const double* g, std::int32_t* status, double* direction,
                                                    PathStart& path) {
-    const double* const lower = box.lower.data();
-    const double* const upper = box.upper.data();
+    const double* const lower = box.lower;
+    const double* const upper = box.upper;
     std::array<double, pieceLength> time;
     for (std::size_t i = 0; i < length; ++i) {
         const std::int32_t found = statusAt(x[i] - lower[i], upper[i] - x[i], -g[i]);
@@ -154,6 +172,10 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 }  // namespace
 
 void formBox(const PieceOfBounds& bounds, PieceOfBox& box, InstructionSet instructions) {
+    if (bounds.alike)
+        return takeBounds(bounds, box);
+    box.lower = box.lowerRoom.data();
+    box.upper = box.upperRoom.data();
 #if defined(__x86_64__)
     if (instructions == InstructionSet::avx512)
         return formBoxAvx512(bounds, box);

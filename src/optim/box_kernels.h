@@ -33,9 +33,16 @@ inline bool isFree(std::int32_t status) {
     return status <= 0;
 }
 
-// The box of a piece: infinite where a variable has no bound or is held.
+// The box of a piece: infinite where a variable has no bound or is held. It points to the bounds themselves where they
+// are the box, else to its own room.
 struct PieceOfBox {
-    std::array<double, pieceLength> lower, upper;
+    PieceOfBox() = default;
+    PieceOfBox(const PieceOfBox&) = delete;
+    PieceOfBox& operator=(const PieceOfBox&) = delete;
+
+    const double* lower = nullptr;
+    const double* upper = nullptr;
+    std::array<double, pieceLength> lowerRoom, upperRoom;
 };
 
 // Bound codes, flags and bounds of the same piece. The bound of an unused side has no influence, even if no number.
@@ -45,6 +52,7 @@ struct PieceOfBounds {
     const double* lower = nullptr;
     const double* upper = nullptr;
     std::size_t length = 0;
+    bool alike = false;  // all variables have the same code, and none is held
 };
 
 void formBox(const PieceOfBounds& bounds, PieceOfBox& box, InstructionSet instructions);

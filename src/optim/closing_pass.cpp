@@ -29,8 +29,8 @@ void placeCauchyPoint(const PieceOfBox& box, const ClosingTask& task, const Piec
     if (!task.constrained)
         return;
     const std::int32_t* const status = arrays.status.data() + piece.first;
-    const double* const lower = box.lower.data();
-    const double* const upper = box.upper.data();
+    const double* const lower = box.lower;
+    const double* const upper = box.upper;
     for (std::size_t i = 0; i < piece.length; ++i) {
         const double moved = point[i];
         const double raised = status[i] == atLowerBound ? lower[i] : moved;

@@ -383,6 +383,7 @@ void start(Engine& engine, double factr, TaskWord& task) {
     refreshMemory(engine.state);
     engine.state.tolerance = factr * epsmch;
     engine.state.box = setUpVariables(engine.problem, engine.x, engine.work.status);
+    findAlikePieces(engine.problem, engine.work.alike);
     setTask(task, "FG_START");
 }
 
@@ -444,7 +445,10 @@ void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::
         return;
     }
     const std::size_t n = static_cast<std::size_t>(problem.n);
-    Engine engine{problem, x.first(n), f, g.first(n), layOutWorkspace(problem.n, problem.m, wa, iwa), state};
+    const LbfgsbWorkspace work = layOutWorkspace(problem.n, problem.m, wa, iwa);
+    BoxProblem known = problem;
+    known.alike = work.alike;
+    Engine engine{known, x.first(n), f, g.first(n), work, state};
     if (starting)
         start(engine, factr, task);
     else if (taskBegins(task, "FG_LN"))

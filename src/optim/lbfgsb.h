@@ -20,8 +20,9 @@ namespace voxlith {
 // One call of the engine; arguments and task words as told for optimiserStep. Besides those, "STOP" ends a run: the
 // word stays, and with "STOP: CPU" x, f and g become those of the last iterate. Any other word asks for an evaluation
 // at x with "FG_START" and keeps the memory, so that a run that has stopped can be carried on; behind a refused "START"
-// it repeats the error. Throws std::invalid_argument if `task` is not "START" and n or m are not those of the last
-// "START", or if an array is too short. Allocates nothing; costs O(m n).
+// it repeats the error. Bounds, codes and flags stay those of the last "START". Throws std::invalid_argument if `task`
+// is not "START" and n or m are not those of the last "START", or if an array is too short. Allocates nothing; costs
+// O(m n).
 void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::span<double> g, double factr,
                 double pgtol, std::span<double> wa, std::span<std::int32_t> iwa, TaskWord& task,
                 const LbfgsbSavedBlocks& saved);

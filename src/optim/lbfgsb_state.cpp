@@ -144,6 +144,7 @@ LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double
     work.products = take(8 * corrections);
     work.p = take(2 * corrections);
     work.c = take(2 * corrections);
+    work.alike = iwa.first(variables);
     work.status = iwa.subspan(variables, variables);
     work.order = iwa.subspan(2 * variables, variables);
     return work;

@@ -56,7 +56,7 @@ struct LbfgsbState {
 LbfgsbState loadState(const LbfgsbSavedBlocks& blocks);
 void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks);
 
-// The workspace, carved from the caller's arrays. yy and index keep their places in the layout but are not used.
+// The workspace, carved from the caller's arrays. yy keeps its place in the layout but is not used.
 struct LbfgsbWorkspace {
     std::span<double> s, y;          // m columns of n: steps and changes of the gradient [ws, wy]
     SmallMatrix sDotY, sDotS;        // inner products of all pairs, oldest first [sy, ss]
@@ -66,6 +66,7 @@ struct LbfgsbWorkspace {
     std::span<double> z, r, d, t;    // n each
     std::span<double> products;      // 8m [wa]
     std::span<double> p, c;          // 2m each [sg and sgo, yg and ygo]
+    std::span<std::int32_t> alike;   // n: whether the variables of a piece are [index]
     std::span<std::int32_t> status;  // n: VariableStatus [iwhere]
     std::span<std::int32_t> order;   // n: variables of the breakpoints [indx2]
 };

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
 #include <vector>
+
+#include "optim/bounds.h"
 
 namespace voxlith {
 namespace {
@@ -52,8 +55,7 @@ bool sameBytes(const std::vector<double>& a, const std::vector<double>& b) {
 }
 
 struct Results {
-    PieceOfBox box;
-    std::vector<double> projected, direction;
+    std::vector<double> lower, upper, projected, direction;
     std::vector<std::int32_t> status;
     PathStart path;
     std::vector<bool> leaves;
@@ -65,14 +67,15 @@ Results resultsOf(const RandomPiece& piece, InstructionSet set) {
     results.projected.resize(n);
     results.direction.resize(n);
     results.status = piece.status;
-    results.box.lower.fill(0.0);
-    results.box.upper.fill(0.0);
-    formBox(piece.bounds(), results.box, set);
-    projectGradient(piece.bounds(), results.box, piece.x.data(), piece.g.data(), results.projected.data(), set);
-    startPathPiece(results.box, n, piece.x.data(), piece.g.data(), results.status.data(), results.direction.data(),
+    PieceOfBox box;
+    formBox(piece.bounds(), box, set);
+    results.lower.assign(box.lower, box.lower + n);
+    results.upper.assign(box.upper, box.upper + n);
+    projectGradient(piece.bounds(), box, piece.x.data(), piece.g.data(), results.projected.data(), set);
+    startPathPiece(box, n, piece.x.data(), piece.g.data(), results.status.data(), results.direction.data(),
                    results.path, set);
     for (const double step : {0.0, 1.0e-3, 0.5, 1.0, 100.0})
-        results.leaves.push_back(leavesBox(results.box, n, piece.x.data(), results.direction.data(), step, set));
+        results.leaves.push_back(leavesBox(box, n, piece.x.data(), results.direction.data(), step, set));
     return results;
 }
 
@@ -84,8 +87,8 @@ TEST(BoxKernels, GiveTheSameBytesWithAllInstructions) {
         for (const InstructionSet set : widerSets()) {
             SCOPED_TRACE("set " + std::to_string(static_cast<int>(set)) + " seed " + std::to_string(seed));
             const Results wide = resultsOf(piece, set);
-            EXPECT_EQ(wide.box.lower, plain.box.lower);
-            EXPECT_EQ(wide.box.upper, plain.box.upper);
+            EXPECT_EQ(wide.lower, plain.lower);
+            EXPECT_EQ(wide.upper, plain.upper);
             EXPECT_TRUE(sameBytes(wide.projected, plain.projected));
             EXPECT_TRUE(sameBytes(wide.direction, plain.direction));
             EXPECT_EQ(wide.status, plain.status);
@@ -112,6 +115,39 @@ TEST(BoxKernels, BoxIsInfiniteWhereAVariableHasNoBoundOrIsHeld) {
     }
 }
 
+// Pieces that are alike, and pieces in which a single variable differs.
+TEST(BoxKernels, PiecesThatAreAlikeHaveTheBoxOfTheirArrays) {
+    constexpr std::size_t pieces = 5, n = pieces * pieceLength - 100;
+    for (const std::int32_t code : {0, 1, 2, 3, 4, 5}) {
+        std::vector<double> lower(n), upper(n), maxStep(n, 0.0), x(n), g(n);
+        std::vector<std::int32_t> codes(n, code), held(n, 0), alike(n, -1);
+        std::mt19937 random(static_cast<unsigned>(code));
+        for (std::size_t i = 0; i < n; ++i) {
+            lower[i] = -static_cast<double>(random() % 4);
+            upper[i] = static_cast<double>(random() % 4);
+            x[i] = static_cast<double>(random() % 9) - 4.0;
+            g[i] = static_cast<double>(random() % 5) - 2.0;
+        }
+        held[pieceLength + 7] = 2;
+        codes[3 * pieceLength + 511] = (code + 1) % 6;
+        const BoxProblem problem{static_cast<std::int32_t>(n), 1, lower, upper, codes, held, maxStep};
+        findAlikePieces(problem, alike);
+        EXPECT_EQ(std::vector<std::int32_t>(alike.begin(), alike.begin() + pieces),
+                  (std::vector<std::int32_t>{1, 0, 1, 0, 1}));
+        BoxProblem known = problem;
+        known.alike = alike;
+        for (std::size_t first = 0; first < n; first += pieceLength) {
+            const std::size_t bytes = std::min(pieceLength, n - first) * sizeof(double);
+            PieceOfBox fromArrays, fromKind;
+            boxOfPiece(problem, first, bytes / sizeof(double), fromArrays, widestInstructionSet());
+            boxOfPiece(known, first, bytes / sizeof(double), fromKind, widestInstructionSet());
+            EXPECT_EQ(std::memcmp(fromArrays.lower, fromKind.lower, bytes), 0) << "code " << code;
+            EXPECT_EQ(std::memcmp(fromArrays.upper, fromKind.upper, bytes), 0) << "code " << code;
+        }
+        EXPECT_EQ(projectedGradientNorm(known, x, g), projectedGradientNorm(problem, x, g)) << "code " << code;
+    }
+}
+
 // One variable between 0 and 1: where it stands, its gradient, and what must come of it.
 TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
     struct Case {
@@ -123,9 +159,10 @@ TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
         {0.0, 2.0, atLowerBound, 0.0, infinity},        {0.0, -2.0, freeBetweenBounds, 2.0, 0.5},
         {1.0, -2.0, atUpperBound, 0.0, infinity},       {1.0, 4.0, freeBetweenBounds, -4.0, 0.25},
         {0.5, 0.0, freeWithoutGradient, 0.0, infinity}, {0.5, 0.25, freeBetweenBounds, -0.25, 2.0}};
+    const double lower = 0.0, upper = 1.0;
     PieceOfBox box;
-    box.lower[0] = 0.0;
-    box.upper[0] = 1.0;
+    box.lower = &lower;
+    box.upper = &upper;
     for (const Case& expected : cases) {
         std::int32_t status = freeBetweenBounds;
         double direction = 7.0;
@@ -141,9 +178,10 @@ TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
 }
 
 TEST(BoxKernels, FixedAndUnboundedVariablesKeepTheirStatus) {
+    const std::vector<double> below(2, -infinity), above(2, infinity);
     PieceOfBox box;
-    box.lower.fill(-infinity);
-    box.upper.fill(infinity);
+    box.lower = below.data();
+    box.upper = above.data();
     const std::vector<double> x{0.0, 0.0}, g{3.0, 3.0};
     std::vector<std::int32_t> status{alwaysFixed, unbounded};
     std::vector<double> direction(2);

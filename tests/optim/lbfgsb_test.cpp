@@ -788,9 +788,10 @@ TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
 
 // 25 times the quotient 7/25 is rounded to more than 7: the second variable seems to leave its bound even then.
 TEST(StepLimits, TheFirstOfTwoVariablesThatMeetTheirBoundsTogetherCounts) {
+    const std::vector<double> lower(2, -infinity), upper(2, 7.0);
     PieceOfBox box;
-    box.lower.fill(-infinity);
-    box.upper.fill(7.0);
+    box.lower = lower.data();
+    box.upper = upper.data();
     const std::vector<double> x(2, 0.0), d(2, 25.0);
     StepToBound step;
     shortenStep(box, 0, 2, x.data(), d.data(), step, InstructionSet::plain);
