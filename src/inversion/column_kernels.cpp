@@ -9,6 +9,7 @@ namespace voxlith {
 namespace {
 
 using Piece = std::array<double, columnPiece>;
+using Values = std::array<double, columnPiece + 2>;  // of a piece, of the cell above it and of the one below
 
 // A piece of a column: its cells, those with lateral pairs and a reference term, and those with a pair along z.
 struct PieceOfColumn {
@@ -23,52 +24,62 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
             column.zWidth == nullptr || behindPairs < first ? 0 : behindPairs - first};
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline double valueAt(const double* model, const float* depthWeight, std::size_t k) {
-    if constexpr (weighted)
-        return model[k] / static_cast<double>(depthWeight[k]);
-    else
-        return model[k];
+// The values of `count` cells of a column from `first` on: the model itself, or its quotients with the depth weights in
+// `room`.
+[[gnu::always_inline]] inline const double* valuesOf(const double* model, const float* depthWeight, std::size_t first,
+                                                     std::size_t count, Values& room) {
+    if (count == 0)
+        return model;
+    if (depthWeight == nullptr)
+        return model + first;
+    for (std::size_t k = 0; k < count; ++k)
+        room[k] = model[first + k] / static_cast<double>(depthWeight[first + k]);
+    return room.data();
 }
 
 // Terms that a piece does not have are zeros: adding them changes no bit of a sum that began with a 0.
-[[gnu::always_inline]] inline void clearFrom(std::size_t count, std::size_t length, Piece& terms) {
+[[gnu::always_inline]] inline void clearFrom(std::size_t count, std::size_t length, double* terms) {
     for (std::size_t k = count; k < length; ++k)
         terms[k] = 0.0;
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline void squareSlopes(const double* model, const float* depthWeight, const double* next,
-                                                const float* nextDepthWeight, const float* weight, double apart,
-                                                std::size_t count, Piece& terms) {
+[[gnu::always_inline]] inline void squareSlopes(const double* values, const double* next, const float* weight,
+                                                double apart, std::size_t count, Piece& terms) {
     for (std::size_t k = 0; k < count; ++k) {
-        const double slope =
-            (valueAt<weighted>(model, depthWeight, k) - valueAt<weighted>(next, nextDepthWeight, k)) / apart;
+        const double slope = (values[k] - next[k]) / apart;
         terms[k] = static_cast<double>(weight[k]) * (slope * slope);
     }
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline void squareSlopesDown(const double* model, const float* depthWeight, const float* weight,
-                                                    const double* width, std::size_t count, Piece& terms) {
+[[gnu::always_inline]] inline double apartDown(const double* zWidth, std::size_t first) {
+    return (zWidth[first] + zWidth[first + 1]) * 0.5;
+}
+
+[[gnu::always_inline]] inline void squareSlopesDown(const double* values, const ModelColumn& c, std::size_t first,
+                                                    std::size_t count, Piece& terms) {
+    const float* const weight = c.wtZ + first;
     for (std::size_t k = 0; k < count; ++k) {
-        const double apart = (width[k] + width[k + 1]) * 0.5;
-        const double slope =
-            (valueAt<weighted>(model, depthWeight, k) - valueAt<weighted>(model, depthWeight, k + 1)) / apart;
+        const double slope = (values[k] - values[k + 1]) / apartDown(c.zWidth, first + k);
         terms[k] = static_cast<double>(weight[k]) * (slope * slope);
     }
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline void squareDistances(const double* model, const float* depthWeight,
-                                                   const double* reference, const float* weight, std::size_t count,
+[[gnu::always_inline]] inline void divideBy(const float* depthWeight, std::size_t first, std::size_t count,
+                                            Piece& terms) {
+    for (std::size_t k = 0, end = depthWeight == nullptr ? 0 : count; k < end; ++k)
+        terms[k] /= static_cast<double>(depthWeight[first + k]);
+}
+
+[[gnu::always_inline]] inline void squareDistances(const ModelColumn& c, std::size_t first, std::size_t count,
                                                    Piece& terms) {
-    for (std::size_t k = 0; k < count; ++k) {
-        double difference = model[k] - reference[k];
-        if constexpr (weighted)
-            difference /= static_cast<double>(depthWeight[k]);
-        terms[k] = static_cast<double>(weight[k]) * (difference * difference);
-    }
+    const double* const model = c.model + first;
+    const double* const reference = c.reference + first;
+    const float* const weight = c.wtS + first;
+    for (std::size_t k = 0; k < count; ++k)
+        terms[k] = model[k] - reference[k];
+    divideBy(c.depthWeight, first, count, terms);
+    for (std::size_t k = 0; k < count; ++k)
+        terms[k] = static_cast<double>(weight[k]) * (terms[k] * terms[k]);
     for (std::size_t k = 0; k < count; ++k)
         terms[k] = reference[k] > dummyValue ? terms[k] : 0.0;
 }
@@ -86,93 +97,57 @@ template <bool weighted>
     norms = sums;
 }
 
-template <bool weighted>
 [[gnu::always_inline]] inline void addPieceNorms(const ModelColumn& c, const PieceOfColumn& piece, ModelNorms& norms) {
     Piece reference, alongY, alongX, alongZ;
-    const std::size_t k = piece.first;
-    const double* const model = c.model + k;
-    const float* const depthWeight = weighted ? c.depthWeight + k : nullptr;
-    squareDistances<weighted>(model, depthWeight, c.reference + k, c.wtS + k, piece.used, reference);
+    Values own, beside;
+    const std::size_t first = piece.first;
     const std::size_t pairsY = c.nextY == nullptr ? 0 : piece.used;
     const std::size_t pairsX = c.nextX == nullptr ? 0 : piece.used;
-    if (pairsY > 0)
-        squareSlopes<weighted>(model, depthWeight, c.nextY + k, weighted ? c.depthWeightNextY + k : nullptr, c.wtN + k,
-                               c.apartY, pairsY, alongY);
-    if (pairsX > 0)
-        squareSlopes<weighted>(model, depthWeight, c.nextX + k, weighted ? c.depthWeightNextX + k : nullptr, c.wtE + k,
-                               c.apartX, pairsX, alongX);
-    if (piece.pairsDown > 0)
-        squareSlopesDown<weighted>(model, depthWeight, c.wtZ + k, c.zWidth + k, piece.pairsDown, alongZ);
-    clearFrom(piece.used, piece.length, reference);
-    clearFrom(pairsY, piece.length, alongY);
-    clearFrom(pairsX, piece.length, alongX);
-    clearFrom(piece.pairsDown, piece.length, alongZ);
+    const double* const values =
+        valuesOf(c.model, c.depthWeight, first, std::max(piece.length, piece.pairsDown + 1), own);
+    squareDistances(c, first, piece.used, reference);
+    squareSlopes(values, valuesOf(c.nextY, c.depthWeightNextY, first, pairsY, beside), c.wtN + first, c.apartY, pairsY,
+                 alongY);
+    squareSlopes(values, valuesOf(c.nextX, c.depthWeightNextX, first, pairsX, beside), c.wtE + first, c.apartX, pairsX,
+                 alongX);
+    squareSlopesDown(values, c, first, piece.pairsDown, alongZ);
+    clearFrom(piece.used, piece.length, reference.data());
+    clearFrom(pairsY, piece.length, alongY.data());
+    clearFrom(pairsX, piece.length, alongX.data());
+    clearFrom(piece.pairsDown, piece.length, alongZ.data());
     addTerms(reference, alongY, alongX, alongZ, piece.length, norms);
 }
 
 [[gnu::always_inline]] inline void addNormsInline(const ModelColumn& column, ModelNorms& norms) {
-    for (std::size_t first = 0; first < column.height; first += columnPiece) {
-        const PieceOfColumn piece = pieceFrom(column, first);
-        if (column.depthWeight == nullptr)
-            addPieceNorms<false>(column, piece, norms);
-        else
-            addPieceNorms<true>(column, piece, norms);
-    }
+    for (std::size_t first = 0; first < column.height; first += columnPiece)
+        addPieceNorms(column, pieceFrom(column, first), norms);
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline void pullPairs(const double* model, const float* depthWeight, const double* next,
-                                             const float* nextDepthWeight, const float* weight, double apart,
-                                             std::size_t count, Piece& pulls) {
-    for (std::size_t k = 0; k < count; ++k) {
-        const double difference =
-            valueAt<weighted>(model, depthWeight, k) - valueAt<weighted>(next, nextDepthWeight, k);
-        pulls[k] = static_cast<double>(weight[k]) * difference / apart;
-    }
+[[gnu::always_inline]] inline void pullPairs(const double* values, const double* next, const float* weight,
+                                             double apart, std::size_t count, Piece& pulls) {
+    for (std::size_t k = 0; k < count; ++k)
+        pulls[k] = static_cast<double>(weight[k]) * (values[k] - next[k]) / apart;
 }
 
-// pulls[k + 1] belongs to the pair of cells k and k + 1; pulls[0] to the one above the piece, 0 if there is none.
-template <bool weighted>
-[[gnu::always_inline]] inline void pullPairsDown(const ModelColumn& c, const PieceOfColumn& piece,
-                                                 std::array<double, columnPiece + 1>& pulls) {
-    const double* const model = c.model;
-    const float* const depthWeight = c.depthWeight;
-    const std::size_t from = piece.first > 0 && c.zWidth != nullptr ? piece.first - 1 : piece.first;
-    const std::size_t behind = piece.first + piece.pairsDown;
-    double* const out = pulls.data() + 1 + from - piece.first;
-    pulls[0] = 0.0;
-    for (std::size_t k = from; k < behind; ++k) {
-        const double apart = (c.zWidth[k] + c.zWidth[k + 1]) * 0.5;
-        const double difference =
-            valueAt<weighted>(model, depthWeight, k) - valueAt<weighted>(model, depthWeight, k + 1);
-        out[k - from] = static_cast<double>(c.wtZ[k]) * difference / apart;
-    }
-    for (std::size_t k = piece.pairsDown; k < piece.length; ++k)
-        pulls[k + 1] = 0.0;
+[[gnu::always_inline]] inline void pullPairsDown(const double* values, const ModelColumn& c, std::size_t first,
+                                                 std::size_t count, double* pulls) {
+    const float* const weight = c.wtZ + first;
+    for (std::size_t k = 0; k < count; ++k)
+        pulls[k] = static_cast<double>(weight[k]) * (values[k] - values[k + 1]) / apartDown(c.zWidth, first + k);
 }
 
 // A cell without a reference is pulled towards 0, and so is every cell where the column has none.
-template <bool weighted>
 [[gnu::always_inline]] inline void pullToReference(const ModelColumn& c, const PieceOfColumn& piece, Piece& pulls) {
     const double* const model = c.model + piece.first;
     const float* const weight = c.wtS + piece.first;
-    if (c.reference == nullptr)
-        std::copy_n(model, piece.used, pulls.data());
-    const std::size_t referenced = c.reference == nullptr ? 0 : piece.used;
-    for (std::size_t k = 0; k < referenced; ++k) {
+    clearFrom(0, piece.length, pulls.data());
+    for (std::size_t k = 0, end = c.reference == nullptr ? 0 : piece.used; k < end; ++k) {
         const double reference = c.reference[piece.first + k];
         pulls[k] = reference > dummyValue ? reference : 0.0;
     }
-    for (std::size_t k = 0; k < referenced; ++k)
-        pulls[k] = model[k] - pulls[k];
-    for (std::size_t k = 0; k < piece.used; ++k) {
-        const double pull = static_cast<double>(weight[k]) * pulls[k];
-        if constexpr (weighted)
-            pulls[k] = pull / static_cast<double>(c.depthWeight[piece.first + k]);
-        else
-            pulls[k] = pull;
-    }
-    clearFrom(piece.used, piece.length, pulls);
+    for (std::size_t k = 0; k < piece.used; ++k)
+        pulls[k] = static_cast<double>(weight[k]) * (model[k] - pulls[k]);
+    divideBy(c.depthWeight, piece.first, piece.used, pulls);
 }
 
 // The trade-off, and the mean of the data part; held cells do not move.
@@ -187,43 +162,39 @@ template <bool weighted>
         out[k] = fixed[k] != 0 ? 0.0 : sums[k];
 }
 
-template <bool weighted>
-[[gnu::always_inline]] inline void putPull(const ModelColumn& c, const PieceOfColumn& piece, ColumnPull& pull) {
+[[gnu::always_inline]] inline void putPullInline(const ModelColumn& c, std::size_t first, ColumnPull& pull) {
+    const PieceOfColumn piece = pieceFrom(c, first);
     Piece sums, alongY, alongX, reference;
-    std::array<double, columnPiece + 1> alongZ;
-    const std::size_t at = piece.first;
-    const float* const depthWeight = weighted ? c.depthWeight + at : nullptr;
+    std::array<double, columnPiece + 1> alongZ;  // from the pair of the piece's first cell and the one above
+    Values own, beside;
     const std::size_t pairsY = c.nextY == nullptr ? 0 : piece.used;
     const std::size_t pairsX = c.nextX == nullptr ? 0 : piece.used;
-    if (pairsY > 0)
-        pullPairs<weighted>(c.model + at, depthWeight, c.nextY + at, weighted ? c.depthWeightNextY + at : nullptr,
-                            c.wtN + at, c.apartY, pairsY, alongY);
-    if (pairsX > 0)
-        pullPairs<weighted>(c.model + at, depthWeight, c.nextX + at, weighted ? c.depthWeightNextX + at : nullptr,
-                            c.wtE + at, c.apartX, pairsX, alongX);
-    clearFrom(pairsY, piece.length, alongY);
-    clearFrom(pairsX, piece.length, alongX);
-    pullPairsDown<weighted>(c, piece, alongZ);
-    pullToReference<weighted>(c, piece, reference);
+    const std::size_t above = first > 0 ? 1 : 0;
+    const std::size_t pairsZ = c.zWidth == nullptr ? 0 : piece.pairsDown + above;
+    const double* const top =
+        valuesOf(c.model, c.depthWeight, first - above, std::max(piece.length + above, pairsZ + 1), own);
+    const double* const values = top + above;
+    pullPairs(values, valuesOf(c.nextY, c.depthWeightNextY, first, pairsY, beside), c.wtN + first, c.apartY, pairsY,
+              alongY);
+    pullPairs(values, valuesOf(c.nextX, c.depthWeightNextX, first, pairsX, beside), c.wtE + first, c.apartX, pairsX,
+              alongX);
+    alongZ[0] = 0.0;
+    pullPairsDown(top, c, first - above, pairsZ, alongZ.data() + 1 - above);
+    pullToReference(c, piece, reference);
+    clearFrom(pairsY, piece.length, alongY.data());
+    clearFrom(pairsX, piece.length, alongX.data());
+    clearFrom(piece.pairsDown, piece.length, alongZ.data() + 1);
     if (pull.firstRow)
-        clearFrom(0, piece.length, sums);
+        clearFrom(0, piece.length, sums.data());
     else
-        std::copy_n(pull.out + at, piece.length, sums.data());
+        std::copy_n(pull.out + first, piece.length, sums.data());
     for (std::size_t k = 0; k < piece.length; ++k)
         sums[k] = sums[k] + alongY[k] - pull.alongX[k] + alongX[k] - alongZ[k] + alongZ[k + 1] + reference[k];
     double* const outNextY = pull.outNextY;
     for (std::size_t k = 0, end = outNextY == nullptr ? 0 : piece.length; k < end; ++k)
-        outNextY[at + k] = 0.0 - alongY[k];
+        outNextY[first + k] = 0.0 - alongY[k];
     std::copy_n(alongX.data(), piece.length, pull.alongX.data());
     combine(pull, piece, sums);
-}
-
-[[gnu::always_inline]] inline void putPullInline(const ModelColumn& column, std::size_t first, ColumnPull& pull) {
-    const PieceOfColumn piece = pieceFrom(column, first);
-    if (column.depthWeight == nullptr)
-        putPull<false>(column, piece, pull);
-    else
-        putPull<true>(column, piece, pull);
 }
 
 #if defined(__x86_64__)
