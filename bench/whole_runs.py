@@ -27,6 +27,7 @@ ROUNDS = 3
 # What belongs to the products, in a profile by routine.
 PRODUCTS = re.compile(r'multiply(Avx|Plain|InMemory)|add(Avx|Plain)|InUse|rowsTimes|RowsToCompact|RowTransposed|rowTimes|transform|'
                       r'padCells|cropCells|modelProduct|transposeProduct|[fF]romMemory')
+CLEARING = re.compile(r'clear_(huge_)?page|clear_subpage|clear_user|folio_zero')
 
 
 class Run:
@@ -51,15 +52,14 @@ class Run:
     def path(self, name):
         return os.path.join(self.folder, name)
 
-    def run(self, iterations, address_space=None, before=()):
+    def run(self, iterations, address_space=None):
         """CPU seconds and largest resident bytes of a whole run."""
         large_survey.write_run(self.folder, iterations)
         limit = None
         if address_space:
             def limit():
                 resource.setrlimit(resource.RLIMIT_AS, (address_space, address_space))
-        child = subprocess.Popen([*before, self.voxlith, 'voxlith.inp'], cwd=self.folder, stdout=subprocess.DEVNULL,
-                                 preexec_fn=limit)
+        child = subprocess.Popen([self.voxlith, 'voxlith.inp'], cwd=self.folder, stdout=subprocess.DEVNULL, preexec_fn=limit)
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         if child.returncode:
@@ -151,7 +151,7 @@ def per_iteration(run, first, last, rounds=ROUNDS, **settings):
 def disk(make, options):
     """An iteration has one product of each kind; what it does beside them is the same from memory and from disk."""
     run = make((128, 128, 64), options.coefficients)
-    inside, outside = sum(profile(run, 11) - profile(run, 1) for _ in range(ROUNDS))
+    inside, outside = sum(profile(run) for _ in range(ROUNDS))
     memory = per_iteration(run, 1, 11)
     plan, beside = run.planned()
     from_disk = per_iteration(run, 1, 6, address_space=plan + beside - 4 * run.coefficients)
@@ -173,16 +173,31 @@ def memory(make, options):
              'plan, observed and mesh groups', peak / (plan + beside), 1.05, 'peak %.1f MiB' % (peak / 2 ** 20))
 
 
-def profile(run, iterations):
-    """Samples inside and outside the products."""
-    name = run.path('perf.data')
-    run.run(iterations, before=('perf', 'record', '-q', '-e', 'cpu-clock', '-F', '2000', '-o', name))
-    report = subprocess.run(['perf', 'report', '-i', name, '--stdio', '--no-children', '-F', 'sample,symbol', '-t', ';'],
+def profile(run, last=11):
+    """Samples inside and outside the products, of iterations 2 to `last` of one run.
+
+    The iterations are cut out of the run by the times of their lines on the screen. The difference of two runs of
+    different lengths would not do: on a virtual machine whose host has taken memory back, the start takes anything from
+    one second to several, as pages are cleared for the first time. Such clearing goes on in the first iterations, where
+    the optimiser's corrections are touched for the first time; it is no work of an iteration and left out.
+    """
+    large_survey.write_run(run.folder, last)
+    name, ends = run.path('perf.data'), {}
+    record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', '2000', '-o', name]
+    with subprocess.Popen([*record, run.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE) as child:
+        for line in child.stdout:
+            row = re.match(rb' *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ ', line)
+            if row:
+                ends[int(row[1])] = time.clock_gettime(time.CLOCK_MONOTONIC)
+    if child.returncode or last not in ends:
+        raise SystemExit('voxlith or perf failed in ' + run.folder)
+    report = subprocess.run(['perf', 'report', '-i', name, '--stdio', '--no-children', '-F', 'sample,symbol', '-t', ';',
+                             '--time', '%.9f,%.9f' % (ends[1], ends[last])],
                             capture_output=True, text=True, check=True).stdout
     inside = outside = 0
     for line in report.splitlines():
         count, found, symbol = line.partition(';')
-        if found and count.strip().isdigit():
+        if found and count.strip().isdigit() and not CLEARING.search(symbol):
             if PRODUCTS.search(symbol):
                 inside += int(count)
             else:
@@ -192,9 +207,11 @@ def profile(run, iterations):
 
 def iteration(make, options):
     run = make((128, 128, 64), options.coefficients)
-    inside, outside = sum(profile(run, 11) - profile(run, 1) for _ in range(ROUNDS))
+    run.run(1)  # brings the sensitivity file into the cache
+    shares = sorted(outside / (inside + outside) for inside, outside in (profile(run) for _ in range(ROUNDS)))
     show('iteration without its products, %.0f M coefficients' % (run.coefficients / 1e6), 'the whole iteration',
-         outside / (inside + outside), 0.1, '%d cells, two models written' % run.cells)
+         statistics.median(shares), 0.1,
+         '%d cells, two models written; lowest %.3f, highest %.3f' % (run.cells, shares[0], shares[-1]))
 
 
 def growth(make, options):
