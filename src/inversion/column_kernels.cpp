@@ -137,7 +137,8 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
 }
 
 // A cell without a reference is pulled towards 0, and so is every cell where the column has none.
-[[gnu::always_inline]] inline void pullToReference(const ModelColumn& c, const PieceOfColumn& piece, Piece& pulls) {
+[[gnu::always_inline]] inline void pullToReference(const ModelColumn& c, const float* referenceWeight,
+                                                   const PieceOfColumn& piece, Piece& pulls) {
     const double* const model = c.model + piece.first;
     const float* const weight = c.wtS + piece.first;
     clearFrom(0, piece.length, pulls.data());
@@ -147,7 +148,7 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
     }
     for (std::size_t k = 0; k < piece.used; ++k)
         pulls[k] = static_cast<double>(weight[k]) * (model[k] - pulls[k]);
-    divideBy(c.depthWeight, piece.first, piece.used, pulls);
+    divideBy(referenceWeight, piece.first, piece.used, pulls);
 }
 
 // The trade-off, and the mean of the data part; held cells do not move.
@@ -180,7 +181,7 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
               alongX);
     alongZ[0] = 0.0;
     pullPairsDown(top, c, first - above, pairsZ, alongZ.data() + 1 - above);
-    pullToReference(c, piece, reference);
+    pullToReference(c, pull.referenceWeight, piece, reference);
     clearFrom(pairsY, piece.length, alongY.data());
     clearFrom(pairsX, piece.length, alongX.data());
     clearFrom(piece.pairsDown, piece.length, alongZ.data() + 1);

@@ -50,6 +50,7 @@ struct ColumnPull {
     double multiplier = 0, nData = 1;
     const double* adjoint = nullptr;  // arrays of the column, from its first cell
     const std::int32_t* fixedCell = nullptr;
+    const float* referenceWeight = nullptr;  // depth weight of the pull of the reference; null with the column's
     double* out = nullptr;
     double* outNextY = nullptr;  // receives the pull of this row; null in the last one
 };

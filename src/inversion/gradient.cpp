@@ -11,13 +11,16 @@ namespace voxlith {
 
 namespace {
 
-// The weight of the model type's own file, while the objective takes that of the first file for all types; types beyond
-// the last file take the last one. Empty when the products apply the weight.
-std::span<const float> depthWeightOfType(const ObjectiveInputs& inputs, std::size_t type) {
-    if (!inputs.sensitivity.foldDepthWeight)
-        return {};
+// The depth weight of one sensitivity file; empty when the products apply the weight.
+std::span<const float> foldedWeight(const ObjectiveInputs& inputs, std::size_t file) {
+    return inputs.sensitivity.foldDepthWeight ? inputs.sensitivity.depthWeightOf(file) : std::span<const float>{};
+}
+
+// The weight of the model type's own file; types beyond the last file take the last one. Only the pull of the reference
+// model takes it: the differences, and the objective throughout, take the weight of the first file for all types.
+std::span<const float> weightOfReferencePull(const ObjectiveInputs& inputs, std::size_t type) {
     const auto lastFile = static_cast<std::size_t>(inputs.sensitivity.nMtx) - 1;
-    return inputs.sensitivity.depthWeightOf(std::min(type, lastFile));
+    return foldedWeight(inputs, std::min(type, lastFile));
 }
 
 // The model part with the trade-off, and the mean of the data part; held cells do not move.
@@ -28,9 +31,9 @@ void combineWithModel(GradientMode mode, const ObjectiveInputs& inputs, std::spa
     for (std::size_t type = 0; type < inputs.modelTypes(); ++type) {
         const auto reference =
             mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells) : std::span<const double>{};
-        const ModelTerms terms{inputs.mesh, inputs.weights, depthWeightOfType(inputs, type),
+        const ModelTerms terms{inputs.mesh, inputs.weights, foldedWeight(inputs, 0),
                                hasVerticalTerms(inputs.inversionStyle), widestInstructionSet()};
-        putModelPull(terms, vector.subspan(type * cells, cells), reference,
+        putModelPull(terms, vector.subspan(type * cells, cells), reference, weightOfReferencePull(inputs, type),
                      inputs.fixedCell.subspan(type * cells, cells), inputs.multiplier,
                      adjoint.subspan(type * cells, cells), inputs.obs.nData, out.subspan(type * cells, cells));
     }

@@ -58,8 +58,8 @@ ModelNorms modelNorms(const ModelTerms& terms, std::span<const double> model, st
 }
 
 void putModelPull(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel,
-                  std::span<const std::int32_t> fixedCell, double multiplier, std::span<const double> adjoint,
-                  double nData, std::span<double> out) {
+                  std::span<const float> referenceWeight, std::span<const std::int32_t> fixedCell, double multiplier,
+                  std::span<const double> adjoint, double nData, std::span<double> out) {
     const MeshGeometry& mesh = terms.mesh;
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto height = static_cast<std::size_t>(mesh.nz);
@@ -73,6 +73,7 @@ void putModelPull(const ModelTerms& terms, std::span<const double> model, std::s
                 const std::size_t cell = mesh.cell(0, i, j);
                 pull.adjoint = adjoint.data() + cell;
                 pull.fixedCell = fixedCell.data() + cell;
+                pull.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;
                 pull.out = out.data() + cell;
                 pull.outNextY = j + 1 < ny ? pull.out + height * nx : nullptr;
                 putColumnPull(columnOf(terms, model, refModel, 0, i, j), first, terms.instructions, pull);

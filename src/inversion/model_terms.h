@@ -32,9 +32,10 @@ ModelNorms modelNorms(const ModelTerms& terms, std::span<const double> model, st
 // v2)/distance to its first cell and takes it from the second. The difference is divided by the distance once and not
 // by W again: this is not the derivative of the norms where widths or weights differ from 1, and stays so, since step
 // lengths and models of earlier versions rest on it. The reference pulls by wtS (x - r)/W, a cell without one towards
-// 0; so do all cells when `refModel` is empty.
+// 0; so do all cells when `refModel` is empty. The W of this pull is `referenceWeight` (k, i, j), which is empty when
+// `depthWeight` is.
 void putModelPull(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel,
-                  std::span<const std::int32_t> fixedCell, double multiplier, std::span<const double> adjoint,
-                  double nData, std::span<double> out);
+                  std::span<const float> referenceWeight, std::span<const std::int32_t> fixedCell, double multiplier,
+                  std::span<const double> adjoint, double nData, std::span<double> out);
 
 }  // namespace voxlith

@@ -127,19 +127,19 @@ TEST(Gradient, WithoutMultiplierIsTheDataPartAlone) {
         EXPECT_EQ(plain[n], small->arrays.modelWork[n] / 12.0);
 }
 
-// The model parts by nested loops: differences divided once by the distance and not by W again.
+// The model parts by nested loops: differences divided once by the distance and not by W again. The differences take
+// the W of the first file, the reference part that of the model type.
 Vector modelPartByLoops(const SmallProblem& small, const Vector& x, bool withReference) {
     const MeshGeometry& mesh = small.mesh;
     Vector out(x.size(), 0.0);
     const auto last = static_cast<std::size_t>(small.options.nMtx) - 1;
     for (std::size_t t = 0; t < static_cast<std::size_t>(small.options.nModelTypes); ++t) {
-        const auto weight = [&](std::size_t cell) {
-            return small.options.fold ? static_cast<double>(small.sensitivity.depthWeightOf(std::min(t, last))[cell])
-                                      : 1.0;
+        const auto weightOf = [&](std::size_t file, std::size_t cell) {
+            return small.options.fold ? static_cast<double>(small.sensitivity.depthWeightOf(file)[cell]) : 1.0;
         };
         const auto pair = [&](std::size_t a, std::size_t b, float w, double first, double second) {
             const double d = static_cast<double>(w) *
-                             (x[t * small.cells() + a] / weight(a) - x[t * small.cells() + b] / weight(b)) /
+                             (x[t * small.cells() + a] / weightOf(0, a) - x[t * small.cells() + b] / weightOf(0, b)) /
                              ((first + second) * 0.5);
             out[t * small.cells() + a] += d;
             out[t * small.cells() + b] -= d;
@@ -159,8 +159,9 @@ Vector modelPartByLoops(const SmallProblem& small, const Vector& x, bool withRef
                     const double reference = small.arrays.refModel[t * small.cells() + a];
                     const double pulled = withReference && reference > dummyValue ? reference : 0.0;
                     if (inPlay)
-                        out[t * small.cells() + a] +=
-                            static_cast<double>(small.weights.wtS[a]) * (x[t * small.cells() + a] - pulled) / weight(a);
+                        out[t * small.cells() + a] += static_cast<double>(small.weights.wtS[a]) *
+                                                      (x[t * small.cells() + a] - pulled) /
+                                                      weightOf(std::min(t, last), a);
                 }
     }
     return out;
@@ -335,7 +336,7 @@ TEST(Gradient, StyleFourIsStyleZero) {
     EXPECT_EQ(totalAt(*standard, standard->arrays.model), totalAt(*padded, padded->arrays.model));
 }
 
-TEST(Gradient, SecondModelTypeUsesItsOwnFilesWeight) {
+TEST(Gradient, ReferencePartOfTheSecondModelTypeUsesItsOwnFilesWeight) {
     SmallOptions options;
     options.nModelTypes = options.nMtx = options.nDataTypes = 2;
     const auto small = makeSmallProblem(options);
@@ -347,6 +348,17 @@ TEST(Gradient, SecondModelTypeUsesItsOwnFilesWeight) {
         EXPECT_EQ(before[n], after[n]);
         EXPECT_NE(before[small->cells() + n], after[small->cells() + n]);
     }
+}
+
+TEST(Gradient, DifferencesOfAllModelTypesUseTheFirstFilesWeight) {
+    SmallOptions options;
+    options.nModelTypes = options.nMtx = options.nDataTypes = 2;
+    const auto small = makeSmallProblem(options);
+    std::fill(small->weights.wtS.begin(), small->weights.wtS.end(), 0.0F);
+    const Vector before = gradientAt(*small, small->arrays.model);
+    for (std::size_t n = 0; n < small->cells(); ++n)
+        small->sensitivity.depthWeight[small->cells() + n] *= 3.0F;
+    EXPECT_EQ(gradientAt(*small, small->arrays.model), before);
 }
 
 TEST(Gradient, ResidualIsZeroWhereDatumOrPredictionIsMissing) {

@@ -24,7 +24,7 @@ struct Shape {
 struct Problem {
     MeshGeometry mesh;
     SmoothnessWeights weights;
-    std::vector<float> depthWeight;
+    std::vector<float> depthWeight, referenceWeight;
     std::vector<double> model, refModel, adjoint;
     std::vector<std::int32_t> fixedCell;
     Shape shape;
@@ -41,7 +41,8 @@ struct Problem {
             for (std::int32_t n = 0; n < count; ++n)
                 width->push_back(size(generator));
         const std::size_t cells = mesh.cellCount();
-        for (std::vector<float>* weight : {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ, &depthWeight})
+        for (std::vector<float>* weight :
+             {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ, &depthWeight, &referenceWeight})
             for (std::size_t n = 0; n < cells; ++n)
                 weight->push_back(static_cast<float>(size(generator)));
         for (std::size_t n = 0; n < cells * asked.types; ++n) {
@@ -139,7 +140,7 @@ std::vector<double> pullByPasses(const Problem& p, bool referenced, double multi
             if (referenced && p.refModel[n] > dummyValue)
                 difference -= p.refModel[n];
             const double pull = static_cast<double>(p.weights.wtS[n]) * difference;
-            out[n] += p.shape.weighted ? pull / static_cast<double>(p.depthWeight[n]) : pull;
+            out[n] += p.shape.weighted ? pull / static_cast<double>(p.referenceWeight[n]) : pull;
         }
         out[n] = p.fixedCell[n] != 0 ? 0.0 : multiplier * out[n] + p.adjoint[n] / nData;
     }
@@ -191,6 +192,7 @@ TEST(ModelTerms, PullIsThatOfOnePassAnAxisBitForBit) {
                 std::vector<double> out(cells, 7.0);
                 putModelPull(p.terms(instructions), std::span(p.model).first(cells),
                              referenced ? std::span(p.refModel).first(cells) : std::span<const double>(),
+                             p.shape.weighted ? std::span(p.referenceWeight) : std::span<const float>(),
                              std::span(p.fixedCell).first(cells), 0.3, std::span(p.adjoint).first(cells), 17.0, out);
                 const std::vector<double> expected = pullByPasses(p, referenced, 0.3, 17.0);
                 EXPECT_EQ(std::memcmp(out.data(), expected.data(), cells * sizeof(double)), 0);
