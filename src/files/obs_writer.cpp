@@ -74,16 +74,24 @@ void putStars(TextLine& line, const ObsSet& obs) {
     }
 }
 
+// Of the lines of all records.
+std::size_t expectedBytes(const ObsSet& obs, bool downhole) {
+    constexpr std::size_t station = 3 * coordinateWidth, angles = 2 * angleWidth, datum = 2 * dataWidth;
+    const std::size_t line = station + (downhole ? angles : 0) + datum * static_cast<std::size_t>(obs.nDataTypes) + 1;
+    return line * static_cast<std::size_t>(obs.nData);
+}
+
 }  // namespace
 
 void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const double> dataArray) {
     OutputFile file;
     openOutputFile(file, fileName);
+    const bool downhole = isDownhole(obs);
+    expectOutput(file, expectedBytes(obs, downhole));
     if (isMagneticLayout(obs.dataTypeCode[0])) {
         writeFieldHeader(file, obs);
     }
     writeCountLine(file, obs);
-    const bool downhole = isDownhole(obs);
     TextLine line;
     for (std::size_t record = 0; record < static_cast<std::size_t>(obs.nData); ++record) {
         line.clear();

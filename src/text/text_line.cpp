@@ -28,8 +28,13 @@ TextLine& TextLine::padTo(int column) {
     return blanks(column - static_cast<int>(length_));
 }
 
-// A field is built in a place of its own, so that one that reaches beyond the end of the line can be cut.
+// A field goes where it belongs; only one that reaches beyond the end of the line is built elsewhere and cut.
 TextLine& TextLine::fixed(double value, int width, int decimals) {
+    if (hasRoomFor(width)) {
+        putFixed(characters_.data() + length_, value, width, decimals);
+        length_ += static_cast<std::size_t>(width);
+        return *this;
+    }
     std::array<char, 1024> field;
     const int used = std::clamp(width, 0, static_cast<int>(field.size()));
     putFixed(field.data(), value, used, decimals);
@@ -37,10 +42,19 @@ TextLine& TextLine::fixed(double value, int width, int decimals) {
 }
 
 TextLine& TextLine::exponent(double value, int width, int digits) {
+    if (hasRoomFor(width)) {
+        putExponent(characters_.data() + length_, value, width, digits);
+        length_ += static_cast<std::size_t>(width);
+        return *this;
+    }
     std::array<char, 1024> field;
     const int used = std::clamp(width, 0, static_cast<int>(field.size()));
     putExponent(field.data(), value, used, digits);
     return text({field.data(), static_cast<std::size_t>(used)});
+}
+
+bool TextLine::hasRoomFor(int width) const {
+    return width >= 0 && static_cast<std::size_t>(width) <= characters_.size() - length_;
 }
 
 TextLine& TextLine::integer(std::int64_t value, int width) {

@@ -26,6 +26,8 @@ public:
     operator std::string_view() const { return view(); }
 
 private:
+    bool hasRoomFor(int width) const;
+
     std::array<char, 1024> characters_{};
     std::size_t length_ = 0;
 };
