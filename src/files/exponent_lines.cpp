@@ -135,7 +135,7 @@ template <class Lanes>
 // and one is taken away.
 template <class Lanes>
 [[gnu::always_inline]] inline void makeLines(const double* values, const double* scales, std::size_t i,
-                                             LineGroup& group) {
+                                             LineGroup& group, typename Lanes::Whole& doubtful) {
     typedef typename Lanes::Real Real;
     typedef typename Lanes::Whole Whole;
     Whole bits;
@@ -152,6 +152,8 @@ template <class Lanes>
     const Whole unusual = outside & (-(bits & signless) >> signShift);
     const Whole change = ((Whole)(scaled - rounded) & signless) | (unusual & std::bit_cast<std::int64_t>(1.0));
     std::memcpy(&group.change[i], &change, sizeof change);
+    doubtful |= (std::bit_cast<std::int64_t>(surestChange) - change) >>
+                signShift;  // numbers from 0 on are in the order of their bits
     const Whole oneTooMany = ~((Whole)(rounded - behindDigits) >> signShift);
     choose(oneTooLow, 2.0, 1.0, more);
     exponent += more;
@@ -163,9 +165,10 @@ template <class Lanes>
 }
 
 template <class Lanes>
-[[gnu::always_inline]] inline void makeGroup(const double* values, const double* scales, LineGroup& group) {
+[[gnu::always_inline]] inline void makeGroup(const double* values, const double* scales, LineGroup& group,
+                                             typename Lanes::Whole& doubtful) {
     for (std::size_t i = 0; i < groupLines; i += Lanes::lanes) {
-        makeLines<Lanes>(values, scales, i, group);
+        makeLines<Lanes>(values, scales, i, group, doubtful);
     }
 }
 
@@ -175,34 +178,59 @@ void putAtLeisure(char* out, double value) {
 }
 
 // Puts the lines of a group that is made; a line takes a byte more than it has, which the next one overwrites.
-[[gnu::always_inline]] inline void putGroup(char* out, const LineGroup& group, const double* values,
-                                            std::size_t count) {
-    int doubtful = 0;
+[[gnu::always_inline]] inline void putGroup(char* out, const LineGroup& group, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         std::memcpy(out + exponentLineBytes * i, &group.head[i], sizeof group.head[i]);
         std::memcpy(out + exponentLineBytes * i + sizeof group.head[i], &group.tail[i], sizeof group.tail[i]);
-        doubtful |= group.change[i] > surestChange ? 1 : 0;
     }
-    for (std::size_t i = 0; doubtful != 0 && i < count; ++i) {
+}
+
+void putDoubtful(char* out, const LineGroup& group, const double* values, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
         if (group.change[i] > surestChange) {
             putAtLeisure(out + exponentLineBytes * i, values[i]);
         }
     }
 }
 
+// All groups of a block are put without looking for doubtful lines; the few blocks that have one are gone through
+// again.
+constexpr std::size_t blockLines = 32 * groupLines;
+
+template <class Lanes>
+[[gnu::always_inline]] inline void putBlock(char* out, const double* values, std::size_t count, const double* scales) {
+    LineGroup group;
+    typename Lanes::Whole doubtful{};
+    for (std::size_t first = 0; first < count; first += groupLines) {
+        makeGroup<Lanes>(values + first, scales, group, doubtful);
+        putGroup(out + exponentLineBytes * first, group, groupLines);
+    }
+    std::int64_t anyDoubtful = 0;
+    for (std::size_t lane = 0; lane < Lanes::lanes; ++lane) {
+        anyDoubtful |= doubtful[lane];
+    }
+    for (std::size_t first = 0; anyDoubtful != 0 && first < count; first += groupLines) {
+        makeGroup<Lanes>(values + first, scales, group, doubtful);
+        putDoubtful(out + exponentLineBytes * first, group, values + first, groupLines);
+    }
+}
+
 template <class Lanes>
 [[gnu::always_inline]] inline void putLines(char* out, std::span<const double> values, const double* scales) {
-    LineGroup group;
-    for (; values.size() >= groupLines; values = values.subspan(groupLines)) {
-        makeGroup<Lanes>(values.data(), scales, group);
-        putGroup(out, group, values.data(), groupLines);
-        out += exponentLineBytes * groupLines;
+    while (values.size() >= groupLines) {
+        const std::size_t count = std::min(values.size() / groupLines * groupLines, blockLines);
+        putBlock<Lanes>(out, values.data(), count, scales);
+        out += exponentLineBytes * count;
+        values = values.subspan(count);
     }
     if (!values.empty()) {
+        LineGroup group;
+        typename Lanes::Whole doubtful{};
         std::array<double, groupLines> last{};
         std::copy(values.begin(), values.end(), last.begin());
-        makeGroup<Lanes>(last.data(), scales, group);
-        putGroup(out, group, last.data(), values.size());
+        makeGroup<Lanes>(last.data(), scales, group, doubtful);
+        putGroup(out, group, values.size());
+        putDoubtful(out, group, last.data(), values.size());
     }
 }
 
