@@ -18,6 +18,7 @@ constexpr double gravityTradeoff = 0.01, magneticTradeoff = 1.0;    // what the 
 constexpr double gravityDeviation = 0.01, magneticDeviation = 1.0;  // the same
 constexpr double smallnessOfCell = 0.005;  // alphaS times the cell size: differences rule up to some ten cells
 constexpr std::int64_t mostCoefficients = 250'000'000;  // 2 GB of rows
+constexpr double mostOfRocks = 15.0;                    // g/cm3 or SI
 constexpr double roomAbove = 4.0;       // bounds over the largest value of the smooth model without them
 constexpr double targetMisfit = 0.95;   // RMS; a little below 1, as the run approaches its end from above
 constexpr double targetWithSign = 0.8;  // bounds that the search does not know raise the misfit
@@ -71,8 +72,8 @@ std::string boundsOf(std::int32_t sign, const std::string& most) {
 
 // To two significant digits.
 double roundedToTwo(double value) {
-    const double scale = std::pow(10.0, 1.0 - std::floor(std::log10(value)));
-    return std::round(value * scale) / scale;
+    const double scale = std::pow(10.0, 1.0 - std::floor(std::log10(std::abs(value))));
+    return value == 0.0 ? 0.0 : std::round(value * scale) / scale;
 }
 
 // The columns of the components that one model answers for.
@@ -112,6 +113,25 @@ bool isUsable(const TradeoffResult& result) {
     return result.tradeoff > 0 && std::isfinite(result.tradeoff);
 }
 
+double magnitudeOf(const TradeoffResult& result) {
+    return std::max(-result.smallest, result.largest);
+}
+
+// Rocks do not have such values: the data are in another unit, turned over, or seen from other heights.
+void addDoubts(const TradeoffResult& result, const std::string& unit, InitChoices& choices) {
+    const std::string values = "an inversion without bounds makes values from " +
+                               numberText(roundedToTwo(result.smallest)) + " to " +
+                               numberText(roundedToTwo(result.largest)) + " " + unit;
+    if (magnitudeOf(result) > mostOfRocks) {
+        choices.doubts.push_back(values + ": look at the unit of the data and at the heights of the stations");
+    }
+    if ((choices.sign > 0 && -result.smallest > 2.0 * result.largest) ||
+        (choices.sign < 0 && result.largest > -2.0 * result.smallest)) {
+        choices.doubts.push_back(values + ", and values are to be " + (choices.sign > 0 ? "positive" : "negative") +
+                                 ": look at the sign of the data, at a level in them, and at --sign");
+    }
+}
+
 std::string reasonOf(const TradeoffResult& result) {
     if (!isUsable(result)) {
         return "the data lie within their deviations and ask for no model; the usual value is taken";
@@ -127,7 +147,7 @@ std::string reasonOf(const TradeoffResult& result) {
 // less smoothness.
 void chooseFactor(const TradeoffResult& first, const TradeoffResult& second, const InitWishes& wishes,
                   InitChoices& choices) {
-    if (!(first.largest > 0 && second.largest > 0)) {
+    if (!(magnitudeOf(first) > 0 && magnitudeOf(second) > 0)) {
         choices.factorReason = "1, as the data of one model ask for no model";
         return;
     }
@@ -137,13 +157,13 @@ void chooseFactor(const TradeoffResult& first, const TradeoffResult& second, con
                                ", the trade-off for model 1 alone, over " + numberText(roundedToTwo(second.tradeoff)) +
                                ", that for model 2 alone";
     } else {
-        choices.factor = roundedToTwo(second.largest / first.largest);
+        choices.factor = roundedToTwo(magnitudeOf(second) / magnitudeOf(first));
         choices.factorReason = std::string("brings both models to numbers of like size; the data of model ") +
                                (first.reached ? "2" : "1") + " alone are not fitted with any trade-off";
     }
     choices.unit = "g/cm3 and " + numberText(choices.factor) + " SI";
     if (wishes.bounds.empty()) {
-        const double largest = roomAbove * std::max(first.largest, second.largest / choices.factor);
+        const double largest = roomAbove * std::max(magnitudeOf(first), magnitudeOf(second) / choices.factor);
         choices.bounds = boundsOf(choices.sign, numberText(std::max(1.0, std::ceil(largest))));
     }
 }
@@ -195,8 +215,11 @@ void chooseTradeoff(const std::vector<std::string>& names, const SurveyTable& da
         choices.tradeoff = isUsable(first) ? roundedToTwo(first.tradeoff) : choices.tradeoff;
         choices.tradeoffReason = (two ? "model 1 by itself: " : "") + reasonOf(first);
     }
+    addDoubts(first, two ? "g/cm3" : choices.unit, choices);
     if (two) {
-        chooseFactor(first, searchForModel(names, data, magnetic, 1, choices), wishes, choices);
+        const TradeoffResult second = searchForModel(names, data, magnetic, 1, choices);
+        addDoubts(second, "SI", choices);
+        chooseFactor(first, second, wishes, choices);
     }
 }
 

@@ -33,6 +33,7 @@ struct InitChoices {
     std::vector<std::size_t> modelOf;  // model type (from 0) of each file
     double factor = 1.0;               // of the products with model 2, which is counted in units of it
     std::string factorReason;          // empty with one model type
+    std::vector<std::string> doubts;   // what the models without bounds make doubtful
 };
 
 // All but trade-off and factor. `files`: the sensitivity files in the order of the components of the data; their heads

@@ -146,6 +146,7 @@ InitReport writeControlFile(const InitOptions& options) {
     wishes.sign = options.sign == "negative" ? -1 : options.sign == "either" ? 0 : options.sign == "positive" ? 1 : 2;
     report.choices = chooseInitValues(files, wishes);
     chooseTradeoff(options.mtxFiles, data, wishes, files, report.choices);
+    report.warnings.insert(report.warnings.end(), report.choices.doubts.begin(), report.choices.doubts.end());
     report.text = controlText(report.choices, options.dataFile, options.mtxFiles);
     const auto file = std::make_unique<OutputFile>();
     openOutputFile(*file, options.outFile);

@@ -240,6 +240,10 @@ void printObsReport(const ObsReport& report) {
         std::printf("deviations:   %lld by default\n", static_cast<long long>(report.summary.defaultDeviations));
     }
     std::fflush(stdout);
+    if (table.header && !isStrengthOfTheEarth(table.header->field.strength)) {
+        warn(report.written + ": a field of " + numberText(table.header->field.strength) +
+             " nT is not that of the Earth");
+    }
     if (report.summary.fallingTimes > 0) {
         warn(report.written + ": the time does not rise along its line in " +
              std::to_string(report.summary.fallingTimes) + " records; averages along lines need it to");

@@ -41,6 +41,10 @@ void chooseField(const SurveyOptions& options, const StationFile& file, Survey& 
             throw RunError(source + ": expected a field strength above 0 nT, found " +
                            numberText(survey.field.strength));
         }
+        if (!isStrengthOfTheEarth(survey.field.strength)) {
+            survey.warnings.push_back(source + ": a field of " + numberText(survey.field.strength) +
+                                      " nT is not that of the Earth");
+        }
     }
 }
 
@@ -87,6 +91,35 @@ void checkGroundPlaces(const std::string& stationFile, Survey& survey) {
                                   " stations are inside the first ground cell of their column, the first being " +
                                   stationText(survey, first) + "; thinner cells follow the surface more closely");
     }
+}
+
+// Other coordinates than those of the mesh, and heights that count downwards, give sensitivities like any others.
+void checkStationsAgainstMesh(const std::string& stationFile, Survey& survey) {
+    const MeshGeometry& mesh = survey.mesh;
+    const bool mayBeInside = !survey.ground.airCells.empty() || !survey.measuredHere.empty();
+    std::vector<std::size_t> beside, below;
+    for (std::size_t n = 0; n < survey.stations.size(); ++n) {
+        const StationPoint& point = survey.stations[n].point;
+        if (point.x < mesh.xNode.front() || point.x > mesh.xNode.back() || point.y < mesh.yNode.front() ||
+            point.y > mesh.yNode.back()) {
+            beside.push_back(n);
+        } else if (!mayBeInside && survey.stations[n].elevation < -mesh.zNode.front()) {
+            below.push_back(n);
+        }
+    }
+    const auto add = [&](const std::vector<std::size_t>& stations, const std::string& where) {
+        if (!stations.empty()) {
+            survey.warnings.push_back(stationFile + ": " + std::to_string(stations.size()) + " of " +
+                                      std::to_string(survey.stations.size()) + " stations are " + where +
+                                      ", the first being " + stationText(survey, stations.front()));
+        }
+    };
+    const auto range = [](const std::vector<double>& nodes) {
+        const auto toMillimetres = [](double value) { return numberText(std::round(1000.0 * value) / 1000.0); };
+        return toMillimetres(nodes.front()) + " to " + toMillimetres(nodes.back());
+    };
+    add(beside, "beside the mesh, which lies at x " + range(mesh.xNode) + ", y " + range(mesh.yNode));
+    add(below, "below the top of the mesh, " + numberText(0.0 - mesh.zNode.front()) + ", among its cells");
 }
 
 void chooseGround(const SurveyOptions& options, Survey& survey) {
@@ -143,6 +176,7 @@ Survey readSurvey(const SurveyOptions& options) {
     survey.idir = file.idir;
     survey.measuredHere = std::move(file.measuredHere);
     chooseGround(options, survey);
+    checkStationsAgainstMesh(options.stationFile, survey);
     return survey;
 }
 

@@ -37,7 +37,7 @@ struct Survey {
     std::vector<FieldDirection> measuredHere;  // by station, in the downhole form; else empty
     double edgeDistance = 0;
     Ground ground;                      // without topography there is no air
-    std::vector<std::string> warnings;  // of the topography
+    std::vector<std::string> warnings;  // of what can be worked out and is hardly meant
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);

@@ -94,6 +94,10 @@ std::string_view surveyUnit(std::int32_t code) {
     return code == 0 ? "mGal" : "Eotvos";
 }
 
+bool isStrengthOfTheEarth(double strength) {
+    return strength >= 15000.0 && strength <= 80000.0;
+}
+
 ResponseWeights responseWeights(std::int32_t code, const InducingField& field, const FieldDirection& measured) {
     const std::array<double, 3> f = unitVector(field.direction);
     ResponseWeights weights;

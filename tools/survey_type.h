@@ -29,6 +29,10 @@ struct InducingField {
     double strength = 0;  // nT
 };
 
+// Whether a strength may be that of the field of the Earth, of 22000 to 67000 nT: not in another unit, and no other
+// number of the field line.
+bool isStrengthOfTheEarth(double strength);
+
 // The code that a name (any case) or a number stands for. Throws RunError with the list of all known ones.
 std::int32_t surveyTypeCode(const std::string& text);
 

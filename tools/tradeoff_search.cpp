@@ -250,51 +250,40 @@ double interpolate(double upper, double misfitAbove, double lower, double misfit
     return lower * std::pow(upper / lower, std::clamp(share, 0.0, 1.0));
 }
 
-double largestOf(const std::vector<double>& model) {
-    double largest = 0;
-    for (const double value : model) {
-        largest = std::max(largest, std::abs(value));
-    }
-    return largest;
-}
-
-struct Trial {
-    double tradeoff = 0, misfit = 0;
-};
-
 // Where the target was not reached: the largest trade-off that does nearly as well as the best.
-TradeoffResult bestOf(const std::vector<Trial>& trials, double largest) {
+TradeoffResult bestOf(const std::vector<TradeoffResult>& trials) {
     constexpr double nearly = 1.1;
     double least = trials.front().misfit;
-    for (const Trial& trial : trials) {
+    for (const TradeoffResult& trial : trials) {
         least = std::min(least, trial.misfit);
     }
-    for (const Trial& trial : trials) {
+    for (const TradeoffResult& trial : trials) {
         if (trial.misfit <= nearly * least) {
-            return {trial.tradeoff, trial.misfit, false, largest};
+            return trial;
         }
     }
-    return {trials.back().tradeoff, trials.back().misfit, false, largest};
+    return trials.back();
 }
 
 TradeoffResult descend(Search& search, double start, const std::vector<double>& rightSide, ConjugateWork& work) {
     std::vector<double> model(rightSide.size());
-    std::vector<Trial> trials;
+    std::vector<TradeoffResult> trials;
     const double target = search.problem.target;
     double tradeoff = start;
     ProgressLine progress("trade-offs at most", mostTrials);
     for (int n = 1; n <= mostTrials; ++n) {
         improveModel(search, tradeoff, rightSide, model, work);
-        trials.push_back({tradeoff, std::sqrt(squaredMisfit(search, model))});
+        const auto [smallest, largest] = std::minmax_element(model.begin(), model.end());
+        trials.push_back({tradeoff, std::sqrt(squaredMisfit(search, model)), false, *smallest, *largest});
         if (trials.back().misfit <= target) {
-            const Trial& above = trials[trials.size() - (n > 1 ? 2U : 1U)];
+            const TradeoffResult& above = trials[trials.size() - (n > 1 ? 2U : 1U)];
             return {interpolate(above.tradeoff, above.misfit, tradeoff, trials.back().misfit, target), target, true,
-                    largestOf(model)};
+                    *smallest, *largest};
         }
         tradeoff /= ratioOfTrials;
         progress.show(static_cast<std::size_t>(n));
     }
-    return bestOf(trials, largestOf(model));
+    return bestOf(trials);
 }
 
 }  // namespace
@@ -322,7 +311,7 @@ TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, cons
     const double balanced = balancedTradeoff(search, rightSide, work);
     std::vector<double> none(rightSide.size());
     if (balanced == 0 || squaredMisfit(search, none) <= problem.target * problem.target) {
-        return {balanced, 0.0, false, 0.0};  // the data ask for no model at all
+        return {balanced, 0.0, false, 0.0, 0.0};  // the data ask for no model at all
     }
     constexpr double head = 16.0;
     return descend(search, head * balanced, rightSide, work);

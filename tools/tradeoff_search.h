@@ -20,7 +20,7 @@ struct TradeoffResult {
     double tradeoff = 0;
     double misfit = 0;     // RMS misfit that was reached with it
     bool reached = false;  // whether that is the target
-    double largest = 0;    // magnitude in the model of the last trial
+    double smallest = 0, largest = 0;  // values of a model near it; both 0 where the data ask for none
 };
 
 // `files`, all of one model, hold their rows, which are put into working form; `data` has as many components, with

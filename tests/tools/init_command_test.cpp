@@ -310,6 +310,25 @@ TEST_F(InitCommand, boundsOfTwoModelsLeaveRoomForTheLarger) {
     EXPECT_LT(std::stod(report.choices.bounds.substr(2)), 99.0);
 }
 
+TEST_F(InitCommand, dataInAnotherUnitOrTurnedOverAreDoubted) {
+    makeData("gz", 400.0);
+    options.force = true;
+    options.sign = "positive";
+    std::vector<std::string> warnings = write().warnings;
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings.front().find("look at the unit of the data"), std::string::npos) << warnings.front();
+    makeData("gz", 0.4);
+    EXPECT_TRUE(write().warnings.empty());
+    options.sign = "negative";
+    warnings = write().warnings;
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings.front().find("are to be negative: look at the sign"), std::string::npos) << warnings.front();
+    makeData("gz", -0.4);
+    EXPECT_TRUE(write().warnings.empty());
+    options.sign = "positive";
+    EXPECT_EQ(write().warnings.size(), 1U);
+}
+
 TEST_F(InitCommand, whatDoesNotBelongTogetherIsRefused) {
     makeData("gz", 0.4);
     const std::string data = folder.read("d.obs");

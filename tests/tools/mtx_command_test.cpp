@@ -280,6 +280,30 @@ TEST_F(MtxCommand, aFailureLeavesNoFileAndTheOldOneAsItIs) {
     EXPECT_EQ(files, 1U);
 }
 
+TEST_F(MtxCommand, stationsThatTheMeshDoesNotLieBelowAreWarnedOf) {
+    EXPECT_TRUE(readSurvey(options.survey).warnings.empty());
+    folder.write("s.obs", "3\n1003 2001 55 0 1\n10.03 20.01 55 0 1\n1003 3001 55 0 1\n");
+    std::vector<std::string> warnings = readSurvey(options.survey).warnings;
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings.front().find("2 of 3 stations are beside the mesh"), std::string::npos) << warnings.front();
+    EXPECT_NE(warnings.front().find("station 2 at x 10.03"), std::string::npos) << warnings.front();
+    folder.write("s.obs", "2\n1003 2001 50 0 1\n1003 2001 -55 0 1\n");
+    warnings = readSurvey(options.survey).warnings;
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings.front().find("1 of 2 stations are below the top of the mesh, 50,"), std::string::npos)
+        << warnings.front();
+}
+
+TEST_F(MtxCommand, aFieldOfAnotherUnitIsWarnedOf) {
+    options.survey.type = "tmi";
+    options.survey.field = "60,3,52000";
+    EXPECT_TRUE(readSurvey(options.survey).warnings.empty());
+    options.survey.field = "60,3,52";
+    ASSERT_EQ(readSurvey(options.survey).warnings.size(), 1U);
+    EXPECT_EQ(readSurvey(options.survey).warnings.front(),
+              "--field 60,3,52: a field of 52 nT is not that of the Earth");
+}
+
 TEST_F(MtxCommand, magneticTypesNeedAField) {
     options.survey.type = "tz";
     try {

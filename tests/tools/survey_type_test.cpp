@@ -21,6 +21,15 @@ Prism cubeAt(double x, double y, double depth, double width) {
     return {x - half, x + half, y - half, y + half, depth - half, depth + half};
 }
 
+TEST(SurveyType, strengthsOfTheEarthsField) {
+    for (const double strength : {22000.0, 50000.0, 67000.0}) {
+        EXPECT_TRUE(isStrengthOfTheEarth(strength)) << strength;
+    }
+    for (const double strength : {0.5, 52.0, 0.00005, 5000.0, 520000.0}) {
+        EXPECT_FALSE(isStrengthOfTheEarth(strength)) << strength;
+    }
+}
+
 TEST(SurveyType, namesAndCodes) {
     EXPECT_EQ(surveyTypeCode("gz"), 0);
     EXPECT_EQ(surveyTypeCode("TMI"), 1);
