@@ -41,20 +41,32 @@ std::size_t bytesNotZero(std::uint64_t bytes) {
     return static_cast<std::size_t>((notZero >> 7U) * 0x0102040810204080U >> 56U);
 }
 
-// The places that any row of the mask uses, ascending; eight at a time and without a branch on what they hold.
-std::size_t listPlaces(const std::array<std::uint8_t, bandWidth>& rowsAt, std::uint8_t rowMask, PlaceList& list) {
+// The places that any row uses, ascending; eight at a time and without a branch on what they hold.
+std::size_t listPlaces(const std::array<std::uint8_t, bandWidth>& rowsAt, PlaceList& list) {
     using Eight = std::uint16_t __attribute__((vector_size(16)));
-    const std::uint64_t mask = rowMask * 0x0101010101010101U;
+    Eight first{};
     std::size_t count = 0;
-    for (std::size_t first = 0; first < bandWidth; first += 8) {
+    for (std::size_t at = 0; at < bandWidth; at += 8) {
         std::uint64_t eight = 0;
-        std::memcpy(&eight, rowsAt.data() + first, sizeof eight);
-        const std::size_t used = bytesNotZero(eight & mask);
+        std::memcpy(&eight, rowsAt.data() + at, sizeof eight);
+        const std::size_t used = bytesNotZero(eight);
         Eight places;
         std::memcpy(&places, bitsOfByte[used].bit.data(), sizeof places);
-        places += static_cast<std::uint16_t>(first);
+        places += first;
         std::memcpy(list.data() + count, &places, sizeof places);
         count += countOfByte[used];
+        first += static_cast<std::uint16_t>(8);
+    }
+    return count;
+}
+
+// Those of the places listed that any row of the mask uses.
+std::size_t choosePlaces(std::span<const std::uint16_t> places, const std::uint8_t* rowsAt, std::uint8_t rowMask,
+                         PlaceList& list) {
+    std::size_t count = 0;
+    for (const std::uint16_t place : places) {
+        list[count] = place;
+        count += (rowsAt[place] & rowMask) != 0 ? 1 : 0;
     }
     return count;
 }
@@ -66,13 +78,14 @@ void takeRow(RowRest& row, const PlaceBand& band, std::size_t g, TileWork& work)
     // Held here: bytes that are stored below could change anything else, as far as the compiler knows.
     std::uint8_t* const rowsAt = work.rowsAt.data();
     const std::int32_t* const index = row.index;
-    const std::int32_t* const placeAt = band.placeAt - 1;  // by index
+    const std::int32_t* const placeOfGroup = band.ranks->placeOfGroup.data();
+    const std::uint8_t* const rankInGroup = band.ranks->rankInGroup.data();
     const std::int32_t firstPlace = band.firstPlace;
     const std::int32_t indexBehind = band.indexBehind;
     const std::size_t length = row.length;
     std::size_t n = 0;
     for (; n < length && index[n] < indexBehind; ++n) {
-        const auto place = static_cast<std::size_t>(placeAt[index[n]] - firstPlace);
+        const auto place = static_cast<std::size_t>(placeOf(index[n], placeOfGroup, rankInGroup) - firstPlace);
         rowsAt[place] = static_cast<std::uint8_t>(rowsAt[place] | bit);
         places[n] = static_cast<std::uint16_t>(place);
     }
@@ -136,7 +149,8 @@ void writePlaces(PlaceList& list, std::size_t count, std::size_t rowCount, TileW
 }
 
 void writeShared(const RunChoice& choice, TileWork& work, std::int32_t* out) {
-    const std::size_t count = listPlaces(work.rowsAt, choice.rowMask, work.shared);
+    const std::size_t count =
+        choosePlaces(std::span(work.inUse).first(work.inUseCount), work.rowsAt.data(), choice.rowMask, work.shared);
     writePlaces(work.shared, count, choice.rowCount, work, out);
     for (std::size_t n = 0; n < choice.rowCount; ++n) {
         const std::size_t g = choice.firstRow + n;
@@ -190,8 +204,8 @@ bool writeTile(std::span<RowRest> rows, const PlaceBand& band, std::int32_t firs
     for (std::size_t g = 0; g < rows.size(); ++g) {
         takeRow(rows[g], band, g, work);
     }
-    const std::size_t inUse = listPlaces(work.rowsAt, 0xff, work.inUse);
-    const PlaceCounts counts = countPlaces(std::span(work.inUse).first(inUse), work.rowsAt.data());
+    work.inUseCount = listPlaces(work.rowsAt, work.inUse);
+    const PlaceCounts counts = countPlaces(std::span(work.inUse).first(work.inUseCount), work.rowsAt.data());
     const std::array<bool, choiceCount> taken = chooseRuns(counts, rows.size());
     bool written = true;
     for (std::size_t n = 0; n < choiceCount && written; ++n) {

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "sensitivity/position_ranks.h"
 #include "sensitivity/run_choices.h"
 #include "sensitivity/working_rows.h"
 
@@ -22,8 +23,8 @@ struct RowRest {
 
 struct PlaceBand {
     std::int32_t firstPlace = 0;
-    std::int32_t indexBehind = 0;           // indices (from 1) of the band are below
-    const std::int32_t* placeAt = nullptr;  // by position
+    std::int32_t indexBehind = 0;  // indices (from 1) of the band are below
+    const PositionRanks* ranks = nullptr;
 };
 
 struct RunTarget {
@@ -44,9 +45,10 @@ struct TileWork {
     std::array<std::size_t, tileRows> length{};         // how many there are
     std::array<float, tileRows> divisor{};              // of the row
     PlaceList inUse{};                                  // all places of the tile
-    PlaceList shared{};                                 // the places of a run
-    std::array<std::uint16_t, bandWidth> wordOf{};      // of a place's value in the first row of a run
-    std::array<std::int32_t, bandWidth> scaled{};       // values of a row, divided
+    std::size_t inUseCount = 0;
+    PlaceList shared{};                             // the places of a run
+    std::array<std::uint16_t, bandWidth> wordOf{};  // of a place's value in the first row of a run
+    std::array<std::int32_t, bandWidth> scaled{};   // values of a row, divided
 };
 
 // Asks for the memory where the next tile of the band begins; it is likely to have about as many coefficients as the

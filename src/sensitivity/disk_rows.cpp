@@ -1,9 +1,11 @@
 #include "sensitivity/disk_rows.h"
 
 #include <algorithm>
+#include <limits>
 #include <string>
 
 #include "sensitivity/binary_input.h"
+#include "sensitivity/row_kernels.h"
 
 namespace voxlith {
 
@@ -22,16 +24,12 @@ void requireRoom(SparseCoefStore& store, std::size_t count) {
 // `byte` is where the file goes on behind the indices.
 void requireIndicesInside(const BinaryInput& input, std::int64_t byte, const std::int32_t* coefIndex, std::size_t count,
                           std::int64_t positions) {
-    // One pass without a branch in it; only a damaged file pays for finding the culprit.
-    std::int32_t lowest = 1;
-    std::int32_t highest = 1;
-    for (std::size_t p = 0; p < count; ++p) {
-        lowest = std::min(lowest, coefIndex[p]);
-        highest = std::max(highest, coefIndex[p]);
-    }
-    if (lowest < 1 || highest > positions) {
+    constexpr std::int64_t highestIndex = std::numeric_limits<std::int32_t>::max();
+    const auto limit = static_cast<std::uint32_t>(std::min(positions, highestIndex));
+    if (!indicesInside(coefIndex, count, limit, widestInstructionSet())) {
+        const auto [lowest, highest] = std::minmax_element(coefIndex, coefIndex + count);
         throwDamageAt(input, byte, "coefficient indices from 1 to " + std::to_string(positions),
-                      std::to_string(lowest < 1 ? lowest : highest));
+                      std::to_string(*lowest < 1 ? *lowest : *highest));
     }
 }
 

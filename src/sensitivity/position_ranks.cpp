@@ -1,14 +1,23 @@
 #include "sensitivity/position_ranks.h"
 
-#include <algorithm>
+#include <bit>
 
 namespace voxlith {
 
 namespace {
 
-void markPositions(std::span<const std::int32_t> indices, std::uint8_t* inUse) {
+constexpr std::size_t wordBits = 64;
+
+// Nearly all positions are marked already, and a load that misses the cache does not hold up what is behind it as a
+// store does.
+void markPositions(std::span<const std::int32_t> indices, std::uint64_t* inUse) {
     for (const std::int32_t index : indices) {
-        inUse[static_cast<std::size_t>(index) - 1] = 1;
+        const std::size_t position = static_cast<std::size_t>(index) - 1;
+        const std::uint64_t bit = std::uint64_t{1} << position % wordBits;
+        std::uint64_t& word = inUse[position / wordBits];
+        if ((word & bit) == 0) {
+            word |= bit;
+        }
     }
 }
 
@@ -20,13 +29,33 @@ bool indicesRise(std::span<const std::int32_t> indices) {
     return falls == 0;
 }
 
+void listPositions(std::span<const std::uint64_t> inUse, PositionRanks& ranks,
+                   std::vector<std::int32_t>& positionsInUse) {
+    std::size_t count = 0;
+    for (const std::uint64_t word : inUse) {
+        count += static_cast<std::size_t>(std::popcount(word));
+    }
+    positionsInUse.reserve(count);
+    for (std::size_t position = 0; position < ranks.rankInGroup.size(); ++position) {
+        const auto place = static_cast<std::int32_t>(positionsInUse.size());
+        std::int32_t& placeOfGroup = ranks.placeOfGroup[position / rankGroup];
+        if (position % rankGroup == 0) {
+            placeOfGroup = place;
+        }
+        if ((inUse[position / wordBits] >> position % wordBits & 1U) != 0) {
+            ranks.rankInGroup[position] = static_cast<std::uint8_t>(place - placeOfGroup);
+            positionsInUse.push_back(static_cast<std::int32_t>(position));
+        }
+    }
+}
+
 }  // namespace
 
 PositionRanks rankPositions(std::span<const std::int32_t> words, const RawRows& raw, std::size_t paddedCount,
                             std::vector<std::int32_t>& positionsInUse) {
     PositionRanks ranks;
     ranks.rises.resize(raw.length.size());
-    std::vector<std::uint8_t> inUse(paddedCount, 0);
+    std::vector<std::uint64_t> inUse((paddedCount + wordBits - 1) / wordBits);
     auto word = static_cast<std::size_t>(raw.firstWord);
     for (std::size_t r = 0; r < raw.length.size(); ++r) {
         const auto length = static_cast<std::size_t>(raw.length[r]);
@@ -35,14 +64,9 @@ PositionRanks rankPositions(std::span<const std::int32_t> words, const RawRows& 
         ranks.rises[r] = indicesRise(indices) ? 1 : 0;
         word += 2 * length;
     }
-    positionsInUse.reserve(static_cast<std::size_t>(std::count(inUse.begin(), inUse.end(), 1)));
-    ranks.placeAt.resize(paddedCount);
-    for (std::size_t position = 0; position < paddedCount; ++position) {
-        if (inUse[position] != 0) {
-            ranks.placeAt[position] = static_cast<std::int32_t>(positionsInUse.size());
-            positionsInUse.push_back(static_cast<std::int32_t>(position));
-        }
-    }
+    ranks.placeOfGroup.resize((paddedCount + rankGroup - 1) / rankGroup);
+    ranks.rankInGroup.resize(paddedCount);
+    listPositions(inUse, ranks, positionsInUse);
     return ranks;
 }
 

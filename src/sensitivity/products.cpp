@@ -23,7 +23,7 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     for (std::size_t r = 0; r < nData; ++r) {
         const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
         out[r] = rowTimesPadded(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(),
-                                sensitivity.paddedWork.data());
+                                sensitivity.paddedWork.data(), widestInstructionSet());
     }
 }
 
@@ -47,22 +47,25 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
     for (std::size_t r = 0; r < nData; ++r) {
         const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
         addRowTransposed(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(), residual[r],
-                         sensitivity.paddedWork.data());
+                         sensitivity.paddedWork.data(), widestInstructionSet());
     }
 }
 
 void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd, std::span<double> out) {
+    const InstructionSet instructions = widestInstructionSet();
     rewindRows(sensitivity, mtx);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
         const DiskRow row = readNextRow(sensitivity, mtx);
-        const double sum = rowTimesPadded(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data());
+        const double sum =
+            rowTimesPadded(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data(), instructions);
         out[r] = sum / static_cast<double>(obsStd[r]);
     }
 }
 
 void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
                      std::span<const double> residual) {
+    const InstructionSet instructions = widestInstructionSet();
     rewindRows(sensitivity, mtx);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
@@ -72,7 +75,7 @@ void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const 
             continue;
         }
         const double factor = residual[r] / static_cast<double>(obsStd[r]);
-        addRowTransposed(row.coefIndex, row.coefValue, row.count, factor, sensitivity.paddedWork.data());
+        addRowTransposed(row.coefIndex, row.coefValue, row.count, factor, sensitivity.paddedWork.data(), instructions);
     }
 }
 

@@ -63,7 +63,7 @@ PlaceBand bandAt(std::size_t firstPlace, const PositionRanks& ranks, std::span<c
     band.firstPlace = static_cast<std::int32_t>(firstPlace);
     const std::size_t last = std::min(firstPlace + bandWidth, positionsInUse.size()) - 1;
     band.indexBehind = positionsInUse[last] + 2;
-    band.placeAt = ranks.placeAt.data();
+    band.ranks = &ranks;
     return band;
 }
 
@@ -95,7 +95,7 @@ void writeAnyOrder(const std::int32_t* row, std::size_t length, float divisor, s
     run.form = RunForm::anyOrder;
     std::int32_t* const out = target.words.data() + target.word;
     for (std::size_t p = 0; p < length; ++p) {
-        out[p] = ranks.placeAt[static_cast<std::size_t>(row[p]) - 1];
+        out[p] = placeOf(row[p], ranks.placeOfGroup.data(), ranks.rankInGroup.data());
     }
     for (std::size_t p = length; p < 2 * length; ++p) {
         out[p] = divisor > 0.0F ? std::bit_cast<std::int32_t>(std::bit_cast<float>(row[p]) / divisor) : row[p];

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <random>
 
 #include "sensitivity/row_kernels.h"
+#include "support/instruction_sets.h"
 #include "support/sensitivity_rig.h"
 #include "support/temporary_folder.h"
 #include "text/messages.h"
@@ -22,6 +24,7 @@ using testing_support::prepareSensitivity;
 using testing_support::randomRows;
 using testing_support::randomVector;
 using testing_support::rowBytes;
+using testing_support::setsOfThisMachine;
 using testing_support::StoredRow;
 using testing_support::storeRowsInMemory;
 using testing_support::TemporaryFolder;
@@ -459,22 +462,63 @@ std::vector<std::int32_t> bitsOf(const std::vector<float>& values) {
 }
 
 TEST(RowKernels, SumInEightLanesAddedInOneTree) {
-    // Coefficients 1 and 9 share a lane: 1e16 - 1e16 vanishes before the 1 of another lane is added.
-    const std::vector<std::int32_t> index{1, 2, 2, 2, 2, 2, 2, 2, 3};
-    const std::vector<std::int32_t> value = bitsOf({1, 1, 0, 0, 0, 0, 0, 0, 1});
-    const std::vector<double> padded{1e16, 1.0, -1e16};
-    EXPECT_EQ(rowTimesPadded(index.data(), value.data(), 9, padded.data()), 1.0);
-    // In neighbouring lanes the 1 is lost.
-    const std::vector<std::int32_t> apart{1, 2, 3};
-    EXPECT_EQ(rowTimesPadded(apart.data(), bitsOf({1, 1, 1}).data(), 3, padded.data()), (1e16 - 1e16) + 1.0);
-    EXPECT_EQ(rowTimesPadded(nullptr, nullptr, 0, padded.data()), 0.0);
+    for (const InstructionSet set : setsOfThisMachine()) {
+        // Coefficients 1 and 9 share a lane: 1e16 - 1e16 vanishes before the 1 of another lane is added.
+        const std::vector<std::int32_t> index{1, 2, 2, 2, 2, 2, 2, 2, 3};
+        const std::vector<std::int32_t> value = bitsOf({1, 1, 0, 0, 0, 0, 0, 0, 1});
+        const std::vector<double> padded{1e16, 1.0, -1e16};
+        EXPECT_EQ(rowTimesPadded(index.data(), value.data(), 9, padded.data(), set), 1.0);
+        // In neighbouring lanes the 1 is lost.
+        const std::vector<std::int32_t> apart{1, 2, 3};
+        EXPECT_EQ(rowTimesPadded(apart.data(), bitsOf({1, 1, 1}).data(), 3, padded.data(), set), (1e16 - 1e16) + 1.0);
+        EXPECT_EQ(rowTimesPadded(nullptr, nullptr, 0, padded.data(), set), 0.0);
+    }
 }
 
 TEST(RowKernels, AddInTheOrderOfTheRow) {
-    const std::vector<std::int32_t> index{2, 2, 2};
-    std::vector<double> padded(3, 0.0);
-    addRowTransposed(index.data(), bitsOf({1e16F, 1.0F, -1e16F}).data(), 3, 1.0, padded.data());
-    EXPECT_EQ(padded[1], 0.0);
+    for (const InstructionSet set : setsOfThisMachine()) {
+        const std::vector<std::int32_t> index{2, 2, 2, 1, 1, 1, 1, 1, 2, 2};
+        std::vector<double> padded(3, 0.0);
+        addRowTransposed(index.data(), bitsOf({1e16F, 1.0F, -1e16F, 0, 0, 0, 0, 0, 1e16F, 1.0F}).data(), 10, 1.0,
+                         padded.data(), set);
+        EXPECT_EQ(padded[1], static_cast<double>(1e16F));
+    }
+}
+
+TEST(RowKernels, GiveTheSameBytesWithAllInstructions) {
+    std::mt19937 random(137);
+    for (std::size_t n = 0; n < 70; ++n) {
+        std::vector<std::int32_t> index;
+        std::vector<float> value;
+        for (std::size_t p = 0; p < n; ++p) {
+            index.push_back(static_cast<std::int32_t>(random() % 40) + 1);
+            value.push_back(static_cast<float>(randomVector(1, random)[0]));
+        }
+        const std::vector<std::int32_t> bits = bitsOf(value);
+        const std::vector<double> padded = randomVector(40, random);
+        const double sum = rowTimesPadded(index.data(), bits.data(), n, padded.data(), InstructionSet::plain);
+        std::vector<double> added = padded;
+        addRowTransposed(index.data(), bits.data(), n, 0.3, added.data(), InstructionSet::plain);
+        for (const InstructionSet set : setsOfThisMachine()) {
+            EXPECT_EQ(rowTimesPadded(index.data(), bits.data(), n, padded.data(), set), sum) << n;
+            std::vector<double> again = padded;
+            addRowTransposed(index.data(), bits.data(), n, 0.3, again.data(), set);
+            EXPECT_EQ(again, added) << n;
+        }
+    }
+}
+
+TEST(RowKernels, SeeAnIndexOutside) {
+    for (const InstructionSet set : setsOfThisMachine()) {
+        for (const std::int32_t bad : {0, -1, 41, std::numeric_limits<std::int32_t>::min()}) {
+            for (std::size_t at = 0; at < 37; ++at) {
+                std::vector<std::int32_t> index(37, 40);
+                EXPECT_TRUE(indicesInside(index.data(), index.size(), 40, set));
+                index[at] = bad;
+                EXPECT_FALSE(indicesInside(index.data(), index.size(), 40, set)) << bad << ' ' << at;
+            }
+        }
+    }
 }
 
 // The coefficients of the arranged rows of a file, one after the other: products with a single 1 in the padded array.

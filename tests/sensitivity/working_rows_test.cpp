@@ -12,9 +12,12 @@
 #include "sensitivity/block_kernels.h"
 #include "sensitivity/coef_store.h"
 #include "sensitivity/row_kernels.h"
+#include "support/instruction_sets.h"
 
 namespace voxlith {
 namespace {
+
+using testing_support::setsOfThisMachine;
 
 struct Row {
     std::vector<std::int32_t> index;
@@ -61,17 +64,6 @@ std::vector<double> transposed(Arranged& arranged, const std::vector<double>& fa
     addRowsToCompact(working, wordsOf(arranged.store), factor, arranged.store.compact, set);
     scatterInUse(working, arranged.store.compact, padded);
     return padded;
-}
-
-std::vector<InstructionSet> setsOfThisMachine() {
-    std::vector<InstructionSet> sets{InstructionSet::plain};
-    if (widestInstructionSet() != InstructionSet::plain) {
-        sets.push_back(InstructionSet::avx2);
-    }
-    if (widestInstructionSet() == InstructionSet::avx512) {
-        sets.push_back(InstructionSet::avx512);
-    }
-    return sets;
 }
 
 // Rows like those of neighbouring stations: each keeps most positions of a common pattern and some of its own.
@@ -316,7 +308,8 @@ TEST(WorkingRows, OfOneRowSumLikeTheRawRow) {
         for (const float value : rows[r].value) {
             bits.push_back(std::bit_cast<std::int32_t>(value));
         }
-        EXPECT_EQ(out[r], rowTimesPadded(rows[r].index.data(), bits.data(), bits.size(), model.data()));
+        EXPECT_EQ(out[r],
+                  rowTimesPadded(rows[r].index.data(), bits.data(), bits.size(), model.data(), InstructionSet::plain));
     }
 }
 
