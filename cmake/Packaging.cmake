@@ -33,7 +33,7 @@ set(CPACK_PACKAGE_VENDOR "the VoxLith developers")
 set(CPACK_PACKAGE_CONTACT "the VoxLith developers <voxlith@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "inversion of gravity and magnetic survey data")
 set(CPACK_PACKAGE_DESCRIPTION
-    "VoxLith inverts gravity and magnetic survey data for a three-dimensional\n cell model of density or susceptibility. With it come tools that make meshes,\n sensitivity files and synthetic data, and pictures of a run.")
+    "VoxLith inverts gravity and magnetic survey data for a three-dimensional\ncell model of density or susceptibility. With it come tools that make meshes,\nsensitivity files and synthetic data, and pictures of a run.")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

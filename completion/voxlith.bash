@@ -5,6 +5,18 @@ _voxlith_options_of() {
     "$@" --help 2>/dev/null | grep -oE -- '--[a-z][a-z-]*' | sort -u
 }
 
+# The words that a value of an option may have: those that --help shows in braces, or behind "Kind of".
+_voxlith_values_of() {
+    local option=$1 help
+    shift
+    help=$("$@" --help 2>/dev/null | grep -E -- "^ +$option ")
+    if [[ $help =~ :\{([^}]*)\} ]]; then
+        tr ',' ' ' <<<"${BASH_REMATCH[1]}"
+    elif [[ $help =~ Kind\ of[^:]*:\ (.*),\ or\ a\ code ]]; then
+        tr ',' ' ' <<<"${BASH_REMATCH[1]}"
+    fi
+}
+
 _voxlith() {
     local word=${COMP_WORDS[COMP_CWORD]}
     if [ "$COMP_CWORD" -eq 1 ]; then
@@ -24,8 +36,14 @@ _voxlith_tools() {
     elif [[ $word == -* ]]; then
         COMPREPLY=($(compgen -W "$(_voxlith_options_of "$program" "${COMP_WORDS[1]}")" -- "$word"))
     else
-        COMPREPLY=($(compgen -f -- "$word"))
-        compopt -o filenames 2>/dev/null
+        local before=${COMP_WORDS[COMP_CWORD - 1]} values=
+        [[ $before == --* ]] && values=$(_voxlith_values_of "$before" "$program" "${COMP_WORDS[1]}")
+        if [ -n "$values" ]; then
+            COMPREPLY=($(compgen -W "$values" -- "$word"))
+        else
+            COMPREPLY=($(compgen -f -- "$word"))
+            compopt -o filenames 2>/dev/null
+        fi
     fi
 }
 

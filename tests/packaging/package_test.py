@@ -56,6 +56,13 @@ class Package(unittest.TestCase):
             (cls.root / "var/lib/dpkg" / name).touch()
         dpkg(cls.root, "--install", cls.package)
 
+    def test_the_description_is_one_paragraph(self):
+        """A line that begins with two blanks is shown as it stands, broken off from the text around it."""
+        lines = run("dpkg-deb", "--field", self.package, "Description").splitlines()
+        self.assertGreater(len(lines), 2)
+        for line in lines[1:]:
+            self.assertRegex(line, r"^( \S.*|\S.*)$")
+
     def test_dependencies_are_the_language_libraries(self):
         needed = run("dpkg-deb", "--field", self.package, "Depends").strip()
         names = {entry.split()[0] for entry in needed.split(",")}
@@ -104,6 +111,10 @@ class Package(unittest.TestCase):
         tools = self.root / "usr/bin/voxlith-tools"
         self.assertEqual(self.complete(tools, "pre"), ["predict"])
         self.assertIn("--tolerance", self.complete(tools, "mtx", "--to"))
+        self.assertEqual(self.complete(tools, "mtx", "--type", "gx"), ["gxx", "gxy", "gxz"])
+        self.assertEqual(self.complete(tools, "init", "--sign", ""), ["auto", "negative", "either", "positive"])
+        (self.work / "mesh_of_mine.msh").touch()
+        self.assertEqual(self.complete(tools, "mtx", "--mesh", "mesh_of"), ["mesh_of_mine.msh"])
         self.assertEqual(self.complete("voxlith", "voxlith.inp", "Tr"), ["Tradeoff="])
         plot = self.root / "usr/bin/voxlith-plot"
         self.assertIn("--only", self.complete(plot, "--on"))
