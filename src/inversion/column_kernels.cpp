@@ -24,6 +24,27 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
             column.zWidth == nullptr || behindPairs < first ? 0 : behindPairs - first};
 }
 
+// Calls for the same cells of the column behind this one: a pass reads so many arrays side by side that the processor
+// does not follow them all by itself.
+template <class Value>
+[[gnu::always_inline]] inline void callForNextColumn(const Value* column, std::size_t height,
+                                                     const PieceOfColumn& piece) {
+    constexpr std::size_t lineLength = 64 / sizeof(Value);
+    for (std::size_t k = 0; k < piece.length; k += lineLength)
+        __builtin_prefetch(column + height + piece.first + k);
+}
+
+[[gnu::always_inline]] inline void callForNextColumns(const ModelColumn& c, const PieceOfColumn& piece) {
+    for (const float* const weight : {c.wtS, c.wtE, c.wtN, c.wtZ})
+        callForNextColumn(weight, c.height, piece);
+    if (c.reference != nullptr)
+        callForNextColumn(c.reference, c.height, piece);
+    if (c.nextY != nullptr)
+        callForNextColumn(c.nextY, c.height, piece);
+    if (c.depthWeightNextY != nullptr)
+        callForNextColumn(c.depthWeightNextY, c.height, piece);
+}
+
 // The values of `count` cells of a column from `first` on: the model itself, or its quotients with the depth weights in
 // `room`.
 [[gnu::always_inline]] inline const double* valuesOf(const double* model, const float* depthWeight, std::size_t first,
@@ -100,6 +121,7 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
 [[gnu::always_inline]] inline void addPieceNorms(const ModelColumn& c, const PieceOfColumn& piece, ModelNorms& norms) {
     Piece reference, alongY, alongX, alongZ;
     Values own, beside;
+    callForNextColumns(c, piece);
     const std::size_t first = piece.first;
     const std::size_t pairsY = c.nextY == nullptr ? 0 : piece.used;
     const std::size_t pairsX = c.nextX == nullptr ? 0 : piece.used;
@@ -165,6 +187,9 @@ PieceOfColumn pieceFrom(const ModelColumn& column, std::size_t first) {
 
 [[gnu::always_inline]] inline void putPullInline(const ModelColumn& c, std::size_t first, ColumnPull& pull) {
     const PieceOfColumn piece = pieceFrom(c, first);
+    callForNextColumns(c, piece);
+    callForNextColumn(pull.adjoint, c.height, piece);
+    callForNextColumn(pull.fixedCell, c.height, piece);
     Piece sums, alongY, alongX, reference;
     std::array<double, columnPiece + 1> alongZ;  // from the pair of the piece's first cell and the one above
     Values own, beside;
