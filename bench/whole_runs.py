@@ -7,6 +7,7 @@ Groups: start-up, disk, memory, iteration, growth. Reports ratios of CPU times (
 surveys are made once and kept in the folder. Needs Linux and numpy, for the groups disk and iteration also perf.
 """
 import argparse
+import mmap
 import os
 import re
 import resource
@@ -85,6 +86,20 @@ class Run:
         return usage.ru_utime + usage.ru_stime
 
 
+def read_into_memory(path):
+    """CPU seconds of read(2) of a whole file, from the cache, into one array that nothing has been stored in before."""
+    size = os.path.getsize(path)
+    start = time.process_time()
+    with open(path, 'rb', buffering=0) as f, mmap.mmap(-1, size, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS) as array:
+        array.madvise(mmap.MADV_HUGEPAGE)
+        with memoryview(array) as view:
+            done = 0
+            while done < size:
+                done += f.readinto(view[done:done + (1 << 21)])
+        seconds = time.process_time() - start
+    return seconds
+
+
 def show(work, peer, ratio, goal, note=''):
     verdict = '' if goal is None else '%5.2f %s' % (goal, 'met' if ratio <= goal else 'missed')
     print('%-44s %-36s %7.3f   %s' % (work, peer, ratio, verdict))
@@ -128,18 +143,23 @@ def start_up(make, options):
     run = make((128, 128, 64), max(options.coefficients, 130_000_000))
     small = make((128, 128, 64), 1_500_000)  # the same arrays nearly without rows
     run.cat()
-    cats, starts, empties = [], [], []
+    cats, reads, starts, empties = [], [], [], []
     for _ in range(2 * ROUNDS + 1):
         cats.append(run.cat())
         starts.append(start_once(run))
         empties.append(start_once(small))
+        reads.append(read_into_memory(run.path('rows.mtx')))
     median = lambda values: statistics.median(values)
     cat = median(cats)
     load = median(s[0] for s in starts) - median(e[0] for e in empties)
     arrange = median(s[2] - s[0] for s in starts) - median(e[2] - e[0] for e in empties)
-    show('start-up, %.2f GB' % (run.bytes / 1e9), 'cat FILE >/dev/null from the cache', load / cat, 1.3,
+    work = 'start-up, %.2f GB' % (run.bytes / 1e9)
+    show(work, 'cat FILE >/dev/null from the cache', load / cat, 1.3,
          'bytes read over bytes of the file: %.4f; scaling and arranging the rows: %.1f times the peer' %
          (starts[0][1] / run.bytes, arrange / cat))
+    show(work, 'read(2) into one fresh array', load / median(reads), None,
+         'that read over cat: %.2f; its lowest and highest over the median: %.2f, %.2f' %
+         (median(reads) / cat, min(reads) / median(reads), max(reads) / median(reads)))
 
 
 def per_iteration(run, first, last, rounds=ROUNDS, **settings):
