@@ -9,6 +9,7 @@
 #include <string>
 
 #include "sensitivity/allocation_failure.h"
+#include "sensitivity/row_kernels.h"
 
 namespace voxlith {
 
@@ -136,11 +137,7 @@ void readFinite(BinaryInput& input, std::span<double> values, std::string_view w
 void requireCoefIndices(const BinaryInput& input, std::int64_t firstByte, std::span<const std::int32_t> coefIndex,
                         std::int64_t nPadded) {
     const auto limit = static_cast<std::uint32_t>(nPadded);
-    std::uint32_t outside = 0;  // no branch inside, so that the test costs little beside the reading
-    for (const std::int32_t index : coefIndex) {
-        outside |= static_cast<std::uint32_t>(static_cast<std::uint32_t>(index) - 1U >= limit);
-    }
-    if (outside == 0) {
+    if (indicesInside(coefIndex.data(), coefIndex.size(), limit, widestInstructionSet())) {
         return;
     }
     const auto bad = std::find_if(coefIndex.begin(), coefIndex.end(),
