@@ -1,8 +1,10 @@
 #include "optim/instruction_set.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <string_view>
+
+#ifndef VOXLITH_WIDEST
+#define VOXLITH_WIDEST avx512
+#endif
 
 namespace voxlith {
 
@@ -20,19 +22,10 @@ InstructionSet instructionsOfMachine() {
     return InstructionSet::plain;
 }
 
-InstructionSet instructionsAskedFor() {
-    const char* const text = std::getenv("VOXLITH_INSTRUCTIONS");
-    const std::string_view asked = text == nullptr ? "" : text;
-    if (asked == "plain") {
-        return InstructionSet::plain;
-    }
-    return asked == "avx2" ? InstructionSet::avx2 : InstructionSet::avx512;
-}
-
 }  // namespace
 
 InstructionSet widestInstructionSet() {
-    static const InstructionSet widest = std::min(instructionsOfMachine(), instructionsAskedFor());
+    static const InstructionSet widest = std::min(instructionsOfMachine(), InstructionSet::VOXLITH_WIDEST);
     return widest;
 }
 

@@ -5,8 +5,8 @@ namespace voxlith {
 
 enum class InstructionSet { plain, avx2, avx512 };
 
-// The widest that this machine has; the environment variable VOXLITH_INSTRUCTIONS, set to "plain" or "avx2" when the program
-// starts, holds it to narrower ones, so that whole runs can be compared. Any other value of it counts as not set.
+// The widest that this machine has. Builds for comparing whole runs hold it to narrower ones: there VOXLITH_WIDEST is
+// plain or avx2 when instruction_set.cpp is compiled.
 InstructionSet widestInstructionSet();
 
 }  // namespace voxlith
