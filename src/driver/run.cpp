@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string_view>
 
 #include "driver/command_line.h"
@@ -227,6 +228,9 @@ ExitStatus runVoxlith(std::span<const std::string> arguments) {
         return ExitStatus::normal;
     } catch (const RunError& problem) {
         reportUnusableFile(run.messages, problem.what());
+        return ExitStatus::unusableFile;
+    } catch (const std::bad_alloc&) {
+        reportUnusableFile(run.messages, "the run cannot go on: there is not enough memory");
         return ExitStatus::unusableFile;
     } catch (const std::exception& problem) {
         reportUnusableFile(run.messages, TextLine("the run cannot go on: ").text(problem.what()));

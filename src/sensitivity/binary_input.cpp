@@ -204,6 +204,20 @@ const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_vi
     return input.block.data() + offset;
 }
 
+bool readScattered(BinaryInput& input, std::span<const iovec> parts) {
+    std::int64_t bytes = 0;
+    for (const iovec& part : parts) {
+        bytes += static_cast<std::int64_t>(part.iov_len);
+    }
+    const ssize_t got = ::preadv(input.handle, parts.data(), static_cast<int>(parts.size()), input.position);
+    if (got != bytes) {
+        return false;
+    }
+    input.bytesRead += got;
+    input.position += bytes;
+    return true;
+}
+
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what) {
     const std::int64_t left = std::max<std::int64_t>(0, input.size - input.position);
     if (bytes > left) {

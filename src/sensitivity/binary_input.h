@@ -2,6 +2,8 @@
 // a RunError that names the file, what was being read, and the byte.
 #pragma once
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -57,6 +59,10 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
 // pointer, and nothing has moved, when they are more than the read-ahead holds or begin beside an address for numbers
 // of four bytes. Throws like readBytes.
 const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_view what);
+
+// Reads one stretch of the file into several places with one request, past the read-ahead: nothing is copied twice.
+// False, and nothing has moved, when the stretch could not be had whole; reading it piece by piece tells why.
+bool readScattered(BinaryInput& input, std::span<const iovec> parts);
 
 // Throws RunError unless `bytes` more bytes follow in the file: the test before anything of that size is allocated.
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what);

@@ -1,11 +1,9 @@
 #include "sensitivity/disk_rows.h"
 
-#include <algorithm>
-#include <limits>
 #include <string>
 
 #include "sensitivity/binary_input.h"
-#include "sensitivity/row_kernels.h"
+#include "sensitivity/mtx_checks.h"
 
 namespace voxlith {
 
@@ -21,18 +19,6 @@ void requireRoom(SparseCoefStore& store, std::size_t count) {
     reserveStore(store, static_cast<std::int64_t>(count), 0);
 }
 
-// `byte` is where the file goes on behind the indices.
-void requireIndicesInside(const BinaryInput& input, std::int64_t byte, const std::int32_t* coefIndex, std::size_t count,
-                          std::int64_t positions) {
-    constexpr std::int64_t highestIndex = std::numeric_limits<std::int32_t>::max();
-    const auto limit = static_cast<std::uint32_t>(std::min(positions, highestIndex));
-    if (!indicesInside(coefIndex, count, limit, widestInstructionSet())) {
-        const auto [lowest, highest] = std::minmax_element(coefIndex, coefIndex + count);
-        throwDamageAt(input, byte, "coefficient indices from 1 to " + std::to_string(positions),
-                      std::to_string(*lowest < 1 ? *lowest : *highest));
-    }
-}
-
 // Reads the count and the coefficients that follow it, up to byte `end` at most. The row stands until more than
 // `bytesBehind` further bytes are read.
 DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t end, std::size_t bytesBehind) {
@@ -44,13 +30,13 @@ DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t e
         throwDamage(input, "the count of a coefficient row that fits the file", std::to_string(rowCount));
     }
     const auto count = static_cast<std::size_t>(rowCount);
-    const auto positions = static_cast<std::int64_t>(sensitivity.paddedWork.size());
-    const std::int64_t behindIndices = input.position + std::int64_t{4} * rowCount;
+    const std::int64_t positions = sensitivity.header.nPadded;
+    const std::int64_t firstByte = input.position;
     // Most rows are used where they were read to; only one longer than the read-ahead needs the buffers of the store.
     if (const std::byte* const held = viewBytes(input, 8 * count + bytesBehind, "the coefficients of a row")) {
         seekBinary(input, input.position - static_cast<std::int64_t>(bytesBehind));
         const auto* const coefIndex = reinterpret_cast<const std::int32_t*>(held);
-        requireIndicesInside(input, behindIndices, coefIndex, count, positions);
+        requireCoefIndices(input, firstByte, {coefIndex, count}, positions);
         return {coefIndex, coefIndex + count, count};
     }
     SparseCoefStore& store = sensitivity.store;
@@ -58,7 +44,7 @@ DiskRow readRowBody(Sensitivity& sensitivity, BinaryInput& input, std::int64_t e
     std::int32_t* const coefIndex = store.words.get();
     std::int32_t* const coefValue = coefIndex + count;
     readBytes(input, coefIndex, count * sizeof(std::int32_t), "the indices of a coefficient row");
-    requireIndicesInside(input, behindIndices, coefIndex, count, positions);
+    requireCoefIndices(input, firstByte, {coefIndex, count}, positions);
     readBytes(input, coefValue, count * sizeof(float), "the values of a coefficient row");
     return {coefIndex, coefValue, count};
 }

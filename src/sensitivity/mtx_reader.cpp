@@ -31,6 +31,15 @@ void chooseStyle(MtxHeader& header, MeshGeometry& mesh) {
     }
 }
 
+void loadRecordRow(BinaryInput& input, const MtxHeader& header, const RawRow& row) {
+    const std::int64_t byte = input.position;
+    const std::int64_t count = readRecordRow(input, header.nPadded, row.coefIndex, row.coefValue);
+    if (count != static_cast<std::int64_t>(row.coefIndex.size())) {
+        throwDamageAt(input, byte, "a row of " + std::to_string(row.coefIndex.size()) + " coefficients",
+                      "another count than when the rows were counted");
+    }
+}
+
 void loadFile(Sensitivity& sensitivity, std::size_t file) {
     const MtxHeader& header = sensitivity.header;
     BinaryInput& input = sensitivity.files[file];
@@ -39,16 +48,21 @@ void loadFile(Sensitivity& sensitivity, std::size_t file) {
         throw std::logic_error("the store of the coefficients is smaller than the rows scanned");
     }
     seekBinary(input, header.rowStart[file]);
-    for (std::size_t r = 0; r + 1 < offsets.size(); ++r) {
-        const auto length = static_cast<std::size_t>(offsets[r + 1] - offsets[r]);
-        const auto [coefIndex, coefValue] = rawRowOf(sensitivity.store, file * offsets.size() + r);
-        const std::int64_t byte = input.position;
-        if (!header.recordForm) {
-            loadStreamRow(input, header, coefIndex, coefValue);
-        } else if (readRecordRow(input, header.nPadded, coefIndex, coefValue) != static_cast<std::int64_t>(length)) {
-            throwDamageAt(input, byte, "a row of " + std::to_string(length) + " coefficients",
-                          "another count than when the rows were counted");
+    const std::size_t entry = file * offsets.size();
+    const std::size_t rows = offsets.size() - 1;
+    if (header.recordForm) {
+        for (std::size_t r = 0; r < rows; ++r) {
+            loadRecordRow(input, header, rawRowOf(sensitivity.store, entry + r));
         }
+        return;
+    }
+    for (std::size_t r = 0; r < rows;) {
+        const std::size_t taken = loadSparseRows(input, header, sensitivity.store, entry + r, entry + rows);
+        if (taken == 0) {
+            const auto [coefIndex, coefValue] = rawRowOf(sensitivity.store, entry + r);
+            loadStreamRow(input, header, coefIndex, coefValue);
+        }
+        r += std::max<std::size_t>(taken, 1);
     }
 }
 

@@ -213,6 +213,40 @@ void loadSparseRow(BinaryInput& input, const MtxHeader& header, std::int64_t cou
 
 }  // namespace
 
+std::size_t loadSparseRows(BinaryInput& input, const MtxHeader& header, SparseCoefStore& store, std::size_t entry,
+                           std::size_t behind) {
+    constexpr std::size_t bytesAtOnce = std::size_t{1} << 20;  // still in the cache when the indices are looked at
+    std::array<std::int32_t, rowsAtOnce> counts{};
+    std::array<iovec, 3 * rowsAtOnce> parts{};
+    std::size_t rows = 0;
+    for (std::size_t bytes = 0; rows < rowsAtOnce && entry + rows < behind && bytes < bytesAtOnce; ++rows) {
+        const RawRow row = rawRowOf(store, entry + rows);
+        if (row.coefIndex.empty() || static_cast<std::int64_t>(row.coefIndex.size()) >= header.nPadTotal) {
+            break;
+        }
+        parts[3 * rows] = {&counts[rows], sizeof counts[rows]};
+        parts[3 * rows + 1] = {row.coefIndex.data(), row.coefIndex.size_bytes()};
+        parts[3 * rows + 2] = {row.coefValue.data(), row.coefValue.size_bytes()};
+        bytes += row.coefIndex.size_bytes() + row.coefValue.size_bytes();
+    }
+    const std::int64_t firstByte = input.position;
+    if (rows == 0 || !readScattered(input, std::span(parts).first(3 * rows))) {
+        return 0;
+    }
+    std::int64_t byte = firstByte;
+    std::size_t taken = 0;
+    for (; taken < rows; ++taken) {
+        const RawRow row = rawRowOf(store, entry + taken);
+        if (counts[taken] != static_cast<std::int32_t>(row.coefIndex.size())) {
+            break;
+        }
+        requireCoefIndices(input, byte + 4, row.coefIndex, header.nPadded);
+        byte += 4 + static_cast<std::int64_t>(row.coefIndex.size_bytes() + row.coefValue.size_bytes());
+    }
+    seekBinary(input, byte);
+    return taken;
+}
+
 // A row of count 0 is empty for the scan but is read here like a dense one, as it always was: results from files that
 // hold one stay what they were, and whoever writes such a row finds out.
 void loadStreamRow(BinaryInput& input, const MtxHeader& header, std::span<std::int32_t> coefIndex,

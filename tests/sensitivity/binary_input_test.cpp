@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -104,6 +105,23 @@ TEST_F(BinaryInputTest, aViewOverTheEndIsDamageAndALongOneIsNone) {
               name + ": byte 4: expected the row (8 bytes), found only 6 to the end of the file");
     EXPECT_EQ(viewBytes(input, largeReadAhead + 1, "a long row"), nullptr);
     EXPECT_EQ(input.position, 4);
+}
+
+TEST_F(BinaryInputTest, aStretchIsReadIntoSeveralPlacesWholeOrNotAtAll) {
+    const std::vector<unsigned char> bytes = countingBytes(100);
+    writeFileBytes(name, bytes);
+    ASSERT_TRUE(openBinaryInput(input, name));
+    readInt32(input, "the first");  // the read-ahead holds the file now
+    std::vector<unsigned char> first(30);
+    std::vector<unsigned char> second(20);
+    const std::array<iovec, 3> parts{{{first.data(), 30}, {nullptr, 0}, {second.data(), 20}}};
+    ASSERT_TRUE(readScattered(input, parts));
+    EXPECT_TRUE(std::equal(first.begin(), first.end(), bytes.begin() + 4));
+    EXPECT_TRUE(std::equal(second.begin(), second.end(), bytes.begin() + 34));
+    EXPECT_EQ(input.position, 54);
+    EXPECT_FALSE(readScattered(input, parts));
+    EXPECT_EQ(input.position, 54);
+    EXPECT_EQ(static_cast<unsigned char>(readInt32(input, "what follows") & 0xFF), bytes[54]);
 }
 
 TEST_F(BinaryInputTest, positionsOutsideTheFileAreDamage) {

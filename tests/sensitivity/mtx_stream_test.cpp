@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <numeric>
+#include <random>
 
 #include "sensitivity/mtx_reading.h"
 #include "support/mtx_builder.h"
@@ -309,6 +310,40 @@ TEST_F(MtxStreamTest, denseRowsHoldAllPositionsAndSetRowMax) {
     EXPECT_EQ(reading.rowIndices(0, 2), counting);
     EXPECT_EQ(reading.rowValues(0, 2), contents.rows[2].value);
     EXPECT_EQ(reading.rowValues(0, 3), contents.rows[3].value);
+}
+
+TEST_F(MtxStreamTest, sparseRowsReadAtOnceAndDenseOnesBetweenThemAreTheRowsOfTheFile) {
+    MtxContents contents = numberedContents(900, {3, 5, 4}, {4, 8, 2});
+    std::mt19937 generator(71);
+    for (std::size_t r = 0; r < contents.rows.size(); ++r) {
+        MtxRow& row = contents.rows[r];
+        // One dense row early, two together late; one row longer than what is read at once.
+        row.dense = r == 3 || r == 700 || r == 701;
+        const std::size_t length = row.dense ? 128 : (r == 500 ? 300'000 : 1 + generator() % 40);
+        row.index.assign(row.dense ? 0 : length, 1 + static_cast<std::int32_t>(r) % 64);
+        row.value.resize(length);
+        std::iota(row.value.begin(), row.value.end(), static_cast<float>(r));
+    }
+    MtxReading reading;
+    reading.readFiles({make(contents, MtxLayout::tagged)});
+    reading.load();
+    for (std::size_t r = 0; r < contents.rows.size(); ++r) {
+        ASSERT_EQ(reading.rowValues(0, r), contents.rows[r].value) << "row " << r;
+        if (!contents.rows[r].dense) {
+            ASSERT_EQ(reading.rowIndices(0, r), contents.rows[r].index) << "row " << r;
+        }
+    }
+}
+
+TEST_F(MtxStreamTest, aWrongIndexBehindManyRowsIsToldWithItsByte) {
+    MtxContents contents = numberedContents(600);
+    contents.rows[555].index[1] = 65;
+    const MtxPlaces places = writeMtx(folder.file("a.mtx"), contents, MtxLayout::tagged);
+    MtxReading reading;
+    reading.readFiles({folder.file("a.mtx")});
+    EXPECT_EQ(runErrorOf([&] { reading.load(); }),
+              folder.file("a.mtx") + ": byte " + std::to_string(places.rowCount[555] + 8) +
+                  ": expected a coefficient index within 1 to 64, found 65");
 }
 
 TEST_F(MtxStreamTest, loadingAnEmptyRowConsumesADenseOneAndMisreadsWhatFollows) {

@@ -96,6 +96,7 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
     sensitivity.header.nData = nData;
     sensitivity.header.nCells = static_cast<std::int32_t>(mesh.cellCount());
     sensitivity.header.nCoef = static_cast<std::int32_t>(filter.coefLow.size());
+    sensitivity.header.nPadded = std::int64_t{mesh.npx} * mesh.npy * mesh.npz;
     sensitivity.header.nPadTotal = static_cast<std::int64_t>(positions);
     sensitivity.filter = filter;
     sensitivity.nMtx = nMtx;
