@@ -21,6 +21,7 @@ install(DIRECTORY tools/plot/voxlith_plot DESTINATION ${CMAKE_INSTALL_DATADIR}/v
 install(FILES man/voxlith.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES man/voxlith-inp.5 man/voxlith-mtx.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)  # the name under which Debian looks for it
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 # One file serves all three programs; the shell looks for it by the name of the program.
 foreach(program voxlith voxlith-tools voxlith-plot)

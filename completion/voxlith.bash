@@ -20,11 +20,13 @@ _voxlith_values_of() {
 _voxlith() {
     local word=${COMP_WORDS[COMP_CWORD]}
     if [ "$COMP_CWORD" -eq 1 ]; then
-        COMPREPLY=($(compgen -f -X '!*.inp' -- "$word") $(compgen -d -S / -- "$word"))
+        mapfile -t COMPREPLY < <(compgen -f -X '!*.inp' -- "$word"; compgen -d -- "$word")
+        compopt -o filenames 2>/dev/null
     else
         COMPREPLY=($(compgen -W 'NOFAST Misfit= Tradeoff= Offset= Clip= ObsClip=' -- "$word"))
+        [[ ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
     fi
-    compopt -o nospace 2>/dev/null
+    return 0
 }
 
 _voxlith_tools() {
@@ -41,20 +43,38 @@ _voxlith_tools() {
         if [ -n "$values" ]; then
             COMPREPLY=($(compgen -W "$values" -- "$word"))
         else
-            COMPREPLY=($(compgen -f -- "$word"))
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
             compopt -o filenames 2>/dev/null
         fi
     fi
 }
 
+# --only and --format take any number of words: the last option in front of the cursor tells what is wanted.
 _voxlith_plot() {
-    local word=${COMP_WORDS[COMP_CWORD]}
+    local word=${COMP_WORDS[COMP_CWORD]} place=$((COMP_CWORD - 1))
     if [[ $word == -* ]]; then
         COMPREPLY=($(compgen -W "$(_voxlith_options_of "${COMP_WORDS[0]}")" -- "$word"))
-    else
-        COMPREPLY=($(compgen -f -- "$word"))
-        compopt -o filenames 2>/dev/null
+        return
     fi
+    while [[ $place -gt 0 && ${COMP_WORDS[place]} != --* ]]; do
+        place=$((place - 1))
+    done
+    case ${COMP_WORDS[place]} in
+        --only)
+            COMPREPLY=($(compgen -W 'convergence data sections zscores' -- "$word"))
+            return ;;
+        --format)
+            COMPREPLY=($(compgen -W 'png pdf' -- "$word"))
+            return ;;
+        --control | --true)
+            if [ "$place" -eq $((COMP_CWORD - 1)) ]; then
+                mapfile -t COMPREPLY < <(compgen -f -- "$word")
+                compopt -o filenames 2>/dev/null
+                return
+            fi ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -d -- "$word")
+    compopt -o filenames 2>/dev/null
 }
 
 complete -F _voxlith voxlith

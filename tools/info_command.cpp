@@ -130,6 +130,9 @@ void describeTail(const MtxFile& file, std::string& text) {
 CLI::App* addInfoCommand(CLI::App& tools, InfoOptions& options) {
     CLI::App* command = tools.add_subcommand("info", "Print the header of a sensitivity file");
     command->add_option("file", options.fileName, "Sensitivity file of any layout")->required();
+    command->footer(
+        "Example:\n"
+        "  voxlith-tools info gz.mtx");
     return command;
 }
 

@@ -28,6 +28,7 @@ int fail(const char* text) {
 int main(int argumentCount, char** arguments) {
     CLI::App tools("Sensitivity files and synthetic data for voxlith", "voxlith-tools");
     tools.require_subcommand(1);
+    tools.footer("voxlith-tools SUBCOMMAND --help shows the options of a subcommand, with examples.");
     voxlith::MtxOptions mtxOptions;
     voxlith::InfoOptions infoOptions;
     voxlith::PredictOptions predictOptions;

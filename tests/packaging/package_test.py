@@ -72,7 +72,7 @@ class Package(unittest.TestCase):
         usr = self.root / "usr"
         for name in ("bin/voxlith", "bin/voxlith-tools", "bin/voxlith-plot", "share/man/man1/voxlith.1",
                      "share/man/man1/voxlith-tools.1", "share/man/man1/voxlith-plot.1", "share/man/man5/voxlith-inp.5", "share/man/man5/voxlith-mtx.5",
-                     "share/doc/voxlith/LICENSE", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
+                     "share/doc/voxlith/LICENSE", "share/doc/voxlith/copyright", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
                      "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h"):
             found = (usr / name).is_file() or (usr / (name + ".gz")).is_file()
             self.assertTrue(found, name)
@@ -116,8 +116,21 @@ class Package(unittest.TestCase):
         (self.work / "mesh_of_mine.msh").touch()
         self.assertEqual(self.complete(tools, "mtx", "--mesh", "mesh_of"), ["mesh_of_mine.msh"])
         self.assertEqual(self.complete("voxlith", "voxlith.inp", "Tr"), ["Tradeoff="])
+
+    def test_completion_offers_what_a_picture_can_be(self):
         plot = self.root / "usr/bin/voxlith-plot"
         self.assertIn("--only", self.complete(plot, "--on"))
+        (self.work / "run of mine").mkdir()
+        (self.work / "runlog.txt").touch()
+        self.assertEqual(self.complete(plot, "run"), ["run", "of", "mine"])
+        help_text = run(plot, "--help", cwd=self.work)
+        for option in ("--only", "--format"):
+            offered = self.complete(plot, ".", option, "")
+            self.assertGreater(len(offered), 1)
+            for word in offered:
+                self.assertIn(word, help_text)
+            self.assertEqual(self.complete(plot, ".", option, offered[0], offered[1]), [offered[1]])
+        self.assertIn("runlog.txt", self.complete(plot, ".", "--true", "run"))
 
     def test_removal_leaves_nothing(self):
         """On a root of its own, so that the order of the tests does not matter."""

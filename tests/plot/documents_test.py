@@ -35,6 +35,11 @@ class Documents(unittest.TestCase):
         body, = command.formats.read_bodies(os.path.join(surveys.ROOT, 'page.json'))
         self.assertEqual((body.name, body.z, body.model), ('shallow block', (-250.0, -100.0), 0))
 
+    def test_usage(self):
+        """Every option is in the line that errors begin with, and the folder in front of those that take any number of words."""
+        self.assertEqual(sorted(re.findall(r'--[a-z-]+', command.USAGE)), options())
+        self.assertTrue(command.USAGE.startswith('voxlith-plot FOLDER '))
+
     def test_manual_page(self):
         page = surveys.read(os.path.join(PROJECT, 'man'), 'voxlith-plot.1')
         items = re.findall(r'(?m)^\.It Fl (?:h , )?-([a-z-]+)', page)

@@ -109,7 +109,19 @@ TEST(ToolsProgram, wrongCommandLinesAreNeitherOfBoth) {
         EXPECT_GT(outcome.status, 1) << arguments;
         EXPECT_NE(outcome.errors, "") << arguments;
     }
-    EXPECT_EQ(runTools(folder, "--help").status, 0);
+}
+
+TEST(ToolsProgram, helpShowsAnExampleOfEachSubcommand) {
+    const TemporaryFolder folder;
+    const Outcome whole = runTools(folder, "--help");
+    EXPECT_EQ(whole.status, 0);
+    EXPECT_NE(whole.out.find("voxlith-tools SUBCOMMAND --help"), std::string::npos);
+    for (const std::string command : {"mtx", "info", "predict", "mesh", "obs", "init", "bounds", "vtr"}) {
+        EXPECT_NE(whole.out.find("\n  " + command + " "), std::string::npos) << command;
+        const Outcome help = runTools(folder, command + " --help");
+        EXPECT_EQ(help.status, 0) << command;
+        EXPECT_NE(help.out.find("\n  voxlith-tools " + command + " "), std::string::npos) << command;
+    }
 }
 
 TEST(ToolsProgram, theRecordFormWarnsWhereItsNameMisleads) {

@@ -24,9 +24,16 @@ data file of the run, sections need a sensitivity file too, for the mesh.
 exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong arguments"""
 
 
+# The folder comes first: behind an option that takes any number of words it would be taken for one of them.
+USAGE = """voxlith-plot FOLDER [--control FILE] [--out DIR] [--only PICTURE ...]
+                    [--true FILE] [--at X,Y,Z] [--iteration N] [--whole-mesh]
+                    [--format KIND ...]
+       voxlith-plot -h | --help"""
+
+
 def parse(arguments):
     parser = argparse.ArgumentParser(
-        prog='voxlith-plot', epilog=EXAMPLES, formatter_class=argparse.RawDescriptionHelpFormatter,
+        prog='voxlith-plot', usage=USAGE, epilog=EXAMPLES, formatter_class=argparse.RawDescriptionHelpFormatter,
         description='Pictures of a run of voxlith, finished or still running: convergence, data, sections through the '
                     'model, z-scores.')
     parser.add_argument('folder', metavar='FOLDER', help='the folder of the run')
