@@ -8,6 +8,7 @@
 #include <numeric>
 #include <random>
 
+#include "support/instruction_sets.h"
 #include "support/sensitivity_rig.h"
 
 namespace voxlith {
@@ -17,6 +18,7 @@ using testing_support::daubechies;
 using testing_support::filterOf;
 using testing_support::meshOf;
 using testing_support::randomVector;
+using testing_support::setsOfThisMachine;
 
 constexpr WaveletDirection bothDirections[] = {WaveletDirection::forward, WaveletDirection::inverse};
 
@@ -73,17 +75,6 @@ void transformInPlace(std::vector<double>& a, const PaddedExtents& extents, cons
                       WaveletDirection direction, InstructionSet instructions = widestInstructionSet()) {
     std::vector<double> work(waveletWorkSize(extents), std::numeric_limits<double>::quiet_NaN());
     waveletTransform3D(a, extents, filter, direction, work, instructions);
-}
-
-std::vector<InstructionSet> instructionSetsHere() {
-    std::vector<InstructionSet> sets{InstructionSet::plain};
-    if (widestInstructionSet() != InstructionSet::plain) {
-        sets.push_back(InstructionSet::avx2);
-    }
-    if (widestInstructionSet() == InstructionSet::avx512) {
-        sets.push_back(InstructionSet::avx512);
-    }
-    return sets;
 }
 
 // Equal to the byte: 0 and -0 are told apart.
@@ -178,7 +169,7 @@ TEST(WaveletTransform, MatchesSingleLinesToTheBit) {
             for (const WaveletDirection direction : bothDirections) {
                 std::vector<double> expected = a;
                 transformLineByLine(expected, extents, filter, direction);
-                for (const InstructionSet instructions : instructionSetsHere()) {
+                for (const InstructionSet instructions : setsOfThisMachine()) {
                     std::vector<double> got = a;
                     transformInPlace(got, extents, filter, direction, instructions);
                     EXPECT_TRUE(sameBytes(got, expected))
@@ -202,7 +193,7 @@ TEST(WaveletTransform, KeepsTheSignsOfZeros) {
             for (const WaveletDirection direction : bothDirections) {
                 std::vector<double> expected = a;
                 transformLineByLine(expected, extents, filter, direction);
-                for (const InstructionSet instructions : instructionSetsHere()) {
+                for (const InstructionSet instructions : setsOfThisMachine()) {
                     std::vector<double> got = a;
                     transformInPlace(got, extents, filter, direction, instructions);
                     EXPECT_TRUE(sameBytes(got, expected)) << name(extents) << ' ' << static_cast<int>(instructions);
@@ -219,7 +210,7 @@ TEST(WaveletTransform, FollowsTheIndexRuleForExtentsThatAreNoPowersOfTwo) {
             const std::vector<double> a = randomVector(extents.total(), random);
             std::vector<double> expected = a;
             transformLineByLine(expected, extents, daubechies(6), direction);
-            for (const InstructionSet instructions : instructionSetsHere()) {
+            for (const InstructionSet instructions : setsOfThisMachine()) {
                 std::vector<double> got = a;
                 transformInPlace(got, extents, daubechies(6), direction, instructions);
                 EXPECT_TRUE(sameBytes(got, expected)) << name(extents) << ' ' << static_cast<int>(instructions);
