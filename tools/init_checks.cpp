@@ -26,6 +26,23 @@ double smallestCell(const MeshGeometry& mesh) {
     return smallest;
 }
 
+// What the error says in front of the number of a value, and behind it.
+struct PlaceWords {
+    std::string before, behind;
+};
+
+// Throws RunError for the first value that is further than `slack` from that of the sensitivity file.
+void requireSame(const std::vector<double>& found, const std::vector<double>& expected, double slack,
+                 const std::string& mtxName, const PlaceWords& words) {
+    for (std::size_t n = 0; n < found.size(); ++n) {
+        if (std::abs(found[n] - expected[n]) > slack) {
+            std::string text = words.before + std::to_string(n + 1) + words.behind;
+            text.append(numberText(expected[n])).append(" as in ").append(mtxName);
+            throw RunError(text.append(", found ").append(numberText(found[n])));
+        }
+    }
+}
+
 }  // namespace
 
 void checkFilesAgree(const std::vector<std::unique_ptr<MtxFile>>& files, const std::vector<std::string>& names) {
@@ -64,17 +81,9 @@ void checkMeshAgrees(const MtxFile& file, const std::string& mtxName, const std:
                        countsText(mesh));
     }
     const double slack = 0.01 * smallestCell(mesh);
-    const auto compare = [&](const std::vector<double>& found, const std::vector<double>& expected, const char* axis) {
-        for (std::size_t n = 0; n < found.size(); ++n) {
-            if (std::abs(found[n] - expected[n]) > slack) {
-                throw RunError(meshName + ": expected node " + std::to_string(n + 1) + " of " + axis + " at " +
-                               numberText(expected[n]) + " as in " + mtxName + ", found " + numberText(found[n]));
-            }
-        }
-    };
-    compare(mesh.xNode, file.mesh.xNode, "x");
-    compare(mesh.yNode, file.mesh.yNode, "y");
-    compare(mesh.zNode, file.mesh.zNode, "z");
+    requireSame(mesh.xNode, file.mesh.xNode, slack, mtxName, {meshName + ": expected node ", " of x at "});
+    requireSame(mesh.yNode, file.mesh.yNode, slack, mtxName, {meshName + ": expected node ", " of y at "});
+    requireSame(mesh.zNode, file.mesh.zNode, slack, mtxName, {meshName + ": expected node ", " of z at "});
 }
 
 void checkDataAgree(const MtxFile& file, const std::string& mtxName, SurveyTable& data, const std::string& dataName) {
@@ -94,17 +103,10 @@ void checkDataAgree(const MtxFile& file, const std::string& mtxName, SurveyTable
         return;  // these files do not hold their stations
     }
     const double slack = 0.1 * smallestCell(file.mesh);
-    const auto compare = [&](const std::vector<double>& found, const std::vector<double>& expected, const char* what) {
-        for (std::size_t n = 0; n < wanted; ++n) {
-            if (std::abs(found[n] - expected[n]) > slack) {
-                throw RunError(dataName + ", record " + std::to_string(n + 1) + ": expected " + what + " " +
-                               numberText(expected[n]) + " as in " + mtxName + ", found " + numberText(found[n]));
-            }
-        }
-    };
-    compare(data.x, file.obs.ObsX, "x");
-    compare(data.y, file.obs.ObsY, "y");
-    compare(data.elevation, file.obs.ObsZ, "elevation");
+    const std::string record = dataName + ", record ";
+    requireSame(data.x, file.obs.ObsX, slack, mtxName, {record, ": expected x "});
+    requireSame(data.y, file.obs.ObsY, slack, mtxName, {record, ": expected y "});
+    requireSame(data.elevation, file.obs.ObsZ, slack, mtxName, {record, ": expected elevation "});
 }
 
 }  // namespace voxlith

@@ -29,7 +29,7 @@ constexpr const char* initExamples =
 // What a name may hold to stand in a control file and be found.
 void checkName(const std::string& option, const std::string& name, std::size_t longest, bool several) {
     const bool good = !name.empty() && name.size() <= longest && name.find_first_of("!\n\r\t") == std::string::npos &&
-                      withoutOuterBlanks(name) == name && (!several || name.find_first_of("|") == std::string::npos);
+                      withoutOuterBlanks(name) == name && (!several || name.find('|') == std::string::npos);
     if (!good) {
         throw RunError(option + " " + name + ": expected a name of at most " + std::to_string(longest) +
                        " characters without \"!\"" + (several ? " and \"|\"" : "") + " that a control file can hold");

@@ -23,9 +23,7 @@ int fail(const char* text) {
     return 1;
 }
 
-}  // namespace
-
-int main(int argumentCount, char** arguments) {
+int runTools(int argumentCount, char** arguments) {
     CLI::App tools("Sensitivity files and synthetic data for voxlith", "voxlith-tools");
     tools.require_subcommand(1);
     tools.footer("voxlith-tools SUBCOMMAND --help shows the options of a subcommand, with examples.");
@@ -46,24 +44,31 @@ int main(int argumentCount, char** arguments) {
     const CLI::App* const bounds = voxlith::addBoundsCommand(tools, boundsOptions);
     const CLI::App* const vtr = voxlith::addVtrCommand(tools, vtrOptions);
     CLI11_PARSE(tools, argumentCount, arguments);
+    if (mtx->parsed()) {
+        voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
+    } else if (predict->parsed()) {
+        voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
+    } else if (bounds->parsed()) {
+        voxlith::printBoundsReport(voxlith::writeBoundsFile(boundsOptions), boundsOptions);
+    } else if (vtr->parsed()) {
+        voxlith::printVtrReport(voxlith::writeVtrFile(vtrOptions));
+    } else if (info->parsed()) {
+        std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
+    } else if (mesh->parsed()) {
+        voxlith::printMeshReport(voxlith::writeMeshFile(meshOptions));
+    } else if (obs->parsed()) {
+        voxlith::printObsReport(voxlith::convertObservedData(obsOptions));
+    } else if (init->parsed()) {
+        voxlith::printInitReport(voxlith::writeControlFile(initOptions), initOptions);
+    }
+    return std::fflush(stdout) == 0 ? 0 : fail("standard output cannot be written");
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
     try {
-        if (mtx->parsed()) {
-            voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
-        } else if (predict->parsed()) {
-            voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
-        } else if (bounds->parsed()) {
-            voxlith::printBoundsReport(voxlith::writeBoundsFile(boundsOptions), boundsOptions);
-        } else if (vtr->parsed()) {
-            voxlith::printVtrReport(voxlith::writeVtrFile(vtrOptions));
-        } else if (info->parsed()) {
-            std::fputs(voxlith::describeMtxFile(infoOptions.fileName).c_str(), stdout);
-        } else if (mesh->parsed()) {
-            voxlith::printMeshReport(voxlith::writeMeshFile(meshOptions));
-        } else if (obs->parsed()) {
-            voxlith::printObsReport(voxlith::convertObservedData(obsOptions));
-        } else if (init->parsed()) {
-            voxlith::printInitReport(voxlith::writeControlFile(initOptions), initOptions);
-        }
+        return runTools(argumentCount, arguments);
     } catch (const voxlith::PlainStop&) {
         return 1;  // the reason has been told
     } catch (const std::bad_alloc&) {
@@ -71,5 +76,4 @@ int main(int argumentCount, char** arguments) {
     } catch (const std::exception& error) {
         return fail(error.what());
     }
-    return std::fflush(stdout) == 0 ? 0 : fail("standard output cannot be written");
 }

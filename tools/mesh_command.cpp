@@ -160,9 +160,10 @@ void printAxis(const char* label, double from, double to, const Extent& core) {
 // Rows of a little more than a power of two cells are nearly half padding.
 void printPaddingHint(const char* axis, std::int32_t cells, std::int32_t padded) {
     constexpr double surplus = 1.15;
-    if (padded > 4 && padded != cells && cells <= surplus * (padded / 2)) {
+    const std::int32_t half = padded / 2;
+    if (padded > 4 && padded != cells && cells <= surplus * half) {
         std::printf("                %d cells %s are padded to %d; with %d the rows would be half as long\n", cells,
-                    axis, padded, padded / 2);
+                    axis, padded, half);
     }
 }
 

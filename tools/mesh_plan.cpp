@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 #include <numeric>
 
 #include "number_text.h"
@@ -14,7 +13,7 @@ namespace voxlith {
 namespace {
 
 // Of a padded array whose rows stay below 2 GiB: what a sensitivity file can have.
-constexpr double mostCells = std::numeric_limits<std::int32_t>::max() / 8;
+constexpr double mostCells = 268435455.0;  // 2147483647 bytes of eight-byte coefficients
 
 [[noreturn]] void throwTooMany(const std::string& axis) {
     throw RunError("the mesh would have too many cells " + axis + ": expected at most " + numberText(mostCells) +

@@ -35,6 +35,7 @@ void require(bool good, const std::string& words) {
 
 std::vector<std::int32_t> codesOf(const std::vector<std::string>& types) {
     std::vector<std::int32_t> codes;
+    codes.reserve(types.size());
     for (const std::string& type : types) {
         codes.push_back(surveyTypeCode(type));
     }

@@ -44,7 +44,7 @@ std::vector<double> leadingNumbers(const std::string& line, std::size_t most) {
 }
 
 std::vector<double> requiredNumbers(StationLines& source, std::size_t count, const std::string& expected) {
-    const std::vector<double> numbers = leadingNumbers(source.line, count);
+    std::vector<double> numbers = leadingNumbers(source.line, count);
     if (numbers.size() != count) {
         throwExpected(source, expected, "\"" + source.line + "\"");
     }

@@ -129,7 +129,7 @@ void holdDeepCells(const Search& search, std::vector<double>& model) {
     }
 }
 
-void hessianProduct(Search& search, double tradeoff, std::vector<double>& model, std::vector<double>& out) {
+void hessianProduct(Search& search, double tradeoff, const std::vector<double>& model, std::vector<double>& out) {
     std::fill(out.begin(), out.end(), 0.0);
     for (std::size_t n = 0; n < search.files.size(); ++n) {
         predict(search, model, n);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 #include <utility>
 
 #include "progress_line.h"
@@ -59,10 +60,8 @@ void joinRing(Growth& growth, std::int32_t from, std::int32_t to, std::int32_t e
 
 // The first points lie on a line, points 0 to apex - 1; the apex is the first one off it.
 void startFan(Growth& growth, std::int32_t apex) {
-    std::vector<std::int32_t> base;
-    for (std::int32_t point = 0; point < apex; ++point) {
-        base.push_back(point);
-    }
+    std::vector<std::int32_t> base(at(apex));
+    std::iota(base.begin(), base.end(), 0);
     if (doubleArea(growth.place(0), growth.place(1), growth.place(apex)) < 0) {
         std::reverse(base.begin(), base.end());
     }

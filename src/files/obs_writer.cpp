@@ -76,7 +76,9 @@ void putStars(TextLine& line, const ObsSet& obs) {
 
 // Of the lines of all records.
 std::size_t expectedBytes(const ObsSet& obs, bool downhole) {
-    constexpr std::size_t station = 3 * coordinateWidth, angles = 2 * angleWidth, datum = 2 * dataWidth;
+    constexpr std::size_t station = std::size_t{3} * coordinateWidth;
+    constexpr std::size_t angles = std::size_t{2} * angleWidth;
+    constexpr std::size_t datum = std::size_t{2} * dataWidth;
     const std::size_t line = station + (downhole ? angles : 0) + datum * static_cast<std::size_t>(obs.nDataTypes) + 1;
     return line * static_cast<std::size_t>(obs.nData);
 }

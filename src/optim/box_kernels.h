@@ -37,8 +37,11 @@ inline bool isFree(std::int32_t status) {
 // are the box, else to its own room.
 struct PieceOfBox {
     PieceOfBox() = default;
+    ~PieceOfBox() = default;
     PieceOfBox(const PieceOfBox&) = delete;
     PieceOfBox& operator=(const PieceOfBox&) = delete;
+    PieceOfBox(PieceOfBox&&) = delete;
+    PieceOfBox& operator=(PieceOfBox&&) = delete;
 
     const double* lower = nullptr;
     const double* upper = nullptr;

@@ -10,10 +10,11 @@ namespace {
 
 // Whole large pages only: what stands beside them belongs to others. The answer changes nothing for the caller.
 void advise(void* start, std::size_t bytes, int advice) {
-    const auto first = (reinterpret_cast<std::uintptr_t>(start) + largePageBytes - 1) / largePageBytes * largePageBytes;
-    const auto behind = (reinterpret_cast<std::uintptr_t>(start) + bytes) / largePageBytes * largePageBytes;
+    const auto address = reinterpret_cast<std::uintptr_t>(start);
+    const std::uintptr_t first = (address + largePageBytes - 1) / largePageBytes * largePageBytes;
+    const std::uintptr_t behind = (address + bytes) / largePageBytes * largePageBytes;
     if (first < behind) {
-        static_cast<void>(::madvise(reinterpret_cast<void*>(first), behind - first, advice));
+        static_cast<void>(::madvise(static_cast<std::byte*>(start) + (first - address), behind - first, advice));
     }
 }
 

@@ -61,7 +61,7 @@ using Lanes = double __attribute__((vector_size(64)));
         const std::int32_t* const i = coefIndex + p;
         const Lanes model{padded[i[0] - 1], padded[i[1] - 1], padded[i[2] - 1], padded[i[3] - 1],
                           padded[i[4] - 1], padded[i[5] - 1], padded[i[6] - 1], padded[i[7] - 1]};
-        Lanes values;
+        Lanes values{};
         loadValues(coefValue + p, values);
         lanes += values * model;
     }
@@ -78,7 +78,7 @@ using Lanes = double __attribute__((vector_size(64)));
                                           double factor, double* padded) {
     std::size_t p = 0;
     for (; p + laneCount <= n; p += laneCount) {
-        Lanes values;
+        Lanes values{};
         loadValues(coefValue + p, values);
         values *= factor;
         std::array<double, laneCount> product;
