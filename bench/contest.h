@@ -50,7 +50,7 @@ struct ContestResult {
     double highest = 0;
 };
 
-// Runs peer and work by turns `rounds` times, after one round that does not count.
+// Runs peer and work by turns `rounds` times, after rounds of a second in all that do not count.
 ContestResult runContest(const Contest& contest, std::size_t rounds);
 
 }  // namespace voxlith
