@@ -215,6 +215,7 @@ void loadSparseRow(BinaryInput& input, const MtxHeader& header, std::int64_t cou
 
 std::size_t loadSparseRows(BinaryInput& input, const MtxHeader& header, SparseCoefStore& store, std::size_t entry,
                            std::size_t behind) {
+    constexpr std::size_t rowsAtOnce = 256;
     constexpr std::size_t bytesAtOnce = std::size_t{1} << 20;  // still in the cache when the indices are looked at
     std::array<std::int32_t, rowsAtOnce> counts{};
     std::array<iovec, 3 * rowsAtOnce> parts{};

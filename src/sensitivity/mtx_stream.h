@@ -31,10 +31,10 @@ void readStreamTail(Sensitivity& sensitivity, std::size_t file, const MeshGeomet
 void loadStreamRow(BinaryInput& input, const MtxHeader& header, std::span<std::int32_t> coefIndex,
                    std::span<std::int32_t> coefValue);
 
-// Reads the sparse rows at the present position, up to `rowsAtOnce` and about a megabyte of them, straight into their
-// places in the store (raw rows of entry, entry + 1, ... of rowOffset, before entry `behind`). Returns how many; the
-// position is behind them. 0 where the next row is a dense one, or is not what the scan has counted.
-constexpr std::size_t rowsAtOnce = 256;
+// Reads the sparse rows at the present position, about a megabyte of them at most, straight into their places in the
+// store (raw rows of entry, entry + 1, ... of rowOffset, before entry `behind`). Returns how many; the position is
+// behind them. 0 where loadStreamRow must take the next row: it is empty, may be dense, or is not what the scan has
+// counted.
 std::size_t loadSparseRows(BinaryInput& input, const MtxHeader& header, SparseCoefStore& store, std::size_t entry,
                            std::size_t behind);
 

@@ -140,6 +140,7 @@ InProcessRun runHere(const TemporaryFolder& folder, const std::vector<std::strin
 void expectClearEnd(const InProcessRun& run) {
     if (run.exitStatus == 2) {
         EXPECT_EQ(linesOf(run.errors).size(), 1U) << run.errors;
+        EXPECT_TRUE(contains(run.errors, "memory")) << run.errors;  // not the name of an exception
         return;
     }
     EXPECT_EQ(run.exitStatus, 0);
