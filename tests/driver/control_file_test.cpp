@@ -1,4 +1,6 @@
 // Control file and its checks, by running the program: screen, log, files and exit status.
+#include "driver/control_file.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -85,7 +87,13 @@ TEST(ControlFile, OfNineLinesRunsWithDefaults) {
     EXPECT_FALSE(contains(run.log, "Weighting"));
     EXPECT_FALSE(contains(run.log, "Maximum number"));
     EXPECT_TRUE(contains(run.log, "Iteration:  300")) << "300 iterations are the default";
-    EXPECT_FALSE(std::filesystem::exists(run.folder.file("voxlith_iter_001.den")));
+    for (const auto& entry : std::filesystem::directory_iterator(run.folder.path()))
+        EXPECT_FALSE(contains(entry.path().filename().string(), "voxlith_iter_")) << entry.path();
+    EXPECT_FALSE(std::filesystem::exists(run.folder.file("voxlith_residual.obs")));
+    ControlRun spelledOut;
+    runWith(spelledOut, ControlLines().set(10, "null").set(11, "null").set(12, "300 0 0"));
+    for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat"})
+        EXPECT_EQ(run.folder.read(name), spelledOut.folder.read(name)) << name;
 }
 
 TEST(ControlFile, OfJustZeroOnLine1HasOneOfEach) {
@@ -100,6 +108,26 @@ TEST(ControlFile, TakesNegativeRestartAsNewRun) {
     ControlRun run;
     runWith(run, ControlLines().set(1, "-5 1 1 1").set(12, "1"));
     EXPECT_TRUE(contains(run.log, "VOXLITH version 2.01 started on: "));
+    ControlRun zero;
+    runWith(zero, ControlLines().set(1, "0 1 1 1").set(12, "1"));
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    EXPECT_EQ(withoutTimes(run.result.screen), withoutTimes(zero.result.screen));
+    for (const char* name : {"voxlith.aux", "voxlith.den", "voxlith.pre"})
+        EXPECT_EQ(withoutTimes(run.folder.read(name)), withoutTimes(zero.folder.read(name))) << name;
+}
+
+TEST(ControlFile, SetsANegativeRestartToZero) {
+    const TemporaryFolder folder;
+    laySurvey(folder, ControlLines().set(1, "-5 1 1 1"));
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    ControlValues control;
+    control.controlFileName = "voxlith.inp";
+    Messages messages;
+    readControlFile(messages, currentDateTime(), control);
+    std::filesystem::current_path(before);
+    EXPECT_EQ(control.iRestart, 0);
+    EXPECT_EQ(control.nMtx, 1);
 }
 
 TEST(ControlFile, LineOfTextInPlaceOfACountKeepsTheRestAtItsDefaults) {
@@ -126,6 +154,16 @@ TEST(ControlFile, CommentInColumn1EmptiesARequiredLine) {
     EXPECT_EQ(run.result.exitStatus, 2);
     EXPECT_TRUE(contains(run.result.errors, "voxlith.inp, line 2"));
     EXPECT_TRUE(contains(run.log, "voxlith.inp, line 2")) << "the reader's error stands in the log as well";
+
+    ControlRun noData;
+    runWith(noData, ControlLines().set(4, "!obs.dat"));
+    EXPECT_EQ(linesOf(noData.log).back(), "Error: the observed data file has not been defined");
+
+    ControlRun noBounds;
+    runWith(noBounds, ControlLines().set(8, "!-1,1").set(12, "1"));
+    EXPECT_EQ(noBounds.result.exitStatus, 0) << noBounds.result.errors;
+    expectLine(noBounds.log, " Bounds file: ");
+    EXPECT_TRUE(contains(noBounds.log, " Alpha values (s, e, n, z):     0.001000")) << "line 9 stays line 9";
 }
 
 TEST(ControlFile, EndsBeforeLine9WithTheReadersError) {
@@ -321,6 +359,46 @@ TEST(ControlFile, SwitchesLimitsOffWhereTheMaximumIsNotAbove) {
     EXPECT_TRUE(std::filesystem::exists(masked.folder.file("voxlith_obs_masked.obs")));
 }
 
+TEST(ControlFile, SwitchesLimitsOffForThatDataTypeAlone) {
+    ControlRun run;
+    laySurvey(run.folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
+    std::string obs = "10\n";
+    for (int i = 1; i <= 10; ++i)
+        obs += "0 0 0 " + std::to_string(i) + " 1.0 " + std::to_string(i) + " 1.0\n";
+    run.folder.write("obs.dat", obs);
+    run.result = runProgram(run.folder, {"voxlith.inp", "ObsClip=(0,0,0,4.5)"});
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    EXPECT_TRUE(contains(run.result.screen, "                      10          1.00         10.00"));
+    EXPECT_TRUE(contains(run.result.screen, "                       4          1.00          4.00"));
+}
+
+TEST(ControlFile, TakesAMisfitFloorOfZeroAndEndsWhereItIsMissing) {
+    ControlRun run;
+    runWith(run, ControlLines().set(12, "1"), {"Misfit=(5,0)"});
+    EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
+    expectLine(run.log, " Target misfit in obs file will be recalculated - Percent:      5.000 Floor:     0.0000");
+    ControlRun plain;
+    runWith(plain, ControlLines().set(12, "1"));
+    EXPECT_NE(run.folder.read("voxlith.den"), plain.folder.read("voxlith.den"));
+
+    ControlRun one;
+    runWith(one, ControlLines().set(12, "1"), {"Misfit=(5)"});
+    EXPECT_EQ(one.result.exitStatus, 2);
+    EXPECT_TRUE(contains(one.result.errors, "Misfit")) << one.result.errors;
+    EXPECT_FALSE(std::filesystem::exists(one.folder.file("voxlith.den")));
+}
+
+TEST(ControlFile, PassesOverUnknownWordsSilently) {
+    ControlRun plain;
+    runWith(plain, ControlLines().set(12, "1"));
+    ControlRun run;
+    runWith(run, ControlLines().set(12, "1"), {"nofast"});
+    EXPECT_EQ(run.result.exitStatus, 0);
+    EXPECT_EQ(run.result.errors, "");
+    EXPECT_EQ(withoutTimes(run.result.screen), withoutTimes(plain.result.screen));
+    EXPECT_EQ(withoutTimes(run.log), withoutTimes(plain.log));
+}
+
 TEST(ControlFile, EndsWithTheReadersErrorForLimitsThatAreTooFew) {
     ControlRun run;
     runWith(run, ControlLines(), {"ObsClip=(1)"});
@@ -333,6 +411,11 @@ TEST(ControlFile, ModeMinus1AddsTheLineSearchLog) {
     runWith(run, ControlLines().set(2, "-1 0 0").set(12, "1"));
     EXPECT_EQ(run.folder.read("voxlith.lsv"), " VoxLith Line Search Values\n\n");
     EXPECT_TRUE(contains(run.log, " Mode: 2  (fixed multiplier)"));
+    ControlRun usual;
+    runWith(usual, ControlLines().set(2, "2 0 0").set(12, "1"));
+    EXPECT_FALSE(std::filesystem::exists(usual.folder.file("voxlith.lsv")));
+    EXPECT_EQ(withoutTimes(run.log), withoutTimes(usual.log)) << "nothing else changes";
+    EXPECT_EQ(run.folder.read("voxlith.den"), usual.folder.read("voxlith.den"));
 }
 
 TEST(ControlFile, InversionMethod2StandsInTheLogAndChangesNothing) {

@@ -143,6 +143,18 @@ TEST(Folding, GoesOffWhenTheFirstTwoFilesDiffer) {
     EXPECT_FALSE(folds(2, 0.0F, 0.0F)) << "a second file that is not there has parameters of 0";
 }
 
+TEST(Folding, LooksAtTheFirstTwoFilesOnly) {
+    RunState run;
+    run.control.nDataTypes = 3;
+    run.sensitivity.header.weightParamA = {2.0F, 2.0F, 9.0F};
+    run.sensitivity.header.weightParamB = {1.0F, 1.0F, -9.0F};
+    foldDepthWeights(run);
+    EXPECT_TRUE(run.sensitivity.foldDepthWeight);
+    run.sensitivity.header.weightParamA = {2.0F, 9.0F, 2.0F};
+    foldDepthWeights(run);
+    EXPECT_FALSE(run.sensitivity.foldDepthWeight);
+}
+
 TEST(Folding, LeavesModelsAndBoundsAloneWhereItIsOff) {
     RunState run;
     run.mesh.nx = run.mesh.ny = 1;
@@ -232,6 +244,27 @@ TEST(Statistics, ShowTheFirstValueOverTheCountAndStarsWithoutData) {
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
     EXPECT_TRUE(contains(result.screen, "                      10         20.00         29.00          2.00\n"));
     EXPECT_TRUE(contains(result.screen, "                0              *             *             *\n"));
+}
+
+TEST(ReferenceFile, ThatIsNotThereIsPassedOverWithoutAWord) {
+    const TemporaryFolder none;
+    laySurvey(none, ControlLines().set(11, "null").set(12, "1"));
+    const ProgramResult expected = runProgram(none, {"voxlith.inp"});
+    ASSERT_EQ(expected.exitStatus, 0) << expected.errors;
+    const TemporaryFolder folder;
+    laySurvey(folder, ControlLines().set(11, "nothere.obs").set(12, "1"));
+    const ProgramResult result = runProgram(folder, {"voxlith.inp"});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(withoutTimes(result.screen), withoutTimes(expected.screen));
+    std::string log = folder.read("voxlith.log");
+    const std::string echo = "match obs): nothere.obs";
+    const std::size_t at = log.find(echo);
+    ASSERT_NE(at, std::string::npos) << log;
+    log.replace(at, echo.size(), "match obs): null");
+    EXPECT_EQ(withoutTimes(log), withoutTimes(none.read("voxlith.log")));
+    EXPECT_EQ(folder.read("voxlith.den"), none.read("voxlith.den"));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("voxlith_residual.obs")));
 }
 
 TEST(ReferenceFile, GivesResidualsAndIsTakenOffTheData) {

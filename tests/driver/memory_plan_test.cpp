@@ -107,6 +107,17 @@ TEST(MemoryLine, ShowsZeroForASmallMesh) {
     EXPECT_TRUE(contains(folder.read("voxlith.log"), "MTX file accessed from memory"));
 }
 
+// The arrays of 2400 cells take about 0.85 MB.
+TEST(MemoryLine, CutsOffTheFractionOfAMegabyte) {
+    const TemporaryFolder folder;
+    laySurvey(folder, ControlLines().set(12, "1"));
+    writeMtx(folder.file("g.mtx"), smallMtxContents(10, {20, 12, 10}, {32, 16, 16}), MtxLayout::tagged);
+    const ProgramResult result = runProgram(folder, {"voxlith.inp"});
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
+    EXPECT_TRUE(contains(result.screen, "Memory allocated:        0MB")) << result.screen;
+    EXPECT_TRUE(contains(folder.read("voxlith.log"), "Memory allocated:        0MB"));
+}
+
 #if !defined(__SANITIZE_ADDRESS__)
 
 // Rows of which each holds every padded position many times over: more than the limited address space takes.
