@@ -8,6 +8,8 @@
 #include <string>
 
 #include "files/dummy_value.h"
+#include "files/error_table.h"
+#include "files/obs_writer.h"
 #include "text/messages.h"
 #include "work_folder.h"
 
@@ -130,6 +132,33 @@ TEST_F(ApparentDensityTable, ADummyCellHasNoValueAndPullsItsNeighboursTowardsZer
     EXPECT_EQ(found[0], starField);
     EXPECT_NEAR(valueOf(found[1]), 2.0, 1e-9);
     EXPECT_NEAR(valueOf(found[2]), 4.0, 1e-9);
+}
+
+// Whoever sets the tables beside the data file finds station n in row n of each, masked or not.
+TEST_F(ApparentDensityTable, AMaskedDatumKeepsItsRowInBothTablesAndInTheDataFile) {
+    ObsSet obs = makeObsSet(3, {0});
+    obs.ObsX = {11.5, 12.5, 14.5};
+    obs.ObsY = {21.0, 22.5, 24.0};
+    obs.obsData = {2.0, dummyValue, 3.0};
+    obs.obsStd = {1.0F, 0.0F, 1.0F};
+    writeObsFile("d.obs", obs, obs.obsData);
+    writeErrorTable(obs);
+    writeApparentDensityTable("t.csv", mesh_, std::vector<double>(18, 0.25), obs);
+    const std::vector<std::string> records = lines("d.obs");
+    const std::vector<std::string> errors = lines("voxlith_error.dat");
+    const std::vector<std::string> densities = lines("t.csv");
+    ASSERT_EQ(records.size(), 4U);
+    ASSERT_EQ(errors.size(), 4U);
+    ASSERT_EQ(densities.size(), 4U);
+    for (std::size_t row = 1; row <= 3; ++row) {
+        EXPECT_EQ(std::stod(records[row].substr(0, 12)), obs.ObsX[row - 1]);
+        EXPECT_EQ(std::stod(errors[row].substr(0, 12)), obs.ObsX[row - 1]);
+        EXPECT_EQ(std::stoi(densities[row].substr(0, 8)), static_cast<int>(row));
+        EXPECT_EQ(std::stod(densities[row].substr(9, 12)), obs.ObsX[row - 1]);
+        EXPECT_EQ(densities[row].substr(34), ",  0.250000E+00");
+        EXPECT_EQ(errors[row].find('*') != std::string::npos, row == 2);
+        EXPECT_EQ(records[row].find('*') != std::string::npos, row == 2);
+    }
 }
 
 TEST_F(ApparentDensityTable, DownwardNodesGiveStarRows) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstring>
 #include <limits>
 
@@ -245,6 +246,33 @@ TEST(MtxSecondFile, anyByteOfItMayBeWrong) {
     }
     testing::internal::GetCapturedStdout();
     EXPECT_GT(stops, 3 * 4 * 7);  // number of data, mesh, padded mesh, and of taps
+}
+
+// No file has a table of directions for each station, whatever its direction flag says: what stands in the place of the
+// mesh is the mesh.
+TEST(MtxDirections, ABlockForEachStationIsTakenForTheMesh) {
+    for (const std::int32_t idir : {-1, 0, 1, 2}) {
+        MtxContents contents = validContents(MtxLayout::tagged);
+        contents.dataType = 1;
+        contents.idir = idir;
+        MtxBytes file = buildMtx(contents, MtxLayout::tagged);
+        std::vector<unsigned char> block(contents.stations.size() * 2 * sizeof(float));
+        for (std::size_t station = 0; station < contents.stations.size(); ++station) {
+            const std::array<float, 2> angles{60.0F, 10.0F};
+            std::memcpy(block.data() + station * sizeof angles, angles.data(), sizeof angles);
+        }
+        const auto place = static_cast<std::ptrdiff_t>(file.places.meshCounts);
+        file.bytes.insert(file.bytes.begin() + place, block.begin(), block.end());
+        testing_support::TemporaryFolder folder;
+        const std::string name = folder.file("directions.mtx");
+        writeFileBytes(name, file.bytes);
+        MtxReading reading;
+        const std::string message = runErrorOf([&] { reading.readFiles({name}); });
+        expectOneClearLine(message, name);
+        EXPECT_EQ(message.find(name + ": byte " + std::to_string(place) + ": "), 0U) << message;
+        // 60.0 and 10.0 read as whole numbers.
+        EXPECT_NE(message.find("1114636288"), std::string::npos) << message;
+    }
 }
 
 }  // namespace
