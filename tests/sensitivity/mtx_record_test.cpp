@@ -68,6 +68,20 @@ TEST_F(MtxRecordTest, everyRecordIsReadAndTheRestIsDerived) {
     EXPECT_EQ(folder.read("log"), " Data type 1: Gz\n");
 }
 
+TEST_F(MtxRecordTest, layersOfThePaddedMeshGiveTheStyle) {
+    struct Case {
+        std::int32_t nz, npz, style, nzl;
+    };
+    for (const Case& test : {Case{10, 1, 1, 1}, {10, 2, 3, 2}, {10, 8, 3, 8}, {10, 16, 0, 10}, {1, 1, 0, 1}}) {
+        writeMtx(name, smallMtxContents(2, {3, 5, test.nz}, {4, 8, test.npz}), MtxLayout::record);
+        MtxReading reading;
+        reading.readFiles({name});
+        EXPECT_TRUE(reading.sensitivity.header.recordForm);
+        EXPECT_EQ(reading.sensitivity.header.inversionStyle, test.style) << test.nz << ' ' << test.npz;
+        EXPECT_EQ(reading.mesh.nzl, test.nzl) << test.nz << ' ' << test.npz;
+    }
+}
+
 TEST_F(MtxRecordTest, highPassTapsAreTheMirrorOfTheLowPassOnes) {
     for (const std::size_t count : {1U, 2U, 5U, 24U}) {
         MtxContents contents = recordContents();
