@@ -303,6 +303,22 @@ TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSec
     }
 }
 
+TEST(Gradient, RationalBarrierPullsOnHeldCellsToo) {
+    for (const double multiplier : {0.0, 0.5}) {
+        SmallOptions options;
+        options.positivityFlag = 1;
+        options.multiplier = multiplier;
+        const auto small = makeSmallProblem(options);
+        small->bounds.fixedCell[5] = 1;
+        const double x = small->arrays.model[5] = 0.4, sum = x * x + 0.3;
+        const auto cells = static_cast<double>(small->cells());
+        const Vector with = gradientAt(*small, small->arrays.model, {0.3, 0.0});
+        const Vector product = hessianTimes(*small, small->arrays.model, {0.3, 0.0});
+        EXPECT_NEAR(with[5], 2.0 * x * 0.3 / (sum * sum) / cells, 1e-14);
+        EXPECT_NEAR(product[5], 2.0 * 0.3 * (0.3 - 3.0 * x * x) / (sum * sum * sum), 1e-12);
+    }
+}
+
 TEST(Gradient, SurfaceStylesHaveNoVerticalPairs) {
     for (const std::int32_t style : {0, 1, 2, 3, 4}) {
         SmallOptions options;
@@ -323,6 +339,8 @@ TEST(Gradient, SingleLayerNeverReadsTheVerticalWeight) {
     const auto small = makeSmallProblem(options);
     std::fill(small->weights.wtZ.begin(), small->weights.wtZ.end(), std::numeric_limits<float>::quiet_NaN());
     for (const double value : gradientAt(*small, small->arrays.model))
+        EXPECT_TRUE(std::isfinite(value));
+    for (const double value : hessianTimes(*small, small->arrays.model))
         EXPECT_TRUE(std::isfinite(value));
     EXPECT_EQ(calcObjective(small->inputs(), {}, small->arrays.model).smoothZ, 0.0);
 }
@@ -454,6 +472,37 @@ TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
         EXPECT_FALSE(isValid(value));
     for (const double value : gradientAt(*small, small->arrays.model))
         EXPECT_EQ(value, 0.0);
+}
+
+TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
+    SmallOptions options;
+    options.multiplier = 0.0;
+    const auto small = makeSmallProblem(options);
+    small->layLines(1, 2.0F);
+    ObsSet& obs = small->obs;
+    obs.nLines = 2;
+    obs.maxLineData = 11;
+    obs.lineFirstLast = {{1, 1}, {2, 12}};
+    obs.lineCount = {1, 11};
+    obs.lineName.push_back(obs.lineName[0]);
+    std::fill(obs.dataLine.begin() + 1, obs.dataLine.end(), 2);
+    small->lines.lineTime.assign(22, 0.0);
+    for (std::size_t n = 0; n < 11; ++n)
+        small->lines.lineTime[11 + n] = static_cast<double>(n);
+    small->lines.windowRange.assign(22, {});
+    small->lines.windowWeight.assign(3 * 22, 0.25);
+    const double misfit = calcObjective(small->inputs(), {}, small->arrays.model).misfit;
+    EXPECT_EQ(obs.predData[0], dummyValue);
+    double sum = 0.0;
+    for (std::size_t n = 1; n < 12; ++n)
+        if (isValid(obs.predData[n]))
+            sum += (obs.predData[n] - obs.obsData[n]) * (obs.predData[n] - obs.obsData[n]);
+    EXPECT_GT(sum, 0.0);
+    EXPECT_NEAR(misfit, sum / 12.0, 1e-12 * sum);
+    obs.obsData[0] += 100.0;
+    EXPECT_EQ(calcObjective(small->inputs(), {}, small->arrays.model).misfit, misfit);
+    residualRows(small->inputs());
+    EXPECT_EQ(obs.obsWork1[0], 0.0);
 }
 
 TEST(Gradient, RunWithoutProductsHasNoDataPart) {

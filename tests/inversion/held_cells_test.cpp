@@ -35,7 +35,10 @@ TEST(HeldCells, StyleLeavesAsManyCellsFreeAsItsCode) {
 
 TEST(HeldCells, FullModelsAreFree) {
     for (const std::int32_t style : {0, 4}) {
-        const auto small = makeSmallProblem();
+        SmallOptions options;
+        options.cellsZXY = {6, 3, 4};  // columns longer than either code
+        options.paddedZXY = {8, 4, 4};
+        const auto small = makeSmallProblem(options);
         holdDeepCells(style, small->mesh, small->arrays.model, small->bounds);
         for (const std::int32_t flag : small->bounds.fixedCell)
             EXPECT_EQ(flag, 0);

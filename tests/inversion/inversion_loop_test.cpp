@@ -225,6 +225,73 @@ TEST_F(InversionLoop, SearchWithoutAcceptedTrialLeavesTheModel) {
     EXPECT_NE(log().find("     0\n", log().find("time, steps+: ")), std::string::npos);
 }
 
+// Nothing is held here: where no trial can lower the objective, free cells stay as they are, too.
+TEST_F(InversionLoop, WithoutDataAndModelTermsFreeCellsStay) {
+    SmallOptions options;
+    options.multiplier = 0.0;
+    const auto small = makeSmallProblem(options);
+    for (std::size_t station = 0; station < 12; ++station)
+        small->maskDatum(0, station);
+    const Vector start = small->arrays.model;
+    runTo(*small, 30);
+    EXPECT_EQ(small->arrays.model, start);
+    EXPECT_EQ(count(screen(), " nCGiter: "), 1U);
+    const std::vector<Row> all = rows();
+    ASSERT_EQ(all.size(), 31U);
+    for (const Row& row : all) {
+        EXPECT_EQ(row.misfit, 0.0);
+        EXPECT_GT(row.norm, 0.0);
+        EXPECT_EQ(row.total, 0.0);
+    }
+    EXPECT_EQ(all[12].tail, "   0+");
+}
+
+TEST_F(InversionLoop, AllDataMaskedFitsTheReferenceAlone) {
+    const auto small = makeSmallProblem();
+    for (std::size_t station = 0; station < 12; ++station)
+        small->maskDatum(0, station);
+    runTo(*small, 30);
+    const std::vector<Row> all = rows();
+    ASSERT_EQ(all.size(), 31U);
+    for (const Row& row : all) {
+        EXPECT_EQ(row.misfit, 0.0);
+        EXPECT_TRUE(std::isfinite(row.total));
+    }
+    EXPECT_LT(all.back().total, all.front().total);
+}
+
+TEST_F(InversionLoop, StyleFourRunsAsStyleZero) {
+    Vector model;
+    std::vector<Row> table;
+    std::string prediction, gradient;
+    for (const std::int32_t style : {0, 4}) {
+        SmallOptions options;
+        options.inversionStyle = style;
+        options.cellsZXY = {6, 3, 4};  // columns longer than the code: none of their cells is held
+        options.paddedZXY = {8, 4, 4};
+        const auto small = makeSmallProblem(options);
+        runTo(*small, 26);
+        if (style == 0) {
+            model = small->arrays.model;
+            table = rows();
+            prediction = read("voxlith.pre");
+            gradient = read("voxlith_grad.mod");
+            continue;
+        }
+        EXPECT_EQ(small->arrays.model, model);
+        EXPECT_EQ(read("voxlith.pre"), prediction);
+        EXPECT_EQ(read("voxlith_grad.mod"), gradient);
+        const std::vector<Row> all = rows();
+        ASSERT_EQ(all.size(), table.size());
+        for (std::size_t n = 0; n < all.size(); ++n) {
+            EXPECT_EQ(all[n].misfit, table[n].misfit);
+            EXPECT_EQ(all[n].norm, table[n].norm);
+            EXPECT_EQ(all[n].total, table[n].total);
+            EXPECT_EQ(all[n].tail, table[n].tail);
+        }
+    }
+}
+
 TEST_F(InversionLoop, DummyIsWrittenAndThenReplaced) {
     SmallOptions options;
     options.fold = false;
@@ -236,6 +303,29 @@ TEST_F(InversionLoop, DummyIsWrittenAndThenReplaced) {
     EXPECT_EQ(small->arrays.model[3], 0.0);
     runTo(*small, 1);
     EXPECT_EQ(linesOf(read("voxlith.rho"))[3], "  0.000000E+00");
+}
+
+// The iteration model is written behind the replacement, the running model before it.
+TEST_F(InversionLoop, DummiesOfAllModelTypesAreReplacedBeforeTheIterationModel) {
+    for (const std::int32_t last : {1, 2}) {
+        SmallOptions options;
+        options.fold = false;
+        options.nModelTypes = options.nMtx = options.nDataTypes = 2;
+        const auto small = makeSmallProblem(options);
+        const std::size_t cell = small->cells() + 3;
+        small->arrays.model[cell] = dummyValue;
+        small->bounds.fixedCell[cell] = 1;
+        LoopSettings settings = small->settings();
+        settings.outputStep = 1;
+        settings.maxIterations = last;
+        run(*small, settings);
+        EXPECT_EQ(small->arrays.model[cell], 0.0);
+        EXPECT_EQ(linesOf(read("voxlith_02.rho"))[3], last == 1 ? " -0.100000E+33" : "  0.000000E+00");
+        EXPECT_EQ(exists("voxlith_iter_00102.den"), last == 2);
+        if (last == 2) {
+            EXPECT_EQ(linesOf(read("voxlith_iter_00102.den"))[3], "  0.000000E+00");
+        }
+    }
 }
 
 TEST_F(InversionLoop, IterationModelsComeAtEveryStepButTheLast) {

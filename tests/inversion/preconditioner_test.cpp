@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "support/small_problem.h"
 
@@ -76,6 +78,19 @@ TEST(Preconditioner, DiagonalIsSummedInSinglePrecision) {
     buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
     EXPECT_EQ(regDiag[0], 1.0F);
     EXPECT_EQ(regDiag[1], 1.0F / 9.0F + 1e-8F);
+}
+
+TEST(Preconditioner, SingleLayerNeverReadsTheVerticalWeight) {
+    SmallOptions options;
+    options.cellsZXY = {1, 4, 5};
+    options.paddedZXY = {1, 4, 8};
+    const auto small = makeSmallProblem(options);
+    std::fill(small->weights.wtZ.begin(), small->weights.wtZ.end(), std::numeric_limits<float>::quiet_NaN());
+    auto& regDiag = small->arrays.preconWork[0];
+    buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
+    const std::vector<double> want = diagonalByPairs(*small);
+    for (std::size_t n = 0; n < want.size(); ++n)
+        EXPECT_NEAR(static_cast<double>(regDiag[n]), want[n], 3e-6 * want[n]);
 }
 
 TEST(Preconditioner, IsTheInverseRootOfTheWholeDiagonal) {
