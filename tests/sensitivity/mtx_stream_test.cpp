@@ -171,12 +171,14 @@ TEST_F(MtxStreamTest, layersOfThePaddedMeshGiveTheStyle) {
          {Case{10, 1, 1, 1}, {10, 2, 3, 2}, {10, 8, 3, 8}, {10, 16, 0, 10}, {8, 8, 0, 8}, {1, 1, 0, 1}}) {
         MtxContents contents = numberedContents(2, {3, 5, test.nz}, {4, 8, test.npz});
         contents.version = 1;
-        MtxReading reading;
-        reading.readFiles({make(contents, MtxLayout::tagged)});
-        EXPECT_EQ(reading.sensitivity.header.inversionStyle, test.style) << test.nz << ' ' << test.npz;
-        EXPECT_EQ(reading.mesh.nzl, test.nzl);
-        EXPECT_EQ(reading.sensitivity.header.nPadTotal, 32 * std::max(test.nz, test.npz));
-        EXPECT_EQ(reading.sensitivity.header.nPadded, 32 * test.npz);
+        for (const MtxLayout layout : {MtxLayout::tagged, MtxLayout::bare}) {
+            MtxReading reading;
+            reading.readFiles({make(contents, layout)});
+            EXPECT_EQ(reading.sensitivity.header.inversionStyle, test.style) << test.nz << ' ' << test.npz;
+            EXPECT_EQ(reading.mesh.nzl, test.nzl);
+            EXPECT_EQ(reading.sensitivity.header.nPadTotal, 32 * std::max(test.nz, test.npz));
+            EXPECT_EQ(reading.sensitivity.header.nPadded, 32 * test.npz);
+        }
     }
 }
 
@@ -207,6 +209,16 @@ TEST_F(MtxStreamTest, theStyleOfTheLastFileStandsAndLayersOfTheFirst) {
     std::vector<double> expected = first.layerResponse;
     expected.insert(expected.end(), 8, 7.0);
     expected.insert(expected.end(), 8, 0.0);
+    EXPECT_EQ(reading.sensitivity.layerResponse, expected);
+}
+
+TEST_F(MtxStreamTest, theLayersOfABareFirstFileSizeTheResponsesOfATaggedSecond) {
+    const MtxContents contents = numberedContents(4, {3, 5, 4}, {4, 8, 2});
+    MtxReading reading(2);
+    reading.readFiles({make(contents, MtxLayout::bare), make(contents, MtxLayout::tagged, "b")});
+    EXPECT_EQ(reading.mesh.nzl, 2);
+    std::vector<double> expected(12, 0.0);
+    expected.insert(expected.end(), contents.layerResponse.begin(), contents.layerResponse.end());
     EXPECT_EQ(reading.sensitivity.layerResponse, expected);
 }
 
