@@ -49,6 +49,9 @@ TEST(ContinuedRun, WithoutProgressTableStopsBehindTheInputs) {
     EXPECT_EQ(linesOf(folder.read("voxlith.log")).back(), " File voxlith.aux not found");
     EXPECT_TRUE(contains(folder.read("voxlith.log"), "Observed data: NumValid"));
     EXPECT_FALSE(std::filesystem::exists(folder.file("voxlith.aux")));
+    // Bounds and models are read before the progress table is looked for, so theirs is the message that comes.
+    std::filesystem::remove(folder.file("voxlith.rho"));
+    EXPECT_EQ(linesOf(runNow(folder).screen).back(), " Model File voxlith.rho not found");
 }
 
 TEST(ContinuedRun, NamesItsKindOnTheScreenFor1And2Only) {
