@@ -517,7 +517,9 @@ TEST_F(InversionLoop, RefusalOfTheOptimiserStopsNothingAndRepeatsTheReports) {
 }
 
 TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
-    for (const std::int32_t method : {1, 2, 3}) {
+    Vector usual;
+    for (const std::int32_t method : {0, 1, 2, 3}) {
+        SCOPED_TRACE(method);
         const auto small = makeSmallProblem();
         LoopSettings settings = small->settings();
         settings.InversionMethod = method;
@@ -525,11 +527,14 @@ TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
         run(*small, settings);
         ASSERT_EQ(rows().size(), 27U);
         EXPECT_LT(rows().back().total, rows().front().total);
+        if (method == 0)
+            usual = small->arrays.model;
+        EXPECT_EQ(small->arrays.model == usual, method == 0 || method == 3);
     }
 }
 
-// Where the objective goes to 0, a gain between the tolerances of magnetic and of other data ends a run of the optimiser
-// under the one and not under the other, and the models part. Data types behind the first have no say.
+// Where the objective goes to 0, a gain between the tolerances of magnetic and of other data ends a run of the
+// optimiser under the one and not under the other, and the models part. Data types behind the first have no say.
 TEST_F(InversionLoop, OptimiserToleranceHangsOnTheFirstDataTypeAlone) {
     int parted = 0;
     for (const unsigned seed : {3U, 4U}) {
