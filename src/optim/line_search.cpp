@@ -7,7 +7,9 @@ namespace voxlith {
 
 namespace {
 
-constexpr double extrapolation = 4.0;  // an unbracketed step grows by at most this factor
+// Limits of a step as long as no minimiser is bracketed: the trial step plus this much of its distance from the best one.
+constexpr double leastExtrapolation = 1.1;
+constexpr double largestExtrapolation = 4.0;
 constexpr double requiredShrinkage = 0.66;
 
 // The common terms of the cubic that interpolates two values and two slopes: theta and gamma of the paper.
@@ -130,8 +132,8 @@ void keepStepWithinLimits(const LineSearchLimits& limits, TrialPoint& trial, Lin
         state.lowest = std::min(state.best.step, state.other.step);
         state.highest = std::max(state.best.step, state.other.step);
     } else {
-        state.lowest = state.best.step;
-        state.highest = trial.step + extrapolation * (trial.step - state.best.step);
+        state.lowest = trial.step + leastExtrapolation * (trial.step - state.best.step);
+        state.highest = trial.step + largestExtrapolation * (trial.step - state.best.step);
     }
     trial.step = std::min(std::max(trial.step, limits.smallestStep), limits.largestStep);
     const bool noRoom = trial.step <= state.lowest || trial.step >= state.highest ||
@@ -183,7 +185,7 @@ void beginSearch(double value, double slope, double firstStep, const LineSearchL
         state.other = state.start;
         state.width = limits.largestStep - limits.smallestStep;
         state.widthBefore = 2.0 * state.width;
-        state.highest = firstStep + extrapolation * firstStep;
+        state.highest = firstStep + largestExtrapolation * firstStep;
         setTask(state.request, "FG");
     }
 }

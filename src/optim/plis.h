@@ -56,7 +56,7 @@ struct PlisState {
 //   l[n], u[n], nbd[n]  bounds and their codes: 0 none, 1 lower, 2 upper, 3 and 4 both, 5 and 6 fixed. Changed: a
 //   negative
 //           code marks a bound that is active at present, -5 a fixed variable; state -1 takes negative codes back
-//           first, turns code 3 with l >= u to a fixed variable and sets the bounds of variables with code 5 or 6 to x
+//           first, and fixes variables with code 5 or 6, or with code 3 or 4 and l >= u: their bounds become x, their code 5
 //   f, g[n] value and gradient at x; f is overwritten by state -1, both by a failed search, with those of the last good
 //           point
 //   wa      workspace of at least (m+4)n + 2m: s[n], xo[n], go[n], shiftedStep[n], lowRank[n x m] column by column,

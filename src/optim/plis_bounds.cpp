@@ -47,8 +47,8 @@ void startBounds(const Box& box, std::span<double> x) {
         if ((code == 3 || code == 4) && box.l[i] >= box.u[i]) {
             code = 5;
             box.u[i] = box.l[i];
-            x[i] = box.l[i];
-        } else if (code == 5 || code == 6) {
+        }
+        if (code == 5 || code == 6) {
             code = 5;
             box.l[i] = x[i];
             box.u[i] = x[i];

@@ -13,7 +13,8 @@ struct Box {
     std::span<std::int32_t> nbd;
 };
 
-// Takes active codes back, settles fixed variables (code 5, both bounds equal) and moves x into its bounds.
+// Takes active codes back, fixes variables (code 5, both bounds equal to x) whose code is 5 or 6 or whose
+// bounds leave no interval, and moves all others into their bounds.
 void startBounds(const Box& box, std::span<double> x);
 
 // Moves x into its bounds; what is nearer to a bound than 1e-8 of the bound, at least of 1, is put upon it.

@@ -80,12 +80,14 @@ TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
         if (way == "live")
             run.f = evaluateTestFunction(recording.at("function"), run.x, run.g);
     }
-    EXPECT_GT(point, 30u);
+    EXPECT_GT(point, 15u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Plis, PlisRecording,
                          testing::Combine(testing::Values("plis_free_method1_gradient.json",
-                                                          "plis_bounded_method2_gradient.json"),
+                                                          "plis_bounded_method2_gradient.json",
+                                                          "plis_codes_4_5_6.json",
+                                                          "plis_codes_4_5_6_gradient.json"),
                                           testing::Values("replay", "live")));
 
 }  // namespace

@@ -393,9 +393,11 @@ TEST(Plis, StartPutsXIntoItsBounds) {
     EXPECT_EQ(run.x[1], -1.0);
     EXPECT_EQ(run.x[2], 0.5e-8);  // near enough to be put upon it
     EXPECT_EQ(run.x[3], 0.0);
-    EXPECT_EQ(run.x[4], 2.0);
-    EXPECT_EQ(run.x[5], 2.0);  // reversed bounds: the lower one holds
-    EXPECT_EQ(run.u[5], 2.0);
+    for (const std::size_t i : {4u, 5u}) {  // equal and reversed bounds fix the variable where it is
+        EXPECT_EQ(run.x[i], 0.0);
+        EXPECT_EQ(run.l[i], 0.0);
+        EXPECT_EQ(run.u[i], 0.0);
+    }
     EXPECT_EQ(run.x[6], 0.0);
     EXPECT_EQ(run.nbd, (std::vector<std::int32_t>{-1, -2, -3, 4, -5, -5, 0}));
 }
@@ -544,7 +546,8 @@ TEST(Plis, EqualBoundsFixAVariable) {
         PlisRun one = rosenbrockRun(method, 6, 3);
         one.nb = 1;
         one.nbd[2] = 3;
-        one.l[2] = one.u[2] = 0.75;
+        one.l[2] = one.u[2] = 0.5;
+        one.x[2] = 0.75;
         PlisRun all = one;
         one.minimise(rosenbrockChain);
         EXPECT_EQ(one.x[2], 0.75);
@@ -555,9 +558,12 @@ TEST(Plis, EqualBoundsFixAVariable) {
             EXPECT_TRUE(i == 2 || std::abs(g[i]) < 1.0e-4) << "variable " << i + 1 << " method " << method;
         all.nbd.assign(6, 3);
         all.l = all.u = Vector{0.5, -0.5, 1.5, 0.0, 2.0, 1.0};
+        const Vector start = all.x;
         all.minimise(rosenbrockChain);
         EXPECT_EQ(all.stopCode, 4);
-        EXPECT_EQ(all.x, all.l);
+        EXPECT_EQ(all.x, start);
+        EXPECT_EQ(all.l, start);
+        EXPECT_EQ(all.u, start);
     }
 }
 

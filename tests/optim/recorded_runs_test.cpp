@@ -57,7 +57,7 @@ TEST_P(RecordedCalls, AreRepeatedWithComputedValues) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lbfgsb, RecordedCalls,
-                         testing::Values("lbfgsb_box30.json", "lbfgsb_chained25_lower.json",
+                         testing::Values("lbfgsb_box30.json", "lbfgsb_chained25_lower.json", "lbfgsb_extrapolation.json",
                                          "lbfgsb_failed_searches_free.json", "lbfgsb_fixed1_no_bounds.json",
                                          "lbfgsb_rosenbrock2_free.json"));
 

@@ -98,6 +98,19 @@ inline double tridiagonalQuadratic(const nlohmann::json& description, const Vect
     return f;
 }
 
+// One variable whose slope is a polynomial; the value is 0 at 0.
+inline double slopePolynomial(const nlohmann::json& description, const Vector& x, Vector& g) {
+    const Vector coefficients = description.at("coefficients");
+    double f = 0.0;
+    double power = 1.0;
+    for (std::size_t k = 0; k < coefficients.size(); ++k) {
+        g[0] += coefficients[k] * power;
+        power *= x[0];
+        f += coefficients[k] * power / static_cast<double>(k + 1);
+    }
+    return f;
+}
+
 }  // namespace detail
 
 inline nlohmann::json readOptimiserData(const std::string& name) {
@@ -119,6 +132,8 @@ inline double evaluateTestFunction(const nlohmann::json& description, const std:
         f = detail::chained(x, g);
     else if (kind == "tridiagonal_quadratic")
         f = detail::tridiagonalQuadratic(description, x, g);
+    else if (kind == "slope_polynomial")
+        f = detail::slopePolynomial(description, x, g);
     else
         throw std::runtime_error("unknown test function " + kind);
     if (kind == "rosenbrock_bad_gradient" && f < description.at("below").get<double>()) {
