@@ -1,6 +1,7 @@
-// voxlith-bench: the same work under Google Benchmark, for its filters, repetitions and output formats. Each contest is
-// one benchmark; its time is that of the work, and the counter "ratio" is that time over the peer's. The groups come
-// from BENCH_GROUPS (separated by commas; default all), the rows from BENCH_MTX, the folder from BENCH_FOLDER.
+// voxlith-bench: the same work under Google Benchmark, for its filters, repetitions and output formats. Each
+// benchmarkCase is one benchmark; its time is that of the work, and the counter "ratio" is that time over the peer's.
+// The groups come from BENCH_GROUPS (separated by commas; default all), the rows from BENCH_MTX, the folder from
+// BENCH_FOLDER.
 
 #include <benchmark/benchmark.h>
 
@@ -10,7 +11,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "contest.h"
+#include "benchmark_case.h"
 
 namespace {
 
@@ -25,14 +26,14 @@ std::vector<std::string> wantedGroups() {
     for (std::string group; std::getline(text, group, ',');) {
         groups.push_back(group);
     }
-    return groups.empty() ? voxlith::contestGroups() : groups;
+    return groups.empty() ? voxlith::benchmarkGroups() : groups;
 }
 
-void runUnderBenchmark(benchmark::State& state, const voxlith::Contest& contest) {
+void runUnderBenchmark(benchmark::State& state, const voxlith::BenchmarkCase& benchmarkCase) {
     double workSeconds = 0.0, peerSeconds = 0.0;
     for ([[maybe_unused]] auto iteration : state) {
-        peerSeconds += contest.runPeer();
-        const double seconds = contest.runWork();
+        peerSeconds += benchmarkCase.runPeer();
+        const double seconds = benchmarkCase.runWork();
         workSeconds += seconds;
         state.SetIterationTime(seconds);
     }
@@ -46,10 +47,10 @@ void registerAll() {
         environmentText("BENCH_FOLDER", (std::filesystem::temp_directory_path() / "voxlith-bench").string());
     std::filesystem::create_directories(options.folder);
     for (const std::string& group : wantedGroups()) {
-        for (const voxlith::Contest& contest : voxlith::makeContests(group, options)) {
-            const std::string name = contest.work + " / " + contest.peer;
-            benchmark::RegisterBenchmark(name.c_str(),
-                                         [contest](benchmark::State& state) { runUnderBenchmark(state, contest); })
+        for (const voxlith::BenchmarkCase& benchmarkCase : voxlith::makeBenchmarkCases(group, options)) {
+            const std::string name = benchmarkCase.work + " / " + benchmarkCase.peer;
+            benchmark::RegisterBenchmark(
+                name.c_str(), [benchmarkCase](benchmark::State& state) { runUnderBenchmark(state, benchmarkCase); })
                 ->UseManualTime()
                 ->Unit(benchmark::kMillisecond);
         }

@@ -6,26 +6,26 @@
 #include <exception>
 #include <filesystem>
 
-#include "contest.h"
+#include "benchmark_case.h"
 
 namespace {
 
 struct Run {
     voxlith::BenchOptions options;
-    std::vector<std::string> groups = voxlith::contestGroups();
+    std::vector<std::string> groups = voxlith::benchmarkGroups();
     std::size_t rounds = 9;
 };
 
-void printLine(const voxlith::Contest& contest, const voxlith::ContestResult& result) {
+void printLine(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
     char goal[16] = "-";
-    if (contest.goal) {
-        std::snprintf(goal, sizeof goal, "%.2f", *contest.goal);
+    if (benchmarkCase.goal) {
+        std::snprintf(goal, sizeof goal, "%.2f", *benchmarkCase.goal);
     }
-    const char* const verdict = !contest.goal ? "" : result.ratio <= *contest.goal ? "met" : "missed";
-    std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", contest.work.c_str(), contest.peer.c_str(), result.ratio,
-                result.lowest, result.highest, goal, verdict);
-    if (!contest.note.empty()) {
-        std::printf("    %s\n", contest.note.c_str());
+    const char* const verdict = !benchmarkCase.goal ? "" : result.ratio <= *benchmarkCase.goal ? "met" : "missed";
+    std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", benchmarkCase.work.c_str(), benchmarkCase.peer.c_str(),
+                result.ratio, result.lowest, result.highest, goal, verdict);
+    if (!benchmarkCase.note.empty()) {
+        std::printf("    %s\n", benchmarkCase.note.c_str());
     }
     std::fflush(stdout);
 }
@@ -36,8 +36,8 @@ void printTable(const Run& run) {
                 run.rounds);
     std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "peer", "ratio", "lowest", "highest", "goal");
     for (const std::string& group : run.groups) {
-        for (const voxlith::Contest& contest : voxlith::makeContests(group, run.options)) {
-            printLine(contest, voxlith::runContest(contest, run.rounds));
+        for (const voxlith::BenchmarkCase& benchmarkCase : voxlith::makeBenchmarkCases(group, run.options)) {
+            printLine(benchmarkCase, voxlith::measureRatio(benchmarkCase, run.rounds));
         }
     }
 }
@@ -61,7 +61,7 @@ int main(int argumentCount, char** arguments) {
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     program.add_option("--rounds", run.rounds, "Rounds that count")->check(CLI::PositiveNumber)->capture_default_str();
-    program.add_option("--only", run.groups, "Groups to run")->check(CLI::IsMember(voxlith::contestGroups()));
+    program.add_option("--only", run.groups, "Groups to run")->check(CLI::IsMember(voxlith::benchmarkGroups()));
     CLI11_PARSE(program, argumentCount, arguments);
     try {
         printTable(run);

@@ -6,10 +6,10 @@
 #include <memory>
 #include <random>
 
-#include "mtx_command.h"
-#include "mtx_file.h"
-#include "text/messages.h"
-#include "text/output_file.h"
+#include "base/messages.h"
+#include "base/output_file.h"
+#include "cli/mtx_command.h"
+#include "forward/mtx_file.h"
 
 namespace voxlith {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "contest.h"
+#include "benchmark_case.h"
 
 namespace voxlith {
 

@@ -1,9 +1,9 @@
 # The programs once more, held to narrower vector instructions than the machine may have: <build>/plain, <build>/avx2. Only for
 # comparing results; what is chosen here is no setting of the program itself.
 foreach(widest plain avx2)
-    add_executable(voxlith_${widest} src/main.cpp src/optim/instruction_set.cpp)
+    add_executable(voxlith_${widest} src/main.cpp src/simd/instruction_set.cpp)
     target_link_libraries(voxlith_${widest} PRIVATE voxlith_core voxlith_flags)
-    add_executable(voxlith_tools_${widest} tools/main.cpp src/optim/instruction_set.cpp)
+    add_executable(voxlith_tools_${widest} tools/cli/main.cpp src/simd/instruction_set.cpp)
     target_link_libraries(voxlith_tools_${widest} PRIVATE voxlith_tools_lib voxlith_flags)
     foreach(program voxlith_${widest} voxlith_tools_${widest})
         target_include_directories(${program} PRIVATE src)

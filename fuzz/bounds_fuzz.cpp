@@ -1,5 +1,5 @@
 // Bounds files, and the texts that may stand in their place on the control line.
-#include "files/bounds_file.h"
+#include "formats/bounds_file.h"
 #include "small_mesh.h"
 
 using namespace voxlith;

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <vector>
 
+#include "base/free_format.h"
+#include "base/number_scan.h"
 #include "harness.h"
-#include "text/free_format.h"
-#include "text/number_scan.h"
 
 using namespace voxlith;
 
@@ -29,8 +29,8 @@ void readBothWays(std::string_view text, const fuzzing::InputFile& file, std::si
         fuzzing::require(status == statusOfFile, "text and file give the same status");
         fuzzing::require(valuesTaken == read.valuesTaken, "text and file give as many values");
     }
-    const auto alike = [](Number a, Number b) { return a == b || (a != a && b != b); };
-    fuzzing::require(std::equal(fromText.begin(), fromText.end(), fromFile.begin(), alike),
+    const auto uniform = [](Number a, Number b) { return a == b || (a != a && b != b); };
+    fuzzing::require(std::equal(fromText.begin(), fromText.end(), fromFile.begin(), uniform),
                      "text and file give the same values");
     endFreeFormatRead(read);
 }
@@ -66,7 +66,7 @@ void compareWithLibrary(std::string_view text) {
             continue;
         double wide = 0;
         float narrow = 0;
-        fuzzing::require(wordToNumber(word, wide) && wordToNumber(word, narrow),
+        fuzzing::require(parseNumber(word, wide) && parseNumber(word, narrow),
                          "a number of the common spelling is read");
         fuzzing::require(
             std::bit_cast<std::uint64_t>(wide) == std::bit_cast<std::uint64_t>(std::strtod(word.c_str(), nullptr)),

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "text/messages.h"
+#include "base/messages.h"
 
 namespace voxlith::fuzzing {
 

@@ -1,7 +1,7 @@
 // Model files, and the texts that may stand in their place on the control line.
-#include "files/dummy_value.h"
-#include "files/model_file.h"
+#include "formats/model_file.h"
 #include "small_mesh.h"
+#include "survey/dummy_value.h"
 
 using namespace voxlith;
 

@@ -44,7 +44,7 @@ void useFiles(RunState& run, bool fromDisk) {
     if (fromDisk)
         useDisk(sensitivity, std::span(run.control.mtxFileText).first(static_cast<std::size_t>(run.control.nMtx)));
     else
-        arrangeRowsInMemory(sensitivity, run.obs.obsStd);
+        buildBlockedRows(sensitivity, run.obs.obsStd);
     for (std::size_t file = 0; file < static_cast<std::size_t>(run.control.nMtx); ++file)
         multiply(run, file);
 }

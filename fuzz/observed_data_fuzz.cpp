@@ -3,8 +3,8 @@
 #include <array>
 
 #include "driver/integration_windows.h"
-#include "files/obs_reader.h"
-#include "files/obs_writer.h"
+#include "formats/obs_reader.h"
+#include "formats/obs_writer.h"
 #include "harness.h"
 
 using namespace voxlith;

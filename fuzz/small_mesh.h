@@ -1,8 +1,8 @@
 // Small meshes for the targets that read files of cells.
 #pragma once
 
-#include "files/mesh_geometry.h"
 #include "harness.h"
+#include "survey/mesh_geometry.h"
 
 namespace voxlith::fuzzing {
 

@@ -1,6 +1,6 @@
 // The header of a sensitivity file of any form, as the companion tools show it.
+#include "cli/info_command.h"
 #include "harness.h"
-#include "info_command.h"
 
 using namespace voxlith;
 

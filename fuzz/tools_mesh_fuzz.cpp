@@ -1,7 +1,7 @@
 // Mesh files and station files of the companion tools; the first byte chooses.
 #include "harness.h"
-#include "station_file.h"
-#include "survey_mesh.h"
+#include "preparation/station_file.h"
+#include "preparation/survey_mesh.h"
 
 using namespace voxlith;
 

@@ -4,10 +4,10 @@
 #include <fstream>
 #include <iterator>
 
-#include "files/dummy_value.h"
-#include "files/obs_reader.h"
+#include "cli/obs_command.h"
+#include "formats/obs_reader.h"
 #include "harness.h"
-#include "obs_command.h"
+#include "survey/dummy_value.h"
 
 using namespace voxlith;
 

@@ -2,7 +2,7 @@
 // bytes.
 #include <array>
 
-#include "files/weight_file.h"
+#include "formats/weight_file.h"
 #include "small_mesh.h"
 
 using namespace voxlith;

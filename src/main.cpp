@@ -15,7 +15,7 @@ namespace {
 
 // With standard error closed, the first file that is opened takes its number, and a message on the way out would be
 // written into that file.
-void keepStandardErrorApart() {
+void reserveStderrDescriptor() {
     if (::fcntl(STDERR_FILENO, F_GETFD) != -1)
         return;
     const int nowhere = ::open("/dev/null", O_WRONLY);
@@ -28,7 +28,7 @@ void keepStandardErrorApart() {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-    keepStandardErrorApart();
+    reserveStderrDescriptor();
     // A reader of the screen that goes away and a file that outgrows its limit become error messages, not silent ends.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "text/text_line.h"
+#include "base/text_line.h"
 
 namespace voxlith {
 

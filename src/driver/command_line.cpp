@@ -7,9 +7,9 @@
 #include <optional>
 #include <string_view>
 
-#include "text/free_format.h"
-#include "text/messages.h"
-#include "text/tokens.h"
+#include "base/free_format.h"
+#include "base/messages.h"
+#include "base/tokens.h"
 
 namespace voxlith {
 
@@ -83,7 +83,7 @@ void readKeyword(std::string_view argument, ControlValues& control) {
 void readCommandLine(std::span<const std::string> arguments, ControlValues& control) {
     control.controlFileName = arguments.front().substr(0, lineWidth);
     for (const std::string& argument : arguments.subspan(1))
-        readKeyword(withoutTrailingBlanks(std::string_view(argument).substr(0, lineWidth)), control);
+        readKeyword(trimRight(std::string_view(argument).substr(0, lineWidth)), control);
 }
 
 }  // namespace voxlith

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "text/free_format.h"
-#include "text/text_input.h"
-#include "text/tokens.h"
+#include "base/free_format.h"
+#include "base/text_input.h"
+#include "base/tokens.h"
 
 namespace voxlith {
 
@@ -116,7 +116,7 @@ std::int32_t lastIterationOf(Messages& messages) {
     for (std::int64_t row = progressHeadings + 1; readLine(input, line); ++row) {
         if (!line.empty())
             line.front() = ' ';
-        if (withoutOuterBlanks(line).starts_with("Iterations"))
+        if (trim(line).starts_with("Iterations"))
             continue;  // a run continued before its first iteration writes the heading of the table once more
         if (freeFormatRead(std::string_view(line), std::span(&iteration, 1)) == ReadStatus::badText)
             throw RunError(std::string(progressName) + ", line " + std::to_string(row) +

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
+#include "base/line_file.h"
+#include "base/messages.h"
 #include "driver/control_values.h"
-#include "text/line_file.h"
-#include "text/messages.h"
 
 namespace voxlith {
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/free_format.h"
+#include "base/text_input.h"
+#include "base/text_line.h"
+#include "base/tokens.h"
 #include "driver/run_log.h"
-#include "text/free_format.h"
-#include "text/text_input.h"
-#include "text/text_line.h"
-#include "text/tokens.h"
 
 namespace voxlith {
 
@@ -33,7 +33,7 @@ struct ControlReader {
 
 [[noreturn]] void throwLineError(const ControlReader& reader, std::string_view expected) {
     throw RunError(reader.control.controlFileName + ", line " + std::to_string(reader.lineNumber) + ": expected " +
-                   std::string(expected) + ", found \"" + std::string(withoutTrailingBlanks(reader.line)) + "\"");
+                   std::string(expected) + ", found \"" + std::string(trimRight(reader.line)) + "\"");
 }
 
 // Takes the next line, without its comment; false at the end of the file.
@@ -41,7 +41,7 @@ bool nextControlLine(ControlReader& reader) {
     ++reader.lineNumber;
     if (!readLine(reader.input, reader.line, lineWidth))
         return false;
-    blankComment(reader.line);
+    removeComment(reader.line);
     return true;
 }
 
@@ -52,12 +52,12 @@ void requireControlLine(ControlReader& reader, std::string_view expected) {
 }
 
 void echoText(ControlReader& reader, std::string_view words) {
-    logLine(reader.messages, TextLine(words).text(withoutTrailingBlanks(reader.line)));
+    logLine(reader.messages, TextLine(words).text(trimRight(reader.line)));
 }
 
 // One more item on the line, which is optional: taken when it and all before it can be read.
 template <typename Number>
-bool takeOptional(FreeFormatRead& read, Number& target) {
+bool parseOptional(FreeFormatRead& read, Number& target) {
     Number value = target;
     if (readValue(read, value) != ReadStatus::good)
         return false;
@@ -66,7 +66,7 @@ bool takeOptional(FreeFormatRead& read, Number& target) {
 }
 
 // A count on line 1: false when nothing that can be read stands there; the line then ends.
-bool takeCount(ControlReader& reader, std::int32_t& count) {
+bool parseCount(ControlReader& reader, std::int32_t& count) {
     if (isBlank(reader.line))
         return false;
     std::string token;
@@ -74,7 +74,7 @@ bool takeCount(ControlReader& reader, std::int32_t& count) {
     return freeFormatRead(std::string_view(token), std::span(&count, 1)) == ReadStatus::good;
 }
 
-void takeLabels(ControlReader& reader) {
+void parseLabels(ControlReader& reader) {
     ControlValues& control = reader.control;
     for (std::int32_t type = 0; type < control.nModelTypes && type < maxFiles; ++type) {
         std::string token;
@@ -91,15 +91,15 @@ void checkLabels(const ControlValues& control) {
                            label + "\"");
 }
 
-void takeCounts(ControlReader& reader) {
+void parseCounts(ControlReader& reader) {
     ControlValues& control = reader.control;
-    if (!takeCount(reader, control.nMtx))
+    if (!parseCount(reader, control.nMtx))
         return;
     control.nDataTypes = control.nMtx;
-    if (!takeCount(reader, control.nDataTypes) || !takeCount(reader, control.nModelTypes))
+    if (!parseCount(reader, control.nDataTypes) || !parseCount(reader, control.nModelTypes))
         return;
     if (!isBlank(reader.line) && control.nModelTypes > 1)
-        takeLabels(reader);
+        parseLabels(reader);
 }
 
 // The screen copy has never shown the number, and the third message shows the number of data types; both stay.
@@ -122,7 +122,7 @@ void openLogOfRun(ControlReader& reader) {
         openLogForContinuation(reader.messages, reader.startedAt, control.iRestart);
     }
     logLine(reader.messages, "");
-    logLine(reader.messages, TextLine(" Input parameter file: ").text(withoutTrailingBlanks(control.controlFileName)));
+    logLine(reader.messages, TextLine(" Input parameter file: ").text(trimRight(control.controlFileName)));
     logLine(reader.messages, "");
     constexpr std::string_view words = " restart, num MTX, num data types, num model types: ";
     const int echoEnd = static_cast<int>(words.size() + lineWidth);
@@ -143,7 +143,7 @@ void readLine1(ControlReader& reader) {
         throwLineError(reader, "the integer iRestart");
     }
     openLogOfRun(reader);
-    takeCounts(reader);
+    parseCounts(reader);
     const ControlValues& control = reader.control;
     checkCount(reader, control.nMtx, control.nMtx, "MTX files");
     checkCount(reader, control.nDataTypes, control.nDataTypes, "number of data types");
@@ -160,7 +160,7 @@ void readLine2(ControlReader& reader) {
     if (readValue(read, control.iMode) != ReadStatus::good)
         throwLineError(reader, "the integer iMode");
     float backgroundValue = 0.0F;
-    if (takeOptional(read, control.iBackground) && takeOptional(read, backgroundValue))
+    if (parseOptional(read, control.iBackground) && parseOptional(read, backgroundValue))
         control.BackVal = static_cast<double>(backgroundValue);
 
     logLine(reader.messages, " Mode: 2  (fixed multiplier)");
@@ -180,8 +180,8 @@ void readLine3(ControlReader& reader) {
     FreeFormatRead read = beginFreeFormatRead(text);
     if (readValue(read, control.multiplier) != ReadStatus::good || readValue(read, control.tolc) != ReadStatus::good)
         throwLineError(reader, "two numbers, trade-off and tolc");
-    if (takeOptional(read, control.positivityFlag))
-        takeOptional(read, control.cleaning.integrationInterval);
+    if (parseOptional(read, control.positivityFlag))
+        parseOptional(read, control.cleaning.integrationInterval);
 
     logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.multiplier, 10, 3));
     logLine(reader.messages, TextLine(" Positivity flag: ").integer(control.positivityFlag, 4));
@@ -247,7 +247,7 @@ void echoCommandLine(ControlReader& reader) {
 }
 
 // Cuts a name off the front of the rest of line 5.
-std::string cutMtxName(std::string& rest) {
+std::string parseMtxName(std::string& rest) {
     std::size_t separator = rest.find('|');
     if (separator == std::string::npos)
         separator = rest.find(',');
@@ -270,8 +270,7 @@ void checkMtxName(ControlReader& reader, std::int32_t file) {
         stopWithLogClosed(reader.messages);
     }
     if (!fileExists(fileNameOf(text))) {
-        logAndScreenLine(reader.messages,
-                         TextLine("Error: the mtx file does not exist:").text(withoutTrailingBlanks(text)));
+        logAndScreenLine(reader.messages, TextLine("Error: the mtx file does not exist:").text(trimRight(text)));
         stopWithLogClosed(reader.messages);
     }
 }
@@ -286,9 +285,9 @@ void readLine5(ControlReader& reader) {
         std::string rest = reader.line;
         for (std::int32_t file = 0; file < control.nMtx; ++file) {
             std::string& name = control.mtxFileText[static_cast<std::size_t>(file)];
-            name = file + 1 < control.nMtx ? cutMtxName(rest) : rest;
+            name = file + 1 < control.nMtx ? parseMtxName(rest) : rest;
             logLine(reader.messages,
-                    TextLine(" Sensitivity file ").integer(file + 1, 4).text(" : ").text(withoutTrailingBlanks(name)));
+                    TextLine(" Sensitivity file ").integer(file + 1, 4).text(" : ").text(trimRight(name)));
         }
     }
     for (std::int32_t file = 0; file < control.nMtx; ++file)
@@ -302,7 +301,7 @@ void readTextLine(ControlReader& reader, std::string_view expected, std::string_
 }
 
 void stopForAlphas(ControlReader& reader, std::string_view words) {
-    screenAndLogLine(reader.messages, TextLine(words).text(withoutTrailingBlanks(reader.line)));
+    screenAndLogLine(reader.messages, TextLine(words).text(trimRight(reader.line)));
     stopWithLogClosed(reader.messages);
 }
 
@@ -354,7 +353,7 @@ bool readLine10(ControlReader& reader) {
         logLine(reader.messages, TextLine(" Weighting file ")
                                      .integer(static_cast<std::int64_t>(i) + 1, 4)
                                      .text(" : ")
-                                     .text(withoutTrailingBlanks(name)));
+                                     .text(trimRight(name)));
     }
     return true;
 }
@@ -380,10 +379,10 @@ bool readLine12(ControlReader& reader) {
     logLine(reader.messages, TextLine(" Maximum number of iterations: ").integer(iterations, 4));
     if (iterations > 0)
         control.maxIterations = iterations;
-    if (!takeOptional(read, control.outputStep))
+    if (!parseOptional(read, control.outputStep))
         return true;
     logLine(reader.messages, TextLine(" Output model every ").integer(control.outputStep, 4).text(" iterations"));
-    if (takeOptional(read, control.InversionMethod))
+    if (parseOptional(read, control.InversionMethod))
         logLine(reader.messages, TextLine(" Inversion Method ").integer(control.InversionMethod, 4));
     return true;
 }
@@ -420,8 +419,7 @@ void checkDefinitionCount(ControlReader& reader) {
 }
 
 [[noreturn]] void stopForControlFile(Messages& messages, const std::string& name) {
-    screenLine(
-        TextLine("The specified parameter file ").text(withoutTrailingBlanks(name)).text(" could not be opened"));
+    screenLine(TextLine("The specified parameter file ").text(trimRight(name)).text(" could not be opened"));
     // The name of another file stands in the second message; scripts have learnt to look for it.
     fatalStop(messages, " File voxlith.aux not found");
 }

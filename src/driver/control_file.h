@@ -1,9 +1,9 @@
 // The control file, voxlith.inp by custom: lines 1 to 12 in strict order, then product definitions.
 #pragma once
 
+#include "base/messages.h"
 #include "driver/calendar.h"
 #include "driver/control_values.h"
-#include "text/messages.h"
 
 namespace voxlith {
 

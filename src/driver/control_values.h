@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "files/data_codes.h"
-#include "files/obs_set.h"
-#include "files/weight_file.h"
+#include "formats/weight_file.h"
+#include "survey/data_types.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 

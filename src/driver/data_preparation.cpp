@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "files/dummy_value.h"
-#include "files/obs_reader.h"
-#include "files/obs_writer.h"
-#include "text/free_format.h"
-#include "text/tokens.h"
+#include "base/free_format.h"
+#include "base/tokens.h"
+#include "formats/obs_reader.h"
+#include "formats/obs_writer.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 
@@ -95,7 +95,7 @@ void foldIntoModels(RunState& run) {
 
 // Sets fixedCell to 1 in all layers from `firstLayer` (from 1) down, in all model types; returns how many cells these
 // are.
-std::int32_t holdLayersFrom(RunState& run, std::int32_t firstLayer) {
+std::int32_t fixLayersFrom(RunState& run, std::int32_t firstLayer) {
     std::int32_t count = 0;
     const auto nz = static_cast<std::size_t>(run.mesh.nz);
     const auto first = static_cast<std::size_t>(firstLayer) - 1;
@@ -112,7 +112,7 @@ void applyDataOffset(RunState& run) {
     obs.refData.assign(obs.refData.size(), 0.0);
     obs.predData = obs.obsData;
     std::string text = run.control.dataOffsetText;
-    blankComment(text);
+    removeComment(text);
     if (isBlank(text) || startsWithNull(text))
         return;
     double number = 0.0;
@@ -143,10 +143,10 @@ void reportStatistics(RunState& run) {
     }
 }
 
-void holdUncoveredLayers(RunState& run) {
+void fixUncoveredLayers(RunState& run) {
     const std::int32_t style = run.sensitivity.header.inversionStyle;
     if (style >= 1 && style <= 3)
-        run.bounds.nFixedCells += holdLayersFrom(run, run.mesh.nzl + 1);
+        run.bounds.nFixedCells += fixLayersFrom(run, run.mesh.nzl + 1);
 }
 
 void foldDepthWeights(RunState& run) {
@@ -158,7 +158,7 @@ void foldDepthWeights(RunState& run) {
     if (sensitivity.foldDepthWeight)
         foldIntoModels(run);
     if (header.inversionStyle == 0 && run.control.clipLayer > 0)
-        holdLayersFrom(run, run.control.clipLayer);
+        fixLayersFrom(run, run.control.clipLayer);
 }
 
 }  // namespace voxlith

@@ -13,7 +13,7 @@ void applyDataOffset(RunState& run);
 void reportStatistics(RunState& run);
 
 // Styles 1 to 3: holds all cells below the layers that the sensitivities cover, and counts them.
-void holdUncoveredLayers(RunState& run);
+void fixUncoveredLayers(RunState& run);
 
 // Decides whether the inversion variable holds the depth weight; where it does, multiplies models and bounds by it.
 // Then holds the layers from clipLayer down in style 0.

@@ -1,9 +1,9 @@
 // Line times and integration windows of measurements that average over a stretch of the survey line.
 #pragma once
 
-#include "files/obs_set.h"
-#include "sensitivity/line_average.h"
-#include "text/messages.h"
+#include "base/messages.h"
+#include "survey/line_average.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "sensitivity/allocation_failure.h"
-#include "sensitivity/large_array.h"
+#include "base/allocation_failure.h"
+#include "base/large_array.h"
 
 namespace voxlith {
 
@@ -55,7 +55,7 @@ double wrappedTo32Bits(std::uint64_t bytes) {
 template <typename T>
 void fillLarge(std::vector<T>& array, std::size_t count) {
     array.reserve(count);
-    askForLargePages(array.data(), count * sizeof(T));
+    adviseHugePages(array.data(), count * sizeof(T));
     array.assign(count, T{});
 }
 
@@ -147,11 +147,11 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { fillLarge(arrays.iwaBFGS, 3 * m); });
 }
 
-// Room for the indices and values of `count` coefficients, with `spareWords` more; false when it is refused. Not filled:
-// the rows are read into it.
-bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t spareWords) {
+// Room for the indices and values of `count` coefficients, with `headroomWords` more; false when it is refused. Not
+// filled: the rows are read into it.
+bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t headroomWords) {
     try {
-        reserveStore(store, count, spareWords);
+        reserveStore(store, count, headroomWords);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -227,7 +227,7 @@ void allocateCoefStore(RunState& run) {
     for (const std::int64_t count : sensitivity.header.coefficientCount)
         store.totalCoef += count;
     sensitivity.idisk = 0;
-    if (reserveCoefficients(store, store.totalCoef, spareWordsFor(store.rowOffset))) {
+    if (reserveCoefficients(store, store.totalCoef, headroomWordsFor(store.rowOffset))) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
     }

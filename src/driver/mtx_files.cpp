@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/tokens.h"
 #include "driver/memory_plan.h"
-#include "files/data_codes.h"
-#include "sensitivity/mtx_reader.h"
-#include "text/tokens.h"
+#include "formats/mtx/mtx_reader.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 

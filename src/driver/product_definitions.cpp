@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "text/free_format.h"
-#include "text/tokens.h"
+#include "base/free_format.h"
+#include "base/tokens.h"
 
 namespace voxlith {
 
@@ -28,7 +28,7 @@ struct Definition {
 };
 
 template <typename Number>
-Number takeNumber(Definition& definition, std::string_view expected) {
+Number parseNumberAt(Definition& definition, std::string_view expected) {
     std::string token;
     nextToken(definition.rest, token);
     Number number{};
@@ -45,10 +45,10 @@ void checkRange(const Definition& definition, std::int32_t number, std::int32_t 
                                  std::to_string(number));
 }
 
-ProductTerm takeTerm(Definition& definition) {
-    const auto mtx = takeNumber<std::int32_t>(definition, "an MTX file number");
-    const auto model = takeNumber<std::int32_t>(definition, "a model type number");
-    const auto coefficient = takeNumber<double>(definition, "a coefficient");
+ProductTerm parseTerm(Definition& definition) {
+    const auto mtx = parseNumberAt<std::int32_t>(definition, "an MTX file number");
+    const auto model = parseNumberAt<std::int32_t>(definition, "a model type number");
+    const auto coefficient = parseNumberAt<double>(definition, "a coefficient");
     // Only what takes part in the run has to be there: all other terms are passed over, whatever they name.
     const bool hasProduct = mtx > 0 && model > 0 && coefficient != 0.0;
     if (hasProduct) {
@@ -65,11 +65,11 @@ ProductTerm takeTerm(Definition& definition) {
 
 void parseDefinition(const ControlValues& control, std::size_t dataType, ProductTables& tables) {
     Definition definition{control, dataType, control.productDefinition[dataType]};
-    const auto count = takeNumber<std::int32_t>(definition, "the number of terms");
+    const auto count = parseNumberAt<std::int32_t>(definition, "the number of terms");
     std::vector<ProductTerm>& terms = tables.terms[dataType];
     terms.clear();
     for (std::int32_t term = 0; term < count; ++term)
-        terms.push_back(takeTerm(definition));
+        terms.push_back(parseTerm(definition));
     tables.isAmplitude[dataType] = count == 3 && definition.rest.find("RMS") != std::string::npos;
 }
 

@@ -2,9 +2,9 @@
 // inversion.
 #pragma once
 
+#include "base/messages.h"
 #include "driver/control_values.h"
 #include "sensitivity/product_tables.h"
-#include "text/messages.h"
 
 namespace voxlith {
 

@@ -7,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "base/tokens.h"
 #include "driver/command_line.h"
 #include "driver/continuation.h"
 #include "driver/control_file.h"
@@ -17,15 +18,14 @@
 #include "driver/run_log.h"
 #include "driver/run_state.h"
 #include "driver/usage.h"
-#include "files/apparent_density_table.h"
-#include "files/bounds_file.h"
-#include "files/error_table.h"
-#include "files/model_file.h"
-#include "files/obs_reader.h"
-#include "files/obs_writer.h"
+#include "formats/apparent_density_table.h"
+#include "formats/bounds_file.h"
+#include "formats/error_table.h"
+#include "formats/model_file.h"
+#include "formats/obs_reader.h"
+#include "formats/obs_writer.h"
 #include "inversion/inversion_loop.h"
 #include "sensitivity/products.h"
-#include "text/tokens.h"
 
 namespace voxlith {
 
@@ -90,7 +90,7 @@ void readModels(RunState& run) {
     const std::int32_t flag = control.positivityFlag;
     run.startIteration = 0;
     readBoundsFile(run.messages, flag, control.boundsText, run.mesh, control.nModelTypes, run.bounds);
-    holdUncoveredLayers(run);
+    fixUncoveredLayers(run);
     std::string initialModel = control.initialModelText;
     if (control.iRestart > 0)
         initialModel = isMagneticLayout(run.obs.dataTypeCode[0]) ? "voxlith.kap" : "voxlith.rho";
@@ -165,7 +165,7 @@ void writeFinalModels(const RunState& run) {
             if (isBlank(label))
                 name.integerZeros(type + 1, 2, 2);
             else
-                name.text(withoutTrailingBlanks(label));
+                name.text(trimRight(label));
         }
         writeModelFile(name.text(extension), run.mesh, type, run.arrays.model, run.sensitivity.depthWeightOf(0),
                        run.sensitivity.foldDepthWeight, run.sensitivity.header.inversionStyle);
@@ -191,7 +191,7 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
     readObservedData(run);
     applyDataOffset(run);
     reportStatistics(run);
-    arrangeRowsInMemory(run.sensitivity, run.obs.obsStd);
+    buildBlockedRows(run.sensitivity, run.obs.obsStd);
     readModels(run);
     openProgress(run);
     const double cpuStart = processorSeconds();

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string>
 
+#include "base/line_file.h"
+#include "base/text_line.h"
 #include "driver/run_state.h"
-#include "text/line_file.h"
-#include "text/text_line.h"
 
 namespace voxlith {
 

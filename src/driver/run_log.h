@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
+#include "base/messages.h"
 #include "driver/calendar.h"
 #include "driver/control_values.h"
-#include "text/messages.h"
 
 namespace voxlith {
 

@@ -11,19 +11,19 @@
 #include <string>
 #include <string_view>
 
+#include "base/line_file.h"
+#include "base/messages.h"
+#include "base/overhead_timers.h"
 #include "driver/calendar.h"
 #include "driver/control_values.h"
-#include "files/mesh_geometry.h"
-#include "files/model_bounds.h"
-#include "files/obs_set.h"
-#include "files/weight_file.h"
+#include "formats/weight_file.h"
 #include "inversion/inversion_problem.h"
-#include "sensitivity/line_average.h"
-#include "sensitivity/overhead_timers.h"
 #include "sensitivity/product_tables.h"
 #include "sensitivity/sensitivity.h"
-#include "text/line_file.h"
-#include "text/messages.h"
+#include "survey/line_average.h"
+#include "survey/mesh_geometry.h"
+#include "survey/model_bounds.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 

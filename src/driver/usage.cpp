@@ -2,9 +2,9 @@
 
 #include <string_view>
 
+#include "base/messages.h"
+#include "base/text_line.h"
 #include "driver/run_state.h"
-#include "text/messages.h"
-#include "text/text_line.h"
 
 namespace voxlith {
 

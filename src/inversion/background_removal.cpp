@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <span>
 
-#include "files/dummy_value.h"
-#include "inversion/background_files.h"
-#include "text/text_line.h"
+#include "base/text_line.h"
+#include "formats/background_files.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 

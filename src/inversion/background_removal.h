@@ -6,11 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "files/data_codes.h"
-#include "files/obs_set.h"
-#include "sensitivity/line_average.h"
+#include "base/messages.h"
 #include "sensitivity/sensitivity.h"
-#include "text/messages.h"
+#include "survey/data_types.h"
+#include "survey/line_average.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 
@@ -26,7 +26,7 @@ struct BackgroundFit {
 std::size_t surfaceResponse(const Sensitivity& sensitivity, std::int32_t nzl, ObsSet& obs, LineIntegration& lines);
 
 // The least squares fit of component `component` over the stations where datum and response are valid. Not a number
-// when there is no such station or all responses are alike.
+// when there is no such station or all responses are uniform.
 BackgroundFit fitBackground(const ObsSet& obs, std::size_t component);
 
 // The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. With several data types all

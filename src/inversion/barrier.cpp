@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "files/dummy_value.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 

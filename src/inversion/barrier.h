@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "files/mesh_geometry.h"
+#include "survey/mesh_geometry.h"
 
 namespace voxlith {
 

@@ -9,12 +9,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "optim/instruction_set.h"
+#include "simd/instruction_set.h"
 
 namespace voxlith {
 
 // Cells of a column are worked on so many at a time, in arrays that stay in the nearest cache.
-constexpr std::size_t columnPiece = 128;
+constexpr std::size_t columnBlock = 128;
 
 struct ModelNorms {
     double reference = 0;
@@ -36,27 +36,28 @@ struct ModelColumn {
     const float* wtN = nullptr;  // of the pairs along y
     const float* wtZ = nullptr;
     const double* zWidth = nullptr;
-    double apartX = 1.0, apartY = 1.0;  // distances from the neighbours
-    std::size_t height = 0, used = 0;   // cells, and those of them that have lateral pairs and a reference term
+    double distanceX = 1.0, distanceY = 1.0;  // distances from the neighbours
+    std::size_t height = 0, used = 0;         // cells, and those of them that have lateral pairs and a reference term
 };
 
 void addColumnNorms(const ModelColumn& column, InstructionSet instructions, ModelNorms& norms);
 
-// What the derivative of a piece of a column goes on from and leaves behind.
-struct ColumnPull {
-    std::array<double, columnPiece>
-        alongX{};           // pulls between the column before in x and this one; replaced by the next
+// What the derivative of a block of a column goes on from and leaves behind.
+struct ColumnGradient {
+    std::array<double, columnBlock>
+        alongX{};           // gradients between the column before in x and this one; replaced by the next
     bool firstRow = false;  // else `out` holds what the row before has left in it
     double multiplier = 0, nData = 1;
     const double* adjoint = nullptr;  // arrays of the column, from its first cell
     const std::int32_t* fixedCell = nullptr;
-    const float* referenceWeight = nullptr;  // depth weight of the pull of the reference; null with the column's
+    const float* referenceWeight = nullptr;  // depth weight of the gradient of the reference; null with the column's
     double* out = nullptr;
-    double* outNextY = nullptr;  // receives the pull of this row; null in the last one
+    double* outNextY = nullptr;  // receives the gradient of this row; null in the last one
 };
 
-// out = multiplier * (sum of pulls) + adjoint / nData, 0 for fixed cells, for cells `first` to `first` + columnPiece of
-// the column at most.
-void putColumnPull(const ModelColumn& column, std::size_t first, InstructionSet instructions, ColumnPull& pull);
+// out = multiplier * (sum of gradients) + adjoint / nData, 0 for fixed cells, for cells `first` to `first` +
+// columnBlock of the column at most.
+void addColumnGradient(const ModelColumn& column, std::size_t first, InstructionSet instructions,
+                       ColumnGradient& gradient);
 
 }  // namespace voxlith

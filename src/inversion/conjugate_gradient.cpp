@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstddef>
 
-#include "text/messages.h"
-#include "text/text_line.h"
+#include "base/messages.h"
+#include "base/text_line.h"
 
 namespace voxlith {
 

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "files/dummy_value.h"
 #include "sensitivity/products.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "inversion/data_gradient.h"
-#include "inversion/model_terms.h"
+#include "inversion/regularisation.h"
 #include "sensitivity/products.h"
 
 namespace voxlith {
@@ -18,12 +18,12 @@ std::span<const float> foldedWeight(const ObjectiveInputs& inputs, std::size_t f
 
 // The weight of the model type's own file; types beyond the last file take the last one. Only the pull of the reference
 // model takes it: the differences, and the objective throughout, take the weight of the first file for all types.
-std::span<const float> weightOfReferencePull(const ObjectiveInputs& inputs, std::size_t type) {
+std::span<const float> referenceGradientWeight(const ObjectiveInputs& inputs, std::size_t type) {
     const auto lastFile = static_cast<std::size_t>(inputs.sensitivity.nMtx) - 1;
     return foldedWeight(inputs, std::min(type, lastFile));
 }
 
-// The model part with the trade-off, and the mean of the data part; held cells do not move.
+// The model part with the trade-off, and the mean of the data part; fixed cells do not move.
 void combineWithModel(GradientMode mode, const ObjectiveInputs& inputs, std::span<const double> vector,
                       std::span<const double> adjoint, std::span<double> out) {
     const std::size_t cells = inputs.mesh.cellCount();
@@ -33,9 +33,10 @@ void combineWithModel(GradientMode mode, const ObjectiveInputs& inputs, std::spa
             mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells) : std::span<const double>{};
         const ModelTerms terms{inputs.mesh, inputs.weights, foldedWeight(inputs, 0),
                                hasVerticalTerms(inputs.inversionStyle), widestInstructionSet()};
-        putModelPull(terms, vector.subspan(type * cells, cells), reference, weightOfReferencePull(inputs, type),
-                     inputs.fixedCell.subspan(type * cells, cells), inputs.multiplier,
-                     adjoint.subspan(type * cells, cells), inputs.obs.nData, out.subspan(type * cells, cells));
+        addRegularisationGradient(terms, vector.subspan(type * cells, cells), reference,
+                                  referenceGradientWeight(inputs, type), inputs.fixedCell.subspan(type * cells, cells),
+                                  inputs.multiplier, adjoint.subspan(type * cells, cells), inputs.obs.nData,
+                                  out.subspan(type * cells, cells));
     }
     inputs.timers.smoothness += clockSeconds() - start;
 }
@@ -46,7 +47,7 @@ void takeDataPart(const ObjectiveInputs& inputs, std::span<const double> adjoint
         out[n] = inputs.fixedCell[n] != 0 ? 0.0 : adjoint[n] / nData;
 }
 
-// Held cells are not looked at here: the barrier pulls on them too.
+// Held cells are not looked at here: the barrier gradients on them too.
 void addLogarithmicBarrier(GradientMode mode, const Barrier& barrier, std::span<const double> vector,
                            std::span<double> out) {
     for (std::size_t n = 0; n < out.size(); ++n) {

@@ -20,7 +20,7 @@ struct GradientWork {
 };
 
 // out (k, i, j, model type; not the array of `vector`) becomes half the derivative of the data and reference terms,
-// plus the differences of model_terms.h and the barrier part; held cells get 0, the barrier part apart.
+// plus the differences of model_terms.h and the barrier part; fixed cells get 0, the barrier part apart.
 //
 // In gradient mode this relies on obs.predData and the product rows as calcObjective left them at the same model, and
 // must be called directly behind it. In the other mode the forward product runs here, on `vector`, and the reference

@@ -5,18 +5,18 @@
 #include <limits>
 #include <span>
 
-#include "files/dummy_value.h"
 #include "inversion/background_removal.h"
 #include "inversion/barrier.h"
 #include "inversion/conjugate_gradient.h"
+#include "inversion/fixed_cells.h"
 #include "inversion/gradient.h"
-#include "inversion/held_cells.h"
 #include "inversion/iteration_report.h"
 #include "inversion/objective.h"
 #include "inversion/preconditioner.h"
 #include "inversion/running_files.h"
 #include "inversion/step_search.h"
 #include "optim/optimiser_step.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 
@@ -111,7 +111,7 @@ void prepareArrays(Loop& loop) {
     buildPreconditioner(problem.sensitivity, loop.settings.multiplier, regDiag, precond);
     std::fill(problem.arrays.modelBest.begin(), problem.arrays.modelBest.end(), 0.0);
     std::fill(loop.delm.begin(), loop.delm.end(), 0.0);
-    holdDeepCells(loop.settings.inversionStyle, problem.mesh, loop.model, problem.bounds);
+    fixDeepCells(loop.settings.inversionStyle, problem.mesh, loop.model, problem.bounds);
 }
 
 void evaluateStart(Loop& loop) {

@@ -4,11 +4,11 @@
 
 #include <cstdint>
 
+#include "base/line_file.h"
+#include "base/messages.h"
+#include "base/overhead_timers.h"
+#include "base/text_line.h"
 #include "inversion/objective.h"
-#include "sensitivity/overhead_timers.h"
-#include "text/line_file.h"
-#include "text/messages.h"
-#include "text/text_line.h"
 
 namespace voxlith {
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "inversion/model_terms.h"
+#include "inversion/regularisation.h"
 #include "sensitivity/products.h"
 
 namespace voxlith {

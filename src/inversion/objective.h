@@ -1,5 +1,5 @@
 // The objective of the inversion: data misfit, distance from the reference model, roughness along the three axes, and
-// the barrier. The terms are returned one by one; the three callers do not add them alike.
+// the barrier. The terms are returned one by one; the three callers do not add them uniform.
 #pragma once
 
 #include <span>

@@ -7,14 +7,14 @@
 #include <cstdint>
 #include <span>
 
-#include "files/mesh_geometry.h"
-#include "files/obs_set.h"
-#include "files/weight_file.h"
+#include "base/overhead_timers.h"
+#include "formats/weight_file.h"
 #include "inversion/focus_term.h"
-#include "sensitivity/line_average.h"
-#include "sensitivity/overhead_timers.h"
 #include "sensitivity/product_tables.h"
 #include "sensitivity/sensitivity.h"
+#include "survey/line_average.h"
+#include "survey/mesh_geometry.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 

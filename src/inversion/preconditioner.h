@@ -3,9 +3,9 @@
 
 #include <span>
 
-#include "files/mesh_geometry.h"
-#include "files/weight_file.h"
+#include "formats/weight_file.h"
 #include "sensitivity/sensitivity.h"
+#include "survey/mesh_geometry.h"
 
 namespace voxlith {
 

@@ -1,8 +1,8 @@
 #include "inversion/running_files.h"
 
-#include "files/model_file.h"
-#include "files/obs_writer.h"
-#include "text/tokens.h"
+#include "base/tokens.h"
+#include "formats/model_file.h"
+#include "formats/obs_writer.h"
 
 namespace voxlith {
 
@@ -14,7 +14,7 @@ void addTypeName(TextLine& name, const ModelNaming& naming, std::size_t modelTyp
     if (label.empty() || label.front() == ' ')
         name.integerZeros(static_cast<std::int64_t>(modelType) + 1, 2, 2);
     else
-        name.text(withoutTrailingBlanks(label));
+        name.text(trimRight(label));
 }
 
 // A fixed count for the run, so that its names sort; a number beyond five digits takes what it needs.

@@ -7,11 +7,11 @@
 #include <span>
 #include <string>
 
-#include "files/data_codes.h"
-#include "files/mesh_geometry.h"
-#include "files/obs_set.h"
+#include "base/text_line.h"
 #include "sensitivity/sensitivity.h"
-#include "text/text_line.h"
+#include "survey/data_types.h"
+#include "survey/mesh_geometry.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <span>
 
-#include "files/model_bounds.h"
 #include "inversion/barrier.h"
 #include "inversion/objective.h"
 #include "inversion/objective_inputs.h"
+#include "survey/model_bounds.h"
 
 namespace voxlith {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "optim/lbfgsb.h"
+#include "optim/lbfgsb/lbfgsb.h"
 
 namespace voxlith {
 

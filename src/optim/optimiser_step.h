@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "optim/plis.h"
+#include "optim/plis/plis.h"
 #include "optim/task_word.h"
 
 namespace voxlith {

@@ -2,8 +2,8 @@
 #include <cmath>
 #include <cstddef>
 
-#include "files/dummy_value.h"
 #include "sensitivity/products.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 

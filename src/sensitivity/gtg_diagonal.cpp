@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
-#include "sensitivity/mtx_record.h"
-#include "sensitivity/wavelet.h"
-#include "text/messages.h"
+#include "base/messages.h"
+#include "formats/mtx/mtx_record.h"
+#include "sensitivity/wavelet/wavelet.h"
 
 namespace voxlith {
 

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
-#include "files/mesh_geometry.h"
 #include "sensitivity/sensitivity.h"
+#include "survey/mesh_geometry.h"
 
 namespace voxlith {
 

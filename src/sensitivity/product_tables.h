@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "files/data_codes.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "sensitivity/block_kernels.h"
-#include "sensitivity/disk_rows.h"
-#include "sensitivity/row_kernels.h"
+#include "sensitivity/rows/block_kernels.h"
+#include "sensitivity/rows/disk_rows.h"
+#include "sensitivity/rows/row_kernels.h"
 
 namespace voxlith {
 
@@ -14,9 +14,9 @@ namespace {
 void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
-        const WorkingRows& rows = store.working[mtx];
-        gatherInUse(rows, sensitivity.paddedWork, store.compact);
-        rowsTimesCompact(rows, wordsOf(store), store.compact, out, widestInstructionSet());
+        const BlockedRows& rows = store.working[mtx];
+        gatherUsed(rows, sensitivity.paddedWork, store.compact);
+        multiply(rows, wordsOf(store), store.compact, out, widestInstructionSet());
         return;
     }
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
@@ -33,14 +33,14 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
                        std::size_t cleared) {
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
-        const WorkingRows& rows = store.working[mtx];
-        if (!rows.positionsInUse.empty() && static_cast<std::size_t>(rows.positionsInUse.back()) >= cleared) {
-            gatherInUse(rows, sensitivity.paddedWork, store.compact);
+        const BlockedRows& rows = store.working[mtx];
+        if (!rows.usedColumns.empty() && static_cast<std::size_t>(rows.usedColumns.back()) >= cleared) {
+            gatherUsed(rows, sensitivity.paddedWork, store.compact);
         } else {
             std::fill(store.compact.begin(), store.compact.end(), 0.0);
         }
-        addRowsToCompact(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
-        scatterInUse(rows, store.compact, sensitivity.paddedWork);
+        multiplyTransposed(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
+        scatterUsed(rows, store.compact, sensitivity.paddedWork);
         return;
     }
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
@@ -121,10 +121,10 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     timers.products += clockSeconds() - start;
 }
 
-void arrangeRowsInMemory(Sensitivity& sensitivity, std::span<const float> obsStd) {
+void buildBlockedRows(Sensitivity& sensitivity, std::span<const float> obsStd) {
     if (sensitivity.idisk == 0) {
-        arrangeStore(sensitivity.store, static_cast<std::size_t>(sensitivity.header.nData),
-                     static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size(), obsStd);
+        buildBlockedRows(sensitivity.store, static_cast<std::size_t>(sensitivity.header.nData),
+                         static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size(), obsStd);
     }
 }
 

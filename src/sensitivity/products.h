@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <span>
 
-#include "files/mesh_geometry.h"
-#include "files/obs_set.h"
-#include "sensitivity/line_average.h"
-#include "sensitivity/overhead_timers.h"
+#include "base/overhead_timers.h"
 #include "sensitivity/product_tables.h"
 #include "sensitivity/sensitivity.h"
+#include "survey/line_average.h"
+#include "survey/mesh_geometry.h"
+#include "survey/obs_set.h"
 
 namespace voxlith {
 
@@ -34,6 +34,6 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
 // Turns the rows in memory into the form in which the products run fastest, once. The rows of each file are divided by
 // the standard deviations in real32, where these are above 0; `obsStd` has a column (nData) for each of the first
 // files, or none. Throws std::bad_alloc.
-void arrangeRowsInMemory(Sensitivity& sensitivity, std::span<const float> obsStd = {});
+void buildBlockedRows(Sensitivity& sensitivity, std::span<const float> obsStd = {});
 
 }  // namespace voxlith

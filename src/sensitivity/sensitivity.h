@@ -8,11 +8,11 @@
 #include <span>
 #include <vector>
 
-#include "files/data_codes.h"
-#include "sensitivity/binary_input.h"
-#include "sensitivity/coef_store.h"
-#include "sensitivity/large_array.h"
-#include "sensitivity/wavelet.h"
+#include "base/large_array.h"
+#include "formats/mtx/binary_input.h"
+#include "sensitivity/rows/coef_store.h"
+#include "sensitivity/wavelet/wavelet.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 

@@ -25,14 +25,14 @@ struct CubicTable {
 };
 
 // The cubic of one interval; h is counted from its left knot.
-struct CubicPiece {
+struct CubicSegment {
     double c1, c2, c3, c4;
 
     double value(double h) const { return ((c4 * h / 3.0 + c3) * h / 2.0 + c2) * h + c1; }
     double integral(double h) const { return (((c4 * h / 4.0 + c3) * h / 3.0 + c2) * h / 2.0 + c1) * h; }
 };
 
-CubicPiece pieceAt(const double* c, std::size_t i) {
+CubicSegment blockAt(const double* c, std::size_t i) {
     return {c[4 * i], c[4 * i + 1], c[4 * i + 2], c[4 * i + 3]};
 }
 
@@ -119,7 +119,7 @@ void higherDerivatives(std::size_t n, const CubicTable& c) {
 }
 
 // Index from 0 of the piece that serves x, also beyond the knots: the search leaves out the last knot.
-std::size_t pieceIndex(const double* knot, std::int32_t n, double x) {
+std::size_t blockIndex(const double* knot, std::int32_t n, double x) {
     return static_cast<std::size_t>(locate(countedSpan(knot, n - 1), x).left) - 1;
 }
 
@@ -155,20 +155,20 @@ extern "C" double CUBVAL(const std::int32_t* n, const double* knot, const double
     if (*n < 2) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const std::size_t i = voxlith::pieceIndex(knot, *n, *x);
-    return voxlith::pieceAt(c, i).value(*x - knot[i]);
+    const std::size_t i = voxlith::blockIndex(knot, *n, *x);
+    return voxlith::blockAt(c, i).value(*x - knot[i]);
 }
 
 extern "C" double CUBINT(const std::int32_t* n, const double* knot, const double* c, const double* a, const double* b) {
     if (*n < 2) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const std::size_t first = voxlith::pieceIndex(knot, *n, *a);
-    const std::size_t last = voxlith::pieceIndex(knot, *n, *b);
-    double sum = voxlith::pieceAt(c, last).integral(*b - knot[last]);
-    sum -= voxlith::pieceAt(c, first).integral(*a - knot[first]);
+    const std::size_t first = voxlith::blockIndex(knot, *n, *a);
+    const std::size_t last = voxlith::blockIndex(knot, *n, *b);
+    double sum = voxlith::blockAt(c, last).integral(*b - knot[last]);
+    sum -= voxlith::blockAt(c, first).integral(*a - knot[first]);
     for (std::size_t m = first; m < last; ++m) {
-        sum += voxlith::pieceAt(c, m).integral(knot[m + 1] - knot[m]);
+        sum += voxlith::blockAt(c, m).integral(knot[m + 1] - knot[m]);
     }
     return sum;
 }

@@ -112,7 +112,7 @@ bool solveSecondDerivatives(std::span<const double> x, const TensionTable& c, do
 }
 
 // Interval from 1 to n - 1 between lower and upper; lower is the answer where they meet.
-std::int32_t bisectPieces(const double* x, double t, std::int32_t lower, std::int32_t upper) {
+std::int32_t bisectSegments(const double* x, double t, std::int32_t lower, std::int32_t upper) {
     while (lower < upper) {
         const std::int32_t middle = lower + (upper - lower) / 2;
         if (x[middle - 1] > t) {
@@ -126,17 +126,17 @@ std::int32_t bisectPieces(const double* x, double t, std::int32_t lower, std::in
     return lower;
 }
 
-std::int32_t searchPiece(const double* x, std::int32_t n, double t, std::int32_t start) {
+std::int32_t searchSegment(const double* x, std::int32_t n, double t, std::int32_t start) {
     if (start >= n) {
         start = n / 2;
     }
     if (x[start - 1] > t) {
-        return t <= x[1] ? 1 : bisectPieces(x, t, 2, start);
+        return t <= x[1] ? 1 : bisectSegments(x, t, 2, start);
     }
     if (x[start] >= t) {
         return start;
     }
-    return t >= x[n - 2] ? n - 1 : bisectPieces(x, t, start + 1, n - 1);
+    return t >= x[n - 2] ? n - 1 : bisectSegments(x, t, start + 1, n - 1);
 }
 
 }  // namespace
@@ -223,7 +223,7 @@ extern "C" double TCUBVAL(const std::int32_t* n, const double* x, const double* 
     if (*n < 2 || std::isnan(*t)) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    std::int32_t piece = std::min(voxlith::searchPiece(x, *n, *t, voxlith::savedTensionIndex), *n - 1);
+    std::int32_t piece = std::min(voxlith::searchSegment(x, *n, *t, voxlith::savedTensionIndex), *n - 1);
     // At a knot both neighbours fit, and they may differ in the last bit. Taking the piece that ends there keeps the
     // value independent of the calls before.
     if (piece > 1 && *t == x[piece - 1]) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "text/messages.h"
+#include "base/messages.h"
 
 namespace voxlith {
 namespace {

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "driver/mtx_files.h"
-#include "files/dummy_value.h"
 #include "support/program_run.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {
@@ -223,7 +223,7 @@ TEST(UncoveredLayers, AreHeldAndCountedInTheSurfaceStyles) {
         run.mesh.nzl = 1;
         run.sensitivity.header.inversionStyle = style;
         run.bounds.fixedCell.assign(12, 0);
-        holdUncoveredLayers(run);
+        fixUncoveredLayers(run);
         EXPECT_EQ(run.bounds.nFixedCells, style >= 1 && style <= 3 ? 8 : 0) << style;
     }
 }

@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <sstream>
 
-#include "files/dummy_value.h"
 #include "support/small_problem.h"
 #include "support/temporary_folder.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {

@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include "files/dummy_value.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {

@@ -6,10 +6,10 @@
 #include <limits>
 #include <numeric>
 
-#include "files/dummy_value.h"
 #include "inversion/data_gradient.h"
 #include "inversion/objective.h"
 #include "support/small_problem.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {

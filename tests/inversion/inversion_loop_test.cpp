@@ -9,11 +9,11 @@
 #include <new>
 #include <sstream>
 
-#include "files/dummy_value.h"
 #include "inversion/gradient.h"
 #include "inversion/objective.h"
 #include "support/small_problem.h"
 #include "support/temporary_folder.h"
+#include "survey/dummy_value.h"
 
 namespace {
 
@@ -225,7 +225,7 @@ TEST_F(InversionLoop, SearchWithoutAcceptedTrialLeavesTheModel) {
     EXPECT_NE(log().find("     0\n", log().find("time, steps+: ")), std::string::npos);
 }
 
-// Nothing is held here: where no trial can lower the objective, free cells stay as they are, too.
+// Nothing is fixed here: where no trial can lower the objective, free cells stay as they are, too.
 TEST_F(InversionLoop, WithoutDataAndModelTermsFreeCellsStay) {
     SmallOptions options;
     options.multiplier = 0.0;
@@ -267,7 +267,7 @@ TEST_F(InversionLoop, StyleFourRunsAsStyleZero) {
     for (const std::int32_t style : {0, 4}) {
         SmallOptions options;
         options.inversionStyle = style;
-        options.cellsZXY = {6, 3, 4};  // columns longer than the code: none of their cells is held
+        options.cellsZXY = {6, 3, 4};  // columns longer than the code: none of their cells is fixed
         options.paddedZXY = {8, 4, 4};
         const auto small = makeSmallProblem(options);
         runTo(*small, 26);

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <limits>
 
-#include "files/dummy_value.h"
 #include "support/small_problem.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {

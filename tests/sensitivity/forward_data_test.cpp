@@ -4,10 +4,10 @@
 #include <cmath>
 #include <random>
 
-#include "files/dummy_value.h"
 #include "sensitivity/products.h"
 #include "support/sensitivity_rig.h"
 #include "support/temporary_folder.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <random>
 
-#include "sensitivity/mtx_reading.h"
+#include "formats/mtx/mtx_reading.h"
 #include "support/mtx_builder.h"
 #include "support/temporary_folder.h"
 

@@ -8,11 +8,11 @@
 #include <numeric>
 #include <random>
 
-#include "sensitivity/row_kernels.h"
+#include "base/messages.h"
+#include "sensitivity/rows/row_kernels.h"
 #include "support/instruction_sets.h"
 #include "support/sensitivity_rig.h"
 #include "support/temporary_folder.h"
-#include "text/messages.h"
 
 namespace voxlith {
 namespace {
@@ -97,7 +97,7 @@ TEST(Products, AreAdjointWhenFolded) {
             const std::vector<double> r = randomVector(19, random);
             for (const bool arranged : {false, true}) {
                 if (arranged) {
-                    arrangeRowsInMemory(sensitivity);
+                    buildBlockedRows(sensitivity);
                 }
                 const std::vector<double> gm = forward(sensitivity, mesh, m);
                 std::vector<double> gr = transpose(sensitivity, mesh, r);
@@ -182,7 +182,7 @@ TEST(Products, DenseRowsOfSurfaceStylesSeeWhatEarlierTransposedProductsLeft) {
         }
         storeRowsInMemory(sensitivity, {rows});
         if (arranged) {
-            arrangeRowsInMemory(sensitivity);
+            buildBlockedRows(sensitivity);
         }
         const std::vector<double> model = randomVector(mesh.cellCount(), random);
         std::vector<double> expected = forward(sensitivity, mesh, model);  // nothing is left behind the mesh yet
@@ -238,7 +238,7 @@ TEST(Products, DiskEqualsMemory) {
             obs.nData = 15;
             obs.nDataTypes = 2;
             obs.obsStd = randomErrors(30, random);
-            arrangeRowsInMemory(memory, obs.obsStd);
+            buildBlockedRows(memory, obs.obsStd);
             TemporaryFolder folder;
             for (std::size_t mtx = 0; mtx < nMtx; ++mtx) {
                 openRowsOnDisk(disk, folder, mtx, files[mtx]);
@@ -545,7 +545,7 @@ TEST(ArrangeRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 5, 3, daubechies(4));
     storeRowsInMemory(sensitivity, {rows, rows, rows});
-    arrangeRowsInMemory(sensitivity, std::vector<float>{3.0F, 2.0F, 0.0F, -1.0F, 7.0F, 0.1F, 1.0F, 7.0F, 11.0F, 0.3F});
+    buildBlockedRows(sensitivity, std::vector<float>{3.0F, 2.0F, 0.0F, -1.0F, 7.0F, 0.1F, 1.0F, 7.0F, 11.0F, 0.3F});
     const std::vector<std::vector<float>> divisor{
         {3.0F, 1.0F, 1.0F, 1.0F, 7.0F}, {0.1F, 1.0F, 7.0F, 11.0F, 0.3F}, {1.0F, 1.0F, 1.0F, 1.0F, 1.0F}};
     for (std::size_t mtx = 0; mtx < 3; ++mtx) {
@@ -567,7 +567,7 @@ TEST(ArrangeRows, MoreDataTypesThanFilesAreFine) {
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
     storeRowsInMemory(sensitivity, {{{1, {1}, {8.0F}}}});
-    arrangeRowsInMemory(sensitivity, std::vector<float>{2.0F, 4.0F, 4.0F});
+    buildBlockedRows(sensitivity, std::vector<float>{2.0F, 4.0F, 4.0F});
     EXPECT_EQ(coefficientsOf(sensitivity, mesh, 0, 0), std::vector<double>{4.0});
 }
 

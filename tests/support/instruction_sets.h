@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "optim/instruction_set.h"
+#include "simd/instruction_set.h"
 
 namespace voxlith::testing_support {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "optim/plis.h"
+#include "optim/plis/plis.h"
 
 namespace voxlith::testing_support {
 

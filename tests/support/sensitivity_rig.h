@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "files/mesh_geometry.h"
 #include "sensitivity/sensitivity.h"
-#include "sensitivity/wavelet.h"
+#include "sensitivity/wavelet/wavelet.h"
+#include "survey/mesh_geometry.h"
 
 namespace voxlith::testing_support {
 

@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "files/dummy_value.h"
 #include "inversion/conjugate_gradient.h"
 #include "inversion/gradient.h"
 #include "inversion/inversion_problem.h"
@@ -20,6 +19,7 @@
 #include "optim/optimiser_step.h"
 #include "sensitivity/products.h"
 #include "support/sensitivity_rig.h"
+#include "survey/dummy_value.h"
 
 namespace voxlith::testing_support {
 

@@ -11,11 +11,11 @@
 #include <utility>
 #include <vector>
 
-#include "files/mesh_geometry.h"
-#include "files/obs_set.h"
-#include "sensitivity/mtx_reader.h"
+#include "formats/mtx/mtx_reader.h"
 #include "sensitivity/sensitivity.h"
-#include "sensitivity/wavelet.h"
+#include "sensitivity/wavelet/wavelet.h"
+#include "survey/mesh_geometry.h"
+#include "survey/obs_set.h"
 
 namespace voxlith::testing_support {
 

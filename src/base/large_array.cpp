@@ -1,0 +1,36 @@
+#include "base/large_array.h"
+
+#include <sys/mman.h>
+
+#include <cstdint>
+
+namespace voxlith {
+
+namespace {
+
+// Whole large pages only: what stands beside them belongs to others. The answer changes nothing for the caller.
+void advise(void* start, std::size_t bytes, int advice) {
+    const auto address = reinterpret_cast<std::uintptr_t>(start);
+    const std::uintptr_t first = (address + largePageBytes - 1) / largePageBytes * largePageBytes;
+    const std::uintptr_t behind = (address + bytes) / largePageBytes * largePageBytes;
+    if (first < behind) {
+        static_cast<void>(::madvise(static_cast<std::byte*>(start) + (first - address), behind - first, advice));
+    }
+}
+
+}  // namespace
+
+void adviseHugePages(void* start, std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    advise(start, bytes, MADV_HUGEPAGE);
+#else
+    static_cast<void>(start);
+    static_cast<void>(bytes);
+#endif
+}
+
+void releasePages(void* start, std::size_t bytes) {
+    advise(start, bytes, MADV_DONTNEED);
+}
+
+}  // namespace voxlith

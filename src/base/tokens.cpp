@@ -1,0 +1,76 @@
+#include "base/tokens.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace voxlith {
+
+void nextToken(std::string& line, std::string& token) {
+    token.clear();
+    const std::size_t length = trimRight(line).size();
+    if (length == 0) {
+        return;
+    }
+    const std::size_t first = line.find_first_not_of(' ');
+    std::size_t behind = line.find_first_of(" ,\t", first);
+    if (behind == std::string::npos || behind > length) {
+        behind = length;
+    }
+    token.assign(line, first, behind - first < tokenWidth ? behind - first : tokenWidth);
+    if (behind + 1 < length) {
+        line.resize(length);
+        line.erase(0, behind + 1);
+    } else {
+        line.clear();
+    }
+}
+
+void removeComment(std::string& line) {
+    const std::size_t mark = line.find('!');
+    if (mark != std::string::npos) {
+        line.resize(mark);
+    }
+}
+
+std::string_view trimRight(std::string_view text) {
+    const std::size_t last = text.find_last_not_of(' ');
+    return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
+}
+
+std::string_view trim(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(' ');
+    return first == std::string_view::npos ? std::string_view() : trimRight(text.substr(first));
+}
+
+bool isBlank(std::string_view text) {
+    return text.find_first_not_of(' ') == std::string_view::npos;
+}
+
+bool isNullWord(std::string_view text) {
+    const std::string_view word = trimRight(text);
+    return word == "null" || word == "NULL";
+}
+
+bool startsWithNull(std::string_view text) {
+    const std::string_view start = text.substr(0, 4);
+    return start == "null" || start == "NULL";
+}
+
+std::string fileNameOf(std::string_view text, std::size_t width) {
+    return std::string(trim(text.substr(0, width)));
+}
+
+bool fileExists(const std::string& name) {
+    // Without O_NONBLOCK a named pipe that nobody writes to would hold the program here for ever.
+    const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (handle < 0) {
+        return false;
+    }
+    struct stat state {};
+    const bool usable = ::fstat(handle, &state) == 0 && S_ISREG(state.st_mode);
+    ::close(handle);
+    return usable;
+}
+
+}  // namespace voxlith

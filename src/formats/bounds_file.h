@@ -1,0 +1,18 @@
+// Reads the bounds line of the control file: null, two numbers, or a file of pairs.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/messages.h"
+#include "survey/mesh_geometry.h"
+#include "survey/model_bounds.h"
+
+namespace voxlith {
+
+// `name` is the text of the control line. The arrays of `bounds` have their sizes already (cells times nModelTypes);
+// nFixedCells starts anew. Ends the run through the stops told with each message.
+void readBoundsFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
+                    std::int32_t nModelTypes, ModelBounds& bounds);
+
+}  // namespace voxlith

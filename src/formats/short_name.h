@@ -1,0 +1,21 @@
+// Names of data, model and bounds files, of which only the first 80 characters count.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "base/tokens.h"
+
+namespace voxlith {
+
+// What is left of the text of a control line: the part in which the word null, numbers and a name are looked for.
+inline std::string_view shortText(std::string_view text) {
+    return text.substr(0, shortNameWidth);
+}
+
+// The name as messages show it.
+inline std::string shownName(std::string_view text) {
+    return std::string(trimRight(shortText(text)));
+}
+
+}  // namespace voxlith

@@ -1,0 +1,20 @@
+// The surface styles leave only the top of each column free.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "survey/mesh_geometry.h"
+#include "survey/model_bounds.h"
+
+namespace voxlith {
+
+constexpr std::int32_t fixedByStyle = 2;  // code in fixedCell
+
+// With inversionStyle 1, 2 or 3 as many cells of a column are free as the style says; the cells below are fixed at
+// their value in `model` (k, i, j, model type), for every model type. Their boundType and nFixedCells stay as they
+// were.
+void fixDeepCells(std::int32_t inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
+                  ModelBounds& bounds);
+
+}  // namespace voxlith

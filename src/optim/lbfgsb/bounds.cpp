@@ -1,0 +1,197 @@
+#include "optim/lbfgsb/bounds.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+
+namespace voxlith {
+
+bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task) {
+    bool valid = true;
+    const auto refuse = [&](std::string_view reason) {
+        setTask(task, reason);
+        valid = false;
+    };
+    if (problem.n <= 0)
+        refuse("ERROR: N .LE. 0");
+    if (problem.m <= 0)
+        refuse("ERROR: M .LE. 0");
+    if (factr < 0.0)
+        refuse("ERROR: FACTR .LT. 0");
+    const std::size_t n = problem.n > 0 ? static_cast<std::size_t>(problem.n) : 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (problem.nbd[i] < 0 || problem.nbd[i] > 5)
+            refuse("ERROR: INVALID NBD");
+        if (problem.nbd[i] == 3 && problem.fixedFlag[i] == 0 && problem.l[i] > problem.u[i])
+            refuse("ERROR: NO FEASIBLE SOLUTION");
+    }
+    return valid;
+}
+
+BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span<std::int32_t> status) {
+    BoxKind kind;
+    kind.boxed = true;
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        const std::int32_t code = problem.nbd[i];
+        const bool fixed = problem.fixedFlag[i] != 0;
+        if (!fixed && hasLowerBound(code) && x[i] < problem.l[i]) {
+            x[i] = problem.l[i];
+            kind.startProjected = true;
+        } else if (!fixed && hasUpperBound(code) && x[i] > problem.u[i]) {
+            x[i] = problem.u[i];
+            kind.startProjected = true;
+        }
+        if (code != 3)
+            kind.boxed = false;
+        if (code != 0 || fixed)
+            kind.constrained = true;
+        if (fixed || (code == 3 && problem.u[i] - problem.l[i] <= 0.0))
+            status[i] = alwaysFixed;
+        else
+            status[i] = code == 0 ? unbounded : freeBetweenBounds;
+    }
+    return kind;
+}
+
+namespace {
+
+constexpr std::array<std::int32_t, blockLength> noneFixed{};
+
+BoundsBlock boundsOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length) {
+    const bool uniform = !problem.uniform.empty() && problem.uniform[first / blockLength] != 0;
+    return {problem.nbd.data() + first,
+            uniform ? noneFixed.data() : problem.fixedFlag.data() + first,
+            problem.l.data() + first,
+            problem.u.data() + first,
+            length,
+            uniform};
+}
+
+bool isAlike(const BoundsBlock& bounds) {
+    for (std::size_t i = 0; i < bounds.length; ++i) {
+        if (bounds.fixed[i] != 0 || bounds.code[i] != bounds.code[0])
+            return false;
+    }
+    return true;
+}
+
+// Largest absolute value of a block so far, lane by lane. Not a number as soon as one value is not.
+struct LargestValues {
+    static constexpr std::size_t laneCount = 8;
+    double lane[laneCount] = {};
+    double disorder[laneCount] = {};  // sums of zeros, unless a value is no finite number
+
+    void take(const double* values, std::size_t length) {
+        std::size_t i = 0;
+        for (; i + laneCount <= length; i += laneCount) {
+            for (std::size_t k = 0; k < laneCount; ++k)
+                parseOne(k, values[i + k]);
+        }
+        for (std::size_t k = 0; i < length; ++i, ++k)
+            parseOne(k, values[i]);
+    }
+    void parseOne(std::size_t k, double value) {
+        const double size = std::abs(value);
+        lane[k] = size > lane[k] ? size : lane[k];
+        disorder[k] += size < std::numeric_limits<double>::infinity() ? 0.0 : size;
+    }
+    double largest() const {
+        double result = 0.0;
+        for (std::size_t k = 0; k < laneCount; ++k) {
+            if (std::isnan(disorder[k]))
+                return disorder[k];
+            result = std::max(result, lane[k]);
+        }
+        return result;
+    }
+};
+
+}  // namespace
+
+void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> uniform) {
+    BoxProblem unknown = problem;
+    unknown.uniform = {};
+    const auto n = static_cast<std::size_t>(problem.n);
+    for (std::size_t first = 0; first < n; first += blockLength) {
+        const std::size_t length = std::min(blockLength, n - first);
+        uniform[first / blockLength] = isAlike(boundsOfBlock(unknown, first, length)) ? 1 : 0;
+    }
+}
+
+double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
+    const InstructionSet instructions = widestInstructionSet();
+    LargestValues values;
+    BoxBlock box;
+    std::array<double, blockLength> projected;
+    for (std::size_t first = 0; first < x.size(); first += blockLength) {
+        const std::size_t length = std::min(blockLength, x.size() - first);
+        const BoundsBlock bounds = boundsOfBlock(problem, first, length);
+        prefetchNextBlock(x.data() + first, length);
+        prefetchNextBlock(g.data() + first, length);
+        formBox(bounds, box, instructions);
+        projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data(), instructions);
+        values.take(projected.data(), length);
+    }
+    return values.largest();
+}
+
+double gradientNorm(std::span<const double> g) {
+    LargestValues values;
+    values.take(g.data(), g.size());
+    return values.largest();
+}
+
+void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box,
+                InstructionSet instructions) {
+    formBox(boundsOfBlock(problem, first, length), box, instructions);
+}
+
+void clampBlock(const BoxBlock& box, std::size_t length, double* x) {
+    for (std::size_t i = 0; i < length; ++i) {
+        const double raised = x[i] < box.lower[i] ? box.lower[i] : x[i];
+        x[i] = raised > box.upper[i] ? box.upper[i] : raised;
+    }
+}
+
+void clampToBounds(const BoxProblem& problem, std::span<double> x) {
+    const InstructionSet instructions = widestInstructionSet();
+    BoxBlock box;
+    for (std::size_t first = 0; first < x.size(); first += blockLength) {
+        const std::size_t length = std::min(blockLength, x.size() - first);
+        boxOfBlock(problem, first, length, box, instructions);
+        clampBlock(box, length, x.data() + first);
+    }
+}
+
+void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, const double* x, const double* d,
+                 StepToBound& step, InstructionSet instructions) {
+    if (!leavesBox(box, length, x, d, step.length, instructions))
+        return;
+    for (std::size_t i = 0; i < length; ++i) {
+        const bool downwards = d[i] < 0.0;
+        const double room = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];
+        const double way = d[i] * step.length;
+        if (downwards ? way < room : d[i] > 0.0 && way > room) {
+            // What has no room at all, or lies outside, does not move. Of several that meet their bounds at the same
+            // step the first one counts.
+            const double reach = (downwards ? room >= 0.0 : room <= 0.0) ? 0.0 : room / d[i];
+            if (reach < step.length) {
+                step.length = reach;
+                step.variable = first + i;
+                step.shortened = true;
+            }
+        }
+    }
+}
+
+double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit) {
+    for (std::size_t i = 0; i < d.size(); ++i) {
+        const double length = std::abs(d[i]);
+        if (problem.maxStep[i] > 0.0 && length > 0.0 && length * limit > problem.maxStep[i])
+            limit = problem.maxStep[i] / length;
+    }
+    return limit;
+}
+
+}  // namespace voxlith

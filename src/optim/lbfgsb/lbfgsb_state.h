@@ -1,0 +1,85 @@
+// What the L-BFGS-B engine keeps between two calls: its scalars under their names, and how they lie in the caller's
+// arrays.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "optim/lbfgsb/bounds.h"
+#include "optim/lbfgsb/line_search.h"
+#include "optim/task_word.h"
+#include "optim/vector_kernels.h"
+
+namespace voxlith {
+
+// The caller's blocks, as they stand in OptimiserState.
+struct LbfgsbSavedBlocks {
+    TaskWord& csave;
+    std::span<bool, 4> lsave;
+    std::span<std::int32_t, 44> isave;
+    std::span<double, 30> dsave;
+};
+
+// The scalars of a run. Names in brackets are those of Zhu et al. (1997).
+struct LbfgsbState {
+    // Limited memory
+    double theta = 1.0;            // scale of the initial matrix
+    std::int32_t corrections = 0;  // pairs fixed [col]
+    std::int32_t oldest = 0;       // column of the oldest pair, from 0
+    std::int32_t updateCount = 0;  // updates since "START" or the last refresh
+
+    // Iteration
+    BoxKind box;
+    double previousValue = 0.0;  // f at the last iterate
+    double tolerance = 0.0;      // factr * epsmch
+    double gradientNorm = 0.0;   // of the projected gradient
+    std::int32_t iteration = 0;  // finished iterations
+    std::int32_t freeCount = 0;  // free variables at the Cauchy point
+    std::int32_t refusal = 0;    // not 0: the last "START" was refused, with this one of the error texts
+
+    // Line search along direction d
+    LineSearchState search;
+    double step = 0.0;
+    double largestStep = 0.0;
+    double directionSquared = 0.0;           // d'd
+    double slope = 0.0, slopeAtStart = 0.0;  // g'd
+    std::int32_t searchEvaluations = 0;
+
+    // Counts for the record; no decision depends on them
+    std::int32_t evaluations = 0;
+    std::int32_t intervals = 0;  // blocks of the Cauchy search in this iteration
+    std::int32_t skippedUpdates = 0;
+    bool stepReachedBound = false;  // the subspace step was cut at a bound
+};
+
+LbfgsbState loadState(const LbfgsbSavedBlocks& blocks);
+void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks);
+
+// The workspace, carved from the caller's arrays. yy keeps its place in the layout but is not used.
+struct LbfgsbWorkspace {
+    std::span<double> s, y;           // m columns of n: steps and changes of the gradient [ws, wy]
+    SmallMatrix sDotY, sDotS;         // inner products of all pairs, oldest first [sy, ss]
+    SmallMatrix middleFactor;         // Cholesky factor of theta S'S + L D^-1 L' [wt]
+    SmallMatrix subspaceFactor;       // factors of the subspace matrix, order 2m [wn]
+    SmallMatrix subspaceTable;        // its inner products, order 2m [snd]
+    std::span<double> z, r, d, t;     // n each
+    std::span<double> products;       // 8m [wa]
+    std::span<double> p, c;           // 2m each [sg and sgo, yg and ygo]
+    std::span<std::int32_t> uniform;  // n: whether the variables of a block are [index]
+    std::span<std::int32_t> status;   // n: VariableStatus [iwhere]
+    std::span<std::int32_t> order;    // n: variables of the breakpoints [indx2]
+};
+
+// Carves `wa` and `iwa`, which must be long enough, for n > 0 variables and m > 0 corrections.
+LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double> wa, std::span<std::int32_t> iwa);
+
+// Stores n, m and the layout: counting from 1, places 1 to 3 the sizes m n, m^2 and 4 m^2, places 4 to 20 the first
+// elements of the parts of `wa` in their order. What does not fit into 32 bits is stored as the largest integer, since
+// the layout follows from n and m in any case.
+void storeLayout(std::int32_t n, std::int32_t m, std::span<std::int32_t, 44> isave);
+
+// True if the layout in isave is that of n and m.
+bool layoutIsOf(std::int32_t n, std::int32_t m, std::span<const std::int32_t, 44> isave);
+
+}  // namespace voxlith

@@ -1,0 +1,169 @@
+#include "optim/lbfgsb/search_direction.h"
+
+#include <algorithm>
+#include <array>
+
+#include "optim/lbfgsb/subspace_matrix.h"
+
+namespace voxlith {
+
+namespace {
+
+struct Piece {
+    std::size_t first = 0;
+    std::size_t length = 0;
+};
+
+// The Cauchy point: variables that have stopped are at their bound, those that haven't are on their way, within the
+// rounding of the box.
+void placeCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, const Piece& block,
+                      const SearchDirectionArrays& arrays) {
+    const double* const x = arrays.x.data() + block.first;
+    double* const point = arrays.point.data() + block.first;
+    if (!task.leavesX) {
+        std::copy_n(x, block.length, point);
+        return;
+    }
+    const double* const direction = arrays.direction.data() + block.first;
+    for (std::size_t i = 0; i < block.length; ++i)
+        point[i] = x[i] + task.time * direction[i];
+    if (!task.constrained)
+        return;
+    const std::int32_t* const status = arrays.status.data() + block.first;
+    const double* const lower = box.lower;
+    const double* const upper = box.upper;
+    for (std::size_t i = 0; i < block.length; ++i) {
+        const double moved = point[i];
+        const double raised = status[i] == atLowerBound ? lower[i] : moved;
+        point[i] = status[i] == atUpperBound ? upper[i] : raised;
+    }
+    clampBlock(box, block.length, point);
+}
+
+// The step from the Cauchy point to the minimiser, 0 for fixed variables, into `step`.
+void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask& task, const Piece& block,
+                      const SearchDirectionArrays& arrays, double* step) {
+    const double* const x = arrays.x.data() + block.first;
+    const double* const g = arrays.g.data() + block.first;
+    const double* const point = arrays.point.data() + block.first;
+    const std::int32_t* const status = arrays.status.data() + block.first;
+    const double theta = memory.theta;
+    for (std::size_t i = 0; i < block.length; ++i)
+        step[i] = task.leavesX ? -theta * (point[i] - x[i]) - g[i] : -g[i];
+    const ColumnBlock steps{memory.s.data() + block.first, memory.n, memory.count};
+    const ColumnBlock changes{memory.y.data() + block.first, memory.n, memory.count};
+    addBlockColumns(steps, arrays.factors.data(), block.length, step, memory.instructions);
+    addBlockColumns(changes, arrays.factors.data() + memory.m, block.length, step, memory.instructions);
+    for (std::size_t i = 0; i < block.length; ++i)
+        step[i] = isFree(status[i]) ? step[i] / theta : 0.0;
+}
+
+// Adds the shortened subspace step; the variable that has shortened it lands on its bound exactly.
+void applySubspaceStep(const BoxProblem& problem, const StepToBound& cut, const Piece& block, const double* step,
+                       double* point) {
+    for (std::size_t i = 0; i < block.length; ++i)
+        point[i] += cut.length * step[i];
+    if (cut.shortened && cut.variable >= block.first && cut.variable < block.first + block.length) {
+        const std::size_t i = cut.variable - block.first;
+        point[i] = step[i] > 0.0 ? problem.u[cut.variable] : problem.l[cut.variable];
+    }
+}
+
+// The direction of the search and what it begins with.
+void startSearch(const BoxBlock& box, const CorrectionMemory& memory, const SearchDirectionTask& task,
+                 const Piece& block, const SearchDirectionArrays& arrays, StepToBound& limit,
+                 SearchDirection& closing) {
+    double* const x = arrays.x.data() + block.first;
+    const double* const g = arrays.g.data() + block.first;
+    const double* const point = arrays.point.data() + block.first;
+    double* const direction = arrays.direction.data() + block.first;
+    for (std::size_t i = 0; i < block.length; ++i)
+        direction[i] = point[i] - x[i];
+    double products[vectorsAtOnce] = {};
+    addBlockProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products, memory.instructions);
+    closing.directionSquared += products[0];
+    closing.slope += products[1];
+    if (task.limitStep)
+        shortenStep(box, block.first, block.length, x, direction, limit, memory.instructions);
+    std::copy_n(x, block.length, arrays.lastX.data() + block.first);
+    std::copy_n(g, block.length, arrays.lastG.data() + block.first);
+    if (task.moveX)
+        std::copy_n(point, block.length, x);
+}
+
+void prefetchNext(const Piece& block, const SearchDirectionArrays& arrays) {
+    prefetchNextBlock(arrays.x.data() + block.first, block.length);
+    prefetchNextBlock(arrays.g.data() + block.first, block.length);
+    prefetchNextBlock(arrays.direction.data() + block.first, block.length);
+    prefetchNextBlock(arrays.point.data() + block.first, block.length);
+    prefetchNextBlock(arrays.lastG.data() + block.first, block.length);
+}
+
+}  // namespace
+
+void subspaceFactors(const CorrectionMemory& memory, SmallMatrix table, SmallMatrix subspaceFactor, bool leavesX,
+                     double time, std::span<double> c, std::span<double> p, std::span<double> products,
+                     std::span<double> factors) {
+    const std::size_t count = memory.count;
+    const double theta = memory.theta;
+    std::fill(products.begin(), products.end(), 0.0);
+    if (leavesX) {
+        multiplyByMiddleMatrix(memory, c, products);
+        for (std::size_t k = 0; k < 2 * count; ++k)
+            p[k] -= theta * time * p[k];
+        addFreeProducts(memory, table, products, p);
+    }
+    solveSubspaceMatrix(subspaceFactor, memory.m, count, p);
+    for (std::size_t pair = 0; pair < count; ++pair) {
+        const std::size_t column = memory.columnOf(pair);
+        factors[column] = theta * products[count + pair] + p[count + pair];
+        factors[memory.m + column] = products[pair] + p[pair] / theta;
+    }
+}
+
+SearchDirection computeSearchDirection(const BoxProblem& problem, const CorrectionMemory& memory,
+                                       const SearchDirectionTask& task, double largestStep,
+                                       const SearchDirectionArrays& arrays) {
+    SearchDirection closing;
+    StepToBound cut, limit;
+    limit.length = largestStep;
+    BoxBlock box;
+    const bool steps = !arrays.factors.empty();
+    const std::size_t n = arrays.x.size();
+    const auto finish = [&](const Piece& block) {
+        double* const point = arrays.point.data() + block.first;
+        if (steps) {
+            applySubspaceStep(problem, cut, block, arrays.lastG.data() + block.first, point);
+            if (task.constrained)
+                clampBlock(box, block.length, point);
+        }
+        startSearch(box, memory, task, block, arrays, limit, closing);
+    };
+    for (std::size_t first = 0; first < n; first += blockLength) {
+        const Piece block{first, std::min(blockLength, n - first)};
+        prefetchNext(block, arrays);
+        prefetchNextBlock(arrays.status.data() + first, block.length);
+        if (task.constrained)
+            boxOfBlock(problem, first, block.length, box, memory.instructions);
+        placeCauchyPoint(box, task, block, arrays);
+        double* const step = arrays.lastG.data() + first;
+        if (steps)
+            formSubspaceStep(memory, task, block, arrays, step);
+        if (steps && task.constrained)
+            shortenStep(box, first, block.length, arrays.point.data() + first, step, cut, memory.instructions);
+        if (!task.constrained)
+            finish(block);
+    }
+    for (std::size_t first = 0; task.constrained && first < n; first += blockLength) {
+        const Piece block{first, std::min(blockLength, n - first)};
+        prefetchNext(block, arrays);
+        prefetchNextBlock(arrays.lastX.data() + first, block.length);
+        boxOfBlock(problem, first, block.length, box, memory.instructions);
+        finish(block);
+    }
+    closing.stepReachedBound = cut.length < 1.0;
+    closing.largestStep = limit.length;
+    return closing;
+}
+
+}  // namespace voxlith

@@ -1,0 +1,70 @@
+#include "sensitivity/rows/coef_store.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+namespace voxlith {
+
+namespace {
+
+std::span<std::int32_t> allWords(const SparseCoefStore& store) {
+    return {store.words.get(), static_cast<std::size_t>(2 * store.capacity + store.headroomWords)};
+}
+
+}  // namespace
+
+void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t headroomWords) {
+    store.words.reset();
+    store.capacity = 0;
+    store.headroomWords = 0;
+    const auto words = static_cast<std::size_t>(2 * capacity + headroomWords);
+    store.words = std::make_unique_for_overwrite<std::int32_t[]>(words);
+    adviseHugePages(store.words.get(), words * sizeof(std::int32_t));
+    store.capacity = capacity;
+    store.headroomWords = headroomWords;
+}
+
+void reserveRows(SparseCoefStore& store) {
+    reserveStore(store, store.rowOffset.back() - 1, headroomWordsFor(store.rowOffset));
+}
+
+std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
+    return allWords(store);
+}
+
+RawRow rawRowOf(SparseCoefStore& store, std::size_t entry) {
+    const auto first = static_cast<std::size_t>(store.headroomWords + 2 * (store.rowOffset[entry] - 1));
+    const auto length = static_cast<std::size_t>(store.rowOffset[entry + 1] - store.rowOffset[entry]);
+    std::int32_t* const row = store.words.get() + first;
+    return {{row, length}, {row + length, length}};
+}
+
+void buildBlockedRows(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount,
+                      std::span<const float> divisor) {
+    if (store.headroomWords < headroomWordsFor(store.rowOffset)) {
+        throw std::logic_error("the store has no room for arranging its rows");
+    }
+    const std::span<std::int32_t> words = allWords(store);
+    std::vector<BlockedRows> working(files);
+    std::vector<std::int64_t> rowLength(nData);
+    std::int64_t targetWord = 0;
+    std::size_t mostInUse = 0;
+    for (std::size_t file = 0; file < files; ++file) {
+        const std::int64_t* const offset = store.rowOffset.data() + file * (nData + 1);
+        for (std::size_t r = 0; r < nData; ++r) {
+            rowLength[r] = offset[r + 1] - offset[r];
+        }
+        RawRows raw{store.headroomWords + 2 * (offset[0] - 1), rowLength, {}};
+        if (divisor.size() >= (file + 1) * nData) {
+            raw.divisor = divisor.subspan(file * nData, nData);
+        }
+        targetWord = arrangeRows(words, raw, targetWord, store.headroomWords, paddedCount, working[file]);
+        mostInUse = std::max(mostInUse, working[file].usedColumns.size());
+    }
+    releasePages(words.data() + targetWord, words.subspan(static_cast<std::size_t>(targetWord)).size_bytes());
+    store.compact.assign(mostInUse, 0.0);
+    store.working = std::move(working);
+}
+
+}  // namespace voxlith

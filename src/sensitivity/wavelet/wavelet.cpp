@@ -1,0 +1,155 @@
+#include "sensitivity/wavelet/wavelet.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "sensitivity/wavelet/wavelet_lanes.h"
+
+namespace voxlith {
+
+namespace {
+
+// Axes up to this extent are left alone, though one step would be possible on four values: the files' writers do the
+// same.
+constexpr std::size_t longestPlainAxis = 4;
+
+struct CellLines {
+    std::size_t nx, ny, nz;
+    std::size_t npx, npy, npz;
+    std::size_t shared;  // cells of a z line that both arrays hold
+};
+
+CellLines cellLinesOf(const MeshGeometry& mesh) {
+    const auto widen = [](std::int32_t n) { return static_cast<std::size_t>(n); };
+    return {widen(mesh.nx),
+            widen(mesh.ny),
+            widen(mesh.nz),
+            widen(mesh.npx),
+            widen(mesh.npy),
+            widen(mesh.npz),
+            std::min(widen(mesh.nz), widen(mesh.npz))};
+}
+
+// The first place in `work` where a tile may begin; waveletWorkSize has room for the places left out.
+double* alignedTiles(std::span<double> work) {
+    void* place = work.data();
+    std::size_t room = work.size_bytes();
+    return static_cast<double*>(std::align(tileAlignment, tileAlignment, place, room));
+}
+
+// z and x axes of one group of y planes after the other, so that a group stays in cache between the two axes.
+void transformPlanes(double* padded, const PaddedExtents& extents, const WaveletFilter& filter,
+                     WaveletDirection direction, InstructionSet instructions, double* work) {
+    const std::size_t plane = extents.npz * extents.npx;
+    const std::size_t planesAtOnce = std::max<std::size_t>(1, laneCount / std::max<std::size_t>(1, extents.npz));
+    for (std::size_t y = 0; y < extents.npy; y += planesAtOnce) {
+        const std::size_t planes = std::min(planesAtOnce, extents.npy - y);
+        double* const group = padded + plane * y;
+        if (extents.npz > longestPlainAxis) {
+            transformAxis(group, 1, extents.npz, extents.npx * planes, filter, direction, instructions, work);
+        }
+        if (extents.npx > longestPlainAxis) {
+            transformAxis(group, extents.npz, extents.npx, planes, filter, direction, instructions, work);
+        }
+    }
+}
+
+}  // namespace
+
+PaddedExtents paddedExtentsOf(const MeshGeometry& mesh) {
+    return {static_cast<std::size_t>(mesh.npz), static_cast<std::size_t>(mesh.npx), static_cast<std::size_t>(mesh.npy)};
+}
+
+std::vector<float> mirrorTaps(std::span<const float> coefLow) {
+    std::vector<float> coefHigh(coefLow.size());
+    for (std::size_t k = 0; k < coefLow.size(); ++k) {
+        coefHigh[coefLow.size() - 1 - k] = k % 2 == 0 ? -coefLow[k] : coefLow[k];
+    }
+    return coefHigh;
+}
+
+std::size_t waveletWorkSize(const PaddedExtents& extents) {
+    return std::max({tileBufferSize(extents.npz), tileBufferSize(extents.npx), tileBufferSize(extents.npy)}) +
+           tileAlignment / sizeof(double);
+}
+
+void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
+                 std::span<double> work) {
+    if (n < 4) {
+        return;
+    }
+    const std::size_t half = n / 2;
+    const std::size_t mask = n - 1;
+    const std::size_t nCoef = filter.coefLow.size();
+    // A multiple of n keeps the index above zero; the mask takes it away again.
+    const std::size_t base = nCoef * n - nCoef / 2;
+    std::fill_n(work.begin(), n, 0.0);
+    for (std::size_t i = 0; i < half; ++i) {
+        for (std::size_t k = 0; k < nCoef; ++k) {
+            const std::size_t j = (base + 2 * i + k + 2) & mask;
+            const double low = static_cast<double>(filter.coefLow[k]);
+            const double high = static_cast<double>(filter.coefHigh[k]);
+            if (direction == WaveletDirection::forward) {
+                work[i] += low * a[j];
+                work[i + half] += high * a[j];
+            } else {
+                work[j] += low * a[i] + high * a[i + half];
+            }
+        }
+    }
+    std::copy_n(work.begin(), n, a.begin());
+}
+
+void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
+                        WaveletDirection direction, std::span<double> work, InstructionSet instructions) {
+    double* const tiles = alignedTiles(work);
+    transformPlanes(padded.data(), extents, filter, direction, instructions, tiles);
+    if (extents.npy > longestPlainAxis) {
+        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, instructions, tiles);
+    }
+}
+
+void padCells(std::span<const double> model, std::span<const float> weight, const MeshGeometry& mesh,
+              std::span<double> padded) {
+    const CellLines c = cellLinesOf(mesh);
+    for (std::size_t y = 0; y < c.npy; ++y) {
+        for (std::size_t x = 0; x < c.npx; ++x) {
+            double* const line = padded.data() + c.npz * (x + c.npx * y);
+            if (x >= c.nx || y >= c.ny) {
+                std::fill_n(line, c.npz, 0.0);
+                continue;
+            }
+            const std::size_t cell = mesh.cell(0, x, y);
+            if (weight.empty()) {
+                std::copy_n(model.data() + cell, c.shared, line);
+            } else {
+                for (std::size_t z = 0; z < c.shared; ++z) {
+                    line[z] = model[cell + z] * static_cast<double>(weight[cell + z]);
+                }
+            }
+            std::fill_n(line + c.shared, c.npz - c.shared, 0.0);
+        }
+    }
+}
+
+void cropCells(std::span<const double> padded, std::span<const float> weight, const MeshGeometry& mesh,
+               std::span<double> model) {
+    const CellLines c = cellLinesOf(mesh);
+    for (std::size_t y = 0; y < c.ny; ++y) {
+        for (std::size_t x = 0; x < c.nx; ++x) {
+            const double* const line = padded.data() + c.npz * (x + c.npx * y);
+            const std::size_t cell = mesh.cell(0, x, y);
+            if (weight.empty()) {
+                std::copy_n(line, c.shared, model.data() + cell);
+            } else {
+                for (std::size_t z = 0; z < c.shared; ++z) {
+                    model[cell + z] = line[z] * static_cast<double>(weight[cell + z]);
+                }
+            }
+            // A surface layer is spread down its column with the weight of its own last cell.
+            std::fill_n(model.data() + cell + c.shared, c.nz - c.shared, model[cell + c.shared - 1]);
+        }
+    }
+}
+
+}  // namespace voxlith

@@ -1,0 +1,128 @@
+#include "survey/line_average.h"
+
+#include <algorithm>
+
+#include "spline/voxlith_spline.h"
+#include "survey/dummy_value.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::size_t splineColumns = 4;
+
+struct LinePlace {
+    std::size_t record;   // first record, from 0
+    std::size_t station;  // first entry in the tables by line
+    std::size_t count;    // stations
+};
+
+LinePlace placeOfLine(const ObsSet& obs, std::size_t line) {
+    const auto [first, last] = obs.lineFirstLast[line];
+    const std::int32_t count = std::max(last - first + 1, 0);
+    return {static_cast<std::size_t>(first - 1), line * static_cast<std::size_t>(obs.maxLineData),
+            static_cast<std::size_t>(count)};
+}
+
+// The spline through the values of a line over its times.
+struct LineSpline {
+    std::int32_t count;
+    const double* time;
+    double* table;
+
+    double start() const { return time[0]; }
+    double end() const { return time[count - 1]; }
+    double integral(double from, double to) const { return CUBINT(&count, time, table, &from, &to); }
+};
+
+LineSpline fitLine(const LinePlace& place, LineIntegration& lines, std::span<const double> values) {
+    const LineSpline spline{static_cast<std::int32_t>(place.count), lines.lineTime.data() + place.station,
+                            lines.splineTable.data()};
+    for (std::size_t i = 0; i < place.count; ++i) {
+        spline.table[splineColumns * i] = values[place.record + i];
+    }
+    // A single station has no spline; its window never fits.
+    if (place.count > 1) {
+        const std::int32_t noCondition = 0;
+        CUBSPL(&spline.count, spline.time, spline.table, &noCondition, &noCondition);
+    }
+    return spline;
+}
+
+// L/2 in single precision, as the window edges have always been formed.
+double halfWindow(const LineIntegration& lines) {
+    return static_cast<double>(lines.integrationInterval * 0.5F);
+}
+
+double runningMean(const LineSpline& spline, double time, double half, double interval) {
+    double from = time - half;
+    double to = time + half;
+    if (spline.start() > from) {
+        from = spline.start();
+        to = spline.start() + interval;
+    }
+    if (to > spline.end()) {
+        to = spline.end();
+        from = spline.end() - interval;
+    }
+    const bool fits = spline.count > 1 && from >= spline.start() && spline.end() >= to;
+    return fits ? spline.integral(from, to) / interval : dummyValue;
+}
+
+}  // namespace
+
+void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<double> values) {
+    if (!(lines.integrationInterval > 0.0F)) {
+        return;
+    }
+    const double half = halfWindow(lines);
+    const auto interval = static_cast<double>(lines.integrationInterval);
+    for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
+        const LinePlace place = placeOfLine(obs, line);
+        const LineSpline spline = fitLine(place, lines, values);
+        for (std::size_t i = 0; i < place.count; ++i) {
+            values[place.record + i] = runningMean(spline, spline.time[i], half, interval);
+        }
+    }
+}
+
+void spreadAlongLines(const ObsSet& obs, const LineIntegration& lines, std::span<const double> observed,
+                      std::span<const double> predicted, std::span<double> residual, std::span<double> work) {
+    std::fill_n(work.begin(), residual.size(), 0.0);
+    for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
+        const LinePlace place = placeOfLine(obs, line);
+        for (std::size_t i = 0; i < place.count; ++i) {
+            const StationWindow& window = lines.windowRange[place.station + i];
+            const double* const weight =
+                lines.windowWeight.data() + static_cast<std::size_t>(lines.maxWindow) * (place.station + i);
+            for (std::int32_t l = 0; l < window.count; ++l) {
+                const std::size_t n = place.record + static_cast<std::size_t>(window.first - 1 + l);
+                if (isValid(observed[n]) && isValid(predicted[n])) {
+                    work[place.record + i] += residual[n] * weight[l];
+                }
+            }
+        }
+    }
+    std::copy_n(work.begin(), residual.size(), residual.begin());
+}
+
+void integrateBackgroundAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<double> values,
+                                   std::span<double> firstComponent) {
+    const double half = halfWindow(lines);
+    for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
+        const LinePlace place = placeOfLine(obs, line);
+        const LineSpline spline = fitLine(place, lines, values);
+        for (std::size_t i = 0; i < place.count; ++i) {
+            const double from = spline.time[i] - half;
+            const double to = spline.time[i] + half;
+            const bool fits = place.count > 1 && from >= spline.start() && to <= spline.end();
+            values[place.record + i] = fits ? spline.integral(from, to) : dummyValue;
+            // Component 1 loses the station whichever component is being treated; runs have always done so.
+            if (from < spline.start()) {
+                firstComponent[place.record + i] = dummyValue;
+            }
+        }
+    }
+}
+
+}  // namespace voxlith

@@ -1,0 +1,52 @@
+#include "survey/obs_cleaning.h"
+
+#include <cmath>
+
+#include "survey/dummy_value.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr float magneticDeviation = 1.0F;  // nT
+constexpr float gravityDeviation = 0.01F;  // mGal
+
+void maskOutsideLimits(ObsSet& obs, const ObsCleaning& cleaning, std::size_t component, double& datum) {
+    if (cleaning.obsClipOn[component] == 1 && isValid(datum) &&
+        (datum < cleaning.obsClipMin[component] || datum > cleaning.obsClipMax[component])) {
+        datum = dummyValue;
+        ++obs.nMasked;
+    }
+}
+
+}  // namespace
+
+void cleanObserved(ObsSet& obs, const ObsCleaning& cleaning, std::size_t component, std::size_t record) {
+    double& datum = obs.obsData[obs.index(component, record)];
+    float& deviation = obs.obsStd[obs.index(component, record)];
+    maskOutsideLimits(obs, cleaning, component, datum);
+    if (!isValid(datum)) {
+        deviation = 0.0F;
+        return;
+    }
+    if (cleaning.dataShift != 0.0F) {
+        datum += static_cast<double>(cleaning.dataShift);
+    }
+    if (!obs.hasStd || !(deviation > 0.0F)) {
+        deviation = isMagneticLayout(obs.dataTypeCode[0]) ? magneticDeviation : gravityDeviation;
+    }
+    if (cleaning.misfitPercent >= 0.0F && cleaning.misfitFloor >= 0.0F) {
+        deviation = static_cast<float>(static_cast<double>(cleaning.misfitPercent) * std::fabs(datum) / 100.0 +
+                                       static_cast<double>(cleaning.misfitFloor));
+    }
+    datum /= static_cast<double>(deviation);
+}
+
+void cleanReference(ObsSet& obs, const ObsCleaning& cleaning, std::size_t component, std::size_t record) {
+    double& datum = obs.refData[obs.index(component, record)];
+    const float deviation = obs.obsStd[obs.index(component, record)];
+    maskOutsideLimits(obs, cleaning, component, datum);
+    datum = isValid(datum) && deviation > 0.0F ? datum / static_cast<double>(deviation) : 0.0;
+}
+
+}  // namespace voxlith

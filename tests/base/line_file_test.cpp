@@ -1,0 +1,116 @@
+#include "base/line_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+
+#include "base/messages.h"
+#include "support/temporary_folder.h"
+
+namespace voxlith {
+namespace {
+
+using testing_support::TemporaryFolder;
+
+TEST(LineFile, replacesOrContinuesAFile) {
+    TemporaryFolder folder;
+    const std::string name = folder.write("run.log", "old\n");
+    LineFile file;
+    EXPECT_FALSE(isOpen(file));
+    ASSERT_TRUE(openLineFile(file, name, LineFileMode::create));
+    EXPECT_TRUE(isOpen(file));
+    writeLine(file, " first");
+    writeLine(file, "");
+    flushLineFile(file);
+    EXPECT_EQ(folder.read("run.log"), " first\n\n");
+    closeLineFile(file);
+    closeLineFile(file);
+    EXPECT_FALSE(isOpen(file));
+    ASSERT_TRUE(openLineFile(file, name, LineFileMode::append));
+    writeLine(file, "second");
+    EXPECT_EQ(folder.read("run.log"), " first\n\nsecond\n");
+}
+
+TEST(LineFile, completesALineThatWasCutOff) {
+    TemporaryFolder folder;
+    LineFile file;
+    ASSERT_TRUE(openLineFile(file, folder.write("cut.aux", "row 1\nro"), LineFileMode::append));
+    writeLine(file, "row 3");
+    EXPECT_EQ(folder.read("cut.aux"), "row 1\nro\nrow 3\n");
+    ASSERT_TRUE(openLineFile(file, folder.write("empty.aux", ""), LineFileMode::append));
+    writeLine(file, "row 1");
+    EXPECT_EQ(folder.read("empty.aux"), "row 1\n");
+}
+
+TEST(LineFile, tellsWhyItCannotBeOpened) {
+    TemporaryFolder folder;
+    LineFile file;
+    EXPECT_FALSE(openLineFile(file, folder.file("gone"), LineFileMode::append));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(openLineFile(file, folder.path().string(), LineFileMode::create));
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_FALSE(openLineFile(file, std::string(5000, 'n'), LineFileMode::create));
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_FALSE(openLineFile(file, "", LineFileMode::create));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(isOpen(file));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("gone")));
+}
+
+TEST(LineFile, doesNotWaitForAPipeThatNobodyReads) {
+    TemporaryFolder folder;
+    ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    LineFile file;
+    EXPECT_FALSE(openLineFile(file, folder.file("pipe"), LineFileMode::create));
+    EXPECT_EQ(errno, ENXIO);
+    const int reader = ::open(folder.file("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    EXPECT_TRUE(openLineFile(file, folder.file("pipe"), LineFileMode::create));
+    EXPECT_EQ(::fcntl(file.handle, F_GETFL) & (O_NONBLOCK | O_APPEND), O_APPEND);
+    writeLine(file, "a line");
+    std::array<char, 8> got{};
+    EXPECT_EQ(::read(reader, got.data(), got.size()), 7);
+    EXPECT_STREQ(got.data(), "a line\n");
+    ::close(reader);
+}
+
+TEST(LineFile, tellsOfAFullDisk) {
+    LineFile file;
+    ASSERT_TRUE(openLineFile(file, "/dev/full", LineFileMode::create));
+    try {
+        writeLine(file, "a line");
+        FAIL() << "a full device took a line";
+    } catch (const RunError& error) {
+        EXPECT_STREQ(error.what(), "/dev/full: cannot be written: No space left on device");
+    }
+    EXPECT_NO_THROW(flushLineFile(file));
+}
+
+TEST(LineFile, tellsOfAClosedDescriptor) {
+    TemporaryFolder folder;
+    LineFile file;
+    EXPECT_THROW(writeLine(file, "a line"), RunError);
+    EXPECT_NO_THROW(flushLineFile(file));
+    ASSERT_TRUE(openLineFile(file, folder.file("x"), LineFileMode::create));
+    ::close(file.handle);
+    EXPECT_THROW(writeLine(file, "a line"), RunError);
+    EXPECT_THROW(closeLineFile(file), RunError);
+    EXPECT_FALSE(isOpen(file));
+}
+
+TEST(LineFile, writesLongLinesWhole) {
+    TemporaryFolder folder;
+    LineFile file;
+    ASSERT_TRUE(openLineFile(file, folder.file("long"), LineFileMode::create));
+    const std::string line(3000000, 'l');
+    writeLine(file, line);
+    EXPECT_EQ(folder.read("long"), line + "\n");
+}
+
+}  // namespace
+}  // namespace voxlith

@@ -1,0 +1,81 @@
+#include "forward/layer_plan.h"
+
+#include <bit>
+#include <string>
+
+#include "base/messages.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr std::int32_t longestPlainAxis = 4;  // axes up to this extent are not transformed and need no power of two
+constexpr std::int32_t largestExtent = 1 << 30;
+
+std::int32_t paddedCount(std::int32_t cells) {
+    if (cells > largestExtent) {
+        throw RunError("an axis of " + std::to_string(cells) + " cells is too long to be padded");
+    }
+    return static_cast<std::int32_t>(std::bit_ceil(static_cast<std::uint32_t>(cells)));
+}
+
+bool isSurfaceStyle(std::int32_t style) {
+    return style >= 1 && style <= 3;
+}
+
+// The style that readers work out from the counts.
+std::int32_t styleOfCounts(std::int32_t npz, std::int32_t nz) {
+    if (npz >= nz) {
+        return 0;
+    }
+    return npz == 1 ? 1 : 3;
+}
+
+std::int32_t wantedLayers(const LayerOptions& options, std::int32_t nz) {
+    if (options.layers > 0) {
+        return options.layers;
+    }
+    if (!isSurfaceStyle(options.style)) {
+        return nz;
+    }
+    return options.style == 3 && nz > 1 ? 2 : 1;
+}
+
+void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
+    const std::string option = "--layers " + std::to_string(layers);
+    if (layers > nz) {
+        throw RunError(option + ": the mesh has " + std::to_string(nz) + " layers");
+    }
+    if (layers < nz && layers > longestPlainAxis && !std::has_single_bit(static_cast<std::uint32_t>(layers))) {
+        throw RunError(option + ": expected at most 4, a power of two, or all " + std::to_string(nz) + " layers");
+    }
+    if (layers < nz && (style == 0 || style == 4)) {
+        throw RunError(option + ": style " + std::to_string(style) + " covers all " + std::to_string(nz) +
+                       " layers of the mesh");
+    }
+}
+
+}  // namespace
+
+LayerPlan planLayers(const LayerOptions& options, bool storesStyle, MeshGeometry& mesh) {
+    const std::int32_t layers = wantedLayers(options, mesh.nz);
+    checkLayers(layers, options.style, mesh.nz);
+    mesh.npx = paddedCount(mesh.nx);
+    mesh.npy = paddedCount(mesh.ny);
+    mesh.npz = layers < mesh.nz ? layers : paddedCount(mesh.nz);
+    mesh.nzl = layers;
+    LayerPlan plan;
+    const std::int32_t seenStyle = styleOfCounts(mesh.npz, mesh.nz);
+    plan.inversionStyle = options.style < 0 ? seenStyle : options.style;
+    if (plan.inversionStyle != seenStyle && !storesStyle) {
+        throw RunError("--style " + std::to_string(plan.inversionStyle) +
+                       ": without a style of its own (tagged form, " + "version 2) the file is read as style " +
+                       std::to_string(seenStyle));
+    }
+    const bool columns = plan.inversionStyle == 2 || plan.inversionStyle == 3;
+    plan.sumBelow = columns && layers < mesh.nz;
+    plan.shownWhole = !columns || layers == (plan.inversionStyle == 2 ? 1 : 2) || mesh.nz == 1;
+    return plan;
+}
+
+}  // namespace voxlith

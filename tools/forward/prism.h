@@ -1,0 +1,64 @@
+// Closed forms for the attraction of right rectangular prisms of constant density or magnetisation.
+//
+// Axes: x east, y north, z down. Coordinates of a corner are taken relative to the station. With U the integral of 1/R
+// over the prism (R the distance from the station), every response is a weighted sum of U_z, the vertical attraction,
+// and the six second derivatives of U, derivatives being taken at the station:
+//     U_z  = sum  z atan(xy / zR) - x ln(R + y) - y ln(R + x)
+//     U_xx = sum  -atan(yz / xR)           U_xy = sum  ln(R + z)           and so on by exchange of letters,
+// over the eight corners, a corner counting negatively for each of its lower coordinates (Nagy 1966, Geophysics 31,
+// 362-371; Blakely 1995, Potential Theory in Gravity and Magnetic Applications, sections 9.1 and 9.3). U_z is positive
+// above a prism, U_zz is positive above and below it.
+//
+// The logarithms are written as ln((|y| + R) / sqrt(x^2 + z^2)) with the sign of y: they differ from the above by what
+// drops out of the sum over the corners, stay accurate where R + y would cancel, and make symmetric bodies give
+// symmetric numbers.
+//
+// Stations on the surface of a prism get finite values. On a face, where a second derivative jumps, it is the mean of
+// the two sides. On an edge, where the mixed derivative of the two directions across it grows without limit, the
+// station counts as standing off the edge by `edgeDistance`.
+#pragma once
+
+#include <span>
+
+#include "survey/mesh_geometry.h"
+
+namespace voxlith {
+
+// How much of each derivative a datum takes.
+struct ResponseWeights {
+    double z = 0;
+    double xx = 0, yy = 0, zz = 0;
+    double xy = 0, xz = 0, yz = 0;
+};
+
+struct StationPoint {
+    double x = 0, y = 0;  // east, north
+    double depth = 0;     // below the origin of elevation: minus the elevation
+};
+
+struct Prism {
+    double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+    double depth1 = 0, depth2 = 0;
+};
+
+// The term of one corner at (x, y, z) relative to the station.
+double cornerTerm(double x, double y, double z, const ResponseWeights& weights, double edgeDistance);
+
+// Response of one prism of unit property.
+double prismResponse(const Prism& prism, const StationPoint& station, const ResponseWeights& weights);
+
+// The edge distance that goes with a mesh or a prism: a ten-thousandth of its smallest width.
+double edgeDistanceOf(const MeshGeometry& mesh);
+
+// Room that meshResponses needs: two planes of corners.
+std::size_t cornerWorkSize(const MeshGeometry& mesh);
+
+// Responses of all cells of the mesh, each of unit property, in cell order. Each corner is worked out once for all the
+// cells that share it. zNode rises downwards. `corners` is work room of cornerWorkSize values.
+//
+// The differences of corner terms cancel: for cells of width h at distance D the vertical attraction loses about
+// (D/h)^3 units in the last place, as do the second derivatives.
+void meshResponses(const MeshGeometry& mesh, const StationPoint& station, const ResponseWeights& weights,
+                   double edgeDistance, std::span<double> corners, std::span<double> cells);
+
+}  // namespace voxlith

@@ -1,0 +1,113 @@
+#include "forward/sensitivity_rows.h"
+
+#include <algorithm>
+#include <string>
+
+#include "base/messages.h"
+#include "cli/progress_line.h"
+#include "forward/in_order.h"
+#include "forward/prism.h"
+
+namespace voxlith {
+
+namespace {
+
+void makeSpace(const MeshGeometry& mesh, RowWork& work) {
+    work.corners.resize(cornerWorkSize(mesh));
+    work.cells.resize(mesh.cellCount());
+    work.padded.resize(paddedExtentsOf(mesh).total());
+    work.waveletWork.resize(waveletWorkSize(paddedExtentsOf(mesh)));
+    work.layers.resize(static_cast<std::size_t>(mesh.nzl) + 1);
+}
+
+// Response of each layer that the file covers, and of the whole mesh, for unit property.
+void sumLayers(std::span<const double> cells, std::size_t nz, std::span<double> layers) {
+    std::fill(layers.begin(), layers.end(), 0.0);
+    const std::size_t covered = layers.size() - 1;
+    for (std::size_t column = 0; column < cells.size(); column += nz) {
+        for (std::size_t k = 0; k < nz; ++k) {
+            const double cell = cells[column + k];
+            if (k < covered) {
+                layers[k] += cell;
+            }
+            layers[covered] += cell;
+        }
+    }
+}
+
+// Adds the responses of the layers below layer `last` (from 0) to those of `last`.
+void sumColumnsFrom(std::span<double> cells, std::size_t nz, std::size_t last) {
+    for (std::size_t column = 0; column < cells.size(); column += nz) {
+        for (std::size_t k = last + 1; k < nz; ++k) {
+            cells[column + last] += cells[column + k];
+        }
+    }
+}
+
+// The row as a reader gets it back, into work.cells.
+void reconstructRow(const MtxContent& content, RowWork& work) {
+    std::fill(work.padded.begin(), work.padded.end(), 0.0);
+    for (std::size_t n = 0; n < work.compressed.coefIndex.size(); ++n) {
+        const auto position = static_cast<std::size_t>(work.compressed.coefIndex[n]) - 1;
+        work.padded[position] = static_cast<double>(work.compressed.coefValue[n]);
+    }
+    waveletTransform3D(work.padded, paddedExtentsOf(content.survey.mesh), content.filter, WaveletDirection::inverse,
+                       work.waveletWork);
+    cropCells(work.padded, {}, content.survey.mesh, work.cells);
+}
+
+}  // namespace
+
+void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std::size_t station, RowWork& work) {
+    const Survey& survey = content.survey;
+    const MeshGeometry& mesh = survey.mesh;
+    const std::size_t nz = mesh.zCentre.size();
+    makeSpace(mesh, work);
+    meshResponses(mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
+                  work.corners, work.cells);
+    clearInactive(survey.ground, nz, work.cells);
+    sumLayers(work.cells, nz, work.layers);
+    if (sumBelow) {
+        sumColumnsFrom(work.cells, nz, static_cast<std::size_t>(mesh.npz) - 1);
+    }
+    for (std::size_t cell = 0; cell < work.cells.size(); ++cell) {
+        work.cells[cell] /= static_cast<double>(content.cellWeights[cell]);
+    }
+    padCells(work.cells, {}, mesh, work.padded);
+    waveletTransform3D(work.padded, paddedExtentsOf(mesh), content.filter, WaveletDirection::forward, work.waveletWork);
+    try {
+        compressRow(work.padded, tolerance, work.ranking, work.compressed);
+    } catch (const RunError& error) {
+        throw RunError("station " + std::to_string(station + 1) + ": " + error.what());
+    }
+    reconstructRow(content, work);
+}
+
+RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sumBelow, double tolerance,
+                           std::size_t threads, std::span<double> gtgdiag, std::span<double> layerResponse) {
+    const std::size_t count = content.survey.stations.size();
+    const std::size_t workers = std::min(threads, count);
+    std::vector<RowWork> work(workers);
+    std::fill(gtgdiag.begin(), gtgdiag.end(), 0.0);
+    RowStatistics statistics;
+    ProgressLine progress("rows", count);
+    runInOrder(
+        count, workers,
+        [&](std::size_t worker, std::size_t row) { computeRow(content, sumBelow, tolerance, row, work[worker]); },
+        [&](std::size_t worker, std::size_t row) {
+            const RowWork& done = work[worker];
+            writeMtxRow(file, content, done.compressed);
+            for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
+                gtgdiag[cell] += done.cells[cell] * done.cells[cell];
+            }
+            std::copy(done.layers.begin(), done.layers.end(),
+                      layerResponse.begin() + static_cast<std::ptrdiff_t>(row * done.layers.size()));
+            statistics.coefficients += static_cast<std::int64_t>(done.compressed.coefIndex.size());
+            statistics.largestLoss = std::max(statistics.largestLoss, done.compressed.loss);
+            statistics.meanLoss += done.compressed.loss / static_cast<double>(count);
+            progress.show(row + 1);
+        });
+    return statistics;
+}
+
+}  // namespace voxlith

@@ -1,0 +1,141 @@
+#include "forward/survey_type.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+#include "base/messages.h"
+#include "survey/data_types.h"
+
+namespace voxlith {
+
+namespace {
+
+constexpr double gravityConstant = 6.67430e-11;  // m3 / (kg s2), CODATA 2018
+constexpr double unitDensity = 1000.0;           // kg/m3 in 1 g/cm3
+constexpr double milligal = gravityConstant * unitDensity * 1.0e5;
+constexpr double eotvos = gravityConstant * unitDensity * 1.0e9;
+
+constexpr std::array<std::pair<std::int32_t, std::string_view>, 12> surveyTypes{{{0, "gz"},
+                                                                                 {1, "tmi"},
+                                                                                 {2, "gzz"},
+                                                                                 {10, "gxx"},
+                                                                                 {11, "gyy"},
+                                                                                 {12, "gzz"},
+                                                                                 {13, "gxy"},
+                                                                                 {14, "gxz"},
+                                                                                 {15, "gyz"},
+                                                                                 {20, "tx"},
+                                                                                 {21, "ty"},
+                                                                                 {22, "tz"}}};
+
+[[noreturn]] void refuseType(const std::string& text) {
+    std::string known;
+    for (const auto& [code, name] : surveyTypes) {
+        known += (known.empty() ? "" : ", ") + std::to_string(code) + " " + std::string(name);
+    }
+    throw RunError("--type " + text + ": unknown; known are " + known);
+}
+
+std::array<double, 3> unitVector(const FieldDirection& direction) {
+    constexpr double degree = std::numbers::pi / 180.0;
+    const double incl = direction.incl * degree;
+    const double decl = direction.decl * degree;
+    // A right angle leaves a rest in the last place of the cosine: without it a vertical field needs one derivative,
+    // not six.
+    constexpr double rest = 1.0e-15;
+    std::array<double, 3> vector{std::cos(incl) * std::sin(decl), std::cos(incl) * std::cos(decl), std::sin(incl)};
+    for (double& component : vector) {
+        component = std::abs(component) < rest ? 0.0 : component;
+    }
+    return vector;
+}
+
+// strength / (4 pi) times the component along t of the second derivatives applied to f.
+ResponseWeights magneticWeights(double strength, const std::array<double, 3>& f, const std::array<double, 3>& t) {
+    const double scale = strength / (4.0 * std::numbers::pi);
+    ResponseWeights weights;
+    weights.xx = scale * t[0] * f[0];
+    weights.yy = scale * t[1] * f[1];
+    weights.zz = scale * t[2] * f[2];
+    weights.xy = scale * (t[0] * f[1] + t[1] * f[0]);
+    weights.xz = scale * (t[0] * f[2] + t[2] * f[0]);
+    weights.yz = scale * (t[1] * f[2] + t[2] * f[1]);
+    return weights;
+}
+
+}  // namespace
+
+std::int32_t surveyTypeCode(const std::string& text) {
+    std::string wanted = text;
+    std::transform(wanted.begin(), wanted.end(), wanted.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    // Of the two codes with one name the name stands for the one among the other gradients.
+    const auto found = std::find_if(surveyTypes.rbegin(), surveyTypes.rend(), [&](const auto& type) {
+        return wanted == type.second || wanted == std::to_string(type.first);
+    });
+    if (found == surveyTypes.rend()) {
+        refuseType(text);
+    }
+    return found->first;
+}
+
+bool isMagneticSurvey(std::int32_t code) {
+    return isMagneticCode(code) == 1;
+}
+
+std::string_view surveyUnit(std::int32_t code) {
+    if (isMagneticSurvey(code)) {
+        return "nT";
+    }
+    return code == 0 ? "mGal" : "Eotvos";
+}
+
+bool isStrengthOfTheEarth(double strength) {
+    return strength >= 15000.0 && strength <= 80000.0;
+}
+
+ResponseWeights responseWeights(std::int32_t code, const InducingField& field, const FieldDirection& measured) {
+    const std::array<double, 3> f = unitVector(field.direction);
+    ResponseWeights weights;
+    switch (code) {
+        case 0:
+            weights.z = milligal;
+            break;
+        case 2:
+        case 12:
+            weights.zz = eotvos;
+            break;
+        case 10:
+            weights.xx = eotvos;
+            break;
+        case 11:
+            weights.yy = eotvos;
+            break;
+        case 13:
+            weights.xy = eotvos;
+            break;
+        case 14:
+            weights.xz = eotvos;
+            break;
+        case 15:
+            weights.yz = eotvos;
+            break;
+        case 1:
+            return magneticWeights(field.strength, f, unitVector(measured));
+        case 20:
+            return magneticWeights(field.strength, f, {1.0, 0.0, 0.0});
+        case 21:
+            return magneticWeights(field.strength, f, {0.0, 1.0, 0.0});
+        case 22:
+            return magneticWeights(field.strength, f, {0.0, 0.0, 1.0});
+        default:
+            refuseType(std::to_string(code));
+    }
+    return weights;
+}
+
+}  // namespace voxlith

@@ -1,0 +1,17 @@
+// Reads tensor mesh files in the published UBC form: cell counts to the east, to the north and downwards; the top
+// south-west corner (east, north, elevation); then the widths along the three axes, n*w standing for n cells of width
+// w. Everything from "!" to the end of a line is comment; line ends do not matter otherwise.
+#pragma once
+
+#include <string>
+
+#include "survey/mesh_geometry.h"
+
+namespace voxlith {
+
+// Counts, nodes, widths and centres. xNode runs east, yNode north; zNode is the depth below the origin of elevation
+// (minus the elevation) and rises downwards, so that the volume taken from the end nodes is positive. The padded counts
+// stay 0. Throws RunError (file, line, what was expected and found).
+MeshGeometry readSurveyMesh(const std::string& fileName);
+
+}  // namespace voxlith
