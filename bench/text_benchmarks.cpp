@@ -84,7 +84,9 @@ void readWithStrtod(TextSetup& setup) {
 std::vector<BenchmarkCase> writerBenchmarks(const BenchOptions& options) {
     const std::shared_ptr<TextSetup> setup = makeSetup(options);
     const auto work = [setup] {
-        return cpuSecondsOf([&] { writeModelFile(setup->workFile, setup->mesh, 0, setup->model, {}, false, 0); });
+        return cpuSecondsOf([&] {
+            writeModelFile(setup->workFile, setup->mesh, 0, setup->model, {}, false, InversionStyle::standard);
+        });
     };
     const auto peer = [setup] { return cpuSecondsOf([&] { printModel(setup->model, setup->peerFile); }); };
     return {{"model writer", "fprintf loop", 1.0 / 6.0, work, peer}};

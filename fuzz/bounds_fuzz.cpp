@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::Choices choices({data, size});
     const MeshGeometry mesh = fuzzing::smallMesh(choices);
     const std::size_t types = 1 + choices.below(3);
-    const std::int32_t positivityFlag = static_cast<std::int32_t>(choices.below(4)) - 1;
+    const Positivity positivity{static_cast<std::int32_t>(choices.below(4)) - 1};
     const bool onControlLine = choices.below(4) == 1;
     const std::size_t cells = mesh.cellCount() * types;
     ModelBounds bounds;
@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     name = name.substr(0, name.find_first_of(std::string_view("/\0", 2)));
     Messages messages;
     fuzzing::allowStops([&] {
-        readBoundsFile(messages, positivityFlag, name, mesh, static_cast<std::int32_t>(types), bounds);
+        readBoundsFile(messages, positivity, name, mesh, static_cast<std::int32_t>(types), bounds);
         for (const std::int32_t type : bounds.boundType)
             fuzzing::require(type >= boundNone && type <= boundFixed, "bound types are known ones");
     });

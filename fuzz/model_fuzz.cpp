@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::Choices choices({data, size});
     const MeshGeometry mesh = fuzzing::smallMesh(choices);
     const std::size_t types = 1 + choices.below(2);
-    const std::int32_t positivityFlag = static_cast<std::int32_t>(choices.below(4)) - 1;
+    const Positivity positivity{static_cast<std::int32_t>(choices.below(4)) - 1};
     const bool onControlLine = choices.below(8) == 1;
     const std::size_t cells = mesh.cellCount() * types;
     ModelBounds bounds;
@@ -26,12 +26,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     name = name.substr(0, name.find_first_of(std::string_view("/\0", 2)));
     Messages messages;
     fuzzing::allowStops([&] {
-        readModelFile(messages, positivityFlag, name, mesh, static_cast<std::int32_t>(types), model, bounds, 0.25F);
+        readModelFile(messages, positivity, name, mesh, static_cast<std::int32_t>(types), model, bounds, 0.25F);
         for (std::size_t cell = 0; cell < cells; ++cell) {
             const bool free =
                 bounds.fixedCell[cell] == 0 && bounds.boundType[cell] == boundNone && isValid(model[cell]);
-            fuzzing::require(positivityFlag < 2 || !free || model[cell] >= static_cast<double>(strictPositiveMinimum),
-                             "free cells of a strictly positive model are above zero");
+            fuzzing::require(
+                !isStrict(positivity) || !free || model[cell] >= static_cast<double>(strictPositiveMinimum),
+                "free cells of a strictly positive model are above zero");
         }
     });
     return 0;

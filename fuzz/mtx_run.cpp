@@ -37,7 +37,7 @@ void multiply(RunState& run, std::size_t file) {
 void useFiles(RunState& run, bool fromDisk) {
     Sensitivity& sensitivity = run.sensitivity;
     readMtxFiles(run);
-    setDataClasses(run);
+    setDataTypes(run);
     if (run.mesh.cellCount() > smallCells || sensitivity.header.nPadTotal > smallPadded)
         return;
     std::fill(run.obs.obsStd.begin(), run.obs.obsStd.end(), 2.0F);

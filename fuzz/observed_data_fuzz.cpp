@@ -21,7 +21,7 @@ void allocate(ObsSet& obs) {
     for (auto* array : {&obs.obsData, &obs.refData, &obs.predData, &obs.obsWork1})
         array->assign(values, 0.0);
     obs.obsStd.assign(values, 0.0F);
-    if (obs.dataTypeCode[0] == 1) {
+    if (obs.dataType[0] == DataType::totalMagnetic) {
         obs.obsIncl.assign(n, 0.0F);
         obs.obsDecl.assign(n, 0.0F);
     }
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ObsSet obs;
     obs.nData = 1 + static_cast<std::int32_t>(choices.below(12));
     obs.nDataTypes = 1 + static_cast<std::int32_t>(choices.below(maxFiles));
-    obs.dataTypeCode.fill(codes[choices.below(codes.size())]);
+    obs.dataType.fill(DataType{codes[choices.below(codes.size())]});
     const ObsCleaning cleaning = cleaningOf(choices);
     const std::size_t written = choices.below(16);
     allocate(obs);

@@ -51,7 +51,7 @@ void readByProgram(const ObsReport& report) {
     const std::size_t records = report.table.records();
     obs.nData = static_cast<std::int32_t>(records);
     obs.nDataTypes = static_cast<std::int32_t>(report.table.components);
-    obs.dataTypeCode.fill(report.table.header ? 1 : 0);
+    obs.dataType.fill(report.table.header ? DataType::totalMagnetic : DataType::gz);
     obs.idir = 1;
     for (auto* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ}) {
         array->assign(records, 0.0);

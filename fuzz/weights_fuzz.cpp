@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                                          fuzzing::InputFile("n.wt"), fuzzing::InputFile("z.wt")};
     fuzzing::Choices choices({data, size});
     const MeshGeometry mesh = fuzzing::smallMesh(choices);
-    const auto style = static_cast<std::int32_t>(choices.below(5));
+    const InversionStyle style{static_cast<std::int32_t>(choices.below(5))};
     const std::int32_t count = choices.below(2) == 0 ? 1 : 4;
     const std::uint8_t nulls = choices.byte();
     std::array<std::string, 4> names;

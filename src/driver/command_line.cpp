@@ -62,9 +62,8 @@ void decodeMisfit(std::string_view argument, ObsCleaning& cleaning) {
 }
 
 void readKeyword(std::string_view argument, ControlValues& control) {
-    if (argument == "NOFAST")
-        control.noFastFlag = 1;
-    else if (beginsWithOneOf(argument, {"Misfit", "misfit", "MISFIT"}))
+    // Compatibility: the keyword NOFAST is accepted and changes nothing, as any unknown word.
+    if (beginsWithOneOf(argument, {"Misfit", "misfit", "MISFIT"}))
         decodeMisfit(argument, control.cleaning);
     else if (beginsWithOneOf(argument, {"Tradeoff", "tradeoff", "TRADEOFF"}))
         decodeBehindEquals(argument, control.tradeoffOverride, "a number");

@@ -178,13 +178,18 @@ void readLine3(ControlReader& reader) {
     TextInput text;
     openTextInMemory(text, reader.line);
     FreeFormatRead read = beginFreeFormatRead(text);
-    if (readValue(read, control.multiplier) != ReadStatus::good || readValue(read, control.tolc) != ReadStatus::good)
+    // Compatibility: the tolerance has to stand there and is not used.
+    double tolc = 0.0;
+    if (readValue(read, control.multiplier) != ReadStatus::good || readValue(read, tolc) != ReadStatus::good)
         throwLineError(reader, "two numbers, trade-off and tolc");
-    if (parseOptional(read, control.positivityFlag))
+    std::int32_t positivity = codeOf(control.positivity);
+    if (parseOptional(read, positivity)) {
         parseOptional(read, control.cleaning.integrationInterval);
+    }
+    control.positivity = Positivity{positivity};
 
     logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.multiplier, 10, 3));
-    logLine(reader.messages, TextLine(" Positivity flag: ").integer(control.positivityFlag, 4));
+    logLine(reader.messages, TextLine(" Positivity flag: ").integer(codeOf(control.positivity), 4));
     const float interval = control.cleaning.integrationInterval;
     if (interval > 0.0F)
         logLine(reader.messages, TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));

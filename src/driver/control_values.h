@@ -8,16 +8,14 @@
 #include "formats/weight_file.h"
 #include "survey/data_types.h"
 #include "survey/obs_set.h"
+#include "survey/positivity.h"
 
 namespace voxlith {
-
-constexpr std::int32_t positivityNotGiven = -999;
 
 struct ControlValues {
     std::string controlFileName;
 
     // Command line
-    std::int32_t noFastFlag = 0;
     double tradeoffOverride = -1.0;  // above 0: replaces multiplier
     std::int32_t clipLayer = 0;      // above 0, style 0: cells from this layer down are held
     std::string obsClipText;         // decoded once the number of data types is known
@@ -35,8 +33,7 @@ struct ControlValues {
     double BackVal = 0.0;
     // Line 3
     double multiplier = 0.0;
-    double tolc = 0.0;  // read, never used
-    std::int32_t positivityFlag = positivityNotGiven;
+    Positivity positivity = Positivity::notGiven;
     // Lines 4 to 8, as they stand
     std::string obsFileText;
     std::array<std::string, maxFiles> mtxFileText;

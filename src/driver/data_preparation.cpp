@@ -144,8 +144,7 @@ void reportStatistics(RunState& run) {
 }
 
 void fixUncoveredLayers(RunState& run) {
-    const std::int32_t style = run.sensitivity.header.inversionStyle;
-    if (style >= 1 && style <= 3)
+    if (isSurfaceStyle(run.sensitivity.header.inversionStyle))
         run.bounds.nFixedCells += fixLayersFrom(run, run.mesh.nzl + 1);
 }
 
@@ -157,7 +156,7 @@ void foldDepthWeights(RunState& run) {
                                          differs(header.weightParamB[0], header.weightParamB[1])));
     if (sensitivity.foldDepthWeight)
         foldIntoModels(run);
-    if (header.inversionStyle == 0 && run.control.clipLayer > 0)
+    if (header.inversionStyle == InversionStyle::standard && run.control.clipLayer > 0)
         fixLayersFrom(run, run.control.clipLayer);
 }
 

@@ -187,7 +187,7 @@ void allocateObsArrays(RunState& run) {
                       obs.refData.assign(values, 0.0);
                   });
     // Whether the file is of the downhole form is not known yet: every file of total field data gets the angles.
-    if (run.sensitivity.header.dataType[0] == 1)
+    if (run.sensitivity.header.dataType[0] == DataType::totalMagnetic)
         allocateGroup(run, "Obs incl:", bytes(8.0, n), "Error: Not enough memory for the observed incl arrays", [&] {
             obs.obsIncl.assign(n, 0.0F);
             obs.obsDecl.assign(n, 0.0F);

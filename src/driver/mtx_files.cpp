@@ -45,10 +45,11 @@ void echoFieldValues(RunState& run) {
     logLine(run.messages, measured.fixed(static_cast<double>(obs.adecl), 10, 2));
 }
 
-std::int32_t firstTermCode(const RunState& run, std::size_t dataType) {
-    const auto& terms = run.products.terms[dataType];
+// The type of the file that the first term of a component names; gravity where it names none.
+DataType firstTermType(const RunState& run, std::size_t component) {
+    const auto& terms = run.products.terms[component];
     if (terms.empty() || terms.front().mtx < 0)
-        return 0;
+        return DataType::gz;
     return run.sensitivity.header.dataType[static_cast<std::size_t>(terms.front().mtx)];
 }
 
@@ -68,24 +69,17 @@ void readMtxFiles(RunState& run) {
         loadMtxRows(sensitivity);
 }
 
-void setDataClasses(RunState& run) {
+void setDataTypes(RunState& run) {
     ControlValues& control = run.control;
-    const MtxHeader& header = run.sensitivity.header;
-    for (std::size_t type = 0; type < static_cast<std::size_t>(control.nDataTypes); ++type) {
-        run.obs.dataTypeCode[type] = header.dataType[type];
-        run.dataClass[type] = dataClassOf(firstTermCode(run, type));
-    }
-    for (const Product& product : run.products.products)
-        run.modelIsMagnetic[static_cast<std::size_t>(product.model)] =
-            isMagneticCode(header.dataType[static_cast<std::size_t>(product.mtx)]);
-    const bool isMagnetic = run.dataClass[0] == 1;
+    std::copy_n(run.sensitivity.header.dataType.begin(), control.nDataTypes, run.obs.dataType.begin());
+    const bool magnetic = isMagnetic(firstTermType(run, 0));
     if (control.tradeoffOverride > 0.0)
         control.multiplier = control.tradeoffOverride;
     else if (control.multiplier <= 0.0)
-        control.multiplier = isMagnetic ? 1.0 : static_cast<double>(0.01F);
-    if (control.positivityFlag == positivityNotGiven)
-        control.positivityFlag = isMagnetic ? 1 : 0;
-    if (isMagnetic)
+        control.multiplier = magnetic ? 1.0 : static_cast<double>(0.01F);
+    if (control.positivity == Positivity::notGiven)
+        control.positivity = magnetic ? Positivity::positive : Positivity::unconstrained;
+    if (magnetic)
         echoFieldValues(run);
 }
 

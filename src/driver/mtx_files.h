@@ -8,7 +8,7 @@ namespace voxlith {
 
 void readMtxFiles(RunState& run);
 
-// Data classes, the defaults that depend on them, and the echo of the field values.
-void setDataClasses(RunState& run);
+// The data types of the components, the defaults that depend on the first of them, and the echo of the field values.
+void setDataTypes(RunState& run);
 
 }  // namespace voxlith

@@ -56,7 +56,7 @@ void writeSizes(const RunState& run, WriteLine write) {
 void reportSummary(RunState& run) {
     Messages& messages = run.messages;
     logLine(messages, "");
-    logLine(messages, TextLine(" Inversion style: ").integer(run.sensitivity.header.inversionStyle, 4));
+    logLine(messages, TextLine(" Inversion style: ").integer(codeOf(run.sensitivity.header.inversionStyle), 4));
     writeSizes(run, [](const TextLine& line) { screenLine(line); });
     writeSizes(run, [&](const TextLine& line) { logLine(messages, line); });
     logLine(messages, "");
@@ -87,28 +87,29 @@ void readObservedData(RunState& run) {
 
 void readModels(RunState& run) {
     const ControlValues& control = run.control;
-    const std::int32_t flag = control.positivityFlag;
+    const Positivity positivity = control.positivity;
     run.startIteration = 0;
-    readBoundsFile(run.messages, flag, control.boundsText, run.mesh, control.nModelTypes, run.bounds);
+    readBoundsFile(run.messages, positivity, control.boundsText, run.mesh, control.nModelTypes, run.bounds);
     fixUncoveredLayers(run);
     std::string initialModel = control.initialModelText;
     if (control.iRestart > 0)
-        initialModel = isMagneticLayout(run.obs.dataTypeCode[0]) ? "voxlith.kap" : "voxlith.rho";
-    readModelFile(run.messages, flag, initialModel, run.mesh, control.nModelTypes, run.arrays.model, run.bounds, 0.0F);
-    readModelFile(run.messages, flag, control.referenceModelText, run.mesh, control.nModelTypes, run.arrays.refModel,
-                  run.bounds, 0.0F);
+        initialModel = hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
+    readModelFile(run.messages, positivity, initialModel, run.mesh, control.nModelTypes, run.arrays.model, run.bounds,
+                  0.0F);
+    readModelFile(run.messages, positivity, control.referenceModelText, run.mesh, control.nModelTypes,
+                  run.arrays.refModel, run.bounds, 0.0F);
     foldDepthWeights(run);
 }
 
-std::string_view styleLabel(std::int32_t style) {
+std::string_view styleLabel(InversionStyle style) {
     switch (style) {
-        case 1:
+        case InversionStyle::equivalentSource:
             return "Inversion Style : Equivalent source";
-        case 2:
+        case InversionStyle::apparentDensity:
             return "Inversion Style : Apparent density";
-        case 3:
+        case InversionStyle::surfaceAndApparentDensity:
             return "Inversion Style : Surface+Apparent density";
-        case 4:
+        case InversionStyle::edgePadding:
             return "Inversion Style : 3D with edge padding correction";
         default:
             return "Inversion Style : Standard 3D";
@@ -129,12 +130,10 @@ LoopSettings loopSettingsOf(const RunState& run) {
     LoopSettings settings;
     settings.mtxVersion = run.sensitivity.header.version;
     settings.inversionStyle = run.sensitivity.header.inversionStyle;
-    settings.positivityFlag = control.positivityFlag;
+    settings.positivity = control.positivity;
     settings.multiplier = control.multiplier;
     settings.iBackground = control.iBackground;
     settings.BackVal = control.BackVal;
-    settings.noFastFlag = control.noFastFlag;
-    settings.iRestart = control.iRestart;
     settings.maxIterations = control.maxIterations;
     settings.startIteration = run.startIteration;
     settings.outputStep = control.outputStep;
@@ -155,7 +154,7 @@ void invert(RunState& run) {
 }
 
 void writeFinalModels(const RunState& run) {
-    const std::string_view extension = isMagneticLayout(run.obs.dataTypeCode[0]) ? ".sus" : ".den";
+    const std::string_view extension = hasMagneticLayout(run.obs.dataType[0]) ? ".sus" : ".den";
     const std::int32_t nModelTypes = run.control.nModelTypes;
     for (std::int32_t type = 0; type < nModelTypes; ++type) {
         TextLine name("voxlith");
@@ -176,15 +175,14 @@ void writeResults(const RunState& run) {
     writeFinalModels(run);
     writeObsFile("voxlith.pre", run.obs, run.obs.predData);
     writeErrorTable(run.obs);
-    const std::int32_t style = run.sensitivity.header.inversionStyle;
-    if (style == 1 || style == 2)
+    if (hasApparentDensityTable(run.sensitivity.header.inversionStyle))
         writeApparentDensityTable("voxlith_appden.csv", run.mesh, run.arrays.model, run.obs);
 }
 
 void runSequence(RunState& run, std::span<const std::string> arguments) {
     readInputs(run, arguments);
     readMtxFiles(run);
-    setDataClasses(run);
+    setDataTypes(run);
     reportSummary(run);
     readWeightFiles(run.messages, run.sensitivity.header.inversionStyle, run.control.alphas, run.control.nWeightFiles,
                     run.control.weightFileName, run.mesh, run.weights);

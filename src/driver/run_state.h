@@ -45,8 +45,6 @@ struct RunState {
     Sensitivity sensitivity;
     ProductTables products;
     LineIntegration lines;
-    std::array<std::int32_t, maxFiles> dataClass{};        // by data type: 1 magnetic, 2 gravity gradient, 0 other
-    std::array<std::int32_t, maxFiles> modelIsMagnetic{};  // by model type
 
     // The model and what holds it
     ModelBounds bounds;

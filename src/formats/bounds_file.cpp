@@ -25,11 +25,6 @@ struct CellBounds {
     float upper = 0.0F;
 };
 
-// Smallest value under a positivity flag above 0.
-float smallestValue(std::int32_t positivityFlag) {
-    return positivityFlag == 2 ? strictPositiveMinimum : 0.0F;
-}
-
 void limitNegative(float& lower, float& upper) {
     lower = std::min(0.0F, lower);
     upper = std::min(0.0F, upper);
@@ -46,12 +41,12 @@ void storeEverywhere(const CellBounds& cell, ModelBounds& bounds) {
     }
 }
 
-CellBounds boundsWithoutFile(std::int32_t positivityFlag) {
-    if (positivityFlag < 0) {
+CellBounds boundsWithoutFile(Positivity positivity) {
+    if (requiresNegative(positivity)) {
         return {boundUpper, 0.0F, 0.0F};
     }
-    if (positivityFlag == 1 || positivityFlag == 2) {
-        const float smallest = smallestValue(positivityFlag);
+    if (positivity == Positivity::positive || isStrict(positivity)) {
+        const float smallest = smallestPositive(positivity);
         return {boundLower, smallest, smallest};
     }
     return {};
@@ -62,16 +57,16 @@ bool areReversed(float lower, float upper) {
     return std::fabs(lower) < 99.0F && std::fabs(upper) < -99.0F && lower >= upper;
 }
 
-CellBounds boundsFromNumbers(std::int32_t positivityFlag, float lower, float upper) {
-    if (positivityFlag > 0) {
-        const float smallest = smallestValue(positivityFlag);
+CellBounds boundsFromNumbers(Positivity positivity, float lower, float upper) {
+    if (requiresPositive(positivity)) {
+        const float smallest = smallestPositive(positivity);
         if (lower < smallest && lower > openSide) {
             lower = smallest;
         }
         if (upper < smallest && upper > openSide) {
             upper = std::max(smallest, lower);
         }
-    } else if (positivityFlag < 0) {
+    } else if (requiresNegative(positivity)) {
         limitNegative(lower, upper);
     }
     const bool noLower = std::fabs(lower) >= noBoundMagnitude;
@@ -90,16 +85,16 @@ CellBounds boundsFromNumbers(std::int32_t positivityFlag, float lower, float upp
 
 // The same for a pair of a file, with its own comparisons: a side needs a magnitude above 98.9, not of 98.9, to be
 // free, and beside a true upper bound a lower one stands until it is beyond 99990.
-CellBounds boundsFromPair(std::int32_t positivityFlag, float lower, float upper) {
-    if (positivityFlag > 0) {
-        const float smallest = smallestValue(positivityFlag);
+CellBounds boundsFromPair(Positivity positivity, float lower, float upper) {
+    if (requiresPositive(positivity)) {
+        const float smallest = smallestPositive(positivity);
         if (lower < smallest && std::fabs(lower) < noBoundMagnitude) {
             lower = smallest;
         }
         if (upper < smallest && std::fabs(upper) < noBoundMagnitude) {
             upper = std::max(smallest, lower);
         }
-    } else if (positivityFlag < 0) {
+    } else if (requiresNegative(positivity)) {
         limitNegative(lower, upper);
     }
     const bool noUpper = std::fabs(upper) > noBoundMagnitude;
@@ -137,7 +132,7 @@ ReadStatus readPairs(TextInput& input, std::span<double> lower, std::span<double
 }
 
 // Takes the pair that the arrays hold for a cell of model type 1 to its final form.
-void classifyCell(std::int32_t positivityFlag, std::size_t cell, ModelBounds& bounds) {
+void classifyCell(Positivity positivity, std::size_t cell, ModelBounds& bounds) {
     const float lower = static_cast<float>(bounds.lowerBound[cell]);
     const float upper = static_cast<float>(bounds.upperBound[cell]);
     if (std::fabs(lower) <= noBoundMagnitude && std::fabs(upper) <= noBoundMagnitude && lower >= upper) {
@@ -146,7 +141,7 @@ void classifyCell(std::int32_t positivityFlag, std::size_t cell, ModelBounds& bo
         ++bounds.nFixedCells;
         return;
     }
-    const CellBounds found = boundsFromPair(positivityFlag, lower, upper);
+    const CellBounds found = boundsFromPair(positivity, lower, upper);
     bounds.fixedCell[cell] = 0;
     bounds.boundType[cell] = found.boundType;
     bounds.lowerBound[cell] = static_cast<double>(found.lower);
@@ -161,7 +156,7 @@ void repeatFirstSlab(std::vector<Value>& values, std::size_t slab, std::int32_t 
     }
 }
 
-void readPairsFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, std::size_t cells,
+void readPairsFile(Messages& messages, Positivity positivity, const std::string& name, std::size_t cells,
                    std::int32_t nModelTypes, ModelBounds& bounds) {
     TextInput input;
     if (!openTextInput(input, fileNameOf(name, shortNameWidth))) {
@@ -175,7 +170,7 @@ void readPairsFile(Messages& messages, std::int32_t positivityFlag, const std::s
         plainStop();
     }
     for (std::size_t cell = 0; cell < cells; ++cell) {
-        classifyCell(positivityFlag, cell, bounds);
+        classifyCell(positivity, cell, bounds);
     }
     // The copies are not counted in nFixedCells.
     repeatFirstSlab(bounds.fixedCell, cells, nModelTypes);
@@ -186,26 +181,26 @@ void readPairsFile(Messages& messages, std::int32_t positivityFlag, const std::s
 
 }  // namespace
 
-void readBoundsFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
+void readBoundsFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                     std::int32_t nModelTypes, ModelBounds& bounds) {
     bounds.nFixedCells = 0;
     const std::string_view text = shortText(name);
     if (isNullWord(text)) {
-        storeEverywhere(boundsWithoutFile(positivityFlag), bounds);
+        storeEverywhere(boundsWithoutFile(positivity), bounds);
         return;
     }
     std::array<float, 2> pair{};
     std::int64_t valuesTaken = 0;
     const ReadStatus status = freeFormatRead(text, std::span<float>(pair), &valuesTaken);
     if (status != ReadStatus::good || valuesTaken != 2) {
-        readPairsFile(messages, positivityFlag, name, mesh.cellCount(), nModelTypes, bounds);
+        readPairsFile(messages, positivity, name, mesh.cellCount(), nModelTypes, bounds);
         return;
     }
     if (areReversed(pair[0], pair[1])) {
         screenAndLogLine(messages, "Error: the lower bound value is greater than the upper bound");
         plainStop();
     }
-    storeEverywhere(boundsFromNumbers(positivityFlag, pair[0], pair[1]), bounds);
+    storeEverywhere(boundsFromNumbers(positivity, pair[0], pair[1]), bounds);
 }
 
 }  // namespace voxlith

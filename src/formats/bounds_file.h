@@ -12,7 +12,7 @@ namespace voxlith {
 
 // `name` is the text of the control line. The arrays of `bounds` have their sizes already (cells times nModelTypes);
 // nFixedCells starts anew. Ends the run through the stops told with each message.
-void readBoundsFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
+void readBoundsFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                     std::int32_t nModelTypes, ModelBounds& bounds);
 
 }  // namespace voxlith

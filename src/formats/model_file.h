@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/messages.h"
+#include "survey/inversion_style.h"
 #include "survey/mesh_geometry.h"
 #include "survey/model_bounds.h"
 
@@ -14,7 +15,7 @@ namespace voxlith {
 
 // `name` is the text of the control line: null, a number, or a file. `target` (cells times nModelTypes) is filled with
 // `fillValue`, then as the text says (a file fills model type 1 alone), then projected into the bounds.
-void readModelFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
+void readModelFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                    std::int32_t nModelTypes, std::span<double> target, const ModelBounds& bounds, float fillValue);
 
 // Writes the cells of one model type (`modelType` from 0) of `source`, divided by `depthWeight` (one slab of cells:
@@ -22,6 +23,6 @@ void readModelFile(Messages& messages, std::int32_t positivityFlag, const std::s
 // whole. Throws RunError when it cannot be written. Allocates nothing.
 void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
                     std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
-                    std::int32_t inversionStyle);
+                    InversionStyle inversionStyle);
 
 }  // namespace voxlith

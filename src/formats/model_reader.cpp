@@ -18,8 +18,8 @@ bool isNumber(std::string_view text, float& number) {
     return status != ReadStatus::badText && valuesTaken > 0;
 }
 
-void fillWithNumber(Messages& messages, std::int32_t positivityFlag, float number, std::span<double> target) {
-    if ((positivityFlag > 0 && number < 0.0F) || (positivityFlag < 0 && number > 0.0F)) {
+void fillWithNumber(Messages& messages, Positivity positivity, float number, std::span<double> target) {
+    if ((requiresPositive(positivity) && number < 0.0F) || (requiresNegative(positivity) && number > 0.0F)) {
         screenAndLogLine(
             messages,
             "Error: the specified model value is invalid because it conflicts with the model positivity flag");
@@ -44,7 +44,7 @@ void fillFromFile(Messages& messages, const std::string& name, std::span<double>
 
 }  // namespace
 
-void readModelFile(Messages& messages, std::int32_t positivityFlag, const std::string& name, const MeshGeometry& mesh,
+void readModelFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                    std::int32_t nModelTypes, std::span<double> target, const ModelBounds& bounds, float fillValue) {
     const std::span<double> allTypes = target.first(mesh.cellCount() * static_cast<std::size_t>(nModelTypes));
     std::fill(allTypes.begin(), allTypes.end(), static_cast<double>(fillValue));
@@ -52,12 +52,12 @@ void readModelFile(Messages& messages, std::int32_t positivityFlag, const std::s
     if (!isNullWord(text)) {
         float number = 0.0F;
         if (isNumber(text, number)) {
-            fillWithNumber(messages, positivityFlag, number, allTypes);
+            fillWithNumber(messages, positivity, number, allTypes);
         } else {
             fillFromFile(messages, name, allTypes.first(mesh.cellCount()));
         }
     }
-    projectModel(positivityFlag, bounds, allTypes);
+    projectModel(positivity, bounds, allTypes);
 }
 
 }  // namespace voxlith

@@ -47,11 +47,6 @@ void writeRepeated(OutputFile& file, double value, std::size_t count) {
     }
 }
 
-// The surface styles invert one or two layers; a file of theirs shows the deepest of them all the way down.
-std::size_t ownLayersOf(std::int32_t inversionStyle, std::size_t nz) {
-    return std::min<std::size_t>(inversionStyle == 2 ? 1 : inversionStyle == 3 ? 2 : nz, nz);
-}
-
 void writeColumns(OutputFile& file, const Cells& all, std::size_t nz, std::size_t ownLayers) {
     for (std::size_t first = 0; first < all.value.size(); first += nz) {
         writeCells(file, all, first, first + ownLayers);
@@ -63,7 +58,7 @@ void writeColumns(OutputFile& file, const Cells& all, std::size_t nz, std::size_
 
 void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
                     std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
-                    std::int32_t inversionStyle) {
+                    InversionStyle inversionStyle) {
     const std::size_t cells = mesh.cellCount();
     const std::size_t nz = static_cast<std::size_t>(mesh.nz);
     const std::span<const double> values = source.subspan(static_cast<std::size_t>(modelType) * cells, cells);
@@ -71,7 +66,7 @@ void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::in
     openOutputFile(file, fileName);
     expectOutput(file, exponentLineBytes * cells);
     const Cells all{values, foldDepthWeight ? depthWeight.first(cells) : std::span<const float>()};
-    const std::size_t ownLayers = ownLayersOf(inversionStyle, nz);
+    const std::size_t ownLayers = writtenCellsPerColumn(inversionStyle, nz);
     if (ownLayers == nz) {
         writeCells(file, all, 0, cells);
     } else {

@@ -23,7 +23,7 @@ constexpr std::string_view tooFewError = " The number of data values in the file
 // Counts the columns of the first data record, which decides for all: sets hasStd and hasLineTime.
 void inspectFirstRecord(RecordSource& source, ObsSet& obs, bool wantsLineTime) {
     // Two lines of a magnetic file, the count line, the record.
-    const int lines = isMagneticLayout(obs.dataTypeCode[0]) ? 4 : 2;
+    const int lines = hasMagneticLayout(obs.dataType[0]) ? 4 : 2;
     for (int line = 0; line < lines; ++line) {
         readRecordLine(source);
     }
@@ -82,7 +82,7 @@ void readDirectionLine(TextInput& input, ObsSet& obs) {
 }
 
 std::int32_t readHeader(TextInput& input, ObsSet& obs) {
-    if (isMagneticLayout(obs.dataTypeCode[0])) {
+    if (hasMagneticLayout(obs.dataType[0])) {
         readFieldLine(input, obs);
         readDirectionLine(input, obs);
     }

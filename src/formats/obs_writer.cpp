@@ -34,7 +34,7 @@ void writeCountLine(OutputFile& file, const ObsSet& obs) {
     if (obs.nDataTypes > 1) {
         line.integer(obs.nDataTypes, 4);
         for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
-            line.integer(obs.dataTypeCode[component], 4);
+            line.integer(codeOf(obs.dataType[component]), 4);
         }
         line.text("  !! # of data, # components, data types").padTo(countLineWidth);
     } else {
@@ -90,7 +90,7 @@ void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const 
     openOutputFile(file, fileName);
     const bool downhole = isDownhole(obs);
     expectOutput(file, expectedBytes(obs, downhole));
-    if (isMagneticLayout(obs.dataTypeCode[0])) {
+    if (hasMagneticLayout(obs.dataType[0])) {
         writeFieldHeader(file, obs);
     }
     writeCountLine(file, obs);

@@ -78,14 +78,14 @@ void scaleSection(const Section& section, const MeshGeometry& mesh, double meshV
     }
 }
 
-void dropAlphasWithoutDifferences(std::int32_t inversionStyle, const MeshGeometry& mesh, Alphas& alphas) {
+void dropAlphasWithoutDifferences(InversionStyle inversionStyle, const MeshGeometry& mesh, Alphas& alphas) {
     if (mesh.ny == 1) {
         alphas.alphaN = 0.0F;
     }
     if (mesh.nx == 1) {
         alphas.alphaE = 0.0F;
     }
-    if (mesh.nz == 1 || (inversionStyle >= 1 && inversionStyle <= 3)) {
+    if (mesh.nz == 1 || isSurfaceStyle(inversionStyle)) {
         alphas.alphaZ = 0.0F;
     }
 }
@@ -98,7 +98,7 @@ double volumeOf(const MeshGeometry& mesh) {
 
 }  // namespace
 
-void readWeightFiles(Messages& messages, std::int32_t inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
+void readWeightFiles(Messages& messages, InversionStyle inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
                      std::span<const std::string> names, const MeshGeometry& mesh, SmoothnessWeights& weights) {
     dropAlphasWithoutDifferences(inversionStyle, mesh, alphas);
     const double meshVolume = volumeOf(mesh);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/messages.h"
+#include "survey/inversion_style.h"
 #include "survey/mesh_geometry.h"
 
 namespace voxlith {
@@ -25,7 +26,7 @@ struct SmoothnessWeights {
 
 // `names` holds 1 or 4 texts of the control line. Alphas of directions without differences become 0. The arrays of
 // `weights` have their sizes already. Missing files end the run through fatalStop, unreadable ones with a RunError.
-void readWeightFiles(Messages& messages, std::int32_t inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
+void readWeightFiles(Messages& messages, InversionStyle inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
                      std::span<const std::string> names, const MeshGeometry& mesh, SmoothnessWeights& weights);
 
 }  // namespace voxlith

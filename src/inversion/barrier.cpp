@@ -55,30 +55,30 @@ double largestValue(const MeshGeometry& mesh, std::span<const double> model) {
 
 }  // namespace
 
-double calcBarrier(std::int32_t positivityFlag, const Barrier& barrier, const MeshGeometry& mesh,
+double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeometry& mesh,
                    std::span<const double> model) {
     if (!(barrier.barrierWeight > 0.0))
         return 0.0;
     const Columns columns = columnsOf(mesh, model);
     const double cells = static_cast<double>(mesh.nx) * mesh.ny * mesh.nzl;
-    const double sum = positivityFlag == logarithmicBarrierFlag ? logarithmicSum(barrier, columns, model)
-                                                                : rationalSum(barrier, columns, model);
+    const double sum =
+        isStrict(positivity) ? logarithmicSum(barrier, columns, model) : rationalSum(barrier, columns, model);
     return sum / cells;
 }
 
-Barrier startBarrier(std::int32_t positivityFlag, const MeshGeometry& mesh, std::span<const double> model) {
+Barrier startBarrier(Positivity positivity, const MeshGeometry& mesh, std::span<const double> model) {
     constexpr auto startWeight = static_cast<double>(0.2F);
     constexpr auto smallestLimit = static_cast<double>(0.001F);
-    if (positivityFlag != logarithmicBarrierFlag)
+    if (!isStrict(positivity))
         return {};
     return {startWeight, std::max(largestValue(mesh, model) / 3.0, smallestLimit)};
 }
 
-double updateBarrier(std::int32_t positivityFlag, Barrier& barrier, const MeshGeometry& mesh,
-                     std::span<const double> model, double misfit) {
+double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry& mesh, std::span<const double> model,
+                     double misfit) {
     constexpr auto decrease = static_cast<double>(0.9F);
     constexpr auto liftAbove = static_cast<double>(0.1F);
-    const double norm = calcBarrier(positivityFlag, barrier, mesh, model);
+    const double norm = calcBarrier(positivity, barrier, mesh, model);
     if (2.0 * barrier.barrierWeight * norm > misfit)
         barrier.barrierWeight = 0.5 * misfit / norm;
     else
@@ -86,7 +86,7 @@ double updateBarrier(std::int32_t positivityFlag, Barrier& barrier, const MeshGe
     const double largest = largestValue(mesh, model);
     if (largest > liftAbove)
         barrier.barrierLimit = 10.0 * largest;
-    return calcBarrier(positivityFlag, barrier, mesh, model);
+    return calcBarrier(positivity, barrier, mesh, model);
 }
 
 }  // namespace voxlith

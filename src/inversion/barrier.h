@@ -6,6 +6,7 @@
 #include <span>
 
 #include "survey/mesh_geometry.h"
+#include "survey/positivity.h"
 
 namespace voxlith {
 
@@ -14,21 +15,18 @@ struct Barrier {
     double barrierLimit = 0;   // u, the upper end of the logarithm
 };
 
-// The flag that selects the logarithmic form.
-constexpr std::int32_t logarithmicBarrierFlag = 2;
-
-// With `positivityFlag` 2: the mean of -2 beta ln(x/u) over the cells with 0 < x/u < 1. With any other flag: the mean
+// With strict positivity: the mean of -2 beta ln(x/u) over the cells with 0 < x/u < 1. Otherwise: the mean
 // of x^2/(x^2 + beta) over the valid cells. The mean divides by the cells of nzl layers of one model type; `model` (k,
 // i, j, model type) is taken down to nzl. 0 when beta is not above 0.
-double calcBarrier(std::int32_t positivityFlag, const Barrier& barrier, const MeshGeometry& mesh,
+double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeometry& mesh,
                    std::span<const double> model);
 
-// The parameters before the first iteration; beta is 0 for every flag but 2.
-Barrier startBarrier(std::int32_t positivityFlag, const MeshGeometry& mesh, std::span<const double> model);
+// The parameters before the first iteration; beta is 0 unless positivity is strict.
+Barrier startBarrier(Positivity positivity, const MeshGeometry& mesh, std::span<const double> model);
 
 // Lowers beta, or sets it anew when the barrier outweighs the data misfit, and lifts u with the model. Returns the
 // barrier term with the new parameters.
-double updateBarrier(std::int32_t positivityFlag, Barrier& barrier, const MeshGeometry& mesh,
-                     std::span<const double> model, double misfit);
+double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry& mesh, std::span<const double> model,
+                     double misfit);
 
 }  // namespace voxlith

@@ -4,12 +4,10 @@
 
 namespace voxlith {
 
-void fixDeepCells(std::int32_t inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
+void fixDeepCells(InversionStyle inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
                   ModelBounds& bounds) {
-    if (inversionStyle < 1 || inversionStyle > 3)
-        return;
     const auto height = static_cast<std::size_t>(mesh.nz);
-    const auto freeCells = static_cast<std::size_t>(inversionStyle);
+    const auto freeCells = freeCellsPerColumn(inversionStyle, height);
     for (std::size_t column = 0; column < model.size(); column += height)
         for (std::size_t k = freeCells; k < height; ++k) {
             bounds.fixedCell[column + k] = fixedByStyle;

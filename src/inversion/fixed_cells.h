@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 
+#include "survey/inversion_style.h"
 #include "survey/mesh_geometry.h"
 #include "survey/model_bounds.h"
 
@@ -11,10 +12,10 @@ namespace voxlith {
 
 constexpr std::int32_t fixedByStyle = 2;  // code in fixedCell
 
-// With inversionStyle 1, 2 or 3 as many cells of a column are free as the style says; the cells below are fixed at
+// With a surface style as many cells of a column are free as the code of the style says; the cells below are fixed at
 // their value in `model` (k, i, j, model type), for every model type. Their boundType and nFixedCells stay as they
 // were.
-void fixDeepCells(std::int32_t inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
+void fixDeepCells(InversionStyle inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
                   ModelBounds& bounds);
 
 }  // namespace voxlith

@@ -91,7 +91,7 @@ void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrie
     else
         takeDataPart(inputs, work.adjointWork, out);
     if (barrier.barrierWeight > 0.0) {
-        if (inputs.positivityFlag == logarithmicBarrierFlag)
+        if (isStrict(inputs.positivity))
             addLogarithmicBarrier(mode, barrier, vector, out);
         else
             addRationalBarrier(mode, inputs, barrier, vector, out);

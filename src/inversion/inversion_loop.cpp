@@ -70,9 +70,9 @@ Loop makeLoop(InversionProblem& problem, const LoopSettings& settings) {
                                  problem.timers,
                                  problem.nModelTypes,
                                  settings.inversionStyle,
-                                 settings.positivityFlag,
+                                 settings.positivity,
                                  settings.multiplier};
-    const ModelNaming naming{problem.obs.dataTypeCode[0], problem.nModelTypes, problem.modelLabel};
+    const ModelNaming naming{problem.obs.dataType[0], problem.nModelTypes, problem.modelLabel};
     const ModelWriting writing{problem.mesh, problem.sensitivity, settings.inversionStyle};
     const GradientWork work{std::span(arrays.modelWork).first(size), arrays.lbfgsWork};
     return {problem,
@@ -116,7 +116,7 @@ void prepareArrays(Loop& loop) {
 
 void evaluateStart(Loop& loop) {
     LoopState& state = loop.state;
-    state.barrier = startBarrier(loop.settings.positivityFlag, loop.problem.mesh, loop.model);
+    state.barrier = startBarrier(loop.settings.positivity, loop.problem.mesh, loop.model);
     state.iterTerms = calcObjective(loop.inputs, state.barrier, loop.model);
     initFocus(loop.inputs.focus);
     // The gradient's timer has no start stamp yet and takes the plain clock reading; the overhead lines of earlier
@@ -158,7 +158,7 @@ void prepare(Loop& loop) {
     if (settings.mtxVersion > 1 && settings.iBackground > 0)
         removeBackground(problem.messages, settings.iBackground, settings.BackVal, problem.sensitivity,
                          problem.mesh.nzl, problem.obs, problem.lines);
-    loop.state.factr = isMagneticLayout(problem.obs.dataTypeCode[0]) ? 1.0 : 0.1;
+    loop.state.factr = hasMagneticLayout(problem.obs.dataType[0]) ? 1.0 : 0.1;
     loop.state.optimiser.dsave[29] = 10000.0;
     loop.state.iteration = settings.startIteration;
     setTask(loop.state.task, "START");
@@ -228,9 +228,9 @@ void conjugateGradientIteration(Loop& loop) {
     stopTimer(timers.stepSearch, start);
 
     state.iterTerms = evaluateObjective(loop);
-    if (loop.settings.positivityFlag == logarithmicBarrierFlag)
-        state.iterTerms.barrierNorm = updateBarrier(loop.settings.positivityFlag, state.barrier, problem.mesh,
-                                                    loop.model, state.iterTerms.misfit);
+    if (isStrict(loop.settings.positivity))
+        state.iterTerms.barrierNorm =
+            updateBarrier(loop.settings.positivity, state.barrier, problem.mesh, loop.model, state.iterTerms.misfit);
 }
 
 // Dummies are written as they are and leave the model behind the writing.

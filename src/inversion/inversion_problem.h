@@ -37,14 +37,11 @@ struct InversionArrays {
 
 struct LoopSettings {
     std::int32_t mtxVersion = 0;  // of the last file read
-    std::int32_t inversionStyle = 0;
-    std::int32_t positivityFlag = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
+    Positivity positivity = Positivity::unconstrained;
     double multiplier = 1;
     std::int32_t iBackground = 0;
     double BackVal = 0;
-    std::int32_t scratchCount = 0;
-    std::int32_t noFastFlag = 0;
-    std::int32_t iRestart = 0;
     std::int32_t maxIterations = 300;
     std::int32_t startIteration = 0;
     std::int32_t outputStep = 0;

@@ -23,7 +23,7 @@ ObjectiveTerms calcObjective(const ObjectiveInputs& inputs, const Barrier& barri
     terms.smoothY = norms.y;
     terms.smoothX = norms.x;
     terms.smoothZ = norms.z;
-    terms.barrierNorm = calcBarrier(inputs.positivityFlag, barrier, inputs.mesh, model);
+    terms.barrierNorm = calcBarrier(inputs.positivity, barrier, inputs.mesh, model);
     terms.smoothNorm = terms.smoothZ + terms.smoothY + terms.smoothX;
     terms.focusNorm = focusTerm(inputs.focus, model.first(inputs.mesh.cellCount()), depthWeight);
 

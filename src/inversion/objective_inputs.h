@@ -29,18 +29,13 @@ struct ObjectiveInputs {
     std::span<const std::int32_t> fixedCell;  // (k, i, j, model type)
     OverheadTimers& timers;
     std::int32_t nModelTypes = 1;
-    std::int32_t inversionStyle = 0;
-    std::int32_t positivityFlag = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
+    Positivity positivity = Positivity::unconstrained;
     double multiplier = 1;
     FocusSettings focus{};
 
     std::size_t modelTypes() const { return static_cast<std::size_t>(nModelTypes); }
     std::size_t modelSize() const { return mesh.cellCount() * modelTypes(); }
 };
-
-// The surface styles (1, 2 and 3) have no differences along z.
-constexpr bool hasVerticalTerms(std::int32_t inversionStyle) {
-    return inversionStyle == 0 || inversionStyle == 4;
-}
 
 }  // namespace voxlith

@@ -39,7 +39,7 @@ TextLine runningModelName(const ModelNaming& naming, std::size_t modelType) {
         name.text("_");
         addTypeName(name, naming, modelType);
     }
-    return name.text(isMagneticLayout(naming.dataTypeCode) ? ".kap" : ".rho");
+    return name.text(hasMagneticLayout(naming.dataType) ? ".kap" : ".rho");
 }
 
 TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, std::int32_t maxIterations,
@@ -49,7 +49,7 @@ TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, s
     name.integerZeros(iteration, digits, digits);
     if (naming.nModelTypes > 1)
         addTypeName(name, naming, modelType);
-    return name.text(isMagneticLayout(naming.dataTypeCode) ? ".sus" : ".den");
+    return name.text(hasMagneticLayout(naming.dataType) ? ".sus" : ".den");
 }
 
 void writeRunningFiles(const ModelWriting& writing, const ModelNaming& naming, const ObsSet& obs,

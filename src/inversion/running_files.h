@@ -15,9 +15,9 @@
 
 namespace voxlith {
 
-// What the names of models depend on. The code of the first data type gives the suffix for all model types.
+// What the names of models depend on. The first data type gives the suffix for all model types.
 struct ModelNaming {
-    std::int32_t dataTypeCode = 0;
+    DataType dataType = DataType::gz;
     std::int32_t nModelTypes = 1;
     const std::array<std::string, maxFiles>& modelLabel;
 };
@@ -35,7 +35,7 @@ TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, s
 struct ModelWriting {
     const MeshGeometry& mesh;
     const Sensitivity& sensitivity;
-    std::int32_t inversionStyle = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
 };
 
 // Each allocates nothing and throws RunError when a file cannot be written.

@@ -11,7 +11,7 @@ void moveModel(const ObjectiveInputs& inputs, const ModelBounds& bounds, std::sp
                std::span<const double> delm, std::span<double> moved) {
     for (std::size_t n = 0; n < moved.size(); ++n)
         moved[n] = bounds.fixedCell[n] == 0 ? start[n] + static_cast<double>(step) * delm[n] : start[n];
-    projectModel(inputs.positivityFlag, bounds, moved);
+    projectModel(inputs.positivity, bounds, moved);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "sensitivity/rows/coef_store.h"
 #include "sensitivity/wavelet/wavelet.h"
 #include "survey/data_types.h"
+#include "survey/inversion_style.h"
 
 namespace voxlith {
 
@@ -23,13 +24,13 @@ struct MtxHeader {
     std::int32_t nCoef = 0;      // taps
     std::int64_t nPadded = 0;    // npx npy npz: coefIndex stays within it
     std::int64_t nPadTotal = 0;  // npx npy max(npz, nz); for the record form npx npy npz once gtgdiag is computed
-    std::int32_t inversionStyle = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
     std::int32_t version = 0;  // of the last file read
     bool recordForm = false;   // the run's only file is in record form
     bool tagged = false;       // the last file read begins with the magic
 
     // By file, from 0
-    std::array<std::int32_t, maxFiles> dataType{};
+    std::array<DataType, maxFiles> dataType{};
     std::array<float, maxFiles> weightParamA{};
     std::array<float, maxFiles> weightParamB{};
     std::array<std::int64_t, maxFiles> rowStart{};  // byte at which the rows begin

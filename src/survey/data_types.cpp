@@ -2,52 +2,40 @@
 
 namespace voxlith {
 
-std::string_view dataTypeName(std::int32_t code) {
-    switch (code) {
-        case 1:
+std::string_view dataTypeName(DataType type) {
+    switch (type) {
+        case DataType::totalMagnetic:
             return "TMI";
-        case 2:
-        case 12:
+        case DataType::gzz:
+        case DataType::tensorGzz:
             return "Gzz";
-        case 3:
+        case DataType::vka:
             return "VKa";
-        case 4:
+        case DataType::vkc:
             return "VKc";
-        case 5:
+        case DataType::gne:
             return "Gne";
-        case 6:
+        case DataType::guv:
             return "Guv";
-        case 10:
+        case DataType::gxx:
             return "Gxx";
-        case 11:
+        case DataType::gyy:
             return "Gyy";
-        case 13:
+        case DataType::gxy:
             return "Gxy";
-        case 14:
+        case DataType::gxz:
             return "Gxz";
-        case 15:
+        case DataType::gyz:
             return "Gyz";
-        case 20:
+        case DataType::tx:
             return "Tx";
-        case 21:
+        case DataType::ty:
             return "Ty";
-        case 22:
+        case DataType::tz:
             return "Tz";
         default:
             return "Gz";
     }
-}
-
-std::int32_t dataClassOf(std::int32_t code) {
-    if (isMagneticCode(code) == 1) {
-        return 1;
-    }
-    const bool gradient = (code >= 2 && code <= 6) || (code >= 10 && code <= 15);
-    return gradient ? 2 : 0;
-}
-
-std::int32_t isMagneticCode(std::int32_t code) {
-    return code == 1 || (code >= 20 && code <= 22) ? 1 : 0;
 }
 
 }  // namespace voxlith

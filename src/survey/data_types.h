@@ -1,5 +1,6 @@
-// Data type codes of the sensitivity files: their names, their classes, and the separate rule by which file layouts are
-// chosen.
+// Data types, by the codes of the sensitivity files: their names, and the two rules by which they count as magnetic.
+//
+// A file may hold any code. Codes without a name count as Gz.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +11,41 @@ namespace voxlith {
 constexpr int maxFiles = 6;  // sensitivity files, data types and model types of a run
 constexpr int maxWeightFiles = 4;
 
-// "Gz", "TMI", ...; every code without a name of its own is "Gz".
-std::string_view dataTypeName(std::int32_t code);
+enum class DataType : std::int32_t {
+    gz = 0,             // vertical gravity, mGal
+    totalMagnetic = 1,  // total field anomaly, nT
+    gzz = 2,            // gravity gradients, Eotvos
+    vka = 3,
+    vkc = 4,
+    gne = 5,
+    guv = 6,
+    gxx = 10,
+    gyy = 11,
+    tensorGzz = 12,
+    gxy = 13,
+    gxz = 14,
+    gyz = 15,
+    tx = 20,  // components of the magnetic field, nT
+    ty = 21,
+    tz = 22,
+};
 
-// 1 magnetic (1, 20, 21, 22), 2 gravity gradients (2 to 6, 10 to 15), 0 all others.
-std::int32_t dataClassOf(std::int32_t code);
+constexpr std::int32_t codeOf(DataType type) {
+    return static_cast<std::int32_t>(type);
+}
 
-// 1 for the codes 1, 20, 21, 22, otherwise 0.
-std::int32_t isMagneticCode(std::int32_t code);
+// "Gz", "TMI", ...
+std::string_view dataTypeName(DataType type);
 
-// The rule for file layouts and names: code 1, or 20 and above. Not the same as the class.
-constexpr bool isMagneticLayout(std::int32_t code) {
-    return code == 1 || code >= 20;
+// Data of the magnetic field, whose models are susceptibilities.
+constexpr bool isMagnetic(DataType type) {
+    return type == DataType::totalMagnetic || type == DataType::tx || type == DataType::ty || type == DataType::tz;
+}
+
+// The rule for layouts and names of files.
+constexpr bool hasMagneticLayout(DataType type) {
+    // Compatibility: every code from 20 on has the magnetic layout, also those that are no magnetic data type.
+    return type == DataType::totalMagnetic || codeOf(type) >= codeOf(DataType::tx);
 }
 
 }  // namespace voxlith

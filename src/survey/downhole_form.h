@@ -6,7 +6,7 @@
 namespace voxlith {
 
 inline bool isDownhole(const ObsSet& obs) {
-    return obs.idir < 1 && obs.dataTypeCode[0] == 1;
+    return obs.idir < 1 && obs.dataType[0] == DataType::totalMagnetic;
 }
 
 }  // namespace voxlith

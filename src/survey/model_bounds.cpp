@@ -11,13 +11,13 @@ namespace {
 
 // All values pass through single precision, whether a bound clamps them or not: model files hold no more digits, and a
 // run that continues from its files then starts from the very values that it stopped with.
-double projectedValue(std::int32_t positivityFlag, std::int32_t boundType, double lower, double upper, double value) {
+double projectedValue(Positivity positivity, std::int32_t boundType, double lower, double upper, double value) {
     const float rounded = static_cast<float>(value);
     const double single = static_cast<double>(rounded);
     switch (boundType) {
         case boundNone:
-            return positivityFlag == 2 && rounded < strictPositiveMinimum ? static_cast<double>(strictPositiveMinimum)
-                                                                          : single;
+            return isStrict(positivity) && rounded < strictPositiveMinimum ? static_cast<double>(strictPositiveMinimum)
+                                                                           : single;
         case boundLower:
             return std::max(single, lower);
         case boundUpper:
@@ -29,10 +29,10 @@ double projectedValue(std::int32_t positivityFlag, std::int32_t boundType, doubl
 
 }  // namespace
 
-void projectModel(std::int32_t positivityFlag, const ModelBounds& bounds, std::span<double> model) {
+void projectModel(Positivity positivity, const ModelBounds& bounds, std::span<double> model) {
     for (std::size_t cell = 0; cell < model.size(); ++cell) {
         if (bounds.fixedCell[cell] == 0 && isValid(model[cell])) {
-            model[cell] = projectedValue(positivityFlag, bounds.boundType[cell], bounds.lowerBound[cell],
+            model[cell] = projectedValue(positivity, bounds.boundType[cell], bounds.lowerBound[cell],
                                          bounds.upperBound[cell], model[cell]);
         }
     }

@@ -5,13 +5,12 @@
 #include <span>
 #include <vector>
 
+#include "survey/positivity.h"
+
 namespace voxlith {
 
 // boundType codes
 constexpr std::int32_t boundNone = 0, boundLower = 1, boundUpper = 2, boundBoth = 3, boundFixed = 5;
-
-// Smallest value that positivityFlag 2 allows.
-constexpr float strictPositiveMinimum = 1.0e-5F;
 
 struct ModelBounds {
     // All by (k, i, j, model type)
@@ -23,6 +22,6 @@ struct ModelBounds {
 };
 
 // Every free cell with a valid value goes through single precision and its bounds; held cells and dummies stay.
-void projectModel(std::int32_t positivityFlag, const ModelBounds& bounds, std::span<double> model);
+void projectModel(Positivity positivity, const ModelBounds& bounds, std::span<double> model);
 
 }  // namespace voxlith

@@ -33,7 +33,7 @@ void cleanObserved(ObsSet& obs, const ObsCleaning& cleaning, std::size_t compone
         datum += static_cast<double>(cleaning.dataShift);
     }
     if (!obs.hasStd || !(deviation > 0.0F)) {
-        deviation = isMagneticLayout(obs.dataTypeCode[0]) ? magneticDeviation : gravityDeviation;
+        deviation = hasMagneticLayout(obs.dataType[0]) ? magneticDeviation : gravityDeviation;
     }
     if (cleaning.misfitPercent >= 0.0F && cleaning.misfitFloor >= 0.0F) {
         deviation = static_cast<float>(static_cast<double>(cleaning.misfitPercent) * std::fabs(datum) / 100.0 +

@@ -17,9 +17,9 @@ using LineName = std::array<char, lineNameWidth>;  // blank padded
 
 struct ObsSet {
     // Counts and codes
-    std::int32_t nData = 0;                             // records; from the first sensitivity file
-    std::int32_t nDataTypes = 1;                        // components of a record, 1 to 6
-    std::array<std::int32_t, maxFiles> dataTypeCode{};  // code of each component; the first decides layouts
+    std::int32_t nData = 0;                     // records; from the first sensitivity file
+    std::int32_t nDataTypes = 1;                // components of a record, 1 to 6
+    std::array<DataType, maxFiles> dataType{};  // of each component; the first decides layouts
 
     // Stations
     std::vector<double> ObsX;    // first column of the record

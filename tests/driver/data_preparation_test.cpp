@@ -10,49 +10,47 @@
 namespace voxlith {
 namespace {
 
-void setClassInputs(RunState& run, std::int32_t code) {
-    run.sensitivity.header.dataType[0] = code;
+void setTypeInputs(RunState& run, std::int32_t code) {
+    run.sensitivity.header.dataType[0] = DataType{code};
     run.products.products = {{0, 0, 0}};
     run.products.terms[0] = {{0, 0, 0, 1.0}};
 }
 
-TEST(DataClasses, DefaultsFollowTheFirstDataType) {
+TEST(DataTypes, DefaultsFollowTheFirstDataType) {
     for (const std::int32_t code : {0, 1, 2, 7, 20, 23}) {
         RunState run;
-        setClassInputs(run, code);
+        setTypeInputs(run, code);
         run.control.multiplier = 0.0;
-        setDataClasses(run);
+        setDataTypes(run);
         const bool magnetic = code == 1 || code == 20;
         EXPECT_EQ(run.control.multiplier, magnetic ? 1.0 : 0.009999999776482582) << code;
-        EXPECT_EQ(run.control.positivityFlag, magnetic ? 1 : 0) << code;
-        EXPECT_EQ(run.modelIsMagnetic[0], magnetic ? 1 : 0) << code;
+        EXPECT_EQ(run.control.positivity, magnetic ? Positivity::positive : Positivity::unconstrained) << code;
     }
 }
 
-TEST(DataClasses, TradeoffOfTheCommandLineWins) {
+TEST(DataTypes, TradeoffOfTheCommandLineWins) {
     for (const std::int32_t code : {0, 1}) {
         RunState run;
-        setClassInputs(run, code);
+        setTypeInputs(run, code);
         run.control.multiplier = 2.0;
         run.control.tradeoffOverride = 5.0;
-        setDataClasses(run);
+        setDataTypes(run);
         EXPECT_EQ(run.control.multiplier, 5.0);
-        EXPECT_EQ(run.control.positivityFlag, code);
+        EXPECT_EQ(run.control.positivity, Positivity{code});
     }
 }
 
-TEST(DataClasses, ClassIsThatOfTheFirstTermAndTheLastProductDecidesTheModel) {
+TEST(DataTypes, DefaultsFollowTheFileOfTheFirstTermAndLayoutsThatOfTheComponent) {
     RunState run;
     run.control.nMtx = 2;
     run.control.nDataTypes = 1;
-    run.sensitivity.header.dataType[0] = 0;
-    run.sensitivity.header.dataType[1] = 1;
+    run.sensitivity.header.dataType[0] = DataType::gz;
+    run.sensitivity.header.dataType[1] = DataType::totalMagnetic;
     run.products.products = {{1, 0, 0}, {0, 0, 0}};
     run.products.terms[0] = {{1, 0, 0, 1.0}, {0, 0, 1, 1.0}};
-    setDataClasses(run);
-    EXPECT_EQ(run.dataClass[0], 1) << "of file 2, which the first term uses";
-    EXPECT_EQ(run.obs.dataTypeCode[0], 0) << "of file 1";
-    EXPECT_EQ(run.modelIsMagnetic[0], 0) << "file 1 comes last";
+    setDataTypes(run);
+    EXPECT_EQ(run.control.positivity, Positivity::positive) << "of file 2, which the first term uses";
+    EXPECT_EQ(run.obs.dataType[0], DataType::gz) << "of file 1";
 }
 
 // Two data types over three stations; the last datum of the second is a dummy.
@@ -204,7 +202,7 @@ TEST(Clipping, HoldsLayersFromClipLayerDownInStyle0WithoutCounting) {
         run.control.clipLayer = 2;
         run.control.nDataTypes = 2;  // unfolded: acts all the same
         run.sensitivity.header.weightParamA = {1.0F, 5.0F};
-        run.sensitivity.header.inversionStyle = style;
+        run.sensitivity.header.inversionStyle = InversionStyle{style};
         run.bounds.fixedCell.assign(6, 0);
         foldDepthWeights(run);
         const std::vector<std::int32_t> held =
@@ -221,7 +219,7 @@ TEST(UncoveredLayers, AreHeldAndCountedInTheSurfaceStyles) {
         run.mesh.ny = 1;
         run.mesh.nz = 3;
         run.mesh.nzl = 1;
-        run.sensitivity.header.inversionStyle = style;
+        run.sensitivity.header.inversionStyle = InversionStyle{style};
         run.bounds.fixedCell.assign(12, 0);
         fixUncoveredLayers(run);
         EXPECT_EQ(run.bounds.nFixedCells, style >= 1 && style <= 3 ? 8 : 0) << style;

@@ -49,7 +49,7 @@ TEST(MemoryPlan, TalliesEachGroupByItsFormula) {
 TEST(MemoryPlan, CountsAnglesForTotalFieldDataAlone) {
     RunState run;
     setSizes(run, 7, 5, 4, 3);
-    run.sensitivity.header.dataType[0] = 1;
+    run.sensitivity.header.dataType[0] = DataType::totalMagnetic;
     allocateObsArrays(run);
     EXPECT_EQ(run.memoryTally, (28.0 + 16 + 12 + 8 + 4) * 7);
     EXPECT_EQ(run.obs.obsIncl.size(), 7U);

@@ -28,7 +28,7 @@ protected:
         ModelBounds result = makeBounds(mesh, nModelTypes);
         std::fill(result.fixedCell.begin(), result.fixedCell.end(), 1);
         result.nFixedCells = 77;
-        readBoundsFile(messages_, positivityFlag, name, mesh, nModelTypes, result);
+        readBoundsFile(messages_, Positivity{positivityFlag}, name, mesh, nModelTypes, result);
         return result;
     }
 
@@ -37,7 +37,7 @@ protected:
         write("one.bnd", pair + "\n");
         const MeshGeometry mesh = makeUnitMesh(1, 1, 1);
         ModelBounds result = makeBounds(mesh, 1);
-        readBoundsFile(messages_, positivityFlag, "one.bnd", mesh, 1, result);
+        readBoundsFile(messages_, Positivity{positivityFlag}, "one.bnd", mesh, 1, result);
         return result;
     }
 };
@@ -77,7 +77,7 @@ TEST_F(BoundsFile, NullIsOneWordInTwoSpellings) {
     for (const std::string name : {"Null", "nulls", "null.bnd", "nullbounds"}) {
         expectStop(" Bounds File " + name + " not found", [&](Messages& messages) {
             ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-            readBoundsFile(messages, 0, name, makeUnitMesh(2, 1, 1), 1, result);
+            readBoundsFile(messages, Positivity::unconstrained, name, makeUnitMesh(2, 1, 1), 1, result);
         });
     }
     // What stands behind column 80 does not count.
@@ -119,7 +119,7 @@ TEST_F(BoundsFile, TwoNumbersUnderNegativity) {
 TEST_F(BoundsFile, ReversedNumbersPassWithoutAWord) {
     const testing_support::CallOutcome outcome = testing_support::outcomeOf([&](Messages& messages) {
         ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-        readBoundsFile(messages, 0, "50,-50", makeUnitMesh(2, 1, 1), 1, result);
+        readBoundsFile(messages, Positivity::unconstrained, "50,-50", makeUnitMesh(2, 1, 1), 1, result);
         expectAll(result, boundBoth, 50.0, -50.0, 2);
     });
     EXPECT_FALSE(outcome.stopped);
@@ -130,13 +130,13 @@ TEST_F(BoundsFile, AnythingElseIsAFile) {
     for (const std::string name : {"0.5", "0.5,", "/no/such.bnd", "/dev/zero", "0.5/bounds", ",0.5", "1 x"}) {
         expectStop(" Bounds File " + name + " not found", [&](Messages& messages) {
             ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-            readBoundsFile(messages, 0, name, makeUnitMesh(2, 1, 1), 1, result);
+            readBoundsFile(messages, Positivity::unconstrained, name, makeUnitMesh(2, 1, 1), 1, result);
         });
     }
     std::filesystem::create_directory("folder");
     expectStop(" Bounds File folder not found", [&](Messages& messages) {
         ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-        readBoundsFile(messages, 0, "folder   ", makeUnitMesh(2, 1, 1), 1, result);
+        readBoundsFile(messages, Positivity::unconstrained, "folder   ", makeUnitMesh(2, 1, 1), 1, result);
     });
 }
 
@@ -147,7 +147,7 @@ TEST_F(BoundsFile, OnlyEightyCharactersOfTheNameCount) {
     const std::string missing(90, 'c');
     expectStop(" Bounds File " + std::string(80, 'c') + " not found", [&](Messages& messages) {
         ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-        readBoundsFile(messages, 0, missing, makeUnitMesh(2, 1, 1), 1, result);
+        readBoundsFile(messages, Positivity::unconstrained, missing, makeUnitMesh(2, 1, 1), 1, result);
     });
 }
 
@@ -207,7 +207,7 @@ TEST_F(BoundsFile, AShortFileLeavesTheRestToWhatTheArraysHeld) {
     ModelBounds result = makeBounds(mesh, 1);
     result.upperBound = {0.0, 7.0, 8.0, 0.0};
     write("short.bnd", "1 2\n3\n");
-    readBoundsFile(messages_, 0, "short.bnd", mesh, 1, result);
+    readBoundsFile(messages_, Positivity::unconstrained, "short.bnd", mesh, 1, result);
     EXPECT_EQ(result.boundType, (std::vector<std::int32_t>{3, 3, 3, 5}));
     EXPECT_EQ(result.lowerBound, (std::vector<double>{1, 3, 0, 0}));
     EXPECT_EQ(result.upperBound, (std::vector<double>{2, 7, 8, 0}));
@@ -220,7 +220,7 @@ TEST_F(BoundsFile, NullValuesAndASlashKeepWhatTheArraysHeld) {
     result.lowerBound = {-1.0, -2.0, -3.0};
     result.upperBound = {1.0, 2.0, 3.0};
     write("slash.bnd", "-5,,2*,4/ 7 8 9\n");
-    readBoundsFile(messages_, 0, "slash.bnd", mesh, 1, result);
+    readBoundsFile(messages_, Positivity::unconstrained, "slash.bnd", mesh, 1, result);
     EXPECT_EQ(result.lowerBound, (std::vector<double>{-5, -2, 4}));
     EXPECT_EQ(result.upperBound, (std::vector<double>{1, 2, 3}));
 }
@@ -229,7 +229,7 @@ TEST_F(BoundsFile, TextInAFileStopsWithTheWordModel) {
     write("text.bnd", "1 2\nabc 4\n");
     expectStop(" Error occurred while reading the model text.bnd", [&](Messages& messages) {
         ModelBounds result = makeBounds(makeUnitMesh(2, 1, 1), 1);
-        readBoundsFile(messages, 0, "text.bnd  ", makeUnitMesh(2, 1, 1), 1, result);
+        readBoundsFile(messages, Positivity::unconstrained, "text.bnd  ", makeUnitMesh(2, 1, 1), 1, result);
     });
 }
 
@@ -249,7 +249,7 @@ TEST_F(BoundsFile, RandomPairsAreClassifiedCellByCell) {
         }
         write("random.bnd", text);
         ModelBounds result = makeBounds(mesh, 1);
-        readBoundsFile(messages_, 0, "random.bnd", mesh, 1, result);
+        readBoundsFile(messages_, Positivity::unconstrained, "random.bnd", mesh, 1, result);
         std::int32_t counted = 0;
         for (std::size_t cell = 0; cell < pairs.size(); ++cell) {
             const float lower = pairs[cell][0], upper = pairs[cell][1];

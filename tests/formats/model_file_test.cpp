@@ -37,7 +37,7 @@ protected:
     std::vector<double> model(const std::string& name, const MeshGeometry& mesh, const ModelBounds& bounds,
                               std::int32_t nModelTypes, std::int32_t positivityFlag, float fillValue = 0.0F) {
         std::vector<double> target(mesh.cellCount() * static_cast<std::size_t>(nModelTypes), -55.0);
-        readModelFile(messages_, positivityFlag, name, mesh, nModelTypes, target, bounds, fillValue);
+        readModelFile(messages_, Positivity{positivityFlag}, name, mesh, nModelTypes, target, bounds, fillValue);
         return target;
     }
 
@@ -45,7 +45,7 @@ protected:
         expectStop(text, [&](Messages& messages) {
             const MeshGeometry mesh = makeUnitMesh(1, 1, 2);
             std::vector<double> target(2);
-            readModelFile(messages, positivityFlag, name, mesh, 1, target, makeBounds(mesh, 1), 0.0F);
+            readModelFile(messages, Positivity{positivityFlag}, name, mesh, 1, target, makeBounds(mesh, 1), 0.0F);
         });
     }
 };
@@ -95,14 +95,14 @@ TEST_F(ModelFile, AFileAgainstPositivityPassesAndIsClampedByTheBounds) {
     write("neg.mod", "-0.5 0.25\n");
     const MeshGeometry mesh = makeUnitMesh(1, 1, 2);
     ModelBounds bounds = makeBounds(mesh, 1);
-    readBoundsFile(messages_, 1, "null", mesh, 1, bounds);
+    readBoundsFile(messages_, Positivity::positive, "null", mesh, 1, bounds);
     EXPECT_EQ(model("neg.mod", mesh, bounds, 1, 1), (std::vector<double>{0.0, 0.25}));
 }
 
 TEST_F(ModelFile, StrictPositivityRaisesSmallFills) {
     const MeshGeometry mesh = makeUnitMesh(2, 2, 2);
     ModelBounds bounds = makeBounds(mesh, 1);
-    readBoundsFile(messages_, 2, "null", mesh, 1, bounds);
+    readBoundsFile(messages_, Positivity::strictlyPositive, "null", mesh, 1, bounds);
     EXPECT_EQ(bounds.boundType, std::vector<std::int32_t>(8, boundLower));
     EXPECT_EQ(model("0.0", mesh, bounds, 1, 2), std::vector<double>(8, 9.999999747378752e-06));
     EXPECT_EQ(model("0.001", mesh, bounds, 1, 2), std::vector<double>(8, single(0.001)));
@@ -111,7 +111,7 @@ TEST_F(ModelFile, StrictPositivityRaisesSmallFills) {
 TEST_F(ModelFile, ReversedBoundsClampToTheUpperOne) {
     const MeshGeometry mesh = makeUnitMesh(1, 1, 1);
     ModelBounds bounds = makeBounds(mesh, 1);
-    readBoundsFile(messages_, 0, "0.5,0.1", mesh, 1, bounds);
+    readBoundsFile(messages_, Positivity::unconstrained, "0.5,0.1", mesh, 1, bounds);
     EXPECT_EQ(model("0.3", mesh, bounds, 1, 0), std::vector<double>{single(0.1)});
 }
 
@@ -120,7 +120,7 @@ TEST_F(ModelFile, FixedCellsKeepTheirValueUnrounded) {
     write("fine.mod", "0.123456789012345 0.123456789012345\n");
     const MeshGeometry mesh = makeUnitMesh(1, 1, 2);
     ModelBounds bounds = makeBounds(mesh, 1);
-    readBoundsFile(messages_, 0, "fix.bnd", mesh, 1, bounds);
+    readBoundsFile(messages_, Positivity::unconstrained, "fix.bnd", mesh, 1, bounds);
     EXPECT_EQ(model("fine.mod", mesh, bounds, 1, 0),
               (std::vector<double>{0.123456789012345, single(0.123456789012345)}));
 }
@@ -179,7 +179,7 @@ protected:
     std::vector<float> weight_{1, 2, 4, 8, 16, 32};
 
     std::vector<double> written(std::int32_t modelType, bool fold, std::int32_t style) {
-        writeModelFile("out.mod", mesh_, modelType, source_, weight_, fold, style);
+        writeModelFile("out.mod", mesh_, modelType, source_, weight_, fold, InversionStyle{style});
         std::vector<double> values;
         for (const std::string& line : lines("out.mod")) {
             EXPECT_EQ(line.size(), 14U);
@@ -192,7 +192,7 @@ protected:
 TEST_F(ModelWriter, WritesOneExponentFieldPerLine) {
     mesh_ = makeUnitMesh(1, 1, 8);
     source_ = {1.23456, -0.0, 0.0, dummyValue, 1.0e100, -1.0e-5, 9.9999995, 12345678.0};
-    writeModelFile("out.mod", mesh_, 0, source_, {}, false, 0);
+    writeModelFile("out.mod", mesh_, 0, source_, {}, false, InversionStyle::standard);
     EXPECT_EQ(read("out.mod"),
               "  0.123456E+01\n -0.000000E+00\n  0.000000E+00\n -0.100000E+33\n  0.100000+101\n"
               " -0.100000E-04\n  0.100000E+02\n  0.123457E+08\n");
@@ -232,14 +232,15 @@ TEST_F(ModelWriter, ReplacesAFileThatIsLonger) {
 }
 
 TEST_F(ModelWriter, AFolderThatIsNotThereIsAnError) {
-    EXPECT_THROW(writeModelFile("nowhere/out.mod", mesh_, 0, source_, weight_, false, 0), RunError);
+    EXPECT_THROW(writeModelFile("nowhere/out.mod", mesh_, 0, source_, weight_, false, InversionStyle::standard),
+                 RunError);
 }
 
 TEST_F(ModelWriter, ValuesThatAreNoNumbersStayInTheirColumns) {
     mesh_ = makeUnitMesh(1, 1, 3);
     const double infinity = std::numeric_limits<double>::infinity();
     source_ = {std::numeric_limits<double>::quiet_NaN(), infinity, -infinity};
-    writeModelFile("out.mod", mesh_, 0, source_, {}, false, 0);
+    writeModelFile("out.mod", mesh_, 0, source_, {}, false, InversionStyle::standard);
     for (const std::string& line : lines("out.mod")) {
         EXPECT_EQ(line.size(), 14U);
     }
@@ -255,7 +256,7 @@ TEST_F(ModelWriter, LongColumnsAreWrittenWhole) {
         for (double& value : source_) {
             value = std::pow(10.0, size(random)) * (random() % 2 == 0 ? 1.0 : -1.0);
         }
-        writeModelFile("out.mod", mesh_, 0, source_, {}, false, 0);
+        writeModelFile("out.mod", mesh_, 0, source_, {}, false, InversionStyle::standard);
         const std::vector<std::string> all = lines("out.mod");
         ASSERT_EQ(all.size(), source_.size());
         for (std::size_t cell = 0; cell < all.size(); ++cell) {
@@ -275,9 +276,9 @@ TEST_F(ModelWriter, TheReaderReadsItBack) {
         mesh_ = makeUnitMesh(7, 5, 9);
         std::vector<double> source(mesh_.cellCount());
         std::generate(source.begin(), source.end(), [&] { return random() % 20 == 0 ? dummyValue : value(random); });
-        writeModelFile("out.mod", mesh_, 0, source, {}, false, 0);
+        writeModelFile("out.mod", mesh_, 0, source, {}, false, InversionStyle::standard);
         std::vector<double> back(source.size());
-        readModelFile(messages_, 0, "out.mod", mesh_, 1, back, makeBounds(mesh_, 1), 0.0F);
+        readModelFile(messages_, Positivity::unconstrained, "out.mod", mesh_, 1, back, makeBounds(mesh_, 1), 0.0F);
         for (std::size_t cell = 0; cell < back.size(); ++cell) {
             EXPECT_NEAR(back[cell], source[cell], std::fabs(source[cell]) * 5.2e-6) << "seed " << seed;
             EXPECT_EQ(isValid(back[cell]), isValid(source[cell])) << "seed " << seed;

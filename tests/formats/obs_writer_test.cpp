@@ -238,7 +238,7 @@ TEST_P(RoundTrip, TheReaderReadsBackWhatTheWriterWrote) {
                 EXPECT_FALSE(isValid(back.obsData[datum]));
             }
         }
-        if (isMagneticLayout(GetParam().codes[0])) {
+        if (hasMagneticLayout(DataType{GetParam().codes[0]})) {
             EXPECT_NEAR(back.incl, obs.incl, 0.00502);
             EXPECT_NEAR(back.decl, obs.decl, 0.00502);
             EXPECT_NEAR(back.aincl, obs.aincl, 0.00502);

@@ -36,7 +36,8 @@ class WeightFile : public testing_support::WorkFolderTest {
 protected:
     void readAll(const std::vector<std::string>& names, const MeshGeometry& mesh, Alphas& alphas,
                  SmoothnessWeights& weights, std::int32_t style = 0) {
-        readWeightFiles(messages_, style, alphas, static_cast<std::int32_t>(names.size()), names, mesh, weights);
+        readWeightFiles(messages_, InversionStyle{style}, alphas, static_cast<std::int32_t>(names.size()), names, mesh,
+                        weights);
     }
 
     Alphas alphas_{0.3F, 0.7F, 1.1F, 1.9F};
@@ -149,7 +150,8 @@ TEST_F(WeightFile, MissingFilesStopWithTheNameOfTheSection) {
     const auto call = [&](const std::vector<std::string>& names, const MeshGeometry& usedMesh) {
         return [this, names, &usedMesh](Messages& messages) {
             SmoothnessWeights weights = makeWeights(usedMesh);
-            readWeightFiles(messages, 0, alphas_, static_cast<std::int32_t>(names.size()), names, usedMesh, weights);
+            readWeightFiles(messages, InversionStyle::standard, alphas_, static_cast<std::int32_t>(names.size()), names,
+                            usedMesh, weights);
         };
     };
     expectStop(" File no.w not found", call({"no.w  "}, mesh));
@@ -168,7 +170,8 @@ TEST_F(WeightFile, UnreadableFilesEndInTheReadersOwnError) {
     const auto call = [&](const std::string& name) {
         return [this, name, &mesh](Messages& messages) {
             SmoothnessWeights weights = makeWeights(mesh);
-            readWeightFiles(messages, 0, alphas_, 1, std::vector<std::string>{name}, mesh, weights);
+            readWeightFiles(messages, InversionStyle::standard, alphas_, 1, std::vector<std::string>{name}, mesh,
+                            weights);
         };
     };
     write("short.w", "1 2 3\n");

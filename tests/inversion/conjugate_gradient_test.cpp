@@ -133,7 +133,7 @@ TEST(ConjugateGradient, HeldCellsDoNotMove) {
 // The Hessian product of a zero step divides by zero as soon as there is a barrier.
 TEST(ConjugateGradient, WithTheBarrierTheStepIsNotANumber) {
     SmallOptions options = smallSystem(8);
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
     for (double& value : small->arrays.model)
         value = std::abs(value) + 0.01;

@@ -14,14 +14,14 @@ TEST(HeldCells, StyleLeavesAsManyCellsFreeAsItsCode) {
     for (const std::int32_t style : {1, 2, 3}) {
         SmallOptions options;
         options.nModelTypes = 2;
-        options.inversionStyle = style;
+        options.inversionStyle = InversionStyle{style};
         const auto small = makeSmallProblem(options);
         ModelBounds& bounds = small->bounds;
         std::fill(bounds.boundType.begin(), bounds.boundType.end(), boundBoth);
         std::fill(bounds.upperBound.begin(), bounds.upperBound.end(), 9.0);
         bounds.fixedCell[0] = 1;
         bounds.nFixedCells = 5;
-        fixDeepCells(style, small->mesh, small->arrays.model, bounds);
+        fixDeepCells(InversionStyle{style}, small->mesh, small->arrays.model, bounds);
         for (std::size_t n = 0; n < small->modelSize(); ++n) {
             const bool fixed = n % 4 >= static_cast<std::size_t>(style);
             EXPECT_EQ(bounds.fixedCell[n], fixed ? 2 : n == 0 ? 1 : 0);
@@ -39,7 +39,7 @@ TEST(HeldCells, FullModelsAreFree) {
         options.cellsZXY = {6, 3, 4};  // columns longer than either code
         options.paddedZXY = {8, 4, 4};
         const auto small = makeSmallProblem(options);
-        fixDeepCells(style, small->mesh, small->arrays.model, small->bounds);
+        fixDeepCells(InversionStyle{style}, small->mesh, small->arrays.model, small->bounds);
         for (const std::int32_t flag : small->bounds.fixedCell)
             EXPECT_EQ(flag, 0);
     }
@@ -51,7 +51,7 @@ TEST(HeldCells, MeshAsThinAsTheStyleHoldsNone) {
         options.cellsZXY = {1, 3, 4};
         options.paddedZXY = {1, 4, 4};
         const auto small = makeSmallProblem(options);
-        fixDeepCells(style, small->mesh, small->arrays.model, small->bounds);
+        fixDeepCells(InversionStyle{style}, small->mesh, small->arrays.model, small->bounds);
         for (const std::int32_t flag : small->bounds.fixedCell)
             EXPECT_EQ(flag, 0);
     }

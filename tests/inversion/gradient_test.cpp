@@ -153,8 +153,7 @@ Vector modelPartByLoops(const SmallProblem& small, const Vector& x, bool withRef
                         pair(a, small.at(k, i, j + 1), small.weights.wtN[a], mesh.yWidth[j], mesh.yWidth[j + 1]);
                     if (inPlay && i + 1 < static_cast<std::size_t>(mesh.nx))
                         pair(a, small.at(k, i + 1, j), small.weights.wtE[a], mesh.xWidth[i], mesh.xWidth[i + 1]);
-                    if (k + 1 < static_cast<std::size_t>(mesh.nz) &&
-                        (small.options.inversionStyle == 0 || small.options.inversionStyle == 4))
+                    if (k + 1 < static_cast<std::size_t>(mesh.nz) && hasVerticalTerms(small.options.inversionStyle))
                         pair(a, small.at(k + 1, i, j), small.weights.wtZ[a], mesh.zWidth[k], mesh.zWidth[k + 1]);
                     const double reference = small.arrays.refModel[t * small.cells() + a];
                     const double pulled = withReference && reference > dummyValue ? reference : 0.0;
@@ -173,7 +172,7 @@ TEST(Gradient, ModelPartsAreThoseOfPlainLoops) {
         for (const bool fold : {true, false})
             for (const std::int32_t types : {1, 2, 3}) {
                 SmallOptions options;
-                options.inversionStyle = style;
+                options.inversionStyle = InversionStyle{style};
                 options.fold = fold;
                 options.nModelTypes = types;
                 options.nMtx = options.nDataTypes = std::min(types, 2);
@@ -250,7 +249,7 @@ TEST(Gradient, HeldCellsGetNothingInEitherMode) {
 
 TEST(Gradient, LogarithmicBarrierPullsOnHeldCellsToo) {
     SmallOptions options;
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
     small->bounds.fixedCell[5] = 1;
     Vector& x = small->arrays.model;
@@ -270,7 +269,7 @@ TEST(Gradient, LogarithmicBarrierPullsOnHeldCellsToo) {
 
 TEST(Gradient, LogarithmicBarrierReachesBelowTheCoveredLayers) {
     SmallOptions options;
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
     small->mesh.nzl = 2;
     std::fill(small->arrays.model.begin(), small->arrays.model.end(), 1.0);
@@ -282,7 +281,7 @@ TEST(Gradient, LogarithmicBarrierReachesBelowTheCoveredLayers) {
 
 TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSecond) {
     SmallOptions options;
-    options.positivityFlag = 1;
+    options.positivity = Positivity::positive;
     const auto small = makeSmallProblem(options);
     const Barrier barrier{0.3, 0.0};
     const Vector x = small->arrays.model;
@@ -294,8 +293,9 @@ TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSec
         Vector up = x, down = x;
         up[n] += step;
         down[n] -= step;
-        const double derivative =
-            (calcBarrier(1, barrier, small->mesh, up) - calcBarrier(1, barrier, small->mesh, down)) / (2.0 * step);
+        const double derivative = (calcBarrier(Positivity::positive, barrier, small->mesh, up) -
+                                   calcBarrier(Positivity::positive, barrier, small->mesh, down)) /
+                                  (2.0 * step);
         EXPECT_NEAR(with[n] - without[n], derivative, 1e-8);
         const auto slope = [&](double at) { return 2.0 * at * 0.3 / std::pow(at * at + 0.3, 2); };
         EXPECT_NEAR(with[n] - without[n], slope(x[n]) / cells, 1e-14);
@@ -306,7 +306,7 @@ TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSec
 TEST(Gradient, RationalBarrierPullsOnHeldCellsToo) {
     for (const double multiplier : {0.0, 0.5}) {
         SmallOptions options;
-        options.positivityFlag = 1;
+        options.positivity = Positivity::positive;
         options.multiplier = multiplier;
         const auto small = makeSmallProblem(options);
         small->bounds.fixedCell[5] = 1;
@@ -322,7 +322,7 @@ TEST(Gradient, RationalBarrierPullsOnHeldCellsToo) {
 TEST(Gradient, SurfaceStylesHaveNoVerticalPairs) {
     for (const std::int32_t style : {0, 1, 2, 3, 4}) {
         SmallOptions options;
-        options.inversionStyle = style;
+        options.inversionStyle = InversionStyle{style};
         options.cellsZXY = {4, 3, 5};
         const auto small = makeSmallProblem(options);
         const Vector before = gradientAt(*small, small->arrays.model);
@@ -348,7 +348,7 @@ TEST(Gradient, SingleLayerNeverReadsTheVerticalWeight) {
 TEST(Gradient, StyleFourIsStyleZero) {
     SmallOptions options;
     const auto standard = makeSmallProblem(options);
-    options.inversionStyle = 4;
+    options.inversionStyle = InversionStyle::edgePadding;
     const auto padded = makeSmallProblem(options);
     EXPECT_EQ(gradientAt(*standard, standard->arrays.model), gradientAt(*padded, padded->arrays.model));
     EXPECT_EQ(totalAt(*standard, standard->arrays.model), totalAt(*padded, padded->arrays.model));

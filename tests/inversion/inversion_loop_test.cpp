@@ -266,7 +266,7 @@ TEST_F(InversionLoop, StyleFourRunsAsStyleZero) {
     std::string prediction, gradient;
     for (const std::int32_t style : {0, 4}) {
         SmallOptions options;
-        options.inversionStyle = style;
+        options.inversionStyle = InversionStyle{style};
         options.cellsZXY = {6, 3, 4};  // columns longer than the code: none of their cells is fixed
         options.paddedZXY = {8, 4, 4};
         const auto small = makeSmallProblem(options);
@@ -345,7 +345,7 @@ TEST_F(InversionLoop, IterationModelsComeAtEveryStepButTheLast) {
 
 TEST_F(InversionLoop, RunningFilesHoldTheLastModelAndPrediction) {
     const auto small = makeSmallProblem();
-    small->obs.dataTypeCode[0] = 20;
+    small->obs.dataType[0] = DataType::tx;
     runTo(*small, 5);
     const std::vector<std::string> values = linesOf(read("voxlith.kap"));
     ASSERT_EQ(values.size(), small->cells());
@@ -400,7 +400,7 @@ TEST_F(InversionLoop, StepArrayMayBeLongerThanTheModel) {
 TEST_F(InversionLoop, SurfaceStylesMoveTheirFreeCellsAlone) {
     for (const std::int32_t style : {1, 2, 3}) {
         SmallOptions options;
-        options.inversionStyle = style;
+        options.inversionStyle = InversionStyle{style};
         const auto small = makeSmallProblem(options);
         small->mesh.nzl = style;
         const Vector start = small->arrays.model;
@@ -432,7 +432,7 @@ TEST_F(InversionLoop, BackgroundIsRemovedFromVersionTwoOn) {
 }
 
 std::unique_ptr<SmallProblem> makeStrictlyPositive(SmallOptions options) {
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     auto small = makeSmallProblem(options);
     for (std::size_t n = 0; n < small->modelSize(); ++n) {
         small->bounds.boundType[n] = boundLower;
@@ -459,11 +459,12 @@ TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
 
 TEST_F(InversionLoop, BarrierChangesBehindAConjugateGradientStepAndThatIsReported) {
     const auto before = makeStrictlyPositive({});
-    Barrier barrier = startBarrier(2, before->mesh, before->arrays.model);
+    Barrier barrier = startBarrier(Positivity::strictlyPositive, before->mesh, before->arrays.model);
     runTo(*before, 11);
     const double misfit = calcObjective(before->inputs(), barrier, before->arrays.model).misfit;
-    const double unchanged = calcBarrier(2, barrier, before->mesh, before->arrays.model);
-    const double changed = updateBarrier(2, barrier, before->mesh, before->arrays.model, misfit);
+    const double unchanged = calcBarrier(Positivity::strictlyPositive, barrier, before->mesh, before->arrays.model);
+    const double changed =
+        updateBarrier(Positivity::strictlyPositive, barrier, before->mesh, before->arrays.model, misfit);
     ASSERT_GT(std::abs(changed - unchanged), 0.01);
 
     const auto small = makeStrictlyPositive({});
@@ -547,8 +548,8 @@ TEST_F(InversionLoop, OptimiserToleranceHangsOnTheFirstDataTypeAlone) {
             options.seed = seed;
             const auto small = makeSmallProblem(options);
             small->explainDataBy(Vector(small->modelSize(), 0.3));
-            small->obs.dataTypeCode[0] = first;
-            small->obs.dataTypeCode[1] = second;
+            small->obs.dataType[0] = DataType{first};
+            small->obs.dataType[1] = DataType{second};
             runTo(*small, 40);
             return small->arrays.model;
         };

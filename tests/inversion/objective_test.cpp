@@ -51,7 +51,7 @@ ObjectiveTerms termsByLoops(const SmallProblem& small) {
                         terms.smoothX += static_cast<double>(small.weights.wtE[cell]) *
                                          square((v - valueAt(small, k, i + 1, j, t)) /
                                                 ((mesh.xWidth[i] + mesh.xWidth[i + 1]) * 0.5));
-                    if (k + 1 < nz && (small.options.inversionStyle == 0 || small.options.inversionStyle == 4))
+                    if (k + 1 < nz && hasVerticalTerms(small.options.inversionStyle))
                         terms.smoothZ += static_cast<double>(small.weights.wtZ[cell]) *
                                          square((v - valueAt(small, k + 1, i, j, t)) /
                                                 ((mesh.zWidth[k] + mesh.zWidth[k + 1]) * 0.5));
@@ -83,7 +83,7 @@ TEST(Objective, TermsAreThoseOfPlainLoops) {
         for (const bool fold : {true, false})
             for (const std::int32_t types : {1, 2}) {
                 SmallOptions options;
-                options.inversionStyle = style;
+                options.inversionStyle = InversionStyle{style};
                 options.fold = fold;
                 options.nModelTypes = options.nMtx = options.nDataTypes = types;
                 options.seed = ++seed;
@@ -93,7 +93,7 @@ TEST(Objective, TermsAreThoseOfPlainLoops) {
 
 TEST(Objective, OnlyTheCoveredLayersCountLaterally) {
     SmallOptions options;
-    options.inversionStyle = 3;
+    options.inversionStyle = InversionStyle::surfaceAndApparentDensity;
     options.cellsZXY = {6, 3, 4};
     options.paddedZXY = {4, 4, 4};
     const auto small = makeSmallProblem(options);
@@ -200,7 +200,7 @@ TEST(Objective, TheThreeSumsDifferInTheBarrier) {
 
 TEST(Objective, BarrierEntersTheOptimisersSumSquared) {
     SmallOptions options;
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
     const Barrier barrier{0.2, 2.0}, doubled{0.4, 2.0};
     const ObjectiveTerms once = calcObjective(small->inputs(), barrier, small->arrays.model);

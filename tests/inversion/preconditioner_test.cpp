@@ -50,7 +50,7 @@ TEST(Preconditioner, CountsAllPairsOfAllFilesWhateverTheStyle) {
         for (const bool fold : {true, false})
             for (const std::int32_t files : {1, 3}) {
                 SmallOptions options;
-                options.inversionStyle = style;
+                options.inversionStyle = InversionStyle{style};
                 options.fold = fold;
                 options.nMtx = files;
                 options.seed = ++seed;

@@ -8,12 +8,12 @@ namespace {
 using Labels = std::array<std::string, maxFiles>;
 
 std::string running(std::int32_t code, std::int32_t types, const Labels& labels, std::size_t type = 0) {
-    return std::string(runningModelName({code, types, labels}, type).view());
+    return std::string(runningModelName({DataType{code}, types, labels}, type).view());
 }
 
 std::string ofIteration(std::int32_t iteration, std::int32_t last, std::int32_t code = 0, std::int32_t types = 1,
                         const Labels& labels = {}, std::size_t type = 0) {
-    return std::string(iterationModelName({code, types, labels}, iteration, last, type).view());
+    return std::string(iterationModelName({DataType{code}, types, labels}, iteration, last, type).view());
 }
 
 TEST(RunningFiles, SuffixFollowsTheFirstDataType) {

@@ -116,7 +116,7 @@ TEST(StepSearch, HeldCellsAndDummiesStayAndBoundsHold) {
 
 TEST(StepSearch, StrictPositivityHoldsWithoutBounds) {
     SmallOptions options;
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     March march(1000.0, options);
     for (std::size_t n = 0; n < march.delm.size(); ++n)
         march.small->arrays.model[n] = std::abs(march.small->arrays.model[n]);
@@ -127,7 +127,7 @@ TEST(StepSearch, StrictPositivityHoldsWithoutBounds) {
 
 TEST(StepSearch, WithABarrierItComparesTheSumWithThePlainBarrier) {
     SmallOptions options;
-    options.positivityFlag = 2;
+    options.positivity = Positivity::strictlyPositive;
     March march(1000.0, options);
     for (double& value : march.small->arrays.model)
         value = std::abs(value) + 0.1;

@@ -30,8 +30,8 @@ struct SmallOptions {
     std::int32_t nDataTypes = 1;
     std::int32_t nMtx = 1;
     std::int32_t nModelTypes = 1;
-    std::int32_t inversionStyle = 0;
-    std::int32_t positivityFlag = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
+    Positivity positivity = Positivity::unconstrained;
     double multiplier = 0.5;
     bool fold = true;
     bool unitWidths = false;
@@ -99,7 +99,7 @@ inline std::vector<double> nodesOf(std::int32_t cells, bool unitWidths, std::mt1
 
 inline MeshGeometry randomMesh(const SmallOptions& options, std::mt19937& random) {
     MeshGeometry mesh = meshOf(options.cellsZXY, options.paddedZXY);
-    if (options.inversionStyle == 0 || options.inversionStyle == 4)
+    if (coversWholeMesh(options.inversionStyle))
         mesh.nzl = mesh.nz;
     mesh.xNode = nodesOf(mesh.nx, options.unitWidths, random);
     mesh.yNode = nodesOf(mesh.ny, options.unitWidths, random);
@@ -237,7 +237,7 @@ inline ObjectiveInputs SmallProblem::inputs() {
             timers,
             options.nModelTypes,
             options.inversionStyle,
-            options.positivityFlag,
+            options.positivity,
             options.multiplier};
 }
 
@@ -259,7 +259,7 @@ inline LoopSettings SmallProblem::settings() const {
     LoopSettings settings;
     settings.mtxVersion = 2;
     settings.inversionStyle = options.inversionStyle;
-    settings.positivityFlag = options.positivityFlag;
+    settings.positivity = options.positivity;
     settings.multiplier = options.multiplier;
     settings.maxIterations = 3;
     return settings;

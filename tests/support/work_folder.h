@@ -118,7 +118,7 @@ inline ObsSet makeObsSet(std::int32_t nData, const std::vector<std::int32_t>& co
     obs.nData = nData;
     obs.nDataTypes = static_cast<std::int32_t>(codes.size());
     for (std::size_t component = 0; component < codes.size(); ++component) {
-        obs.dataTypeCode[component] = codes[component];
+        obs.dataType[component] = DataType{codes[component]};
     }
     obs.idir = 1;
     const std::size_t records = static_cast<std::size_t>(nData);

@@ -18,7 +18,7 @@ double projected(std::int32_t positivityFlag, std::int32_t boundType, double low
                  std::int32_t fixedCell = 0) {
     const ModelBounds bounds{{boundType}, {fixedCell}, {lower}, {upper}, 0};
     std::vector<double> model{value};
-    projectModel(positivityFlag, bounds, model);
+    projectModel(Positivity{positivityFlag}, bounds, model);
     return model[0];
 }
 

@@ -17,15 +17,15 @@ namespace voxlith {
 
 namespace {
 
-std::string_view styleName(std::int32_t style) {
+std::string_view styleName(InversionStyle style) {
     switch (style) {
-        case 1:
+        case InversionStyle::equivalentSource:
             return "equivalent source";
-        case 2:
+        case InversionStyle::apparentDensity:
             return "apparent density";
-        case 3:
+        case InversionStyle::surfaceAndApparentDensity:
             return "surface and apparent density";
-        case 4:
+        case InversionStyle::edgePadding:
             return "3D with edge padding correction";
         default:
             return "standard 3D";
@@ -68,7 +68,7 @@ void describeStart(const std::string& fileName, const MtxFile& file, std::string
             : header.tagged   ? "tagged form, version " + std::to_string(header.version)
                               : "bare form");
     addLine(text, "data type",
-            std::to_string(header.dataType[0]) + " " + std::string(dataTypeName(header.dataType[0])) +
+            std::to_string(codeOf(header.dataType[0])) + " " + std::string(dataTypeName(header.dataType[0])) +
                 (header.recordForm ? " (by the file's name)" : ""));
     addLine(text, "data", std::to_string(header.nData));
     if (!header.tagged) {
@@ -119,7 +119,7 @@ void describeTail(const MtxFile& file, std::string& text) {
     const bool storesStyle = header.tagged && header.version > 1;
     addLine(text, "diagonal of G'G", header.recordForm ? "not stored" : range<double>(file.sensitivity.gtgdiag));
     addLine(text, "inversion style",
-            std::to_string(header.inversionStyle) + " " + std::string(styleName(header.inversionStyle)) +
+            std::to_string(codeOf(header.inversionStyle)) + " " + std::string(styleName(header.inversionStyle)) +
                 (storesStyle ? "" : " (by the padded mesh)"));
     addLine(text, "layers covered", std::to_string(file.mesh.nzl));
     addLine(text, "layer responses", storesStyle ? std::to_string(file.mesh.nzl + 1) + " a datum" : "not stored");

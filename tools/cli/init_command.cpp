@@ -66,15 +66,16 @@ SurveyTable readData(const InitOptions& options, const std::vector<std::unique_p
     ObsForm form;
     form.components = files.size();
     for (const auto& file : files) {
-        form.codes.push_back(file->sensitivity.header.dataType[0]);
+        form.codes.push_back(codeOf(file->sensitivity.header.dataType[0]));
     }
     std::int64_t countInFile = 0;
     SurveyTable data = readObservedData(options.dataFile, form, countInFile);
-    const bool magnetic = isMagneticLayout(form.codes.front());
+    const bool magnetic = hasMagneticLayout(DataType{form.codes.front()});
     if (magnetic != data.header.has_value()) {
         throw RunError(options.dataFile + ", line 1: expected the header of " +
                        (magnetic ? "magnetic data (incl, decl, geomag)" : "gravity data (the number of data)") +
-                       " for a first sensitivity file of type " + std::string(dataTypeName(form.codes.front())));
+                       " for a first sensitivity file of type " +
+                       std::string(dataTypeName(DataType{form.codes.front()})));
     }
     return data;
 }

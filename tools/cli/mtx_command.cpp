@@ -13,6 +13,7 @@
 #include "forward/mtx_writer.h"
 #include "preparation/bounds_pairs.h"
 #include "survey/data_types.h"
+#include "survey/inversion_style.h"
 
 namespace voxlith {
 
@@ -77,7 +78,7 @@ void checkOptions(const MtxOptions& options) {
 // The free cells of a surface style are the first ones of the mesh, which air must not take.
 void checkStyle(const MtxContent& content) {
     const std::int32_t style = content.inversionStyle;
-    if (content.survey.ground.hasInactive() && style >= 1 && style <= 3) {
+    if (content.survey.ground.hasInactive() && isSurfaceStyle(InversionStyle{style})) {
         throw RunError("--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
                        ", whose layers begin at the top of the mesh");
     }
@@ -89,7 +90,7 @@ BoundsPair groundPair(const MtxOptions& options, std::int32_t code) {
     if (!options.groundBounds.empty()) {
         return parseBoundsPair("--ground-bounds " + options.groundBounds, options.groundBounds);
     }
-    return dataClassOf(code) == 1 ? BoundsPair{0.0, freePair.upper} : freePair;
+    return isMagnetic(DataType{code}) ? BoundsPair{0.0, freePair.upper} : freePair;
 }
 
 // Air has no response, and a diagonal of zero would leave the inversion's preconditioner to the regularisation alone,
@@ -150,7 +151,8 @@ void warnOfContent(const MtxOptions& options, const MtxContent& content, const L
     }
     if (!plan.shownWhole) {
         warn("style " + std::to_string(plan.inversionStyle) + " with " + std::to_string(content.survey.mesh.nzl) +
-             " layers: written models show the first " + (plan.inversionStyle == 2 ? "value" : "two values") +
+             " layers: written models show the first " +
+             (writtenCellsPerColumn(InversionStyle{plan.inversionStyle}, 2) == 1 ? "value" : "two values") +
              " of a column alone");
     }
 }

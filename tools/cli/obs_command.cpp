@@ -87,7 +87,7 @@ ObsReport importCsv(const ObsOptions& options) {
     std::vector<std::string> types = options.types;
     types.resize(options.columns.data.size(), types.empty() ? otherwise : types.front());
     const std::vector<std::int32_t> codes = codesOf(types);
-    const bool magnetic = isMagneticLayout(codes.front());
+    const bool magnetic = hasMagneticLayout(DataType{codes.front()});
     require(magnetic || options.field.empty(), "--field: " + types.front() + " data have no inducing field");
     require(!magnetic || !options.field.empty(),
             "--type " + types.front() + ": expected --field incl,decl,nT with magnetic data");

@@ -6,6 +6,7 @@
 
 #include "base/messages.h"
 #include "preparation/number_text.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -48,7 +49,7 @@ DepthWeight defaultDepthWeight(std::int32_t code, const MeshGeometry& mesh, std:
         height += ground.hasInactive() ? ground.height[n] : mesh.zNode.front() - stations[n].point.depth;
     }
     height /= static_cast<double>(std::max<std::size_t>(stations.size(), 1));
-    return {0.5 * firstThickness(mesh, ground) + std::max(height, 0.0), code == 0 ? 2.0 : 3.0};
+    return {0.5 * firstThickness(mesh, ground) + std::max(height, 0.0), DataType{code} == DataType::gz ? 2.0 : 3.0};
 }
 
 DepthWeight parseDepthWeight(const std::string& text) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/messages.h"
+#include "survey/inversion_style.h"
 
 namespace voxlith {
 
@@ -19,26 +20,14 @@ std::int32_t paddedCount(std::int32_t cells) {
     return static_cast<std::int32_t>(std::bit_ceil(static_cast<std::uint32_t>(cells)));
 }
 
-bool isSurfaceStyle(std::int32_t style) {
-    return style >= 1 && style <= 3;
-}
-
-// The style that readers work out from the counts.
-std::int32_t styleOfCounts(std::int32_t npz, std::int32_t nz) {
-    if (npz >= nz) {
-        return 0;
-    }
-    return npz == 1 ? 1 : 3;
-}
-
 std::int32_t wantedLayers(const LayerOptions& options, std::int32_t nz) {
     if (options.layers > 0) {
         return options.layers;
     }
-    if (!isSurfaceStyle(options.style)) {
+    if (!isSurfaceStyle(InversionStyle{options.style})) {
         return nz;
     }
-    return options.style == 3 && nz > 1 ? 2 : 1;
+    return InversionStyle{options.style} == InversionStyle::surfaceAndApparentDensity && nz > 1 ? 2 : 1;
 }
 
 void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
@@ -49,7 +38,7 @@ void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
     if (layers < nz && layers > longestPlainAxis && !std::has_single_bit(static_cast<std::uint32_t>(layers))) {
         throw RunError(option + ": expected at most 4, a power of two, or all " + std::to_string(nz) + " layers");
     }
-    if (layers < nz && (style == 0 || style == 4)) {
+    if (layers < nz && coversWholeMesh(InversionStyle{style})) {
         throw RunError(option + ": style " + std::to_string(style) + " covers all " + std::to_string(nz) +
                        " layers of the mesh");
     }
@@ -65,16 +54,17 @@ LayerPlan planLayers(const LayerOptions& options, bool storesStyle, MeshGeometry
     mesh.npz = layers < mesh.nz ? layers : paddedCount(mesh.nz);
     mesh.nzl = layers;
     LayerPlan plan;
-    const std::int32_t seenStyle = styleOfCounts(mesh.npz, mesh.nz);
+    const std::int32_t seenStyle = codeOf(styleOfLayers(mesh.npz, mesh.nz));
     plan.inversionStyle = options.style < 0 ? seenStyle : options.style;
     if (plan.inversionStyle != seenStyle && !storesStyle) {
         throw RunError("--style " + std::to_string(plan.inversionStyle) +
                        ": without a style of its own (tagged form, " + "version 2) the file is read as style " +
                        std::to_string(seenStyle));
     }
-    const bool columns = plan.inversionStyle == 2 || plan.inversionStyle == 3;
+    const InversionStyle style{plan.inversionStyle};
+    const bool columns = hasUniformColumns(style);
     plan.sumBelow = columns && layers < mesh.nz;
-    plan.shownWhole = !columns || layers == (plan.inversionStyle == 2 ? 1 : 2) || mesh.nz == 1;
+    plan.shownWhole = !columns || static_cast<std::size_t>(layers) == writtenCellsPerColumn(style, 2) || mesh.nz == 1;
     return plan;
 }
 

@@ -84,14 +84,14 @@ std::int32_t surveyTypeCode(const std::string& text) {
 }
 
 bool isMagneticSurvey(std::int32_t code) {
-    return isMagneticCode(code) == 1;
+    return isMagnetic(DataType{code});
 }
 
 std::string_view surveyUnit(std::int32_t code) {
     if (isMagneticSurvey(code)) {
         return "nT";
     }
-    return code == 0 ? "mGal" : "Eotvos";
+    return DataType{code} == DataType::gz ? "mGal" : "Eotvos";
 }
 
 bool isStrengthOfTheEarth(double strength) {
@@ -101,36 +101,36 @@ bool isStrengthOfTheEarth(double strength) {
 ResponseWeights responseWeights(std::int32_t code, const InducingField& field, const FieldDirection& measured) {
     const std::array<double, 3> f = unitVector(field.direction);
     ResponseWeights weights;
-    switch (code) {
-        case 0:
+    switch (DataType{code}) {
+        case DataType::gz:
             weights.z = milligal;
             break;
-        case 2:
-        case 12:
+        case DataType::gzz:
+        case DataType::tensorGzz:
             weights.zz = eotvos;
             break;
-        case 10:
+        case DataType::gxx:
             weights.xx = eotvos;
             break;
-        case 11:
+        case DataType::gyy:
             weights.yy = eotvos;
             break;
-        case 13:
+        case DataType::gxy:
             weights.xy = eotvos;
             break;
-        case 14:
+        case DataType::gxz:
             weights.xz = eotvos;
             break;
-        case 15:
+        case DataType::gyz:
             weights.yz = eotvos;
             break;
-        case 1:
+        case DataType::totalMagnetic:
             return magneticWeights(field.strength, f, unitVector(measured));
-        case 20:
+        case DataType::tx:
             return magneticWeights(field.strength, f, {1.0, 0.0, 0.0});
-        case 21:
+        case DataType::ty:
             return magneticWeights(field.strength, f, {0.0, 1.0, 0.0});
-        case 22:
+        case DataType::tz:
             return magneticWeights(field.strength, f, {0.0, 0.0, 1.0});
         default:
             refuseType(std::to_string(code));

@@ -51,7 +51,7 @@ double roundedAlpha(double value) {
 }
 
 bool isMagneticFile(const MtxFile& file) {
-    return isMagneticCode(file.sensitivity.header.dataType[0]) == 1;
+    return isMagnetic(file.sensitivity.header.dataType[0]);
 }
 
 // Gravity data see the first model, magnetic data the second, when there are both.

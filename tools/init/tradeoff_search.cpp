@@ -33,8 +33,7 @@ struct Search {
 // A surface style leaves as many cells of a column free as its code says.
 std::size_t freeLayersOf(const MtxFile& file) {
     const auto covered = static_cast<std::size_t>(file.mesh.nzl);
-    const std::int32_t style = file.sensitivity.header.inversionStyle;
-    return style >= 1 && style <= 3 ? std::min(covered, static_cast<std::size_t>(style)) : covered;
+    return freeCellsPerColumn(file.sensitivity.header.inversionStyle, covered);
 }
 
 // out = predicted data of a file.
@@ -294,8 +293,7 @@ TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, cons
     const MtxFile& first = *files.front();
     search.cells = first.mesh.cellCount();
     search.freeLayers = freeLayersOf(first);
-    const std::int32_t style = first.sensitivity.header.inversionStyle;
-    search.alpha[2] = style >= 1 && style <= 3 ? 0.0 : 1.0;
+    search.alpha[2] = isSurfaceStyle(first.sensitivity.header.inversionStyle) ? 0.0 : 1.0;
     search.response.resize(static_cast<std::size_t>(first.sensitivity.header.nData));
     search.product.resize(search.cells);
     prepareData(data, defaultDeviation, search);

@@ -54,7 +54,7 @@ std::vector<double> requiredNumbers(StationLines& source, std::size_t count, con
 // Four or more numbers in a file of gravity data are the count line of a file with several components.
 bool isFieldLine(const std::string& line, std::int32_t code) {
     const std::size_t count = leadingNumbers(line, 4).size();
-    return isMagneticLayout(code) ? count >= 3 : count == 3;
+    return hasMagneticLayout(DataType{code}) ? count >= 3 : count == 3;
 }
 
 // Direction line: three numbers, or a text, which leaves the direction open and idir at 1.
@@ -112,7 +112,7 @@ StationFile readStationFile(const std::string& fileName, std::int32_t code) {
         nextLine(source, "the number of stations");
     }
     const std::int32_t count = readCount(source);
-    const bool downhole = file.field.has_value() && file.idir < 1 && code == 1;
+    const bool downhole = file.field.has_value() && file.idir < 1 && DataType{code} == DataType::totalMagnetic;
     for (std::int32_t n = 0; n < count; ++n) {
         readStation(source, downhole, file);
     }

@@ -10,6 +10,7 @@
 #include "preparation/number_text.h"
 #include "preparation/survey_mesh.h"
 #include "preparation/topography.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -59,7 +60,7 @@ void chooseDirection(const SurveyOptions& options, const StationFile& file, Surv
         survey.measured = *file.measured;
         source = options.stationFile;
     }
-    if (survey.code == 1) {
+    if (DataType{survey.code} == DataType::totalMagnetic) {
         checkDirection(survey.measured, source);
     }
 }

@@ -22,13 +22,8 @@ std::span<std::int64_t> offsetsOf(Sensitivity& sensitivity, std::size_t file) {
 
 // Fewer padded layers than mesh layers: a surface style, which the tail of newer files may overrule.
 void chooseStyle(MtxHeader& header, MeshGeometry& mesh) {
-    if (mesh.npz < mesh.nz) {
-        mesh.nzl = mesh.npz;
-        header.inversionStyle = mesh.npz == 1 ? 1 : 3;
-    } else {
-        mesh.nzl = mesh.nz;
-        header.inversionStyle = 0;
-    }
+    mesh.nzl = std::min(mesh.npz, mesh.nz);
+    header.inversionStyle = styleOfLayers(mesh.npz, mesh.nz);
 }
 
 void loadRecordRow(BinaryInput& input, const MtxHeader& header, const RawRow& row) {

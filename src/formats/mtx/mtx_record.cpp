@@ -153,8 +153,9 @@ bool isRecordForm(const std::string& name) {
     return plane <= nCells && plane * nz == nCells;
 }
 
-std::int32_t recordDataType(std::string_view name) {
-    return name.find("MAG") != std::string_view::npos || name.find("mag") != std::string_view::npos ? 1 : 0;
+DataType recordDataType(std::string_view name) {
+    const bool magnetic = name.find("MAG") != std::string_view::npos || name.find("mag") != std::string_view::npos;
+    return magnetic ? DataType::totalMagnetic : DataType::gz;
 }
 
 void readRecordHead(Sensitivity& sensitivity, Messages& messages) {

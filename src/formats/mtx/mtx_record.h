@@ -19,7 +19,7 @@ namespace voxlith {
 bool isRecordForm(const std::string& name);
 
 // 1 (magnetic) when the name holds "MAG" or "mag", else 0.
-std::int32_t recordDataType(std::string_view name);
+DataType recordDataType(std::string_view name);
 
 // Version, data type (logged), number of data.
 void readRecordHead(Sensitivity& sensitivity, Messages& messages);

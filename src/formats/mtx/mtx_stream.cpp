@@ -126,7 +126,7 @@ void readStreamHead(Sensitivity& sensitivity, std::size_t file, Messages& messag
     MtxHeader& header = sensitivity.header;
     BinaryInput& input = sensitivity.files[file];
     readForm(input, header, messages);
-    header.dataType[file] = readInt32(input, "the data type");
+    header.dataType[file] = DataType{readInt32(input, "the data type")};
     logLine(messages,
             " Data type " + std::to_string(file + 1) + ": " + std::string(dataTypeName(header.dataType[file])));
     const std::int64_t byte = input.position;
@@ -182,7 +182,7 @@ void readStreamTail(Sensitivity& sensitivity, std::size_t file, const MeshGeomet
     requireBytes(input, 8 * std::int64_t{header.nCells} + layerBytes(header, mesh.nzl), "gtgdiag and what follows it");
     readBytes(input, sensitivity.gtgdiag.data() + file * cells, 8 * cells, "gtgdiag");
     if (header.version > 1) {
-        header.inversionStyle = readInt32(input, "the inversion style");
+        header.inversionStyle = InversionStyle{readInt32(input, "the inversion style")};
         const std::size_t values = (static_cast<std::size_t>(mesh.nzl) + 1) * static_cast<std::size_t>(header.nData);
         readBytes(input, sensitivity.layerResponse.data() + file * values, 8 * values, "the layer responses");
     }

@@ -48,7 +48,7 @@ TEST_F(MtxRecordTest, everyRecordIsReadAndTheRestIsDerived) {
     EXPECT_EQ(header.nPadTotal, 64);  // not 128: without the larger of npz and nz
     EXPECT_EQ(header.weightParamA[0], 0.0F);
     EXPECT_EQ(header.weightParamB[0], 0.0F);
-    EXPECT_EQ(header.inversionStyle, 3);
+    EXPECT_EQ(header.inversionStyle, InversionStyle::surfaceAndApparentDensity);
     EXPECT_EQ(header.rowStart[0], static_cast<std::int64_t>(places.rows));
     EXPECT_EQ(reading.mesh.nzl, 2);
     EXPECT_EQ(reading.mesh.nx, 5);
@@ -77,7 +77,7 @@ TEST_F(MtxRecordTest, layersOfThePaddedMeshGiveTheStyle) {
         MtxReading reading;
         reading.readFiles({name});
         EXPECT_TRUE(reading.sensitivity.header.recordForm);
-        EXPECT_EQ(reading.sensitivity.header.inversionStyle, test.style) << test.nz << ' ' << test.npz;
+        EXPECT_EQ(reading.sensitivity.header.inversionStyle, InversionStyle{test.style}) << test.nz << ' ' << test.npz;
         EXPECT_EQ(reading.mesh.nzl, test.nzl) << test.nz << ' ' << test.npz;
     }
 }
@@ -108,7 +108,7 @@ TEST_F(MtxRecordTest, theNameGivesTheDataType) {
         MtxReading reading;
         ASSERT_TRUE(openLineFile(reading.messages.log, folder.file("log"), LineFileMode::create));
         reading.readFiles({folder.file(file)});
-        EXPECT_EQ(reading.sensitivity.header.dataType[0], code) << file;
+        EXPECT_EQ(reading.sensitivity.header.dataType[0], DataType{code}) << file;
         EXPECT_EQ(folder.read("log"), code == 1 ? " Data type 1: TMI\n" : " Data type 1: Gz\n");
     }
 }

@@ -72,10 +72,10 @@ TEST_F(MtxStreamTest, theTaggedFormGivesEveryField) {
     EXPECT_EQ(header.nCoef, 4);
     EXPECT_EQ(header.nPadded, 64);
     EXPECT_EQ(header.nPadTotal, 64);
-    EXPECT_EQ(header.dataType[0], 12);
+    EXPECT_EQ(header.dataType[0], DataType{12});
     EXPECT_EQ(header.weightParamA[0], 2.5F);
     EXPECT_EQ(header.weightParamB[0], -1.25F);
-    EXPECT_EQ(header.inversionStyle, 4);
+    EXPECT_EQ(header.inversionStyle, InversionStyle::edgePadding);
     EXPECT_EQ(reading.tally, 32.0);
     EXPECT_EQ(reading.sensitivity.filter.coefLow, contents.coefLow);
     EXPECT_EQ(reading.sensitivity.filter.coefHigh, contents.coefHigh);
@@ -134,7 +134,7 @@ TEST_F(MtxStreamTest, aBareFileLeavesStationsAndFieldAlone) {
     EXPECT_EQ(reading.obs.ObsX, std::vector<double>(4, -77.0));
     EXPECT_EQ(reading.sensitivity.header.version, 0);
     EXPECT_FALSE(reading.sensitivity.header.tagged);
-    EXPECT_EQ(reading.sensitivity.header.dataType[0], -3);
+    EXPECT_EQ(reading.sensitivity.header.dataType[0], DataType{-3});
     EXPECT_EQ(reading.sensitivity.gtgdiag, contents.gtgdiag);
     EXPECT_EQ(reading.sensitivity.layerResponse, std::vector<double>(12, 0.0));
     EXPECT_EQ(folder.read("log"), " MTX version: 0\n Data type 1: Gz\n");
@@ -158,7 +158,7 @@ TEST_F(MtxStreamTest, versionsBelowTwoHaveNeitherStyleNorLayerResponses) {
         contents.version = version;
         MtxReading reading;
         reading.readFiles({make(contents, MtxLayout::tagged)});
-        EXPECT_EQ(reading.sensitivity.header.inversionStyle, 3) << version;
+        EXPECT_EQ(reading.sensitivity.header.inversionStyle, InversionStyle::surfaceAndApparentDensity) << version;
         EXPECT_EQ(reading.sensitivity.layerResponse, std::vector<double>(12, 0.0)) << version;
     }
 }
@@ -174,7 +174,8 @@ TEST_F(MtxStreamTest, layersOfThePaddedMeshGiveTheStyle) {
         for (const MtxLayout layout : {MtxLayout::tagged, MtxLayout::bare}) {
             MtxReading reading;
             reading.readFiles({make(contents, layout)});
-            EXPECT_EQ(reading.sensitivity.header.inversionStyle, test.style) << test.nz << ' ' << test.npz;
+            EXPECT_EQ(reading.sensitivity.header.inversionStyle, InversionStyle{test.style})
+                << test.nz << ' ' << test.npz;
             EXPECT_EQ(reading.mesh.nzl, test.nzl);
             EXPECT_EQ(reading.sensitivity.header.nPadTotal, 32 * std::max(test.nz, test.npz));
             EXPECT_EQ(reading.sensitivity.header.nPadded, 32 * test.npz);
@@ -188,7 +189,7 @@ TEST_F(MtxStreamTest, theStoredStyleWinsEvenAgainstTheLayers) {
         contents.inversionStyle = code;
         MtxReading reading;
         reading.readFiles({make(contents, MtxLayout::tagged)});
-        EXPECT_EQ(reading.sensitivity.header.inversionStyle, code);
+        EXPECT_EQ(reading.sensitivity.header.inversionStyle, InversionStyle{code});
         EXPECT_EQ(reading.mesh.nzl, 1);
     }
 }
@@ -204,7 +205,7 @@ TEST_F(MtxStreamTest, theStyleOfTheLastFileStandsAndLayersOfTheFirst) {
     MtxReading reading(3);
     reading.readFiles(
         {make(first, MtxLayout::tagged), make(second, MtxLayout::tagged, "b"), make(third, MtxLayout::tagged, "c")});
-    EXPECT_EQ(reading.sensitivity.header.inversionStyle, 4);
+    EXPECT_EQ(reading.sensitivity.header.inversionStyle, InversionStyle::edgePadding);
     EXPECT_EQ(reading.sensitivity.header.version, 1);
     std::vector<double> expected = first.layerResponse;
     expected.insert(expected.end(), 8, 7.0);

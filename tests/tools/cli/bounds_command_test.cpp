@@ -37,7 +37,7 @@ protected:
         // The program takes 80 characters of a name.
         const std::filesystem::path before = std::filesystem::current_path();
         std::filesystem::current_path(folder.path());
-        readBoundsFile(messages, positivityFlag, "b.txt", mesh, 1, bounds);
+        readBoundsFile(messages, Positivity{positivityFlag}, "b.txt", mesh, 1, bounds);
         std::filesystem::current_path(before);
         return bounds;
     }

@@ -104,7 +104,7 @@ TEST_F(MtxCommand, eachFormAndVersionPredictsWhatThePrismsPredict) {
         SensitivityFile file(options.outFile);
         EXPECT_EQ(file.sensitivity.header.recordForm, options.form == "record");
         EXPECT_EQ(file.sensitivity.header.tagged, options.form == "tagged");
-        EXPECT_EQ(file.sensitivity.header.inversionStyle, 0);
+        EXPECT_EQ(file.sensitivity.header.inversionStyle, InversionStyle::standard);
         expectPrediction(file, std::vector<double>(462, 1.0), 0.01);
         expectPrediction(file, randomModel(462, 4), 0.01);
     }
@@ -122,7 +122,7 @@ TEST_F(MtxCommand, everyTypeAndFilter) {
             EXPECT_LE(report.statistics.largestLoss, 1e-3);
             EXPECT_LE(report.statistics.meanLoss, report.statistics.largestLoss);
             SensitivityFile file(options.outFile);
-            EXPECT_EQ(file.sensitivity.header.dataType[0], surveyTypeCode(type));
+            EXPECT_EQ(file.sensitivity.header.dataType[0], DataType{surveyTypeCode(type)});
             EXPECT_EQ(file.sensitivity.header.nCoef, taps);
             expectPrediction(file, randomModel(462, 8), 1e-3);
         }
@@ -184,7 +184,7 @@ TEST_F(MtxCommand, layerResponsesAddUpToTheWholeMesh) {
         options.layers.style = style;
         writeMtxFile(options);
         const SensitivityFile file(options.outFile);
-        EXPECT_EQ(file.sensitivity.header.inversionStyle, style);
+        EXPECT_EQ(file.sensitivity.header.inversionStyle, InversionStyle{style});
         const auto nzl = static_cast<std::size_t>(file.mesh.nzl);
         for (std::size_t slot = 0; slot <= nzl; ++slot) {
             std::vector<double> model(462, 0.0);

@@ -51,7 +51,7 @@ protected:
         ObsSet obs;
         obs.nData = records;
         obs.nDataTypes = components;
-        obs.dataTypeCode.fill(code);
+        obs.dataType.fill(DataType{code});
         const auto n = static_cast<std::size_t>(records);
         for (auto* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ, &obs.obsTime}) {
             array->assign(n, 0.0);
