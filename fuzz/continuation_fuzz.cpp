@@ -11,15 +11,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const fuzzing::InputFile lineSearch("voxlith.lsv");
     fuzzing::Choices choices({data, size});
     progress.set(choices.textPart());
-    ControlValues values;
-    values.iMode = choices.rest().empty() ? 0 : -1;
+    InversionOptions options;
+    const std::int32_t iMode = choices.rest().empty() ? 0 : -1;
     lineSearch.set(choices.rest());
     Messages messages;
     fuzzing::allowStops([&] {
-        std::int32_t startIteration = 0;
         LineFile progressTable;
         LineFile lineSearchTable;
-        recoverProgressFiles(messages, values, startIteration, progressTable, lineSearchTable);
+        recoverProgressFiles(messages, iMode, options, progressTable, lineSearchTable);
         fuzzing::require(isOpen(progressTable), "the progress table is open");
     });
     return 0;

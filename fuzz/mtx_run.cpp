@@ -69,7 +69,7 @@ void runMtxTrial(const MtxTrial& trial) {
     if (!trial.second.empty()) {
         second.set(trial.second);
         control.mtxFileText[1] = second.name();
-        control.nMtx = control.nDataTypes = control.nModelTypes = 2;
+        control.nMtx = control.nDataTypes = control.inversion.nModelTypes = 2;
     }
     allowStops([&] {
         buildProductTables(run->messages, control, run->products);

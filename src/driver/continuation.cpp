@@ -166,13 +166,13 @@ void openProgressFiles(Messages& messages, std::int32_t iMode, LineFile& progres
         beginTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
 }
 
-void recoverProgressFiles(Messages& messages, ControlValues& control, std::int32_t& startIteration,
-                          LineFile& progressTable, LineFile& lineSearchTable) {
+void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptions& options, LineFile& progressTable,
+                          LineFile& lineSearchTable) {
     dropUnfinishedRow(messages, progressName);
-    startIteration = lastIterationOf(messages);
+    options.startIteration = lastIterationOf(messages);
     continueTable(messages, progressTable, progressName, progressHeading);
-    control.maxIterations = addClamped(control.maxIterations, startIteration);
-    if (control.iMode != -1)
+    options.maxIterations = addClamped(options.maxIterations, options.startIteration);
+    if (iMode != -1)
         return;
     LineSearchTable table;
     readLineSearchTable(messages, table);

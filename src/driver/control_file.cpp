@@ -76,16 +76,16 @@ bool parseCount(ControlReader& reader, std::int32_t& count) {
 
 void parseLabels(ControlReader& reader) {
     ControlValues& control = reader.control;
-    for (std::int32_t type = 0; type < control.nModelTypes && type < maxFiles; ++type) {
+    for (std::int32_t type = 0; type < control.inversion.nModelTypes && type < maxFiles; ++type) {
         std::string token;
         nextToken(reader.line, token);
-        control.modelLabel[static_cast<std::size_t>(type)] = token.substr(0, 8);
+        control.inversion.modelLabel[static_cast<std::size_t>(type)] = token.substr(0, 8);
     }
 }
 
 // Labels become part of file names, and those belong into the folder of the run.
 void checkLabels(const ControlValues& control) {
-    for (const std::string& label : control.modelLabel)
+    for (const std::string& label : control.inversion.modelLabel)
         if (label.find('/') != std::string::npos)
             throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" +
                            label + "\"");
@@ -96,9 +96,9 @@ void parseCounts(ControlReader& reader) {
     if (!parseCount(reader, control.nMtx))
         return;
     control.nDataTypes = control.nMtx;
-    if (!parseCount(reader, control.nDataTypes) || !parseCount(reader, control.nModelTypes))
+    if (!parseCount(reader, control.nDataTypes) || !parseCount(reader, control.inversion.nModelTypes))
         return;
-    if (!isBlank(reader.line) && control.nModelTypes > 1)
+    if (!isBlank(reader.line) && control.inversion.nModelTypes > 1)
         parseLabels(reader);
 }
 
@@ -147,7 +147,7 @@ void readLine1(ControlReader& reader) {
     const ControlValues& control = reader.control;
     checkCount(reader, control.nMtx, control.nMtx, "MTX files");
     checkCount(reader, control.nDataTypes, control.nDataTypes, "number of data types");
-    checkCount(reader, control.nModelTypes, control.nDataTypes, "number of model types");
+    checkCount(reader, control.inversion.nModelTypes, control.nDataTypes, "number of model types");
     checkLabels(control);
 }
 
@@ -160,14 +160,14 @@ void readLine2(ControlReader& reader) {
     if (readValue(read, control.iMode) != ReadStatus::good)
         throwLineError(reader, "the integer iMode");
     float backgroundValue = 0.0F;
-    if (parseOptional(read, control.iBackground) && parseOptional(read, backgroundValue))
-        control.BackVal = static_cast<double>(backgroundValue);
+    if (parseOptional(read, control.inversion.iBackground) && parseOptional(read, backgroundValue))
+        control.inversion.BackVal = static_cast<double>(backgroundValue);
 
     logLine(reader.messages, " Mode: 2  (fixed multiplier)");
-    if (control.iBackground == 1)
+    if (control.inversion.iBackground == 1)
         logLine(reader.messages, " Background removal: On");
-    else if (control.iBackground == 2)
-        logLine(reader.messages, TextLine(" Background value to be removed: ").fixed(control.BackVal, 10, 3));
+    else if (control.inversion.iBackground == 2)
+        logLine(reader.messages, TextLine(" Background value to be removed: ").fixed(control.inversion.BackVal, 10, 3));
     else
         logLine(reader.messages, " Background removal: Off");
 }
@@ -180,16 +180,16 @@ void readLine3(ControlReader& reader) {
     FreeFormatRead read = beginFreeFormatRead(text);
     // Compatibility: the tolerance has to stand there and is not used.
     double tolc = 0.0;
-    if (readValue(read, control.multiplier) != ReadStatus::good || readValue(read, tolc) != ReadStatus::good)
+    if (readValue(read, control.inversion.multiplier) != ReadStatus::good || readValue(read, tolc) != ReadStatus::good)
         throwLineError(reader, "two numbers, trade-off and tolc");
-    std::int32_t positivity = codeOf(control.positivity);
+    std::int32_t positivity = codeOf(control.inversion.positivity);
     if (parseOptional(read, positivity)) {
         parseOptional(read, control.cleaning.integrationInterval);
     }
-    control.positivity = Positivity{positivity};
+    control.inversion.positivity = Positivity{positivity};
 
-    logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.multiplier, 10, 3));
-    logLine(reader.messages, TextLine(" Positivity flag: ").integer(codeOf(control.positivity), 4));
+    logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.inversion.multiplier, 10, 3));
+    logLine(reader.messages, TextLine(" Positivity flag: ").integer(codeOf(control.inversion.positivity), 4));
     const float interval = control.cleaning.integrationInterval;
     if (interval > 0.0F)
         logLine(reader.messages, TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));
@@ -378,23 +378,27 @@ bool readLine12(ControlReader& reader) {
     TextInput text;
     openTextInMemory(text, reader.line);
     FreeFormatRead read = beginFreeFormatRead(text);
-    std::int32_t iterations = control.maxIterations;
+    std::int32_t iterations = control.inversion.maxIterations;
     if (readValue(read, iterations) != ReadStatus::good)
         return false;
     logLine(reader.messages, TextLine(" Maximum number of iterations: ").integer(iterations, 4));
     if (iterations > 0)
-        control.maxIterations = iterations;
-    if (!parseOptional(read, control.outputStep))
+        control.inversion.maxIterations = iterations;
+    if (!parseOptional(read, control.inversion.outputStep))
         return true;
-    logLine(reader.messages, TextLine(" Output model every ").integer(control.outputStep, 4).text(" iterations"));
-    if (parseOptional(read, control.InversionMethod))
-        logLine(reader.messages, TextLine(" Inversion Method ").integer(control.InversionMethod, 4));
+    logLine(reader.messages,
+            TextLine(" Output model every ").integer(control.inversion.outputStep, 4).text(" iterations"));
+    // Compatibility: the method is echoed and not used; L-BFGS-B runs, whatever stands here.
+    std::int32_t method = 0;
+    if (parseOptional(read, method)) {
+        logLine(reader.messages, TextLine(" Inversion Method ").integer(method, 4));
+    }
     return true;
 }
 
 void readProductDefinitions(ControlReader& reader) {
     ControlValues& control = reader.control;
-    if (control.nDataTypes == 1 && control.nModelTypes == 1 && control.nMtx == 1)
+    if (control.nDataTypes == 1 && control.inversion.nModelTypes == 1 && control.nMtx == 1)
         return;
     while (control.nProductDefinitions < control.nDataTypes) {
         ++reader.lineNumber;
@@ -410,9 +414,10 @@ void checkDefinitionCount(ControlReader& reader) {
     const std::int32_t n = control.nProductDefinitions;
     std::string_view of;
     const bool oneForEach = control.nDataTypes == control.nMtx;
-    if (control.nModelTypes == 1 && ((!oneForEach && n == 0) || (oneForEach && n > 0 && n != control.nDataTypes)))
+    if (control.inversion.nModelTypes == 1 &&
+        ((!oneForEach && n == 0) || (oneForEach && n > 0 && n != control.nDataTypes)))
         of = "mtx";
-    else if (control.nModelTypes > 1 && n > 0 && n != control.nDataTypes)
+    else if (control.inversion.nModelTypes > 1 && n > 0 && n != control.nDataTypes)
         of = "mtx/model";
     if (of.empty())
         return;

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "formats/weight_file.h"
+#include "inversion/inversion_problem.h"
 #include "survey/data_types.h"
 #include "survey/obs_set.h"
-#include "survey/positivity.h"
 
 namespace voxlith {
 
@@ -25,15 +25,10 @@ struct ControlValues {
     std::int32_t iRestart = 0;
     std::int32_t nMtx = 1;
     std::int32_t nDataTypes = 1;
-    std::int32_t nModelTypes = 1;
-    std::array<std::string, maxFiles> modelLabel;  // at most 8 characters
     // Line 2
     std::int32_t iMode = 0;
-    std::int32_t iBackground = 0;
-    double BackVal = 0.0;
-    // Line 3
-    double multiplier = 0.0;
-    Positivity positivity = Positivity::notGiven;
+    // Of lines 1, 2, 3 and 12
+    InversionOptions inversion;
     // Lines 4 to 8, as they stand
     std::string obsFileText;
     std::array<std::string, maxFiles> mtxFileText;
@@ -47,10 +42,6 @@ struct ControlValues {
     std::array<std::string, maxWeightFiles> weightFileName;
     // Line 11
     std::string dataOffsetText;
-    // Line 12
-    std::int32_t maxIterations = 300;
-    std::int32_t outputStep = 0;
-    std::int32_t InversionMethod = 0;
     // Lines 13 on
     std::array<std::string, maxFiles> productDefinition;
     std::int32_t nProductDefinitions = 0;

@@ -69,7 +69,7 @@ struct ModelSizes {
 
 ModelSizes modelSizesOf(const RunState& run) {
     const std::size_t cells = run.mesh.cellCount();
-    return {cells, cells * sizeOf(run.control.nModelTypes), sizeOf(run.obs.nData), sizeOf(run.control.nMtx),
+    return {cells, cells * sizeOf(run.control.inversion.nModelTypes), sizeOf(run.obs.nData), sizeOf(run.control.nMtx),
             sizeOf(run.control.nDataTypes)};
 }
 
@@ -80,7 +80,7 @@ void allocateWorkVectors(RunState& run, const ModelSizes& sizes) {
     allocateGroup(run, "VXmodel:", 3.0 * bytesOfModel, "Error: Not enough memory for the model data arrays", [&] {
         fillLarge(arrays.model, m);
         fillLarge(arrays.refModel, m);
-        fillLarge(arrays.modelBest, m);
+        fillLarge(arrays.maxStep, m);
     });
     const std::size_t steps = m > sizes.nData * sizes.nMtx ? m : sizes.nData * sizes.nMtx;
     allocateGroup(run, "delm:", 8.0 * static_cast<double>(steps), "Error: Not enough memory for the delta arrays",
@@ -92,8 +92,8 @@ void allocateWorkVectors(RunState& run, const ModelSizes& sizes) {
     });
     allocateGroup(run, "gtgdiag:", bytesOfWeights, "Error: Not enough memory for the preconditioner arrays", [&] {
         fillLarge(run.sensitivity.gtgdiag, sizes.cells * sizes.nMtx);
-        for (std::vector<float>& work : arrays.preconWork)
-            fillLarge(work, sizes.cells);
+        fillLarge(arrays.regDiag, sizes.cells);
+        fillLarge(arrays.precond, sizes.cells);
     });
     allocateGroup(run, "bounds:", 3.0 * bytesOfModel, "Error: Not enough memory for the bounds arrays", [&] {
         fillLarge(run.bounds.boundType, m);
@@ -127,18 +127,21 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
     InversionArrays& arrays = run.arrays;
     const std::size_t m = sizes.modelCells;
     allocateGroup(run, "bounds:", wrappedTo32Bits(8 * m), "Error: Not enough memory for the model work arrays",
-                  [&] { fillLarge(arrays.modelWork, m); });
+                  [&] { fillLarge(arrays.adjointSum, m); });
     const auto nPadTotal = static_cast<std::size_t>(run.sensitivity.header.nPadTotal);
     allocateGroup(run, "compression:", 8.0 * static_cast<double>(nPadTotal),
                   "Error: Not enough memory for the compression work arrays",
                   [&] { run.sensitivity.paddedWork.assign(nPadTotal, 0.0); });
     allocateGroup(run, "lbfgs:", 8.0 * static_cast<double>(m), "Error: Not enough memory for the lbfgs work arrays",
-                  [&] { fillLarge(arrays.lbfgsWork, m); });
+                  [&] { fillLarge(arrays.trialModel, m); });
     const std::size_t length = std::max(m, sizes.nData * sizes.nDataTypes);
     allocateGroup(run, "CG:", 40.0 * static_cast<double>(length), "Error: Not enough memory for the CG work arrays",
                   [&] {
-                      for (std::vector<double>& work : arrays.cgWork)
-                          fillLarge(work, length);
+                      ConjugateGradientArrays& work = arrays.conjugateGradient;
+                      for (std::vector<double>* array :
+                           {&work.rightSide, &work.residual, &work.direction, &work.preconditioned, &work.product}) {
+                          fillLarge(*array, length);
+                      }
                   });
     const std::size_t reals = 24 * m + 1320;  // ten stored corrections
     allocateGroup(run, "waBFGS:", 8.0 * static_cast<double>(reals), "Error: Not enough memory for the waBFGS array",

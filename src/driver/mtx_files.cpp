@@ -74,11 +74,11 @@ void setDataTypes(RunState& run) {
     std::copy_n(run.sensitivity.header.dataType.begin(), control.nDataTypes, run.obs.dataType.begin());
     const bool magnetic = isMagnetic(firstTermType(run, 0));
     if (control.tradeoffOverride > 0.0)
-        control.multiplier = control.tradeoffOverride;
-    else if (control.multiplier <= 0.0)
-        control.multiplier = magnetic ? 1.0 : static_cast<double>(0.01F);
-    if (control.positivity == Positivity::notGiven)
-        control.positivity = magnetic ? Positivity::positive : Positivity::unconstrained;
+        control.inversion.multiplier = control.tradeoffOverride;
+    else if (control.inversion.multiplier <= 0.0)
+        control.inversion.multiplier = magnetic ? 1.0 : static_cast<double>(0.01F);
+    if (control.inversion.positivity == Positivity::notGiven)
+        control.inversion.positivity = magnetic ? Positivity::positive : Positivity::unconstrained;
     if (magnetic)
         echoFieldValues(run);
 }

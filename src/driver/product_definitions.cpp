@@ -53,12 +53,12 @@ ProductTerm parseTerm(Definition& definition) {
     const bool hasProduct = mtx > 0 && model > 0 && coefficient != 0.0;
     if (hasProduct) {
         checkRange(definition, mtx, definition.control.nMtx, "an MTX file number");
-        checkRange(definition, model, definition.control.nModelTypes, "a model type number");
+        checkRange(definition, model, definition.control.inversion.nModelTypes, "a model type number");
     }
     ProductTerm term;
     // A file stays named where there is no product: the class of the data is that of the first term's file.
     term.mtx = mtx > 0 && mtx <= definition.control.nMtx ? mtx - 1 : -1;
-    term.model = model > 0 && model <= definition.control.nModelTypes ? model - 1 : -1;
+    term.model = model > 0 && model <= definition.control.inversion.nModelTypes ? model - 1 : -1;
     term.coefficient = coefficient;
     return term;
 }

@@ -25,6 +25,7 @@
 #include "formats/obs_reader.h"
 #include "formats/obs_writer.h"
 #include "inversion/inversion_loop.h"
+#include "inversion/running_files.h"
 #include "sensitivity/products.h"
 
 namespace voxlith {
@@ -87,16 +88,15 @@ void readObservedData(RunState& run) {
 
 void readModels(RunState& run) {
     const ControlValues& control = run.control;
-    const Positivity positivity = control.positivity;
-    run.startIteration = 0;
-    readBoundsFile(run.messages, positivity, control.boundsText, run.mesh, control.nModelTypes, run.bounds);
+    const Positivity positivity = control.inversion.positivity;
+    readBoundsFile(run.messages, positivity, control.boundsText, run.mesh, control.inversion.nModelTypes, run.bounds);
     fixUncoveredLayers(run);
     std::string initialModel = control.initialModelText;
     if (control.iRestart > 0)
         initialModel = hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
-    readModelFile(run.messages, positivity, initialModel, run.mesh, control.nModelTypes, run.arrays.model, run.bounds,
-                  0.0F);
-    readModelFile(run.messages, positivity, control.referenceModelText, run.mesh, control.nModelTypes,
+    readModelFile(run.messages, positivity, initialModel, run.mesh, control.inversion.nModelTypes, run.arrays.model,
+                  run.bounds, 0.0F);
+    readModelFile(run.messages, positivity, control.referenceModelText, run.mesh, control.inversion.nModelTypes,
                   run.arrays.refModel, run.bounds, 0.0F);
     foldDepthWeights(run);
 }
@@ -118,65 +118,41 @@ std::string_view styleLabel(InversionStyle style) {
 
 void openProgress(RunState& run) {
     if (run.control.iRestart > 0)
-        recoverProgressFiles(run.messages, run.control, run.startIteration, run.progressTable, run.lineSearchTable);
+        recoverProgressFiles(run.messages, run.control.iMode, run.control.inversion, run.progressTable,
+                             run.lineSearchTable);
     else
         openProgressFiles(run.messages, run.control.iMode, run.progressTable, run.lineSearchTable);
     TextLine label(styleLabel(run.sensitivity.header.inversionStyle));
     screenAndLogLine(run.messages, label.padTo(static_cast<int>(lineWidth)));
 }
 
-LoopSettings loopSettingsOf(const RunState& run) {
-    const ControlValues& control = run.control;
-    LoopSettings settings;
-    settings.mtxVersion = run.sensitivity.header.version;
-    settings.inversionStyle = run.sensitivity.header.inversionStyle;
-    settings.positivity = control.positivity;
-    settings.multiplier = control.multiplier;
-    settings.iBackground = control.iBackground;
-    settings.BackVal = control.BackVal;
-    settings.maxIterations = control.maxIterations;
-    settings.startIteration = run.startIteration;
-    settings.outputStep = control.outputStep;
-    // Whatever the control file says, L-BFGS-B runs: results stay comparable with earlier versions.
-    settings.InversionMethod = 0;
-    return settings;
-}
-
-void invert(RunState& run) {
-    InversionProblem problem{
-        run.messages,          run.progressTable, run.obs,   run.mesh,   run.bounds, run.weights,
-        run.sensitivity,       run.products,      run.lines, run.arrays, run.timers, run.control.nModelTypes,
-        run.control.modelLabel};
-    inversionLoop(problem, loopSettingsOf(run));
-    closeLineFile(run.progressTable);
-    if (run.sensitivity.idisk == 1)
-        closeBinaryInput(run.sensitivity.files[0]);
-}
-
-void writeFinalModels(const RunState& run) {
-    const std::string_view extension = hasMagneticLayout(run.obs.dataType[0]) ? ".sus" : ".den";
-    const std::int32_t nModelTypes = run.control.nModelTypes;
-    for (std::int32_t type = 0; type < nModelTypes; ++type) {
-        TextLine name("voxlith");
-        if (nModelTypes > 1) {
-            const std::string& label = run.control.modelLabel[static_cast<std::size_t>(type)];
-            name.text("_");
-            if (isBlank(label))
-                name.integerZeros(type + 1, 2, 2);
-            else
-                name.text(trimRight(label));
-        }
-        writeModelFile(name.text(extension), run.mesh, type, run.arrays.model, run.sensitivity.depthWeightOf(0),
-                       run.sensitivity.foldDepthWeight, run.sensitivity.header.inversionStyle);
+void writeResults(const InversionProblem& problem) {
+    const ObsSet& obs = problem.obs;
+    writeFinalModels(problem, problem.arrays.model);
+    writeObsFile("voxlith.pre", obs, obs.predData);
+    writeErrorTable(obs);
+    if (hasApparentDensityTable(problem.style())) {
+        writeApparentDensityTable("voxlith_appden.csv", problem.mesh, problem.arrays.model, obs);
     }
 }
 
-void writeResults(const RunState& run) {
-    writeFinalModels(run);
-    writeObsFile("voxlith.pre", run.obs, run.obs.predData);
-    writeErrorTable(run.obs);
-    if (hasApparentDensityTable(run.sensitivity.header.inversionStyle))
-        writeApparentDensityTable("voxlith_appden.csv", run.mesh, run.arrays.model, run.obs);
+void invert(RunState& run) {
+    const InversionProblem problem{run.control.inversion,
+                                   run.mesh,
+                                   run.weights,
+                                   run.products,
+                                   run.sensitivity,
+                                   run.obs,
+                                   run.lines,
+                                   run.bounds,
+                                   run.arrays,
+                                   run.timers};
+    inversionLoop(problem, run.messages, run.progressTable);
+    closeLineFile(run.progressTable);
+    if (run.sensitivity.idisk == 1) {
+        closeBinaryInput(run.sensitivity.files[0]);
+    }
+    writeResults(problem);
 }
 
 void runSequence(RunState& run, std::span<const std::string> arguments) {
@@ -195,7 +171,6 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
     invert(run);
-    writeResults(run);
     screenLine("");
     screenLine("Inversion completed");
     screenLine("");

@@ -52,8 +52,7 @@ struct RunState {
     InversionArrays arrays;
 
     // Progress and planning
-    std::int32_t startIteration = 0;  // iterations done by earlier runs
-    double memoryTally = 0;           // bytes of planned memory
+    double memoryTally = 0;  // bytes of planned memory
     OverheadTimers timers;
 };
 

@@ -1,6 +1,7 @@
 #include "inversion/background_removal.h"
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 #include "base/text_line.h"
@@ -11,8 +12,6 @@ namespace voxlith {
 
 namespace {
 
-using Fits = std::array<BackgroundFit, maxFiles>;
-
 bool bothValid(const ObsSet& obs, std::size_t n) {
     return isValid(obs.obsData[n]) && isValid(obs.predData[n]);
 }
@@ -21,8 +20,7 @@ double datum(const ObsSet& obs, std::size_t n) {
     return static_cast<double>(obs.obsStd[n]) * obs.obsData[n];
 }
 
-void chooseBackground(std::int32_t iBackground, double BackVal, std::int32_t nDataTypes,
-                      std::span<BackgroundFit> fits) {
+void chooseBackground(const InversionOptions& options, std::int32_t nDataTypes, std::span<BackgroundFit> fits) {
     if (nDataTypes > 1) {
         double sum = 0.0;
         for (const BackgroundFit& fit : fits)
@@ -30,9 +28,9 @@ void chooseBackground(std::int32_t iBackground, double BackVal, std::int32_t nDa
         for (BackgroundFit& fit : fits)
             fit.background = sum / static_cast<double>(fits.size());
     }
-    if (iBackground == 2)
+    if (options.iBackground == 2)
         for (BackgroundFit& fit : fits)
-            fit.background = BackVal;
+            fit.background = options.BackVal;
 }
 
 void addToReference(ObsSet& obs, std::span<const BackgroundFit> fits) {
@@ -58,17 +56,19 @@ void reportBackground(Messages& messages, double background) {
 
 }  // namespace
 
-std::size_t surfaceResponse(const Sensitivity& sensitivity, std::int32_t nzl, ObsSet& obs, LineIntegration& lines) {
+std::size_t surfaceResponse(const InversionProblem& problem) {
+    const Sensitivity& sensitivity = problem.sensitivity;
+    ObsSet& obs = problem.obs;
     const auto nData = static_cast<std::size_t>(obs.nData);
-    const auto slots = static_cast<std::size_t>(nzl) + 1;
+    const auto slots = static_cast<std::size_t>(problem.mesh.nzl) + 1;
     const auto components = static_cast<std::size_t>(std::min(sensitivity.nMtx, obs.nDataTypes));
     const std::span<double> response = obs.predData;
     std::fill(response.begin(), response.end(), dummyValue);
     for (std::size_t component = 0; component < components; ++component) {
         for (std::size_t station = 0; station < nData; ++station)
             response[obs.index(component, station)] = sensitivity.layerResponse[slots * (component * nData + station)];
-        if (lines.integrationInterval > 0.0F)
-            integrateBackgroundAlongLines(obs, lines, response.subspan(component * nData, nData),
+        if (problem.lines.integrationInterval > 0.0F)
+            integrateBackgroundAlongLines(obs, problem.lines, response.subspan(component * nData, nData),
                                           response.first(nData));
     }
     return components;
@@ -96,18 +96,18 @@ BackgroundFit fitBackground(const ObsSet& obs, std::size_t component) {
     return fit;
 }
 
-void removeBackground(Messages& messages, std::int32_t iBackground, double BackVal, const Sensitivity& sensitivity,
-                      std::int32_t nzl, ObsSet& obs, LineIntegration& lines) {
-    Fits fits{};
-    const std::size_t components = surfaceResponse(sensitivity, nzl, obs, lines);
-    if (lines.integrationInterval > 0.0F)
+void removeBackground(Messages& messages, const InversionProblem& problem) {
+    ObsSet& obs = problem.obs;
+    std::array<BackgroundFit, maxFiles> fits{};
+    const std::size_t components = surfaceResponse(problem);
+    if (problem.lines.integrationInterval > 0.0F)
         writeSurfaceResponseAlongLines(obs);
     else
         writeSurfaceResponse(obs);
     for (std::size_t component = 0; component < components; ++component)
         fits[component] = fitBackground(obs, component);
     const std::span<BackgroundFit> used = std::span(fits).first(components);
-    chooseBackground(iBackground, BackVal, obs.nDataTypes, used);
+    chooseBackground(problem.options, obs.nDataTypes, used);
     addToReference(obs, used);
     writeBackgroundFit(obs);
     reportBackground(messages, fits[0].background);

@@ -2,14 +2,10 @@
 // background value, and the fitted part joins the reference data.
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
 
 #include "base/messages.h"
-#include "sensitivity/sensitivity.h"
-#include "survey/data_types.h"
-#include "survey/line_average.h"
+#include "inversion/inversion_problem.h"
 #include "survey/obs_set.h"
 
 namespace voxlith {
@@ -23,17 +19,16 @@ struct BackgroundFit {
 
 // The response of the first layer slot of every file (averaged along lines when there is an integration interval) into
 // obs.predData. Components without a file get dummies. Returns the number of components that have a response.
-std::size_t surfaceResponse(const Sensitivity& sensitivity, std::int32_t nzl, ObsSet& obs, LineIntegration& lines);
+std::size_t surfaceResponse(const InversionProblem& problem);
 
 // The least squares fit of component `component` over the stations where datum and response are valid. Not a number
 // when there is no such station or all responses are uniform.
 BackgroundFit fitBackground(const ObsSet& obs, std::size_t component);
 
 // The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. With several data types all
-// components share the mean of their values. The mean level of the data goes with the fit, so that the inversion works
-// on data without it. Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and
-// tells the value.
-void removeBackground(Messages& messages, std::int32_t iBackground, double BackVal, const Sensitivity& sensitivity,
-                      std::int32_t nzl, ObsSet& obs, LineIntegration& lines);
+// components share the mean of their values. The mean of the data goes with the fit, so that the inversion works on
+// data without it. Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and
+// reports the value.
+void removeBackground(Messages& messages, const InversionProblem& problem);
 
 }  // namespace voxlith

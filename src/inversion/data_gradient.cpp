@@ -38,26 +38,26 @@ void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
 }
 
 // The product row of the first product serves as scratch: with residual rows in use, its content is read no more.
-void spreadResiduals(const ObjectiveInputs& inputs) {
-    ObsSet& obs = inputs.obs;
+void spreadResiduals(const InversionProblem& problem) {
+    ObsSet& obs = problem.obs;
     const auto nData = static_cast<std::size_t>(obs.nData);
-    const auto scratch = std::span(inputs.sensitivity.productResponse).first(nData);
+    const auto scratch = std::span(problem.sensitivity.productResponse).first(nData);
     for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
         const std::size_t first = obs.index(component, 0);
-        spreadAlongLines(obs, inputs.lines, std::span(obs.obsData).subspan(first, nData),
+        spreadAlongLines(obs, problem.lines, std::span(obs.obsData).subspan(first, nData),
                          std::span(obs.predData).subspan(first, nData), std::span(obs.obsWork1).subspan(first, nData),
                          scratch);
     }
 }
 
-void addProduct(const ObjectiveInputs& inputs, std::size_t product, const GradientWork& work) {
-    const std::size_t cells = inputs.mesh.cellCount();
-    const double* adjoint = work.productWork.data();
-    for (std::size_t component = 0; component < static_cast<std::size_t>(inputs.obs.nDataTypes); ++component)
-        for (const ProductTerm& term : inputs.products.terms[component]) {
+void addProduct(const InversionProblem& problem, std::size_t product) {
+    const std::size_t cells = problem.mesh.cellCount();
+    const double* adjoint = problem.arrays.trialModel.data();
+    for (std::size_t component = 0; component < static_cast<std::size_t>(problem.obs.nDataTypes); ++component)
+        for (const ProductTerm& term : problem.products.terms[component]) {
             if (!(std::abs(term.coefficient) > 0.0) || term.product != static_cast<std::int32_t>(product))
                 continue;
-            double* sum = work.adjointWork.data() + static_cast<std::size_t>(term.model) * cells;
+            double* sum = problem.arrays.adjointSum.data() + static_cast<std::size_t>(term.model) * cells;
             for (std::size_t n = 0; n < cells; ++n)
                 sum[n] += term.coefficient * adjoint[n];
         }
@@ -65,35 +65,36 @@ void addProduct(const ObjectiveInputs& inputs, std::size_t product, const Gradie
 
 }  // namespace
 
-void residualRows(const ObjectiveInputs& inputs) {
-    ObsSet& obs = inputs.obs;
+void residualRows(const InversionProblem& problem) {
+    ObsSet& obs = problem.obs;
     const std::size_t count = static_cast<std::size_t>(obs.nData) * static_cast<std::size_t>(obs.nDataTypes);
     for (std::size_t n = 0; n < count; ++n) {
         const bool bothValid = isValid(obs.obsData[n]) && isValid(obs.predData[n]);
         obs.obsWork1[n] = bothValid ? obs.predData[n] - obs.obsData[n] : 0.0;
     }
-    if (inputs.products.isAmplitude[0])
-        amplitudeRows(obs, inputs.sensitivity.productResponse);
+    if (problem.products.isAmplitude[0])
+        amplitudeRows(obs, problem.sensitivity.productResponse);
 }
 
-void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work) {
-    ObsSet& obs = inputs.obs;
+void sumAdjoints(const InversionProblem& problem) {
+    ObsSet& obs = problem.obs;
     const auto nData = static_cast<std::size_t>(obs.nData);
-    const bool amplitude = inputs.products.isAmplitude[0];
-    std::fill(work.adjointWork.begin(), work.adjointWork.end(), 0.0);
+    const bool amplitude = problem.products.isAmplitude[0];
+    std::fill(problem.arrays.adjointSum.begin(), problem.arrays.adjointSum.end(), 0.0);
     // Without products no residual is used, and there is no product row to work with.
-    if (inputs.lines.integrationInterval > 0.0F && !amplitude && !inputs.products.products.empty())
-        spreadResiduals(inputs);
-    for (std::size_t k = 0; k < inputs.products.products.size(); ++k) {
-        const Product& product = inputs.products.products[k];
+    if (problem.lines.integrationInterval > 0.0F && !amplitude && !problem.products.products.empty())
+        spreadResiduals(problem);
+    for (std::size_t k = 0; k < problem.products.products.size(); ++k) {
+        const Product& product = problem.products.products[k];
         const std::size_t column = obs.index(static_cast<std::size_t>(product.column), 0);
         const auto rows = amplitude
-                              ? std::span<const double>(inputs.sensitivity.productResponse).subspan(k * nData, nData)
+                              ? std::span<const double>(problem.sensitivity.productResponse).subspan(k * nData, nData)
                               : std::span<const double>(obs.obsWork1).subspan(column, nData);
-        transposeProduct(inputs.sensitivity, inputs.mesh, rows, work.productWork.first(inputs.mesh.cellCount()),
+        transposeProduct(problem.sensitivity, problem.mesh, rows,
+                         std::span(problem.arrays.trialModel).first(problem.mesh.cellCount()),
                          static_cast<std::size_t>(product.mtx),
-                         std::span<const float>(obs.obsStd).subspan(column, nData), inputs.timers);
-        addProduct(inputs, k, work);
+                         std::span<const float>(obs.obsStd).subspan(column, nData), problem.timers);
+        addProduct(problem, k);
     }
 }
 

@@ -1,20 +1,17 @@
 // The data part of the gradient: residual rows, and the sums of their adjoint products by model type.
 #pragma once
 
-#include <span>
-
-#include "inversion/gradient.h"
-#include "inversion/objective_inputs.h"
+#include "inversion/inversion_problem.h"
 
 namespace voxlith {
 
 // Fills obs.obsWork1 with predData - obsData, 0 where either is missing. When the first component is an amplitude, the
 // first three product rows become the residuals of its three parts.
-void residualRows(const ObjectiveInputs& inputs);
+void residualRows(const InversionProblem& problem);
 
-// adjointWork becomes the sum of the coefficients of all terms times the adjoint of their product, for the rows of
-// residuals (or, with amplitude data, the product rows) as they stand. Residual rows are first spread along the lines
-// when there is an integration interval. Not divided by the number of data.
-void sumAdjoints(const ObjectiveInputs& inputs, const GradientWork& work);
+// arrays.adjointSum becomes the sum of the coefficients of all terms times the adjoint of their product, for the rows
+// of residuals (or, with amplitude data, the product rows) as they stand. Residual rows are first spread along the
+// lines when there is an integration interval. Not divided by the number of data. Overwrites arrays.trialModel.
+void sumAdjoints(const InversionProblem& problem);
 
 }  // namespace voxlith

@@ -11,40 +11,37 @@ namespace voxlith {
 
 namespace {
 
-// The depth weight of one sensitivity file; empty when the products apply the weight.
-std::span<const float> foldedWeight(const ObjectiveInputs& inputs, std::size_t file) {
-    return inputs.sensitivity.foldDepthWeight ? inputs.sensitivity.depthWeightOf(file) : std::span<const float>{};
-}
-
-// The weight of the model type's own file; types beyond the last file take the last one. Only the pull of the reference
-// model takes it: the differences, and the objective throughout, take the weight of the first file for all types.
-std::span<const float> referenceGradientWeight(const ObjectiveInputs& inputs, std::size_t type) {
-    const auto lastFile = static_cast<std::size_t>(inputs.sensitivity.nMtx) - 1;
-    return foldedWeight(inputs, std::min(type, lastFile));
+// The weight of the model type's own file; types beyond the last file take the last one. Only the gradient of the
+// reference term takes it: the differences, and the objective throughout, take the weight of the first file for all
+// types.
+std::span<const float> referenceGradientWeight(const InversionProblem& problem, std::size_t type) {
+    const auto lastFile = static_cast<std::size_t>(problem.sensitivity.nMtx) - 1;
+    return problem.foldedWeight(std::min(type, lastFile));
 }
 
 // The model part with the trade-off, and the mean of the data part; fixed cells do not move.
-void combineWithModel(GradientMode mode, const ObjectiveInputs& inputs, std::span<const double> vector,
-                      std::span<const double> adjoint, std::span<double> out) {
-    const std::size_t cells = inputs.mesh.cellCount();
+void combineWithModel(GradientMode mode, const InversionProblem& problem, std::span<const double> vector,
+                      std::span<double> out) {
+    const std::size_t cells = problem.mesh.cellCount();
     const double start = clockSeconds();
-    for (std::size_t type = 0; type < inputs.modelTypes(); ++type) {
-        const auto reference =
-            mode == GradientMode::gradient ? inputs.refModel.subspan(type * cells, cells) : std::span<const double>{};
-        const ModelTerms terms{inputs.mesh, inputs.weights, foldedWeight(inputs, 0),
-                               hasVerticalTerms(inputs.inversionStyle), widestInstructionSet()};
-        addRegularisationGradient(terms, vector.subspan(type * cells, cells), reference,
-                                  referenceGradientWeight(inputs, type), inputs.fixedCell.subspan(type * cells, cells),
-                                  inputs.multiplier, adjoint.subspan(type * cells, cells), inputs.obs.nData,
-                                  out.subspan(type * cells, cells));
+    const ModelTerms terms{problem.mesh, problem.weights, problem.foldedWeight(0), hasVerticalTerms(problem.style()),
+                           widestInstructionSet()};
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        const auto ofType = [&](const auto& array) { return std::span(array).subspan(type * cells, cells); };
+        addRegularisationGradient(
+            terms, ofType(vector),
+            mode == GradientMode::gradient ? std::span<const double>(ofType(problem.arrays.refModel))
+                                           : std::span<const double>{},
+            referenceGradientWeight(problem, type), ofType(problem.bounds.fixedCell), problem.options.multiplier,
+            ofType(problem.arrays.adjointSum), problem.obs.nData, ofType(out));
     }
-    inputs.timers.smoothness += clockSeconds() - start;
+    problem.timers.smoothness += clockSeconds() - start;
 }
 
-void takeDataPart(const ObjectiveInputs& inputs, std::span<const double> adjoint, std::span<double> out) {
-    const double nData = inputs.obs.nData;
+void takeDataPart(const InversionProblem& problem, std::span<double> out) {
+    const double nData = problem.obs.nData;
     for (std::size_t n = 0; n < out.size(); ++n)
-        out[n] = inputs.fixedCell[n] != 0 ? 0.0 : adjoint[n] / nData;
+        out[n] = problem.bounds.fixedCell[n] != 0 ? 0.0 : problem.arrays.adjointSum[n] / nData;
 }
 
 // Held cells are not looked at here: the barrier gradients on them too.
@@ -60,10 +57,10 @@ void addLogarithmicBarrier(GradientMode mode, const Barrier& barrier, std::span<
     }
 }
 
-void addRationalBarrier(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
+void addRationalBarrier(GradientMode mode, const InversionProblem& problem, const Barrier& barrier,
                         std::span<const double> vector, std::span<double> out) {
     const double beta = barrier.barrierWeight;
-    const auto cells = static_cast<double>(inputs.mesh.cellCount());
+    const auto cells = static_cast<double>(problem.mesh.cellCount());
     for (std::size_t n = 0; n < out.size(); ++n) {
         const double x = vector[n];
         const double sum = x * x + beta;
@@ -76,27 +73,27 @@ void addRationalBarrier(GradientMode mode, const ObjectiveInputs& inputs, const 
 
 }  // namespace
 
-void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
-                  std::span<const double> vector, const GradientWork& work, std::span<double> out) {
+void calcGradient(GradientMode mode, const InversionProblem& problem, const Barrier& barrier,
+                  std::span<const double> vector, std::span<double> out) {
     const double start = clockSeconds();
-    ObsSet& obs = inputs.obs;
+    ObsSet& obs = problem.obs;
     if (mode == GradientMode::gradient)
-        residualRows(inputs);
+        residualRows(problem);
     else
-        forwardData(inputs.sensitivity, inputs.mesh, inputs.products, obs, inputs.lines, vector, obs.obsWork1,
-                    obs.obsData, obs.refData, inputs.timers);
-    sumAdjoints(inputs, work);
-    if (inputs.multiplier > 0.0)
-        combineWithModel(mode, inputs, vector, work.adjointWork, out);
+        forwardData(problem.sensitivity, problem.mesh, problem.products, obs, problem.lines, vector, obs.obsWork1,
+                    obs.obsData, obs.refData, problem.timers);
+    sumAdjoints(problem);
+    if (problem.options.multiplier > 0.0)
+        combineWithModel(mode, problem, vector, out);
     else
-        takeDataPart(inputs, work.adjointWork, out);
+        takeDataPart(problem, out);
     if (barrier.barrierWeight > 0.0) {
-        if (isStrict(inputs.positivity))
+        if (isStrict(problem.options.positivity))
             addLogarithmicBarrier(mode, barrier, vector, out);
         else
-            addRationalBarrier(mode, inputs, barrier, vector, out);
+            addRationalBarrier(mode, problem, barrier, vector, out);
     }
-    inputs.timers.gradientInside += clockSeconds() - start;
+    problem.timers.gradientInside += clockSeconds() - start;
 }
 
 }  // namespace voxlith

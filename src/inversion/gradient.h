@@ -4,7 +4,7 @@
 #include <span>
 
 #include "inversion/barrier.h"
-#include "inversion/objective_inputs.h"
+#include "inversion/inversion_problem.h"
 
 namespace voxlith {
 
@@ -13,19 +13,13 @@ enum class GradientMode {
     hessianProduct  // the vector is any direction
 };
 
-// Work arrays that a gradient fills and nobody reads behind it.
-struct GradientWork {
-    std::span<double> adjointWork;  // (k, i, j, model type): sums of the adjoint products
-    std::span<double> productWork;  // (k, i, j) at least: adjoint of one product
-};
-
 // out (k, i, j, model type; not the array of `vector`) becomes half the derivative of the data and reference terms,
 // plus the differences of model_terms.h and the barrier part; fixed cells get 0, the barrier part apart.
 //
 // In gradient mode this relies on obs.predData and the product rows as calcObjective left them at the same model, and
 // must be called directly behind it. In the other mode the forward product runs here, on `vector`, and the reference
 // data enter as in any forward run. Overwrites obs.obsWork1, the product rows and the work arrays. Allocates nothing.
-void calcGradient(GradientMode mode, const ObjectiveInputs& inputs, const Barrier& barrier,
-                  std::span<const double> vector, const GradientWork& work, std::span<double> out);
+void calcGradient(GradientMode mode, const InversionProblem& problem, const Barrier& barrier,
+                  std::span<const double> vector, std::span<double> out);
 
 }  // namespace voxlith

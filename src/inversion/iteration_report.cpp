@@ -51,7 +51,7 @@ void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Bar
     if (barrier.barrierWeight > 0.0)
         logReal(messages, "initial barrier: ", terms.barrierNorm);
     logSmoothness(messages, "initial smth   : ", terms);
-    logReal(messages, "initial norm   : ", terms.refNorm + terms.smoothNorm + static_cast<double>(terms.focusNorm));
+    logReal(messages, "initial norm   : ", terms.refNorm + terms.smoothNorm);
     logReal(messages, "initial total  : ", std::sqrt(reportedTotal(terms, multiplier)));
     flushLineFile(messages.log);
 }

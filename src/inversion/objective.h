@@ -1,11 +1,11 @@
-// The objective of the inversion: data misfit, distance from the reference model, roughness along the three axes, and
-// the barrier. The terms are returned one by one; the three callers do not add them uniform.
+// The objective of the inversion: data misfit, model norm and barrier. The terms are returned one by one; their
+// sums are formed in two ways.
 #pragma once
 
 #include <span>
 
 #include "inversion/barrier.h"
-#include "inversion/objective_inputs.h"
+#include "inversion/inversion_problem.h"
 
 namespace voxlith {
 
@@ -17,20 +17,16 @@ struct ObjectiveTerms {
     double smoothY = 0;
     double smoothX = 0;
     double smoothZ = 0;
-    float focusNorm = 0;
 };
 
 // All terms at `model` (k, i, j, model type). Overwrites obs.predData and the product rows of the sensitivity record.
 // Whatever the model type, the depth weight is that of the first sensitivity file. Allocates nothing.
-ObjectiveTerms calcObjective(const ObjectiveInputs& inputs, const Barrier& barrier, std::span<const double> model);
+ObjectiveTerms calcObjective(const InversionProblem& problem, const Barrier& barrier, std::span<const double> model);
 
 // What the optimiser minimises. The barrier term holds beta already, which thus enters squared.
 double optimiserObjective(const ObjectiveTerms& terms, const Barrier& barrier, double multiplier);
 
-// What the step search compares.
-double lineSearchObjective(const ObjectiveTerms& terms, double multiplier);
-
-// What logs and tables show.
+// What the step search compares, and what logs and tables show.
 double reportedTotal(const ObjectiveTerms& terms, double multiplier);
 
 }  // namespace voxlith

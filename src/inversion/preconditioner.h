@@ -1,11 +1,7 @@
 // The diagonal preconditioner of the conjugate-gradient steps, built once before the first evaluation.
 #pragma once
 
-#include <span>
-
-#include "formats/weight_file.h"
-#include "sensitivity/sensitivity.h"
-#include "survey/mesh_geometry.h"
+#include "inversion/inversion_problem.h"
 
 namespace voxlith {
 

@@ -1,5 +1,8 @@
 #include "inversion/running_files.h"
 
+#include <string>
+#include <string_view>
+
 #include "base/tokens.h"
 #include "formats/model_file.h"
 #include "formats/obs_writer.h"
@@ -8,65 +11,84 @@ namespace voxlith {
 
 namespace {
 
-void addTypeName(TextLine& name, const ModelNaming& naming, std::size_t modelType) {
-    const std::string& label = naming.modelLabel[modelType];
-    // Only the first character tells whether there is a label.
-    if (label.empty() || label.front() == ' ')
+// Adds `separator` and the label or number of the type where there are several types.
+void addTypeName(TextLine& name, std::string_view separator, const InversionOptions& options, std::size_t modelType) {
+    if (options.nModelTypes < 2) {
+        return;
+    }
+    name.text(separator);
+    const std::string& label = options.modelLabel[modelType];
+    // Labels are words: one that begins with a blank is blank.
+    if (label.empty() || label.front() == ' ') {
         name.integerZeros(static_cast<std::int64_t>(modelType) + 1, 2, 2);
-    else
+    } else {
         name.text(trimRight(label));
+    }
+}
+
+std::string_view writtenSuffix(DataType firstType) {
+    return hasMagneticLayout(firstType) ? ".sus" : ".den";
 }
 
 // A fixed count for the run, so that its names sort; a number beyond five digits takes what it needs.
 int iterationDigits(std::int32_t iteration, std::int32_t maxIterations) {
     int digits = maxIterations < 1000 ? 3 : maxIterations < 10000 ? 4 : 5;
-    for (std::int32_t rest = iteration / 100000; rest > 0; rest /= 10)
+    for (std::int32_t rest = iteration / 100000; rest > 0; rest /= 10) {
         ++digits;
+    }
     return digits;
 }
 
-void writeModel(const ModelWriting& writing, std::string_view name, std::size_t modelType,
+void writeModel(const InversionProblem& problem, std::string_view name, std::size_t modelType,
                 std::span<const double> model) {
-    writeModelFile(name, writing.mesh, static_cast<std::int32_t>(modelType), model,
-                   writing.sensitivity.depthWeightOf(0), writing.sensitivity.foldDepthWeight, writing.inversionStyle);
+    writeModelFile(name, problem.mesh, static_cast<std::int32_t>(modelType), model,
+                   problem.sensitivity.depthWeightOf(0), problem.sensitivity.foldDepthWeight, problem.style());
 }
 
 }  // namespace
 
-TextLine runningModelName(const ModelNaming& naming, std::size_t modelType) {
+TextLine runningModelName(DataType firstType, const InversionOptions& options, std::size_t modelType) {
     TextLine name("voxlith");
-    if (naming.nModelTypes > 1) {
-        name.text("_");
-        addTypeName(name, naming, modelType);
-    }
-    return name.text(hasMagneticLayout(naming.dataType) ? ".kap" : ".rho");
+    addTypeName(name, "_", options, modelType);
+    return name.text(hasMagneticLayout(firstType) ? ".kap" : ".rho");
 }
 
-TextLine iterationModelName(const ModelNaming& naming, std::int32_t iteration, std::int32_t maxIterations,
+TextLine iterationModelName(DataType firstType, const InversionOptions& options, std::int32_t iteration,
                             std::size_t modelType) {
-    const int digits = iterationDigits(iteration, maxIterations);
+    const int digits = iterationDigits(iteration, options.maxIterations);
     TextLine name("voxlith_iter_");
     name.integerZeros(iteration, digits, digits);
-    if (naming.nModelTypes > 1)
-        addTypeName(name, naming, modelType);
-    return name.text(hasMagneticLayout(naming.dataType) ? ".sus" : ".den");
+    addTypeName(name, "", options, modelType);
+    return name.text(writtenSuffix(firstType));
 }
 
-void writeRunningFiles(const ModelWriting& writing, const ModelNaming& naming, const ObsSet& obs,
-                       std::span<const double> model) {
-    writeObsFile("voxlith.pre", obs, obs.predData);
-    for (std::size_t type = 0; type < static_cast<std::size_t>(naming.nModelTypes); ++type)
-        writeModel(writing, runningModelName(naming, type), type, model);
+TextLine finalModelName(DataType firstType, const InversionOptions& options, std::size_t modelType) {
+    TextLine name("voxlith");
+    addTypeName(name, "_", options, modelType);
+    return name.text(writtenSuffix(firstType));
 }
 
-void writeIterationModels(const ModelWriting& writing, const ModelNaming& naming, std::int32_t iteration,
-                          std::int32_t maxIterations, std::span<const double> model) {
-    for (std::size_t type = 0; type < static_cast<std::size_t>(naming.nModelTypes); ++type)
-        writeModel(writing, iterationModelName(naming, iteration, maxIterations, type), type, model);
+void writeRunningFiles(const InversionProblem& problem, std::span<const double> model) {
+    writeObsFile("voxlith.pre", problem.obs, problem.obs.predData);
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        writeModel(problem, runningModelName(problem.obs.dataType[0], problem.options, type), type, model);
+    }
 }
 
-void writeGradientFile(const ModelWriting& writing, std::span<const double> gradient) {
-    writeModel(writing, "voxlith_grad.mod", 0, gradient);
+void writeIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model) {
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        writeModel(problem, iterationModelName(problem.obs.dataType[0], problem.options, iteration, type), type, model);
+    }
+}
+
+void writeFinalModels(const InversionProblem& problem, std::span<const double> model) {
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        writeModel(problem, finalModelName(problem.obs.dataType[0], problem.options, type), type, model);
+    }
+}
+
+void writeGradientFile(const InversionProblem& problem, std::span<const double> gradient) {
+    writeModel(problem, "voxlith_grad.mod", 0, gradient);
 }
 
 }  // namespace voxlith

@@ -7,8 +7,6 @@
 
 #include "inversion/barrier.h"
 #include "inversion/objective.h"
-#include "inversion/objective_inputs.h"
-#include "survey/model_bounds.h"
 
 namespace voxlith {
 
@@ -24,10 +22,9 @@ struct StepSearchResult {
 // Marches along `delm` in steps of `stepStart`, doubled (in place) at every eighth accepted trial, as long as the
 // objective falls, at most 20 steps; then moves the free cells of `model` by the last accepted step and brings it
 // within the bounds. Steps are real32 and accumulate in it. `termsAtModel` are the objective's terms to improve on.
-// `trialModel` is work. Without an accepted trial `model` stays as it is. A trial whose objective is not a number is no
-// improvement.
-StepSearchResult stepSearch(const ObjectiveInputs& inputs, const Barrier& barrier, const ModelBounds& bounds,
-                            const ObjectiveTerms& termsAtModel, std::span<const double> delm, float& stepStart,
-                            std::span<double> trialModel, std::span<double> model);
+// Overwrites arrays.trialModel. Without an accepted trial `model` stays as it is. A trial whose objective is not a
+// number is no improvement.
+StepSearchResult stepSearch(const InversionProblem& problem, const Barrier& barrier, const ObjectiveTerms& termsAtModel,
+                            std::span<const double> delm, float& stepStart, std::span<double> model);
 
 }  // namespace voxlith

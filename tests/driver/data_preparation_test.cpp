@@ -20,11 +20,12 @@ TEST(DataTypes, DefaultsFollowTheFirstDataType) {
     for (const std::int32_t code : {0, 1, 2, 7, 20, 23}) {
         RunState run;
         setTypeInputs(run, code);
-        run.control.multiplier = 0.0;
+        run.control.inversion.multiplier = 0.0;
         setDataTypes(run);
         const bool magnetic = code == 1 || code == 20;
-        EXPECT_EQ(run.control.multiplier, magnetic ? 1.0 : 0.009999999776482582) << code;
-        EXPECT_EQ(run.control.positivity, magnetic ? Positivity::positive : Positivity::unconstrained) << code;
+        EXPECT_EQ(run.control.inversion.multiplier, magnetic ? 1.0 : 0.009999999776482582) << code;
+        EXPECT_EQ(run.control.inversion.positivity, magnetic ? Positivity::positive : Positivity::unconstrained)
+            << code;
     }
 }
 
@@ -32,11 +33,11 @@ TEST(DataTypes, TradeoffOfTheCommandLineWins) {
     for (const std::int32_t code : {0, 1}) {
         RunState run;
         setTypeInputs(run, code);
-        run.control.multiplier = 2.0;
+        run.control.inversion.multiplier = 2.0;
         run.control.tradeoffOverride = 5.0;
         setDataTypes(run);
-        EXPECT_EQ(run.control.multiplier, 5.0);
-        EXPECT_EQ(run.control.positivity, Positivity{code});
+        EXPECT_EQ(run.control.inversion.multiplier, 5.0);
+        EXPECT_EQ(run.control.inversion.positivity, Positivity{code});
     }
 }
 
@@ -49,7 +50,7 @@ TEST(DataTypes, DefaultsFollowTheFileOfTheFirstTermAndLayoutsThatOfTheComponent)
     run.products.products = {{1, 0, 0}, {0, 0, 0}};
     run.products.terms[0] = {{1, 0, 0, 1.0}, {0, 0, 1, 1.0}};
     setDataTypes(run);
-    EXPECT_EQ(run.control.positivity, Positivity::positive) << "of file 2, which the first term uses";
+    EXPECT_EQ(run.control.inversion.positivity, Positivity::positive) << "of file 2, which the first term uses";
     EXPECT_EQ(run.obs.dataType[0], DataType::gz) << "of file 1";
 }
 
@@ -180,7 +181,7 @@ TEST(Folding, MultipliesModelsAndBoundsButNoDummiesOfTheReference) {
     run.mesh.nz = 2;
     run.sensitivity.header.nCells = 2;
     run.sensitivity.depthWeight = {2.0F, 3.0F};
-    run.control.nModelTypes = 2;
+    run.control.inversion.nModelTypes = 2;
     run.arrays.model = {1.0, 1.0, 10.0, 10.0};
     run.arrays.refModel = {1.0, dummyValue, 5.0, 5.0};
     run.bounds.lowerBound = {-1.0, -9999.0, -1.0, -10000.0};

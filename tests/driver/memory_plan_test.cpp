@@ -21,7 +21,7 @@ void setSizes(RunState& run, std::int32_t nData, std::int32_t nx, std::int32_t n
 }
 
 double modelTally(const RunState& run) {
-    const double m = static_cast<double>(run.mesh.cellCount()) * run.control.nModelTypes;
+    const double m = static_cast<double>(run.mesh.cellCount()) * run.control.inversion.nModelTypes;
     const double cells = static_cast<double>(run.mesh.cellCount());
     const double nData = run.obs.nData;
     const double nMtx = run.control.nMtx;
@@ -35,7 +35,7 @@ TEST(MemoryPlan, TalliesEachGroupByItsFormula) {
     RunState run;
     run.control.nMtx = 2;
     run.control.nDataTypes = 2;
-    run.control.nModelTypes = 2;
+    run.control.inversion.nModelTypes = 2;
     setSizes(run, 7, 5, 4, 3);
     allocateObsArrays(run);
     EXPECT_EQ(run.memoryTally, 28.0 * 7 + 16.0 * 14 + 12.0 * 14 + 4.0 * 14);

@@ -11,7 +11,7 @@ ControlValues joint(std::int32_t nMtx, std::int32_t nDataTypes, std::int32_t nMo
     control.controlFileName = "voxlith.inp";
     control.nMtx = nMtx;
     control.nDataTypes = nDataTypes;
-    control.nModelTypes = nModelTypes;
+    control.inversion.nModelTypes = nModelTypes;
     control.nProductDefinitions = static_cast<std::int32_t>(definitions.size());
     for (std::size_t i = 0; i < definitions.size(); ++i)
         control.productDefinition[i] = definitions[i];

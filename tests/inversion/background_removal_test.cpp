@@ -27,8 +27,9 @@ protected:
     std::string remove(SmallProblem& small, std::int32_t iBackground = 1, double BackVal = 0.0) {
         testing::internal::CaptureStdout();
         EXPECT_TRUE(openLineFile(small.messages.log, "voxlith.log", LineFileMode::create));
-        removeBackground(small.messages, iBackground, BackVal, small.sensitivity, small.mesh.nzl, small.obs,
-                         small.lines);
+        small.inversion.iBackground = iBackground;
+        small.inversion.BackVal = BackVal;
+        removeBackground(small.messages, small.problem());
         closeLineFile(small.messages.log);
         return testing::internal::GetCapturedStdout();
     }
@@ -174,7 +175,7 @@ TEST_F(BackgroundRemoval, AlongLinesBlanksTheFirstComponentAtTheStartOfALine) {
     options.nDataTypes = options.nMtx = 2;
     const auto small = makeSmallProblem(options);
     small->layLines(2, 2.0F);
-    surfaceResponse(small->sensitivity, small->mesh.nzl, small->obs, small->lines);
+    surfaceResponse(small->problem());
     for (std::size_t n = 0; n < 12; ++n) {
         const bool fits = n % 6 != 0 && n % 6 != 5;
         EXPECT_EQ(isValid(small->obs.predData[n]), fits) << n;
@@ -196,7 +197,7 @@ TEST_F(BackgroundRemoval, AlongLinesTheResponseKeepsTheScaleOfTheIntegral) {
     const auto small = makeSmallProblem();
     small->layLines(2, 2.0F);
     std::fill(small->sensitivity.layerResponse.begin(), small->sensitivity.layerResponse.end(), 3.0);
-    surfaceResponse(small->sensitivity, small->mesh.nzl, small->obs, small->lines);
+    surfaceResponse(small->problem());
     EXPECT_NEAR(small->obs.predData[2], 6.0, 1e-12);
 }
 
@@ -222,7 +223,7 @@ TEST_F(BackgroundRemoval, AlongLinesRowsShowLineAndTime) {
 TEST_F(BackgroundRemoval, AlikeResponsesGiveNoNumber) {
     const auto small = makeSmallProblem();
     std::fill(small->sensitivity.layerResponse.begin(), small->sensitivity.layerResponse.end(), 3.0);
-    surfaceResponse(small->sensitivity, small->mesh.nzl, small->obs, small->lines);
+    surfaceResponse(small->problem());
     EXPECT_TRUE(std::isnan(fitBackground(small->obs, 0).background));
 }
 

@@ -26,19 +26,19 @@ double dot(const Vector& a, const Vector& b) {
 
 Vector gradientAt(SmallProblem& small, const Vector& model, const Barrier& barrier = {}) {
     Vector out(model.size(), std::numeric_limits<double>::quiet_NaN());
-    calcObjective(small.inputs(), barrier, model);
-    calcGradient(GradientMode::gradient, small.inputs(), barrier, model, small.gradientWork(), out);
+    calcObjective(small.problem(), barrier, model);
+    calcGradient(GradientMode::gradient, small.problem(), barrier, model, out);
     return out;
 }
 
 Vector hessianTimes(SmallProblem& small, const Vector& direction, const Barrier& barrier = {}) {
     Vector out(direction.size(), std::numeric_limits<double>::quiet_NaN());
-    calcGradient(GradientMode::hessianProduct, small.inputs(), barrier, direction, small.gradientWork(), out);
+    calcGradient(GradientMode::hessianProduct, small.problem(), barrier, direction, out);
     return out;
 }
 
 double totalAt(SmallProblem& small, const Vector& model) {
-    return optimiserObjective(calcObjective(small.inputs(), {}, model), {}, small.options.multiplier);
+    return optimiserObjective(calcObjective(small.problem(), {}, model), {}, small.options.multiplier);
 }
 
 Vector along(const Vector& model, double step, const Vector& direction) {
@@ -124,7 +124,7 @@ TEST(Gradient, WithoutMultiplierIsTheDataPartAlone) {
         reference += 10.0;
     EXPECT_EQ(gradientAt(*small, small->arrays.model), plain);
     for (std::size_t n = 0; n < plain.size(); ++n)
-        EXPECT_EQ(plain[n], small->arrays.modelWork[n] / 12.0);
+        EXPECT_EQ(plain[n], small->arrays.adjointSum[n] / 12.0);
 }
 
 // The model parts by nested loops: differences divided once by the distance and not by W again. The differences take
@@ -189,7 +189,7 @@ TEST(Gradient, ModelPartsAreThoseOfPlainLoops) {
                     const Vector got = gradient ? gradientAt(*small, x) : hessianTimes(*small, x);
                     const Vector part = modelPartByLoops(*small, x, gradient);
                     for (std::size_t n = 0; n < got.size(); ++n)
-                        EXPECT_NEAR(got[n], 0.5 * part[n] + small->arrays.modelWork[n] / 12.0, 1e-12);
+                        EXPECT_NEAR(got[n], 0.5 * part[n] + small->arrays.adjointSum[n] / 12.0, 1e-12);
                 }
             }
 }
@@ -342,7 +342,7 @@ TEST(Gradient, SingleLayerNeverReadsTheVerticalWeight) {
         EXPECT_TRUE(std::isfinite(value));
     for (const double value : hessianTimes(*small, small->arrays.model))
         EXPECT_TRUE(std::isfinite(value));
-    EXPECT_EQ(calcObjective(small->inputs(), {}, small->arrays.model).smoothZ, 0.0);
+    EXPECT_EQ(calcObjective(small->problem(), {}, small->arrays.model).smoothZ, 0.0);
 }
 
 TEST(Gradient, StyleFourIsStyleZero) {
@@ -381,10 +381,10 @@ TEST(Gradient, DifferencesOfAllModelTypesUseTheFirstFilesWeight) {
 
 TEST(Gradient, ResidualIsZeroWhereDatumOrPredictionIsMissing) {
     const auto small = makeSmallProblem();
-    calcObjective(small->inputs(), {}, small->arrays.model);
+    calcObjective(small->problem(), {}, small->arrays.model);
     small->maskDatum(0, 2);
     small->obs.predData[7] = dummyValue;
-    residualRows(small->inputs());
+    residualRows(small->problem());
     for (std::size_t n = 0; n < 12; ++n)
         EXPECT_EQ(small->obs.obsWork1[n], n == 2 || n == 7 ? 0.0 : small->obs.predData[n] - small->obs.obsData[n]);
 }
@@ -394,7 +394,7 @@ TEST(Gradient, AmplitudeRowsOfAZeroPrediction) {
         SmallOptions options;
         options.amplitude = true;
         const auto small = makeSmallProblem(options);
-        calcObjective(small->inputs(), {}, small->arrays.model);
+        calcObjective(small->problem(), {}, small->arrays.model);
         const Vector rows = small->sensitivity.productResponse;
         small->obs.predData[5] = 0.0;
         if (components == 3) {
@@ -402,7 +402,7 @@ TEST(Gradient, AmplitudeRowsOfAZeroPrediction) {
             for (auto* data : {&small->obs.obsData, &small->obs.predData, &small->obs.obsWork1})
                 data->resize(36, 0.25);
         }
-        residualRows(small->inputs());
+        residualRows(small->problem());
         const double residual = -small->obs.obsData[5];
         const Vector& now = small->sensitivity.productResponse;
         EXPECT_EQ(now[5], components == 3 ? residual : 0.0);
@@ -466,7 +466,7 @@ TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
     small->layLines(12, 1.0F);  // lines of one station
-    const ObjectiveTerms terms = calcObjective(small->inputs(), {}, small->arrays.model);
+    const ObjectiveTerms terms = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(terms.misfit, 0.0);
     for (const double value : small->obs.predData)
         EXPECT_FALSE(isValid(value));
@@ -491,7 +491,7 @@ TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
         small->lines.lineTime[11 + n] = static_cast<double>(n);
     small->lines.windowRange.assign(22, {});
     small->lines.windowWeight.assign(3 * 22, 0.25);
-    const double misfit = calcObjective(small->inputs(), {}, small->arrays.model).misfit;
+    const double misfit = calcObjective(small->problem(), {}, small->arrays.model).misfit;
     EXPECT_EQ(obs.predData[0], dummyValue);
     double sum = 0.0;
     for (std::size_t n = 1; n < 12; ++n)
@@ -500,8 +500,8 @@ TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
     EXPECT_GT(sum, 0.0);
     EXPECT_NEAR(misfit, sum / 12.0, 1e-12 * sum);
     obs.obsData[0] += 100.0;
-    EXPECT_EQ(calcObjective(small->inputs(), {}, small->arrays.model).misfit, misfit);
-    residualRows(small->inputs());
+    EXPECT_EQ(calcObjective(small->problem(), {}, small->arrays.model).misfit, misfit);
+    residualRows(small->problem());
     EXPECT_EQ(obs.obsWork1[0], 0.0);
 }
 

@@ -78,14 +78,13 @@ protected:
     void SetUp() override { std::filesystem::current_path(folder_.path()); }
     void TearDown() override { std::filesystem::current_path(before_); }
 
-    void run(SmallProblem& small, const LoopSettings& settings) {
+    void run(SmallProblem& small) {
         ASSERT_TRUE(openLineFile(small.messages.log, "voxlith.log", LineFileMode::create));
         ASSERT_TRUE(openLineFile(small.progressTable, "voxlith.aux", LineFileMode::create));
-        InversionProblem problem = small.problem();
         testing::internal::CaptureStdout();
         allocations = 0;
         counting = true;
-        inversionLoop(problem, settings);
+        inversionLoop(small.problem(), small.messages, small.progressTable);
         counting = false;
         screen_ = testing::internal::GetCapturedStdout();
         EXPECT_TRUE(isOpen(small.messages.log));
@@ -95,9 +94,8 @@ protected:
     }
 
     void runTo(SmallProblem& small, std::int32_t maxIterations) {
-        LoopSettings settings = small.settings();
-        settings.maxIterations = maxIterations;
-        run(small, settings);
+        small.inversion.maxIterations = maxIterations;
+        run(small);
     }
 
     std::string log() const { return folder_.read("voxlith.log"); }
@@ -160,9 +158,9 @@ TEST_F(InversionLoop, LowersTheObjectiveAndTellsEveryIteration) {
 
 TEST_F(InversionLoop, LimitEqualToTheStartStillRunsOneIteration) {
     const auto small = makeSmallProblem();
-    LoopSettings settings = small->settings();
-    settings.startIteration = settings.maxIterations = 7;
-    run(*small, settings);
+    InversionOptions& asked = small->inversion;
+    asked.startIteration = asked.maxIterations = 7;
+    run(*small);
     const std::vector<Row> all = rows();
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(all[0].iteration, 7);
@@ -173,9 +171,9 @@ TEST_F(InversionLoop, LimitEqualToTheStartStillRunsOneIteration) {
 
 TEST_F(InversionLoop, LargestStartEndsAfterOneIteration) {
     const auto small = makeSmallProblem();
-    LoopSettings settings = small->settings();
-    settings.startIteration = settings.maxIterations = std::numeric_limits<std::int32_t>::max();
-    run(*small, settings);
+    InversionOptions& asked = small->inversion;
+    asked.startIteration = asked.maxIterations = std::numeric_limits<std::int32_t>::max();
+    run(*small);
     EXPECT_EQ(linesOf(table()).size(), 1U);
 }
 
@@ -206,10 +204,10 @@ TEST_F(InversionLoop, ConjugateGradientStepsComeEveryTenthPlace) {
 
 TEST_F(InversionLoop, ContinuedRunBeginsItsCycleAnew) {
     const auto small = makeSmallProblem();
-    LoopSettings settings = small->settings();
-    settings.startIteration = 5;
-    settings.maxIterations = 45;
-    run(*small, settings);
+    InversionOptions& asked = small->inversion;
+    asked.startIteration = 5;
+    asked.maxIterations = 45;
+    run(*small);
     EXPECT_EQ(rowsWithPlus(), (std::vector<int>{17, 27, 37}));
     EXPECT_EQ(count(screen(), " nCGiter: "), 2U);
 }
@@ -315,10 +313,10 @@ TEST_F(InversionLoop, DummiesOfAllModelTypesAreReplacedBeforeTheIterationModel) 
         const std::size_t cell = small->cells() + 3;
         small->arrays.model[cell] = dummyValue;
         small->bounds.fixedCell[cell] = 1;
-        LoopSettings settings = small->settings();
-        settings.outputStep = 1;
-        settings.maxIterations = last;
-        run(*small, settings);
+        InversionOptions& asked = small->inversion;
+        asked.outputStep = 1;
+        asked.maxIterations = last;
+        run(*small);
         EXPECT_EQ(small->arrays.model[cell], 0.0);
         EXPECT_EQ(linesOf(read("voxlith_02.rho"))[3], last == 1 ? " -0.100000E+33" : "  0.000000E+00");
         EXPECT_EQ(exists("voxlith_iter_00102.den"), last == 2);
@@ -335,10 +333,10 @@ TEST_F(InversionLoop, IterationModelsComeAtEveryStepButTheLast) {
         EXPECT_FALSE(exists("voxlith_iter_00" + std::to_string(n) + ".den"));
 
     const auto small = makeSmallProblem();
-    LoopSettings settings = small->settings();
-    settings.outputStep = 2;
-    settings.maxIterations = 6;
-    run(*small, settings);
+    InversionOptions& asked = small->inversion;
+    asked.outputStep = 2;
+    asked.maxIterations = 6;
+    run(*small);
     for (int n = 0; n <= 6; ++n)
         EXPECT_EQ(exists("voxlith_iter_00" + std::to_string(n) + ".den"), n == 2 || n == 4) << n;
 }
@@ -362,10 +360,10 @@ TEST_F(InversionLoop, SeveralTypesWithAndWithoutLabels) {
     SmallOptions options;
     options.nModelTypes = options.nMtx = options.nDataTypes = 2;
     const auto small = makeSmallProblem(options);
-    small->modelLabel[0] = "dens";
-    LoopSettings settings = small->settings();
-    settings.outputStep = 1;
-    run(*small, settings);
+    small->inversion.modelLabel[0] = "dens";
+    InversionOptions& asked = small->inversion;
+    asked.outputStep = 1;
+    run(*small);
     for (const char* name :
          {"voxlith_dens.rho", "voxlith_02.rho", "voxlith_iter_001dens.den", "voxlith_iter_00202.den"})
         EXPECT_TRUE(exists(name)) << name;
@@ -377,11 +375,11 @@ TEST_F(InversionLoop, LeavesTheFinalGradientAndAClearedBestModel) {
     const auto small = makeSmallProblem();
     runTo(*small, 4);
     Vector gradient(small->modelSize());
-    calcObjective(small->inputs(), {}, small->arrays.model);
-    calcGradient(GradientMode::gradient, small->inputs(), {}, small->arrays.model, small->gradientWork(), gradient);
+    calcObjective(small->problem(), {}, small->arrays.model);
+    calcGradient(GradientMode::gradient, small->problem(), {}, small->arrays.model, gradient);
     for (std::size_t n = 0; n < gradient.size(); ++n) {
         EXPECT_EQ(small->arrays.delm[n], gradient[n]);
-        EXPECT_EQ(small->arrays.modelBest[n], 0.0);
+        EXPECT_EQ(small->arrays.maxStep[n], 0.0);
     }
 }
 
@@ -418,13 +416,13 @@ TEST_F(InversionLoop, SurfaceStylesMoveTheirFreeCellsAlone) {
 
 TEST_F(InversionLoop, BackgroundIsRemovedFromVersionTwoOn) {
     const auto small = makeSmallProblem();
-    LoopSettings settings = small->settings();
-    settings.iBackground = 1;
-    settings.mtxVersion = 1;
-    run(*small, settings);
+    InversionOptions& asked = small->inversion;
+    asked.iBackground = 1;
+    small->sensitivity.header.version = 1;
+    run(*small);
     EXPECT_FALSE(exists("obs_fit_pred.dat"));
-    settings.mtxVersion = 2;
-    run(*small, settings);
+    small->sensitivity.header.version = 2;
+    run(*small);
     EXPECT_TRUE(exists("obs_fit_pred.dat"));
     EXPECT_TRUE(exists("obs_surafce_calc.dat"));
     EXPECT_LT(screen().find("   Begin iterations"), screen().find("  Background Value Removed: "));
@@ -461,7 +459,7 @@ TEST_F(InversionLoop, BarrierChangesBehindAConjugateGradientStepAndThatIsReporte
     const auto before = makeStrictlyPositive({});
     Barrier barrier = startBarrier(Positivity::strictlyPositive, before->mesh, before->arrays.model);
     runTo(*before, 11);
-    const double misfit = calcObjective(before->inputs(), barrier, before->arrays.model).misfit;
+    const double misfit = calcObjective(before->problem(), barrier, before->arrays.model).misfit;
     const double unchanged = calcBarrier(Positivity::strictlyPositive, barrier, before->mesh, before->arrays.model);
     const double changed =
         updateBarrier(Positivity::strictlyPositive, barrier, before->mesh, before->arrays.model, misfit);
@@ -522,10 +520,10 @@ TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
     for (const std::int32_t method : {0, 1, 2, 3}) {
         SCOPED_TRACE(method);
         const auto small = makeSmallProblem();
-        LoopSettings settings = small->settings();
-        settings.InversionMethod = method;
-        settings.maxIterations = 26;
-        run(*small, settings);
+        InversionOptions& asked = small->inversion;
+        asked.InversionMethod = method;
+        asked.maxIterations = 26;
+        run(*small);
         ASSERT_EQ(rows().size(), 27U);
         EXPECT_LT(rows().back().total, rows().front().total);
         if (method == 0)
@@ -587,12 +585,12 @@ TEST_F(InversionLoop, AllocatesNothing) {
             const auto small = makeSmallProblem(options);
             if (form == 3)
                 small->layLines(2, 2.0F);
-            LoopSettings settings = small->settings();
-            settings.maxIterations = 40;
-            settings.outputStep = 5;
-            settings.iBackground = 1;
-            settings.InversionMethod = method;
-            run(*small, settings);
+            InversionOptions& asked = small->inversion;
+            asked.maxIterations = 40;
+            asked.outputStep = 5;
+            asked.iBackground = 1;
+            asked.InversionMethod = method;
+            run(*small);
             EXPECT_EQ(allocations, 0) << "method " << method << " form " << form;
             EXPECT_TRUE(exists(form == 2 ? "voxlith_iter_03502.den" : "voxlith_iter_035.den"));
         }

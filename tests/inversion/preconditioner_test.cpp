@@ -57,7 +57,7 @@ TEST(Preconditioner, CountsAllPairsOfAllFilesWhateverTheStyle) {
                 SCOPED_TRACE("seed " + std::to_string(seed));
                 const auto small = makeSmallProblem(options);
                 small->mesh.nzl = 2;  // has no say here
-                auto& regDiag = small->arrays.preconWork[0];
+                auto& regDiag = small->arrays.regDiag;
                 std::fill(regDiag.begin(), regDiag.end(), 1e9F);
                 buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
                 const std::vector<double> want = diagonalByPairs(*small);
@@ -86,7 +86,7 @@ TEST(Preconditioner, SingleLayerNeverReadsTheVerticalWeight) {
     options.paddedZXY = {1, 4, 8};
     const auto small = makeSmallProblem(options);
     std::fill(small->weights.wtZ.begin(), small->weights.wtZ.end(), std::numeric_limits<float>::quiet_NaN());
-    auto& regDiag = small->arrays.preconWork[0];
+    auto& regDiag = small->arrays.regDiag;
     buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
     const std::vector<double> want = diagonalByPairs(*small);
     for (std::size_t n = 0; n < want.size(); ++n)
@@ -99,8 +99,8 @@ TEST(Preconditioner, IsTheInverseRootOfTheWholeDiagonal) {
     for (const bool fold : {true, false}) {
         options.fold = fold;
         const auto small = makeSmallProblem(options);
-        auto& regDiag = small->arrays.preconWork[0];
-        auto& precond = small->arrays.preconWork[1];
+        auto& regDiag = small->arrays.regDiag;
+        auto& precond = small->arrays.precond;
         buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
         buildPreconditioner(small->sensitivity, 0.7, regDiag, precond);
         for (std::size_t n = 0; n < precond.size(); ++n) {

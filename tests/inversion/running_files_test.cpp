@@ -7,13 +7,26 @@ namespace {
 
 using Labels = std::array<std::string, maxFiles>;
 
+InversionOptions optionsOf(std::int32_t types, const Labels& labels) {
+    InversionOptions options;
+    options.nModelTypes = types;
+    options.modelLabel = labels;
+    return options;
+}
+
 std::string running(std::int32_t code, std::int32_t types, const Labels& labels, std::size_t type = 0) {
-    return std::string(runningModelName({DataType{code}, types, labels}, type).view());
+    return std::string(runningModelName(DataType{code}, optionsOf(types, labels), type).view());
+}
+
+std::string finalName(std::int32_t code, std::int32_t types, const Labels& labels, std::size_t type = 0) {
+    return std::string(finalModelName(DataType{code}, optionsOf(types, labels), type).view());
 }
 
 std::string ofIteration(std::int32_t iteration, std::int32_t last, std::int32_t code = 0, std::int32_t types = 1,
                         const Labels& labels = {}, std::size_t type = 0) {
-    return std::string(iterationModelName({DataType{code}, types, labels}, iteration, last, type).view());
+    InversionOptions options = optionsOf(types, labels);
+    options.maxIterations = last;
+    return std::string(iterationModelName(DataType{code}, options, iteration, type).view());
 }
 
 TEST(RunningFiles, SuffixFollowsTheFirstDataType) {
@@ -31,6 +44,14 @@ TEST(RunningFiles, SeveralTypesTakeLabelsOrNumbers) {
     EXPECT_EQ(running(1, 4, labels, 3), "voxlith_abcdefgh.kap");
     // A single type has no use for its label.
     EXPECT_EQ(running(1, 1, labels, 0), "voxlith.kap");
+}
+
+TEST(RunningFiles, FinalNamesHaveTheSuffixesOfTheIterationModels) {
+    const Labels labels{"dens", ""};
+    EXPECT_EQ(finalName(0, 1, labels), "voxlith.den");
+    EXPECT_EQ(finalName(20, 1, labels), "voxlith.sus");
+    EXPECT_EQ(finalName(0, 2, labels, 0), "voxlith_dens.den");
+    EXPECT_EQ(finalName(1, 2, labels, 1), "voxlith_02.sus");
 }
 
 TEST(RunningFiles, IterationNamesHaveAFixedCountOfDigits) {

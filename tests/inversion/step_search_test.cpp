@@ -34,9 +34,8 @@ struct March {
     }
 
     StepSearchResult run(const Barrier& barrier = {}) {
-        const ObjectiveTerms terms = calcObjective(small->inputs(), barrier, small->arrays.model);
-        return stepSearch(small->inputs(), barrier, small->bounds, terms, delm, stepStart, small->arrays.lbfgsWork,
-                          small->arrays.model);
+        const ObjectiveTerms terms = calcObjective(small->problem(), barrier, small->arrays.model);
+        return stepSearch(small->problem(), barrier, terms, delm, stepStart, small->arrays.model);
     }
 };
 
@@ -132,7 +131,7 @@ TEST(StepSearch, WithABarrierItComparesTheSumWithThePlainBarrier) {
     for (double& value : march.small->arrays.model)
         value = std::abs(value) + 0.1;
     const Barrier barrier{0.2, 50.0};
-    const ObjectiveTerms terms = calcObjective(march.small->inputs(), barrier, march.small->arrays.model);
+    const ObjectiveTerms terms = calcObjective(march.small->problem(), barrier, march.small->arrays.model);
     ASSERT_GT(terms.barrierNorm, 0.0);
     EXPECT_EQ(march.run(barrier).objectiveHistory[0], terms.misfit + terms.barrierNorm);
 }

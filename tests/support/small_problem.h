@@ -12,10 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "inversion/conjugate_gradient.h"
-#include "inversion/gradient.h"
+#include "base/line_file.h"
+#include "base/messages.h"
 #include "inversion/inversion_problem.h"
-#include "inversion/objective_inputs.h"
 #include "optim/optimiser_step.h"
 #include "sensitivity/products.h"
 #include "support/sensitivity_rig.h"
@@ -54,7 +53,7 @@ struct SmallProblem {
     OverheadTimers timers;
     Messages messages;
     LineFile progressTable;
-    std::array<std::string, maxFiles> modelLabel{};
+    InversionOptions inversion;  // what problem() refers to
 
     std::size_t cells() const { return mesh.cellCount(); }
     std::size_t modelSize() const { return cells() * static_cast<std::size_t>(options.nModelTypes); }
@@ -64,11 +63,8 @@ struct SmallProblem {
         return type * cells() + mesh.cell(k, i, j);
     }
 
-    ObjectiveInputs inputs();
-    GradientWork gradientWork();
-    ConjugateGradientWork conjugateGradientWork();
+    // Takes over what `options` says of the inversion; the rest of `inversion` stays.
     InversionProblem problem();
-    LoopSettings settings() const;
 
     // Stations on `nLines` lines of equal length, one time unit apart, with the interval and the windows of the adjoint
     // that spread a station over itself and its two neighbours.
@@ -174,6 +170,8 @@ inline void fillSensitivity(SmallProblem& small, std::mt19937& random) {
         files.push_back(randomRows(static_cast<std::size_t>(options.nData), positions, positions / 2, random));
     storeRowsInMemory(sensitivity, files);
     sensitivity.foldDepthWeight = options.fold;
+    sensitivity.header.inversionStyle = options.inversionStyle;
+    sensitivity.header.version = 2;
     const std::size_t cells = mesh.cellCount() * static_cast<std::size_t>(options.nMtx);
     sensitivity.depthWeight = positiveWeights(cells, 1.0F, random);
     sensitivity.gtgdiag.resize(cells);
@@ -199,17 +197,18 @@ inline void fillArrays(SmallProblem& small, std::mt19937& random) {
     InversionArrays& arrays = small.arrays;
     arrays.model = randomVector(size, random);
     arrays.refModel = randomVector(size, random);
-    arrays.modelBest.assign(size, 1.0);
+    arrays.maxStep.assign(size, 1.0);
     arrays.delm.assign(std::max(size, static_cast<std::size_t>(small.options.nData * small.options.nMtx)), 0.0);
-    arrays.modelWork.assign(size, 0.0);
-    arrays.lbfgsWork.assign(size, 0.0);
-    for (auto& work : arrays.cgWork)
-        work.assign(std::max(size, small.dataSize()), 0.0);
+    arrays.adjointSum.assign(size, 0.0);
+    arrays.trialModel.assign(size, 0.0);
+    ConjugateGradientArrays& work = arrays.conjugateGradient;
+    for (auto* array : {&work.rightSide, &work.residual, &work.direction, &work.preconditioned, &work.product})
+        array->assign(std::max(size, small.dataSize()), 0.0);
     const auto variables = static_cast<std::int64_t>(size);
     arrays.waBFGS.assign(static_cast<std::size_t>(optimiserRealWorkspace(variables, 10)), 0.0);
     arrays.iwaBFGS.assign(static_cast<std::size_t>(optimiserIntegerWorkspace(variables)), 0);
-    for (auto& work : arrays.preconWork)
-        work.assign(cells, 0.0F);
+    arrays.regDiag.assign(cells, 0.0F);
+    arrays.precond.assign(cells, 0.0F);
 }
 
 }  // namespace detail
@@ -222,47 +221,15 @@ inline SmallProblem::SmallProblem(const SmallOptions& wanted) : options(wanted) 
     detail::fillObs(*this, random);
     detail::fillSensitivity(*this, random);
     products = detail::defaultProducts(options);
+    inversion.maxIterations = 3;
     detail::fillArrays(*this, random);
 }
 
-inline ObjectiveInputs SmallProblem::inputs() {
-    return {sensitivity,
-            mesh,
-            products,
-            obs,
-            lines,
-            weights,
-            arrays.refModel,
-            bounds.fixedCell,
-            timers,
-            options.nModelTypes,
-            options.inversionStyle,
-            options.positivity,
-            options.multiplier};
-}
-
-inline GradientWork SmallProblem::gradientWork() {
-    return {arrays.modelWork, arrays.lbfgsWork};
-}
-
-inline ConjugateGradientWork SmallProblem::conjugateGradientWork() {
-    const auto work = [&](std::size_t n) { return std::span(arrays.cgWork[n]).first(modelSize()); };
-    return {work(0), work(1), work(2), work(3), work(4)};
-}
-
 inline InversionProblem SmallProblem::problem() {
-    return {messages, progressTable,       obs,       mesh, bounds, weights, sensitivity, products, lines, arrays,
-            timers,   options.nModelTypes, modelLabel};
-}
-
-inline LoopSettings SmallProblem::settings() const {
-    LoopSettings settings;
-    settings.mtxVersion = 2;
-    settings.inversionStyle = options.inversionStyle;
-    settings.positivity = options.positivity;
-    settings.multiplier = options.multiplier;
-    settings.maxIterations = 3;
-    return settings;
+    inversion.nModelTypes = options.nModelTypes;
+    inversion.positivity = options.positivity;
+    inversion.multiplier = options.multiplier;
+    return {inversion, mesh, weights, products, sensitivity, obs, lines, bounds, arrays, timers};
 }
 
 inline void SmallProblem::layLines(std::int32_t nLines, float interval) {
@@ -309,7 +276,7 @@ inline void SmallProblem::explainDataBy(std::span<const double> truth) {
     obs.obsData = obs.predData;
 }
 
-// On the heap: the references of inputs() and problem() point into it.
+// On the heap: the references of problem() point into it.
 inline std::unique_ptr<SmallProblem> makeSmallProblem(const SmallOptions& options = {}) {
     return std::make_unique<SmallProblem>(options);
 }
