@@ -5,14 +5,14 @@ _voxlith_options_of() {
     "$@" --help 2>/dev/null | grep -oE -- '--[a-z][a-z-]*' | sort -u
 }
 
-# The words that a value of an option may have: those that --help shows in braces, or behind "Kind of".
+# The words that a value of an option may have: those that --help shows in braces, or before "or a code".
 _voxlith_values_of() {
     local option=$1 help
     shift
     help=$("$@" --help 2>/dev/null | grep -E -- "^ +$option ")
     if [[ $help =~ :\{([^}]*)\} ]]; then
         tr ',' ' ' <<<"${BASH_REMATCH[1]}"
-    elif [[ $help =~ Kind\ of[^:]*:\ (.*),\ or\ a\ code ]]; then
+    elif [[ $help =~ :\ (.*),\ or\ a\ code ]]; then
         tr ',' ' ' <<<"${BASH_REMATCH[1]}"
     fi
 }
@@ -49,17 +49,17 @@ _voxlith_tools() {
     fi
 }
 
-# --only and --format take any number of words: the last option in front of the cursor tells what is wanted.
+# --only and --format take any number of words: the last option before the cursor decides.
 _voxlith_plot() {
-    local word=${COMP_WORDS[COMP_CWORD]} place=$((COMP_CWORD - 1))
+    local word=${COMP_WORDS[COMP_CWORD]} at=$((COMP_CWORD - 1))
     if [[ $word == -* ]]; then
         COMPREPLY=($(compgen -W "$(_voxlith_options_of "${COMP_WORDS[0]}")" -- "$word"))
         return
     fi
-    while [[ $place -gt 0 && ${COMP_WORDS[place]} != --* ]]; do
-        place=$((place - 1))
+    while [[ $at -gt 0 && ${COMP_WORDS[at]} != --* ]]; do
+        at=$((at - 1))
     done
-    case ${COMP_WORDS[place]} in
+    case ${COMP_WORDS[at]} in
         --only)
             COMPREPLY=($(compgen -W 'convergence data sections zscores' -- "$word"))
             return ;;
@@ -67,7 +67,7 @@ _voxlith_plot() {
             COMPREPLY=($(compgen -W 'png pdf' -- "$word"))
             return ;;
         --control | --true)
-            if [ "$place" -eq $((COMP_CWORD - 1)) ]; then
+            if [ "$at" -eq $((COMP_CWORD - 1)) ]; then
                 mapfile -t COMPREPLY < <(compgen -f -- "$word")
                 compopt -o filenames 2>/dev/null
                 return

@@ -1,7 +1,7 @@
 // Mesh files and station files of the companion tools; the first byte chooses.
+#include "forward/station_file.h"
+#include "forward/survey_mesh.h"
 #include "harness.h"
-#include "preparation/station_file.h"
-#include "preparation/survey_mesh.h"
 
 using namespace voxlith;
 

@@ -63,7 +63,7 @@ class InstallPackages(unittest.TestCase):
         self.machine(1000, ["g++", "cmake", "python3"], ["apt-get"])
         status, shown, calls = self.install("build")
         self.assertEqual((status, calls), (1, []))
-        self.assertIn("    apt-get update && apt-get install --no-install-recommends ninja-build libcli11-dev\n", shown)
+        self.assertIn("    apt-get update && apt-get install --no-install-recommends ninja-build libcli11-dev libtbb-dev\n", shown)
         self.assertNotIn("command not found", shown)
 
     def test_another_system_is_told_what_is_missing(self):
@@ -71,7 +71,7 @@ class InstallPackages(unittest.TestCase):
         (self.folder / "dpkg-query").unlink()
         status, shown, _ = self.install("build")
         self.assertEqual(status, 1)
-        self.assertIn("g++ cmake ninja-build python3 libcli11-dev\n", shown)
+        self.assertIn("g++ cmake ninja-build python3 libcli11-dev libtbb-dev\n", shown)
         self.assertIn("there is no apt-get here", shown)
 
 

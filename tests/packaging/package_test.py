@@ -63,10 +63,10 @@ class Package(unittest.TestCase):
         for line in lines[1:]:
             self.assertRegex(line, r"^( \S.*|\S.*)$")
 
-    def test_dependencies_are_the_language_libraries(self):
+    def test_dependencies_are_the_language_libraries_and_tbb(self):
         needed = run("dpkg-deb", "--field", self.package, "Depends").strip()
         names = {entry.split()[0] for entry in needed.split(",")}
-        self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6"}, needed)
+        self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6", "libtbb12"}, needed)
 
     def test_every_kind_of_file_is_there(self):
         usr = self.root / "usr"

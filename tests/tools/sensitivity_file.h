@@ -1,5 +1,5 @@
-// A sensitivity file read back: header and tail by the inversion program's own reader, rows byte by byte as they stand
-// in the file, and their product with a model in plain loops over the program's own transform.
+// A sensitivity file read back: header and tail by the inversion program's own reader, rows byte by byte as they
+// are in the file, and their product with a model in plain loops over the program's own transform.
 #pragma once
 
 #include <algorithm>
@@ -32,7 +32,7 @@ struct SensitivityFile {
         }
         double tally = 0;
         readMtxMesh(sensitivity, 0, mesh, obs, tally, messages);
-        makeMeshRoom();
+        resizeMesh();
         readMtxNodes(sensitivity, 0, mesh, messages);
         header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * std::max(mesh.npz, mesh.nz);
         sensitivity.layerResponse.resize((static_cast<std::size_t>(mesh.nzl) + 1) * nData);
@@ -48,7 +48,7 @@ struct SensitivityFile {
         std::vector<float> coefValue;
     };
 
-    // Rows times a model that holds the depth weight already.
+    // Rows times a model that is already multiplied by the depth weight.
     std::vector<double> product(std::span<const double> weightedModel) const {
         const PaddedExtents extents = paddedExtentsOf(mesh);
         std::vector<double> padded(extents.total()), work(waveletWorkSize(extents)), out;
@@ -79,15 +79,15 @@ struct SensitivityFile {
     std::vector<Row> rows;
 
 private:
-    void makeMeshRoom() {
-        const auto room = [](std::int32_t count, auto& nodes, auto& widths, auto& centres) {
+    void resizeMesh() {
+        const auto resize = [](std::int32_t count, auto& nodes, auto& widths, auto& centres) {
             nodes.resize(static_cast<std::size_t>(count) + 1);
             widths.resize(static_cast<std::size_t>(count));
             centres.resize(static_cast<std::size_t>(count));
         };
-        room(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
-        room(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
-        room(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
+        resize(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
+        resize(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
+        resize(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
         sensitivity.depthWeight.resize(mesh.cellCount());
         sensitivity.gtgdiag.resize(mesh.cellCount());
     }

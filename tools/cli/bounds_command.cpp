@@ -7,9 +7,9 @@
 
 #include "base/messages.h"
 #include "base/text_input.h"
-#include "preparation/cell_values.h"
-#include "preparation/number_text.h"
-#include "preparation/survey_mesh.h"
+#include "forward/cell_values.h"
+#include "forward/number_text.h"
+#include "forward/survey_mesh.h"
 
 namespace voxlith {
 
@@ -17,7 +17,7 @@ namespace {
 
 using UnitTable = std::vector<UnitBounds>;
 
-UnitTable::iterator compactIndexOf(UnitTable& table, std::int32_t unit) {
+UnitTable::iterator entryOf(UnitTable& table, std::int32_t unit) {
     return std::lower_bound(table.begin(), table.end(), unit,
                             [](const UnitBounds& entry, std::int32_t wanted) { return entry.unit < wanted; });
 }
@@ -28,7 +28,7 @@ void addUnit(UnitTable& table, const std::string& source, std::string_view unitT
         throw RunError(source + ": expected the whole number of a unit, found " + std::string(unitText));
     }
     const BoundsPair pair = parseBoundsPair(source, pairText);
-    const auto place = compactIndexOf(table, *unit);
+    const auto place = entryOf(table, *unit);
     if (place != table.end() && place->unit == *unit) {
         throw RunError(source + ": unit " + std::to_string(*unit) + " has bounds already, " +
                        describePair(place->pair));
@@ -93,7 +93,7 @@ std::vector<bool> readMask(const std::string& fileName, std::size_t cells) {
 // The pair of a cell that is neither held nor absent; counts it.
 BoundsPair pairOfUnit(const BoundsOptions& options, const CellCodes& units, std::size_t cell,
                       const std::optional<BoundsPair>& others, BoundsReport& report) {
-    const auto place = compactIndexOf(report.units, units.code[cell]);
+    const auto place = entryOf(report.units, units.code[cell]);
     if (place != report.units.end() && place->unit == units.code[cell]) {
         ++place->cells;
         return place->pair;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "forward/mtx_file.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/data_types.h"
 
 namespace voxlith {

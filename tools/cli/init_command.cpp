@@ -9,9 +9,9 @@
 #include "base/messages.h"
 #include "base/output_file.h"
 #include "base/tokens.h"
+#include "forward/number_text.h"
 #include "init/control_text.h"
 #include "init/init_checks.h"
-#include "preparation/number_text.h"
 #include "survey/data_types.h"
 #include "survey/dummy_value.h"
 

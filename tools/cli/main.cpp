@@ -1,10 +1,11 @@
-// voxlith-tools: sensitivity files and synthetic data for the inversion program. Exit status 0 when all went well, 1
-// with one line on standard error when it did not; a wrong command line gives the status of the option parser.
+// voxlith-tools: sensitivity files and synthetic data for the inversion program. Exit status 0 for success, 1 for a
+// failure and 2 for a wrong command line, both with one line on standard error.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <stdexcept>
 
 #include "base/messages.h"
 #include "cli/bounds_command.h"
@@ -18,9 +19,11 @@
 
 namespace {
 
-int fail(const char* text) {
+constexpr int failed = 1, wrongUse = 2;
+
+int fail(const char* text, int status = failed) {
     std::fprintf(stderr, "voxlith-tools: %s\n", text);
-    return 1;
+    return status;
 }
 
 int runTools(int argumentCount, char** arguments) {
@@ -43,7 +46,13 @@ int runTools(int argumentCount, char** arguments) {
     const CLI::App* const init = voxlith::addInitCommand(tools, initOptions);
     const CLI::App* const bounds = voxlith::addBoundsCommand(tools, boundsOptions);
     const CLI::App* const vtr = voxlith::addVtrCommand(tools, vtrOptions);
-    CLI11_PARSE(tools, argumentCount, arguments);
+    try {
+        tools.parse(argumentCount, arguments);
+    } catch (const CLI::Success& help) {
+        return tools.exit(help);
+    } catch (const std::runtime_error& error) {  // by the parser, or by a routine of ours that takes an option's text
+        return fail(error.what(), wrongUse);
+    }
     if (mtx->parsed()) {
         voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
     } else if (predict->parsed()) {
@@ -70,7 +79,7 @@ int main(int argumentCount, char** arguments) {
     try {
         return runTools(argumentCount, arguments);
     } catch (const voxlith::PlainStop&) {
-        return 1;  // the reason has been told
+        return failed;  // the reason has been reported
     } catch (const std::bad_alloc&) {
         return fail("not enough memory");
     } catch (const std::exception& error) {

@@ -11,9 +11,9 @@
 #include "base/messages.h"
 #include "base/output_file.h"
 #include "forward/layer_plan.h"
-#include "preparation/number_text.h"
-#include "preparation/station_file.h"
-#include "preparation/survey_mesh.h"
+#include "forward/number_text.h"
+#include "forward/station_file.h"
+#include "forward/survey_mesh.h"
 
 namespace voxlith {
 
@@ -49,7 +49,7 @@ void includeStation(StationExtents& extents, double x, double y, double elevatio
 StationExtents extentsOfCsv(const MeshOptions& options) {
     CsvReader reader;
     openCsv(reader, options.csvFile, options.csv);
-    const StationPlaces place = compactIndexOf(reader, options.columns);
+    const StationPlaces place = findStationColumns(reader, options.columns);
     StationExtents extents;
     while (nextCsvRow(reader)) {
         const auto [x, y, z] = stationOf(reader, place);

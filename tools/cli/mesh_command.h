@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "forward/station_columns.h"
 #include "preparation/mesh_plan.h"
+#include "preparation/station_columns.h"
 #include "survey/mesh_geometry.h"
 
 namespace CLI {

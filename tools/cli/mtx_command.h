@@ -1,12 +1,14 @@
-// "voxlith-tools mtx": works out the sensitivity file of a survey.
+// "voxlith-tools mtx": computes the sensitivity file of a survey.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "cli/survey_options.h"
 #include "forward/layer_plan.h"
 #include "forward/sensitivity_rows.h"
-#include "preparation/survey.h"
+#include "preparation/bounds_pairs.h"
 
 namespace CLI {
 class App;
@@ -17,14 +19,14 @@ namespace voxlith {
 struct MtxOptions {
     SurveyOptions survey;
     std::string outFile;
-    std::string form = "tagged";  // tagged, bare, record
-    std::int32_t version = 2;     // of the tagged form
-    std::string depthWeight;      // "z0,beta", "none", or empty for the default
+    MtxForm form = MtxForm::tagged;
+    std::int32_t version = 2;                // of the tagged form
+    std::optional<DepthWeight> depthWeight;  // none: defaultDepthWeight
     std::int32_t taps = 4;
     double tolerance = 0.01;  // loss of a row over its norm
     LayerOptions layers;
-    std::string boundsFile;    // with topography; empty: beside outFile, NAME_bounds.txt
-    std::string groundBounds;  // "lower,upper" of the cells of ground; empty: as the type asks
+    std::string boundsFile;                  // with topography; empty: beside outFile, NAME_bounds.txt
+    std::optional<BoundsPair> activeBounds;  // of the active cells in that file; none: by the data type
 };
 
 struct MtxReport {
@@ -39,11 +41,11 @@ struct MtxReport {
 
 CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options);
 
-// Writes the file, and with topography a bounds file that holds the cells of air; under their own names they appear
-// when they are whole. Warnings go to standard error. Throws RunError.
+// Writes the file, and with topography a bounds file in which inactive cells are fixed. Both get their names when they
+// are complete. Warnings go to standard error. Throws RunError.
 MtxReport writeMtxFile(const MtxOptions& options);
 
-// The report on standard output, one line each.
+// One line for each item on standard output.
 void printMtxReport(const MtxReport& report);
 
 }  // namespace voxlith

@@ -6,8 +6,8 @@
 #include <cstdio>
 
 #include "base/messages.h"
+#include "forward/number_text.h"
 #include "forward/survey_type.h"
-#include "preparation/number_text.h"
 #include "survey/data_types.h"
 #include "survey/dummy_value.h"
 

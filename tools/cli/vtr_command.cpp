@@ -10,10 +10,10 @@
 
 #include "base/messages.h"
 #include "base/output_file.h"
-#include "cli/progress_line.h"
-#include "preparation/cell_values.h"
-#include "preparation/number_text.h"
-#include "preparation/survey_mesh.h"
+#include "forward/cell_values.h"
+#include "forward/number_text.h"
+#include "forward/progress_line.h"
+#include "forward/survey_mesh.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {

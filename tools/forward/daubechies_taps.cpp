@@ -9,7 +9,7 @@ namespace voxlith {
 
 namespace {
 
-// Spectral factors of the half-band polynomials of degree 2, 3 and 4, worked out with 40 digits.
+// Spectral factors of the half-band polynomials of degree 2, 3 and 4, computed with 40 digits.
 constexpr std::array<double, 4> taps4{0.482962913144534143375, 0.836516303737807905575, 0.224143868042013381026,
                                       -0.129409522551260381174};
 constexpr std::array<double, 6> taps6{0.332670552950082615999,  0.806891509311092576494,   0.459877502118491570095,
@@ -20,8 +20,8 @@ constexpr std::array<double, 8> taps8{0.230377813308896500863,   0.7148465705529
 
 }  // namespace
 
-std::span<const double> daubechiesTaps(std::size_t count) {
-    switch (count) {
+std::span<const double> daubechiesTaps(std::size_t length) {
+    switch (length) {
         case 4:
             return taps4;
         case 6:
@@ -29,8 +29,17 @@ std::span<const double> daubechiesTaps(std::size_t count) {
         case 8:
             return taps8;
         default:
-            throw RunError("--taps " + std::to_string(count) + ": expected 4, 6 or 8");
+            throw RunError("filter length " + std::to_string(length) + ": expected 4, 6 or 8");
     }
+}
+
+WaveletFilter daubechiesFilter(std::size_t length) {
+    WaveletFilter filter;
+    for (const double tap : daubechiesTaps(length)) {
+        filter.coefLow.push_back(static_cast<float>(tap));
+    }
+    filter.coefHigh = mirrorTaps(filter.coefLow);
+    return filter;
 }
 
 }  // namespace voxlith

@@ -5,32 +5,32 @@
 #include <limits>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/data_types.h"
 
 namespace voxlith {
 
 namespace {
 
-// Thickness of the first cell of ground, the mean of all columns that have one.
+// Mean thickness of the first active cells of all columns that have one.
 double firstThickness(const MeshGeometry& mesh, const Ground& ground) {
     if (!ground.hasInactive()) {
         return mesh.zWidth.front();
     }
     double sum = 0, columns = 0;
-    for (const std::int32_t air : ground.inactiveCells) {
-        if (air < mesh.nz) {
-            sum += mesh.zWidth[static_cast<std::size_t>(air)];
+    for (const std::int32_t inactive : ground.inactiveCells) {
+        if (inactive < mesh.nz) {
+            sum += mesh.zWidth[static_cast<std::size_t>(inactive)];
             columns += 1;
         }
     }
     return sum / columns;
 }
 
-std::vector<float> columnWeights(const DepthWeight& weight, const MeshGeometry& mesh, std::size_t air) {
+std::vector<float> columnWeights(const DepthWeight& weight, const MeshGeometry& mesh, std::size_t inactive) {
     std::vector<float> column(mesh.zCentre.size(), 1.0F);
-    for (std::size_t k = air; k < column.size() && weight.z0 > 0; ++k) {
-        const double depth = mesh.zCentre[k] - mesh.zNode[air];
+    for (std::size_t k = inactive; k < column.size() && weight.z0 > 0; ++k) {
+        const double depth = mesh.zCentre[k] - mesh.zNode[inactive];
         column[k] = static_cast<float>(std::pow((depth + weight.z0) / weight.z0, -0.5 * weight.beta));
         if (!(column[k] >= std::numeric_limits<float>::min())) {
             throw RunError("--depth-weight " + numberText(weight.z0) + "," + numberText(weight.beta) +
@@ -52,28 +52,17 @@ DepthWeight defaultDepthWeight(std::int32_t code, const MeshGeometry& mesh, std:
     return {0.5 * firstThickness(mesh, ground) + std::max(height, 0.0), DataType{code} == DataType::gz ? 2.0 : 3.0};
 }
 
-DepthWeight parseDepthWeight(const std::string& text) {
-    if (text == "none") {
-        return {};
-    }
-    const std::vector<double> numbers = parseNumberList("--depth-weight", "z0,beta or none", text, 2);
-    if (numbers[0] <= 0 || numbers[1] < 0) {
-        throw RunError("--depth-weight " + text + ": expected z0 above 0 and beta not below 0");
-    }
-    return {numbers[0], numbers[1]};
-}
-
 std::vector<float> cellDepthWeights(const DepthWeight& weight, const MeshGeometry& mesh, const Ground& ground) {
     const std::size_t nz = mesh.zCentre.size();
-    std::vector<std::vector<float>> columns(nz + 1);  // by the number of cells of air
+    std::vector<std::vector<float>> columns(nz + 1);  // by the number of inactive cells
     std::vector<float> cells;
     cells.reserve(mesh.cellCount());
     for (std::size_t column = 0; cells.size() < mesh.cellCount(); ++column) {
-        const std::size_t air = ground.hasInactive() ? static_cast<std::size_t>(ground.inactiveCells[column]) : 0;
-        if (columns[air].empty()) {
-            columns[air] = columnWeights(weight, mesh, air);
+        const std::size_t inactive = ground.hasInactive() ? static_cast<std::size_t>(ground.inactiveCells[column]) : 0;
+        if (columns[inactive].empty()) {
+            columns[inactive] = columnWeights(weight, mesh, inactive);
         }
-        cells.insert(cells.end(), columns[air].begin(), columns[air].end());
+        cells.insert(cells.end(), columns[inactive].begin(), columns[inactive].end());
     }
     return cells;
 }

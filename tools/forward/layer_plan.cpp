@@ -10,7 +10,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::int32_t longestPlainAxis = 4;  // axes up to this extent are not transformed and need no power of two
+constexpr std::int32_t longestUntransformedAxis = 4;  // axes up to this extent are not transformed and need no power of two
 constexpr std::int32_t largestExtent = 1 << 30;
 
 std::int32_t paddedCount(std::int32_t cells) {
@@ -35,7 +35,7 @@ void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
     if (layers > nz) {
         throw RunError(option + ": the mesh has " + std::to_string(nz) + " layers");
     }
-    if (layers < nz && layers > longestPlainAxis && !std::has_single_bit(static_cast<std::uint32_t>(layers))) {
+    if (layers < nz && layers > longestUntransformedAxis && !std::has_single_bit(static_cast<std::uint32_t>(layers))) {
         throw RunError(option + ": expected at most 4, a power of two, or all " + std::to_string(nz) + " layers");
     }
     if (layers < nz && coversWholeMesh(InversionStyle{style})) {
@@ -54,12 +54,12 @@ LayerPlan planLayers(const LayerOptions& options, bool storesStyle, MeshGeometry
     mesh.npz = layers < mesh.nz ? layers : paddedCount(mesh.nz);
     mesh.nzl = layers;
     LayerPlan plan;
-    const std::int32_t seenStyle = codeOf(styleOfLayers(mesh.npz, mesh.nz));
-    plan.inversionStyle = options.style < 0 ? seenStyle : options.style;
-    if (plan.inversionStyle != seenStyle && !storesStyle) {
+    const std::int32_t derivedStyle = codeOf(styleOfLayers(mesh.npz, mesh.nz));
+    plan.inversionStyle = options.style < 0 ? derivedStyle : options.style;
+    if (plan.inversionStyle != derivedStyle && !storesStyle) {
         throw RunError("--style " + std::to_string(plan.inversionStyle) +
-                       ": without a style of its own (tagged form, " + "version 2) the file is read as style " +
-                       std::to_string(seenStyle));
+                       ": only the tagged form, version 2, stores the style; this file would be read as style " +
+                       std::to_string(derivedStyle));
     }
     const InversionStyle style{plan.inversionStyle};
     const bool columns = hasUniformColumns(style);

@@ -1,19 +1,18 @@
-// Which layers of the mesh a sensitivity file covers, and what the last of them stands for.
+// Which layers of the mesh a sensitivity file covers, and what the last of them represents.
 //
 // A full file covers all nz layers, padded to a power of two. A file for a surface style covers n layers, fewer than
-// nz, and its rows hold n values a column (npz = nzl = n); the program then frees the top cells of each column and
-// holds the rest.
+// nz, and its rows have n values per column (npz = nzl = n). The program then inverts for the top cells of each column
+// and keeps the rest fixed.
 //
-//   style 1, equivalent source: value l is the response of layer l alone; what lies below has none. The model that the
-//   program
-//     writes holds the sources in the top layer, with the starting values below.
-//   style 2, apparent density, and style 3, surface and apparent density: value n, the last, is the response of all
-//   layers from n
-//     down. With n = 1 (style 2) the column has one property from top to bottom, with n = 2 (style 3) the surface layer
-//     has one and everything below it another; these are the models that the program writes, so that a written model
-//     has the response that was fitted. More layers are possible, but the written model shows only the first value
-//     (style 2) or the first two (style 3) of a column.
-//   styles 0 and 4 cover the whole mesh.
+//   styles 0 and 4  cover the whole mesh.
+//   style 1         equivalent source: value l is the response of layer l alone; deeper layers have none. The model
+//                   that the program writes has the sources in the top layer and the initial values below.
+//   style 2         apparent density, and
+//   style 3         surface and apparent density: value n, the last, is the response of all layers from n down. With
+//                   n = 1 (style 2) the column has one property from top to bottom, with n = 2 (style 3) the surface
+//                   layer has one and all layers below have another. The program writes these models, so that a
+//                   written model has the response that was fitted. More layers are possible, but the written model
+//                   shows only the first value (style 2) or the first two (style 3) of a column.
 #pragma once
 
 #include <cstdint>
@@ -23,18 +22,18 @@
 namespace voxlith {
 
 struct LayerOptions {
-    std::int32_t layers = 0;  // 0: as many as the style asks for
-    std::int32_t style = -1;  // -1: the one that readers take from the counts
+    std::int32_t layers = 0;  // 0: as many as the style needs
+    std::int32_t style = -1;  // -1: the one that readers derive from the counts
 };
 
 struct LayerPlan {
     std::int32_t inversionStyle = 0;
     bool sumBelow = false;
-    bool shownWhole = true;  // the model that the program writes shows all free values of a column
+    bool shownWhole = true;  // a written model shows all values that are inverted for
 };
 
-// Sets npx, npy, npz and nzl of the mesh. `storesStyle`: the form and version of the file hold the style code; where
-// they do not, a style other than the one that readers work out is refused. Throws RunError for numbers of layers that
+// Sets npx, npy, npz and nzl of the mesh. `storesStyle`: the layout and version of the file have the style code; where
+// they have not, a style other than the one that readers derive is refused. Throws RunError for numbers of layers that
 // cannot be stored.
 LayerPlan planLayers(const LayerOptions& options, bool storesStyle, MeshGeometry& mesh);
 

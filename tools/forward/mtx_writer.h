@@ -16,7 +16,7 @@
 #include "base/output_file.h"
 #include "forward/depth_weight.h"
 #include "forward/row_compression.h"
-#include "preparation/survey.h"
+#include "forward/survey.h"
 #include "sensitivity/wavelet/wavelet.h"
 
 namespace voxlith {

@@ -18,17 +18,17 @@ double oddLog(double along, double r, double across) {
     return along < 0 ? -value : value;
 }
 
-// x ln(R + y), whose limit for x towards 0 is 0.
+// x ln(R + y); its limit for x to 0 is 0.
 double lengthTimesLog(double x, double y, double r, double across) {
     return x == 0.0 ? 0.0 : x * oddLog(y, r, across);
 }
 
-// atan(yz / xR); 0, the mean of both sides, in the plane of the face.
+// atan(yz / xR); in the plane of the face 0, the mean of both sides.
 double faceAngle(double x, double y, double z, double r) {
     return x == 0.0 ? 0.0 : std::atan(y * z / (x * r));
 }
 
-// ln(z + R); nearer to the edge than edgeDistance, where it grows without limit, as if at that distance.
+// ln(z + R); closer to the edge than edgeDistance, where it goes to infinity, as if at that distance.
 double edgeLog(double along, double r, double across2, double edgeDistance) {
     const double across = std::sqrt(across2);
     if (across < edgeDistance) {

@@ -12,7 +12,7 @@ namespace voxlith {
 namespace {
 
 bool ranksBefore(const RankedCoefficient& a, const RankedCoefficient& b) {
-    return a.magnitude > b.magnitude || (a.magnitude == b.magnitude && a.position < b.position);
+    return a.magnitude > b.magnitude || (a.magnitude == b.magnitude && a.index < b.index);
 }
 
 double sumOfSquares(std::span<const RankedCoefficient> coefficients) {
@@ -23,29 +23,29 @@ double sumOfSquares(std::span<const RankedCoefficient> coefficients) {
     return sum;
 }
 
-// Brings the coefficients to keep to the front and returns their number; `dropped` becomes the sum of squares of the
-// rest, which is at most `allowed`. Quickselect: each round settles half of the coefficients still open, so the work is
-// linear.
+// Moves the coefficients to keep to the front and returns their number; `dropped` becomes the sum of squares of the
+// others, which is at most `allowed`. Quickselect: each round decides on half of the remaining coefficients, so the
+// work is linear.
 std::size_t keepLargest(std::span<RankedCoefficient> coefficients, double allowed, double& dropped) {
     std::size_t kept = 0;
-    std::size_t open = coefficients.size();
+    std::size_t undecided = coefficients.size();
     dropped = 0;
-    while (open > 0) {
-        const std::size_t half = open / 2;
+    while (undecided > 0) {
+        const std::size_t half = undecided / 2;
         const auto first = coefficients.begin() + static_cast<std::ptrdiff_t>(kept);
-        const auto last = first + static_cast<std::ptrdiff_t>(open);
+        const auto last = first + static_cast<std::ptrdiff_t>(undecided);
         std::nth_element(first, first + static_cast<std::ptrdiff_t>(half), last, ranksBefore);
-        const double lower = sumOfSquares(coefficients.subspan(kept + half, open - half));
+        const double lower = sumOfSquares(coefficients.subspan(kept + half, undecided - half));
         if (dropped + lower <= allowed) {
             dropped += lower;
-            open = half;
-        } else if (open == 1) {
+            undecided = half;
+        } else if (undecided == 1) {
             ++kept;
-            open = 0;
+            undecided = 0;
         } else {
-            // The element in the middle stays open when it stands first of the lower half.
+            // The middle element remains undecided: it is the first of the lower half.
             kept += half;
-            open -= half;
+            undecided -= half;
         }
     }
     return kept;
@@ -67,7 +67,7 @@ void compressRow(std::span<const double> padded, double tolerance, std::vector<R
             work.push_back({magnitude, static_cast<std::int32_t>(p)});
         }
     }
-    // Squares of magnitudes relative to the largest neither overflow nor vanish where it matters.
+    // Relative to the largest, squares of magnitudes neither overflow nor underflow to a wrong sum.
     for (RankedCoefficient& coefficient : work) {
         coefficient.magnitude /= largest;
     }
@@ -81,12 +81,12 @@ void compressRow(std::span<const double> padded, double tolerance, std::vector<R
     row.loss = total > 0 ? std::sqrt(dropped / total) : 0.0;
     row.coefIndex.clear();
     for (std::size_t n = 0; n < kept; ++n) {
-        row.coefIndex.push_back(work[n].position + 1);
+        row.coefIndex.push_back(work[n].index + 1);
     }
     std::sort(row.coefIndex.begin(), row.coefIndex.end());
     row.coefValue.clear();
-    for (const std::int32_t position : row.coefIndex) {
-        row.coefValue.push_back(static_cast<float>(padded[static_cast<std::size_t>(position) - 1]));
+    for (const std::int32_t index : row.coefIndex) {
+        row.coefValue.push_back(static_cast<float>(padded[static_cast<std::size_t>(index) - 1]));
     }
 }
 

@@ -9,19 +9,19 @@ namespace voxlith {
 
 struct RankedCoefficient {
     double magnitude = 0;
-    std::int32_t position = 0;  // in the padded array, from 0
+    std::int32_t index = 0;  // in the padded array, from 0
 };
 
 struct CompressedRow {
-    std::vector<std::int32_t> coefIndex;  // positions from 1, rising
+    std::vector<std::int32_t> coefIndex;  // indices in the padded array from 1, rising
     std::vector<float> coefValue;
-    double loss = 0;  // norm of what was dropped over the norm of the row; 0 for a row of zeros
+    double loss = 0;  // norm of the dropped coefficients over the norm of the row; 0 for a row of zeros
 };
 
-// The smallest set of coefficients of `padded` whose loss is at most `tolerance`. Of equal magnitudes those that stand
-// first are kept. The set is never empty: a row of zeros keeps its first coefficient, since a row without any cannot be
-// read back. `work` and `row` keep their room from row to row. Throws RunError when the row holds what single precision
-// cannot.
+// The smallest set of coefficients of `padded` whose loss is at most `tolerance`. Of equal magnitudes the first ones
+// are kept. The set is never empty: a row of zeros keeps its first coefficient, because a row without any cannot be
+// read back. The memory of `work` and `row` is reused from row to row. Throws RunError when a coefficient is too large
+// for single precision.
 void compressRow(std::span<const double> padded, double tolerance, std::vector<RankedCoefficient>& work,
                  CompressedRow& row);
 

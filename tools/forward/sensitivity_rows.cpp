@@ -4,15 +4,15 @@
 #include <string>
 
 #include "base/messages.h"
-#include "cli/progress_line.h"
-#include "forward/in_order.h"
+#include "forward/ordered_pipeline.h"
 #include "forward/prism.h"
+#include "forward/progress_line.h"
 
 namespace voxlith {
 
 namespace {
 
-void makeSpace(const MeshGeometry& mesh, RowWork& work) {
+void resizeWork(const MeshGeometry& mesh, RowWork& work) {
     work.corners.resize(cornerWorkSize(mesh));
     work.cells.resize(mesh.cellCount());
     work.padded.resize(paddedExtentsOf(mesh).total());
@@ -44,16 +44,30 @@ void sumColumnsFrom(std::span<double> cells, std::size_t nz, std::size_t last) {
     }
 }
 
-// The row as a reader gets it back, into work.cells.
+// The row as a reader of the file gets it, into work.cells.
 void reconstructRow(const MtxContent& content, RowWork& work) {
     std::fill(work.padded.begin(), work.padded.end(), 0.0);
     for (std::size_t n = 0; n < work.compressed.coefIndex.size(); ++n) {
-        const auto position = static_cast<std::size_t>(work.compressed.coefIndex[n]) - 1;
-        work.padded[position] = static_cast<double>(work.compressed.coefValue[n]);
+        const auto index = static_cast<std::size_t>(work.compressed.coefIndex[n]) - 1;
+        work.padded[index] = static_cast<double>(work.compressed.coefValue[n]);
     }
     waveletTransform3D(work.padded, paddedExtentsOf(content.survey.mesh), content.filter, WaveletDirection::inverse,
                        work.waveletWork);
     cropCells(work.padded, {}, content.survey.mesh, work.cells);
+}
+
+void fillInactiveDiagonal(const Ground& ground, std::size_t nz, std::span<double> gtgdiag) {
+    double sum = 0, cells = 0;
+    for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
+        if (!ground.isInactive(cell, nz)) {
+            sum += gtgdiag[cell];
+            cells += 1;
+        }
+    }
+    const double mean = sum > 0 ? sum / cells : 1.0;
+    for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
+        gtgdiag[cell] = ground.isInactive(cell, nz) ? mean : gtgdiag[cell];
+    }
 }
 
 }  // namespace
@@ -62,7 +76,7 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
     const Survey& survey = content.survey;
     const MeshGeometry& mesh = survey.mesh;
     const std::size_t nz = mesh.zCentre.size();
-    makeSpace(mesh, work);
+    resizeWork(mesh, work);
     meshResponses(mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
                   work.corners, work.cells);
     clearInactive(survey.ground, nz, work.cells);
@@ -86,16 +100,16 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
 RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sumBelow, double tolerance,
                            std::size_t threads, std::span<double> gtgdiag, std::span<double> layerResponse) {
     const std::size_t count = content.survey.stations.size();
-    const std::size_t workers = std::min(threads, count);
-    std::vector<RowWork> work(workers);
+    const std::size_t slots = std::min(threads, count);
+    std::vector<RowWork> work(slots);
     std::fill(gtgdiag.begin(), gtgdiag.end(), 0.0);
     RowStatistics statistics;
     ProgressLine progress("rows", count);
-    runInOrder(
-        count, workers,
-        [&](std::size_t worker, std::size_t row) { computeRow(content, sumBelow, tolerance, row, work[worker]); },
-        [&](std::size_t worker, std::size_t row) {
-            const RowWork& done = work[worker];
+    computeInOrder(
+        count, slots,
+        [&](std::size_t slot, std::size_t row) { computeRow(content, sumBelow, tolerance, row, work[slot]); },
+        [&](std::size_t slot, std::size_t row) {
+            const RowWork& done = work[slot];
             writeMtxRow(file, content, done.compressed);
             for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
                 gtgdiag[cell] += done.cells[cell] * done.cells[cell];
@@ -107,6 +121,9 @@ RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sum
             statistics.meanLoss += done.compressed.loss / static_cast<double>(count);
             progress.show(row + 1);
         });
+    if (content.survey.ground.hasInactive()) {
+        fillInactiveDiagonal(content.survey.ground, content.survey.mesh.zCentre.size(), gtgdiag);
+    }
     return statistics;
 }
 

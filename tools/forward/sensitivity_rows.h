@@ -1,5 +1,5 @@
-// The rows of a sensitivity file: worked out by prisms, weighted, transformed, cut down, and taken back for the
-// diagonal of G'G.
+// The rows of a sensitivity file: computed by prisms, weighted, wavelet-transformed and thresholded. The diagonal of
+// G'G is that of the rows as they are stored, so each row is also transformed back.
 #pragma once
 
 #include <cstddef>
@@ -18,10 +18,10 @@ struct RowStatistics {
     double meanLoss = 0;
 };
 
-// What one row is made of, filled by computeRow; the room is kept from row to row.
+// Work memory of one row, filled by computeRow and reused from row to row.
 struct RowWork {
     std::vector<double> corners;
-    std::vector<double> cells;  // the row in the mesh, at last as it is read back
+    std::vector<double> cells;  // the row in the mesh; in the end as it is read back
     std::vector<double> padded;
     std::vector<double> waveletWork;
     std::vector<double> layers;  // nzl + 1 layer responses: layer by layer, then the whole mesh
@@ -29,12 +29,13 @@ struct RowWork {
     CompressedRow compressed;
 };
 
-// Row of one station, from 0. `sumBelow`: the last layer that the padded array holds stands for all layers from there
-// down.
+// Row of one station, from 0. `sumBelow`: the last layer of the padded array is the sum of all layers from there down.
 void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std::size_t station, RowWork& work);
 
-// Works out all rows on `threads` threads and writes them in order. `gtgdiag` (cells) and `layerResponse` (nzl + 1 by
-// station) have their sizes; the sums do not depend on the number of threads.
+// Computes all rows on `threads` threads and writes them in order. `gtgdiag` (cells) and `layerResponse` (station by
+// station, nzl + 1 values each) are filled; the sums do not depend on the number of threads. Inactive cells get the
+// mean of the diagonal over the active ones: 0 would leave the preconditioner of the inversion to the regularisation,
+// which may be 0 there, too.
 RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sumBelow, double tolerance,
                            std::size_t threads, std::span<double> gtgdiag, std::span<double> layerResponse);
 

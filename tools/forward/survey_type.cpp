@@ -44,12 +44,11 @@ std::array<double, 3> unitVector(const FieldDirection& direction) {
     constexpr double degree = std::numbers::pi / 180.0;
     const double incl = direction.incl * degree;
     const double decl = direction.decl * degree;
-    // A right angle leaves a rest in the last place of the cosine: without it a vertical field needs one derivative,
-    // not six.
-    constexpr double rest = 1.0e-15;
+    // The cosine of a right angle is not exactly 0. Set to 0, a vertical field needs one derivative instead of six.
+    constexpr double roundOff = 1.0e-15;
     std::array<double, 3> vector{std::cos(incl) * std::sin(decl), std::cos(incl) * std::cos(decl), std::sin(incl)};
     for (double& component : vector) {
-        component = std::abs(component) < rest ? 0.0 : component;
+        component = std::abs(component) < roundOff ? 0.0 : component;
     }
     return vector;
 }
@@ -73,7 +72,7 @@ std::int32_t surveyTypeCode(const std::string& text) {
     std::string wanted = text;
     std::transform(wanted.begin(), wanted.end(), wanted.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    // Of the two codes with one name the name stands for the one among the other gradients.
+    // Two codes are named gzz: the name means the later one, among the other gradients.
     const auto found = std::find_if(surveyTypes.rbegin(), surveyTypes.rend(), [&](const auto& type) {
         return wanted == type.second || wanted == std::to_string(type.first);
     });

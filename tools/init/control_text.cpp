@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 

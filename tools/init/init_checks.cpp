@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
-#include "preparation/survey_mesh.h"
+#include "forward/number_text.h"
+#include "forward/survey_mesh.h"
 
 namespace voxlith {
 

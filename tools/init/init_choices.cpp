@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "init/tradeoff_search.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/data_types.h"
 
 namespace voxlith {

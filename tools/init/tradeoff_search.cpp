@@ -5,7 +5,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "cli/progress_line.h"
+#include "forward/progress_line.h"
 #include "sensitivity/products.h"
 #include "survey/dummy_value.h"
 

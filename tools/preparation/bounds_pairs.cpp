@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 

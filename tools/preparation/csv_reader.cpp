@@ -6,7 +6,7 @@
 
 #include "base/messages.h"
 #include "base/tokens.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 

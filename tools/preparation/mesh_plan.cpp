@@ -6,7 +6,7 @@
 #include <numeric>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 

@@ -5,7 +5,7 @@
 #include "base/messages.h"
 #include "base/text_input.h"
 #include "base/tokens.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "preparation/survey_table.h"
 #include "survey/data_types.h"
 #include "survey/dummy_value.h"

@@ -5,7 +5,7 @@
 #include "base/messages.h"
 #include "base/output_file.h"
 #include "base/tokens.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "preparation/survey_table.h"
 #include "survey/dummy_value.h"
 

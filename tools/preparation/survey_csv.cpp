@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/data_types.h"
 #include "survey/dummy_value.h"
 #include "survey/obs_set.h"
@@ -42,7 +42,7 @@ ComponentPlace componentPlace(const CsvReader& reader, const std::string& text) 
 
 SurveyPlaces columnsOfRow(const CsvReader& reader, const SurveyColumns& columns) {
     SurveyPlaces places;
-    places.station = compactIndexOf(reader, columns.station);
+    places.station = findStationColumns(reader, columns.station);
     for (const std::string& text : columns.data) {
         places.data.push_back(componentPlace(reader, text));
     }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "forward/station_columns.h"
+#include "preparation/station_columns.h"
 #include "preparation/survey_table.h"
 
 namespace voxlith {

@@ -8,7 +8,7 @@
 
 #include "base/messages.h"
 #include "base/text_input.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 

@@ -5,7 +5,7 @@
 #include <numeric>
 #include <utility>
 
-#include "cli/progress_line.h"
+#include "forward/progress_line.h"
 
 namespace voxlith {
 

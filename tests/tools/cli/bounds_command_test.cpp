@@ -9,7 +9,7 @@
 
 #include "base/messages.h"
 #include "formats/bounds_file.h"
-#include "preparation/survey_mesh.h"
+#include "forward/survey_mesh.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {

@@ -13,7 +13,7 @@
 #include "cli/mesh_command.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
-#include "preparation/survey_mesh.h"
+#include "forward/survey_mesh.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {
@@ -57,8 +57,10 @@ protected:
         }
         SurveyOptions survey;
         survey.meshFile = options.meshFile;
-        survey.type = type;
-        survey.field = type == "gz" ? "" : "65,10,50000";
+        survey.code = surveyTypeCode(type);
+        if (type != "gz") {
+            survey.field = InducingField{{65, 10}, 50000};
+        }
         std::string stations = "81\n";
         for (int n = 0; n < 81; ++n) {
             stations += std::to_string(1000 + 100 * (n % 9)) + " " + std::to_string(100 * (n / 9)) + " 250\n";
@@ -68,12 +70,12 @@ protected:
         predict.survey = survey;
         predict.model = folder.write("true.mod", model);
         predict.outFile = folder.file("d.obs");
-        predict.noise = type == "gz" ? "2,0.01" : "2,1";
+        predict.noise = Noise{2, type == "gz" ? 0.01 : 1.0};
         writePrediction(predict);
         MtxOptions mtx;
         mtx.survey = survey;
         mtx.survey.stationFile = predict.outFile;
-        mtx.survey.field.clear();
+        mtx.survey.field.reset();
         mtx.depthWeight = depthWeight;
         mtx.outFile = folder.file("g.mtx");
         writeMtxFile(mtx);
@@ -84,7 +86,7 @@ protected:
     // Gravity of one block and total field of another one, in one data file, and their sensitivities gz.mtx and
     // tmi.mtx.
     void makeTwoKinds(double density, double susceptibility) {
-        depthWeight = "40,3";
+        depthWeight = DepthWeight{40, 3};
         makeData("tmi", susceptibility);
         std::filesystem::rename(folder.file("g.mtx"), folder.file("tmi.mtx"));
         std::istringstream magnetic(folder.read("d.obs"));
@@ -173,7 +175,7 @@ protected:
 
     TemporaryFolder folder;
     MeshGeometry geometry;
-    std::string depthWeight;  // of the sensitivities; empty: the default of their type
+    std::optional<DepthWeight> depthWeight;  // of the sensitivities; none: the default of their type
     InitOptions options;
 };
 
@@ -291,7 +293,7 @@ TEST_F(InitCommand, depthWeightsThatDifferAreWarnedOf) {
     makeTwoKinds(0.4, 0.05);
     EXPECT_TRUE(write().warnings.empty());
     const std::string joint = folder.read("d.obs");
-    depthWeight = "40,2";
+    depthWeight = DepthWeight{40, 2};
     makeData("gz", 0.4);
     folder.write("d.obs", joint);
     options.mtxFiles = {"g.mtx", "tmi.mtx"};

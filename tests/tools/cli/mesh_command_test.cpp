@@ -8,7 +8,7 @@
 #include <random>
 
 #include "base/messages.h"
-#include "preparation/survey_mesh.h"
+#include "forward/survey_mesh.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {

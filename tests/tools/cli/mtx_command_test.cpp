@@ -1,4 +1,4 @@
-// Sensitivity files of all forms and styles, read back by the inversion program's own reader and held against the
+// Sensitivity files of all forms and styles, read back by the inversion program's own reader and compared with the
 // prisms.
 #include "cli/mtx_command.h"
 
@@ -27,7 +27,7 @@ protected:
     MtxCommand() {
         options.survey.meshFile = folder.write("m.msh", meshText);
         options.survey.stationFile = folder.write("s.obs", stations(""));
-        options.survey.type = "gz";
+        options.survey.code = surveyTypeCode("gz");
         options.outFile = folder.file("g.mtx");
     }
 
@@ -95,15 +95,18 @@ std::vector<double> randomModel(std::size_t cells, unsigned seed) {
     return model;
 }
 
-TEST_F(MtxCommand, eachFormAndVersionPredictsWhatThePrismsPredict) {
-    for (const auto& [form, version] :
-         {std::pair{"tagged", 0}, {"tagged", 1}, {"tagged", 2}, {"bare", 2}, {"record", 2}}) {
+TEST_F(MtxCommand, eachFormAndVersionAgreesWithThePrisms) {
+    for (const auto& [form, version] : {std::pair{MtxForm::tagged, 0},
+                                        {MtxForm::tagged, 1},
+                                        {MtxForm::tagged, 2},
+                                        {MtxForm::bare, 2},
+                                        {MtxForm::record, 2}}) {
         options.form = form;
         options.version = version;
         writeMtxFile(options);
         SensitivityFile file(options.outFile);
-        EXPECT_EQ(file.sensitivity.header.recordForm, options.form == "record");
-        EXPECT_EQ(file.sensitivity.header.tagged, options.form == "tagged");
+        EXPECT_EQ(file.sensitivity.header.recordForm, form == MtxForm::record);
+        EXPECT_EQ(file.sensitivity.header.tagged, form == MtxForm::tagged);
         EXPECT_EQ(file.sensitivity.header.inversionStyle, InversionStyle::standard);
         expectPrediction(file, std::vector<double>(462, 1.0), 0.01);
         expectPrediction(file, randomModel(462, 4), 0.01);
@@ -111,11 +114,11 @@ TEST_F(MtxCommand, eachFormAndVersionPredictsWhatThePrismsPredict) {
 }
 
 TEST_F(MtxCommand, everyTypeAndFilter) {
-    options.survey.field = "-60,15,48000";
-    options.survey.direction = "-50,10";
+    options.survey.field = InducingField{{-60, 15}, 48000};
+    options.survey.direction = FieldDirection{-50, 10};
     for (const char* type : {"gz", "gxx", "gyy", "gzz", "2", "gxy", "gxz", "gyz", "tmi", "tx", "ty", "tz"}) {
         for (const int taps : {4, 6, 8}) {
-            options.survey.type = type;
+            options.survey.code = surveyTypeCode(type);
             options.taps = taps;
             options.tolerance = 1e-3;
             const MtxReport report = writeMtxFile(options);
@@ -130,9 +133,9 @@ TEST_F(MtxCommand, everyTypeAndFilter) {
 }
 
 TEST_F(MtxCommand, headerOfTheTaggedForm) {
-    options.survey.type = "tmi";
+    options.survey.code = surveyTypeCode("tmi");
     options.survey.stationFile = folder.write("s.mag", stations("-60 15 48000\n-50 10 1\n"));
-    options.depthWeight = "12.5,2.5";
+    options.depthWeight = DepthWeight{12.5, 2.5};
     const MtxReport report = writeMtxFile(options);
     const SensitivityFile file(options.outFile);
     EXPECT_EQ(report.rows, 12);
@@ -166,12 +169,12 @@ TEST_F(MtxCommand, theDiagonalIsThatOfTheStoredRows) {
     for (const std::int32_t layers : {0, 2}) {
         options.layers.layers = layers;
         options.tolerance = 0.2;
-        options.form = "tagged";
+        options.form = MtxForm::tagged;
         writeMtxFile(options);
         const SensitivityFile tagged(options.outFile);
-        options.form = "record";
+        options.form = MtxForm::record;
         writeMtxFile(options);
-        const SensitivityFile record(options.outFile);  // its diagonal is worked out by the reader
+        const SensitivityFile record(options.outFile);  // its diagonal is computed by the reader
         for (std::size_t cell = 0; cell < tagged.mesh.cellCount(); ++cell) {
             const double expected = record.sensitivity.gtgdiag[cell];
             EXPECT_NEAR(tagged.sensitivity.gtgdiag[cell], expected, 1e-12 * expected) << "cell " << cell;
@@ -225,7 +228,7 @@ TEST_F(MtxCommand, surfaceStylesFitTheModelThatIsWritten) {
     }
 }
 
-TEST_F(MtxCommand, theNumberOfThreadsDoesNotShow) {
+TEST_F(MtxCommand, theFileDoesNotDependOnTheNumberOfThreads) {
     options.survey.threads = 1;
     writeMtxFile(options);
     const std::string one = folder.read("g.mtx");
@@ -237,8 +240,8 @@ TEST_F(MtxCommand, theNumberOfThreadsDoesNotShow) {
 }
 
 TEST_F(MtxCommand, rowsOfZerosKeepACoefficient) {
-    options.survey.type = "tmi";
-    options.survey.field = "0,0,1e-300";
+    options.survey.code = surveyTypeCode("tmi");
+    options.survey.field = InducingField{{0, 0}, 1e-300};
     writeMtxFile(options);
     const SensitivityFile file(options.outFile);
     ASSERT_EQ(file.rows.size(), 12U);
@@ -248,7 +251,7 @@ TEST_F(MtxCommand, rowsOfZerosKeepACoefficient) {
 }
 
 TEST_F(MtxCommand, downholeStationsAreMeasuredAlongTheirOwnDirections) {
-    options.survey.type = "tmi";
+    options.survey.code = surveyTypeCode("tmi");
     options.survey.stationFile =
         folder.write("d.mag", "60 5 50000\n60 5 0\n2\n1003 2001 55 90 0 0 1\n1003 2001 55 0 90 0 1\n");
     options.tolerance = 0;
@@ -257,17 +260,17 @@ TEST_F(MtxCommand, downholeStationsAreMeasuredAlongTheirOwnDirections) {
     EXPECT_EQ(file.obs.idir, 0);
     const std::vector<double> model = randomModel(462, 2);
     const std::vector<double> product = file.product(file.weighted(model));
-    options.survey.field = "60,5,50000";
-    options.survey.type = "tz";
+    options.survey.field = InducingField{{60, 5}, 50000};
+    options.survey.code = surveyTypeCode("tz");
     EXPECT_NEAR(product[0], byPrisms(model)[0], 1e-3 * std::abs(product[0]));
-    options.survey.type = "tx";
+    options.survey.code = surveyTypeCode("tx");
     EXPECT_NEAR(product[1], byPrisms(model)[1], 1e-3 * std::abs(product[1]));
 }
 
-TEST_F(MtxCommand, aFailureLeavesNoFileAndTheOldOneAsItIs) {
+TEST_F(MtxCommand, aFailureLeavesTheEarlierFileAndNoOther) {
     folder.write("g.mtx", "before");
-    options.survey.type = "tmi";
-    options.survey.field = "60,5,1e300";
+    options.survey.code = surveyTypeCode("tmi");
+    options.survey.field = InducingField{{60, 5}, 1e300};
     EXPECT_THROW(writeMtxFile(options), RunError);
     EXPECT_EQ(folder.read("g.mtx"), "before");
     options.outFile = folder.file("new.mtx");
@@ -280,12 +283,12 @@ TEST_F(MtxCommand, aFailureLeavesNoFileAndTheOldOneAsItIs) {
     EXPECT_EQ(files, 1U);
 }
 
-TEST_F(MtxCommand, stationsThatTheMeshDoesNotLieBelowAreWarnedOf) {
+TEST_F(MtxCommand, stationsOutsideTheMeshAreWarnedOf) {
     EXPECT_TRUE(readSurvey(options.survey).warnings.empty());
     folder.write("s.obs", "3\n1003 2001 55 0 1\n10.03 20.01 55 0 1\n1003 3001 55 0 1\n");
     std::vector<std::string> warnings = readSurvey(options.survey).warnings;
     ASSERT_EQ(warnings.size(), 1U);
-    EXPECT_NE(warnings.front().find("2 of 3 stations are beside the mesh"), std::string::npos) << warnings.front();
+    EXPECT_NE(warnings.front().find("2 of 3 stations are outside the mesh"), std::string::npos) << warnings.front();
     EXPECT_NE(warnings.front().find("station 2 at x 10.03"), std::string::npos) << warnings.front();
     folder.write("s.obs", "2\n1003 2001 50 0 1\n1003 2001 -55 0 1\n");
     warnings = readSurvey(options.survey).warnings;
@@ -295,26 +298,26 @@ TEST_F(MtxCommand, stationsThatTheMeshDoesNotLieBelowAreWarnedOf) {
 }
 
 TEST_F(MtxCommand, aFieldOfAnotherUnitIsWarnedOf) {
-    options.survey.type = "tmi";
-    options.survey.field = "60,3,52000";
+    options.survey.code = surveyTypeCode("tmi");
+    options.survey.field = InducingField{{60, 3}, 52000};
     EXPECT_TRUE(readSurvey(options.survey).warnings.empty());
-    options.survey.field = "60,3,52";
+    options.survey.field = InducingField{{60, 3}, 52};
     ASSERT_EQ(readSurvey(options.survey).warnings.size(), 1U);
-    EXPECT_EQ(readSurvey(options.survey).warnings.front(),
-              "--field 60,3,52: a field of 52 nT is not that of the Earth");
+    EXPECT_EQ(readSurvey(options.survey).warnings.front(), "--field: a field of 52 nT is not that of the Earth");
 }
 
 TEST_F(MtxCommand, magneticTypesNeedAField) {
-    options.survey.type = "tz";
+    options.survey.code = surveyTypeCode("tz");
     try {
         writeMtxFile(options);
         ADD_FAILURE();
     } catch (const RunError& error) {
         EXPECT_EQ(error.what(), options.survey.stationFile + ": no field line; give --field incl,decl,nT");
     }
-    for (const char* field : {"1,2", "100,0,50000", "10,0,0", "10,400,50000"}) {
+    for (const InducingField& field :
+         {InducingField{{100, 0}, 50000}, InducingField{{10, 0}, 0}, InducingField{{10, 400}, 50000}}) {
         options.survey.field = field;
-        EXPECT_THROW(writeMtxFile(options), RunError) << field;
+        EXPECT_THROW(writeMtxFile(options), RunError) << field.direction.incl << " " << field.strength;
     }
 }
 

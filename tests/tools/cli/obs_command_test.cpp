@@ -9,7 +9,7 @@
 
 #include "base/messages.h"
 #include "formats/obs_reader.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "support/temporary_folder.h"
 #include "survey/dummy_value.h"
 

@@ -15,7 +15,7 @@ struct Outcome {
     std::string out, errors;
 };
 
-// In the folder; what it writes to its two screens is left there as out.txt and errors.txt.
+// In the folder; standard output and standard error are left there as out.txt and errors.txt.
 inline Outcome runTools(const TemporaryFolder& folder, const std::string& arguments) {
     const std::string command =
         "cd '" + folder.path().string() + "' && '" VOXLITH_TOOLS_PROGRAM "' " + arguments + " >out.txt 2>errors.txt";

@@ -11,8 +11,8 @@
 #include <sstream>
 
 #include "base/messages.h"
-#include "preparation/number_text.h"
-#include "preparation/survey_mesh.h"
+#include "forward/number_text.h"
+#include "forward/survey_mesh.h"
 #include "support/temporary_folder.h"
 #include "survey/dummy_value.h"
 

@@ -1,4 +1,4 @@
-// The depth weight and its option.
+// The depth weight of the cells.
 #include "forward/depth_weight.h"
 
 #include <gtest/gtest.h>
@@ -36,13 +36,10 @@ TEST(DepthWeight, isTakenAtTheCentresBelowTheTopOfTheMesh) {
 }
 
 TEST(DepthWeight, noneIsOneEverywhere) {
-    const DepthWeight none = parseDepthWeight("none");
-    EXPECT_EQ(none.z0, 0.0);
-    EXPECT_EQ(none.beta, 0.0);
-    EXPECT_EQ(cellDepthWeights(none, twoColumns()), std::vector<float>(6, 1.0F));
+    EXPECT_EQ(cellDepthWeights({}, twoColumns()), std::vector<float>(6, 1.0F));
 }
 
-TEST(DepthWeight, theDefaultKnowsTheHeightOfTheStationsAndTheKindOfData) {
+TEST(DepthWeight, theDefaultDependsOnTheHeightOfTheStationsAndTheDataType) {
     std::vector<Station> stations(2);
     stations[0].point.depth = -110;
     stations[1].point.depth = -130;  // 10 and 30 above the top
@@ -53,14 +50,6 @@ TEST(DepthWeight, theDefaultKnowsTheHeightOfTheStationsAndTheKindOfData) {
     }
     stations[0].point.depth = stations[1].point.depth = -50;  // inside the mesh
     EXPECT_DOUBLE_EQ(defaultDepthWeight(0, twoColumns(), stations).z0, 5.0);
-}
-
-TEST(DepthWeight, optionTexts) {
-    EXPECT_DOUBLE_EQ(parseDepthWeight("12.5,2").z0, 12.5);
-    EXPECT_DOUBLE_EQ(parseDepthWeight("12.5,0").beta, 0.0);
-    for (const char* text : {"", "12.5", "1,2,3", "0,2", "-1,2", "1,-2", "a,b", "None"}) {
-        EXPECT_THROW(parseDepthWeight(text), RunError) << text;
-    }
 }
 
 TEST(DepthWeight, weightsTooSmallForTheFileAreRefused) {

@@ -1,4 +1,4 @@
-// A survey over a hill: sensitivities of the ground alone, and an inversion that leaves the air empty.
+// A survey over a hill: sensitivities of the active cells only, and an inversion that keeps inactive cells fixed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,7 +10,8 @@
 #include "base/messages.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
+#include "preparation/topography.h"
 #include "support/temporary_folder.h"
 #include "tools/sensitivity_file.h"
 
@@ -41,7 +42,7 @@ protected:
             stations += numberText(x) + " " + numberText(y) + " " + numberText(hill(x, y) + 20) + " 0 1\n";
         }
         options.survey.stationFile = folder.write("s.obs", stations);
-        options.survey.type = "gz";
+        options.survey.code = surveyTypeCode("gz");
         options.outFile = folder.file("g.mtx");
     }
 
@@ -67,7 +68,7 @@ protected:
     MtxOptions options;
 };
 
-// The sum over the cells of ground, prism by prism.
+// The sum over the active cells, prism by prism.
 std::vector<double> groundPrisms(const Survey& survey, const std::vector<double>& model) {
     const MeshGeometry& mesh = survey.mesh;
     std::vector<double> data;
@@ -76,7 +77,6 @@ std::vector<double> groundPrisms(const Survey& survey, const std::vector<double>
         for (std::size_t j = 0; j < mesh.yCentre.size(); ++j) {
             for (std::size_t i = 0; i < mesh.xCentre.size(); ++i) {
                 for (std::size_t k = 0; k < mesh.zCentre.size(); ++k) {
-                    // Away from the surface by the difference between the hill and its triangles.
                     const double above = -mesh.zCentre[k] - hill(mesh.xCentre[i], mesh.yCentre[j]);
                     if (above < 0) {
                         const Prism prism{mesh.xNode[i],     mesh.xNode[i + 1], mesh.yNode[j],
@@ -92,18 +92,18 @@ std::vector<double> groundPrisms(const Survey& survey, const std::vector<double>
     return data;
 }
 
-TEST_F(Hill, theProductIsTheSumOverTheGround) {
-    options.survey.field = "60,5,50000";
+TEST_F(Hill, theProductIsTheSumOverTheActiveCells) {
+    options.survey.field = InducingField{{60, 5}, 50000};
     for (const char* type : {"gz", "gzz", "tmi"}) {
-        for (const char* form : {"tagged", "bare", "record"}) {
-            options.survey.type = type;
+        for (const MtxForm form : {MtxForm::tagged, MtxForm::bare, MtxForm::record}) {
+            options.survey.code = surveyTypeCode(type);
             options.form = form;
             options.tolerance = 0;
             writeMtxFile(options);
             SensitivityFile file(options.outFile);
             std::vector<double> model(file.mesh.cellCount());
             for (std::size_t cell = 0; cell < model.size(); ++cell) {
-                model[cell] = std::sin(0.37 * static_cast<double>(cell)) + 0.3;  // in the air as well
+                model[cell] = std::sin(0.37 * static_cast<double>(cell)) + 0.3;  // in inactive cells, too
             }
             const std::vector<double> product = file.product(file.weighted(model));
             const Survey survey = readSurvey(options.survey);
@@ -113,8 +113,10 @@ TEST_F(Hill, theProductIsTheSumOverTheGround) {
                 largest = std::max(largest, std::abs(datum));
             }
             for (std::size_t n = 0; n < product.size(); ++n) {
-                EXPECT_NEAR(product[n], expected[n], 2e-6 * largest) << type << " " << form << ", station " << n;
-                EXPECT_NEAR(direct[n], expected[n], 1e-9 * largest) << type << " " << form << ", station " << n;
+                EXPECT_NEAR(product[n], expected[n], 2e-6 * largest)
+                    << type << " " << static_cast<int>(form) << ", station " << n;
+                EXPECT_NEAR(direct[n], expected[n], 1e-9 * largest)
+                    << type << " " << static_cast<int>(form) << ", station " << n;
             }
         }
     }
@@ -124,29 +126,29 @@ TEST_F(Hill, weightsAndDiagonalAreFiniteEverywhere) {
     writeMtxFile(options);
     const SensitivityFile file(options.outFile);
     const Survey survey = readSurvey(options.survey);
-    std::size_t air = 0;
+    std::size_t inactive = 0;
     for (std::size_t cell = 0; cell < file.mesh.cellCount(); ++cell) {
         const float weight = file.sensitivity.depthWeight[cell];
         EXPECT_TRUE(weight > 0 && weight <= 1) << cell;
         EXPECT_TRUE(file.sensitivity.gtgdiag[cell] > 0 && std::isfinite(file.sensitivity.gtgdiag[cell])) << cell;
         if (survey.ground.isInactive(cell, 9)) {
-            ++air;
+            ++inactive;
             EXPECT_EQ(weight, 1.0F);
         }
     }
-    EXPECT_GT(air, 100U);
-    EXPECT_LT(air, file.mesh.cellCount() - 100);
+    EXPECT_GT(inactive, 100U);
+    EXPECT_LT(inactive, file.mesh.cellCount() - 100);
 }
 
-TEST_F(Hill, depthCountsFromTheFirstCellOfGround) {
-    options.depthWeight = "20,2";
+TEST_F(Hill, depthCountsFromTheFirstActiveCell) {
+    options.depthWeight = DepthWeight{20, 2};
     writeMtxFile(options);
     const SensitivityFile file(options.outFile);
     const Survey survey = readSurvey(options.survey);
     for (std::size_t cell = 0; cell < file.mesh.cellCount(); ++cell) {
-        const auto air = static_cast<std::size_t>(survey.ground.inactiveCells[cell / 9]);
-        if (cell % 9 >= air) {
-            const double depth = file.mesh.zCentre[cell % 9] - file.mesh.zNode[air];
+        const auto inactive = static_cast<std::size_t>(survey.ground.inactiveCells[cell / 9]);
+        if (cell % 9 >= inactive) {
+            const double depth = file.mesh.zCentre[cell % 9] - file.mesh.zNode[inactive];
             EXPECT_FLOAT_EQ(file.sensitivity.depthWeight[cell], static_cast<float>(20 / (20 + depth))) << cell;
         }
     }
@@ -164,33 +166,33 @@ TEST_F(Hill, aFlatSurfaceAtTheTopChangesNothing) {
     EXPECT_EQ(numbersOf(folder.read("g_bounds.txt")).size(), 2U * 8 * 7 * 9);
 }
 
-TEST_F(Hill, theBoundsHoldTheAirAndNothingElse) {
-    for (const auto& [type, ground, name, lower, upper] : {std::tuple{"gz", "", "g_bounds.txt", -99.0, 99.0},
-                                                           {"gzz", "", "g_bounds.txt", -99.0, 99.0},
-                                                           {"tmi", "", "g_bounds.txt", 0.0, 99.0},
-                                                           {"gz", "-0.5,0.75", "own.txt", -0.5, 0.75},
-                                                           {"gz", "-99,0.75", "own.txt", -100000.0, 0.75}}) {
-        options.survey.type = type;
-        options.survey.field = "60,5,50000";
-        options.groundBounds = ground;
-        options.boundsFile = *ground == '\0' ? "" : folder.file(name);
+TEST_F(Hill, theBoundsFixInactiveCellsAndNoOthers) {
+    const std::optional<BoundsPair> byType;
+    for (const auto& [type, active, name, lower, upper] : {std::tuple{"gz", byType, "g_bounds.txt", -99.0, 99.0},
+                                                           {"gzz", byType, "g_bounds.txt", -99.0, 99.0},
+                                                           {"tmi", byType, "g_bounds.txt", 0.0, 99.0},
+                                                           {"gz", BoundsPair{-0.5, 0.75}, "own.txt", -0.5, 0.75}}) {
+        options.survey.code = surveyTypeCode(type);
+        options.survey.field = InducingField{{60, 5}, 50000};
+        options.activeBounds = active;
+        options.boundsFile = active ? folder.file(name) : "";
         const MtxReport report = writeMtxFile(options);
         EXPECT_EQ(report.boundsFile, folder.file(name));
         const std::vector<double> pairs = numbersOf(folder.read(name));
         const Survey survey = readSurvey(options.survey);
         ASSERT_EQ(pairs.size(), 2 * survey.mesh.cellCount());
-        std::int64_t air = 0;
+        std::int64_t inactive = 0;
         for (std::size_t cell = 0; cell < survey.mesh.cellCount(); ++cell) {
             const bool isInactive = survey.ground.isInactive(cell, 9);
-            air += isInactive ? 1 : 0;
+            inactive += isInactive ? 1 : 0;
             EXPECT_EQ(pairs[2 * cell], isInactive ? 0.0 : lower) << cell;
             EXPECT_EQ(pairs[2 * cell + 1], isInactive ? 0.0 : upper) << cell;
         }
-        EXPECT_EQ(report.inactiveCells, air);
+        EXPECT_EQ(report.inactiveCells, inactive);
     }
 }
 
-TEST_F(Hill, whatIsWrongIsTold) {
+TEST_F(Hill, failuresNameTheirCause) {
     const auto expectError = [&](auto change, const std::string& message) {
         const MtxOptions kept = options;
         change();
@@ -200,16 +202,15 @@ TEST_F(Hill, whatIsWrongIsTold) {
         options = kept;
     };
     const std::string deep = folder.write("deep.obs", "2\n10 10 200\n110 110 21\n");
-    expectError([&] { options.survey.stationFile = deep; },
-                deep +
-                    ": station 2 at x 110, y 110, elevation 21: expected a place on or above the surface, found one "
-                    "inside the ground, " +
-                    numberText(static_cast<float>([&] {
-                        std::int32_t triangle = 0;
-                        const Topography surface = surfaceOf(readSurfacePoints(options.survey.topographyFile));
-                        return surfaceElevation(surface, 110, 110, triangle) - 21;
-                    }())) +
-                    " below the surface");
+    expectError(
+        [&] { options.survey.stationFile = deep; },
+        deep + ": station 2 at x 110, y 110, elevation 21: expected a station on or above the surface, found one " +
+            numberText(static_cast<float>([&] {
+                std::int32_t triangle = 0;
+                const Topography surface = surfaceOf(readSurfacePoints(options.survey.topographyFile));
+                return surfaceElevation(surface, 110, 110, triangle) - 21;
+            }())) +
+            " below the surface");
     const std::string low = folder.write("low.topo", "0 0 -20\n");
     expectError([&] { options.survey.topographyFile = low; },
                 low +
@@ -220,27 +221,18 @@ TEST_F(Hill, whatIsWrongIsTold) {
                     "--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
                         ", whose layers begin at the top of the mesh");
     }
-    expectError([&] { options.groundBounds = "1,0"; },
-                "--ground-bounds 1,0: expected a lower bound below the upper one (write fixed to hold cells), found "
-                "1,0");
     expectError([&] { options.boundsFile = options.outFile; },
                 "--bounds " + options.outFile + ": expected another file than that of --out");
-    expectError(
-        [&] {
-            options.groundBounds = "0,1";
-            options.survey.topographyFile.clear();
-        },
-        "--bounds and --ground-bounds: expected --topography beside them");
     expectError([&] { options.boundsFile = folder.file("no/b.txt"); },
                 folder.file("no/b.txt") + ": cannot be created: No such file or directory");
 }
 
-TEST_F(Hill, stationsOnASlopeInsideTheStepsAreNamed) {
+TEST_F(Hill, stationsInsideTheFirstActiveCellAreNamed) {
     options.survey.stationFile = folder.write("on.obs", "2\n12 14 " + numberText(hill(12, 14) + 20) + "\n56 64 68.8\n");
     const Survey survey = readSurvey(options.survey);
     ASSERT_EQ(survey.warnings.size(), 1U);
     EXPECT_EQ(survey.warnings[0], options.survey.stationFile +
-                                      ": 1 of 2 stations are inside the first ground cell of their column, the "
+                                      ": 1 of 2 stations are inside the first active cell of their column, the "
                                       "first being station 2 at x 56, y 64, elevation 68.8; thinner cells follow "
                                       "the surface more closely");
 }
@@ -249,7 +241,7 @@ TEST_F(Hill, stationsOnASlopeInsideTheStepsAreNamed) {
 class HillRun : public Hill {
 protected:
     HillRun() {
-        options.groundBounds = "0,1";
+        options.activeBounds = BoundsPair{0, 1};
         EXPECT_GT(writeMtxFile(options).inactiveCells, 100);
         survey = readSurvey(options.survey);
         std::string text;
@@ -261,7 +253,7 @@ protected:
         predict.survey = options.survey;
         predict.model = folder.write("true.den", text);
         predict.outFile = folder.file("obs.dat");
-        predict.noise = "1,0.005";
+        predict.noise = Noise{1, 0.005};
         writePrediction(predict);
     }
 
@@ -278,35 +270,36 @@ protected:
         return row.at(1);
     }
 
-    // Every cell of air holds the value, and something has been found in the ground.
-    void expectAir(double value) const {
+    // Every inactive cell has the value, and a body was recovered in active ones.
+    void expectInactive(double value) const {
         const std::vector<double> model = numbersOf(folder.read("voxlith.den"));
         ASSERT_EQ(model.size(), survey.mesh.cellCount());
-        double ground = 0;
+        double largest = 0;
         for (std::size_t cell = 0; cell < model.size(); ++cell) {
             if (survey.ground.isInactive(cell, 9)) {
                 EXPECT_EQ(model[cell], value) << cell;
             } else {
-                ground = std::max(ground, std::abs(model[cell]));
+                largest = std::max(largest, std::abs(model[cell]));
             }
         }
-        EXPECT_GT(ground, 0.1);
+        EXPECT_GT(largest, 0.1);
     }
 
     Survey survey;
 };
 
-TEST_F(HillRun, theAirStaysAtZeroAndTheDataAreFitted) {
+TEST_F(HillRun, inactiveCellsStayAtZeroAndTheDataAreFitted) {
     for (const char* alphas : {"0.001 1. 1. 1.", "0.001 0. 0. 0."}) {
         EXPECT_LT(run("0", "0.0", alphas), 1.2) << alphas;
-        expectAir(0.0);
+        expectInactive(0.0);
     }
 }
 
-// The barrier of strict positivity is infinite at zero, so such a run starts from a small value, also in the air.
-TEST_F(HillRun, strictPositivityStartsFromASmallValueWhichTheAirKeeps) {
+// The barrier of strict positivity is infinite at zero, so such a run starts from a small value, in inactive cells,
+// too.
+TEST_F(HillRun, strictPositivityKeepsTheInitialValueInInactiveCells) {
     EXPECT_LT(run("2", "0.001", "0.001 1. 1. 1."), 2.0);
-    expectAir(0.001);
+    expectInactive(0.001);
 }
 
 }  // namespace

@@ -84,7 +84,7 @@ TEST(LayerPlan, refusals) {
     }
 }
 
-TEST(LayerPlan, aFormWithoutAStyleTakesOnlyWhatReadersWorkOut) {
+TEST(LayerPlan, aFormWithoutAStyleAllowsOnlyWhatReadersDerive) {
     for (const LayerOptions& options :
          {LayerOptions{1, -1}, LayerOptions{1, 1}, LayerOptions{0, 3}, LayerOptions{2, -1}, LayerOptions{0, 0}}) {
         MeshGeometry mesh = meshOf(4, 4, 10);

@@ -1,4 +1,4 @@
-// The closed forms held against quadrature, point masses, potential theory and their own symmetries.
+// The analytical responses compared with quadrature, point masses, potential theory and their own symmetries.
 #include "forward/prism.h"
 
 #include <gtest/gtest.h>
@@ -53,7 +53,7 @@ double pointAt(const Component& component, const StationPoint& station, double x
     return component.pointResponse(dx, dy, dz, std::sqrt(dx * dx + dy * dy + dz * dz));
 }
 
-// Gauss-Legendre quadrature with 6 points an axis over each of 4 x 4 x 4 parts.
+// Gauss-Legendre quadrature with 6 points per axis over each of 4 x 4 x 4 parts.
 double quadrature(const Component& component, const Prism& prism, const StationPoint& station) {
     constexpr std::array<double, 6> points{-0.932469514203152, -0.661209386466265, -0.238619186083197,
                                            0.238619186083197,  0.661209386466265,  0.932469514203152};
@@ -111,9 +111,9 @@ TEST(Prism, secondDerivativesAreDifferencesOfTheAttraction) {
     std::array<double, 3> lastError{};
     for (const double step : {1e-1, 5e-2, 2.5e-2}) {
         const auto slope = [&](double dx, double dy, double dz) {
-            const StationPoint ahead{station.x + dx * step, station.y + dy * step, station.depth + dz * step};
-            const StationPoint behind{station.x - dx * step, station.y - dy * step, station.depth - dz * step};
-            return (prismResponse(brick, ahead, attraction) - prismResponse(brick, behind, attraction)) / (2 * step);
+            const StationPoint plus{station.x + dx * step, station.y + dy * step, station.depth + dz * step};
+            const StationPoint minus{station.x - dx * step, station.y - dy * step, station.depth - dz * step};
+            return (prismResponse(brick, plus, attraction) - prismResponse(brick, minus, attraction)) / (2 * step);
         };
         const std::array<double, 3> error{slope(1, 0, 0) - prismResponse(brick, station, xz),
                                           slope(0, 1, 0) - prismResponse(brick, station, yz),
@@ -135,10 +135,10 @@ double trace(const Prism& prism, const StationPoint& station) {
 
 TEST(Prism, obeysLaplaceOutsideAndPoissonInside) {
     std::mt19937 generator(5);
-    std::uniform_real_distribution<double> place(-4.0, 5.0);
+    std::uniform_real_distribution<double> coordinate(-4.0, 5.0);
     int inside = 0;
     for (int trial = 0; trial < 2000; ++trial) {
-        const StationPoint station{place(generator), place(generator), place(generator)};
+        const StationPoint station{coordinate(generator), coordinate(generator), coordinate(generator)};
         const bool within = station.x > brick.x1 && station.x < brick.x2 && station.y > brick.y1 &&
                             station.y < brick.y2 && station.depth > brick.depth1 && station.depth < brick.depth2;
         inside += within ? 1 : 0;
@@ -252,7 +252,7 @@ TEST(MeshResponses, sumToTheWholeBodyAlsoForStationsOnNodes) {
     const Prism whole{500000.0, 500035.0, -20.0, 44.0, -100.0, -80.0};
     std::vector<double> corners(cornerWorkSize(mesh));
     std::vector<double> cells(mesh.cellCount());
-    // A node inside the mesh, where edges of four cells meet: what grows without limit there cancels in the sum.
+    // A node inside the mesh, where edges of four cells meet: the infinite terms cancel in the sum.
     const StationPoint station{500010.0, 7.0, -95.0};
     for (const Component& component : allComponents()) {
         meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), corners, cells);

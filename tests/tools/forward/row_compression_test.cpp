@@ -99,7 +99,7 @@ TEST(RowCompression, doesNotDependOnTheScaleOfTheRow) {
     EXPECT_EQ(small.loss, large.loss);
 }
 
-TEST(RowCompression, refusesWhatSinglePrecisionCannotHold) {
+TEST(RowCompression, refusesValuesBeyondSinglePrecision) {
     std::vector<RankedCoefficient> work;
     CompressedRow row;
     for (const double value : {1e39, -1e39, std::nan(""), std::numeric_limits<double>::infinity()}) {

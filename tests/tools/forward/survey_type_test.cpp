@@ -1,4 +1,4 @@
-// Codes, units and signs of the kinds of data.
+// Codes, units and signs of the data types.
 #include "forward/survey_type.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ TEST(SurveyType, namesAndCodes) {
     EXPECT_EQ(surveyTypeCode("22"), 22);
 }
 
-TEST(SurveyType, unknownOnesAreRefusedWithTheListOfTheKnown) {
+TEST(SurveyType, unknownNamesAreRefusedWithAListOfTheKnownOnes) {
     for (const char* text : {"vka", "3", "", "-1", "gz ", "00"}) {
         try {
             surveyTypeCode(text);
@@ -98,16 +98,16 @@ TEST(SurveyType, magneticComponentsAreThoseOfADipole) {
     for (int trial = 0; trial < 50; ++trial) {
         const InducingField field{{incl(generator), decl(generator)}, 50000.0};
         const FieldDirection measured{incl(generator), decl(generator)};
-        const std::array<double, 3> place{300.0, -400.0, 1200.0};
-        const double r = std::sqrt(dot(place, place));
-        const std::array<double, 3> u{-place[0] / r, -place[1] / r, -place[2] / r};
+        const std::array<double, 3> position{300.0, -400.0, 1200.0};
+        const double r = std::sqrt(dot(position, position));
+        const std::array<double, 3> u{-position[0] / r, -position[1] / r, -position[2] / r};
         const std::array<double, 3> f = unitVector(field.direction);
         const double scale = 50000.0 * 1.0e3 / (4 * std::numbers::pi * r * r * r);
         std::array<double, 3> b{};
         for (std::size_t axis = 0; axis < 3; ++axis) {
             b[axis] = scale * (3 * dot(f, u) * u[axis] - f[axis]);
         }
-        const Prism body = cubeAt(place[0], place[1], place[2], 10.0);
+        const Prism body = cubeAt(position[0], position[1], position[2], 10.0);
         const auto response = [&](int code) { return prismResponse(body, {}, responseWeights(code, field, measured)); };
         const double tolerance = 1e-3 * scale;
         EXPECT_NEAR(response(20), b[0], tolerance) << "trial " << trial << ", seed 3";

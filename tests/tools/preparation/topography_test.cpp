@@ -6,8 +6,8 @@
 #include <random>
 
 #include "base/messages.h"
-#include "preparation/ground.h"
-#include "preparation/survey_mesh.h"
+#include "forward/survey_mesh.h"
+#include "preparation/ground_surface.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {
@@ -114,7 +114,7 @@ protected:
 
     StationPosition place(double x, double y, double elevation) {
         const std::vector<Station> stations;
-        return placeOfStation(groundBelow(topography, mesh, stations), mesh, {x, y, -elevation});
+        return positionOfStation(groundBelow(topography, mesh, stations), mesh, {x, y, -elevation});
     }
 
     TemporaryFolder folder;

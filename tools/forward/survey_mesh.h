@@ -1,6 +1,6 @@
 // Reads tensor mesh files in the published UBC form: cell counts to the east, to the north and downwards; the top
-// south-west corner (east, north, elevation); then the widths along the three axes, n*w standing for n cells of width
-// w. Everything from "!" to the end of a line is comment; line ends do not matter otherwise.
+// south-west corner (east, north, elevation); then the widths along the three axes, n*w means n cells of width w.
+// Everything from "!" to the end of a line is a comment; otherwise line ends are separators like blanks.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 #include <algorithm>
 #include <array>

@@ -1,5 +1,5 @@
-// Forms and faults of tensor mesh files.
-#include "preparation/survey_mesh.h"
+// Forms and errors of tensor mesh files.
+#include "forward/survey_mesh.h"
 
 #include <gtest/gtest.h>
 
@@ -56,7 +56,7 @@ TEST(SurveyMesh, theTopAtElevationZeroIsAtDepthPlusZero) {
     EXPECT_FALSE(std::signbit(readSurveyMesh(folder.write("m.msh", "1 1 1\n0 0 0\n1\n1\n1\n")).zNode[0]));
 }
 
-TEST(SurveyMesh, faultsAreToldWithTheirLine) {
+TEST(SurveyMesh, errorsNameFileAndLine) {
     const TemporaryFolder folder;
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "line 1: expected the number of cells to the east, found the end of the file"},

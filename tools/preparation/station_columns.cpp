@@ -1,4 +1,4 @@
-#include "forward/station_columns.h"
+#include "preparation/station_columns.h"
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -17,7 +17,7 @@ void addStationColumns(CLI::App& command, StationColumns& columns) {
     command.add_flag("--z-down", columns.zDown, "The column of the elevation counts downwards: its sign is turned");
 }
 
-StationPlaces compactIndexOf(const CsvReader& reader, const StationColumns& columns) {
+StationPlaces findStationColumns(const CsvReader& reader, const StationColumns& columns) {
     constexpr double metresInFoot = 0.3048;
     StationPlaces place;
     place.x = csvColumn(reader, "--x", columns.x);

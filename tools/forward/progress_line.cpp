@@ -1,4 +1,4 @@
-#include "cli/progress_line.h"
+#include "forward/progress_line.h"
 
 #include <unistd.h>
 

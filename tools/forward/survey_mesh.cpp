@@ -1,4 +1,4 @@
-#include "preparation/survey_mesh.h"
+#include "forward/survey_mesh.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@
 
 #include "base/messages.h"
 #include "base/text_input.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 namespace voxlith {
 
@@ -128,16 +128,13 @@ MeshGeometry readSurveyMesh(const std::string& fileName) {
     if (fillWords(source)) {
         throwExpected(source, "the end of the file", source.words[source.next]);
     }
-    const auto room = [](std::int32_t count) { return static_cast<std::size_t>(count); };
-    for (auto* array : {&mesh.xWidth, &mesh.xCentre}) {
-        array->resize(room(mesh.nx));
-    }
-    for (auto* array : {&mesh.yWidth, &mesh.yCentre}) {
-        array->resize(room(mesh.ny));
-    }
-    for (auto* array : {&mesh.zWidth, &mesh.zCentre}) {
-        array->resize(room(mesh.nz));
-    }
+    const auto resize = [](std::int32_t count, std::vector<double>& widths, std::vector<double>& centres) {
+        widths.resize(static_cast<std::size_t>(count));
+        centres.resize(static_cast<std::size_t>(count));
+    };
+    resize(mesh.nx, mesh.xWidth, mesh.xCentre);
+    resize(mesh.ny, mesh.yWidth, mesh.yCentre);
+    resize(mesh.nz, mesh.zWidth, mesh.zCentre);
     buildMeshArrays(mesh);
     return mesh;
 }

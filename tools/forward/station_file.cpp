@@ -1,10 +1,10 @@
-#include "preparation/station_file.h"
+#include "forward/station_file.h"
 
 #include <string_view>
 
 #include "base/messages.h"
 #include "base/text_input.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/data_types.h"
 
 namespace voxlith {

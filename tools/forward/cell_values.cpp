@@ -1,4 +1,4 @@
-#include "preparation/cell_values.h"
+#include "forward/cell_values.h"
 
 #include <cmath>
 #include <span>
@@ -6,7 +6,7 @@
 #include "base/free_format.h"
 #include "base/messages.h"
 #include "base/text_input.h"
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {

@@ -1,5 +1,5 @@
-// Work handed over in order by any number of threads.
-#include "forward/in_order.h"
+// Items consumed in order, whatever the number of threads.
+#include "forward/ordered_pipeline.h"
 
 #include <gtest/gtest.h>
 
@@ -7,24 +7,26 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace voxlith {
 namespace {
 
-TEST(InOrder, itemsAreHandedOverInOrderAndByTheirWorker) {
+TEST(OrderedPipeline, itemsAreConsumedInOrderFromTheirSlot) {
     for (const std::size_t threads : {1U, 2U, 3U, 8U}) {
         std::vector<std::size_t> result(threads);
         std::vector<std::size_t> order;
-        runInOrder(
+        computeInOrder(
             200, threads,
-            [&](std::size_t worker, std::size_t item) {
+            [&](std::size_t slot, std::size_t item) {
                 if (item % 7 == 0) {
                     std::this_thread::sleep_for(std::chrono::microseconds(300));
                 }
-                result[worker] = item;
+                result[slot] = item;
             },
-            [&](std::size_t worker, std::size_t item) {
-                EXPECT_EQ(result[worker], item);
+            [&](std::size_t slot, std::size_t item) {
+                EXPECT_EQ(result[slot], item);
                 order.push_back(item);
             });
         ASSERT_EQ(order.size(), 200U);
@@ -34,14 +36,31 @@ TEST(InOrder, itemsAreHandedOverInOrderAndByTheirWorker) {
     }
 }
 
-TEST(InOrder, noItems) {
-    runInOrder(
+TEST(OrderedPipeline, asManyThreadsAsAskedForComputeAtATime) {
+    for (const int threads : {1, 2, 4}) {
+        std::atomic<int> working{0}, most{0};
+        computeInOrder(
+            60, static_cast<std::size_t>(threads),
+            [&](std::size_t, std::size_t) {
+                const int now = ++working;
+                for (int seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                --working;
+            },
+            [](std::size_t, std::size_t) {});
+        EXPECT_EQ(most, threads);
+    }
+}
+
+TEST(OrderedPipeline, noItems) {
+    computeInOrder(
         0, 4, [](std::size_t, std::size_t) { FAIL(); }, [](std::size_t, std::size_t) { FAIL(); });
 }
 
-TEST(InOrder, aFailureEndsTheWorkAndIsThrown) {
+TEST(OrderedPipeline, aFailureEndsTheWorkAndIsThrown) {
     for (const std::size_t threads : {1U, 2U, 5U}) {
-        for (const bool inHandOver : {false, true}) {
+        for (const bool inConsume : {false, true}) {
             std::atomic<int> computed{0};
             const auto fail = [](std::size_t item) {
                 if (item == 10) {
@@ -49,16 +68,16 @@ TEST(InOrder, aFailureEndsTheWorkAndIsThrown) {
                 }
             };
             try {
-                runInOrder(
+                computeInOrder(
                     100000, threads,
                     [&](std::size_t, std::size_t item) {
                         ++computed;
-                        if (!inHandOver) {
+                        if (!inConsume) {
                             fail(item);
                         }
                     },
                     [&](std::size_t, std::size_t item) {
-                        if (inHandOver) {
+                        if (inConsume) {
                             fail(item);
                         }
                     });

@@ -1,9 +1,9 @@
-// Reads the stations of an observed data file: its header and the coordinates of each record. What stands behind the
-// coordinates is left alone, so that files with any number of components, or with none yet, will do.
+// Reads the stations of an observed data file: its header and the coordinates of each record. Further columns are
+// ignored, so that files with any number of components, or with none yet, can be used.
 //
-// The file has a field line, a direction line and the count (the magnetic layout), or the count alone. Which one is
-// seen from the first line: three numbers are a field line, also in a file that is used for gravity; one number is the
-// count, also in a file that is used for a magnetic type, which then needs its field from elsewhere.
+// The file has a field line, a direction line and the count (the magnetic layout), or only the count. The first
+// line decides: three numbers are a field line, also in a file that is used for gravity; one number is the count, also
+// in a file that is used for a magnetic type, which then needs its field from an option.
 #pragma once
 
 #include <cstdint>

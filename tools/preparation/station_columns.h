@@ -26,7 +26,7 @@ struct StationPlaces {
 void addStationColumns(CLI::App& command, StationColumns& columns);
 
 // Finds the columns. Throws RunError for names that the table does not have.
-StationPlaces compactIndexOf(const CsvReader& reader, const StationColumns& columns);
+StationPlaces findStationColumns(const CsvReader& reader, const StationColumns& columns);
 
 // x, y and elevation of the row taken last, in metres as far as the elevation goes. Throws RunError.
 std::array<double, 3> stationOf(const CsvReader& reader, const StationPlaces& place);

@@ -1,5 +1,5 @@
 // Numbers in option values and files.
-#include "preparation/number_text.h"
+#include "forward/number_text.h"
 
 #include <gtest/gtest.h>
 

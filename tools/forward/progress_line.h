@@ -1,4 +1,4 @@
-// A line on a terminal that tells how far long work is and when it will be done. Nothing is shown elsewhere.
+// A line on a terminal with the progress of long work and the time left. Nothing is shown elsewhere.
 #pragma once
 
 #include <chrono>
@@ -12,11 +12,11 @@ class ProgressLine {
 public:
     // `what` names the items, of which there are `total`. Shown on standard error, if that is a terminal.
     ProgressLine(std::string_view what, std::size_t total);
-    ~ProgressLine();  // wipes the line
+    ~ProgressLine();  // clears the line
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
-    // At most a few times a second, and not during the first.
+    // Shown at most a few times a second, and not during the first second.
     void show(std::size_t done);
 
 private:

@@ -1,5 +1,5 @@
-// Stations out of observed data files of all forms.
-#include "preparation/station_file.h"
+// Stations of observed data files of all forms.
+#include "forward/station_file.h"
 
 #include <gtest/gtest.h>
 
@@ -73,7 +73,7 @@ TEST(StationFile, downholeStationsHaveTheirOwnDirections) {
     EXPECT_TRUE(readStationFile(name, 20).measuredHere.empty());
 }
 
-TEST(StationFile, faultsAreToldWithTheirLine) {
+TEST(StationFile, errorsNameFileAndLine) {
     const TemporaryFolder folder;
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "line 1: expected a header, found the end of the file"},
@@ -100,7 +100,7 @@ TEST(StationFile, faultsAreToldWithTheirLine) {
     EXPECT_THROW(readStationFile(folder.file("absent.obs"), 0), RunError);
 }
 
-// A count that no file could hold costs nothing: room is made as stations come.
+// A count beyond any file costs nothing: memory grows with the stations that are read.
 TEST(StationFile, anAbsurdCountEndsAtTheEndOfTheFile) {
     const TemporaryFolder folder;
     EXPECT_THROW(readStationFile(folder.write("s.obs", "2147483647\n1 2 3\n"), 0), RunError);

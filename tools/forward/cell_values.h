@@ -1,5 +1,5 @@
-// Files with one value a cell: models, models of units, masks. The form is that of models, but read strictly: a value
-// too few or too many, and a value left out between commas or by a slash, is an error.
+// Files with one value per cell: models, lithology models, masks. They have the form of models, but are read strictly:
+// a value too few or too many, and a value left out between commas or by a slash, is an error.
 #pragma once
 
 #include <cstddef>
@@ -10,12 +10,11 @@
 
 namespace voxlith {
 
-// Values in cell order; `what` names the file's role in messages ("model"). Values that stand for no cell come as they
+// Values in cell order; `what` names the file's role in messages ("model"). No-data values are returned as they
 // are. Throws RunError (file, line, what was expected and found).
 std::vector<double> readCellValues(const std::string& fileName, const std::string& what, std::size_t cells);
 
-// Whole numbers in cell order, with the line in which each stands so that later checks can name it. Cells that hold the
-// value for "no cell" come as `absentCode`.
+// Integers in cell order, with the line of each so that later checks can name it. No-data cells have `absentCode`.
 struct CellCodes {
     std::vector<std::int32_t> code;
     std::vector<std::int64_t> line;
