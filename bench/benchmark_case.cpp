@@ -22,7 +22,7 @@ std::vector<std::string> benchmarkGroups() {
     return {"real-rows", "random-rows", "transform", "writer", "reader", "optimiser"};
 }
 
-std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const BenchOptions& options) {
+std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const BenchmarkOptions& options) {
     if (group == "real-rows") {
         return realRowBenchmarks(options);
     }
@@ -41,35 +41,34 @@ std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const Be
     if (group == "optimiser") {
         return optimiserBenchmarks(options);
     }
-    throw std::invalid_argument("no group of benchmarks: " + group);
+    throw std::invalid_argument("unknown group of benchmarks: " + group);
 }
 
 double cpuSeconds() {
     timespec time{};
     if (clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time) != 0) {
-        throw std::runtime_error("the CPU time of the process cannot be had");
+        throw std::runtime_error("the CPU time of the process cannot be read");
     }
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
 BenchmarkResult measureRatio(const BenchmarkCase& benchmarkCase, std::size_t rounds) {
     if (rounds == 0) {
-        throw std::invalid_argument("a contest needs one round at least");
+        throw std::invalid_argument("a benchmark needs at least one round");
     }
-    std::vector<double> workTimes, peerTimes, ratios;
-    // Memory that the host of a virtual machine has to hand out anew makes the first passes over it several times
-    // slower.
+    std::vector<double> workTimes, referenceTimes, ratios;
+    // The first passes over memory that the host of a virtual machine has to provide again are several times slower.
     constexpr double warmUp = 1.0;  // CPU seconds
     for (double spent = 0.0; spent < warmUp;) {
-        spent += benchmarkCase.runPeer() + benchmarkCase.runWork();
+        spent += benchmarkCase.runReference() + benchmarkCase.runWork();
     }
     for (std::size_t round = 0; round < rounds; ++round) {
-        peerTimes.push_back(benchmarkCase.runPeer());
+        referenceTimes.push_back(benchmarkCase.runReference());
         workTimes.push_back(benchmarkCase.runWork());
-        ratios.push_back(workTimes.back() / peerTimes.back());
+        ratios.push_back(workTimes.back() / referenceTimes.back());
     }
     const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
-    return {medianOf(workTimes) / medianOf(peerTimes), *lowest, *highest};
+    return {medianOf(workTimes) / medianOf(referenceTimes), *lowest, *highest};
 }
 
 }  // namespace voxlith

@@ -1,4 +1,4 @@
-// A piece of the program's work beside a peer that does the same work: what is timed, and which ratio is wanted.
+// One benchmark: work of the program timed beside a reference that does the same work, and the ratio that is wanted.
 #pragma once
 
 #include <cstddef>
@@ -12,27 +12,27 @@ namespace voxlith {
 
 struct BenchmarkCase {
     std::string work;                 // what the program does
-    std::string peer;                 // what it is held against
+    std::string reference;            // what it is compared with
     std::optional<double> goal;       // largest ratio of the two times that is wanted
     std::function<double()> runWork;  // does the work once, returns the CPU seconds it took
-    std::function<double()> runPeer;
+    std::function<double()> runReference;
     std::string note = {};  // what else explains the ratio; empty for nothing
 };
 
 // Sizes of everything that is timed, and where its files go.
-struct BenchOptions {
-    std::string mtxFile;                     // rows to take the positions from; empty: of a survey made for the purpose
+struct BenchmarkOptions {
+    std::string mtxFile;                     // rows to take the column indices from; empty: of a synthetic survey
     std::string folder;                      // for the survey, its sensitivity file and the models written; must exist
     std::int64_t coefficients = 20'000'000;  // at least so many in the products
     std::int32_t modelCells = 1'000'000;     // values written and read
     std::int32_t variables = 1'000'000;      // of the optimiser
 };
 
-// The group that a benchmarkCase belongs to can be left out, so that a single kernel can be looked at quickly.
+// Names of the groups, each of which can be run alone.
 std::vector<std::string> benchmarkGroups();
 
-// Makes the benchmarkCases of one group. Throws std::invalid_argument for a name that is none of benchmarkGroups.
-std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const BenchOptions& options);
+// The cases of one group. Throws std::invalid_argument for a name that is not one of benchmarkGroups.
+std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const BenchmarkOptions& options);
 
 // CPU time of this process in seconds. Other processes on the machine count far less in it than in the time of day.
 double cpuSeconds();
@@ -45,12 +45,12 @@ double cpuSecondsOf(const Work& work) {
 }
 
 struct BenchmarkResult {
-    double ratio = 0;   // median time of the work over the median time of the peer
+    double ratio = 0;   // median time of the work over the median time of the reference
     double lowest = 0;  // of the ratios of the single rounds
     double highest = 0;
 };
 
-// Runs peer and work by turns `rounds` times, after rounds of a second in all that do not count.
+// Runs reference and work by turns `rounds` times, after at least one CPU second of rounds that do not count.
 BenchmarkResult measureRatio(const BenchmarkCase& benchmarkCase, std::size_t rounds);
 
 }  // namespace voxlith

@@ -1,4 +1,4 @@
-// The benchmarkCases of each group; see benchmarkCase.h.
+// The cases of each group; see benchmark_case.h.
 #pragma once
 
 #include <vector>
@@ -7,13 +7,13 @@
 
 namespace voxlith {
 
-// Products of rows whose positions come from a real sensitivity file.
-std::vector<BenchmarkCase> realRowBenchmarks(const BenchOptions& options);
-// The same with positions drawn at random: neighbouring rows have next to nothing in common.
-std::vector<BenchmarkCase> randomRowBenchmarks(const BenchOptions& options);
+// Products of rows whose column indices come from a real sensitivity file.
+std::vector<BenchmarkCase> realRowBenchmarks(const BenchmarkOptions& options);
+// The same with column indices drawn at random: neighbouring rows share next to none.
+std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options);
 std::vector<BenchmarkCase> transformBenchmarks();
-std::vector<BenchmarkCase> writerBenchmarks(const BenchOptions& options);
-std::vector<BenchmarkCase> readerBenchmarks(const BenchOptions& options);
-std::vector<BenchmarkCase> optimiserBenchmarks(const BenchOptions& options);
+std::vector<BenchmarkCase> writerBenchmarks(const BenchmarkOptions& options);
+std::vector<BenchmarkCase> readerBenchmarks(const BenchmarkOptions& options);
+std::vector<BenchmarkCase> optimiserBenchmarks(const BenchmarkOptions& options);
 
 }  // namespace voxlith

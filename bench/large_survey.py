@@ -1,6 +1,6 @@
 """Surveys of any size for timing: the rows of a small survey of voxlith-tools, repeated with values of their own.
 
-Repeated rows cost a run what computed ones would, and a file of a gigabyte is made in seconds. Needs numpy.
+A run takes as long over repeated rows as over computed ones, and a file of a gigabyte is written in seconds. Needs numpy.
 """
 import os
 import struct
@@ -21,7 +21,7 @@ class TaggedFile:
             self.data = f.read()
         magic, version, self.type, self.stations = struct.unpack_from('<4siii', self.data, 0)
         if magic != b'VX3D' or version != 2:
-            raise SystemExit(path + ': not a tagged file of version 2')
+            raise RuntimeError(path + ': expected a tagged file of version 2')
         self.field = self.data[16:40]
         self.table = np.frombuffer(self.data, '<u1', 28 * self.stations, 40).reshape(self.stations, 28)
         start = 40 + 28 * self.stations
@@ -62,16 +62,16 @@ class TaggedFile:
 
     def write_data(self, path):
         """Data for the rows written last: a high over the middle of the survey, with differences from row to row."""
-        place = np.frombuffer(self.table[self.chosen][:, :24].tobytes(), '<f8').reshape(-1, 3)
-        x, y = (place[:, axis] / (CELL * n) - 0.5 for axis, n in ((0, self.nx), (1, self.ny)))
-        value = np.exp(-12.0 * (x * x + y * y)) + 0.02 * np.cos(1.3 * np.arange(len(place)))
+        position = np.frombuffer(self.table[self.chosen][:, :24].tobytes(), '<f8').reshape(-1, 3)
+        x, y = (position[:, axis] / (CELL * n) - 0.5 for axis, n in ((0, self.nx), (1, self.ny)))
+        value = np.exp(-12.0 * (x * x + y * y)) + 0.02 * np.cos(1.3 * np.arange(len(position)))
         with open(path, 'w') as f:
-            f.write('%d\n' % len(place))
-            f.writelines('%.2f %.2f %.2f %.5f 0.05\n' % (*p, v) for p, v in zip(place, value))
+            f.write('%d\n' % len(position))
+            f.writelines('%.2f %.2f %.2f %.5f 0.05\n' % (*p, v) for p, v in zip(position, value))
 
 
 def base_file(tools, folder, nx, ny, nz, tolerance=0.01, side=BASE_SIDE):
-    """The small survey over this mesh, made once."""
+    """The small survey over this mesh, computed once."""
     name = os.path.join(folder, 'base-%d-%d-%d-%d-%g' % (nx, ny, nz, side, tolerance))
     if not os.path.exists(name + '.mtx'):
         with open(name + '.msh', 'w') as f:

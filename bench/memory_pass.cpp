@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 
-// Compiled for the widest instructions too, and chosen at run time, so that the pass is held back by memory alone.
+// Also compiled for the widest instructions, chosen at run time, so that memory alone bounds the pass.
 #define VOXLITH_BENCH_WIDE [[gnu::target_clones("avx512f", "avx2", "default")]]
 
 namespace voxlith {

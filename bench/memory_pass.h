@@ -1,4 +1,4 @@
-// Plain passes over memory: what the machine can do at best with so many bytes.
+// Plain passes over memory: the least time that the machine needs for so many bytes.
 #pragma once
 
 #include <cstdint>

@@ -15,13 +15,13 @@ namespace voxlith {
 
 namespace {
 
-constexpr int corrections = 10;  // as many as the inversion remembers
+constexpr int corrections = 10;  // as many as the inversion stores
 
 struct OptimiserSetup {
     std::int32_t n = 0;
     std::vector<double> x, lower, upper, gradient, maxStep, reals;
-    std::vector<double> scratch;  // as large as the memory of corrections
-    std::vector<std::int32_t> codes, held, integers;
+    std::vector<double> scratch;  // as many values as the corrections take
+    std::vector<std::int32_t> codes, fixed, integers;
     double value = 0;
     TaskWord task{};
     OptimiserState state{};
@@ -43,7 +43,7 @@ double chainedRosenbrock(std::span<const double> x, std::span<double> gradient) 
 
 double oneCall(OptimiserSetup& setup) {
     return cpuSecondsOf([&] {
-        optimiserStep(0, 1, setup.n, corrections, setup.x, setup.lower, setup.upper, 0, setup.codes, setup.held,
+        optimiserStep(0, 1, setup.n, corrections, setup.x, setup.lower, setup.upper, 0, setup.codes, setup.fixed,
                       setup.maxStep, setup.value, setup.gradient, 0.0, 0.0, setup.reals, setup.integers, setup.task, -1,
                       setup.state);
     });
@@ -63,7 +63,7 @@ double oneIteration(OptimiserSetup& setup) {
     return seconds;
 }
 
-// All variables have the same bound code; a lower bound is 0, as with positivity. The memory of corrections is full.
+// All variables have the same bound code; a lower bound is 0, as with positivity. All corrections are stored.
 std::shared_ptr<OptimiserSetup> makeSetup(std::int32_t variables, std::int32_t boundCode) {
     auto setup = std::make_shared<OptimiserSetup>();
     setup->n = variables;
@@ -77,7 +77,7 @@ std::shared_ptr<OptimiserSetup> makeSetup(std::int32_t variables, std::int32_t b
     setup->gradient.assign(n, 0.0);
     setup->maxStep.assign(n, 0.0);
     setup->codes.assign(n, boundCode);
-    setup->held.assign(n, 0);
+    setup->fixed.assign(n, 0);
     setup->reals.assign(static_cast<std::size_t>(optimiserRealWorkspace(variables, corrections)), 0.0);
     setup->integers.assign(static_cast<std::size_t>(optimiserIntegerWorkspace(variables)), 0);
     setup->scratch.assign(2 * static_cast<std::size_t>(corrections) * n, 1.0);
@@ -90,7 +90,7 @@ std::shared_ptr<OptimiserSetup> makeSetup(std::int32_t variables, std::int32_t b
 
 }  // namespace
 
-std::vector<BenchmarkCase> optimiserBenchmarks(const BenchOptions& options) {
+std::vector<BenchmarkCase> optimiserBenchmarks(const BenchmarkOptions& options) {
     constexpr std::int32_t unbounded = 0, lowerBound = 1;
     const BenchmarkCase product = realRowBenchmarks(options).front();
     std::vector<BenchmarkCase> benchmarkCases;

@@ -1,5 +1,5 @@
-// Products of rows in their working form, without the transform, beside a pass over the coefficients as the file stores
-// them (int32 position and real32 value, eight bytes) and beside a general library's compressed-row product.
+// Products of blocked rows, without the transform, beside a pass over the coefficients as the file stores them (int32
+// index and real32 value, eight bytes) and beside Eigen's product with compressed rows.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -10,7 +10,7 @@
 
 #include "base/messages.h"
 #include "benchmark_groups.h"
-#include "csr_peer.h"
+#include "eigen_rows.h"
 #include "memory_pass.h"
 #include "row_patterns.h"
 #include "sensitivity/rows/block_kernels.h"
@@ -23,12 +23,12 @@ namespace {
 struct ProductSetup {
     SparseCoefStore store;
     LargeArray<std::int32_t> asInFile;  // the same coefficients as the file stores them, for the memory pass
-    std::shared_ptr<CsrMatrix> matrix;
+    std::shared_ptr<EigenRows> matrix;
     std::vector<double> padded;  // the transformed model
     std::vector<double> residual;
     std::vector<double> rowSums;
     std::vector<double> columnSums;  // padded array
-    std::uint64_t bits = 0;          // of the memory pass: used, so that the pass is not left out
+    std::uint64_t bits = 0;          // result of the memory pass, kept so that the compiler cannot drop the pass
 
     std::span<const std::int32_t> words() const { return wordsOf(store); }
 };
@@ -81,16 +81,16 @@ double largestDifference(std::span<const double> a, std::span<const double> b) {
     return largest / size;
 }
 
-// A fast product of something else would be worth nothing.
-void checkAgainstPeer(ProductSetup& setup) {
+// Times of products that differ could not be compared.
+void checkAgainstEigen(ProductSetup& setup) {
     std::vector<double> rowSums(setup.rowSums.size()), columnSums(setup.columnSums.size());
     multiply(setup);
-    csrTimes(*setup.matrix, setup.padded, rowSums);
+    multiplyByEigen(*setup.matrix, setup.padded, rowSums);
     multiplyTransposed(setup);
-    csrTransposedTimes(*setup.matrix, setup.residual, columnSums);
+    multiplyTransposedByEigen(*setup.matrix, setup.residual, columnSums);
     if (!(largestDifference(setup.rowSums, rowSums) < 1e-10 &&
           largestDifference(setup.columnSums, columnSums) < 1e-10)) {
-        throw RunError("the products differ from those of the peer");
+        throw RunError("the products differ from those of Eigen");
     }
 }
 
@@ -101,7 +101,7 @@ std::shared_ptr<ProductSetup> makeSetup(const RowPattern& pattern) {
     const std::span<const std::int32_t> raw = setup->words().last(static_cast<std::size_t>(2 * setup->store.capacity));
     setup->asInFile.assign(raw.begin(), raw.end());
     buildBlockedRows(setup->store, pattern.rowCount(), 1, pattern.paddedCount);
-    setup->matrix = makeCsrMatrix(pattern.paddedCount, pattern.offset, pattern.index, values);
+    setup->matrix = makeEigenRows(pattern.paddedCount, pattern.offset, pattern.index, values);
     std::mt19937_64 generator(2);
     std::normal_distribution<double> normal;
     setup->padded.resize(pattern.paddedCount);
@@ -110,27 +110,27 @@ std::shared_ptr<ProductSetup> makeSetup(const RowPattern& pattern) {
     std::generate(setup->residual.begin(), setup->residual.end(), [&] { return normal(generator); });
     setup->rowSums.resize(pattern.rowCount());
     setup->columnSums.resize(pattern.paddedCount);
-    checkAgainstPeer(*setup);
+    checkAgainstEigen(*setup);
     return setup;
 }
 
-// How far the merging of rows and the renumbering of positions went.
-std::string describeWorkingForm(const ProductSetup& setup) {
+// How many rows share one list of column indices.
+std::string describeBlockedRows(const ProductSetup& setup) {
     const BlockedRows& rows = setup.store.working[0];
     std::int64_t words = 0;
-    std::array<std::int64_t, 9> wordsInRunsOf{};
+    std::array<std::int64_t, 9> wordsInGroupsOf{};
     for (const RowGroup& run : rows.runs) {
         words += wordsOfRun(run);
-        wordsInRunsOf.at(static_cast<std::size_t>(run.rowCount)) += wordsOfRun(run);
+        wordsInGroupsOf.at(static_cast<std::size_t>(run.rowCount)) += wordsOfRun(run);
     }
     const auto percent = [&](std::size_t rowCount) {
-        return 100.0 * static_cast<double>(wordsInRunsOf.at(rowCount)) / static_cast<double>(words);
+        return 100.0 * static_cast<double>(wordsInGroupsOf.at(rowCount)) / static_cast<double>(words);
     };
     std::array<char, 240> text{};
     const auto coefficients = static_cast<double>(setup.store.capacity);
     std::snprintf(text.data(), text.size(),
-                  "%.1f million coefficients, %.2f bytes each in working form; %zu of %zu positions in use; bytes in "
-                  "runs of 8 rows: %.0f %%, of 4: %.0f %%, of 2: %.0f %%, of one: %.0f %%",
+                  "%.1f million coefficients, %.2f bytes each as blocked rows; %zu of %zu columns used; bytes in "
+                  "groups of 8 rows: %.0f %%, of 4: %.0f %%, of 2: %.0f %%, of one: %.0f %%",
                   1e-6 * coefficients, 4.0 * static_cast<double>(words) / coefficients, rows.usedColumns.size(),
                   setup.padded.size(), percent(8), percent(4), percent(2), percent(1));
     return text.data();
@@ -141,26 +141,26 @@ std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const st
     const auto forward = [setup] { return cpuSecondsOf([&] { multiply(*setup); }); };
     const auto transposed = [setup] { return cpuSecondsOf([&] { multiplyTransposed(*setup); }); };
     const auto pass = [setup] { return cpuSecondsOf([&] { setup->bits += readingPass(setup->asInFile); }); };
-    const auto csrForward = [setup] {
-        return cpuSecondsOf([&] { csrTimes(*setup->matrix, setup->padded, setup->rowSums); });
+    const auto eigenForward = [setup] {
+        return cpuSecondsOf([&] { multiplyByEigen(*setup->matrix, setup->padded, setup->rowSums); });
     };
-    const auto csrTransposed = [setup] {
-        return cpuSecondsOf([&] { csrTransposedTimes(*setup->matrix, setup->residual, setup->columnSums); });
+    const auto eigenTransposed = [setup] {
+        return cpuSecondsOf([&] { multiplyTransposedByEigen(*setup->matrix, setup->residual, setup->columnSums); });
     };
     return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass,
-             describeWorkingForm(*setup)},
-            {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, csrForward},
+             describeBlockedRows(*setup)},
+            {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, eigenForward},
             {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", 1.2, transposed, pass},
-            {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, csrTransposed}};
+            {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, eigenTransposed}};
 }
 
 }  // namespace
 
-std::vector<BenchmarkCase> realRowBenchmarks(const BenchOptions& options) {
+std::vector<BenchmarkCase> realRowBenchmarks(const BenchmarkOptions& options) {
     return productBenchmarks(repeatRows(readRealPattern(options), options.coefficients), "real rows");
 }
 
-std::vector<BenchmarkCase> randomRowBenchmarks(const BenchOptions& options) {
+std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options) {
     const RowPattern random = drawRandomRows(readRealPattern(options), 3);
     return productBenchmarks(repeatRows(random, options.coefficients), "random rows");
 }

@@ -1,5 +1,5 @@
-// voxlith-bench-ratios: prints one table of ratios, the program's work over that of its peers. Exit status 0 when the
-// table was printed, 1 with one line on standard error when it could not be.
+// voxlith-bench-ratios: prints one table of ratios, times of the program's kernels over times of their references. Exit
+// status 0 when the table was printed, 1 with one line on standard error when it could not be.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -11,10 +11,22 @@
 namespace {
 
 struct Run {
-    voxlith::BenchOptions options;
+    voxlith::BenchmarkOptions options;
     std::vector<std::string> groups = voxlith::benchmarkGroups();
     std::size_t rounds = 9;
+    bool tabs = false;
 };
+
+// The layout that bench/run reads: fields between tabs, no heading.
+void printFields(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
+    std::printf("%s\t%s\t%.6f\t%.6f\t%.6f\t", benchmarkCase.work.c_str(), benchmarkCase.reference.c_str(), result.ratio,
+                result.lowest, result.highest);
+    if (benchmarkCase.goal) {
+        std::printf("%.6f", *benchmarkCase.goal);
+    }
+    std::printf("\t%s\n", benchmarkCase.note.c_str());
+    std::fflush(stdout);
+}
 
 void printLine(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
     char goal[16] = "-";
@@ -22,7 +34,7 @@ void printLine(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::Bench
         std::snprintf(goal, sizeof goal, "%.2f", *benchmarkCase.goal);
     }
     const char* const verdict = !benchmarkCase.goal ? "" : result.ratio <= *benchmarkCase.goal ? "met" : "missed";
-    std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", benchmarkCase.work.c_str(), benchmarkCase.peer.c_str(),
+    std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", benchmarkCase.work.c_str(), benchmarkCase.reference.c_str(),
                 result.ratio, result.lowest, result.highest, goal, verdict);
     if (!benchmarkCase.note.empty()) {
         std::printf("    %s\n", benchmarkCase.note.c_str());
@@ -32,12 +44,15 @@ void printLine(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::Bench
 
 void printTable(const Run& run) {
     std::filesystem::create_directories(run.options.folder);
-    std::printf("CPU times of %zu rounds, work and peer by turns; lowest and highest are single rounds\n\n",
-                run.rounds);
-    std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "peer", "ratio", "lowest", "highest", "goal");
+    if (!run.tabs) {
+        std::printf("CPU times of %zu rounds, work and reference by turns; lowest and highest are single rounds\n\n",
+                    run.rounds);
+        std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "reference", "ratio", "lowest", "highest", "goal");
+    }
     for (const std::string& group : run.groups) {
         for (const voxlith::BenchmarkCase& benchmarkCase : voxlith::makeBenchmarkCases(group, run.options)) {
-            printLine(benchmarkCase, voxlith::measureRatio(benchmarkCase, run.rounds));
+            const voxlith::BenchmarkResult result = voxlith::measureRatio(benchmarkCase, run.rounds);
+            run.tabs ? printFields(benchmarkCase, result) : printLine(benchmarkCase, result);
         }
     }
 }
@@ -45,10 +60,10 @@ void printTable(const Run& run) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-    CLI::App program("Speed of voxlith beside its peers", "voxlith-bench-ratios");
+    CLI::App program("Speed of the kernels of voxlith beside references", "voxlith-bench-ratios");
     Run run;
     run.options.folder = (std::filesystem::temp_directory_path() / "voxlith-bench").string();
-    program.add_option("--mtx", run.options.mtxFile, "Sensitivity file to take rows from (default: one made once)")
+    program.add_option("--mtx", run.options.mtxFile, "Sensitivity file to take rows from (default: one computed once)")
         ->envname("BENCH_MTX");
     program.add_option("--folder", run.options.folder, "Folder for files of the benchmarks")->capture_default_str();
     program.add_option("--coefficients", run.options.coefficients, "Coefficients of the products, at least")
@@ -62,6 +77,7 @@ int main(int argumentCount, char** arguments) {
         ->capture_default_str();
     program.add_option("--rounds", run.rounds, "Rounds that count")->check(CLI::PositiveNumber)->capture_default_str();
     program.add_option("--only", run.groups, "Groups to run")->check(CLI::IsMember(voxlith::benchmarkGroups()));
+    program.add_flag("--tabs", run.tabs, "Fields between tabs, without a heading");
     CLI11_PARSE(program, argumentCount, arguments);
     try {
         printTable(run);

@@ -28,7 +28,7 @@ void makeSensitivityFile(const std::string& folder, const std::string& fileName)
     MtxOptions options;
     options.survey.meshFile = folder + "/bench.msh";
     options.survey.stationFile = folder + "/bench.obs";
-    options.survey.type = "gz";
+    options.survey.code = 0;
     options.outFile = fileName;
     writeText(options.survey.meshFile, "128 128 32\n0 0 0\n128*50\n128*50\n32*50\n");
     std::string stations = std::to_string(surveySide * surveySide) + "\n";
@@ -39,13 +39,13 @@ void makeSensitivityFile(const std::string& folder, const std::string& fileName)
         }
     }
     writeText(options.survey.stationFile, stations);
-    std::fprintf(stderr, "making the rows once: %s\n", fileName.c_str());
+    std::fprintf(stderr, "computing the sensitivity file once: %s\n", fileName.c_str());
     writeMtxFile(options);
 }
 
 }  // namespace
 
-RowPattern readRealPattern(const BenchOptions& options) {
+RowPattern readRealPattern(const BenchmarkOptions& options) {
     std::string fileName = options.mtxFile;
     if (fileName.empty()) {
         fileName = options.folder + "/bench.mtx";
@@ -58,10 +58,10 @@ RowPattern readRealPattern(const BenchOptions& options) {
     RowPattern pattern;
     pattern.paddedCount = static_cast<std::size_t>(file->sensitivity.header.nPadded);
     for (std::size_t r = 0; r < static_cast<std::size_t>(file->sensitivity.header.nData); ++r) {
-        for (const std::int32_t position : rawRowOf(file->sensitivity.store, r).coefIndex) {
-            pattern.index.push_back(position - 1);
+        for (const std::int32_t index : rawRowOf(file->sensitivity.store, r).coefIndex) {
+            pattern.index.push_back(index - 1);
         }
-        // The peers want rising positions; files of other makers may have them in any order.
+        // Eigen needs rising column indices; files of other programs may have them unsorted.
         std::sort(pattern.index.begin() + pattern.offset.back(), pattern.index.end());
         pattern.offset.push_back(static_cast<std::int64_t>(pattern.index.size()));
     }
@@ -89,11 +89,11 @@ RowPattern drawRandomRows(const RowPattern& pattern, std::uint64_t seed) {
     RowPattern random;
     random.paddedCount = pattern.paddedCount;
     for (std::size_t r = 0; r < pattern.rowCount(); ++r) {
-        // Takes each position with the chance that leaves exactly as many as are wanted (Knuth, Algorithm S).
+        // Selection sampling (Knuth 1997, The Art of Computer Programming 2, section 3.4.2, algorithm S).
         auto wanted = static_cast<std::uint64_t>(pattern.offset[r + 1] - pattern.offset[r]);
-        for (std::size_t position = 0; wanted > 0; ++position) {
-            if (generator() % (pattern.paddedCount - position) < wanted) {
-                random.index.push_back(static_cast<std::int32_t>(position));
+        for (std::size_t column = 0; wanted > 0; ++column) {
+            if (generator() % (pattern.paddedCount - column) < wanted) {
+                random.index.push_back(static_cast<std::int32_t>(column));
                 --wanted;
             }
         }

@@ -1,4 +1,4 @@
-// Which positions the rows keep: those of a real sensitivity file, or drawn at random.
+// Column indices of the stored coefficients: those of a real sensitivity file, or drawn at random.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace voxlith {
 
-// Row r has index[offset[r]] up to index[offset[r + 1] - 1]: positions from 0, rising within a row.
+// Row r has index[offset[r]] up to index[offset[r + 1] - 1]: columns from 0, rising within a row.
 struct RowPattern {
     std::size_t paddedCount = 0;
     std::vector<std::int64_t> offset{0};
@@ -19,14 +19,14 @@ struct RowPattern {
 };
 
 // The rows of the file that the options name. Without one: of a survey of vertical gravity with 46 x 46 stations over
-// a mesh of 128 x 128 x 32 cells, whose sensitivity file is made in the folder when it is not there yet; that takes
-// some minutes once. Throws RunError.
-RowPattern readRealPattern(const BenchOptions& options);
+// a mesh of 128 x 128 x 32 cells. Its sensitivity file is computed in the folder when it is not there yet, which takes
+// some minutes. Throws RunError.
+RowPattern readRealPattern(const BenchmarkOptions& options);
 
 // All rows again and again until there are `coefficients` at least.
 RowPattern repeatRows(const RowPattern& pattern, std::int64_t coefficients);
 
-// Rows as long as those of `pattern`, with positions drawn from the whole padded array.
+// Rows as long as those of `pattern`, with column indices drawn from the whole padded array.
 RowPattern drawRandomRows(const RowPattern& pattern, std::uint64_t seed);
 
 }  // namespace voxlith

@@ -19,7 +19,7 @@ struct TextSetup {
     std::vector<double> model;
     std::vector<double> readBack;
     std::string text;
-    std::string workFile, peerFile;
+    std::string workFile, referenceFile;
 };
 
 void printModel(const std::vector<double>& model, const std::string& fileName) {
@@ -45,8 +45,8 @@ std::string printedText(const std::vector<double>& model) {
     return text;
 }
 
-// Values of many sizes, with signs, as recovered models have them.
-std::shared_ptr<TextSetup> makeSetup(const BenchOptions& options) {
+// Values of many magnitudes and both signs, as recovered models have them.
+std::shared_ptr<TextSetup> makeSetup(const BenchmarkOptions& options) {
     auto setup = std::make_shared<TextSetup>();
     constexpr std::int32_t columnCells = 32;
     setup->mesh.nz = columnCells;
@@ -60,7 +60,7 @@ std::shared_ptr<TextSetup> makeSetup(const BenchOptions& options) {
     }
     setup->readBack.resize(setup->model.size());
     setup->workFile = options.folder + "/bench-work.txt";
-    setup->peerFile = options.folder + "/bench-peer.txt";
+    setup->referenceFile = options.folder + "/bench-reference.txt";
     return setup;
 }
 
@@ -81,18 +81,18 @@ void readWithStrtod(TextSetup& setup) {
 
 }  // namespace
 
-std::vector<BenchmarkCase> writerBenchmarks(const BenchOptions& options) {
+std::vector<BenchmarkCase> writerBenchmarks(const BenchmarkOptions& options) {
     const std::shared_ptr<TextSetup> setup = makeSetup(options);
     const auto work = [setup] {
         return cpuSecondsOf([&] {
             writeModelFile(setup->workFile, setup->mesh, 0, setup->model, {}, false, InversionStyle::standard);
         });
     };
-    const auto peer = [setup] { return cpuSecondsOf([&] { printModel(setup->model, setup->peerFile); }); };
-    return {{"model writer", "fprintf loop", 1.0 / 6.0, work, peer}};
+    const auto reference = [setup] { return cpuSecondsOf([&] { printModel(setup->model, setup->referenceFile); }); };
+    return {{"model writer", "fprintf loop", 1.0 / 6.0, work, reference}};
 }
 
-std::vector<BenchmarkCase> readerBenchmarks(const BenchOptions& options) {
+std::vector<BenchmarkCase> readerBenchmarks(const BenchmarkOptions& options) {
     const std::shared_ptr<TextSetup> setup = makeSetup(options);
     setup->text = printedText(setup->model);
     readWithStrtod(*setup);
@@ -102,8 +102,8 @@ std::vector<BenchmarkCase> readerBenchmarks(const BenchOptions& options) {
         throw RunError("the number reader differs from strtod");
     }
     const auto work = [setup] { return cpuSecondsOf([&] { readWithReader(*setup); }); };
-    const auto peer = [setup] { return cpuSecondsOf([&] { readWithStrtod(*setup); }); };
-    return {{"number reader, real64", "strtod loop", 1.0 / 4.0, work, peer}};
+    const auto reference = [setup] { return cpuSecondsOf([&] { readWithStrtod(*setup); }); };
+    return {{"number reader, real64", "strtod loop", 1.0 / 4.0, work, reference}};
 }
 
 }  // namespace voxlith

@@ -20,10 +20,7 @@ struct TransformSetup {
 
 std::shared_ptr<TransformSetup> makeSetup() {
     auto setup = std::make_shared<TransformSetup>();
-    for (const double tap : daubechiesTaps(4)) {
-        setup->filter.coefLow.push_back(static_cast<float>(tap));
-    }
-    setup->filter.coefHigh = mirrorTaps(setup->filter.coefLow);
+    setup->filter = daubechiesFilter(4);
     std::mt19937_64 generator(4);
     std::normal_distribution<double> normal;
     setup->padded.resize(setup->extents.total());
@@ -49,11 +46,11 @@ std::vector<BenchmarkCase> transformBenchmarks() {
             }
         });
     };
-    const std::string peer = "three read-and-write passes";
-    return {{"transform 256 x 256 x 64, 4 taps", peer, 3.0,
+    const std::string reference = "three read-and-write passes";
+    return {{"transform 256 x 256 x 64, 4 taps", reference, 3.0,
              [transform] { return transform(WaveletDirection::forward); }, passes},
-            {"inverse transform of the same", peer, 3.0, [transform] { return transform(WaveletDirection::inverse); },
-             passes}};
+            {"inverse transform of the same", reference, 3.0,
+             [transform] { return transform(WaveletDirection::inverse); }, passes}};
 }
 
 }  // namespace voxlith

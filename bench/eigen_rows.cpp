@@ -1,4 +1,4 @@
-#include "csr_peer.h"
+#include "eigen_rows.h"
 
 #include <Eigen/SparseCore>
 
@@ -18,13 +18,13 @@ Vector vectorOf(std::span<double> values) {
 
 }  // namespace
 
-struct CsrMatrix {
+struct EigenRows {
     Eigen::SparseMatrix<double, Eigen::RowMajor, std::int32_t> rows;
 };
 
-std::shared_ptr<CsrMatrix> makeCsrMatrix(std::size_t columns, std::span<const std::int64_t> offset,
+std::shared_ptr<EigenRows> makeEigenRows(std::size_t columns, std::span<const std::int64_t> offset,
                                          std::span<const std::int32_t> index, std::span<const float> value) {
-    auto matrix = std::make_shared<CsrMatrix>();
+    auto matrix = std::make_shared<EigenRows>();
     auto& rows = matrix->rows;
     rows.resize(static_cast<Eigen::Index>(offset.size() - 1), static_cast<Eigen::Index>(columns));
     rows.resizeNonZeros(static_cast<Eigen::Index>(index.size()));
@@ -38,11 +38,11 @@ std::shared_ptr<CsrMatrix> makeCsrMatrix(std::size_t columns, std::span<const st
     return matrix;
 }
 
-void csrTimes(const CsrMatrix& matrix, std::span<const double> in, std::span<double> out) {
+void multiplyByEigen(const EigenRows& matrix, std::span<const double> in, std::span<double> out) {
     vectorOf(out).noalias() = matrix.rows * vectorOf(in);
 }
 
-void csrTransposedTimes(const CsrMatrix& matrix, std::span<const double> in, std::span<double> out) {
+void multiplyTransposedByEigen(const EigenRows& matrix, std::span<const double> in, std::span<double> out) {
     vectorOf(out).noalias() = matrix.rows.transpose() * vectorOf(in);
 }
 
