@@ -24,12 +24,10 @@ void combineWithModel(GradientMode mode, const InversionProblem& problem, std::s
                       std::span<double> out) {
     const std::size_t cells = problem.mesh.cellCount();
     const double start = clockSeconds();
-    const ModelTerms terms{problem.mesh, problem.weights, problem.foldedWeight(0), hasVerticalTerms(problem.style()),
-                           widestInstructionSet()};
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
         const auto ofType = [&](const auto& array) { return std::span(array).subspan(type * cells, cells); };
         addRegularisationGradient(
-            terms, ofType(vector),
+            problem.regularisation(), ofType(vector),
             mode == GradientMode::gradient ? std::span<const double>(ofType(problem.arrays.refModel))
                                            : std::span<const double>{},
             referenceGradientWeight(problem, type), ofType(problem.bounds.fixedCell), problem.options.multiplier,

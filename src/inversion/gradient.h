@@ -8,11 +8,6 @@
 
 namespace voxlith {
 
-enum class GradientMode {
-    gradient,       // the vector is a model
-    hessianProduct  // the vector is any direction
-};
-
 // out (k, i, j, model type; not the array of `vector`) becomes half the derivative of the data and reference terms,
 // plus the differences of model_terms.h and the barrier part; fixed cells get 0, the barrier part apart.
 //

@@ -73,9 +73,7 @@ void evaluateGradient(Loop& loop) {
 
 void prepareArrays(Loop& loop) {
     const InversionProblem& problem = loop.problem;
-    buildRegularisationDiagonal(problem.mesh, problem.weights, problem.sensitivity, problem.arrays.regDiag);
-    buildPreconditioner(problem.sensitivity, problem.options.multiplier, problem.arrays.regDiag,
-                        problem.arrays.precond);
+    buildPreconditioner(problem);
     std::fill(problem.arrays.maxStep.begin(), problem.arrays.maxStep.end(), 0.0);
     std::fill(loop.delm.begin(), loop.delm.end(), 0.0);
     fixDeepCells(problem.style(), problem.mesh, loop.model, problem.bounds);

@@ -11,6 +11,7 @@
 
 #include "base/overhead_timers.h"
 #include "formats/weight_file.h"
+#include "inversion/regularisation.h"
 #include "sensitivity/product_tables.h"
 #include "sensitivity/sensitivity.h"
 #include "survey/data_types.h"
@@ -28,8 +29,8 @@ struct InversionOptions {
     std::int32_t nModelTypes = 1;
     std::array<std::string, maxFiles> modelLabel;  // at most 8 characters each; blank for none
     Positivity positivity = Positivity::notGiven;  // given, or set by the data type, before an inversion
-    double multiplier = 0;         // trade-off mu
-    std::int32_t iBackground = 0;  // 1: fit and remove the background, 2: remove BackVal
+    double multiplier = 0;                         // trade-off mu
+    std::int32_t iBackground = 0;                  // 1: fit and remove the background, 2: remove BackVal
     double BackVal = 0;
     std::int32_t startIteration = 0;  // iterations done by earlier runs
     std::int32_t maxIterations = 300;
@@ -76,6 +77,11 @@ struct InversionProblem {
     // it.
     std::span<const float> foldedWeight(std::size_t file) const {
         return sensitivity.foldDepthWeight ? sensitivity.depthWeightOf(file) : std::span<const float>{};
+    }
+    // The regularisation of any model type.
+    Regularisation regularisation() const {
+        // Compatibility: norm and differences of all model types take the depth weight of the first file.
+        return {mesh, weights, foldedWeight(0), hasVerticalTerms(style()), widestInstructionSet()};
     }
 };
 

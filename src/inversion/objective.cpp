@@ -13,10 +13,12 @@ ObjectiveTerms calcObjective(const InversionProblem& problem, const Barrier& bar
     ObjectiveTerms terms;
     terms.misfit = forwardData(problem.sensitivity, problem.mesh, problem.products, obs, problem.lines, model,
                                obs.predData, obs.obsData, obs.refData, problem.timers);
-    const ModelTerms modelTerms{problem.mesh, problem.weights, problem.foldedWeight(0),
-                                hasVerticalTerms(problem.style()), widestInstructionSet()};
-    const ModelNorms norms =
-        modelNorms(modelTerms, model, std::span(problem.arrays.refModel).first(problem.modelSize()));
+    ModelNorms norms;
+    const std::size_t cells = problem.mesh.cellCount();
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        addModelNorms(problem.regularisation(), model.subspan(type * cells, cells),
+                      std::span(problem.arrays.refModel).subspan(type * cells, cells), norms);
+    }
     terms.refNorm = norms.reference;
     terms.smoothY = norms.y;
     terms.smoothX = norms.x;

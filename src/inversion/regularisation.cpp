@@ -1,5 +1,6 @@
 #include "inversion/regularisation.h"
 
+#include <cassert>
 #include <cstddef>
 #include <vector>
 
@@ -11,23 +12,22 @@ double distance(const std::vector<double>& width, std::size_t first) {
     return (width[first] + width[first + 1]) * 0.5;
 }
 
-// Column (i, j) of the model type that begins at element `type` of the models.
-ModelColumn columnOf(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel,
-                     std::size_t type, std::size_t i, std::size_t j) {
-    const MeshGeometry& mesh = terms.mesh;
+ModelColumn columnOf(const Regularisation& regularisation, std::span<const double> model,
+                     std::span<const double> refModel, std::size_t i, std::size_t j) {
+    const MeshGeometry& mesh = regularisation.mesh;
     const std::size_t cell = mesh.cell(0, i, j);
     const auto height = static_cast<std::size_t>(mesh.nz);
     const auto row = height * static_cast<std::size_t>(mesh.nx);
     const bool hasNextX = i + 1 < static_cast<std::size_t>(mesh.nx);
     const bool hasNextY = j + 1 < static_cast<std::size_t>(mesh.ny);
     ModelColumn column;
-    column.model = model.data() + type + cell;
-    column.reference = refModel.empty() ? nullptr : refModel.data() + type + cell;
-    column.wtS = terms.weights.wtS.data() + cell;
-    column.wtE = terms.weights.wtE.data() + cell;
-    column.wtN = terms.weights.wtN.data() + cell;
-    column.wtZ = terms.weights.wtZ.data() + cell;
-    column.zWidth = terms.vertical ? mesh.zWidth.data() : nullptr;
+    column.model = model.data() + cell;
+    column.reference = refModel.empty() ? nullptr : refModel.data() + cell;
+    column.wtS = regularisation.weights.wtS.data() + cell;
+    column.wtE = regularisation.weights.wtE.data() + cell;
+    column.wtN = regularisation.weights.wtN.data() + cell;
+    column.wtZ = regularisation.weights.wtZ.data() + cell;
+    column.zWidth = regularisation.vertical ? mesh.zWidth.data() : nullptr;
     column.height = height;
     column.used = static_cast<std::size_t>(mesh.nzl);
     if (hasNextX) {
@@ -38,8 +38,8 @@ ModelColumn columnOf(const ModelTerms& terms, std::span<const double> model, std
         column.nextY = column.model + row;
         column.distanceY = distance(mesh.yWidth, j);
     }
-    if (!terms.depthWeight.empty()) {
-        column.depthWeight = terms.depthWeight.data() + cell;
+    if (!regularisation.depthWeight.empty()) {
+        column.depthWeight = regularisation.depthWeight.data() + cell;
         column.depthWeightNextX = hasNextX ? column.depthWeight + height : nullptr;
         column.depthWeightNextY = hasNextY ? column.depthWeight + row : nullptr;
     }
@@ -48,20 +48,25 @@ ModelColumn columnOf(const ModelTerms& terms, std::span<const double> model, std
 
 }  // namespace
 
-ModelNorms modelNorms(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel) {
-    ModelNorms norms;
-    for (std::size_t type = 0; type < model.size(); type += terms.mesh.cellCount())
-        for (std::size_t j = 0; j < static_cast<std::size_t>(terms.mesh.ny); ++j)
-            for (std::size_t i = 0; i < static_cast<std::size_t>(terms.mesh.nx); ++i)
-                addColumnNorms(columnOf(terms, model, refModel, type, i, j), terms.instructions, norms);
-    return norms;
+void addModelNorms(const Regularisation& regularisation, std::span<const double> model,
+                   std::span<const double> refModel, ModelNorms& norms) {
+    const MeshGeometry& mesh = regularisation.mesh;
+    assert(model.size() == mesh.cellCount() && refModel.size() == mesh.cellCount());
+    for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j) {
+        for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i) {
+            addColumnNorms(columnOf(regularisation, model, refModel, i, j), regularisation.instructions, norms);
+        }
+    }
 }
 
-void addRegularisationGradient(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel,
-                               std::span<const float> referenceWeight, std::span<const std::int32_t> fixedCell,
-                               double multiplier, std::span<const double> adjoint, double nData,
-                               std::span<double> out) {
-    const MeshGeometry& mesh = terms.mesh;
+void addRegularisationGradient(const Regularisation& regularisation, std::span<const double> model,
+                               std::span<const double> refModel, std::span<const float> referenceWeight,
+                               std::span<const std::int32_t> fixedCell, double multiplier,
+                               std::span<const double> adjoint, double nData, std::span<double> out) {
+    const MeshGeometry& mesh = regularisation.mesh;
+    assert(model.size() == mesh.cellCount() && fixedCell.size() == model.size() && adjoint.size() == model.size());
+    assert(out.size() == model.size() && out.data() != model.data() && out.data() != adjoint.data());
+    assert(referenceWeight.size() == regularisation.depthWeight.size());
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto height = static_cast<std::size_t>(mesh.nz);
     for (std::size_t j = 0; j < ny; ++j)
@@ -77,7 +82,8 @@ void addRegularisationGradient(const ModelTerms& terms, std::span<const double> 
                 gradient.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;
                 gradient.out = out.data() + cell;
                 gradient.outNextY = j + 1 < ny ? gradient.out + height * nx : nullptr;
-                addColumnGradient(columnOf(terms, model, refModel, 0, i, j), first, terms.instructions, gradient);
+                addColumnGradient(columnOf(regularisation, model, refModel, i, j), first, regularisation.instructions,
+                                  gradient);
             }
         }
 }

@@ -1,10 +1,21 @@
-// What the model by itself adds to the objective, and the gradients that the gradient takes for its derivative:
-// distance from the reference model and differences between neighbouring cells, all in one pass over the columns.
+// The regularisation of one model type: the model norm, its derivatives, and the diagonals that preconditioners need.
 //
-// Throughout, models are (k, i, j, model type), weights are (k, i, j), and the weight of a pair is that of its first
-// cell. A value is x/W, or x when `depthWeight` is empty; `depthWeight` (k, i, j) serves all model types of the call.
-// Pairs along y and x and the reference term are taken down to nzl, pairs along z over all of nz, and not at all for
-// the surface styles.
+//   phi_m(x) = sum over cells wS ((x - r)/W)^2  +  sum over pairs w ((x1/W1 - x2/W2)/h)^2
+//
+//   x   inversion variable (k, i, j)
+//   r   reference model in the units of x; a cell without one (a dummy) has no reference term
+//   W   depth weight of the cell; 1 throughout where the products apply it and the variable does not hold it
+//   wS  weight of the reference term, SmoothnessWeights::wtS
+//   w   weight of the pair, that of its first cell: wtE along x, wtN along y, wtZ along z
+//   h   distance of the two cell centres, m
+//
+// The reference term and pairs along x and y count down to layer nzl; pairs along z count in all nz layers, or not at
+// all (surface styles). Weights are real32, all sums real64. It is the norm of Li and Oldenburg (1996, 1998), discrete.
+//
+// There are two derivatives. With D = diag(1/W), difference operators G (1/h times +1, -1) and M = diag(w):
+//   exact       1/2 dphi_m/dx = D wS D (x - r) + D G'MG D x
+//   compatible  D' wS (x - r) + (h G)'MG D x, with D' the depth weights of the model type's own file. This is what
+//               `voxlith` follows. The differences are divided by h once and not by W again.
 #pragma once
 
 #include <cstdint>
@@ -16,26 +27,45 @@
 
 namespace voxlith {
 
-struct ModelTerms {
+enum class GradientMode {
+    gradient,       // the vector is a model
+    hessianProduct  // the vector is any direction
+};
+
+enum class NormForm { exact, compatible };
+
+struct Regularisation {
     const MeshGeometry& mesh;
     const SmoothnessWeights& weights;
-    std::span<const float> depthWeight;
-    bool vertical = true;  // with differences along z
+    std::span<const float> depthWeight;  // W (k, i, j); empty: 1 throughout
+    bool vertical = true;                // with pairs along z
     InstructionSet instructions = InstructionSet::plain;
 };
 
-// Along each axis the sum over the pairs of w ((v1 - v2)/distance)^2, the distance being half the sum of the two
-// widths; and the sum of wtS ((x - r)/W)^2 over the cells that have a reference in `refModel`.
-ModelNorms modelNorms(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel);
+// Adds the reference term and the terms of each axis. All models are (k, i, j).
+void addModelNorms(const Regularisation& regularisation, std::span<const double> model,
+                   std::span<const double> refModel, ModelNorms& norms);
 
-// out = multiplier * gradients + adjoint / nData for one model type, 0 where fixedCell is not 0. A pair gives w (v1 -
-// v2)/distance to its first cell and takes it from the second. The difference is divided by the distance once and not
-// by W again: this is not the derivative of the norms where widths or weights differ from 1, and stays so, since step
-// lengths and models of earlier versions rest on it. The reference gradients by wtS (x - r)/W, a cell without one
-// towards 0; so do all cells when `refModel` is empty. The W of this gradient is `referenceWeight` (k, i, j), which is
-// empty when `depthWeight` is.
-void addRegularisationGradient(const ModelTerms& terms, std::span<const double> model, std::span<const double> refModel,
-                               std::span<const float> referenceWeight, std::span<const std::int32_t> fixedCell,
-                               double multiplier, std::span<const double> adjoint, double nData, std::span<double> out);
+// out += scale times half the exact derivative at `vector`, or, for a Hessian product, times half the second derivative
+// by `vector`; `refModel` then only says which cells have a reference. `out` is another array than `vector`.
+void addNormGradient(const Regularisation& regularisation, GradientMode mode, std::span<const double> vector,
+                     std::span<const double> refModel, double scale, std::span<double> out);
+
+// out += scale times the diagonal of the Hessian product of a form. In the compatible form every cell down to nzl has a
+// reference term, with the depth weight W.
+void addNormDiagonal(const Regularisation& regularisation, NormForm form, std::span<const double> refModel,
+                     double scale, std::span<double> out);
+
+// The compatible form in one pass with the data part: out = multiplier * gradient + adjoint / nData, 0 where fixedCell
+// is not 0. A cell without a reference is drawn towards 0; so are all cells when `refModel` is empty. `referenceWeight`
+// (k, i, j) is the W of D', empty when `depthWeight` is.
+void addRegularisationGradient(const Regularisation& regularisation, std::span<const double> model,
+                               std::span<const double> refModel, std::span<const float> referenceWeight,
+                               std::span<const std::int32_t> fixedCell, double multiplier,
+                               std::span<const double> adjoint, double nData, std::span<double> out);
+
+// diagonal += wS/W^2 of each cell, and w/W^2 of each pair for both its cells, W being that of the first cell. It counts
+// all layers and all axes, whatever the style. All arithmetic is real32.
+void addPreconditionerDiagonal(const Regularisation& regularisation, std::span<float> diagonal);
 
 }  // namespace voxlith

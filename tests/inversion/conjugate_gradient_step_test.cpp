@@ -25,9 +25,7 @@ struct Solved {
 };
 
 Solved solve(SmallProblem& small, const ConjugateGradientLimits& limits = {}, const Barrier& barrier = {}) {
-    auto& precond = small.arrays.precond;
-    buildRegularisationDiagonal(small.mesh, small.weights, small.sensitivity, small.arrays.regDiag);
-    buildPreconditioner(small.sensitivity, small.options.multiplier, small.arrays.regDiag, precond);
+    buildPreconditioner(small.problem());
     calcObjective(small.problem(), barrier, small.arrays.model);
     Solved solved;
     solved.step.assign(small.modelSize(), 0.0);

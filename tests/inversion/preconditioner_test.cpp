@@ -56,10 +56,10 @@ TEST(Preconditioner, CountsAllPairsOfAllFilesWhateverTheStyle) {
                 options.seed = ++seed;
                 SCOPED_TRACE("seed " + std::to_string(seed));
                 const auto small = makeSmallProblem(options);
-                small->mesh.nzl = 2;  // has no say here
+                small->mesh.nzl = 2;  // does not matter here
                 auto& regDiag = small->arrays.regDiag;
                 std::fill(regDiag.begin(), regDiag.end(), 1e9F);
-                buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
+                buildPreconditioner(small->problem());
                 const std::vector<double> want = diagonalByPairs(*small);
                 for (std::size_t n = 0; n < want.size(); ++n)
                     EXPECT_NEAR(static_cast<double>(regDiag[n]), want[n], 3e-6 * want[n]);
@@ -74,8 +74,8 @@ TEST(Preconditioner, DiagonalIsSummedInSinglePrecision) {
     small->weights.wtS = {1.0F, 1.0F};
     small->weights.wtZ = {1e-8F, 0.0F};
     small->sensitivity.depthWeight = {1.0F, 3.0F};
-    std::vector<float> regDiag(2);
-    buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
+    const std::vector<float>& regDiag = small->arrays.regDiag;
+    buildPreconditioner(small->problem());
     EXPECT_EQ(regDiag[0], 1.0F);
     EXPECT_EQ(regDiag[1], 1.0F / 9.0F + 1e-8F);
 }
@@ -87,7 +87,7 @@ TEST(Preconditioner, SingleLayerNeverReadsTheVerticalWeight) {
     const auto small = makeSmallProblem(options);
     std::fill(small->weights.wtZ.begin(), small->weights.wtZ.end(), std::numeric_limits<float>::quiet_NaN());
     auto& regDiag = small->arrays.regDiag;
-    buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
+    buildPreconditioner(small->problem());
     const std::vector<double> want = diagonalByPairs(*small);
     for (std::size_t n = 0; n < want.size(); ++n)
         EXPECT_NEAR(static_cast<double>(regDiag[n]), want[n], 3e-6 * want[n]);
@@ -98,11 +98,11 @@ TEST(Preconditioner, IsTheInverseRootOfTheWholeDiagonal) {
     options.nMtx = 2;
     for (const bool fold : {true, false}) {
         options.fold = fold;
+        options.multiplier = 0.7;
         const auto small = makeSmallProblem(options);
-        auto& regDiag = small->arrays.regDiag;
-        auto& precond = small->arrays.precond;
-        buildRegularisationDiagonal(small->mesh, small->weights, small->sensitivity, regDiag);
-        buildPreconditioner(small->sensitivity, 0.7, regDiag, precond);
+        const auto& regDiag = small->arrays.regDiag;
+        const auto& precond = small->arrays.precond;
+        buildPreconditioner(small->problem());
         for (std::size_t n = 0; n < precond.size(); ++n) {
             const double w = fold ? static_cast<double>(small->sensitivity.depthWeight[n]) : 1.0;
             const double diagonal = 0.7 * static_cast<double>(regDiag[n]) * (w * w) + small->sensitivity.gtgdiag[n];
@@ -111,11 +111,13 @@ TEST(Preconditioner, IsTheInverseRootOfTheWholeDiagonal) {
     }
 }
 
-TEST(Preconditioner, CellThatNothingHoldsIsInfinite) {
-    const auto small = makeSmallProblem();
+TEST(Preconditioner, CellWithoutAnyTermIsInfinite) {
+    SmallOptions options;
+    options.multiplier = 0.0;
+    const auto small = makeSmallProblem(options);
     small->sensitivity.gtgdiag[7] = 0.0;
-    std::vector<float> precond(small->cells());
-    buildPreconditioner(small->sensitivity, 0.0, std::vector<float>(small->cells(), 1.0F), precond);
+    const auto& precond = small->arrays.precond;
+    buildPreconditioner(small->problem());
     EXPECT_TRUE(std::isinf(precond[7]));
     EXPECT_TRUE(std::isfinite(precond[6]));
 }

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -58,9 +60,12 @@ struct Problem {
         const double x = model[type * mesh.cellCount() + cell];
         return shape.weighted ? x / static_cast<double>(depthWeight[cell]) : x;
     }
-    ModelTerms terms(InstructionSet instructions) const {
+    Regularisation operatorWith(InstructionSet instructions = InstructionSet::plain) const {
         return {mesh, weights, shape.weighted ? std::span(depthWeight) : std::span<const float>(), shape.vertical,
                 instructions};
+    }
+    std::span<const double> ofType(const std::vector<double>& models, std::size_t type) const {
+        return std::span(models).subspan(type * mesh.cellCount(), mesh.cellCount());
     }
     std::string name() const {
         return std::to_string(shape.nx) + " x " + std::to_string(shape.ny) + " x " + std::to_string(shape.nz) +
@@ -72,7 +77,7 @@ struct Problem {
 struct Pair {
     std::size_t first, second;
     float weight;
-    double apart;
+    double distance;
 };
 
 // All pairs along an axis in the order of their first cells.
@@ -102,7 +107,7 @@ double normAlong(char axis, const Problem& p) {
     double sum = 0.0;
     for (std::size_t type = 0; type < p.shape.types; ++type)
         for (const Pair& pair : pairsAlong(axis, p)) {
-            const double slope = (p.valueAt(type, pair.first) - p.valueAt(type, pair.second)) / pair.apart;
+            const double slope = (p.valueAt(type, pair.first) - p.valueAt(type, pair.second)) / pair.distance;
             sum += static_cast<double>(pair.weight) * (slope * slope);
         }
     return sum;
@@ -124,13 +129,13 @@ double referenceNorm(const Problem& p) {
 }
 
 // The gradient axis by axis, each over the whole model before the next begins.
-std::vector<double> pullByPasses(const Problem& p, bool referenced, double multiplier, double nData) {
+std::vector<double> gradientByPasses(const Problem& p, bool referenced, double multiplier, double nData) {
     const std::size_t cells = p.mesh.cellCount();
     std::vector<double> out(cells, 0.0);
     for (const char axis : {'y', 'x', 'z'})
         for (const Pair& pair : pairsAlong(axis, p)) {
-            const double gradient =
-                static_cast<double>(pair.weight) * (p.valueAt(0, pair.first) - p.valueAt(0, pair.second)) / pair.apart;
+            const double gradient = static_cast<double>(pair.weight) *
+                                    (p.valueAt(0, pair.first) - p.valueAt(0, pair.second)) / pair.distance;
             out[pair.first] += gradient;
             out[pair.second] -= gradient;
         }
@@ -171,11 +176,13 @@ std::vector<InstructionSet> instructionSets() {
     return {InstructionSet::plain, std::min(InstructionSet::avx2, widest), widest};
 }
 
-TEST(ModelTerms, NormsAreTheSumsOfPlainLoopsBitForBit) {
+TEST(Regularisation, NormsAreTheSumsOfPlainLoopsBitForBit) {
     for (const Problem& p : problems())
         for (const InstructionSet instructions : instructionSets()) {
             SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
-            const ModelNorms norms = modelNorms(p.terms(instructions), p.model, p.refModel);
+            ModelNorms norms;
+            for (std::size_t type = 0; type < p.shape.types; ++type)
+                addModelNorms(p.operatorWith(instructions), p.ofType(p.model, type), p.ofType(p.refModel, type), norms);
             EXPECT_EQ(norms.y, normAlong('y', p));
             EXPECT_EQ(norms.x, normAlong('x', p));
             EXPECT_EQ(norms.z, normAlong('z', p));
@@ -183,21 +190,157 @@ TEST(ModelTerms, NormsAreTheSumsOfPlainLoopsBitForBit) {
         }
 }
 
-TEST(ModelTerms, PullIsThatOfOnePassAnAxisBitForBit) {
+TEST(Regularisation, CompatibleGradientIsThatOfOnePassPerAxisBitForBit) {
     for (const Problem& p : problems())
         for (const InstructionSet instructions : instructionSets())
             for (const bool referenced : {false, true}) {
                 SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
                 const std::size_t cells = p.mesh.cellCount();
                 std::vector<double> out(cells, 7.0);
-                addRegularisationGradient(p.terms(instructions), std::span(p.model).first(cells),
+                addRegularisationGradient(p.operatorWith(instructions), std::span(p.model).first(cells),
                                           referenced ? std::span(p.refModel).first(cells) : std::span<const double>(),
                                           p.shape.weighted ? std::span(p.referenceWeight) : std::span<const float>(),
                                           std::span(p.fixedCell).first(cells), 0.3, std::span(p.adjoint).first(cells),
                                           17.0, out);
-                const std::vector<double> expected = pullByPasses(p, referenced, 0.3, 17.0);
+                const std::vector<double> expected = gradientByPasses(p, referenced, 0.3, 17.0);
                 EXPECT_EQ(std::memcmp(out.data(), expected.data(), cells * sizeof(double)), 0);
             }
+}
+
+// Small meshes, on which every column of the Hessian can be looked at. Widths along x are negative, as those of falling
+// nodes.
+std::vector<Problem> smallProblems() {
+    std::vector<Problem> all;
+    unsigned seed = 50;
+    for (const bool weighted : {false, true})
+        for (const bool vertical : {false, true})
+            for (const Shape& shape : {Shape{3, 2, 4, 4, 1, false, false},
+                                       {2, 3, 5, 3, 1, false, false},
+                                       {4, 4, 1, 1, 1, false, false},
+                                       {1, 1, 6, 6, 1, false, false}}) {
+                Shape asked = shape;
+                asked.weighted = weighted;
+                asked.vertical = vertical;
+                all.emplace_back(asked, seed++);
+                for (double& width : all.back().mesh.xWidth)
+                    width = -width;
+            }
+    return all;
+}
+
+double normOf(const Problem& p, const std::vector<double>& model) {
+    ModelNorms norms;
+    addModelNorms(p.operatorWith(), model, p.refModel, norms);
+    return norms.reference + norms.y + norms.x + norms.z;
+}
+
+std::vector<double> normGradient(const Problem& p, GradientMode mode, const std::vector<double>& vector) {
+    std::vector<double> out(vector.size(), 0.0);
+    addNormGradient(p.operatorWith(), mode, vector, p.refModel, 1.0, out);
+    return out;
+}
+
+std::vector<double> compatibleProduct(const Problem& p, const std::vector<double>& vector) {
+    std::vector<double> out(vector.size());
+    const std::vector<double> none(vector.size(), 0.0);
+    const std::vector<std::int32_t> free(vector.size(), 0);
+    const Regularisation regularisation = p.operatorWith();
+    addRegularisationGradient(regularisation, vector, {}, regularisation.depthWeight, free, 1.0, none, 1.0, out);
+    return out;
+}
+
+double dot(const std::vector<double>& a, const std::vector<double>& b) {
+    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
+}
+
+std::vector<double> randomVector(std::size_t size, unsigned seed) {
+    std::mt19937 generator(seed);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    std::vector<double> vector(size);
+    for (double& element : vector)
+        element = value(generator);
+    return vector;
+}
+
+// phi(x + e p) - phi(x) - 2 e g.p is e^2 p'Hp exactly, as the norm is quadratic: over six decades of e its ratio to e^2
+// is p'Hp until rounding takes over.
+TEST(Regularisation, ExactGradientShowsOrderTwoInTheTaylorTable) {
+    for (const Problem& p : smallProblems()) {
+        SCOPED_TRACE(p.name());
+        const std::vector<double> direction = randomVector(p.model.size(), 7);
+        const double start = normOf(p, p.model);
+        const double slope = 2.0 * dot(normGradient(p, GradientMode::gradient, p.model), direction);
+        const double curvature = dot(normGradient(p, GradientMode::hessianProduct, direction), direction);
+        ASSERT_GT(std::abs(slope), 1e-3);
+        ASSERT_GT(curvature, 1e-3);
+        for (double step = 10.0; step > 5e-6; step *= 0.1) {
+            std::vector<double> moved = p.model;
+            for (std::size_t n = 0; n < moved.size(); ++n)
+                moved[n] += step * direction[n];
+            const double ratio = (normOf(p, moved) - start - step * slope) / (step * step);
+            const double rounding = 1e-14 * start / (step * step);
+            EXPECT_NEAR(ratio, curvature, 1e-10 * curvature + rounding) << "step " << step;
+        }
+    }
+}
+
+TEST(Regularisation, ExactHessianIsItsOwnAdjoint) {
+    for (const Problem& p : smallProblems()) {
+        SCOPED_TRACE(p.name());
+        const std::vector<double> a = randomVector(p.model.size(), 8), b = randomVector(p.model.size(), 9);
+        const double forth = dot(normGradient(p, GradientMode::hessianProduct, a), b);
+        const double back = dot(a, normGradient(p, GradientMode::hessianProduct, b));
+        EXPECT_NEAR(forth, back, 1e-12 * (std::abs(forth) + 1.0));
+    }
+}
+
+TEST(Regularisation, ExactGradientIsZeroAtTheReferenceWhereThatIsUniform) {
+    Problem p({4, 3, 5, 5, 1, false, true}, 90);
+    std::fill(p.refModel.begin(), p.refModel.end(), 2.5);
+    EXPECT_EQ(normGradient(p, GradientMode::gradient, p.refModel), std::vector<double>(p.model.size(), 0.0));
+    EXPECT_EQ(normOf(p, p.refModel), 0.0);
+}
+
+TEST(Regularisation, GradientIsAddedInTheScaleThatIsAskedFor) {
+    const Problem p({3, 3, 4, 3, 1, true, true}, 91);
+    const std::vector<double> gradient = normGradient(p, GradientMode::gradient, p.model);
+    std::vector<double> out(p.model.size(), 5.0), diagonal(p.model.size(), 5.0), plain(p.model.size(), 0.0);
+    addNormGradient(p.operatorWith(), GradientMode::gradient, p.model, p.refModel, -2.0, out);
+    addNormDiagonal(p.operatorWith(), NormForm::exact, p.refModel, -2.0, diagonal);
+    addNormDiagonal(p.operatorWith(), NormForm::exact, p.refModel, 1.0, plain);
+    for (std::size_t n = 0; n < out.size(); ++n) {
+        EXPECT_NEAR(out[n], 5.0 - 2.0 * gradient[n], 1e-12);
+        EXPECT_NEAR(diagonal[n], 5.0 - 2.0 * plain[n], 1e-12);
+    }
+}
+
+TEST(Regularisation, DiagonalsAreThoseOfTheirOperators) {
+    for (const Problem& p : smallProblems())
+        for (const NormForm form : {NormForm::exact, NormForm::compatible}) {
+            SCOPED_TRACE(p.name() + (form == NormForm::exact ? " exact" : " compatible"));
+            const std::size_t cells = p.model.size();
+            std::vector<double> diagonal(cells, 0.0);
+            addNormDiagonal(p.operatorWith(), form, p.refModel, 1.0, diagonal);
+            for (std::size_t n = 0; n < cells; ++n) {
+                std::vector<double> unit(cells, 0.0);
+                unit[n] = 1.0;
+                const std::vector<double> column = form == NormForm::exact
+                                                       ? normGradient(p, GradientMode::hessianProduct, unit)
+                                                       : compatibleProduct(p, unit);
+                EXPECT_NEAR(diagonal[n], column[n], 1e-12 * (1.0 + std::abs(column[n]))) << "cell " << n;
+            }
+        }
+}
+
+TEST(Regularisation, FormsAgreeWhereWidthsAndWeightsAreOne) {
+    Problem p({4, 3, 5, 5, 1, false, true}, 92);
+    for (std::vector<double>* widths : {&p.mesh.xWidth, &p.mesh.yWidth, &p.mesh.zWidth})
+        std::fill(widths->begin(), widths->end(), 1.0);
+    std::fill(p.refModel.begin(), p.refModel.end(), 0.0);
+    const std::vector<double> exact = normGradient(p, GradientMode::hessianProduct, p.model);
+    const std::vector<double> compatible = compatibleProduct(p, p.model);
+    for (std::size_t n = 0; n < exact.size(); ++n)
+        EXPECT_NEAR(exact[n], compatible[n], 1e-13);
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
 #include "init/tradeoff_search.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
+#include <span>
 
+#include "formats/weight_file.h"
 #include "forward/progress_line.h"
+#include "inversion/conjugate_gradient.h"
+#include "inversion/regularisation.h"
+#include "optim/vector_kernels.h"
 #include "sensitivity/products.h"
 #include "survey/dummy_value.h"
 
@@ -13,7 +17,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr double normFactor = 1.0e8;  // of the program's model norm
+constexpr double differenceFactor = 1.0e8;  // of the program's model norm
 constexpr int mostTrials = 30;
 constexpr int stepsOfTrial = 12;
 constexpr double ratioOfTrials = 2.0;
@@ -22,34 +26,35 @@ struct Search {
     std::vector<std::unique_ptr<MtxFile>>& files;
     const TradeoffProblem& problem;
     std::vector<std::vector<double>> data, weight;  // by file; weight 1/s^2 over the number of data, 0 at dummies
-    std::size_t cells = 0;
-    std::size_t freeLayers = 0;
-    std::array<double, 3> alpha{1.0, 1.0, 1.0};      // x, y, z
+    MeshGeometry mesh;                              // of the files, with absolute widths
+    SmoothnessWeights weights;                      // of the model norm, with the depth weight
+    std::vector<std::int32_t> fixedCell;
     std::vector<double> dataDiagonal, normDiagonal;  // by cell
-    std::vector<double> response, product;           // work: data, cells
+    std::vector<double> response;                    // work: data
+    std::vector<double> product, dataPart;           // work: cells
     OverheadTimers timers;
 };
 
-// A surface style leaves as many cells of a column free as its code says.
-std::size_t freeLayersOf(const MtxFile& file) {
-    const auto covered = static_cast<std::size_t>(file.mesh.nzl);
-    return freeCellsPerColumn(file.sensitivity.header.inversionStyle, covered);
-}
+// The vectors of a conjugate-gradient solution and its preconditioner.
+struct ConjugateWork {
+    std::vector<double> residual, direction, product, preconditioned;
+    std::vector<float> precond;
+};
 
 // out = predicted data of a file.
-void predict(Search& search, const std::vector<double>& model, std::size_t n) {
+void predict(Search& search, std::span<const double> model, std::size_t n) {
     MtxFile& file = *search.files[n];
     modelProduct(file.sensitivity, file.mesh, model, search.response, 0, {}, search.timers);
 }
 
 // Adds the transposed product of the weighted search.response to `out`.
-void addTransposed(Search& search, std::size_t n, std::vector<double>& out) {
+void addTransposed(Search& search, std::size_t n, std::span<double> out) {
     MtxFile& file = *search.files[n];
     for (std::size_t r = 0; r < search.response.size(); ++r) {
         search.response[r] *= search.weight[n][r];
     }
     transposeProduct(file.sensitivity, file.mesh, search.response, search.product, 0, {}, search.timers);
-    for (std::size_t cell = 0; cell < search.cells; ++cell) {
+    for (std::size_t cell = 0; cell < out.size(); ++cell) {
         out[cell] += search.product[cell];
     }
 }
@@ -71,116 +76,48 @@ double volumeOf(const MeshGeometry& mesh) {
     return length(mesh.xNode) * length(mesh.yNode) * length(mesh.zNode);
 }
 
-// Calls visit(cell, neighbour, weight) for each pair of neighbours and visit(cell, cell, weight) for each cell: the
-// terms of the model norm are weight (m - m')^2 and weight m^2. It is the norm whose gradient the program follows,
-// which divides differences by the distance once, not twice, and carries the depth weight: where a run ends depends on
-// that one.
-template <class Visit>
-void visitNorm(const Search& search, const Visit& visit) {
-    const MeshGeometry& mesh = search.files.front()->mesh;
-    const double scale = normFactor / volumeOf(mesh);
-    const auto pair = [](double first, double second) { return 2.0 / (std::abs(first) + std::abs(second)); };
-    const std::vector<float>& depthWeight = search.files.front()->sensitivity.depthWeight;
-    for (std::size_t j = 0; j < mesh.yWidth.size(); ++j) {
-        for (std::size_t i = 0; i < mesh.xWidth.size(); ++i) {
-            for (std::size_t k = 0; k < search.freeLayers; ++k) {
-                const std::size_t cell = mesh.cell(k, i, j);
-                const double volume = scale * std::abs(mesh.xWidth[i] * mesh.yWidth[j] * mesh.zWidth[k]) *
-                                      static_cast<double>(depthWeight[cell]);
-                visit(cell, cell, volume * search.problem.alphaS);
-                if (i + 1 < mesh.xWidth.size()) {
-                    visit(cell, mesh.cell(k, i + 1, j),
-                          search.alpha[0] * volume * pair(mesh.xWidth[i], mesh.xWidth[i + 1]));
-                }
-                if (j + 1 < mesh.yWidth.size()) {
-                    visit(cell, mesh.cell(k, i, j + 1),
-                          search.alpha[1] * volume * pair(mesh.yWidth[j], mesh.yWidth[j + 1]));
-                }
-                if (k + 1 < search.freeLayers) {
-                    visit(cell, mesh.cell(k + 1, i, j),
-                          search.alpha[2] * volume * pair(mesh.zWidth[k], mesh.zWidth[k + 1]));
-                }
-            }
-        }
-    }
+// The norm whose gradient the program follows: differences divided by the distance once, and the depth weight of the
+// first cell in the weight of a term, as the model here is the physical one. Where a run ends depends on that gradient.
+Regularisation regularisationOf(const Search& search) {
+    return {search.mesh, search.weights, {}, true, widestInstructionSet()};
 }
 
-// Adds factor times half the gradient of the model norm.
-void addNormProduct(const Search& search, double factor, const std::vector<double>& model, std::vector<double>& out) {
-    visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
-        if (cell == neighbour) {
-            out[cell] += factor * weight * model[cell];
-            return;
-        }
-        const double flow = factor * weight * (model[cell] - model[neighbour]);
-        out[cell] += flow;
-        out[neighbour] -= flow;
-    });
-}
-
-// Cells that the style holds take no part.
-void fixDeepCells(const Search& search, std::vector<double>& model) {
-    const auto nz = static_cast<std::size_t>(search.files.front()->mesh.nz);
-    for (std::size_t cell = 0; cell < model.size(); ++cell) {
-        if (cell % nz >= search.freeLayers) {
-            model[cell] = 0.0;
-        }
-    }
-}
-
-void hessianProduct(Search& search, double tradeoff, const std::vector<double>& model, std::vector<double>& out) {
-    std::fill(out.begin(), out.end(), 0.0);
+// out = transposed product of the weighted predicted data, plus tradeoff times half the gradient of the norm; 0 for
+// fixed cells.
+void hessianProduct(Search& search, double tradeoff, std::span<const double> model, std::span<double> out) {
+    std::fill(search.dataPart.begin(), search.dataPart.end(), 0.0);
     for (std::size_t n = 0; n < search.files.size(); ++n) {
         predict(search, model, n);
-        addTransposed(search, n, out);
+        addTransposed(search, n, search.dataPart);
     }
-    addNormProduct(search, tradeoff, model, out);
-    fixDeepCells(search, out);
+    addRegularisationGradient(regularisationOf(search), model, {}, {}, search.fixedCell, tradeoff, search.dataPart, 1.0,
+                              out);
 }
 
-double dot(const std::vector<double>& a, const std::vector<double>& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
-
-void precondition(const Search& search, double tradeoff, const std::vector<double>& residual,
-                  std::vector<double>& out) {
-    for (std::size_t cell = 0; cell < residual.size(); ++cell) {
+void fillPreconditioner(const Search& search, double tradeoff, std::span<float> precond) {
+    for (std::size_t cell = 0; cell < precond.size(); ++cell) {
         const double diagonal = search.dataDiagonal[cell] + tradeoff * search.normDiagonal[cell];
-        out[cell] = diagonal > 0 ? residual[cell] / diagonal : 0.0;
+        precond[cell] = diagonal > 0 ? static_cast<float>(1.0 / diagonal) : 0.0F;
     }
 }
-
-struct ConjugateWork {
-    std::vector<double> residual, direction, image, preconditioned;
-};
 
 // Some steps of conjugate gradients from `model` on.
 void improveModel(Search& search, double tradeoff, const std::vector<double>& rightSide, std::vector<double>& model,
                   ConjugateWork& work) {
-    hessianProduct(search, tradeoff, model, work.image);
+    const ConjugateGradientVectors vectors{model, work.residual, work.direction, work.preconditioned, work.product};
+    hessianProduct(search, tradeoff, model, work.residual);
     for (std::size_t cell = 0; cell < model.size(); ++cell) {
-        work.residual[cell] = rightSide[cell] - work.image[cell];
+        work.residual[cell] -= rightSide[cell];
     }
-    precondition(search, tradeoff, work.residual, work.preconditioned);
-    work.direction = work.preconditioned;
-    double product = dot(work.residual, work.preconditioned);
-    for (int step = 0; step < stepsOfTrial && product > 0; ++step) {
-        hessianProduct(search, tradeoff, work.direction, work.image);
-        const double curvature = dot(work.direction, work.image);
+    fillPreconditioner(search, tradeoff, work.precond);
+    double rz = startConjugateGradients(vectors, work.precond);
+    for (int step = 0; step < stepsOfTrial && rz > 0; ++step) {
+        hessianProduct(search, tradeoff, work.direction, work.product);
+        const double curvature = innerProduct(work.direction, work.product);
         if (!(curvature > 0) || !std::isfinite(curvature)) {
             return;
         }
-        const double length = product / curvature;
-        for (std::size_t cell = 0; cell < model.size(); ++cell) {
-            model[cell] += length * work.direction[cell];
-            work.residual[cell] -= length * work.image[cell];
-        }
-        precondition(search, tradeoff, work.residual, work.preconditioned);
-        const double next = dot(work.residual, work.preconditioned);
-        for (std::size_t cell = 0; cell < model.size(); ++cell) {
-            work.direction[cell] = work.preconditioned[cell] + next / product * work.direction[cell];
-        }
-        product = next;
+        rz = stepConjugateGradients(vectors, work.precond, rz);
     }
 }
 
@@ -211,34 +148,68 @@ void prepareFiles(Search& search) {
     }
 }
 
+// Weights of cells that the style leaves free, and of the pairs between them; 0 for all others.
+void prepareWeights(Search& search) {
+    const MtxFile& first = *search.files.front();
+    const std::vector<float>& depthWeight = first.sensitivity.depthWeight;
+    const InversionStyle style = first.sensitivity.header.inversionStyle;
+    const double vertical = hasVerticalTerms(style) ? 1.0 : 0.0;
+    search.mesh = first.mesh;
+    const MeshGeometry& mesh = search.mesh;
+    for (std::vector<double>* widths : {&search.mesh.xWidth, &search.mesh.yWidth, &search.mesh.zWidth}) {
+        std::transform(widths->begin(), widths->end(), widths->begin(), [](double width) { return std::abs(width); });
+    }
+    const double scale = differenceFactor / volumeOf(mesh);
+    const std::size_t freeCells = freeCellsPerColumn(style, static_cast<std::size_t>(mesh.nzl));
+    search.fixedCell.assign(mesh.cellCount(), 1);
+    for (std::vector<float>* weight :
+         {&search.weights.wtS, &search.weights.wtE, &search.weights.wtN, &search.weights.wtZ}) {
+        weight->assign(mesh.cellCount(), 0.0F);
+    }
+    for (std::size_t j = 0; j < mesh.yWidth.size(); ++j) {
+        for (std::size_t i = 0; i < mesh.xWidth.size(); ++i) {
+            for (std::size_t k = 0; k < freeCells; ++k) {
+                const std::size_t cell = mesh.cell(k, i, j);
+                const double volume =
+                    scale * mesh.xWidth[i] * mesh.yWidth[j] * mesh.zWidth[k] * static_cast<double>(depthWeight[cell]);
+                search.fixedCell[cell] = 0;
+                // The search gives the reference term the factor of the differences, which the program does not.
+                search.weights.wtS[cell] = static_cast<float>(volume * search.problem.alphaS);
+                search.weights.wtE[cell] = static_cast<float>(volume);
+                search.weights.wtN[cell] = static_cast<float>(volume);
+                search.weights.wtZ[cell] = k + 1 < freeCells ? static_cast<float>(vertical * volume) : 0.0F;
+            }
+        }
+    }
+}
+
 void prepareDiagonals(Search& search) {
-    search.dataDiagonal.assign(search.cells, 0.0);
-    search.normDiagonal.assign(search.cells, 0.0);
+    search.dataDiagonal.assign(search.mesh.cellCount(), 0.0);
+    search.normDiagonal.assign(search.mesh.cellCount(), 0.0);
     for (std::size_t n = 0; n < search.files.size(); ++n) {
         const Sensitivity& sensitivity = search.files[n]->sensitivity;
         const double meanWeight = std::accumulate(search.weight[n].begin(), search.weight[n].end(), 0.0) /
                                   static_cast<double>(search.weight[n].size());
-        for (std::size_t cell = 0; cell < search.cells; ++cell) {
+        for (std::size_t cell = 0; cell < search.dataDiagonal.size(); ++cell) {
             const auto depth = static_cast<double>(sensitivity.depthWeight[cell]);
             search.dataDiagonal[cell] += meanWeight * sensitivity.gtgdiag[cell] * depth * depth;
         }
     }
-    visitNorm(search, [&](std::size_t cell, std::size_t neighbour, double weight) {
-        search.normDiagonal[cell] += weight;
-        if (neighbour != cell) {
-            search.normDiagonal[neighbour] += weight;
-        }
-    });
+    addNormDiagonal(regularisationOf(search), NormForm::compatible, {}, 1.0, search.normDiagonal);
 }
 
-// Where data and norm bend the objective uniform, along the direction in which the data pull first.
+// Where the curvatures of data and norm are equal along the direction of the preconditioned data gradient.
 double balancedTradeoff(Search& search, const std::vector<double>& rightSide, ConjugateWork& work) {
-    precondition(search, 0.0, rightSide, work.direction);
-    hessianProduct(search, 0.0, work.direction, work.image);
-    const double ofData = dot(work.direction, work.image);
-    std::fill(work.image.begin(), work.image.end(), 0.0);
-    addNormProduct(search, 1.0, work.direction, work.image);
-    const double balanced = ofData / dot(work.direction, work.image);
+    fillPreconditioner(search, 0.0, work.precond);
+    for (std::size_t cell = 0; cell < rightSide.size(); ++cell) {
+        work.direction[cell] = static_cast<double>(work.precond[cell]) * rightSide[cell];
+    }
+    hessianProduct(search, 0.0, work.direction, work.product);
+    const double ofData = innerProduct(work.direction, work.product);
+    std::fill(search.dataPart.begin(), search.dataPart.end(), 0.0);
+    addRegularisationGradient(regularisationOf(search), work.direction, {}, {}, search.fixedCell, 1.0, search.dataPart,
+                              1.0, work.product);
+    const double balanced = ofData / innerProduct(work.direction, work.product);
     return balanced > 0 && std::isfinite(balanced) ? balanced : 0.0;
 }
 
@@ -289,23 +260,22 @@ TradeoffResult descend(Search& search, double start, const std::vector<double>& 
 
 TradeoffResult searchTradeoff(std::vector<std::unique_ptr<MtxFile>>& files, const SurveyTable& data,
                               double defaultDeviation, const TradeoffProblem& problem) {
-    Search search{files, problem, {}, {}, 0, 0, {1.0, 1.0, 1.0}, {}, {}, {}, {}, {}};
-    const MtxFile& first = *files.front();
-    search.cells = first.mesh.cellCount();
-    search.freeLayers = freeLayersOf(first);
-    search.alpha[2] = isSurfaceStyle(first.sensitivity.header.inversionStyle) ? 0.0 : 1.0;
-    search.response.resize(static_cast<std::size_t>(first.sensitivity.header.nData));
-    search.product.resize(search.cells);
+    Search search{files, problem, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
+    search.response.resize(static_cast<std::size_t>(files.front()->sensitivity.header.nData));
     prepareData(data, defaultDeviation, search);
     prepareFiles(search);
+    prepareWeights(search);
     prepareDiagonals(search);
-    std::vector<double> rightSide(search.cells);
+    std::vector<double> rightSide(search.mesh.cellCount());
+    search.product = search.dataPart = rightSide;
     for (std::size_t n = 0; n < files.size(); ++n) {
         search.response = search.data[n];
         addTransposed(search, n, rightSide);
     }
-    fixDeepCells(search, rightSide);
-    ConjugateWork work{rightSide, rightSide, rightSide, rightSide};
+    for (std::size_t cell = 0; cell < rightSide.size(); ++cell) {
+        rightSide[cell] = search.fixedCell[cell] != 0 ? 0.0 : rightSide[cell];
+    }
+    ConjugateWork work{rightSide, rightSide, rightSide, rightSide, std::vector<float>(rightSide.size())};
     const double balanced = balancedTradeoff(search, rightSide, work);
     std::vector<double> none(rightSide.size());
     if (balanced == 0 || squaredMisfit(search, none) <= problem.target * problem.target) {
