@@ -20,7 +20,7 @@ constexpr std::int64_t smallPadded = 4096;
 
 void useDisk(Sensitivity& sensitivity, std::span<const std::string> names) {
     for (std::size_t file = 0; file < names.size(); ++file)
-        require(openBinaryInput(sensitivity.files[file], names[file]), "the sensitivity file opens again");
+        require(openBinaryInput(sensitivity.files[file].input, names[file]), "the sensitivity file opens again");
     reserveStore(sensitivity.store, sensitivity.store.rowMax, 0);
     sensitivity.idisk = 1;
 }

@@ -150,7 +150,7 @@ void fixUncoveredLayers(RunState& run) {
 
 void foldDepthWeights(RunState& run) {
     Sensitivity& sensitivity = run.sensitivity;
-    const MtxHeader& header = sensitivity.header;
+    const SensitivityHeader& header = sensitivity.header;
     sensitivity.foldDepthWeight =
         !(run.control.nDataTypes > 1 && (differs(header.weightParamA[0], header.weightParamA[1]) ||
                                          differs(header.weightParamB[0], header.weightParamB[1])));

@@ -213,6 +213,11 @@ void allocateMeshArrays(RunState& run) {
                   [&] { fillLarge(run.sensitivity.depthWeight, weights); });
 }
 
+void allocateTopography(RunState& run) {
+    allocateGroup(run, "", 0.0, "Error: Not enough memory for the UBC mesh topo array",
+                  [&] { run.mesh.ubcTopo.resize(sizeOf(run.mesh.nx) * sizeOf(run.mesh.ny)); });
+}
+
 void allocateModelArrays(RunState& run) {
     run.memoryTally = 0;
     const ModelSizes sizes = modelSizesOf(run);

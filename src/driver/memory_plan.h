@@ -10,8 +10,11 @@ namespace voxlith {
 // As soon as nData is known.
 void allocateObsArrays(RunState& run);
 
-// When the mesh size is known. The tally starts anew: what the observed arrays and the taps added is not reported.
+// When the mesh size is known. The tally starts anew: what the observed arrays added is not reported.
 void allocateMeshArrays(RunState& run);
+
+// Before the nodes of a record form are read.
+void allocateTopography(RunState& run);
 
 // When the depth weight of the first file has been read. The tally starts anew once more.
 void allocateModelArrays(RunState& run);

@@ -3,35 +3,168 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <span>
+#include <string>
+#include <string_view>
 
+#include "base/allocation_failure.h"
 #include "base/tokens.h"
 #include "driver/memory_plan.h"
 #include "formats/mtx/mtx_reader.h"
+#include "sensitivity/gtg_diagonal.h"
+#include "sensitivity/row_loading.h"
 #include "survey/data_types.h"
 
 namespace voxlith {
 
 namespace {
 
-void setPaddedTotal(MtxHeader& header, const MeshGeometry& mesh) {
-    header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * std::max(mesh.npz, mesh.nz);
+struct MismatchTexts {
+    std::string_view log, screen;
+};
+
+MismatchTexts textsOf(MtxQuantity quantity) {
+    constexpr std::string_view data = "Error: the number of data for the second mtx file is different to the first";
+    constexpr std::string_view filter =
+        "Error: the number of wavelet coefficients for the second mtx file is different to the first";
+    switch (quantity) {
+        case MtxQuantity::data:
+            return {data, data};
+        case MtxQuantity::cells:
+            return {"Error: the number of mesh cells for the second mtx file is different to the first",
+                    "Error: the number of mesh for the second mtx file is different to the first"};
+        case MtxQuantity::paddedCells:
+            return {"Error: the number of padded mesh cells for the second mtx file is different to the first",
+                    "Error: the number of padded mesh for the second mtx file is different to the first"};
+        default:
+            return {filter, filter};
+    }
 }
 
-void readMtxFile(RunState& run, std::size_t file) {
+[[noreturn]] void stopAtMismatch(Messages& messages, MtxQuantity quantity) {
+    const MismatchTexts texts = textsOf(quantity);
+    logLine(messages, texts.log);
+    screenLine(texts.screen);
+    closeLineFile(messages.log);
+    plainStop();
+}
+
+void logVersion(Messages& messages, const MtxHeader& header) {
+    if (header.form == MtxForm::tagged) {
+        logLine(messages, TextLine(" MTX version: ").integer(header.version, 3));
+    } else if (header.form == MtxForm::bare) {
+        logLine(messages, " MTX version: 0");
+    }
+}
+
+// Version and data type are logged as they are read, so that the log of a run that ends at damage tells how far it
+// came.
+void openFile(RunState& run, std::size_t file, bool recordForm) {
+    MtxInput& mtxFile = run.sensitivity.files[file];
+    SensitivityHeader& header = run.sensitivity.header;
+    openMtxFile(mtxFile, fileNameOf(run.control.mtxFileText[file]), recordForm);
+    logVersion(run.messages, mtxFile.header);
+    header.version = mtxFile.header.version;
+    readMtxDataType(mtxFile);
+    header.dataType[file] = mtxFile.header.dataType;
+    logLine(run.messages,
+            " Data type " + std::to_string(file + 1) + ": " + std::string(dataTypeName(header.dataType[file])));
+}
+
+// Field values of the last tagged file stand.
+void setField(const MtxHeader& header, ObsSet& obs) {
+    if (header.form != MtxForm::tagged) {
+        return;
+    }
+    obs.geomag = header.field.geomag;
+    obs.incl = header.field.incl;
+    obs.decl = header.field.decl;
+    obs.idir = header.field.idir;
+    obs.aincl = header.field.aincl;
+    obs.adecl = header.field.adecl;
+}
+
+// So does the wavelet filter of the last file; that of the record form lacks the high-pass half.
+void setFilter(const MtxHeader& header, WaveletFilter& filter) {
+    filter.coefLow = header.coefLow;
+    filter.coefHigh = header.form == MtxForm::record ? mirrorTaps(header.coefLow) : header.coefHigh;
+}
+
+void setMesh(const MtxHeader& mtxHeader, SensitivityHeader& header, MeshGeometry& mesh) {
+    setMeshCounts(mtxHeader, mesh);
+    header.nCells = static_cast<std::int32_t>(mtxHeader.nCells());
+    header.nPadded = mtxHeader.nPadded();
+    header.nPadTotal = mtxHeader.nPadTotal();
+}
+
+void readMeshAndFilter(RunState& run, std::size_t file, const MtxHeader* first) {
+    MtxInput& mtxFile = run.sensitivity.files[file];
+    try {
+        readMtxMesh(mtxFile, first, run.obs.ObsX, run.obs.ObsY, run.obs.ObsZ);
+        setFilter(mtxFile.header, run.sensitivity.filter);
+    } catch (const std::bad_alloc& refusal) {
+        fatalStop(run.messages,
+                  withAllocatorText("Error: Not enough memory for the wavelet coefficient arrays", refusal));
+    }
+    setField(mtxFile.header, run.obs);
+}
+
+void readNodes(RunState& run, std::size_t file) {
+    MtxInput& mtxFile = run.sensitivity.files[file];
+    if (mtxFile.header.form == MtxForm::record) {
+        allocateTopography(run);
+    }
+    const std::size_t cells = run.mesh.cellCount();
+    try {
+        readMtxNodes(mtxFile, run.mesh, std::span(run.sensitivity.depthWeight).subspan(file * cells, cells));
+    } catch (const std::bad_alloc& refusal) {
+        fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the UBC mesh node arrays", refusal));
+    }
+    run.sensitivity.header.weightParamA[file] = mtxFile.header.weightParamA;
+    run.sensitivity.header.weightParamB[file] = mtxFile.header.weightParamB;
+}
+
+void readTail(RunState& run, std::size_t file) {
     Sensitivity& sensitivity = run.sensitivity;
-    openMtxFile(sensitivity, file, fileNameOf(run.control.mtxFileText[file]), run.messages);
-    if (file == 0)
-        allocateObsArrays(run);
-    readMtxMesh(sensitivity, file, run.mesh, run.obs, run.memoryTally, run.messages);
-    if (file == 0)
-        allocateMeshArrays(run);
-    readMtxNodes(sensitivity, file, run.mesh, run.messages);
+    MtxInput& mtxFile = sensitivity.files[file];
+    if (mtxFile.header.form == MtxForm::record) {
+        computeGtgDiag(sensitivity, file, run.mesh);
+        sensitivity.header.nPadTotal = sensitivity.header.nPadded;
+    } else {
+        const std::size_t cells = run.mesh.cellCount();
+        const auto values = static_cast<std::size_t>(mtxFile.header.layerValues());
+        readMtxTail(mtxFile, std::span(sensitivity.gtgdiag).subspan(file * cells, cells),
+                    std::span(sensitivity.layerResponse).subspan(file * values, values));
+    }
+    rewindMtxRows(mtxFile);
+    if (file == 0 || mtxFile.header.holdsLayers()) {
+        sensitivity.header.inversionStyle = mtxFile.header.inversionStyle;
+    }
+}
+
+void readFile(RunState& run, std::size_t file, bool recordForm) {
+    Sensitivity& sensitivity = run.sensitivity;
+    MtxInput& mtxFile = sensitivity.files[file];
+    const MtxHeader* const first = file == 0 ? nullptr : &sensitivity.files[0].header;
+    openFile(run, file, recordForm);
+    readMtxDataCount(mtxFile, first);
     if (file == 0) {
-        setPaddedTotal(sensitivity.header, run.mesh);
+        sensitivity.header.nData = mtxFile.header.nData;
+        allocateObsArrays(run);
+    }
+    readMeshAndFilter(run, file, first);
+    if (file == 0) {
+        setMesh(mtxFile.header, sensitivity.header, run.mesh);
+        allocateMeshArrays(run);
+    }
+    readNodes(run, file);
+    if (file == 0) {
+        sensitivity.foldDepthWeight = true;
         allocateModelArrays(run);
     }
-    scanMtxRows(sensitivity, file);
-    readMtxTail(sensitivity, file, run.mesh);
+    countRows(sensitivity, file);
+    readTail(run, file);
 }
 
 void echoFieldValues(RunState& run) {
@@ -60,13 +193,18 @@ void readMtxFiles(RunState& run) {
     Sensitivity& sensitivity = run.sensitivity;
     sensitivity.nMtx = run.control.nMtx;
     sensitivity.header.coefficientCount.fill(0);
-    sensitivity.header.recordForm = nMtx == 1 && detectMtxForm(fileNameOf(run.control.mtxFileText[0]));
-    for (std::size_t file = 0; file < nMtx; ++file)
-        readMtxFile(run, file);
+    const bool recordForm = nMtx == 1 && isMtxRecordForm(fileNameOf(run.control.mtxFileText[0]));
+    for (std::size_t file = 0; file < nMtx; ++file) {
+        try {
+            readFile(run, file, recordForm);
+        } catch (const MtxMismatch& mismatch) {
+            stopAtMismatch(run.messages, mismatch.quantity);
+        }
+    }
     buildMeshArrays(run.mesh);
     allocateCoefStore(run);
     if (sensitivity.idisk == 0)
-        loadMtxRows(sensitivity);
+        loadRows(sensitivity);
 }
 
 void setDataTypes(RunState& run) {

@@ -150,7 +150,7 @@ void invert(RunState& run) {
     inversionLoop(problem, run.messages, run.progressTable);
     closeLineFile(run.progressTable);
     if (run.sensitivity.idisk == 1) {
-        closeBinaryInput(run.sensitivity.files[0]);
+        closeBinaryInput(run.sensitivity.files[0].input);
     }
     writeResults(problem);
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "base/messages.h"
-#include "formats/mtx/mtx_record.h"
 #include "sensitivity/wavelet/wavelet.h"
 
 namespace voxlith {
@@ -33,13 +32,13 @@ DiagonalWork makeDiagonalWork(const Sensitivity& sensitivity, const PaddedExtent
     return work;
 }
 
-void addRows(Sensitivity& sensitivity, BinaryInput& input, const MeshGeometry& mesh, DiagonalWork& work,
+void addRows(Sensitivity& sensitivity, MtxInput& file, const MeshGeometry& mesh, DiagonalWork& work,
              std::span<double> diagonal) {
     const PaddedExtents extents = paddedExtentsOf(mesh);
     for (std::int32_t r = 0; r < sensitivity.header.nData; ++r) {
         std::fill(work.padded.begin(), work.padded.end(), 0.0);
-        const std::int32_t count = readRecordRow(input, sensitivity.header.nPadded, work.coefIndex, work.coefValue);
-        for (std::size_t k = 0; k < static_cast<std::size_t>(count); ++k) {
+        const std::size_t count = readRecordRow(file, {work.coefIndex, work.coefValue});
+        for (std::size_t k = 0; k < count; ++k) {
             work.padded[static_cast<std::size_t>(work.coefIndex[k]) - 1] =
                 static_cast<double>(std::bit_cast<float>(work.coefValue[k]));
         }
@@ -54,7 +53,7 @@ void addRows(Sensitivity& sensitivity, BinaryInput& input, const MeshGeometry& m
 }  // namespace
 
 void computeGtgDiag(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh) {
-    BinaryInput& input = sensitivity.files[file];
+    MtxInput& mtxFile = sensitivity.files[file];
     const auto cells = static_cast<std::size_t>(sensitivity.header.nCells);
     const auto diagonal = std::span(sensitivity.gtgdiag).subspan(file * cells, cells);
     std::fill(diagonal.begin(), diagonal.end(), 0.0);
@@ -62,10 +61,10 @@ void computeGtgDiag(Sensitivity& sensitivity, std::size_t file, const MeshGeomet
     try {
         work = makeDiagonalWork(sensitivity, paddedExtentsOf(mesh));
     } catch (const std::bad_alloc&) {
-        throw RunError(input.name + ": not enough memory to compute gtgdiag from the rows");
+        throw RunError(mtxFile.input.name + ": not enough memory to compute gtgdiag from the rows");
     }
-    seekBinary(input, sensitivity.header.rowStart[file]);
-    addRows(sensitivity, input, mesh, work, diagonal);
+    rewindMtxRows(mtxFile);
+    addRows(sensitivity, mtxFile, mesh, work, diagonal);
 }
 
 }  // namespace voxlith

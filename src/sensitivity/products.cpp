@@ -53,10 +53,10 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
 
 void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd, std::span<double> out) {
     const InstructionSet instructions = widestInstructionSet();
-    rewindRows(sensitivity, mtx);
+    rewindMtxRows(sensitivity.files[mtx]);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
-        const DiskRow row = readNextRow(sensitivity, mtx);
+        const MtxRowView row = readNextRow(sensitivity, mtx);
         const double sum =
             rowTimesPadded(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data(), instructions);
         out[r] = sum / static_cast<double>(obsStd[r]);
@@ -66,10 +66,10 @@ void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const
 void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
                      std::span<const double> residual) {
     const InstructionSet instructions = widestInstructionSet();
-    rewindRows(sensitivity, mtx);
+    rewindMtxRows(sensitivity.files[mtx]);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
-        const DiskRow row = readNextRow(sensitivity, mtx);
+        const MtxRowView row = readNextRow(sensitivity, mtx);
         // A masked datum has the standard deviation 0: its residual 0 must not become 0/0 and spoil every cell.
         if (residual[r] == 0.0) {
             continue;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/large_array.h"
-#include "formats/mtx/binary_input.h"
+#include "formats/mtx/mtx_reader.h"
 #include "sensitivity/rows/coef_store.h"
 #include "sensitivity/wavelet/wavelet.h"
 #include "survey/data_types.h"
@@ -17,31 +17,27 @@
 
 namespace voxlith {
 
-struct MtxHeader {
+struct SensitivityHeader {
     // One set for the run
     std::int32_t nData = 0;
     std::int32_t nCells = 0;
-    std::int32_t nCoef = 0;      // taps
     std::int64_t nPadded = 0;    // npx npy npz: coefIndex stays within it
     std::int64_t nPadTotal = 0;  // npx npy max(npz, nz); for the record form npx npy npz once gtgdiag is computed
     InversionStyle inversionStyle = InversionStyle::standard;
     std::int32_t version = 0;  // of the last file read
-    bool recordForm = false;   // the run's only file is in record form
-    bool tagged = false;       // the last file read begins with the magic
 
     // By file, from 0
     std::array<DataType, maxFiles> dataType{};
     std::array<float, maxFiles> weightParamA{};
     std::array<float, maxFiles> weightParamB{};
-    std::array<std::int64_t, maxFiles> rowStart{};  // byte at which the rows begin
     std::array<std::int64_t, maxFiles> coefficientCount{};
 };
 
 struct Sensitivity {
-    MtxHeader header;
+    SensitivityHeader header;
     WaveletFilter filter;
     SparseCoefStore store;
-    std::array<BinaryInput, maxFiles> files;
+    std::array<MtxInput, maxFiles> files;
     std::int32_t nMtx = 1;
     std::int32_t idisk = 0;       // 0: rows in memory; 1: rows read from disk at every product
     bool foldDepthWeight = true;  // the inversion variable holds the depth weight already

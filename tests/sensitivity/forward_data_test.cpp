@@ -196,7 +196,7 @@ TEST(ForwardData, DiskModeDividesByTheErrorsOfTheDataTypeThatFirstUsedThePair) {
     JointRun run;
     const std::vector<double> undivided = run.product(1, 0);
     TemporaryFolder folder;
-    ASSERT_TRUE(openBinaryInput(run.sensitivity.files[1], folder.write("rows", rowBytes(run.files[1], false))));
+    ASSERT_TRUE(openBinaryInput(run.sensitivity.files[1].input, folder.write("rows", rowBytes(run.files[1], false))));
     run.sensitivity.idisk = 1;
     run.obs.nDataTypes = 2;
     run.obs.obsStd = {1, 1, 1, 1, 1, 1, 2, 4, 8, 16, 32, 64};

@@ -64,10 +64,10 @@ std::vector<double> transpose(Sensitivity& sensitivity, const MeshGeometry& mesh
 // Writes the rows of file `mtx` behind some bytes that do not belong to them.
 void openRowsOnDisk(Sensitivity& sensitivity, const TemporaryFolder& folder, std::size_t mtx,
                     const std::vector<StoredRow>& rows, const std::string& behind = std::string(64, '\7')) {
-    const std::string name = folder.write("rows" + std::to_string(mtx),
-                                          "some head" + rowBytes(rows, sensitivity.header.recordForm) + behind);
-    ASSERT_TRUE(openBinaryInput(sensitivity.files[mtx], name));
-    sensitivity.header.rowStart[mtx] = 9;
+    const bool framed = sensitivity.files[mtx].header.form == MtxForm::record;
+    const std::string name = folder.write("rows" + std::to_string(mtx), "some head" + rowBytes(rows, framed) + behind);
+    ASSERT_TRUE(openBinaryInput(sensitivity.files[mtx].input, name));
+    sensitivity.files[mtx].rowStart = 9;
     sensitivity.idisk = 1;
 }
 
@@ -232,7 +232,7 @@ TEST(Products, DiskEqualsMemory) {
             }
             prepareSensitivity(memory, mesh, 15, static_cast<std::int32_t>(nMtx), daubechies(4));
             prepareSensitivity(disk, mesh, 15, static_cast<std::int32_t>(nMtx), daubechies(4));
-            disk.header.recordForm = recordForm;
+            disk.files[0].header.form = recordForm ? MtxForm::record : MtxForm::bare;
             storeRowsInMemory(memory, files);
             ObsSet obs;
             obs.nData = 15;
@@ -334,8 +334,8 @@ TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
     openRowsOnDisk(sensitivity, folder, 0, files[0]);
     openRowsOnDisk(sensitivity, folder, 1, files[1]);
     // As if every row were longer than what is read ahead: only such rows need the buffer.
-    setReadAhead(sensitivity.files[0], 4);
-    setReadAhead(sensitivity.files[1], 4);
+    setReadAhead(sensitivity.files[0].input, 4);
+    setReadAhead(sensitivity.files[1].input, 4);
     Sensitivity memory;
     prepareSensitivity(memory, mesh, 5, 2, daubechies(4));
     storeRowsInMemory(memory, files);
@@ -378,7 +378,7 @@ TEST(Products, DamageOnDiskIsReported) {
         for (std::size_t i = 0; i < damaged.size(); ++i) {
             Sensitivity sensitivity;
             prepareSensitivity(sensitivity, mesh, static_cast<std::int32_t>(damaged[i].size()), 1, daubechies(4));
-            sensitivity.header.recordForm = recordForm;
+            sensitivity.files[0].header.form = recordForm ? MtxForm::record : MtxForm::bare;
             TemporaryFolder folder;
             openRowsOnDisk(sensitivity, folder, 0, damaged[i]);
             for (const bool forwards : {true, false}) {
@@ -398,9 +398,9 @@ TEST(Products, RowsCutShortAtAnyByteAreReported) {
         for (std::size_t length = 0; length <= whole.size(); ++length) {
             Sensitivity sensitivity;
             prepareSensitivity(sensitivity, mesh, 4, 1, daubechies(4));
-            sensitivity.header.recordForm = recordForm;
+            sensitivity.files[0].header.form = recordForm ? MtxForm::record : MtxForm::bare;
             sensitivity.idisk = 1;
-            ASSERT_TRUE(openBinaryInput(sensitivity.files[0], folder.write("cut", whole.substr(0, length))));
+            ASSERT_TRUE(openBinaryInput(sensitivity.files[0].input, folder.write("cut", whole.substr(0, length))));
             for (const bool forwards : {true, false}) {
                 EXPECT_EQ(damageMessage(sensitivity, mesh, forwards).empty(), length == whole.size()) << length;
             }
@@ -417,9 +417,10 @@ TEST(Products, RecordsThatDoNotCloseAreReported) {
         bytes[byte] = static_cast<char>(bytes[byte] ^ 0x41);
         Sensitivity sensitivity;
         prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
-        sensitivity.header.recordForm = true;
+        sensitivity.files[0].header.form = MtxForm::record;
         sensitivity.idisk = 1;
-        ASSERT_TRUE(openBinaryInput(sensitivity.files[0], folder.write("record", bytes + std::string(100, '\0'))));
+        ASSERT_TRUE(
+            openBinaryInput(sensitivity.files[0].input, folder.write("record", bytes + std::string(100, '\0'))));
         EXPECT_NE(damageMessage(sensitivity, mesh, true), "") << byte;
     }
 }

@@ -95,9 +95,13 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
     const std::size_t positions = static_cast<std::size_t>(mesh.npx) * static_cast<std::size_t>(mesh.npy) * widest;
     sensitivity.header.nData = nData;
     sensitivity.header.nCells = static_cast<std::int32_t>(mesh.cellCount());
-    sensitivity.header.nCoef = static_cast<std::int32_t>(filter.coefLow.size());
     sensitivity.header.nPadded = std::int64_t{mesh.npx} * mesh.npy * mesh.npz;
     sensitivity.header.nPadTotal = static_cast<std::int64_t>(positions);
+    for (MtxInput& file : sensitivity.files) {
+        file.header.form = MtxForm::bare;
+        file.header.cells = {mesh.ny, mesh.nx, mesh.nz};
+        file.header.padded = {mesh.npy, mesh.npx, mesh.npz};
+    }
     sensitivity.filter = filter;
     sensitivity.nMtx = nMtx;
     sensitivity.paddedWork.assign(positions, 0.0);

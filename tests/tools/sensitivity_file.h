@@ -2,7 +2,6 @@
 // are in the file, and their product with a model in plain loops over the program's own transform.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <span>
@@ -11,35 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "formats/mtx/mtx_reader.h"
-#include "sensitivity/sensitivity.h"
+#include "forward/mtx_file.h"
 #include "sensitivity/wavelet/wavelet.h"
-#include "survey/mesh_geometry.h"
-#include "survey/obs_set.h"
 
 namespace voxlith::testing_support {
 
-struct SensitivityFile {
+struct SensitivityFile : MtxFile {
     explicit SensitivityFile(const std::string& name) {
-        Messages messages;
-        MtxHeader& header = sensitivity.header;
-        header.recordForm = detectMtxForm(name);
-        openMtxFile(sensitivity, 0, name, messages);
-        const auto nData = static_cast<std::size_t>(header.nData);
-        obs.nData = header.nData;
-        for (auto* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ}) {
-            array->resize(nData);
-        }
-        double tally = 0;
-        readMtxMesh(sensitivity, 0, mesh, obs, tally, messages);
-        resizeMesh();
-        readMtxNodes(sensitivity, 0, mesh, messages);
-        header.nPadTotal = std::int64_t{mesh.npx} * mesh.npy * std::max(mesh.npz, mesh.nz);
-        sensitivity.layerResponse.resize((static_cast<std::size_t>(mesh.nzl) + 1) * nData);
-        sensitivity.store.rowOffset.resize(nData + 1);
-        sensitivity.waveletWork.resize(waveletWorkSize(paddedExtentsOf(mesh)));
-        scanMtxRows(sensitivity, 0);
-        readMtxTail(sensitivity, 0, mesh);
+        readMtxFile(name, MtxRows::loaded, *this);
         readRows(name);
     }
 
@@ -73,34 +51,19 @@ struct SensitivityFile {
         return result;
     }
 
-    Sensitivity sensitivity;
-    MeshGeometry mesh;
-    ObsSet obs;
     std::vector<Row> rows;
 
 private:
-    void resizeMesh() {
-        const auto resize = [](std::int32_t count, auto& nodes, auto& widths, auto& centres) {
-            nodes.resize(static_cast<std::size_t>(count) + 1);
-            widths.resize(static_cast<std::size_t>(count));
-            centres.resize(static_cast<std::size_t>(count));
-        };
-        resize(mesh.nx, mesh.xNode, mesh.xWidth, mesh.xCentre);
-        resize(mesh.ny, mesh.yNode, mesh.yWidth, mesh.yCentre);
-        resize(mesh.nz, mesh.zNode, mesh.zWidth, mesh.zCentre);
-        sensitivity.depthWeight.resize(mesh.cellCount());
-        sensitivity.gtgdiag.resize(mesh.cellCount());
-    }
-
     void readRows(const std::string& name) {
         std::ifstream in(name, std::ios::binary);
-        in.seekg(sensitivity.header.rowStart[0]);
+        in.seekg(sensitivity.files[0].rowStart);
+        const bool framed = sensitivity.files[0].header.form == MtxForm::record;
         const auto read = [&in](auto* target, std::size_t count) {
             in.read(reinterpret_cast<char*>(target), static_cast<std::streamsize>(count * sizeof *target));
         };
         for (std::int32_t n = 0; n < sensitivity.header.nData; ++n) {
             std::int32_t frame = 0, count = 0, frameAgain = 0;
-            if (sensitivity.header.recordForm) {
+            if (framed) {
                 read(&frame, 1);
             }
             read(&count, 1);
@@ -111,10 +74,10 @@ private:
                     std::vector<float>(static_cast<std::size_t>(count))};
             read(row.coefIndex.data(), row.coefIndex.size());
             read(row.coefValue.data(), row.coefValue.size());
-            if (sensitivity.header.recordForm) {
+            if (framed) {
                 read(&frameAgain, 1);
             }
-            if (!in || (sensitivity.header.recordForm && (frame != 4 + 8 * count || frameAgain != frame))) {
+            if (!in || (framed && (frame != 4 + 8 * count || frameAgain != frame))) {
                 throw std::runtime_error("row " + std::to_string(n + 1) + " is damaged");
             }
             rows.push_back(std::move(row));

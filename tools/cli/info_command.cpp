@@ -59,19 +59,20 @@ std::string taps(const std::vector<float>& coefLow) {
 }
 
 void describeStart(const std::string& fileName, const MtxFile& file, std::string& text) {
-    const MtxHeader& header = file.sensitivity.header;
+    const SensitivityHeader& header = file.sensitivity.header;
+    const MtxForm form = file.sensitivity.files[0].header.form;
     const ObsSet& obs = file.obs;
     addLine(text, "file", fileName);
     addLine(text, "file size", std::to_string(std::filesystem::file_size(fileName)) + " bytes");
     addLine(text, "layout",
-            header.recordForm ? "record form"
-            : header.tagged   ? "tagged form, version " + std::to_string(header.version)
-                              : "bare form");
+            form == MtxForm::record   ? "record form"
+            : form == MtxForm::tagged ? "tagged form, version " + std::to_string(header.version)
+                                      : "bare form");
     addLine(text, "data type",
             std::to_string(codeOf(header.dataType[0])) + " " + std::string(dataTypeName(header.dataType[0])) +
-                (header.recordForm ? " (by the file's name)" : ""));
+                (form == MtxForm::record ? " (by the file's name)" : ""));
     addLine(text, "data", std::to_string(header.nData));
-    if (!header.tagged) {
+    if (form != MtxForm::tagged) {
         return;
     }
     addLine(text, "incl, decl, geomag",
@@ -85,14 +86,14 @@ void describeStart(const std::string& fileName, const MtxFile& file, std::string
 
 void describeMesh(const MtxFile& file, std::string& text) {
     const MeshGeometry& mesh = file.mesh;
-    const MtxHeader& header = file.sensitivity.header;
+    const SensitivityHeader& header = file.sensitivity.header;
     addLine(text, "cells x, y, z", counts(mesh.nx, mesh.ny, mesh.nz));
     addLine(text, "padded x, y, z", counts(mesh.npx, mesh.npy, mesh.npz));
     addLine(text, "x nodes", numberText(mesh.xNode.front()) + " to " + numberText(mesh.xNode.back()));
     addLine(text, "y nodes", numberText(mesh.yNode.front()) + " to " + numberText(mesh.yNode.back()));
     addLine(text, "z nodes", numberText(mesh.zNode.front()) + " to " + numberText(mesh.zNode.back()));
     addLine(text, "taps", taps(file.sensitivity.filter.coefLow));
-    if (!header.recordForm) {
+    if (file.sensitivity.files[0].header.form != MtxForm::record) {
         addLine(text, "weight parameters",
                 numberText(header.weightParamA[0]) + ", " + numberText(header.weightParamB[0]));
     }
@@ -100,7 +101,7 @@ void describeMesh(const MtxFile& file, std::string& text) {
 }
 
 void describeRows(const MtxFile& file, std::string& text) {
-    const MtxHeader& header = file.sensitivity.header;
+    const SensitivityHeader& header = file.sensitivity.header;
     const std::vector<std::int64_t>& offsets = file.sensitivity.store.rowOffset;
     std::vector<std::int64_t> lengths;
     for (std::size_t row = 1; row < offsets.size(); ++row) {
@@ -115,9 +116,10 @@ void describeRows(const MtxFile& file, std::string& text) {
 }
 
 void describeTail(const MtxFile& file, std::string& text) {
-    const MtxHeader& header = file.sensitivity.header;
-    const bool storesStyle = header.tagged && header.version > 1;
-    addLine(text, "diagonal of G'G", header.recordForm ? "not stored" : range<double>(file.sensitivity.gtgdiag));
+    const SensitivityHeader& header = file.sensitivity.header;
+    const bool isRecordForm = file.sensitivity.files[0].header.form == MtxForm::record;
+    const bool storesStyle = file.sensitivity.files[0].header.holdsLayers();
+    addLine(text, "diagonal of G'G", isRecordForm ? "not stored" : range<double>(file.sensitivity.gtgdiag));
     addLine(text, "inversion style",
             std::to_string(codeOf(header.inversionStyle)) + " " + std::string(styleName(header.inversionStyle)) +
                 (storesStyle ? "" : " (by the padded mesh)"));

@@ -7,9 +7,12 @@
 #include <memory>
 
 #include "base/messages.h"
+#include "formats/mtx/mtx_reader.h"
+#include "formats/mtx/mtx_writer.h"
 #include "forward/daubechies_taps.h"
-#include "forward/mtx_writer.h"
+#include "forward/mtx_content.h"
 #include "forward/number_text.h"
+#include "forward/sensitivity_rows.h"
 #include "survey/data_types.h"
 #include "survey/inversion_style.h"
 
@@ -45,13 +48,11 @@ void warn(const std::string& text) {
 
 // Readers of the record form take the data type from the name of the file.
 void warnOfRecordName(const MtxOptions& options) {
-    const std::string name = std::filesystem::path(options.outFile).filename().string();
-    const bool namedMagnetic = name.find("MAG") != std::string::npos || name.find("mag") != std::string::npos;
-    const std::int32_t seen = namedMagnetic ? 1 : 0;
+    const std::int32_t seen = codeOf(recordDataType(std::filesystem::path(options.outFile).filename().string()));
     if (seen != options.survey.code) {
         warn(options.outFile + ": the record form stores no data type; by its name the file is read as type " +
-             std::to_string(seen) + (namedMagnetic ? " (\"mag\" in the name)" : " (no \"mag\" in the name)") +
-             ", not as " + std::to_string(options.survey.code));
+             std::to_string(seen) + (seen == 1 ? " (\"mag\" in the name)" : " (no \"mag\" in the name)") + ", not as " +
+             std::to_string(options.survey.code));
     }
 }
 
@@ -64,7 +65,8 @@ void warnOfContent(const MtxOptions& options, const MtxContent& content, const L
     }
     if (!plan.shownWhole) {
         warn("style " + std::to_string(plan.inversionStyle) + " with " + std::to_string(content.survey.mesh.nzl) +
-             " layers: written models show only the first " + (writtenCellsPerColumn(InversionStyle{plan.inversionStyle}, 2) == 1 ? "value" : "two values") +
+             " layers: written models show only the first " +
+             (writtenCellsPerColumn(InversionStyle{plan.inversionStyle}, 2) == 1 ? "value" : "two values") +
              " of a column");
     }
 }
@@ -101,7 +103,7 @@ MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
                               ? *options.depthWeight
                               : defaultDepthWeight(survey.code, survey.mesh, survey.stations, survey.ground);
     content.cellWeights = cellDepthWeights(content.depthWeight, survey.mesh, survey.ground);
-    checkMtxLimits(content);
+    checkMtxLimits(headerOf(content));
     return content;
 }
 
@@ -197,11 +199,11 @@ MtxReport writeMtxFile(const MtxOptions& options) {
 
     const auto file = std::make_unique<OutputFile>();
     openOutputFile(*file, options.outFile);
-    writeMtxHead(*file, content);
+    writeHead(*file, content);
     MtxReport report;
     report.statistics = writeAllRows(*file, content, plan.sumBelow, options.tolerance, threadCount(options.survey),
                                      gtgdiag, layerResponse);
-    writeMtxTail(*file, content, gtgdiag, layerResponse);
+    writeMtxTail(*file, headerOf(content), gtgdiag, layerResponse);
     if (content.survey.ground.hasInactive()) {
         writeBounds(options, content.survey, report);
     }

@@ -1,56 +1,91 @@
 #include "forward/mtx_file.h"
 
-#include "base/messages.h"
 #include "formats/mtx/mtx_reader.h"
-#include "sensitivity/rows/blocked_rows.h"
+#include "sensitivity/gtg_diagonal.h"
+#include "sensitivity/row_loading.h"
 
 namespace voxlith {
 
 namespace {
 
-void makeStationRoom(MtxFile& file) {
-    const auto nData = static_cast<std::size_t>(file.sensitivity.header.nData);
-    for (std::vector<double>* array : {&file.obs.ObsX, &file.obs.ObsY, &file.obs.ObsZ}) {
+void readStationsAndFilter(MtxFile& file) {
+    Sensitivity& sensitivity = file.sensitivity;
+    MtxInput& input = sensitivity.files[0];
+    const auto nData = static_cast<std::size_t>(input.header.nData);
+    ObsSet& obs = file.obs;
+    for (std::vector<double>* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ}) {
         array->resize(nData);
     }
-    file.obs.nData = file.sensitivity.header.nData;
-    file.sensitivity.store.rowOffset.resize(nData + 1);
+    obs.nData = input.header.nData;
+    readMtxMesh(input, nullptr, obs.ObsX, obs.ObsY, obs.ObsZ);
+    const MtxField& field = input.header.field;
+    obs.geomag = field.geomag;
+    obs.incl = field.incl;
+    obs.decl = field.decl;
+    obs.idir = field.idir;
+    obs.aincl = field.aincl;
+    obs.adecl = field.adecl;
+    sensitivity.filter = {input.header.coefLow, input.header.coefHigh};
+    if (input.header.form == MtxForm::record) {
+        sensitivity.filter.coefHigh = mirrorTaps(input.header.coefLow);
+    }
 }
 
-void makeMeshRoom(MtxFile& file) {
+void sizeArrays(MtxFile& file) {
+    Sensitivity& sensitivity = file.sensitivity;
+    const MtxHeader& header = sensitivity.files[0].header;
+    setMeshCounts(header, file.mesh);
     sizeMeshArrays(file.mesh);
-    file.sensitivity.depthWeight.resize(file.mesh.cellCount());
-    file.sensitivity.gtgdiag.resize(file.mesh.cellCount());
+    const std::size_t cells = file.mesh.cellCount();
+    if (header.form == MtxForm::record) {
+        file.mesh.ubcTopo.resize(static_cast<std::size_t>(file.mesh.nx) * static_cast<std::size_t>(file.mesh.ny));
+    }
+    sensitivity.depthWeight.resize(cells);
+    sensitivity.gtgdiag.resize(cells);
+    sensitivity.layerResponse.resize(static_cast<std::size_t>(header.layerValues()));
+    sensitivity.store.rowOffset.resize(static_cast<std::size_t>(header.nData) + 1);
 }
 
-void loadRows(Sensitivity& sensitivity) {
+// The head as the record of a run has it.
+void setHeader(const MtxHeader& mtxHeader, SensitivityHeader& header) {
+    header.nData = mtxHeader.nData;
+    header.nCells = static_cast<std::int32_t>(mtxHeader.nCells());
+    header.nPadded = mtxHeader.nPadded();
+    header.nPadTotal = mtxHeader.form == MtxForm::record ? mtxHeader.nPadded() : mtxHeader.nPadTotal();
+    header.version = mtxHeader.version;
+    header.dataType[0] = mtxHeader.dataType;
+}
+
+void loadAllRows(Sensitivity& sensitivity) {
     SparseCoefStore& store = sensitivity.store;
     store.totalCoef = store.rowOffset.back() - 1;
     reserveRows(store);
-    loadMtxRows(sensitivity);
+    loadRows(sensitivity);
 }
 
 }  // namespace
 
 void readMtxFile(const std::string& fileName, MtxRows rows, MtxFile& file) {
-    Messages messages;  // without a log
     Sensitivity& sensitivity = file.sensitivity;
-    sensitivity.header.recordForm = detectMtxForm(fileName);
-    openMtxFile(sensitivity, 0, fileName, messages);
-    makeStationRoom(file);
-    double tally = 0;
-    readMtxMesh(sensitivity, 0, file.mesh, file.obs, tally, messages);
-    makeMeshRoom(file);
-    readMtxNodes(sensitivity, 0, file.mesh, messages);
+    MtxInput& input = sensitivity.files[0];
+    openMtxFile(input, fileName, isMtxRecordForm(fileName));
+    readMtxDataType(input);
+    readMtxDataCount(input, nullptr);
+    readStationsAndFilter(file);
+    sizeArrays(file);
+    setHeader(input.header, sensitivity.header);
+    readMtxNodes(input, file.mesh, sensitivity.depthWeight);
+    sensitivity.header.weightParamA[0] = input.header.weightParamA;
+    sensitivity.header.weightParamB[0] = input.header.weightParamB;
     buildMeshArrays(file.mesh);
-    sensitivity.layerResponse.resize((static_cast<std::size_t>(file.mesh.nzl) + 1) *
-                                     static_cast<std::size_t>(sensitivity.header.nData));
-    scanMtxRows(sensitivity, 0);
-    if (rows == MtxRows::loaded || !sensitivity.header.recordForm) {
-        readMtxTail(sensitivity, 0, file.mesh);
-    }
+    countRows(sensitivity, 0);
+    readMtxTail(input, sensitivity.gtgdiag, sensitivity.layerResponse);
+    sensitivity.header.inversionStyle = input.header.inversionStyle;
     if (rows == MtxRows::loaded) {
-        loadRows(sensitivity);
+        if (input.header.form == MtxForm::record) {
+            computeGtgDiag(sensitivity, 0, file.mesh);
+        }
+        loadAllRows(sensitivity);
     }
 }
 

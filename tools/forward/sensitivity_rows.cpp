@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/messages.h"
+#include "formats/mtx/mtx_writer.h"
 #include "forward/ordered_pipeline.h"
 #include "forward/prism.h"
 #include "forward/progress_line.h"
@@ -110,7 +111,7 @@ RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sum
         [&](std::size_t slot, std::size_t row) { computeRow(content, sumBelow, tolerance, row, work[slot]); },
         [&](std::size_t slot, std::size_t row) {
             const RowWork& done = work[slot];
-            writeMtxRow(file, content, done.compressed);
+            writeMtxRow(file, content.form, done.compressed.coefIndex, done.compressed.coefValue);
             for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
                 gtgdiag[cell] += done.cells[cell] * done.cells[cell];
             }

@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "base/output_file.h"
-#include "forward/mtx_writer.h"
+#include "forward/mtx_content.h"
+#include "forward/row_compression.h"
 
 namespace voxlith {
 

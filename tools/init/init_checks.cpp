@@ -57,7 +57,8 @@ void checkFilesAgree(const std::vector<std::unique_ptr<MtxFile>>& files, const s
             throw RunError(names[n] + ": expected " + countsText(first.mesh) + " cells as in " + names[0] + ", found " +
                            countsText(file.mesh));
         }
-        if (file.sensitivity.header.recordForm || first.sensitivity.header.recordForm) {
+        if (file.sensitivity.files[0].header.form == MtxForm::record ||
+            first.sensitivity.files[0].header.form == MtxForm::record) {
             throw RunError(names[n] + ": a file in record form can be used only by itself");
         }
     }
@@ -68,8 +69,8 @@ bool depthWeightsDiffer(const std::vector<std::unique_ptr<MtxFile>>& files) {
         return false;
     }
     const auto differ = [](float a, float b) { return std::abs(a - b) > 0.01F; };
-    const MtxHeader& first = files[0]->sensitivity.header;
-    const MtxHeader& second = files[1]->sensitivity.header;
+    const SensitivityHeader& first = files[0]->sensitivity.header;
+    const SensitivityHeader& second = files[1]->sensitivity.header;
     return differ(first.weightParamA[0], second.weightParamA[0]) ||
            differ(first.weightParamB[0], second.weightParamB[0]);
 }
@@ -99,7 +100,7 @@ void checkDataAgree(const MtxFile& file, const std::string& mtxName, SurveyTable
     if (!data.deviation.empty()) {
         data.deviation.resize(wanted * data.components);
     }
-    if (!file.sensitivity.header.tagged) {
+    if (file.sensitivity.files[0].header.form != MtxForm::tagged) {
         return;  // these files do not hold their stations
     }
     const double slack = 0.1 * smallestCell(file.mesh);

@@ -2,14 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <limits>
-#include <new>
-#include <stdexcept>
 #include <string>
-
-#include "base/allocation_failure.h"
-#include "sensitivity/rows/row_kernels.h"
 
 namespace voxlith {
 
@@ -18,9 +14,9 @@ namespace {
 constexpr std::int64_t largestInt32 = std::numeric_limits<std::int32_t>::max();
 
 // The product of three counts of 1 or more, or one above 2147483647 when it does not fit 32 bits.
-std::int64_t boundedProduct(std::int64_t a, std::int64_t b, std::int64_t c) {
-    const std::int64_t plane = a * b;  // two 32-bit counts: fits
-    return plane > largestInt32 ? largestInt32 + 1 : std::min(plane * c, largestInt32 + 1);
+std::int64_t boundedProduct(AxisCounts counts) {
+    const std::int64_t plane = std::int64_t{counts.y} * counts.x;  // two 32-bit counts: fits
+    return plane > largestInt32 ? largestInt32 + 1 : std::min(plane * counts.z, largestInt32 + 1);
 }
 
 std::string timesText(AxisCounts counts) {
@@ -41,6 +37,17 @@ std::int64_t largestExtent(std::int64_t cells) {
     constexpr std::int64_t largestFactor = 64;
     constexpr std::int64_t smallExtent = 1024;
     return std::max(smallExtent, largestFactor * cells);
+}
+
+void requireExtent(const BinaryInput& input, std::int64_t byte, const std::string& name, std::int32_t extent,
+                   std::int32_t smallest, std::int32_t cells) {
+    if (extent < smallest) {
+        throwDamageAt(input, byte, name + " of " + std::to_string(smallest) + " or more", std::to_string(extent));
+    }
+    if (extent > largestExtent(cells)) {
+        throwDamageAt(input, byte, name + " of at most " + std::to_string(largestExtent(cells)),
+                      std::to_string(extent));
+    }
 }
 
 template <typename T>
@@ -69,61 +76,24 @@ void requirePositive(const BinaryInput& input, std::int64_t byte, std::int64_t c
     }
 }
 
-void acceptMeshCounts(const BinaryInput& input, std::int64_t byte, AxisCounts counts, MtxHeader& header,
-                      MeshGeometry& mesh) {
-    requirePositive(input, byte, counts.y, "ny");
-    requirePositive(input, byte + 4, counts.x, "nx");
-    requirePositive(input, byte + 8, counts.z, "nz");
-    const std::int64_t nCells = boundedProduct(counts.y, counts.x, counts.z);
-    if (nCells > largestInt32) {
-        throwDamageAt(input, byte, "mesh counts of at most 2147483647 cells", timesText(counts));
+void requireMeshCounts(const BinaryInput& input, std::int64_t byte, AxisCounts cells) {
+    requirePositive(input, byte, cells.y, "ny");
+    requirePositive(input, byte + 4, cells.x, "nx");
+    requirePositive(input, byte + 8, cells.z, "nz");
+    if (boundedProduct(cells) > largestInt32) {
+        throwDamageAt(input, byte, "mesh counts of at most 2147483647 cells", timesText(cells));
     }
-    mesh.ny = counts.y;
-    mesh.nx = counts.x;
-    mesh.nz = counts.z;
-    header.nCells = static_cast<std::int32_t>(nCells);
 }
 
-void acceptPaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts counts, MtxHeader& header,
-                        MeshGeometry& mesh) {
-    const std::array<std::int32_t, 3> extents{counts.y, counts.x, counts.z};
-    const std::array<std::int32_t, 3> least{mesh.ny, mesh.nx, 1};
-    const std::array<std::int32_t, 3> cells{mesh.ny, mesh.nx, mesh.nz};
-    const std::array<std::string_view, 3> names{"npy", "npx", "npz"};
-    for (std::size_t axis = 0; axis < extents.size(); ++axis) {
-        const std::int64_t place = byte + 4 * static_cast<std::int64_t>(axis);
-        const std::string name(names[axis]);
-        if (extents[axis] < least[axis]) {
-            throwDamageAt(input, place, name + " of " + std::to_string(least[axis]) + " or more",
-                          std::to_string(extents[axis]));
-        }
-        if (extents[axis] > largestExtent(cells[axis])) {
-            throwDamageAt(input, place, name + " of at most " + std::to_string(largestExtent(cells[axis])),
-                          std::to_string(extents[axis]));
-        }
+void requirePaddedCounts(const BinaryInput& input, std::int64_t byte, AxisCounts cells, AxisCounts padded) {
+    requireExtent(input, byte, "npy", padded.y, cells.y, cells.y);
+    requireExtent(input, byte + 4, "npx", padded.x, cells.x, cells.x);
+    requireExtent(input, byte + 8, "npz", padded.z, 1, cells.z);
+    const std::int64_t nCells = boundedProduct(cells);
+    const std::int64_t nPadTotal = boundedProduct({padded.y, padded.x, std::max(padded.z, cells.z)});
+    if (nPadTotal > largestInt32 || isAbsurdPadding(nPadTotal, nCells)) {
+        throwDamageAt(input, byte, "a padded mesh that suits " + std::to_string(nCells) + " cells", timesText(padded));
     }
-    const std::int64_t nPadTotal = boundedProduct(counts.y, counts.x, std::max(counts.z, mesh.nz));
-    if (nPadTotal > largestInt32 || isAbsurdPadding(nPadTotal, header.nCells)) {
-        throwDamageAt(input, byte, "a padded mesh that suits " + std::to_string(header.nCells) + " cells",
-                      timesText(counts));
-    }
-    mesh.npy = counts.y;
-    mesh.npx = counts.x;
-    mesh.npz = counts.z;
-    header.nPadded = boundedProduct(counts.y, counts.x, counts.z);
-    header.nPadTotal = nPadTotal;
-}
-
-void allocateTaps(Sensitivity& sensitivity, std::int32_t nCoef, double& tally, Messages& messages) {
-    const auto count = static_cast<std::size_t>(nCoef);
-    try {
-        sensitivity.filter.coefLow.assign(count, 0.0F);
-        sensitivity.filter.coefHigh.assign(count, 0.0F);
-    } catch (const std::bad_alloc& error) {
-        fatalStop(messages, withAllocatorText("Error: Not enough memory for the wavelet coefficient arrays", error));
-    }
-    sensitivity.header.nCoef = nCoef;
-    tally += 8.0 * nCoef;
 }
 
 void readFinite(BinaryInput& input, std::span<float> values, std::string_view what) {
@@ -134,23 +104,28 @@ void readFinite(BinaryInput& input, std::span<double> values, std::string_view w
     readFiniteValues(input, values, what);
 }
 
+// Without branches, so that compilers test several indices at once: both differences have their top bit clear for an
+// index within the range, and one of them has it set for any other.
+bool indicesInside(std::span<const std::int32_t> coefIndex, std::int64_t positions) {
+    assert(positions >= 0 && positions <= largestInt32);
+    const auto last = static_cast<std::uint32_t>(positions);
+    std::uint32_t outside = 0;
+    for (const std::int32_t index : coefIndex) {
+        const auto position = static_cast<std::uint32_t>(index);
+        outside |= (position - 1) | (last - position);
+    }
+    return (outside >> 31) == 0;
+}
+
 void requireCoefIndices(const BinaryInput& input, std::int64_t firstByte, std::span<const std::int32_t> coefIndex,
-                        std::int64_t nPadded) {
-    const auto limit = static_cast<std::uint32_t>(nPadded);
-    if (indicesInside(coefIndex.data(), coefIndex.size(), limit, widestInstructionSet())) {
+                        std::int64_t positions) {
+    if (indicesInside(coefIndex, positions)) {
         return;
     }
     const auto bad = std::find_if(coefIndex.begin(), coefIndex.end(),
-                                  [nPadded](std::int32_t index) { return index < 1 || index > nPadded; });
+                                  [positions](std::int32_t index) { return index < 1 || index > positions; });
     throwDamageAt(input, firstByte + 4 * (bad - coefIndex.begin()),
-                  "a coefficient index within 1 to " + std::to_string(nPadded), std::to_string(*bad));
-}
-
-void markRowStart(const BinaryInput& input, MtxHeader& header, std::size_t file) {
-    if (input.position > largestInt32) {
-        throwDamage(input, "the rows to begin within the first 2147483647 bytes", "their beginning here");
-    }
-    header.rowStart[file] = static_cast<std::int32_t>(input.position);
+                  "a coefficient index within 1 to " + std::to_string(positions), std::to_string(*bad));
 }
 
 }  // namespace voxlith

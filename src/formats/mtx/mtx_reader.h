@@ -1,47 +1,89 @@
-// Reads sensitivity files: three layouts, told apart here. The stages of a file are separate routines because the run
-// allocates its arrays between them: stations after stage 1, mesh arrays and depth weights after stage 2, gtgdiag,
-// layer responses and rowOffset after stage 3, the coefficient arrays before the second pass.
+// Reads sensitivity files in their three forms. The stages of a file are separate routines because the caller sizes
+// its arrays between them:
 //
-// Damage of any kind (an early end, counts that cannot be, indices outside the padded array, taps or nodes that are not
-// finite) throws RunError with file and byte, before room is made for what the file cannot hold. A later file whose
-// counts differ from the first's ends the run by PlainStop, after the message in the log and on the screen.
+//   openMtxFile, readMtxDataType, readMtxDataCount    then stations (nData)
+//   readMtxMesh                                       then nodes, cells
+//   readMtxNodes, scanMtxRows, readMtxTail            then the coefficients
+//   readMtxRows, or nextMtxRow row by row
+//
+// Damage of any kind (an early end, impossible counts, indices outside the padded array, a filter or nodes that are not
+// finite) throws RunError with file and byte, before memory is asked for what the file cannot hold.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
-#include "base/messages.h"
-#include "sensitivity/sensitivity.h"
+#include "formats/mtx/binary_input.h"
+#include "formats/mtx/mtx_layout.h"
 #include "survey/mesh_geometry.h"
-#include "survey/obs_set.h"
 
 namespace voxlith {
 
-// True when the run's only file is in record form.
-bool detectMtxForm(const std::string& name);
+struct MtxInput {
+    BinaryInput input;
+    MtxHeader header;
+    std::int64_t rowStart = 0;  // byte at which the rows begin
+};
 
-// Stage 1: opens file `file` (from 0), finds its form, logs version and data type, reads the number of data. File 0
-// sets header.nData, later ones are compared. sensitivity.header.recordForm is set before.
-void openMtxFile(Sensitivity& sensitivity, std::size_t file, const std::string& name, Messages& messages);
+// What must be the same in all files of a run, and what is thrown where a later file differs from the first.
+enum class MtxQuantity { data, cells, paddedCells, filterLength };
+struct MtxMismatch {
+    MtxQuantity quantity;
+};
 
-// Stage 2: field values and stations (into `obs`), mesh and padded mesh counts, taps. Compares later files with the
-// first. `tally` gets the bytes of the taps.
-void readMtxMesh(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh, ObsSet& obs, double& tally,
-                 Messages& messages);
+// True when the file begins with the record of counts: 20, five numbers, 20, with counts above 0 that belong together.
+// A file that cannot be opened or is too short is none.
+bool isMtxRecordForm(const std::string& name);
 
-// Stage 3: nodes (mesh arrays have their sizes), weight parameters, depth weights; for file 0 the style rule: style and
-// nzl.
-void readMtxNodes(Sensitivity& sensitivity, std::size_t file, MeshGeometry& mesh, Messages& messages);
+// Opens the file; tells the tagged from the bare form, and reads the version. `recordForm`: see isMtxRecordForm.
+void openMtxFile(MtxInput& file, const std::string& name, bool recordForm);
 
-// Stage 4, first pass over the rows: fills rowOffset and the counts without touching the coefficients.
-void scanMtxRows(Sensitivity& sensitivity, std::size_t file);
+// By the file, or, in the record form, by its name.
+void readMtxDataType(MtxInput& file);
+DataType recordDataType(std::string_view name);
 
-// Stage 5: gtgdiag and, from version 2 on, style and layer responses; returns to the rows. For a record-form file
-// gtgdiag is computed from the rows.
-void readMtxTail(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh);
+// For this and the next stage: `first` is the head of the run's first file, null for that one itself. Throws
+// MtxMismatch.
+void readMtxDataCount(MtxInput& file, const MtxHeader* first);
 
-// Second pass, memory mode: all rows of all files into the store, which has its size already; closes the files.
-void loadMtxRows(Sensitivity& sensitivity);
+// Field values and stations (tagged form; x, y and z hold nData each and stay as they are in the other forms), counts
+// of mesh and padded mesh, filter. Throws std::bad_alloc where there is no memory for the filter.
+void readMtxMesh(MtxInput& file, const MtxHeader* first, std::span<double> x, std::span<double> y, std::span<double> z);
+
+// Nodes of `mesh`, weight parameters, and one depth weight by cell. The arrays have their sizes; mesh.ubcTopo, nx ny
+// values, is filled from a record form alone. Leaves the file at its rows. Throws std::bad_alloc.
+void readMtxNodes(MtxInput& file, MeshGeometry& mesh, std::span<float> depthWeight);
+
+// First pass over the rows: from rowOffset[0] on, adds the count of each row to fill rowOffset[1 .. nData], without
+// touching the coefficients. Returns the longest row.
+std::int32_t scanMtxRows(MtxInput& file, std::span<std::int64_t> rowOffset);
+
+// What follows the rows: `gtgdiag` by cell and, where the file holds them, style and `layerResponse` (layer, then
+// datum). In the record form nothing follows, and the arrays stay as they are.
+void readMtxTail(MtxInput& file, std::span<double> gtgdiag, std::span<double> layerResponse);
+
+// Back to the first row.
+void rewindMtxRows(MtxInput& file);
+
+// Second pass: the next rows.size() rows, each as long as it was counted.
+void readMtxRows(MtxInput& file, std::span<const RawRow> rows);
+
+// The next row of a record form into the front of `row`; its count. Throws RunError where `row` is too short.
+std::size_t readRecordRow(MtxInput& file, const RawRow& row);
+
+// A row as it stands in the read-ahead of its file or in the caller's buffer, until the next read from the file.
+struct MtxRowView {
+    const std::int32_t* coefIndex = nullptr;
+    const std::int32_t* coefValue = nullptr;  // bits of real32
+    std::size_t count = 0;
+};
+
+// The next row, for runs that keep no rows in memory. A count of 0 or less gives an empty row and nothing further is
+// read for it: dense rows need memory. Most rows are used where they were read to; a row longer than the read-ahead
+// needs 2 count numbers in `buffer`. Where these are more than it holds, coefIndex is null, and nothing has moved.
+MtxRowView nextMtxRow(MtxInput& file, std::span<std::int32_t> buffer);
 
 }  // namespace voxlith

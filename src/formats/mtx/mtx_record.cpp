@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
+#include <cassert>
 #include <string>
 #include <vector>
 
-#include "base/allocation_failure.h"
 #include "formats/mtx/mtx_checks.h"
-#include "sensitivity/wavelet/wavelet.h"
-#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -18,7 +15,16 @@ namespace {
 constexpr std::int32_t countsLength = 20;    // payload of the first record
 constexpr std::int64_t meshCountsByte = 12;  // ny
 constexpr std::int64_t nodesByte = 28;       // frame of the second record
-constexpr std::int32_t mostTaps = 24;
+constexpr std::int64_t paddedLength = 12;
+constexpr std::int64_t emptyRowBytes = 12;  // two frames and the count
+
+constexpr std::string_view countsRecord = "the record of the counts";
+constexpr std::string_view nodesRecord = "the record of the nodes";
+constexpr std::string_view topographyRecord = "the record of the topography";
+constexpr std::string_view filterRecord = "the record of the wavelet filter";
+constexpr std::string_view paddedRecord = "the record of the padded mesh";
+constexpr std::string_view weightsRecord = "the record of the depth weights";
+constexpr std::string_view rowRecord = "the record of a row";
 
 // The length of the record at the present position, which is the one given; the record with both its frames is there.
 void beginRecord(BinaryInput& input, std::int64_t length, std::string_view what) {
@@ -39,103 +45,80 @@ void endRecord(BinaryInput& input, std::int64_t length, std::string_view what) {
     }
 }
 
-void passRecord(BinaryInput& input, std::int64_t length, std::string_view what) {
+void skipRecord(BinaryInput& input, std::int64_t length, std::string_view what) {
     beginRecord(input, length, what);
     seekBinary(input, input.position + length);
     endRecord(input, length, what);
 }
 
-std::int64_t nodesLength(const MeshGeometry& mesh) {
-    return 4 * (std::int64_t{mesh.ny} + mesh.nx + mesh.nz + 4);
+std::int64_t nodesLength(const MtxHeader& header) {
+    return 4 * (std::int64_t{header.cells.y} + header.cells.x + header.cells.z + 4);
 }
 
-std::int64_t topographyLength(const MeshGeometry& mesh) {
-    return 4 * std::int64_t{mesh.ny} * mesh.nx;
+std::int64_t topographyLength(const MtxHeader& header) {
+    return 4 * std::int64_t{header.cells.y} * header.cells.x;
 }
 
-std::int64_t depthWeightLength(const MtxHeader& header) {
-    return 4 + 4 * std::int64_t{header.nCells};
+std::int64_t filterLength(const MtxHeader& header) {
+    return 4 + 4 * static_cast<std::int64_t>(header.coefLow.size());
 }
 
-void readRecordTaps(Sensitivity& sensitivity, double& tally, Messages& messages) {
-    BinaryInput& input = sensitivity.files[0];
-    constexpr std::string_view what = "the record of the taps";
+std::int64_t weightsLength(const MtxHeader& header) {
+    return 4 + 4 * header.nCells();
+}
+
+std::int64_t rowLength(std::int32_t count) {
+    return 4 + std::int64_t{8} * count;
+}
+
+void requireRows(const BinaryInput& input, const MtxHeader& header) {
+    requireBytes(input, emptyRowBytes * header.nData, "rows of " + std::to_string(header.nData) + " data");
+}
+
+void readFilter(MtxInput& file) {
+    BinaryInput& input = file.input;
     const std::int64_t byte = input.position;
-    const std::int32_t length = readInt32(input, what);
-    const std::int32_t nCoef = readInt32(input, "the number of taps");
-    if (nCoef < 1 || nCoef > mostTaps) {
-        throwDamageAt(input, byte + 4, "a number of taps from 1 to 24", std::to_string(nCoef));
+    const std::int32_t length = readInt32(input, filterRecord);
+    const std::int32_t nCoef = readInt32(input, "the filter length");
+    if (nCoef < 1 || nCoef > longestRecordFilter) {
+        throwDamageAt(input, byte + 4, "a filter length from 1 to " + std::to_string(longestRecordFilter),
+                      std::to_string(nCoef));
     }
     if (length != 4 + 4 * nCoef) {
-        throwDamageAt(input, byte, std::string(what) + " of length " + std::to_string(4 + 4 * nCoef),
+        throwDamageAt(input, byte, std::string(filterRecord) + " of length " + std::to_string(4 + 4 * nCoef),
                       std::to_string(length));
     }
-    allocateTaps(sensitivity, nCoef, tally, messages);
-    readFinite(input, sensitivity.filter.coefLow, "the low-pass taps");
-    endRecord(input, length, what);
-    const std::vector<float> mirrored = mirrorTaps(sensitivity.filter.coefLow);
-    std::copy(mirrored.begin(), mirrored.end(), sensitivity.filter.coefHigh.begin());
+    file.header.coefLow.resize(static_cast<std::size_t>(nCoef));
+    readFinite(input, file.header.coefLow, "the low-pass filter");
+    endRecord(input, length, filterRecord);
 }
 
-void readNodeRecord(BinaryInput& input, MeshGeometry& mesh, Messages& messages) {
-    constexpr std::string_view what = "the record of the nodes";
-    std::vector<float> nodes;
-    try {
-        nodes.resize(mesh.yNode.size() + mesh.xNode.size() + mesh.zNode.size());
-    } catch (const std::bad_alloc& error) {
-        fatalStop(messages, withAllocatorText("Error: Not enough memory for the UBC mesh node arrays", error));
-    }
-    beginRecord(input, nodesLength(mesh), what);
+void readNodes(MtxInput& file, MeshGeometry& mesh) {
+    BinaryInput& input = file.input;
+    std::vector<float> nodes(mesh.yNode.size() + mesh.xNode.size() + mesh.zNode.size());
+    beginRecord(input, nodesLength(file.header), nodesRecord);
     readFinite(input, nodes, "the nodes");
-    readReal32(input, "the number behind the nodes");  // nothing has a use for it
-    endRecord(input, nodesLength(mesh), what);
+    readReal32(input, "the number after the nodes");  // unused
+    endRecord(input, nodesLength(file.header), nodesRecord);
     auto next = nodes.cbegin();
     for (std::vector<double>* axis : {&mesh.yNode, &mesh.xNode, &mesh.zNode}) {
-        const auto last = next + static_cast<std::ptrdiff_t>(axis->size());
-        std::copy(next, last, axis->begin());
-        next = last;
+        const auto end = next + static_cast<std::ptrdiff_t>(axis->size());
+        std::copy(next, end, axis->begin());
+        next = end;
     }
 }
 
-void readTopography(BinaryInput& input, MeshGeometry& mesh, Messages& messages) {
-    constexpr std::string_view what = "the record of the topography";
-    try {
-        mesh.ubcTopo.resize(static_cast<std::size_t>(mesh.nx) * static_cast<std::size_t>(mesh.ny));
-    } catch (const std::bad_alloc& error) {
-        fatalStop(messages, withAllocatorText("Error: Not enough memory for the UBC mesh topo array", error));
-    }
-    beginRecord(input, topographyLength(mesh), what);
-    readBytes(input, mesh.ubcTopo.data(), 4 * mesh.ubcTopo.size(), what);
-    endRecord(input, topographyLength(mesh), what);
-}
-
-// Length and count of a row's record, which belong together.
-std::int32_t beginRow(BinaryInput& input) {
-    const std::int64_t byte = input.position;
-    std::array<std::int32_t, 2> lengthAndCount{};
-    readBytes(input, lengthAndCount.data(), sizeof lengthAndCount, "length and count of a row");
-    const auto [length, count] = lengthAndCount;
-    if (count < 0) {
-        throwDamageAt(input, byte + 4, "the count of a row, 0 or more", std::to_string(count));
-    }
-    const std::int64_t expected = 4 + std::int64_t{8} * count;
-    if (length != expected) {
-        throwDamageAt(
-            input, byte,
-            "the record of a row of " + std::to_string(count) + " coefficients with length " + std::to_string(expected),
-            std::to_string(length));
-    }
-    requireBytes(input, expected, "the coefficients of a row");
-    return count;
-}
-
-void endRow(BinaryInput& input, std::int32_t count) {
-    endRecord(input, 4 + std::int64_t{8} * count, "the record of a row");
+void readTopography(MtxInput& file, MeshGeometry& mesh) {
+    BinaryInput& input = file.input;
+    assert(static_cast<std::int64_t>(4 * mesh.ubcTopo.size()) == topographyLength(file.header));
+    beginRecord(input, topographyLength(file.header), topographyRecord);
+    readBytes(input, mesh.ubcTopo.data(), 4 * mesh.ubcTopo.size(), topographyRecord);
+    endRecord(input, topographyLength(file.header), topographyRecord);
 }
 
 }  // namespace
 
-bool isRecordForm(const std::string& name) {
+bool isMtxRecordForm(const std::string& name) {
     BinaryInput input;
     if (!openBinaryInput(input, name)) {
         return false;
@@ -158,81 +141,72 @@ DataType recordDataType(std::string_view name) {
     return magnetic ? DataType::totalMagnetic : DataType::gz;
 }
 
-void readRecordHead(Sensitivity& sensitivity, Messages& messages) {
-    MtxHeader& header = sensitivity.header;
-    BinaryInput& input = sensitivity.files[0];
-    header.version = 0;
-    header.tagged = false;
-    header.dataType[0] = recordDataType(input.name);
-    logLine(messages, " Data type 1: " + std::string(dataTypeName(header.dataType[0])));
-    beginRecord(input, countsLength, "the record of the counts");
+void readRecordDataCount(MtxInput& file) {
+    BinaryInput& input = file.input;
+    beginRecord(input, countsLength, countsRecord);
     const std::int64_t byte = input.position;
-    header.nData = readInt32(input, "the number of data");
-    requirePositive(input, byte, header.nData, "a number of data");
-    // A row takes twelve bytes without any coefficient.
-    requireBytes(input, 12 * std::int64_t{header.nData}, "rows of " + std::to_string(header.nData) + " data");
+    file.header.nData = readInt32(input, "the number of data");
+    requirePositive(input, byte, file.header.nData, "a number of data");
+    requireRows(input, file.header);
 }
 
-void readRecordMesh(Sensitivity& sensitivity, MeshGeometry& mesh, double& tally, Messages& messages) {
-    MtxHeader& header = sensitivity.header;
-    BinaryInput& input = sensitivity.files[0];
+void readRecordMesh(MtxInput& file) {
+    MtxHeader& header = file.header;
+    BinaryInput& input = file.input;
     seekBinary(input, meshCountsByte - 4);
     const std::int32_t nCells = readInt32(input, "the number of cells");
-    acceptMeshCounts(input, meshCountsByte, readAxisCounts(input, "ny, nx, nz"), header, mesh);
-    if (nCells != header.nCells) {
-        throwDamageAt(input, meshCountsByte - 4, "the number of cells " + std::to_string(header.nCells),
+    header.cells = readAxisCounts(input, "ny, nx, nz");
+    requireMeshCounts(input, meshCountsByte, header.cells);
+    if (nCells != header.nCells()) {
+        throwDamageAt(input, meshCountsByte - 4, "the number of cells " + std::to_string(header.nCells()),
                       std::to_string(nCells));
     }
-    endRecord(input, countsLength, "the record of the counts");
-    passRecord(input, nodesLength(mesh), "the record of the nodes");
-    passRecord(input, topographyLength(mesh), "the record of the topography");
-    readRecordTaps(sensitivity, tally, messages);
-    constexpr std::int64_t paddedLength = 12;
-    beginRecord(input, paddedLength, "the record of the padded mesh");
+    endRecord(input, countsLength, countsRecord);
+    skipRecord(input, nodesLength(header), nodesRecord);
+    skipRecord(input, topographyLength(header), topographyRecord);
+    readFilter(file);
+    beginRecord(input, paddedLength, paddedRecord);
     const std::int64_t byte = input.position;
-    acceptPaddedCounts(input, byte, readAxisCounts(input, "npy, npx, npz"), header, mesh);
-    endRecord(input, paddedLength, "the record of the padded mesh");
-    passRecord(input, depthWeightLength(header), "the record of the depth weights");
-    requireBytes(input, 12 * std::int64_t{header.nData}, "rows of " + std::to_string(header.nData) + " data");
+    header.padded = readAxisCounts(input, "npy, npx, npz");
+    requirePaddedCounts(input, byte, header.cells, header.padded);
+    endRecord(input, paddedLength, paddedRecord);
+    skipRecord(input, weightsLength(header), weightsRecord);
+    requireRows(input, header);
 }
 
-void readRecordNodes(Sensitivity& sensitivity, MeshGeometry& mesh, Messages& messages) {
-    const MtxHeader& header = sensitivity.header;
-    BinaryInput& input = sensitivity.files[0];
+void readRecordNodes(MtxInput& file, MeshGeometry& mesh, std::span<float> depthWeight) {
+    BinaryInput& input = file.input;
     seekBinary(input, nodesByte);
-    readNodeRecord(input, mesh, messages);
-    readTopography(input, mesh, messages);
-    passRecord(input, 4 + 4 * std::int64_t{header.nCoef}, "the record of the taps");
-    passRecord(input, 12, "the record of the padded mesh");
-    constexpr std::string_view what = "the record of the depth weights";
-    beginRecord(input, depthWeightLength(header), what);
-    readInt32(input, "the number before the depth weights");  // nothing has a use for it
-    readBytes(input, sensitivity.depthWeight.data(), 4 * static_cast<std::size_t>(header.nCells), what);
-    endRecord(input, depthWeightLength(header), what);
+    readNodes(file, mesh);
+    readTopography(file, mesh);
+    skipRecord(input, filterLength(file.header), filterRecord);
+    skipRecord(input, paddedLength, paddedRecord);
+    beginRecord(input, weightsLength(file.header), weightsRecord);
+    readInt32(input, "the number before the depth weights");  // unused
+    readBytes(input, depthWeight.data(), depthWeight.size_bytes(), weightsRecord);
+    endRecord(input, weightsLength(file.header), weightsRecord);
 }
 
-std::int32_t scanRecordRow(BinaryInput& input) {
-    const std::int32_t count = beginRow(input);
-    seekBinary(input, input.position + std::int64_t{8} * count);
-    endRow(input, count);
-    return count;
-}
-
-std::int32_t readRecordRow(BinaryInput& input, std::int64_t nPadded, std::span<std::int32_t> coefIndex,
-                           std::span<std::int32_t> coefValue) {
+std::int32_t beginRecordRow(BinaryInput& input) {
     const std::int64_t byte = input.position;
-    const std::int32_t count = beginRow(input);
-    const auto taken = static_cast<std::size_t>(count);
-    if (taken > coefIndex.size()) {
-        throwDamageAt(input, byte + 4, "a row of at most " + std::to_string(coefIndex.size()) + " coefficients",
-                      std::to_string(count));
+    std::array<std::int32_t, 2> lengthAndCount{};
+    readBytes(input, lengthAndCount.data(), sizeof lengthAndCount, "length and count of a row");
+    const auto [length, count] = lengthAndCount;
+    if (count < 0) {
+        throwDamageAt(input, byte + 4, "the count of a row, 0 or more", std::to_string(count));
     }
-    const std::int64_t firstByte = input.position;
-    readBytes(input, coefIndex.data(), 4 * taken, "the indices of a row");
-    requireCoefIndices(input, firstByte, coefIndex.first(taken), nPadded);
-    readBytes(input, coefValue.data(), 4 * taken, "the values of a row");
-    endRow(input, count);
+    if (length != rowLength(count)) {
+        throwDamageAt(input, byte,
+                      std::string(rowRecord) + " of " + std::to_string(count) + " coefficients with length " +
+                          std::to_string(rowLength(count)),
+                      std::to_string(length));
+    }
+    requireBytes(input, rowLength(count), "the coefficients of a row");
     return count;
+}
+
+void endRecordRow(BinaryInput& input, std::int32_t count) {
+    endRecord(input, rowLength(count), rowRecord);
 }
 
 }  // namespace voxlith

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/large_array.h"
+#include "formats/mtx/mtx_layout.h"
 #include "sensitivity/rows/blocked_rows.h"
 
 namespace voxlith {
@@ -26,11 +27,6 @@ struct SparseCoefStore {
 
     std::vector<BlockedRows> working;  // by file; empty while the rows are raw
     LargeArray<double> compact;        // work: values at the positions in use
-};
-
-struct RawRow {
-    std::span<std::int32_t> coefIndex;
-    std::span<std::int32_t> coefValue;  // bits of real32
 };
 
 // Room for `capacity` coefficients, not filled, and for `headroomWords` more in front of them. Throws std::bad_alloc;

@@ -61,22 +61,20 @@ TEST_F(MtxLargeFileTest, theScanOfAStreamReadsTheCountsAlone) {
     sparse.put(tail, file.bytes.data() + head, tailBytes);
 
     MtxReading reading;
-    reading.openAndReadHeader(0, name);
-    BinaryInput& input = reading.sensitivity.files[0];
+    reading.openAndReadHead(0, name);
+    BinaryInput& input = reading.files[0].input;
     // The read-ahead of the header holds the first row's count already.
     input.blockLength = 0;
     const std::int64_t before = input.bytesRead;
-    scanMtxRows(reading.sensitivity, 0);
+    reading.countRows(0);
     EXPECT_EQ(input.bytesRead - before, 4 * nData);
-    readMtxTail(reading.sensitivity, 0, reading.mesh);
+    reading.readTail(0);
     EXPECT_LT(input.bytesRead, std::int64_t{1} << 21);
     const std::int64_t length = longRow;
-    EXPECT_EQ(reading.sensitivity.store.rowOffset,
-              (std::vector<std::int64_t>{1, 1 + length, 1 + 2 * length, 1 + 3 * length}));
-    EXPECT_EQ(reading.sensitivity.header.coefficientCount[0], 3 * length);
-    EXPECT_EQ(reading.sensitivity.store.rowMax, longRow);
-    EXPECT_EQ(reading.sensitivity.gtgdiag, contents.gtgdiag);
-    EXPECT_EQ(reading.sensitivity.layerResponse, contents.layerResponse);
+    EXPECT_EQ(reading.rowOffset, (std::vector<std::int64_t>{1, 1 + length, 1 + 2 * length, 1 + 3 * length}));
+    EXPECT_EQ(reading.longestRow, longRow);
+    EXPECT_EQ(reading.gtgdiag, contents.gtgdiag);
+    EXPECT_EQ(reading.layerResponse, contents.layerResponse);
     EXPECT_EQ(input.position, static_cast<std::int64_t>(head));
 }
 
@@ -94,16 +92,15 @@ TEST_F(MtxLargeFileTest, theScanOfRecordsReadsFramesAndCountsAlone) {
         sparse.put(head + (r + 1) * recordBytes - 4, length);
     }
     MtxReading reading;
-    reading.sensitivity.header.recordForm = detectMtxForm(name);
-    ASSERT_TRUE(reading.sensitivity.header.recordForm);
-    reading.openAndReadHeader(0, name);
-    BinaryInput& input = reading.sensitivity.files[0];
+    ASSERT_TRUE(isMtxRecordForm(name));
+    reading.openAndReadHead(0, name, true);
+    BinaryInput& input = reading.files[0].input;
     input.blockLength = 0;
     const std::int64_t before = input.bytesRead;
-    scanMtxRows(reading.sensitivity, 0);
+    reading.countRows(0);
     // 12 bytes before the first row and across each boundary; the last one has the closing frame alone.
     EXPECT_EQ(input.bytesRead - before, 12 * nData + 4);
-    EXPECT_EQ(reading.sensitivity.store.rowOffset.back(), 1 + std::int64_t{nData} * (longRow - 1));
+    EXPECT_EQ(reading.rowOffset.back(), 1 + std::int64_t{nData} * (longRow - 1));
 }
 
 TEST_F(MtxLargeFileTest, rowsBehindFourGibibytesAreLoadedFromTheirPlace) {
@@ -116,10 +113,10 @@ TEST_F(MtxLargeFileTest, rowsBehindFourGibibytesAreLoadedFromTheirPlace) {
     sparse.put(shift + static_cast<std::int64_t>(file.places.rows), file.bytes.data() + file.places.rows,
                file.bytes.size() - file.places.rows);
     MtxReading reading;
-    reading.openAndReadHeader(0, name);
-    reading.sensitivity.header.rowStart[0] += shift;
-    seekBinary(reading.sensitivity.files[0], reading.sensitivity.header.rowStart[0]);
-    scanMtxRows(reading.sensitivity, 0);
+    reading.openAndReadHead(0, name);
+    reading.files[0].rowStart += shift;
+    rewindMtxRows(reading.files[0]);
+    reading.countRows(0);
     reading.load();
     for (std::size_t r = 0; r < static_cast<std::size_t>(nData); ++r) {
         EXPECT_EQ(reading.rowIndices(0, r), contents.rows[r].index);
@@ -133,30 +130,28 @@ TEST_F(MtxLargeFileTest, rowsMustBeginWithinTwoGibibytes) {
     contents.stations.clear();
     contents.rows.clear();
     contents.version = 1;
-    const MtxBytes file = buildMtx(contents, MtxLayout::tagged);
+    const MtxBytes bytes = buildMtx(contents, MtxLayout::tagged);
     constexpr std::int64_t fixedHead = 40;
     const std::int64_t stations = std::int64_t{28} * contents.nData;
     SparseFile sparse(name, 2 * stations);
-    sparse.put(0, file.bytes.data(), static_cast<std::size_t>(fixedHead));
-    sparse.put(fixedHead + stations, file.bytes.data() + fixedHead,
-               file.bytes.size() - static_cast<std::size_t>(fixedHead));
-    Sensitivity sensitivity;
+    sparse.put(0, bytes.bytes.data(), static_cast<std::size_t>(fixedHead));
+    sparse.put(fixedHead + stations, bytes.bytes.data() + fixedHead,
+               bytes.bytes.size() - static_cast<std::size_t>(fixedHead));
+    MtxInput file;
+    openMtxFile(file, name, false);
+    readMtxDataType(file);
+    readMtxDataCount(file, nullptr);
+    EXPECT_EQ(file.header.nData, contents.nData);
+    // The stations are left out, which is what makes the test quick: the head goes on after them.
+    file.header.form = MtxForm::bare;
+    seekBinary(file.input, fixedHead + stations);
+    readMtxMesh(file, nullptr, {}, {}, {});
     MeshGeometry mesh;
-    ObsSet obs;
-    Messages messages;
-    double tally = 0;
-    openMtxFile(sensitivity, 0, name, messages);
-    EXPECT_EQ(sensitivity.header.nData, contents.nData);
-    // The stations are left out, which is what makes the test quick: the header goes on behind them.
-    sensitivity.header.tagged = false;
-    seekBinary(sensitivity.files[0], fixedHead + stations);
-    readMtxMesh(sensitivity, 0, mesh, obs, tally, messages);
-    mesh.yNode.resize(4);
-    mesh.xNode.resize(6);
-    mesh.zNode.resize(3);
-    sensitivity.depthWeight.resize(30);
+    setMeshCounts(file.header, mesh);
+    sizeMeshArrays(mesh);
+    std::vector<float> depthWeight(mesh.cellCount());
     EXPECT_NE(runErrorOf([&] {
-                  readMtxNodes(sensitivity, 0, mesh, messages);
+                  readMtxNodes(file, mesh, depthWeight);
               }).find("expected the rows to begin within the first 2147483647 bytes"),
               std::string::npos);
 }
@@ -172,12 +167,12 @@ TEST_F(MtxLargeFileTest, loadingReadsEveryByteOnce) {
     const MtxPlaces places = writeMtx(name, contents, MtxLayout::bare);
     MtxReading reading;
     reading.readFiles({name});
-    reading.sensitivity.files[0].blockLength = 0;
-    const std::int64_t before = reading.sensitivity.files[0].bytesRead;
+    reading.files[0].input.blockLength = 0;
+    const std::int64_t before = reading.files[0].input.bytesRead;
     reading.load();
     const auto rowBytes = static_cast<std::int64_t>(places.tail - places.rows);
-    EXPECT_LE(reading.sensitivity.files[0].bytesRead - before, rowBytes + static_cast<std::int64_t>(largeReadAhead));
-    EXPECT_GE(reading.sensitivity.files[0].bytesRead - before, rowBytes);
+    EXPECT_LE(reading.files[0].input.bytesRead - before, rowBytes + static_cast<std::int64_t>(largeReadAhead));
+    EXPECT_GE(reading.files[0].input.bytesRead - before, rowBytes);
 }
 
 }  // namespace

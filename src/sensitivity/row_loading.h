@@ -1,0 +1,18 @@
+// The two passes over the rows of the sensitivity files: first their counts, then the coefficients into the store.
+#pragma once
+
+#include <cstddef>
+
+#include "sensitivity/sensitivity.h"
+
+namespace voxlith {
+
+// First pass over file `file` (from 0), in order of the files: fills its part of store.rowOffset, which has its size,
+// and the counts. Throws RunError on damage.
+void countRows(Sensitivity& sensitivity, std::size_t file);
+
+// Second pass: all rows of all files into the store, for which reserveRows has made room; closes the files. Throws
+// RunError on damage.
+void loadRows(Sensitivity& sensitivity);
+
+}  // namespace voxlith
