@@ -16,11 +16,13 @@ namespace {
 // With standard error closed, the first file that is opened takes its number, and a message on the way out would be
 // written into that file.
 void reserveStderrDescriptor() {
-    if (::fcntl(STDERR_FILENO, F_GETFD) != -1)
+    if (::fcntl(STDERR_FILENO, F_GETFD) != -1) {
         return;
+    }
     const int nowhere = ::open("/dev/null", O_WRONLY);
-    if (nowhere < 0 || nowhere == STDERR_FILENO)
+    if (nowhere < 0 || nowhere == STDERR_FILENO) {
         return;
+    }
     ::dup2(nowhere, STDERR_FILENO);
     ::close(nowhere);
 }

@@ -26,35 +26,40 @@ bool beginsWithOneOf(std::string_view argument, const Spellings& spellings) {
 std::optional<std::string_view> textInBrackets(std::string_view argument) {
     const std::size_t open = argument.find('(');
     const std::size_t close = argument.find(')');
-    if (open == std::string_view::npos || close == std::string_view::npos || close < open)
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
         return std::nullopt;
+    }
     return argument.substr(open + 1, close - open - 1);
 }
 
 std::optional<std::string_view> textBehindEquals(std::string_view argument) {
     const std::size_t equals = argument.find('=');
-    if (equals == std::string_view::npos)
+    if (equals == std::string_view::npos) {
         return std::nullopt;
+    }
     return argument.substr(equals + 1);
 }
 
 template <typename Number>
 void decode(std::string_view argument, std::string_view text, std::span<Number> targets, std::string_view expected) {
-    if (freeFormatRead(text, targets) != ReadStatus::good)
+    if (freeFormatRead(text, targets) != ReadStatus::good) {
         throw RunError("command line, \"" + std::string(argument) + "\": expected " + std::string(expected) +
                        ", found \"" + std::string(text) + "\"");
+    }
 }
 
 template <typename Number>
 void decodeBehindEquals(std::string_view argument, Number& target, std::string_view expected) {
-    if (const auto text = textBehindEquals(argument))
+    if (const auto text = textBehindEquals(argument)) {
         decode(argument, *text, std::span(&target, 1), expected);
+    }
 }
 
 void decodeMisfit(std::string_view argument, ObsCleaning& cleaning) {
     const auto text = textInBrackets(argument);
-    if (!text)
+    if (!text) {
         return;
+    }
     std::array<float, 2> numbers{cleaning.misfitPercent, cleaning.misfitFloor};
     decode(argument, *text, std::span<float>(numbers), "two numbers, percent and floor");
     cleaning.misfitPercent = numbers[0];
@@ -63,17 +68,18 @@ void decodeMisfit(std::string_view argument, ObsCleaning& cleaning) {
 
 void readKeyword(std::string_view argument, ControlValues& control) {
     // Compatibility: the keyword NOFAST is accepted and changes nothing, as any unknown word.
-    if (beginsWithOneOf(argument, {"Misfit", "misfit", "MISFIT"}))
+    if (beginsWithOneOf(argument, {"Misfit", "misfit", "MISFIT"})) {
         decodeMisfit(argument, control.cleaning);
-    else if (beginsWithOneOf(argument, {"Tradeoff", "tradeoff", "TRADEOFF"}))
+    } else if (beginsWithOneOf(argument, {"Tradeoff", "tradeoff", "TRADEOFF"})) {
         decodeBehindEquals(argument, control.tradeoffOverride, "a number");
-    else if (beginsWithOneOf(argument, {"Offset", "OFFSET", "offset"}))
+    } else if (beginsWithOneOf(argument, {"Offset", "OFFSET", "offset"})) {
         decodeBehindEquals(argument, control.cleaning.dataShift, "a number");
-    else if (beginsWithOneOf(argument, {"Clip", "CLIP", "clip"}))
+    } else if (beginsWithOneOf(argument, {"Clip", "CLIP", "clip"})) {
         decodeBehindEquals(argument, control.clipLayer, "an integer");
-    else if (beginsWithOneOf(argument, {"ObsClip", "OBSCLIP", "obsclip"})) {
-        if (const auto text = textInBrackets(argument))
+    } else if (beginsWithOneOf(argument, {"ObsClip", "OBSCLIP", "obsclip"})) {
+        if (const auto text = textInBrackets(argument)) {
             control.obsClipText = text->substr(0, lineWidth);
+        }
     }
 }
 
@@ -81,8 +87,9 @@ void readKeyword(std::string_view argument, ControlValues& control) {
 
 void readCommandLine(std::span<const std::string> arguments, ControlValues& control) {
     control.controlFileName = arguments.front().substr(0, lineWidth);
-    for (const std::string& argument : arguments.subspan(1))
+    for (const std::string& argument : arguments.subspan(1)) {
         readKeyword(trimRight(std::string_view(argument).substr(0, lineWidth)), control);
+    }
 }
 
 }  // namespace voxlith

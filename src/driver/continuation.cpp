@@ -45,8 +45,9 @@ void writeHeadings(LineFile& file, std::string_view heading) {
 }
 
 void beginTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
-    if (!openLineFile(file, name, LineFileMode::create))
+    if (!openLineFile(file, name, LineFileMode::create)) {
         stopForMissing(messages, name);
+    }
     writeHeadings(file, heading);
 }
 
@@ -54,10 +55,12 @@ void beginTable(Messages& messages, LineFile& file, std::string_view name, std::
 void continueTable(Messages& messages, LineFile& file, std::string_view name, std::string_view heading) {
     std::error_code unknown;
     const bool isEmpty = std::filesystem::file_size(std::filesystem::path(name), unknown) == 0;
-    if (!openLineFile(file, name, LineFileMode::append))
+    if (!openLineFile(file, name, LineFileMode::append)) {
         stopForMissing(messages, name);
-    if (isEmpty)
+    }
+    if (isEmpty) {
         writeHeadings(file, heading);
+    }
 }
 
 // Whether a row without line end may have been cut within a heading or within its iteration number, that is where a 1
@@ -66,16 +69,18 @@ void continueTable(Messages& messages, LineFile& file, std::string_view name, st
 bool endsWithinNumber(std::string_view row) {
     const std::size_t first = row.find_first_not_of(' ', 1);  // the first column counts as blank
     const std::size_t behind = first == std::string_view::npos ? first : row.find_first_not_of("0123456789", first);
-    if (first == std::string_view::npos || behind == first)
+    if (first == std::string_view::npos || behind == first) {
         return true;
+    }
     return behind == std::string_view::npos && first >= numberStart && row.size() < numberEnd;
 }
 
 // A run that was killed while it wrote a row leaves a row without line end. When no iteration can be told from it, it
 // is cut off, so that no later run takes the beginning of a number for the number.
 void dropUnfinishedRow(Messages& messages, std::string_view name) {
-    if (!fileExists(std::string(name)))
+    if (!fileExists(std::string(name))) {
         stopForMissing(messages, name);
+    }
     std::ifstream file{std::string(name), std::ios::binary | std::ios::ate};
     const std::streamoff size = file.tellg();
     std::streamoff rowStart = size;
@@ -83,71 +88,88 @@ void dropUnfinishedRow(Messages& messages, std::string_view name) {
     for (char character = 0; rowStart > 0; --rowStart) {
         file.seekg(rowStart - 1);
         file.get(character);
-        if (!file || character == '\n')
+        if (!file || character == '\n') {
             break;
+        }
         row.insert(row.begin(), character);
-        if (row.size() >= shortestRow)
+        if (row.size() >= shortestRow) {
             return;  // long enough to be whole; only its line end is missing
+        }
     }
     file.close();
     std::error_code failure;
-    if (rowStart < size && endsWithinNumber(row))
+    if (rowStart < size && endsWithinNumber(row)) {
         std::filesystem::resize_file(std::filesystem::path(name), static_cast<std::uintmax_t>(rowStart), failure);
-    if (failure)
+    }
+    if (failure) {
         throw RunError(std::string(name) + ": an unfinished last row cannot be cut off: " + failure.message());
+    }
 }
 
 bool skipLines(TextInput& input, int count) {
     std::string line;
-    for (int i = 0; i < count; ++i)
-        if (!readLine(input, line))
+    for (int i = 0; i < count; ++i) {
+        if (!readLine(input, line)) {
             return false;
+        }
+    }
     return true;
 }
 
 std::int32_t lastIterationOf(Messages& messages) {
     TextInput input;
-    if (!openTextInput(input, std::string(progressName)))
+    if (!openTextInput(input, std::string(progressName))) {
         stopForMissing(messages, progressName);
+    }
     std::int32_t iteration = 0;
     std::string line;
-    if (!skipLines(input, progressHeadings))
+    if (!skipLines(input, progressHeadings)) {
         return iteration;
+    }
     for (std::int64_t row = progressHeadings + 1; readLine(input, line); ++row) {
-        if (!line.empty())
+        if (!line.empty()) {
             line.front() = ' ';
-        if (trim(line).starts_with("Iterations"))
+        }
+        if (trim(line).starts_with("Iterations")) {
             continue;  // a run continued before its first iteration writes the heading of the table once more
-        if (freeFormatRead(std::string_view(line), std::span(&iteration, 1)) == ReadStatus::badText)
+        }
+        if (freeFormatRead(std::string_view(line), std::span(&iteration, 1)) == ReadStatus::badText) {
             throw RunError(std::string(progressName) + ", line " + std::to_string(row) +
                            ": expected an iteration number, found \"" + line + "\"");
+        }
     }
     return iteration;
 }
 
 void readLineSearchTable(Messages& messages, LineSearchTable& table) {
     TextInput input;
-    if (!openTextInput(input, std::string(lineSearchName)))
+    if (!openTextInput(input, std::string(lineSearchName))) {
         stopForMissing(messages, lineSearchName);
-    if (!skipLines(input, lineSearchHeadings))
+    }
+    if (!skipLines(input, lineSearchHeadings)) {
         return;
+    }
     std::string line;
     for (std::int64_t row = lineSearchHeadings + 1; readLine(input, line); ++row) {
-        if (isBlank(line))
+        if (isBlank(line)) {
             continue;
+        }
         TextInput words;
         openTextInMemory(words, line);
         FreeFormatRead read = beginFreeFormatRead(words);
         std::int32_t number = 0;
         std::array<double, 4> values{};
         readValue(read, number);
-        if (readValues(read, std::span<double>(values)) != ReadStatus::good)
+        if (readValues(read, std::span<double>(values)) != ReadStatus::good) {
             throw RunError(std::string(lineSearchName) + ", line " + std::to_string(row) +
                            ": expected an integer and four numbers, found \"" + line + "\"");
-        if (table.rows == lineSearchRows)
+        }
+        if (table.rows == lineSearchRows) {
             continue;
-        for (std::size_t column = 0; column < values.size(); ++column)
+        }
+        for (std::size_t column = 0; column < values.size(); ++column) {
             table.columns[column][table.rows] = values[column];
+        }
         ++table.rows;
     }
 }
@@ -162,8 +184,9 @@ std::int32_t addClamped(std::int32_t a, std::int32_t b) {
 
 void openProgressFiles(Messages& messages, std::int32_t iMode, LineFile& progressTable, LineFile& lineSearchTable) {
     beginTable(messages, progressTable, progressName, progressHeading);
-    if (iMode == -1)
+    if (iMode == -1) {
         beginTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
+    }
 }
 
 void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptions& options, LineFile& progressTable,
@@ -172,8 +195,9 @@ void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptio
     options.startIteration = lastIterationOf(messages);
     continueTable(messages, progressTable, progressName, progressHeading);
     options.maxIterations = addClamped(options.maxIterations, options.startIteration);
-    if (iMode != -1)
+    if (iMode != -1) {
         return;
+    }
     LineSearchTable table;
     readLineSearchTable(messages, table);
     continueTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);

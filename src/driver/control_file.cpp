@@ -39,16 +39,18 @@ struct ControlReader {
 // Takes the next line, without its comment; false at the end of the file.
 bool nextControlLine(ControlReader& reader) {
     ++reader.lineNumber;
-    if (!readLine(reader.input, reader.line, lineWidth))
+    if (!readLine(reader.input, reader.line, lineWidth)) {
         return false;
+    }
     removeComment(reader.line);
     return true;
 }
 
 void requireControlLine(ControlReader& reader, std::string_view expected) {
-    if (!nextControlLine(reader))
+    if (!nextControlLine(reader)) {
         throw RunError(reader.control.controlFileName + ", line " + std::to_string(reader.lineNumber) + ": expected " +
                        std::string(expected) + ", found the end of the file");
+    }
 }
 
 void echoText(ControlReader& reader, std::string_view words) {
@@ -59,16 +61,18 @@ void echoText(ControlReader& reader, std::string_view words) {
 template <typename Number>
 bool parseOptional(FreeFormatRead& read, Number& target) {
     Number value = target;
-    if (readValue(read, value) != ReadStatus::good)
+    if (readValue(read, value) != ReadStatus::good) {
         return false;
+    }
     target = value;
     return true;
 }
 
 // A count on line 1: false when nothing that can be read stands there; the line then ends.
 bool parseCount(ControlReader& reader, std::int32_t& count) {
-    if (isBlank(reader.line))
+    if (isBlank(reader.line)) {
         return false;
+    }
     std::string token;
     nextToken(reader.line, token);
     return freeFormatRead(std::string_view(token), std::span(&count, 1)) == ReadStatus::good;
@@ -85,27 +89,33 @@ void parseLabels(ControlReader& reader) {
 
 // Labels become part of file names, and those belong into the folder of the run.
 void checkLabels(const ControlValues& control) {
-    for (const std::string& label : control.inversion.modelLabel)
-        if (label.find('/') != std::string::npos)
+    for (const std::string& label : control.inversion.modelLabel) {
+        if (label.find('/') != std::string::npos) {
             throw RunError(control.controlFileName + ", line 1: expected a model label without \"/\", found \"" +
                            label + "\"");
+        }
+    }
 }
 
 void parseCounts(ControlReader& reader) {
     ControlValues& control = reader.control;
-    if (!parseCount(reader, control.nMtx))
+    if (!parseCount(reader, control.nMtx)) {
         return;
+    }
     control.nDataTypes = control.nMtx;
-    if (!parseCount(reader, control.nDataTypes) || !parseCount(reader, control.inversion.nModelTypes))
+    if (!parseCount(reader, control.nDataTypes) || !parseCount(reader, control.inversion.nModelTypes)) {
         return;
-    if (!isBlank(reader.line) && control.inversion.nModelTypes > 1)
+    }
+    if (!isBlank(reader.line) && control.inversion.nModelTypes > 1) {
         parseLabels(reader);
+    }
 }
 
 // The screen copy has never shown the number, and the third message shows the number of data types; both stay.
 void checkCount(ControlReader& reader, std::int32_t count, std::int32_t shown, std::string_view of) {
-    if (count >= 1 && count <= maxFiles)
+    if (count >= 1 && count <= maxFiles) {
         return;
+    }
     TextLine message("Error: the number of ");
     message.text(of).text(" must be between 1 and 6. Number specified was:");
     logLine(reader.messages, TextLine(message).integer(shown, 4));
@@ -157,19 +167,22 @@ void readLine2(ControlReader& reader) {
     TextInput text;
     openTextInMemory(text, reader.line);
     FreeFormatRead read = beginFreeFormatRead(text);
-    if (readValue(read, control.iMode) != ReadStatus::good)
+    if (readValue(read, control.iMode) != ReadStatus::good) {
         throwLineError(reader, "the integer iMode");
+    }
     float backgroundValue = 0.0F;
-    if (parseOptional(read, control.inversion.iBackground) && parseOptional(read, backgroundValue))
+    if (parseOptional(read, control.inversion.iBackground) && parseOptional(read, backgroundValue)) {
         control.inversion.BackVal = static_cast<double>(backgroundValue);
+    }
 
     logLine(reader.messages, " Mode: 2  (fixed multiplier)");
-    if (control.inversion.iBackground == 1)
+    if (control.inversion.iBackground == 1) {
         logLine(reader.messages, " Background removal: On");
-    else if (control.inversion.iBackground == 2)
+    } else if (control.inversion.iBackground == 2) {
         logLine(reader.messages, TextLine(" Background value to be removed: ").fixed(control.inversion.BackVal, 10, 3));
-    else
+    } else {
         logLine(reader.messages, " Background removal: Off");
+    }
 }
 
 void readLine3(ControlReader& reader) {
@@ -180,8 +193,10 @@ void readLine3(ControlReader& reader) {
     FreeFormatRead read = beginFreeFormatRead(text);
     // Compatibility: the tolerance has to stand there and is not used.
     double tolc = 0.0;
-    if (readValue(read, control.inversion.multiplier) != ReadStatus::good || readValue(read, tolc) != ReadStatus::good)
+    if (readValue(read, control.inversion.multiplier) != ReadStatus::good ||
+        readValue(read, tolc) != ReadStatus::good) {
         throwLineError(reader, "two numbers, trade-off and tolc");
+    }
     std::int32_t positivity = codeOf(control.inversion.positivity);
     if (parseOptional(read, positivity)) {
         parseOptional(read, control.cleaning.integrationInterval);
@@ -191,8 +206,9 @@ void readLine3(ControlReader& reader) {
     logLine(reader.messages, TextLine(" Multiplier: ").fixed(control.inversion.multiplier, 10, 3));
     logLine(reader.messages, TextLine(" Positivity flag: ").integer(codeOf(control.inversion.positivity), 4));
     const float interval = control.cleaning.integrationInterval;
-    if (interval > 0.0F)
+    if (interval > 0.0F) {
         logLine(reader.messages, TextLine(" Integration interval: ").fixed(static_cast<double>(interval), 10, 3));
+    }
 }
 
 void readLine4(ControlReader& reader) {
@@ -217,9 +233,10 @@ void decodeObsClip(ControlReader& reader) {
     const auto nDataTypes = static_cast<std::size_t>(control.nDataTypes);
     std::array<double, std::size_t{2} * maxFiles> limits{};
     if (freeFormatRead(std::string_view(control.obsClipText), std::span(limits).first(2 * nDataTypes)) !=
-        ReadStatus::good)
+        ReadStatus::good) {
         throw RunError("command line, ObsClip: expected " + std::to_string(2 * nDataTypes) +
                        " numbers, a minimum and a maximum for each data type, found \"" + control.obsClipText + "\"");
+    }
     logLine(reader.messages, " Data limits to be applied to observed data: ");
     for (std::size_t type = 0; type < nDataTypes; ++type) {
         const double minimum = limits[2 * type];
@@ -247,19 +264,23 @@ void echoCommandLine(ControlReader& reader) {
                                      .fixed(static_cast<double>(cleaning.dataShift), 10, 3));
         logLine(reader.messages, "");
     }
-    if (!isBlank(reader.control.obsClipText))
+    if (!isBlank(reader.control.obsClipText)) {
         decodeObsClip(reader);
+    }
 }
 
 // Cuts a name off the front of the rest of line 5.
 std::string parseMtxName(std::string& rest) {
     std::size_t separator = rest.find('|');
-    if (separator == std::string::npos)
+    if (separator == std::string::npos) {
         separator = rest.find(',');
-    if (separator == std::string::npos)
+    }
+    if (separator == std::string::npos) {
         separator = rest.find(' ');
-    if (separator == std::string::npos)
+    }
+    if (separator == std::string::npos) {
         separator = rest.size();
+    }
     std::string name = rest.substr(0, separator);
     rest.erase(0, separator + 1);
     return name;
@@ -295,8 +316,9 @@ void readLine5(ControlReader& reader) {
                     TextLine(" Sensitivity file ").integer(file + 1, 4).text(" : ").text(trimRight(name)));
         }
     }
-    for (std::int32_t file = 0; file < control.nMtx; ++file)
+    for (std::int32_t file = 0; file < control.nMtx; ++file) {
         checkMtxName(reader, file);
+    }
 }
 
 void readTextLine(ControlReader& reader, std::string_view expected, std::string_view words, std::string& target) {
@@ -313,12 +335,14 @@ void stopForAlphas(ControlReader& reader, std::string_view words) {
 void checkAlphas(ControlReader& reader, const std::array<float, 4>& values) {
     bool allZero = true;
     for (const float value : values) {
-        if (value < 0.0F)
+        if (value < 0.0F) {
             stopForAlphas(reader, "Error: the alpha values cannot be negative. Values specified: ");
+        }
         allZero = allZero && value == 0.0F;
     }
-    if (allZero)
+    if (allZero) {
         stopForAlphas(reader, "Error: the alpha values cannot all be zero. Values specified: ");
+    }
 }
 
 void readLine9(ControlReader& reader) {
@@ -326,21 +350,24 @@ void readLine9(ControlReader& reader) {
     Alphas& alphas = reader.control.alphas;
     std::array<float, 4> values{alphas.alphaS, alphas.alphaE, alphas.alphaN, alphas.alphaZ};
     if (!startsWithNull(reader.line)) {
-        if (freeFormatRead(std::string_view(reader.line), std::span<float>(values)) != ReadStatus::good)
+        if (freeFormatRead(std::string_view(reader.line), std::span<float>(values)) != ReadStatus::good) {
             throwLineError(reader, "four numbers, alphaS alphaE alphaN alphaZ");
+        }
         checkAlphas(reader, values);
         alphas = {values[0], values[1], values[2], values[3]};
     }
     TextLine line(" Alpha values (s, e, n, z): ");
     line.fixed(static_cast<double>(values[0]), 12, 6);
-    for (std::size_t i = 1; i < values.size(); ++i)
+    for (std::size_t i = 1; i < values.size(); ++i) {
         line.fixed(static_cast<double>(values[i]), 10, 3);
+    }
     logLine(reader.messages, line);
 }
 
 bool readLine10(ControlReader& reader) {
-    if (!nextControlLine(reader))
+    if (!nextControlLine(reader)) {
         return false;
+    }
     ControlValues& control = reader.control;
     if (reader.line.find('|') == std::string::npos) {
         control.nWeightFiles = 1;
@@ -364,28 +391,33 @@ bool readLine10(ControlReader& reader) {
 }
 
 bool readLine11(ControlReader& reader) {
-    if (!nextControlLine(reader))
+    if (!nextControlLine(reader)) {
         return false;
+    }
     reader.control.dataOffsetText = reader.line;
     echoText(reader, " Data offset (added to model to match obs): ");
     return true;
 }
 
 bool readLine12(ControlReader& reader) {
-    if (!nextControlLine(reader))
+    if (!nextControlLine(reader)) {
         return false;
+    }
     ControlValues& control = reader.control;
     TextInput text;
     openTextInMemory(text, reader.line);
     FreeFormatRead read = beginFreeFormatRead(text);
     std::int32_t iterations = control.inversion.maxIterations;
-    if (readValue(read, iterations) != ReadStatus::good)
+    if (readValue(read, iterations) != ReadStatus::good) {
         return false;
+    }
     logLine(reader.messages, TextLine(" Maximum number of iterations: ").integer(iterations, 4));
-    if (iterations > 0)
+    if (iterations > 0) {
         control.inversion.maxIterations = iterations;
-    if (!parseOptional(read, control.inversion.outputStep))
+    }
+    if (!parseOptional(read, control.inversion.outputStep)) {
         return true;
+    }
     logLine(reader.messages,
             TextLine(" Output model every ").integer(control.inversion.outputStep, 4).text(" iterations"));
     // Compatibility: the method is echoed and not used; L-BFGS-B runs, whatever stands here.
@@ -398,12 +430,14 @@ bool readLine12(ControlReader& reader) {
 
 void readProductDefinitions(ControlReader& reader) {
     ControlValues& control = reader.control;
-    if (control.nDataTypes == 1 && control.inversion.nModelTypes == 1 && control.nMtx == 1)
+    if (control.nDataTypes == 1 && control.inversion.nModelTypes == 1 && control.nMtx == 1) {
         return;
+    }
     while (control.nProductDefinitions < control.nDataTypes) {
         ++reader.lineNumber;
-        if (!readLine(reader.input, reader.line, lineWidth))
+        if (!readLine(reader.input, reader.line, lineWidth)) {
             return;
+        }
         control.productDefinition[static_cast<std::size_t>(control.nProductDefinitions)] = reader.line;
         ++control.nProductDefinitions;
     }
@@ -415,12 +449,14 @@ void checkDefinitionCount(ControlReader& reader) {
     std::string_view of;
     const bool oneForEach = control.nDataTypes == control.nMtx;
     if (control.inversion.nModelTypes == 1 &&
-        ((!oneForEach && n == 0) || (oneForEach && n > 0 && n != control.nDataTypes)))
+        ((!oneForEach && n == 0) || (oneForEach && n > 0 && n != control.nDataTypes))) {
         of = "mtx";
-    else if (control.inversion.nModelTypes > 1 && n > 0 && n != control.nDataTypes)
+    } else if (control.inversion.nModelTypes > 1 && n > 0 && n != control.nDataTypes) {
         of = "mtx/model";
-    if (of.empty())
+    }
+    if (of.empty()) {
         return;
+    }
     screenAndLogLine(reader.messages,
                      TextLine("Error: the number of ")
                          .text(of)
@@ -438,8 +474,9 @@ void checkDefinitionCount(ControlReader& reader) {
 
 void readControlFile(Messages& messages, const DateTime& startedAt, ControlValues& control) {
     ControlReader reader{messages, startedAt, control, {}, 0, {}};
-    if (!openTextInput(reader.input, fileNameOf(control.controlFileName)))
+    if (!openTextInput(reader.input, fileNameOf(control.controlFileName))) {
         stopForControlFile(messages, control.controlFileName);
+    }
     readLine1(reader);
     readLine2(reader);
     readLine3(reader);
@@ -450,8 +487,9 @@ void readControlFile(Messages& messages, const DateTime& startedAt, ControlValue
     readTextLine(reader, "the reference model", " Reference Model: ", control.referenceModelText);
     readTextLine(reader, "the model bounds", " Bounds file: ", control.boundsText);
     readLine9(reader);
-    if (readLine10(reader) && readLine11(reader) && readLine12(reader))
+    if (readLine10(reader) && readLine11(reader) && readLine12(reader)) {
         readProductDefinitions(reader);
+    }
     checkDefinitionCount(reader);
 }
 

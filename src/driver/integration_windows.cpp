@@ -33,21 +33,25 @@ WindowEdges edgesAround(double time, float interval) {
 
 // First station of the window (from 1), or -1. `previousEnd` is the end index of the station before, over all lines.
 std::int32_t windowStart(std::span<const double> times, const WindowEdges& edges, std::int32_t previousEnd) {
-    if (times.front() > edges.lower)
+    if (times.front() > edges.lower) {
         return -1;
+    }
     const std::int32_t k = intervalOf(times, edges.lower);
     const auto n = static_cast<std::int32_t>(times.size());
-    if (previousEnd < n && edges.lower > times[static_cast<std::size_t>(k)] - edges.snap)
+    if (previousEnd < n && edges.lower > times[static_cast<std::size_t>(k)] - edges.snap) {
         return k + 1;
+    }
     return k;
 }
 
 std::int32_t windowEnd(std::span<const double> times, const WindowEdges& edges) {
-    if (edges.upper > times.back())
+    if (edges.upper > times.back()) {
         return -1;
+    }
     std::int32_t k = intervalOf(times, edges.upper);
-    if (k > 1 && times[static_cast<std::size_t>(k) - 2] + edges.snap > edges.upper)
+    if (k > 1 && times[static_cast<std::size_t>(k) - 2] + edges.snap > edges.upper) {
         --k;
+    }
     return k + 1;
 }
 
@@ -78,8 +82,9 @@ void fillLineTimes(const ObsSet& obs, LineIntegration& lines) {
     const auto maxLineData = static_cast<std::size_t>(obs.maxLineData);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
         const auto first = static_cast<std::size_t>(obs.lineFirstLast[line][0]) - 1;
-        for (std::size_t station = 0; station < stationsOf(obs, line); ++station)
+        for (std::size_t station = 0; station < stationsOf(obs, line); ++station) {
             lines.lineTime[line * maxLineData + station] = obs.obsTime[first + station];
+        }
     }
 }
 
@@ -97,8 +102,9 @@ void findWindows(const ObsSet& obs, LineIntegration& lines) {
             const std::int32_t first = windowStart(times, edges, previousEnd);
             const std::int32_t last = windowEnd(times, edges);
             previousEnd = last;
-            if (first < 0 || last < 0 || last <= first)
+            if (first < 0 || last < 0 || last <= first) {
                 continue;
+            }
             lines.windowRange[line * maxLineData + station] = {first, last, last - first + 1};
             lines.maxWindow = std::max(lines.maxWindow, last - first + 1);
             ++lines.nWindows;
@@ -114,13 +120,15 @@ void fillAllWeights(const ObsSet& obs, LineIntegration& lines) {
         for (std::size_t station = 0; station < times.size(); ++station) {
             const std::size_t at = line * maxLineData + station;
             const StationWindow& window = lines.windowRange[at];
-            if (window.count > 0)
+            if (window.count > 0) {
                 fillWeights(times, edgesAround(times[station], lines.integrationInterval), window,
                             std::span(lines.windowWeight).subspan(at * maxWindow, maxWindow));
+            }
         }
     }
-    for (double& weight : lines.windowWeight)
+    for (double& weight : lines.windowWeight) {
         weight /= static_cast<double>(lines.integrationInterval);
+    }
 }
 
 }  // namespace

@@ -32,17 +32,19 @@ Number parseNumberAt(Definition& definition, std::string_view expected) {
     std::string token;
     nextToken(definition.rest, token);
     Number number{};
-    if (freeFormatRead(std::string_view(token), std::span(&number, 1)) != ReadStatus::good)
+    if (freeFormatRead(std::string_view(token), std::span(&number, 1)) != ReadStatus::good) {
         throwDefinitionError(definition.control, definition.dataType,
                              "expected " + std::string(expected) + ", found \"" + token + "\"");
+    }
     return number;
 }
 
 void checkRange(const Definition& definition, std::int32_t number, std::int32_t limit, std::string_view what) {
-    if (number > limit)
+    if (number > limit) {
         throwDefinitionError(definition.control, definition.dataType,
                              "expected " + std::string(what) + " of at most " + std::to_string(limit) + ", found " +
                                  std::to_string(number));
+    }
 }
 
 ProductTerm parseTerm(Definition& definition) {
@@ -68,8 +70,9 @@ void parseDefinition(const ControlValues& control, std::size_t dataType, Product
     const auto count = parseNumberAt<std::int32_t>(definition, "the number of terms");
     std::vector<ProductTerm>& terms = tables.terms[dataType];
     terms.clear();
-    for (std::int32_t term = 0; term < count; ++term)
+    for (std::int32_t term = 0; term < count; ++term) {
         terms.push_back(parseTerm(definition));
+    }
     tables.isAmplitude[dataType] = count == 3 && definition.rest.find("RMS") != std::string::npos;
 }
 
@@ -83,27 +86,32 @@ void setDefaultMapping(const ControlValues& control, std::size_t dataType, Produ
 }
 
 void numberTerm(ProductTerm& term, std::int32_t dataType, std::vector<Product>& products) {
-    if (term.mtx < 0 || term.model < 0 || term.coefficient == 0.0)
+    if (term.mtx < 0 || term.model < 0 || term.coefficient == 0.0) {
         return;
+    }
     const auto known = std::find_if(products.begin(), products.end(), [&](const Product& product) {
         return product.mtx == term.mtx && product.model == term.model;
     });
     term.product = static_cast<std::int32_t>(known - products.begin());
-    if (known == products.end())
+    if (known == products.end()) {
         products.push_back({term.mtx, term.model, dataType});
+    }
 }
 
 void buildTables(const ControlValues& control, ProductTables& tables) {
     const auto nDataTypes = static_cast<std::size_t>(control.nDataTypes);
     for (std::size_t dataType = 0; dataType < nDataTypes; ++dataType) {
-        if (static_cast<std::int32_t>(dataType) < control.nProductDefinitions)
+        if (static_cast<std::int32_t>(dataType) < control.nProductDefinitions) {
             parseDefinition(control, dataType, tables);
-        else
+        } else {
             setDefaultMapping(control, dataType, tables);
+        }
     }
-    for (std::size_t dataType = 0; dataType < nDataTypes; ++dataType)
-        for (ProductTerm& term : tables.terms[dataType])
+    for (std::size_t dataType = 0; dataType < nDataTypes; ++dataType) {
+        for (ProductTerm& term : tables.terms[dataType]) {
             numberTerm(term, static_cast<std::int32_t>(dataType), tables.products);
+        }
+    }
 }
 
 }  // namespace

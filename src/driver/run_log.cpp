@@ -15,10 +15,12 @@ namespace {
 constexpr std::string_view logName = "voxlith.log";
 
 void openLog(Messages& messages, LineFileMode mode) {
-    if (openLineFile(messages.log, logName, mode))
+    if (openLineFile(messages.log, logName, mode)) {
         return;
-    if (mode == LineFileMode::append && errno == ENOENT && openLineFile(messages.log, logName, LineFileMode::create))
+    }
+    if (mode == LineFileMode::append && errno == ENOENT && openLineFile(messages.log, logName, LineFileMode::create)) {
         return;
+    }
     throw RunError(std::string(logName) + ": cannot be opened for writing: " + std::strerror(errno));
 }
 
@@ -41,10 +43,11 @@ void openLogForNewRun(Messages& messages, const DateTime& startedAt) {
 void openLogForContinuation(Messages& messages, const DateTime& startedAt, std::int32_t iRestart) {
     openLog(messages, LineFileMode::append);
     writeHead(messages, " inversion continued on: ", startedAt);
-    if (iRestart == 1)
+    if (iRestart == 1) {
         screenLine("Continuing the inversion");
-    else if (iRestart == 2)
+    } else if (iRestart == 2) {
         screenLine("Continuing the inversion with depth layer stripping");
+    }
 }
 
 void closeLog(Messages& messages, double cpuStart, double julianStart) {

@@ -59,8 +59,9 @@ void showUsage() {
         "InversionMethod: 0=L-BFGS-B, 1=PLIS (rank 1), 2=PLIS (rank 2)",
         "",
     };
-    for (const std::string_view line : lines)
+    for (const std::string_view line : lines) {
         screenLine(line);
+    }
 }
 
 }  // namespace voxlith

@@ -26,8 +26,9 @@ double logarithmicSum(const Barrier& barrier, const Columns& columns, std::span<
         const double* x = model.data() + column * columns.height;
         for (std::size_t k = 0; k < columns.used; ++k) {
             const double share = x[k] / barrier.barrierLimit;
-            if (share > 0.0 && share < 1.0)
+            if (share > 0.0 && share < 1.0) {
                 sum += -2.0 * barrier.barrierWeight * std::log(share);
+            }
         }
     }
     return sum;
@@ -37,9 +38,11 @@ double rationalSum(const Barrier& barrier, const Columns& columns, std::span<con
     double sum = 0.0;
     for (std::size_t column = 0; column < columns.count; ++column) {
         const double* x = model.data() + column * columns.height;
-        for (std::size_t k = 0; k < columns.used; ++k)
-            if (isValid(x[k]))
+        for (std::size_t k = 0; k < columns.used; ++k) {
+            if (isValid(x[k])) {
                 sum += x[k] * x[k] / (x[k] * x[k] + barrier.barrierWeight);
+            }
+        }
     }
     return sum;
 }
@@ -47,9 +50,11 @@ double rationalSum(const Barrier& barrier, const Columns& columns, std::span<con
 double largestValue(const MeshGeometry& mesh, std::span<const double> model) {
     const Columns columns = columnsOf(mesh, model);
     double largest = 0.0;
-    for (std::size_t column = 0; column < columns.count; ++column)
-        for (std::size_t k = 0; k < columns.used; ++k)
+    for (std::size_t column = 0; column < columns.count; ++column) {
+        for (std::size_t k = 0; k < columns.used; ++k) {
             largest = std::max(largest, model[column * columns.height + k]);
+        }
+    }
     return largest;
 }
 
@@ -57,8 +62,9 @@ double largestValue(const MeshGeometry& mesh, std::span<const double> model) {
 
 double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeometry& mesh,
                    std::span<const double> model) {
-    if (!(barrier.barrierWeight > 0.0))
+    if (!(barrier.barrierWeight > 0.0)) {
         return 0.0;
+    }
     const Columns columns = columnsOf(mesh, model);
     const double cells = static_cast<double>(mesh.nx) * mesh.ny * mesh.nzl;
     const double sum =
@@ -69,8 +75,9 @@ double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeom
 Barrier startBarrier(Positivity positivity, const MeshGeometry& mesh, std::span<const double> model) {
     constexpr auto startWeight = static_cast<double>(0.2F);
     constexpr auto smallestLimit = static_cast<double>(0.001F);
-    if (!isStrict(positivity))
+    if (!isStrict(positivity)) {
         return {};
+    }
     return {startWeight, std::max(largestValue(mesh, model) / 3.0, smallestLimit)};
 }
 
@@ -79,13 +86,15 @@ double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry
     constexpr auto decrease = static_cast<double>(0.9F);
     constexpr auto liftAbove = static_cast<double>(0.1F);
     const double norm = calcBarrier(positivity, barrier, mesh, model);
-    if (2.0 * barrier.barrierWeight * norm > misfit)
+    if (2.0 * barrier.barrierWeight * norm > misfit) {
         barrier.barrierWeight = 0.5 * misfit / norm;
-    else
+    } else {
         barrier.barrierWeight = decrease * barrier.barrierWeight;
+    }
     const double largest = largestValue(mesh, model);
-    if (largest > liftAbove)
+    if (largest > liftAbove) {
         barrier.barrierLimit = 10.0 * largest;
+    }
     return calcBarrier(positivity, barrier, mesh, model);
 }
 

@@ -20,15 +20,17 @@ constexpr std::size_t amplitudeParts = 3;
 void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
     const auto nData = static_cast<std::size_t>(obs.nData);
     std::array<std::span<double>, amplitudeParts> rows;
-    for (std::size_t part = 0; part < amplitudeParts; ++part)
+    for (std::size_t part = 0; part < amplitudeParts; ++part) {
         rows[part] = productRows.subspan(part * nData, nData);
+    }
     const bool threeComponents = obs.nDataTypes == 3;
     for (std::size_t n = 0; n < nData; ++n) {
         const double residual = obs.obsWork1[n];
         const double predicted = obs.predData[n];
         if (predicted > 0.0) {
-            for (std::size_t part = 0; part < amplitudeParts; ++part)
+            for (std::size_t part = 0; part < amplitudeParts; ++part) {
                 rows[part][n] = residual * rows[part][n] / predicted;
+            }
         } else {
             rows[0][n] = threeComponents ? residual : 0.0;
             rows[1][n] = threeComponents ? residual : 0.0;
@@ -53,14 +55,17 @@ void spreadResiduals(const InversionProblem& problem) {
 void addProduct(const InversionProblem& problem, std::size_t product) {
     const std::size_t cells = problem.mesh.cellCount();
     const double* adjoint = problem.arrays.trialModel.data();
-    for (std::size_t component = 0; component < static_cast<std::size_t>(problem.obs.nDataTypes); ++component)
+    for (std::size_t component = 0; component < static_cast<std::size_t>(problem.obs.nDataTypes); ++component) {
         for (const ProductTerm& term : problem.products.terms[component]) {
-            if (!(std::abs(term.coefficient) > 0.0) || term.product != static_cast<std::int32_t>(product))
+            if (!(std::abs(term.coefficient) > 0.0) || term.product != static_cast<std::int32_t>(product)) {
                 continue;
+            }
             double* sum = problem.arrays.adjointSum.data() + static_cast<std::size_t>(term.model) * cells;
-            for (std::size_t n = 0; n < cells; ++n)
+            for (std::size_t n = 0; n < cells; ++n) {
                 sum[n] += term.coefficient * adjoint[n];
+            }
         }
+    }
 }
 
 }  // namespace
@@ -72,8 +77,9 @@ void residualRows(const InversionProblem& problem) {
         const bool bothValid = isValid(obs.obsData[n]) && isValid(obs.predData[n]);
         obs.obsWork1[n] = bothValid ? obs.predData[n] - obs.obsData[n] : 0.0;
     }
-    if (problem.products.isAmplitude[0])
+    if (problem.products.isAmplitude[0]) {
         amplitudeRows(obs, problem.sensitivity.productResponse);
+    }
 }
 
 void sumAdjoints(const InversionProblem& problem) {
@@ -82,8 +88,9 @@ void sumAdjoints(const InversionProblem& problem) {
     const bool amplitude = problem.products.isAmplitude[0];
     std::fill(problem.arrays.adjointSum.begin(), problem.arrays.adjointSum.end(), 0.0);
     // Without products no residual is used, and there is no product row to work with.
-    if (problem.lines.integrationInterval > 0.0F && !amplitude && !problem.products.products.empty())
+    if (problem.lines.integrationInterval > 0.0F && !amplitude && !problem.products.products.empty()) {
         spreadResiduals(problem);
+    }
     for (std::size_t k = 0; k < problem.products.products.size(); ++k) {
         const Product& product = problem.products.products[k];
         const std::size_t column = obs.index(static_cast<std::size_t>(product.column), 0);

@@ -8,12 +8,13 @@ void fixDeepCells(InversionStyle inversionStyle, const MeshGeometry& mesh, std::
                   ModelBounds& bounds) {
     const auto height = static_cast<std::size_t>(mesh.nz);
     const auto freeCells = freeCellsPerColumn(inversionStyle, height);
-    for (std::size_t column = 0; column < model.size(); column += height)
+    for (std::size_t column = 0; column < model.size(); column += height) {
         for (std::size_t k = freeCells; k < height; ++k) {
             bounds.fixedCell[column + k] = fixedByStyle;
             bounds.lowerBound[column + k] = model[column + k];
             bounds.upperBound[column + k] = model[column + k];
         }
+    }
 }
 
 }  // namespace voxlith

@@ -38,8 +38,9 @@ void combineWithModel(GradientMode mode, const InversionProblem& problem, std::s
 
 void takeDataPart(const InversionProblem& problem, std::span<double> out) {
     const double nData = problem.obs.nData;
-    for (std::size_t n = 0; n < out.size(); ++n)
+    for (std::size_t n = 0; n < out.size(); ++n) {
         out[n] = problem.bounds.fixedCell[n] != 0 ? 0.0 : problem.arrays.adjointSum[n] / nData;
+    }
 }
 
 // Held cells are not looked at here: the barrier gradients on them too.
@@ -48,10 +49,11 @@ void addLogarithmicBarrier(GradientMode mode, const Barrier& barrier, std::span<
     for (std::size_t n = 0; n < out.size(); ++n) {
         const double share = std::min(1.0, vector[n] / barrier.barrierLimit);
         const double slope = barrier.barrierLimit / share;
-        if (mode == GradientMode::gradient)
+        if (mode == GradientMode::gradient) {
             out[n] -= barrier.barrierWeight * slope;
-        else
+        } else {
             out[n] += barrier.barrierWeight * (slope * slope);
+        }
     }
 }
 
@@ -62,10 +64,11 @@ void addRationalBarrier(GradientMode mode, const InversionProblem& problem, cons
     for (std::size_t n = 0; n < out.size(); ++n) {
         const double x = vector[n];
         const double sum = x * x + beta;
-        if (mode == GradientMode::gradient)
+        if (mode == GradientMode::gradient) {
             out[n] += 2.0 * x * beta / (sum * sum) / cells;
-        else
+        } else {
             out[n] += 2.0 * beta * (beta - 3.0 * (x * x)) / (sum * sum * sum);
+        }
     }
 }
 
@@ -75,21 +78,24 @@ void calcGradient(GradientMode mode, const InversionProblem& problem, const Barr
                   std::span<const double> vector, std::span<double> out) {
     const double start = clockSeconds();
     ObsSet& obs = problem.obs;
-    if (mode == GradientMode::gradient)
+    if (mode == GradientMode::gradient) {
         residualRows(problem);
-    else
+    } else {
         forwardData(problem.sensitivity, problem.mesh, problem.products, obs, problem.lines, vector, obs.obsWork1,
                     obs.obsData, obs.refData, problem.timers);
+    }
     sumAdjoints(problem);
-    if (problem.options.multiplier > 0.0)
+    if (problem.options.multiplier > 0.0) {
         combineWithModel(mode, problem, vector, out);
-    else
+    } else {
         takeDataPart(problem, out);
+    }
     if (barrier.barrierWeight > 0.0) {
-        if (isStrict(problem.options.positivity))
+        if (isStrict(problem.options.positivity)) {
             addLogarithmicBarrier(mode, barrier, vector, out);
-        else
+        } else {
             addRationalBarrier(mode, problem, barrier, vector, out);
+        }
     }
     problem.timers.gradientInside += clockSeconds() - start;
 }

@@ -187,9 +187,11 @@ void conjugateGradientIteration(Loop& loop) {
 void outputStep(Loop& loop) {
     const double start = clockSeconds();
     writeRunningFiles(loop.problem, loop.model);
-    for (double& value : loop.model)
-        if (value < dummyLimit)
+    for (double& value : loop.model) {
+        if (value < dummyLimit) {
             value = 0.0;
+        }
+    }
     stopTimer(loop.problem.timers.output, start);
 }
 
@@ -207,24 +209,28 @@ void iterate(Loop& loop) {
     const InversionOptions& options = loop.problem.options;
     state.iterationStart = clockSeconds();
     // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
-    if (state.iteration < std::numeric_limits<std::int32_t>::max())
+    if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
         ++state.iteration;
+    }
     logIterationHeading(loop.messages, state.iteration);
 
-    if (state.cyclePhase < conjugateGradientPhase)
+    if (state.cyclePhase < conjugateGradientPhase) {
         optimiserIteration(loop);
-    else if (state.iteration < options.maxIterations - lastIterationsWithoutIt)
+    } else if (state.iteration < options.maxIterations - lastIterationsWithoutIt) {
         conjugateGradientIteration(loop);
+    }
 
     outputStep(loop);
     IterationRow row = rowOf(loop);
     row.iterTime = clockSeconds() - state.iterationStart;
     reportIteration(loop.messages, loop.progressTable, row, state.barrier);
 
-    if (state.iteration >= options.maxIterations)
+    if (state.iteration >= options.maxIterations) {
         state.continueFlag = false;
-    if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0)
+    }
+    if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0) {
         writeIterationModels(loop.problem, state.iteration, loop.model);
+    }
     advanceCycle(state);
 }
 

@@ -38,18 +38,21 @@ TextLine rowStart(std::int32_t iteration, double misfit, double norm, double tot
 
 void reportBeginning(Messages& messages) {
     constexpr std::string_view words = "   Begin iterations";
-    for (const std::string_view line : {std::string_view(), words, std::string_view()})
+    for (const std::string_view line : {std::string_view(), words, std::string_view()}) {
         screenLine(line);
-    for (const std::string_view line : {std::string_view(), words, std::string_view()})
+    }
+    for (const std::string_view line : {std::string_view(), words, std::string_view()}) {
         logLine(messages, line);
+    }
 }
 
 void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Barrier& barrier, double multiplier) {
     logReal(messages, "tradeoff par   : ", multiplier);
     logReal(messages, "initial misfit : ", std::sqrt(terms.misfit));
     logReal(messages, "initial ref    : ", terms.refNorm);
-    if (barrier.barrierWeight > 0.0)
+    if (barrier.barrierWeight > 0.0) {
         logReal(messages, "initial barrier: ", terms.barrierNorm);
+    }
     logSmoothness(messages, "initial smth   : ", terms);
     logReal(messages, "initial norm   : ", terms.refNorm + terms.smoothNorm);
     logReal(messages, "initial total  : ", std::sqrt(reportedTotal(terms, multiplier)));
@@ -76,8 +79,9 @@ TextLine tableRow(const IterationRow& row) {
     TextLine line = rowStart(row.iteration, std::sqrt(row.terms.misfit),
                              std::sqrt(row.terms.refNorm + row.terms.smoothNorm), std::sqrt(row.totalObjective));
     line.fixed(row.iterTime, 10, 1);
-    if (row.steppedByConjugateGradients)
+    if (row.steppedByConjugateGradients) {
         line.integer(row.stepCount, 4).text("+");
+    }
     return line;
 }
 
@@ -85,8 +89,9 @@ void reportIteration(Messages& messages, LineFile& progressTable, const Iteratio
     const ObjectiveTerms& terms = row.terms;
     logReal(messages, "achieved misfit: ", std::sqrt(terms.misfit));
     logReal(messages, "     model ref : ", terms.refNorm);
-    if (barrier.barrierWeight > 0.0)
+    if (barrier.barrierWeight > 0.0) {
         logReal(messages, "     model barr: ", terms.barrierNorm);
+    }
     logSmoothness(messages, "     model smth: ", terms);
     logReal(messages, "     model norm: ", std::sqrt(terms.refNorm + terms.smoothNorm));
     logReal(messages, "total objective: ", std::sqrt(row.totalObjective));
@@ -94,8 +99,9 @@ void reportIteration(Messages& messages, LineFile& progressTable, const Iteratio
     const TextLine line = tableRow(row);
     screenLine(line);
     writeLine(progressTable, line);
-    if (row.steppedByConjugateGradients)
+    if (row.steppedByConjugateGradients) {
         logLine(messages, TextLine("time, steps+: ").fixed(row.iterTime, 10, 1).integer(row.stepCount, 6));
+    }
     flushLineFile(messages.log);
     flushLineFile(progressTable);
 }
@@ -120,8 +126,9 @@ void reportOverhead(Messages& messages, const OverheadTimers& timers) {
                                          {" OH gtg prod:    ", timers.gtgProduct},
                                          {" OH matmul:    ", timers.matrixPass},
                                          {" OH transp:    ", timers.transposePass}}};
-    for (const Entry& entry : entries)
+    for (const Entry& entry : entries) {
         screenAndLogLine(messages, TextLine(entry.text).fixed(entry.seconds / 60.0, 10, 1));
+    }
 }
 
 }  // namespace voxlith

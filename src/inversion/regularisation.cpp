@@ -69,7 +69,7 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
     assert(referenceWeight.size() == regularisation.depthWeight.size());
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto height = static_cast<std::size_t>(mesh.nz);
-    for (std::size_t j = 0; j < ny; ++j)
+    for (std::size_t j = 0; j < ny; ++j) {
         for (std::size_t first = 0; first < height; first += columnBlock) {
             ColumnGradient gradient;
             gradient.firstRow = j == 0;
@@ -86,6 +86,7 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
                                   gradient);
             }
         }
+    }
 }
 
 }  // namespace voxlith

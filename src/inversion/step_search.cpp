@@ -9,8 +9,9 @@ namespace {
 // start + step delm in the free cells, within the bounds; `moved` may be `start` itself.
 void moveModel(const InversionProblem& problem, std::span<const double> start, float step, std::span<const double> delm,
                std::span<double> moved) {
-    for (std::size_t n = 0; n < moved.size(); ++n)
+    for (std::size_t n = 0; n < moved.size(); ++n) {
         moved[n] = problem.bounds.fixedCell[n] == 0 ? start[n] + static_cast<double>(step) * delm[n] : start[n];
+    }
     projectModel(problem.options.positivity, problem.bounds, moved);
 }
 
@@ -29,19 +30,22 @@ StepSearchResult stepSearch(const InversionProblem& problem, const Barrier& barr
         const float trial = accepted + stepStart;
         moveModel(problem, model, trial, delm, trialModel);
         const double trialObjective = reportedTotal(calcObjective(problem, barrier, trialModel), multiplier);
-        if (!(trialObjective < objective))
+        if (!(trialObjective < objective)) {
             break;
+        }
         ++result.stepCount;
         objective = trialObjective;
         accepted = trial;
         const auto entry = static_cast<std::size_t>(result.stepCount);
         result.stepHistory[entry] = trial;
         result.objectiveHistory[entry] = trialObjective;
-        if (result.stepCount % stepsBeforeDoubling == 0)
+        if (result.stepCount % stepsBeforeDoubling == 0) {
             stepStart = 2.0F * stepStart;
+        }
     }
-    if (result.stepCount > 0)
+    if (result.stepCount > 0) {
         moveModel(problem, model, accepted, delm, model);
+    }
     return result;
 }
 

@@ -20,14 +20,18 @@ TEST(CommandLine, KnowsEachKeywordInItsThreeSpellings) {
         EXPECT_FLOAT_EQ(control.cleaning.misfitPercent, 5.0F) << word;
         EXPECT_FLOAT_EQ(control.cleaning.misfitFloor, 0.25F) << word;
     }
-    for (const char* word : {"Tradeoff", "tradeoff", "TRADEOFF"})
+    for (const char* word : {"Tradeoff", "tradeoff", "TRADEOFF"}) {
         EXPECT_EQ(valuesOf({std::string(word) + "=2.5"}).tradeoffOverride, 2.5) << word;
-    for (const char* word : {"Offset", "offset", "OFFSET"})
+    }
+    for (const char* word : {"Offset", "offset", "OFFSET"}) {
         EXPECT_EQ(valuesOf({std::string(word) + "=-7"}).cleaning.dataShift, -7.0F) << word;
-    for (const char* word : {"Clip", "clip", "CLIP"})
+    }
+    for (const char* word : {"Clip", "clip", "CLIP"}) {
         EXPECT_EQ(valuesOf({std::string(word) + "=4"}).clipLayer, 4) << word;
-    for (const char* word : {"ObsClip", "obsclip", "OBSCLIP"})
+    }
+    for (const char* word : {"ObsClip", "obsclip", "OBSCLIP"}) {
         EXPECT_EQ(valuesOf({std::string(word) + "=(1,2)"}).obsClipText, "1,2") << word;
+    }
 }
 
 TEST(CommandLine, IgnoresOtherSpellingsAndWords) {
@@ -71,8 +75,9 @@ TEST(CommandLine, LeavesDefaultsForNullValues) {
 
 TEST(CommandLine, EndsWithTheDecodersErrorWhereANumberCannotBeRead) {
     for (const char* word : {"Misfit=(5)", "Misfit=()", "Misfit=(a,b)", "Tradeoff=", "Tradeoff=x", "Offset=1.0.0",
-                             "Clip=2.5", "Clip=", "Clip=99999999999"})
+                             "Clip=2.5", "Clip=", "Clip=99999999999"}) {
         EXPECT_THROW(valuesOf({word}), RunError) << word;
+    }
 }
 
 }  // namespace

@@ -17,8 +17,9 @@ const std::string headings =
 // Values of a column of numbers in a text file, 36 cells.
 std::string constantModel(const std::string& value) {
     std::string text;
-    for (int i = 0; i < 36; ++i)
+    for (int i = 0; i < 36; ++i) {
         text += value + "\n";
+    }
     return text;
 }
 
@@ -167,8 +168,9 @@ TEST(ContinuedRun, OfLineSearchModeNeedsItsLog) {
     EXPECT_EQ(linesOf(runNow(folder).screen).back(), " File voxlith.lsv not found");
 
     std::string rows = " VoxLith Line Search Values\n\n";
-    for (int row = 1; row <= 40; ++row)
+    for (int row = 1; row <= 40; ++row) {
         rows += std::to_string(row) + " 1.0 2.0 3.0 4.0\n\n";
+    }
     folder.write("voxlith.lsv", rows);
     EXPECT_EQ(runNow(folder).exitStatus, 0) << "more than 32 rows are let through";
     EXPECT_EQ(folder.read("voxlith.lsv"), rows) << "appended to, by no one";

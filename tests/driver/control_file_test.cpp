@@ -87,13 +87,15 @@ TEST(ControlFile, OfNineLinesRunsWithDefaults) {
     EXPECT_FALSE(contains(run.log, "Weighting"));
     EXPECT_FALSE(contains(run.log, "Maximum number"));
     EXPECT_TRUE(contains(run.log, "Iteration:  300")) << "300 iterations are the default";
-    for (const auto& entry : std::filesystem::directory_iterator(run.folder.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(run.folder.path())) {
         EXPECT_FALSE(contains(entry.path().filename().string(), "voxlith_iter_")) << entry.path();
+    }
     EXPECT_FALSE(std::filesystem::exists(run.folder.file("voxlith_residual.obs")));
     ControlRun spelledOut;
     runWith(spelledOut, ControlLines().set(10, "null").set(11, "null").set(12, "300 0 0"));
-    for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat"})
+    for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat"}) {
         EXPECT_EQ(run.folder.read(name), spelledOut.folder.read(name)) << name;
+    }
 }
 
 TEST(ControlFile, OfJustZeroOnLine1HasOneOfEach) {
@@ -112,8 +114,9 @@ TEST(ControlFile, TakesNegativeRestartAsNewRun) {
     runWith(zero, ControlLines().set(1, "0 1 1 1").set(12, "1"));
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
     EXPECT_EQ(withoutTimes(run.result.screen), withoutTimes(zero.result.screen));
-    for (const char* name : {"voxlith.aux", "voxlith.den", "voxlith.pre"})
+    for (const char* name : {"voxlith.aux", "voxlith.den", "voxlith.pre"}) {
         EXPECT_EQ(withoutTimes(run.folder.read(name)), withoutTimes(zero.folder.read(name))) << name;
+    }
 }
 
 TEST(ControlFile, SetsANegativeRestartToZero) {
@@ -295,8 +298,9 @@ TEST(ControlFile, ReadsLineEndsOfBothKinds) {
     ControlRun run;
     laySurvey(run.folder, ControlLines().set(12, "1"));
     std::string text;
-    for (const char character : run.folder.read("voxlith.inp"))
+    for (const char character : run.folder.read("voxlith.inp")) {
         text += character == '\n' ? std::string("\r\n") : std::string(1, character);
+    }
     run.folder.write("voxlith.inp", text);
     run.result = runProgram(run.folder, {"voxlith.inp"});
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;
@@ -363,8 +367,9 @@ TEST(ControlFile, SwitchesLimitsOffForThatDataTypeAlone) {
     ControlRun run;
     laySurvey(run.folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
     std::string obs = "10\n";
-    for (int i = 1; i <= 10; ++i)
+    for (int i = 1; i <= 10; ++i) {
         obs += "0 0 0 " + std::to_string(i) + " 1.0 " + std::to_string(i) + " 1.0\n";
+    }
     run.folder.write("obs.dat", obs);
     run.result = runProgram(run.folder, {"voxlith.inp", "ObsClip=(0,0,0,4.5)"});
     EXPECT_EQ(run.result.exitStatus, 0) << run.result.errors;

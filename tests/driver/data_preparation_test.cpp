@@ -236,8 +236,9 @@ TEST(Statistics, ShowTheFirstValueOverTheCountAndStarsWithoutData) {
     const TemporaryFolder folder;
     laySurvey(folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
     std::string obs = "10\n";
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 10; ++i) {
         obs += "0 0 0 " + std::to_string(i + 20) + " 1.0 * *\n";
+    }
     folder.write("obs.dat", obs);
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;

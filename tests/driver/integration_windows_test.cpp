@@ -12,8 +12,9 @@ namespace {
 // Lines of stations at the given times.
 void setLines(ObsSet& obs, const std::vector<std::vector<double>>& times) {
     obs.nData = 0;
-    for (const auto& line : times)
+    for (const auto& line : times) {
         obs.nData += static_cast<std::int32_t>(line.size());
+    }
     allocateLineTables(obs);
     std::int32_t record = 0;
     for (const auto& line : times) {
@@ -21,8 +22,9 @@ void setLines(ObsSet& obs, const std::vector<std::vector<double>>& times) {
         obs.lineCount[at] = static_cast<std::int32_t>(line.size());
         obs.lineFirstLast[at] = {record + 1, record + static_cast<std::int32_t>(line.size())};
         obs.maxLineData = std::max(obs.maxLineData, obs.lineCount[at]);
-        for (const double time : line)
+        for (const double time : line) {
             obs.obsTime[static_cast<std::size_t>(record++)] = time;
+        }
     }
 }
 
@@ -38,8 +40,9 @@ LineIntegration windowsOf(const std::vector<std::vector<double>>& times, float i
 
 std::vector<double> uniform(int n, double step) {
     std::vector<double> times(static_cast<std::size_t>(n));
-    for (std::size_t i = 0; i < times.size(); ++i)
+    for (std::size_t i = 0; i < times.size(); ++i) {
         times[i] = step * static_cast<double>(i);
+    }
     return times;
 }
 
@@ -58,15 +61,17 @@ TEST(IntegrationWindows, AreMissingWhereTheyWouldRunOffTheLine) {
 
 TEST(IntegrationWindows, WeightsAddUpToOneAndIntegrateLinesExactly) {
     std::vector<double> times = uniform(12, 1.0);
-    for (std::size_t i = 0; i < times.size(); ++i)
+    for (std::size_t i = 0; i < times.size(); ++i) {
         times[i] += 0.03 * static_cast<double>(i * i % 5);
+    }
     const float interval = 3.4F;
     const LineIntegration lines = windowsOf({times}, interval);
     ASSERT_GT(lines.nWindows, 3);
     for (std::size_t station = 0; station < times.size(); ++station) {
         const StationWindow& window = lines.windowRange[station];
-        if (window.count == 0)
+        if (window.count == 0) {
             continue;
+        }
         double sum = 0;
         double moment = 0;
         for (std::int32_t l = 0; l < window.count; ++l) {

@@ -176,8 +176,9 @@ TEST(ShortMemory, EndsWithTheMessageOfTheGroupThatIsRefused) {
         const ProgramResult result = runProgram(folder, {"voxlith.inp"}, megabytes << 20);
         ASSERT_EQ(result.signal, 0) << megabytes << " MB: " << result.errors;
         const std::vector<std::string> lines = linesOf(result.screen);
-        if (lines.empty() || !lines.back().starts_with("Error: Not enough memory for the "))
+        if (lines.empty() || !lines.back().starts_with("Error: Not enough memory for the ")) {
             continue;
+        }
         sawMessage = true;
         EXPECT_EQ(result.exitStatus, 0);
         EXPECT_EQ(linesOf(folder.read("voxlith.log")).back(), lines.back());

@@ -13,8 +13,9 @@ ControlValues joint(std::int32_t nMtx, std::int32_t nDataTypes, std::int32_t nMo
     control.nDataTypes = nDataTypes;
     control.inversion.nModelTypes = nModelTypes;
     control.nProductDefinitions = static_cast<std::int32_t>(definitions.size());
-    for (std::size_t i = 0; i < definitions.size(); ++i)
+    for (std::size_t i = 0; i < definitions.size(); ++i) {
         control.productDefinition[i] = definitions[i];
+    }
     return control;
 }
 
@@ -86,8 +87,9 @@ TEST(ProductDefinitions, KeepsTheDefaultForDataTypesWithoutALine) {
 
 TEST(ProductDefinitions, RefusesWhatTheRunDoesNotHave) {
     for (const char* line :
-         {"1 3 1 1.0", "1 1 2 1.0", "1 1 1", "x 1 1 1", "1 a 1 1", "", "999999999 1 1 1.0", "2 1 1 1.0"})
+         {"1 3 1 1.0", "1 1 2 1.0", "1 1 1", "x 1 1 1", "1 a 1 1", "", "999999999 1 1 1.0", "2 1 1 1.0"}) {
         EXPECT_THROW(tablesOf(joint(2, 1, 1, {line})), RunError) << line;
+    }
     EXPECT_THROW(tablesOf(joint(1, 2, 2, {})), RunError) << "default mapping with more data types than files";
 }
 

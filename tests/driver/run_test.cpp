@@ -13,8 +13,9 @@ TEST(Run, LeavesItsFiles) {
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
     EXPECT_EQ(result.errors, "");
     for (const char* name : {"voxlith.log", "voxlith.aux", "voxlith.den", "voxlith.rho", "voxlith.pre",
-                             "voxlith_error.dat", "voxlith_grad.mod"})
+                             "voxlith_error.dat", "voxlith_grad.mod"}) {
         EXPECT_TRUE(std::filesystem::exists(folder.file(name))) << name;
+    }
     EXPECT_TRUE(contains(result.screen, "\nInversion completed\n"));
     const std::vector<std::string> log = linesOf(folder.read("voxlith.log"));
     ASSERT_GT(log.size(), 3U);
@@ -31,8 +32,9 @@ TEST(Run, RepeatsToTheByte) {
         laySurvey(*folder, ControlLines().set(12, "25"));
         ASSERT_EQ(runProgram(*folder, {"voxlith.inp"}).exitStatus, 0);
     }
-    for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat", "voxlith_grad.mod"})
+    for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat", "voxlith_grad.mod"}) {
         EXPECT_EQ(one.read(name), two.read(name)) << name;
+    }
     EXPECT_EQ(withoutTimes(one.read("voxlith.aux")), withoutTimes(two.read("voxlith.aux")));
 }
 

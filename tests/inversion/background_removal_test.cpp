@@ -37,8 +37,9 @@ protected:
     std::vector<std::string> lines(const std::string& name) const {
         std::istringstream in(folder_.read(name));
         std::vector<std::string> all;
-        for (std::string line; std::getline(in, line);)
+        for (std::string line; std::getline(in, line);) {
             all.push_back(line);
+        }
         return all;
     }
 
@@ -67,8 +68,9 @@ TEST_F(BackgroundRemoval, FindsTheValueAndTakesTheLevelAlong) {
     layData(*small, 0, 2.75, 100.0);
     EXPECT_EQ(remove(*small), "  Background Value Removed:     2.7500\n\n");
     EXPECT_EQ(lines("voxlith.log"), (std::vector<std::string>{"  Background Value Removed:     2.7500", ""}));
-    for (std::size_t n = 0; n < 12; ++n)
+    for (std::size_t n = 0; n < 12; ++n) {
         EXPECT_NEAR(small->obs.refData[n], small->obs.obsData[n], 1e-9 * std::abs(small->obs.obsData[n]));
+    }
 }
 
 TEST_F(BackgroundRemoval, AddsToWhatTheReferenceDataHold) {
@@ -76,8 +78,9 @@ TEST_F(BackgroundRemoval, AddsToWhatTheReferenceDataHold) {
     layData(*small, 0, 1.0, 0.0);
     small->obs.refData.assign(12, 7.0);
     remove(*small);
-    for (std::size_t n = 0; n < 12; ++n)
+    for (std::size_t n = 0; n < 12; ++n) {
         EXPECT_NEAR(small->obs.refData[n], 7.0 + small->obs.obsData[n], 1e-9);
+    }
 }
 
 TEST_F(BackgroundRemoval, TakesAGivenValueOverTheFittedOne) {
@@ -85,11 +88,13 @@ TEST_F(BackgroundRemoval, TakesAGivenValueOverTheFittedOne) {
     layData(*small, 0, 2.75, 100.0);
     EXPECT_EQ(remove(*small, 2, -1.5), "  Background Value Removed:    -1.5000\n\n");
     double responseMean = 0.0;
-    for (std::size_t n = 0; n < 12; ++n)
+    for (std::size_t n = 0; n < 12; ++n) {
         responseMean += surface(*small, 0, n) / 12.0;
-    for (std::size_t n = 0; n < 12; ++n)
+    }
+    for (std::size_t n = 0; n < 12; ++n) {
         EXPECT_NEAR(small->obs.refData[n] * static_cast<double>(small->obs.obsStd[n]),
                     -1.5 * (surface(*small, 0, n) - responseMean) + 2.75 * responseMean + 100.0, 1e-9);
+    }
 }
 
 TEST_F(BackgroundRemoval, ComponentsShareTheMeanValueAndKeepTheirLevels) {
@@ -102,8 +107,9 @@ TEST_F(BackgroundRemoval, ComponentsShareTheMeanValueAndKeepTheirLevels) {
     for (std::size_t component = 0; component < 2; ++component) {
         const double own = component == 0 ? 2.0 : 4.0;
         double mean = 0.0;
-        for (std::size_t n = 0; n < 12; ++n)
+        for (std::size_t n = 0; n < 12; ++n) {
             mean += surface(*small, component, n) / 12.0;
+        }
         for (std::size_t n = 0; n < 12; ++n) {
             const std::size_t place = small->obs.index(component, n);
             const double left =
@@ -142,8 +148,9 @@ TEST_F(BackgroundRemoval, FilesStandInTheirColumns) {
     layData(*small, 0, 2.0, 10.0);
     small->obs.obsStd[0] = 0.5F;
     small->obs.obsData[0] = 4.0;
-    for (std::size_t slot = 0; slot < 2; ++slot)
+    for (std::size_t slot = 0; slot < 2; ++slot) {
         small->sensitivity.layerResponse[slot] = 3.5 + static_cast<double>(slot);
+    }
     remove(*small, 2, 0.0);
     const auto response = lines("obs_surafce_calc.dat"), fit = lines("obs_fit_pred.dat");
     ASSERT_EQ(response.size(), 13U);
@@ -182,8 +189,9 @@ TEST_F(BackgroundRemoval, AlongLinesBlanksTheFirstComponentAtTheStartOfALine) {
         EXPECT_EQ(isValid(small->obs.predData[12 + n]), fits) << n;
     }
     // Response 1 alone would leave the first station whole: the second component's window blanks it.
-    for (std::size_t n = 0; n < 12; ++n)
+    for (std::size_t n = 0; n < 12; ++n) {
         small->lines.lineTime[n] = 10.0 * static_cast<double>(n / 6) + static_cast<double>(n % 6);
+    }
     const auto first = std::span(small->obs.predData).first(12);
     std::fill(first.begin(), first.end(), 1.0);
     integrateBackgroundAlongLines(small->obs, small->lines, std::span(small->obs.predData).subspan(12), first);

@@ -25,8 +25,9 @@ constexpr double beta = 0.2, limit = 2.0;
 TEST(Barrier, LogarithmIsTheMeanOverTheLayersOfOneType) {
     const std::vector<double> model{0.5, 1.0, 1.5, 0.1, /* second type */ 0.7, 0.2, 0.3, 1.9};
     double sum = 0.0;
-    for (const double x : model)
+    for (const double x : model) {
         sum += -2.0 * beta * std::log(x / limit);
+    }
     EXPECT_NEAR(calcBarrier(Positivity::strictlyPositive, {beta, limit}, mesh(2, 2, 1, 2), model), sum / 4.0, 1e-14);
 }
 
@@ -35,11 +36,12 @@ TEST(Barrier, CellsAtOrOutsideTheEndsAddNothing) {
     const double one =
         calcBarrier(Positivity::strictlyPositive, {beta, limit}, mesh(1, 1, 1, 1), std::vector<double>{1.0});
     ASSERT_GT(one, 0.0);
-    for (const double outside : {0.0, -0.0, limit, 3.0, -1.0, dummyValue, std::numeric_limits<double>::quiet_NaN()})
+    for (const double outside : {0.0, -0.0, limit, 3.0, -1.0, dummyValue, std::numeric_limits<double>::quiet_NaN()}) {
         EXPECT_EQ(calcBarrier(Positivity::strictlyPositive, {beta, limit}, mesh(2, 1, 1, 2),
                               std::vector<double>{1.0, outside}),
                   one / 2.0)
             << outside;
+    }
 }
 
 TEST(Barrier, OnlyLayersInPlayCount) {
@@ -65,8 +67,9 @@ TEST(Barrier, StartsFromTheLargestValueInPlay) {
     EXPECT_EQ(
         startBarrier(Positivity::strictlyPositive, mesh(2, 1, 1, 2), std::vector<double>{-5.0, -1.0}).barrierLimit,
         static_cast<double>(0.001F));
-    for (const std::int32_t flag : {-1, 0, 1, 3})
+    for (const std::int32_t flag : {-1, 0, 1, 3}) {
         EXPECT_EQ(startBarrier(Positivity{flag}, mesh(2, 2, 1, 1), model).barrierWeight, 0.0);
+    }
 }
 
 TEST(Barrier, FallsByATenthWhileItIsSmall) {

@@ -44,8 +44,9 @@ Vector gradientAt(SmallProblem& small, const Vector& model) {
 
 double norm(const Vector& values) {
     double sum = 0.0;
-    for (const double value : values)
+    for (const double value : values) {
         sum += value * value;
+    }
     return std::sqrt(sum);
 }
 
@@ -65,7 +66,7 @@ void withoutReferenceData(SmallProblem& small) {
 }
 
 TEST(ConjugateGradientStep, StepLeadsToTheMinimumOfAQuadraticObjective) {
-    for (unsigned seed = 1; seed < 6; ++seed)
+    for (unsigned seed = 1; seed < 6; ++seed) {
         for (const std::int32_t types : {1, 2}) {
             SCOPED_TRACE("seed " + std::to_string(seed));
             const auto small = makeSmallProblem(smallSystem(seed, types));
@@ -74,10 +75,12 @@ TEST(ConjugateGradientStep, StepLeadsToTheMinimumOfAQuadraticObjective) {
             const Solved solved = solve(*small, {1e-12, 100});
             EXPECT_LT(solved.result.iterations, 60);
             Vector moved = small->arrays.model;
-            for (std::size_t n = 0; n < moved.size(); ++n)
+            for (std::size_t n = 0; n < moved.size(); ++n) {
                 moved[n] += solved.step[n];
+            }
             EXPECT_LT(norm(gradientAt(*small, moved)), 1e-9 * before);
         }
+    }
 }
 
 TEST(ConjugateGradientStep, StopsAtTheToleranceOrTheLimit) {
@@ -101,8 +104,9 @@ TEST(ConjugateGradientStep, StoppingValueIsTheMixedOne) {
     const Solved solved = solve(*small, {0.0, 1});
     const auto& residual = small->arrays.conjugateGradient.residual;
     double rz = 0.0;
-    for (std::size_t n = 0; n < residual.size() && n < small->modelSize(); ++n)
+    for (std::size_t n = 0; n < residual.size() && n < small->modelSize(); ++n) {
         rz += residual[n] * residual[n] * static_cast<double>(small->arrays.precond[n % small->cells()]);
+    }
     EXPECT_NEAR(solved.result.relativeResidual, std::sqrt(rz) / norm(gradient), 1e-12);
 }
 
@@ -133,12 +137,14 @@ TEST(ConjugateGradientStep, WithTheBarrierTheStepIsNotANumber) {
     SmallOptions options = smallSystem(8);
     options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
-    for (double& value : small->arrays.model)
+    for (double& value : small->arrays.model) {
         value = std::abs(value) + 0.01;
+    }
     const Solved solved = solve(*small, {}, {0.2, 5.0});
     EXPECT_EQ(solved.result.iterations, 20);
-    for (const double value : solved.step)
+    for (const double value : solved.step) {
         EXPECT_TRUE(std::isnan(value));
+    }
 }
 
 }  // namespace

@@ -40,8 +40,9 @@ TEST(HeldCells, FullModelsAreFree) {
         options.paddedZXY = {8, 4, 4};
         const auto small = makeSmallProblem(options);
         fixDeepCells(InversionStyle{style}, small->mesh, small->arrays.model, small->bounds);
-        for (const std::int32_t flag : small->bounds.fixedCell)
+        for (const std::int32_t flag : small->bounds.fixedCell) {
             EXPECT_EQ(flag, 0);
+        }
     }
 }
 
@@ -52,8 +53,9 @@ TEST(HeldCells, MeshAsThinAsTheStyleHoldsNone) {
         options.paddedZXY = {1, 4, 4};
         const auto small = makeSmallProblem(options);
         fixDeepCells(InversionStyle{style}, small->mesh, small->arrays.model, small->bounds);
-        for (const std::int32_t flag : small->bounds.fixedCell)
+        for (const std::int32_t flag : small->bounds.fixedCell) {
             EXPECT_EQ(flag, 0);
+        }
     }
 }
 

@@ -43,8 +43,9 @@ double totalAt(SmallProblem& small, const Vector& model) {
 
 Vector along(const Vector& model, double step, const Vector& direction) {
     Vector moved = model;
-    for (std::size_t n = 0; n < moved.size(); ++n)
+    for (std::size_t n = 0; n < moved.size(); ++n) {
         moved[n] += step * direction[n];
+    }
     return moved;
 }
 
@@ -72,7 +73,7 @@ void expectSecondOrder(SmallProblem& small, double tolerance) {
 
 TEST(Gradient, DataPartIsHalfTheDerivative) {
     unsigned seed = 0;
-    for (const bool fold : {true, false})
+    for (const bool fold : {true, false}) {
         for (const std::int32_t types : {1, 2, 3}) {
             SmallOptions options;
             options.multiplier = 0.0;
@@ -81,12 +82,15 @@ TEST(Gradient, DataPartIsHalfTheDerivative) {
             options.nModelTypes = options.nMtx = options.nDataTypes = types;
             options.seed = ++seed;
             const auto small = makeSmallProblem(options);
-            if (!fold)  // the forward product weighs with file 1, the adjoint with its own file
-                for (std::size_t n = 0; n < small->sensitivity.depthWeight.size(); ++n)
+            if (!fold) {  // the forward product weighs with file 1, the adjoint with its own file
+                for (std::size_t n = 0; n < small->sensitivity.depthWeight.size(); ++n) {
                     small->sensitivity.depthWeight[n] = small->sensitivity.depthWeight[n % small->cells()];
+                }
+            }
             small->maskDatum(0, 4);
             expectSecondOrder(*small, 1e-6);
         }
+    }
 }
 
 TEST(Gradient, AmplitudePartIsHalfTheDerivative) {
@@ -96,8 +100,9 @@ TEST(Gradient, AmplitudePartIsHalfTheDerivative) {
     for (unsigned seed = 1; seed < 5; ++seed) {
         options.seed = seed;
         const auto small = makeSmallProblem(options);
-        for (double& reference : small->obs.refData)
+        for (double& reference : small->obs.refData) {
             reference = dummyValue;
+        }
         expectSecondOrder(*small, 0.3);
     }
 }
@@ -118,13 +123,16 @@ TEST(Gradient, WithoutMultiplierIsTheDataPartAlone) {
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
     const Vector plain = gradientAt(*small, small->arrays.model);
-    for (float& weight : small->weights.wtS)
+    for (float& weight : small->weights.wtS) {
         weight *= 100.0F;
-    for (double& reference : small->arrays.refModel)
+    }
+    for (double& reference : small->arrays.refModel) {
         reference += 10.0;
+    }
     EXPECT_EQ(gradientAt(*small, small->arrays.model), plain);
-    for (std::size_t n = 0; n < plain.size(); ++n)
+    for (std::size_t n = 0; n < plain.size(); ++n) {
         EXPECT_EQ(plain[n], small->arrays.adjointSum[n] / 12.0);
+    }
 }
 
 // The model parts by nested loops: differences divided once by the distance and not by W again. The differences take
@@ -144,32 +152,38 @@ Vector modelPartByLoops(const SmallProblem& small, const Vector& x, bool withRef
             out[t * small.cells() + a] += d;
             out[t * small.cells() + b] -= d;
         };
-        for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j)
-            for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i)
+        for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j) {
+            for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i) {
                 for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.nz); ++k) {
                     const std::size_t a = small.at(k, i, j);
                     const bool inPlay = k < static_cast<std::size_t>(mesh.nzl);
-                    if (inPlay && j + 1 < static_cast<std::size_t>(mesh.ny))
+                    if (inPlay && j + 1 < static_cast<std::size_t>(mesh.ny)) {
                         pair(a, small.at(k, i, j + 1), small.weights.wtN[a], mesh.yWidth[j], mesh.yWidth[j + 1]);
-                    if (inPlay && i + 1 < static_cast<std::size_t>(mesh.nx))
+                    }
+                    if (inPlay && i + 1 < static_cast<std::size_t>(mesh.nx)) {
                         pair(a, small.at(k, i + 1, j), small.weights.wtE[a], mesh.xWidth[i], mesh.xWidth[i + 1]);
-                    if (k + 1 < static_cast<std::size_t>(mesh.nz) && hasVerticalTerms(small.options.inversionStyle))
+                    }
+                    if (k + 1 < static_cast<std::size_t>(mesh.nz) && hasVerticalTerms(small.options.inversionStyle)) {
                         pair(a, small.at(k + 1, i, j), small.weights.wtZ[a], mesh.zWidth[k], mesh.zWidth[k + 1]);
+                    }
                     const double reference = small.arrays.refModel[t * small.cells() + a];
                     const double pulled = withReference && reference > dummyValue ? reference : 0.0;
-                    if (inPlay)
+                    if (inPlay) {
                         out[t * small.cells() + a] += static_cast<double>(small.weights.wtS[a]) *
                                                       (x[t * small.cells() + a] - pulled) /
                                                       weightOf(std::min(t, last), a);
+                    }
                 }
+            }
+        }
     }
     return out;
 }
 
 TEST(Gradient, ModelPartsAreThoseOfPlainLoops) {
     unsigned seed = 0;
-    for (const std::int32_t style : {0, 1, 2, 3, 4})
-        for (const bool fold : {true, false})
+    for (const std::int32_t style : {0, 1, 2, 3, 4}) {
+        for (const bool fold : {true, false}) {
             for (const std::int32_t types : {1, 2, 3}) {
                 SmallOptions options;
                 options.inversionStyle = InversionStyle{style};
@@ -188,10 +202,13 @@ TEST(Gradient, ModelPartsAreThoseOfPlainLoops) {
                 for (const bool gradient : {true, false}) {
                     const Vector got = gradient ? gradientAt(*small, x) : hessianTimes(*small, x);
                     const Vector part = modelPartByLoops(*small, x, gradient);
-                    for (std::size_t n = 0; n < got.size(); ++n)
+                    for (std::size_t n = 0; n < got.size(); ++n) {
                         EXPECT_NEAR(got[n], 0.5 * part[n] + small->arrays.adjointSum[n] / 12.0, 1e-12);
+                    }
                 }
             }
+        }
+    }
 }
 
 TEST(Gradient, HessianProductIsLinearAndSymmetricWhereTheWeightIsNotFolded) {
@@ -208,8 +225,9 @@ TEST(Gradient, HessianProductIsLinearAndSymmetricWhereTheWeightIsNotFolded) {
         EXPECT_NEAR(dot(hp, q), dot(p, hq), 1e-11 * std::sqrt(dot(hp, hp) * dot(q, q)));
         EXPECT_GT(dot(hp, p), 0.0);
         const Vector both = hessianTimes(*small, along(along(Vector(p.size(), 0.0), 2.0, p), -3.0, q));
-        for (std::size_t n = 0; n < both.size(); ++n)
+        for (std::size_t n = 0; n < both.size(); ++n) {
             EXPECT_NEAR(both[n], 2.0 * hp[n] - 3.0 * hq[n], 1e-11);
+        }
     }
 }
 
@@ -221,8 +239,9 @@ TEST(Gradient, HessianProductIsTheChangeOfTheGradient) {
     const Vector before = gradientAt(*small, small->arrays.model);
     const Vector after = gradientAt(*small, along(small->arrays.model, 1.0, p));
     const Vector product = hessianTimes(*small, p);
-    for (std::size_t n = 0; n < p.size(); ++n)
+    for (std::size_t n = 0; n < p.size(); ++n) {
         EXPECT_NEAR(after[n] - before[n], product[n], 1e-12);
+    }
 }
 
 TEST(Gradient, HessianProductHoldsTheReferenceDataAsAnyForwardRun) {
@@ -253,8 +272,9 @@ TEST(Gradient, LogarithmicBarrierPullsOnHeldCellsToo) {
     const auto small = makeSmallProblem(options);
     small->bounds.fixedCell[5] = 1;
     Vector& x = small->arrays.model;
-    for (double& value : x)
+    for (double& value : x) {
         value = std::abs(value) + 0.01;
+    }
     x[8] = 7.0;  // beyond the limit
     const Barrier barrier{0.2, 0.6};
     const Vector with = gradientAt(*small, x, barrier), without = gradientAt(*small, x);
@@ -275,8 +295,9 @@ TEST(Gradient, LogarithmicBarrierReachesBelowTheCoveredLayers) {
     std::fill(small->arrays.model.begin(), small->arrays.model.end(), 1.0);
     const Vector with = gradientAt(*small, small->arrays.model, {0.2, 0.5});
     const Vector without = gradientAt(*small, small->arrays.model);
-    for (std::size_t n = 0; n < with.size(); ++n)
+    for (std::size_t n = 0; n < with.size(); ++n) {
         EXPECT_NEAR(with[n], without[n] - 0.1, 1e-12);
+    }
 }
 
 TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSecond) {
@@ -326,8 +347,9 @@ TEST(Gradient, SurfaceStylesHaveNoVerticalPairs) {
         options.cellsZXY = {4, 3, 5};
         const auto small = makeSmallProblem(options);
         const Vector before = gradientAt(*small, small->arrays.model);
-        for (float& weight : small->weights.wtZ)
+        for (float& weight : small->weights.wtZ) {
             weight *= 2.0F;
+        }
         EXPECT_EQ(gradientAt(*small, small->arrays.model) != before, style == 0 || style == 4) << style;
     }
 }
@@ -338,10 +360,12 @@ TEST(Gradient, SingleLayerNeverReadsTheVerticalWeight) {
     options.paddedZXY = {1, 4, 8};
     const auto small = makeSmallProblem(options);
     std::fill(small->weights.wtZ.begin(), small->weights.wtZ.end(), std::numeric_limits<float>::quiet_NaN());
-    for (const double value : gradientAt(*small, small->arrays.model))
+    for (const double value : gradientAt(*small, small->arrays.model)) {
         EXPECT_TRUE(std::isfinite(value));
-    for (const double value : hessianTimes(*small, small->arrays.model))
+    }
+    for (const double value : hessianTimes(*small, small->arrays.model)) {
         EXPECT_TRUE(std::isfinite(value));
+    }
     EXPECT_EQ(calcObjective(small->problem(), {}, small->arrays.model).smoothZ, 0.0);
 }
 
@@ -359,8 +383,9 @@ TEST(Gradient, ReferencePartOfTheSecondModelTypeUsesItsOwnFilesWeight) {
     options.nModelTypes = options.nMtx = options.nDataTypes = 2;
     const auto small = makeSmallProblem(options);
     const Vector before = gradientAt(*small, small->arrays.model);
-    for (std::size_t n = 0; n < small->cells(); ++n)
+    for (std::size_t n = 0; n < small->cells(); ++n) {
         small->sensitivity.depthWeight[small->cells() + n] *= 3.0F;
+    }
     const Vector after = gradientAt(*small, small->arrays.model);
     for (std::size_t n = 0; n < small->cells(); ++n) {
         EXPECT_EQ(before[n], after[n]);
@@ -374,8 +399,9 @@ TEST(Gradient, DifferencesOfAllModelTypesUseTheFirstFilesWeight) {
     const auto small = makeSmallProblem(options);
     std::fill(small->weights.wtS.begin(), small->weights.wtS.end(), 0.0F);
     const Vector before = gradientAt(*small, small->arrays.model);
-    for (std::size_t n = 0; n < small->cells(); ++n)
+    for (std::size_t n = 0; n < small->cells(); ++n) {
         small->sensitivity.depthWeight[small->cells() + n] *= 3.0F;
+    }
     EXPECT_EQ(gradientAt(*small, small->arrays.model), before);
 }
 
@@ -385,8 +411,9 @@ TEST(Gradient, ResidualIsZeroWhereDatumOrPredictionIsMissing) {
     small->maskDatum(0, 2);
     small->obs.predData[7] = dummyValue;
     residualRows(small->problem());
-    for (std::size_t n = 0; n < 12; ++n)
+    for (std::size_t n = 0; n < 12; ++n) {
         EXPECT_EQ(small->obs.obsWork1[n], n == 2 || n == 7 ? 0.0 : small->obs.predData[n] - small->obs.obsData[n]);
+    }
 }
 
 TEST(Gradient, AmplitudeRowsOfAZeroPrediction) {
@@ -399,8 +426,9 @@ TEST(Gradient, AmplitudeRowsOfAZeroPrediction) {
         small->obs.predData[5] = 0.0;
         if (components == 3) {
             small->obs.nDataTypes = 3;
-            for (auto* data : {&small->obs.obsData, &small->obs.predData, &small->obs.obsWork1})
+            for (auto* data : {&small->obs.obsData, &small->obs.predData, &small->obs.obsWork1}) {
                 data->resize(36, 0.25);
+            }
         }
         residualRows(small->problem());
         const double residual = -small->obs.obsData[5];
@@ -408,9 +436,10 @@ TEST(Gradient, AmplitudeRowsOfAZeroPrediction) {
         EXPECT_EQ(now[5], components == 3 ? residual : 0.0);
         EXPECT_EQ(now[12 + 5], components == 3 ? residual : 0.0);
         EXPECT_EQ(now[24 + 5], residual);
-        for (std::size_t part = 0; part < 3; ++part)
+        for (std::size_t part = 0; part < 3; ++part) {
             EXPECT_EQ(now[12 * part + 4],
                       (small->obs.predData[4] - small->obs.obsData[4]) * rows[12 * part + 4] / small->obs.predData[4]);
+        }
     }
 }
 
@@ -427,8 +456,9 @@ TEST(Gradient, ResidualRowOfASharedProductIsThatOfItsFirstDataType) {
     Vector adjoint(small->cells());
     transposeProduct(small->sensitivity, small->mesh, std::span<const double>(small->obs.obsWork1).subspan(12, 12),
                      adjoint, 0, small->obs.obsStd, small->timers);
-    for (std::size_t n = 0; n < got.size(); ++n)
+    for (std::size_t n = 0; n < got.size(); ++n) {
         EXPECT_NEAR(got[n], 2.5 * adjoint[n] / 12.0, 1e-13);
+    }
 }
 
 TEST(Gradient, TermsThatArePassedOverAddNothing) {
@@ -450,15 +480,20 @@ TEST(Gradient, ResidualsAreSpreadOverTheWindowsOfTheirStations) {
     const Vector got = gradientAt(*small, small->arrays.model);
     // Windows of three stations, weights of a quarter; the ends of the lines have no window, station 9 has no datum.
     Vector spread(12, 0.0);
-    for (const std::size_t line : {std::size_t{0}, std::size_t{6}})
-        for (std::size_t station = line + 1; station < line + 5; ++station)
-            for (std::size_t n = station - 1; n < station + 2; ++n)
-                if (n != 8)
+    for (const std::size_t line : {std::size_t{0}, std::size_t{6}}) {
+        for (std::size_t station = line + 1; station < line + 5; ++station) {
+            for (std::size_t n = station - 1; n < station + 2; ++n) {
+                if (n != 8) {
                     spread[station] += 0.25 * (small->obs.predData[n] - small->obs.obsData[n]);
+                }
+            }
+        }
+    }
     Vector adjoint(small->cells());
     transposeProduct(small->sensitivity, small->mesh, spread, adjoint, 0, small->obs.obsStd, small->timers);
-    for (std::size_t n = 0; n < got.size(); ++n)
+    for (std::size_t n = 0; n < got.size(); ++n) {
         EXPECT_NEAR(got[n], adjoint[n] / 12.0, 1e-13);
+    }
 }
 
 TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
@@ -468,10 +503,12 @@ TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
     small->layLines(12, 1.0F);  // lines of one station
     const ObjectiveTerms terms = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(terms.misfit, 0.0);
-    for (const double value : small->obs.predData)
+    for (const double value : small->obs.predData) {
         EXPECT_FALSE(isValid(value));
-    for (const double value : gradientAt(*small, small->arrays.model))
+    }
+    for (const double value : gradientAt(*small, small->arrays.model)) {
         EXPECT_EQ(value, 0.0);
+    }
 }
 
 TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
@@ -487,16 +524,19 @@ TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
     obs.lineName.push_back(obs.lineName[0]);
     std::fill(obs.dataLine.begin() + 1, obs.dataLine.end(), 2);
     small->lines.lineTime.assign(22, 0.0);
-    for (std::size_t n = 0; n < 11; ++n)
+    for (std::size_t n = 0; n < 11; ++n) {
         small->lines.lineTime[11 + n] = static_cast<double>(n);
+    }
     small->lines.windowRange.assign(22, {});
     small->lines.windowWeight.assign(3 * 22, 0.25);
     const double misfit = calcObjective(small->problem(), {}, small->arrays.model).misfit;
     EXPECT_EQ(obs.predData[0], dummyValue);
     double sum = 0.0;
-    for (std::size_t n = 1; n < 12; ++n)
-        if (isValid(obs.predData[n]))
+    for (std::size_t n = 1; n < 12; ++n) {
+        if (isValid(obs.predData[n])) {
             sum += (obs.predData[n] - obs.obsData[n]) * (obs.predData[n] - obs.obsData[n]);
+        }
+    }
     EXPECT_GT(sum, 0.0);
     EXPECT_NEAR(misfit, sum / 12.0, 1e-12 * sum);
     obs.obsData[0] += 100.0;
@@ -514,14 +554,16 @@ TEST(Gradient, RunWithoutProductsHasNoDataPart) {
     small->products.terms[0].push_back({0, 0, -1, 0.0});
     small->sensitivity.productResponse.clear();
     small->sensitivity.productResponse.shrink_to_fit();
-    for (const double value : gradientAt(*small, small->arrays.model))
+    for (const double value : gradientAt(*small, small->arrays.model)) {
         EXPECT_EQ(value, 0.0);
+    }
 }
 
 TEST(Gradient, TimesItselfAndItsSmoothness) {
     const auto small = makeSmallProblem();
-    for (int n = 0; n < 200; ++n)
+    for (int n = 0; n < 200; ++n) {
         gradientAt(*small, small->arrays.model);
+    }
     EXPECT_GT(small->timers.gradientInside, small->timers.smoothness);
     EXPECT_GT(small->timers.smoothness, 0.0);
     EXPECT_EQ(small->timers.calcGradient, 0.0);

@@ -22,10 +22,12 @@ bool counting = false;
 long allocations = 0;
 
 void* allocate(std::size_t size) {
-    if (counting)
+    if (counting) {
         ++allocations;
-    if (void* place = std::malloc(size == 0 ? 1 : size))
+    }
+    if (void* place = std::malloc(size == 0 ? 1 : size)) {
         return place;
+    }
     throw std::bad_alloc();
 }
 
@@ -62,8 +64,9 @@ using Vector = std::vector<double>;
 std::vector<std::string> linesOf(const std::string& text) {
     std::istringstream in(text);
     std::vector<std::string> all;
-    for (std::string line; std::getline(in, line);)
+    for (std::string line; std::getline(in, line);) {
         all.push_back(line);
+    }
     return all;
 }
 
@@ -108,8 +111,9 @@ protected:
     std::vector<Row> rows() const {
         std::vector<Row> all;
         for (const std::string& line : linesOf(screen_)) {
-            if (line.size() < 64 || line.find_first_not_of(' ') == std::string::npos || !std::isdigit(line[11]))
+            if (line.size() < 64 || line.find_first_not_of(' ') == std::string::npos || !std::isdigit(line[11])) {
                 continue;
+            }
             all.push_back({std::stoi(line.substr(0, 12)), std::stod(line.substr(12, 14)),
                            std::stod(line.substr(26, 14)), std::stod(line.substr(40, 14)), line.substr(64)});
         }
@@ -118,16 +122,19 @@ protected:
 
     std::vector<int> rowsWithPlus() const {
         std::vector<int> all;
-        for (const Row& row : rows())
-            if (row.tail.find('+') != std::string::npos)
+        for (const Row& row : rows()) {
+            if (row.tail.find('+') != std::string::npos) {
                 all.push_back(row.iteration);
+            }
+        }
         return all;
     }
 
     static std::size_t count(const std::string& text, const std::string& part) {
         std::size_t found = 0;
-        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
             ++found;
+        }
         return found;
     }
 
@@ -228,8 +235,9 @@ TEST_F(InversionLoop, WithoutDataAndModelTermsFreeCellsStay) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
-    for (std::size_t station = 0; station < 12; ++station)
+    for (std::size_t station = 0; station < 12; ++station) {
         small->maskDatum(0, station);
+    }
     const Vector start = small->arrays.model;
     runTo(*small, 30);
     EXPECT_EQ(small->arrays.model, start);
@@ -246,8 +254,9 @@ TEST_F(InversionLoop, WithoutDataAndModelTermsFreeCellsStay) {
 
 TEST_F(InversionLoop, AllDataMaskedFitsTheReferenceAlone) {
     const auto small = makeSmallProblem();
-    for (std::size_t station = 0; station < 12; ++station)
+    for (std::size_t station = 0; station < 12; ++station) {
         small->maskDatum(0, station);
+    }
     runTo(*small, 30);
     const std::vector<Row> all = rows();
     ASSERT_EQ(all.size(), 31U);
@@ -329,16 +338,18 @@ TEST_F(InversionLoop, DummiesOfAllModelTypesAreReplacedBeforeTheIterationModel) 
 TEST_F(InversionLoop, IterationModelsComeAtEveryStepButTheLast) {
     const auto without = makeSmallProblem();
     runTo(*without, 4);
-    for (int n = 0; n <= 4; ++n)
+    for (int n = 0; n <= 4; ++n) {
         EXPECT_FALSE(exists("voxlith_iter_00" + std::to_string(n) + ".den"));
+    }
 
     const auto small = makeSmallProblem();
     InversionOptions& asked = small->inversion;
     asked.outputStep = 2;
     asked.maxIterations = 6;
     run(*small);
-    for (int n = 0; n <= 6; ++n)
+    for (int n = 0; n <= 6; ++n) {
         EXPECT_EQ(exists("voxlith_iter_00" + std::to_string(n) + ".den"), n == 2 || n == 4) << n;
+    }
 }
 
 TEST_F(InversionLoop, RunningFilesHoldTheLastModelAndPrediction) {
@@ -365,8 +376,9 @@ TEST_F(InversionLoop, SeveralTypesWithAndWithoutLabels) {
     asked.outputStep = 1;
     run(*small);
     for (const char* name :
-         {"voxlith_dens.rho", "voxlith_02.rho", "voxlith_iter_001dens.den", "voxlith_iter_00202.den"})
+         {"voxlith_dens.rho", "voxlith_02.rho", "voxlith_iter_001dens.den", "voxlith_iter_00202.den"}) {
         EXPECT_TRUE(exists(name)) << name;
+    }
     EXPECT_FALSE(exists("voxlith.rho"));
     EXPECT_LT(rows().back().total, rows().front().total);
 }
@@ -450,8 +462,9 @@ TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
         EXPECT_NE(log().find("initial barrier: "), std::string::npos);
         EXPECT_EQ(count(log(), "     model barr: "), 50U);
         EXPECT_EQ(count(screen(), "NaN"), 3U);  // one for each conjugate-gradient step
-        for (const double value : small->arrays.model)
+        for (const double value : small->arrays.model) {
             EXPECT_GE(value, static_cast<double>(strictPositiveMinimum));
+        }
     }
 }
 
@@ -469,9 +482,11 @@ TEST_F(InversionLoop, BarrierChangesBehindAConjugateGradientStepAndThatIsReporte
     runTo(*small, 23);
     const std::string words = "     model barr: ";
     std::vector<double> reported;
-    for (const std::string& line : linesOf(log()))
-        if (line.starts_with(words))
+    for (const std::string& line : linesOf(log())) {
+        if (line.starts_with(words)) {
             reported.push_back(std::stod(line.substr(words.size())));
+        }
+    }
     ASSERT_EQ(reported.size(), 23U);
     EXPECT_NEAR(reported[10], unchanged, 6e-5);
     EXPECT_NEAR(reported[11], changed, 6e-5);
@@ -526,8 +541,9 @@ TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
         run(*small);
         ASSERT_EQ(rows().size(), 27U);
         EXPECT_LT(rows().back().total, rows().front().total);
-        if (method == 0)
+        if (method == 0) {
             usual = small->arrays.model;
+        }
         EXPECT_EQ(small->arrays.model == usual, method == 0 || method == 3);
     }
 }
@@ -567,24 +583,27 @@ TEST_F(InversionLoop, RepeatsItselfToTheBit) {
     for (int n = 0; n < 2; ++n) {
         const auto small = makeSmallProblem();
         runTo(*small, 40);
-        if (n == 0)
+        if (n == 0) {
             first = small->arrays.model;
-        else
+        } else {
             EXPECT_EQ(small->arrays.model, first);
+        }
     }
 }
 
 // From its first line to its last: neither preparation nor iterations take memory.
 TEST_F(InversionLoop, AllocatesNothing) {
-    for (const std::int32_t method : {0, 2})
+    for (const std::int32_t method : {0, 2}) {
         for (const int form : {0, 1, 2, 3}) {
             SmallOptions options;
             options.amplitude = form == 1;
-            if (form == 2)
+            if (form == 2) {
                 options.nModelTypes = options.nMtx = options.nDataTypes = 2;
+            }
             const auto small = makeSmallProblem(options);
-            if (form == 3)
+            if (form == 3) {
                 small->layLines(2, 2.0F);
+            }
             InversionOptions& asked = small->inversion;
             asked.maxIterations = 40;
             asked.outputStep = 5;
@@ -594,6 +613,7 @@ TEST_F(InversionLoop, AllocatesNothing) {
             EXPECT_EQ(allocations, 0) << "method " << method << " form " << form;
             EXPECT_TRUE(exists(form == 2 ? "voxlith_iter_03502.den" : "voxlith_iter_035.den"));
         }
+    }
 }
 
 }  // namespace

@@ -116,8 +116,9 @@ TEST(IterationReport, OverheadInMinutesBehindTextsOfManyWidths) {
                            &timers.smoothness,      &timers.products,          &timers.gtgProduct,
                            &timers.matrixPass,      &timers.transposePass};
     double minutes = 1.0;
-    for (double* timer : all)
+    for (double* timer : all) {
         *timer = 60.0 * minutes++;
+    }
     timers.calcGradient = 60.0 * 29920577.4;
     const Written got = written([&](Messages& messages, LineFile&) { reportOverhead(messages, timers); });
     EXPECT_EQ(got.screen,

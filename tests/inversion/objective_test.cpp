@@ -31,31 +31,38 @@ ObjectiveTerms termsByLoops(const SmallProblem& small) {
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto nz = static_cast<std::size_t>(mesh.nz), nzl = static_cast<std::size_t>(mesh.nzl);
     ObjectiveTerms terms;
-    for (std::size_t t = 0; t < static_cast<std::size_t>(small.options.nModelTypes); ++t)
-        for (std::size_t j = 0; j < ny; ++j)
-            for (std::size_t i = 0; i < nx; ++i)
+    for (std::size_t t = 0; t < static_cast<std::size_t>(small.options.nModelTypes); ++t) {
+        for (std::size_t j = 0; j < ny; ++j) {
+            for (std::size_t i = 0; i < nx; ++i) {
                 for (std::size_t k = 0; k < nz; ++k) {
                     const std::size_t cell = small.at(k, i, j);
                     const double reference = small.arrays.refModel[small.at(k, i, j, t)];
                     const double weight =
                         small.options.fold ? static_cast<double>(small.sensitivity.depthWeight[cell]) : 1.0;
                     const double v = valueAt(small, k, i, j, t);
-                    if (k < nzl && reference > dummyValue)
+                    if (k < nzl && reference > dummyValue) {
                         terms.refNorm += static_cast<double>(small.weights.wtS[cell]) *
                                          square((small.arrays.model[small.at(k, i, j, t)] - reference) / weight);
-                    if (k < nzl && j + 1 < ny)
+                    }
+                    if (k < nzl && j + 1 < ny) {
                         terms.smoothY += static_cast<double>(small.weights.wtN[cell]) *
                                          square((v - valueAt(small, k, i, j + 1, t)) /
                                                 ((mesh.yWidth[j] + mesh.yWidth[j + 1]) * 0.5));
-                    if (k < nzl && i + 1 < nx)
+                    }
+                    if (k < nzl && i + 1 < nx) {
                         terms.smoothX += static_cast<double>(small.weights.wtE[cell]) *
                                          square((v - valueAt(small, k, i + 1, j, t)) /
                                                 ((mesh.xWidth[i] + mesh.xWidth[i + 1]) * 0.5));
-                    if (k + 1 < nz && hasVerticalTerms(small.options.inversionStyle))
+                    }
+                    if (k + 1 < nz && hasVerticalTerms(small.options.inversionStyle)) {
                         terms.smoothZ += static_cast<double>(small.weights.wtZ[cell]) *
                                          square((v - valueAt(small, k + 1, i, j, t)) /
                                                 ((mesh.zWidth[k] + mesh.zWidth[k + 1]) * 0.5));
+                    }
                 }
+            }
+        }
+    }
     terms.smoothNorm = terms.smoothY + terms.smoothX + terms.smoothZ;
     return terms;
 }
@@ -78,8 +85,8 @@ void expectSameTerms(SmallProblem& small) {
 
 TEST(Objective, TermsAreThoseOfPlainLoops) {
     unsigned seed = 0;
-    for (const std::int32_t style : {0, 1, 2, 3, 4})
-        for (const bool fold : {true, false})
+    for (const std::int32_t style : {0, 1, 2, 3, 4}) {
+        for (const bool fold : {true, false}) {
             for (const std::int32_t types : {1, 2}) {
                 SmallOptions options;
                 options.inversionStyle = InversionStyle{style};
@@ -88,6 +95,8 @@ TEST(Objective, TermsAreThoseOfPlainLoops) {
                 options.seed = ++seed;
                 expectSameTerms(*makeSmallProblem(options));
             }
+        }
+    }
 }
 
 TEST(Objective, OnlyTheCoveredLayersCountLaterally) {
@@ -99,9 +108,11 @@ TEST(Objective, OnlyTheCoveredLayersCountLaterally) {
     ASSERT_EQ(small->mesh.nzl, 4);
     expectSameTerms(*small);
     const ObjectiveTerms before = calcObjective(small->problem(), {}, small->arrays.model);
-    for (std::size_t n = 0; n < small->modelSize(); ++n)
-        if (n % 6 >= 4)
+    for (std::size_t n = 0; n < small->modelSize(); ++n) {
+        if (n % 6 >= 4) {
             small->arrays.model[n] = 1000.0 + static_cast<double>(n);
+        }
+    }
     const ObjectiveTerms after = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(before.refNorm, after.refNorm);
     EXPECT_EQ(before.smoothX, after.smoothX);
@@ -136,8 +147,9 @@ TEST(Objective, CellWithoutReferenceStaysInTheSmoothness) {
 
 TEST(Objective, AllDataMaskedLeavesAValidObjective) {
     const auto small = makeSmallProblem();
-    for (std::size_t station = 0; station < 12; ++station)
+    for (std::size_t station = 0; station < 12; ++station) {
         small->maskDatum(0, station);
+    }
     const ObjectiveTerms terms = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(terms.misfit, 0.0);
     EXPECT_TRUE(std::isfinite(reportedTotal(terms, 0.5)));
@@ -151,9 +163,11 @@ TEST(Objective, MisfitDividesByAllStationsAndNotByComponents) {
     small->maskDatum(0, 3);
     const ObjectiveTerms terms = calcObjective(small->problem(), {}, small->arrays.model);
     double sum = 0.0;
-    for (std::size_t n = 0; n < small->dataSize(); ++n)
-        if (isValid(small->obs.obsData[n]))
+    for (std::size_t n = 0; n < small->dataSize(); ++n) {
+        if (isValid(small->obs.obsData[n])) {
             sum += square(small->obs.predData[n] - small->obs.obsData[n]);
+        }
+    }
     expectClose(terms.misfit, sum / 12.0);
 }
 
@@ -175,8 +189,9 @@ TEST(Objective, SecondModelTypeUsesTheFirstFilesWeight) {
     options.nModelTypes = options.nMtx = options.nDataTypes = 2;
     const auto small = makeSmallProblem(options);
     const ObjectiveTerms before = calcObjective(small->problem(), {}, small->arrays.model);
-    for (std::size_t n = 0; n < small->cells(); ++n)
+    for (std::size_t n = 0; n < small->cells(); ++n) {
         small->sensitivity.depthWeight[small->cells() + n] *= 3.0F;
+    }
     const ObjectiveTerms after = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(before.refNorm, after.refNorm);
     EXPECT_EQ(before.smoothNorm, after.smoothNorm);
@@ -208,8 +223,9 @@ TEST(Objective, BarrierEntersTheOptimisersSumSquared) {
 
 TEST(Objective, TimesItself) {
     const auto small = makeSmallProblem();
-    for (int n = 0; n < 200; ++n)
+    for (int n = 0; n < 200; ++n) {
         calcObjective(small->problem(), {}, small->arrays.model);
+    }
     EXPECT_GT(small->timers.objectiveInside, 0.0);
     EXPECT_LT(small->timers.objectiveInside, 60.0);
     EXPECT_EQ(small->timers.calcObjective, 0.0);

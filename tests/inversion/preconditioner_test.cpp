@@ -25,14 +25,15 @@ std::vector<double> diagonalByPairs(const SmallProblem& small) {
                 small.options.fold ? static_cast<double>(small.sensitivity.depthWeightOf(file)[cell]) : 1.0;
             return static_cast<double>(weight[cell]) / (depthWeight * depthWeight);
         };
-        for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j)
-            for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i)
+        for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j) {
+            for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i) {
                 for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.nz); ++k) {
                     const std::size_t first = mesh.cell(k, i, j);
                     diagonal[first] += term(small.weights.wtS, first);
                     const auto pair = [&](bool exists, std::size_t second, const std::vector<float>& weight) {
-                        if (!exists)
+                        if (!exists) {
                             return;
+                        }
                         diagonal[first] += term(weight, first);
                         diagonal[second] += term(weight, first);
                     };
@@ -40,14 +41,16 @@ std::vector<double> diagonalByPairs(const SmallProblem& small) {
                     pair(i + 1 < static_cast<std::size_t>(mesh.nx), mesh.cell(k, i + 1, j), small.weights.wtE);
                     pair(k + 1 < static_cast<std::size_t>(mesh.nz), mesh.cell(k + 1, i, j), small.weights.wtZ);
                 }
+            }
+        }
     }
     return diagonal;
 }
 
 TEST(Preconditioner, CountsAllPairsOfAllFilesWhateverTheStyle) {
     unsigned seed = 0;
-    for (const std::int32_t style : {0, 1, 3})
-        for (const bool fold : {true, false})
+    for (const std::int32_t style : {0, 1, 3}) {
+        for (const bool fold : {true, false}) {
             for (const std::int32_t files : {1, 3}) {
                 SmallOptions options;
                 options.inversionStyle = InversionStyle{style};
@@ -61,9 +64,12 @@ TEST(Preconditioner, CountsAllPairsOfAllFilesWhateverTheStyle) {
                 std::fill(regDiag.begin(), regDiag.end(), 1e9F);
                 buildPreconditioner(small->problem());
                 const std::vector<double> want = diagonalByPairs(*small);
-                for (std::size_t n = 0; n < want.size(); ++n)
+                for (std::size_t n = 0; n < want.size(); ++n) {
                     EXPECT_NEAR(static_cast<double>(regDiag[n]), want[n], 3e-6 * want[n]);
+                }
             }
+        }
+    }
 }
 
 TEST(Preconditioner, DiagonalIsSummedInSinglePrecision) {
@@ -89,8 +95,9 @@ TEST(Preconditioner, SingleLayerNeverReadsTheVerticalWeight) {
     auto& regDiag = small->arrays.regDiag;
     buildPreconditioner(small->problem());
     const std::vector<double> want = diagonalByPairs(*small);
-    for (std::size_t n = 0; n < want.size(); ++n)
+    for (std::size_t n = 0; n < want.size(); ++n) {
         EXPECT_NEAR(static_cast<double>(regDiag[n]), want[n], 3e-6 * want[n]);
+    }
 }
 
 TEST(Preconditioner, IsTheInverseRootOfTheWholeDiagonal) {

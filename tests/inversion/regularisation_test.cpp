@@ -39,14 +39,18 @@ struct Problem {
         mesh.nz = asked.nz;
         mesh.nzl = asked.nzl;
         for (auto& [width, count] :
-             {std::pair{&mesh.xWidth, mesh.nx}, {&mesh.yWidth, mesh.ny}, {&mesh.zWidth, mesh.nz}})
-            for (std::int32_t n = 0; n < count; ++n)
+             {std::pair{&mesh.xWidth, mesh.nx}, {&mesh.yWidth, mesh.ny}, {&mesh.zWidth, mesh.nz}}) {
+            for (std::int32_t n = 0; n < count; ++n) {
                 width->push_back(size(generator));
+            }
+        }
         const std::size_t cells = mesh.cellCount();
         for (std::vector<float>* weight :
-             {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ, &depthWeight, &referenceWeight})
-            for (std::size_t n = 0; n < cells; ++n)
+             {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ, &depthWeight, &referenceWeight}) {
+            for (std::size_t n = 0; n < cells; ++n) {
                 weight->push_back(static_cast<float>(size(generator)));
+            }
+        }
         for (std::size_t n = 0; n < cells * asked.types; ++n) {
             model.push_back(n % 11 == 3 ? 0.0 : value(generator));
             refModel.push_back(n % 7 == 2 ? dummyValue : n % 5 == 0 ? model.back() : value(generator));
@@ -89,27 +93,33 @@ std::vector<Pair> pairsAlong(char axis, const Problem& p) {
         return (width[n] + width[n + 1]) * 0.5;
     };
     std::vector<Pair> pairs;
-    for (std::size_t j = 0; j < ny; ++j)
-        for (std::size_t i = 0; i < nx; ++i)
+    for (std::size_t j = 0; j < ny; ++j) {
+        for (std::size_t i = 0; i < nx; ++i) {
             for (std::size_t k = 0; k < nz; ++k) {
                 const std::size_t cell = p.at(k, i, j);
-                if (axis == 'y' && j + 1 < ny && k < nzl)
+                if (axis == 'y' && j + 1 < ny && k < nzl) {
                     pairs.push_back({cell, p.at(k, i, j + 1), p.weights.wtN[cell], between(mesh.yWidth, j)});
-                if (axis == 'x' && i + 1 < nx && k < nzl)
+                }
+                if (axis == 'x' && i + 1 < nx && k < nzl) {
                     pairs.push_back({cell, p.at(k, i + 1, j), p.weights.wtE[cell], between(mesh.xWidth, i)});
-                if (axis == 'z' && p.shape.vertical && k + 1 < nz)
+                }
+                if (axis == 'z' && p.shape.vertical && k + 1 < nz) {
                     pairs.push_back({cell, p.at(k + 1, i, j), p.weights.wtZ[cell], between(mesh.zWidth, k)});
+                }
             }
+        }
+    }
     return pairs;
 }
 
 double normAlong(char axis, const Problem& p) {
     double sum = 0.0;
-    for (std::size_t type = 0; type < p.shape.types; ++type)
+    for (std::size_t type = 0; type < p.shape.types; ++type) {
         for (const Pair& pair : pairsAlong(axis, p)) {
             const double slope = (p.valueAt(type, pair.first) - p.valueAt(type, pair.second)) / pair.distance;
             sum += static_cast<double>(pair.weight) * (slope * slope);
         }
+    }
     return sum;
 }
 
@@ -118,11 +128,13 @@ double referenceNorm(const Problem& p) {
     for (std::size_t n = 0; n < p.model.size(); ++n) {
         const std::size_t cell = n % p.mesh.cellCount();
         if (cell % static_cast<std::size_t>(p.mesh.nz) >= static_cast<std::size_t>(p.mesh.nzl) ||
-            !(p.refModel[n] > dummyValue))
+            !(p.refModel[n] > dummyValue)) {
             continue;
+        }
         double difference = p.model[n] - p.refModel[n];
-        if (p.shape.weighted)
+        if (p.shape.weighted) {
             difference /= static_cast<double>(p.depthWeight[cell]);
+        }
         sum += static_cast<double>(p.weights.wtS[cell]) * (difference * difference);
     }
     return sum;
@@ -132,18 +144,20 @@ double referenceNorm(const Problem& p) {
 std::vector<double> gradientByPasses(const Problem& p, bool referenced, double multiplier, double nData) {
     const std::size_t cells = p.mesh.cellCount();
     std::vector<double> out(cells, 0.0);
-    for (const char axis : {'y', 'x', 'z'})
+    for (const char axis : {'y', 'x', 'z'}) {
         for (const Pair& pair : pairsAlong(axis, p)) {
             const double gradient = static_cast<double>(pair.weight) *
                                     (p.valueAt(0, pair.first) - p.valueAt(0, pair.second)) / pair.distance;
             out[pair.first] += gradient;
             out[pair.second] -= gradient;
         }
+    }
     for (std::size_t n = 0; n < cells; ++n) {
         if (n % static_cast<std::size_t>(p.mesh.nz) < static_cast<std::size_t>(p.mesh.nzl)) {
             double difference = p.model[n];
-            if (referenced && p.refModel[n] > dummyValue)
+            if (referenced && p.refModel[n] > dummyValue) {
                 difference -= p.refModel[n];
+            }
             const double gradient = static_cast<double>(p.weights.wtS[n]) * difference;
             out[n] += p.shape.weighted ? gradient / static_cast<double>(p.referenceWeight[n]) : gradient;
         }
@@ -155,8 +169,8 @@ std::vector<double> gradientByPasses(const Problem& p, bool referenced, double m
 std::vector<Problem> problems() {
     std::vector<Problem> all;
     unsigned seed = 1;
-    for (const bool weighted : {false, true})
-        for (const bool vertical : {false, true})
+    for (const bool weighted : {false, true}) {
+        for (const bool vertical : {false, true}) {
             for (const Shape& shape : {Shape{7, 5, 9, 9, 1, false, false},
                                        {4, 3, 300, 257, 2, false, false},
                                        {1, 6, 129, 129, 1, false, false},
@@ -168,6 +182,8 @@ std::vector<Problem> problems() {
                 asked.vertical = vertical;
                 all.emplace_back(asked, seed++);
             }
+        }
+    }
     return all;
 }
 
@@ -177,22 +193,24 @@ std::vector<InstructionSet> instructionSets() {
 }
 
 TEST(Regularisation, NormsAreTheSumsOfPlainLoopsBitForBit) {
-    for (const Problem& p : problems())
+    for (const Problem& p : problems()) {
         for (const InstructionSet instructions : instructionSets()) {
             SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
             ModelNorms norms;
-            for (std::size_t type = 0; type < p.shape.types; ++type)
+            for (std::size_t type = 0; type < p.shape.types; ++type) {
                 addModelNorms(p.operatorWith(instructions), p.ofType(p.model, type), p.ofType(p.refModel, type), norms);
+            }
             EXPECT_EQ(norms.y, normAlong('y', p));
             EXPECT_EQ(norms.x, normAlong('x', p));
             EXPECT_EQ(norms.z, normAlong('z', p));
             EXPECT_EQ(norms.reference, referenceNorm(p));
         }
+    }
 }
 
 TEST(Regularisation, CompatibleGradientIsThatOfOnePassPerAxisBitForBit) {
-    for (const Problem& p : problems())
-        for (const InstructionSet instructions : instructionSets())
+    for (const Problem& p : problems()) {
+        for (const InstructionSet instructions : instructionSets()) {
             for (const bool referenced : {false, true}) {
                 SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
                 const std::size_t cells = p.mesh.cellCount();
@@ -205,6 +223,8 @@ TEST(Regularisation, CompatibleGradientIsThatOfOnePassPerAxisBitForBit) {
                 const std::vector<double> expected = gradientByPasses(p, referenced, 0.3, 17.0);
                 EXPECT_EQ(std::memcmp(out.data(), expected.data(), cells * sizeof(double)), 0);
             }
+        }
+    }
 }
 
 // Small meshes, on which every column of the Hessian can be looked at. Widths along x are negative, as those of falling
@@ -212,8 +232,8 @@ TEST(Regularisation, CompatibleGradientIsThatOfOnePassPerAxisBitForBit) {
 std::vector<Problem> smallProblems() {
     std::vector<Problem> all;
     unsigned seed = 50;
-    for (const bool weighted : {false, true})
-        for (const bool vertical : {false, true})
+    for (const bool weighted : {false, true}) {
+        for (const bool vertical : {false, true}) {
             for (const Shape& shape : {Shape{3, 2, 4, 4, 1, false, false},
                                        {2, 3, 5, 3, 1, false, false},
                                        {4, 4, 1, 1, 1, false, false},
@@ -222,9 +242,12 @@ std::vector<Problem> smallProblems() {
                 asked.weighted = weighted;
                 asked.vertical = vertical;
                 all.emplace_back(asked, seed++);
-                for (double& width : all.back().mesh.xWidth)
+                for (double& width : all.back().mesh.xWidth) {
                     width = -width;
+                }
             }
+        }
+    }
     return all;
 }
 
@@ -257,8 +280,9 @@ std::vector<double> randomVector(std::size_t size, unsigned seed) {
     std::mt19937 generator(seed);
     std::uniform_real_distribution<double> value(-1.0, 1.0);
     std::vector<double> vector(size);
-    for (double& element : vector)
+    for (double& element : vector) {
         element = value(generator);
+    }
     return vector;
 }
 
@@ -275,8 +299,9 @@ TEST(Regularisation, ExactGradientShowsOrderTwoInTheTaylorTable) {
         ASSERT_GT(curvature, 1e-3);
         for (double step = 10.0; step > 5e-6; step *= 0.1) {
             std::vector<double> moved = p.model;
-            for (std::size_t n = 0; n < moved.size(); ++n)
+            for (std::size_t n = 0; n < moved.size(); ++n) {
                 moved[n] += step * direction[n];
+            }
             const double ratio = (normOf(p, moved) - start - step * slope) / (step * step);
             const double rounding = 1e-14 * start / (step * step);
             EXPECT_NEAR(ratio, curvature, 1e-10 * curvature + rounding) << "step " << step;
@@ -315,7 +340,7 @@ TEST(Regularisation, GradientIsAddedInTheScaleThatIsAskedFor) {
 }
 
 TEST(Regularisation, DiagonalsAreThoseOfTheirOperators) {
-    for (const Problem& p : smallProblems())
+    for (const Problem& p : smallProblems()) {
         for (const NormForm form : {NormForm::exact, NormForm::compatible}) {
             SCOPED_TRACE(p.name() + (form == NormForm::exact ? " exact" : " compatible"));
             const std::size_t cells = p.model.size();
@@ -330,17 +355,20 @@ TEST(Regularisation, DiagonalsAreThoseOfTheirOperators) {
                 EXPECT_NEAR(diagonal[n], column[n], 1e-12 * (1.0 + std::abs(column[n]))) << "cell " << n;
             }
         }
+    }
 }
 
 TEST(Regularisation, FormsAgreeWhereWidthsAndWeightsAreOne) {
     Problem p({4, 3, 5, 5, 1, false, true}, 92);
-    for (std::vector<double>* widths : {&p.mesh.xWidth, &p.mesh.yWidth, &p.mesh.zWidth})
+    for (std::vector<double>* widths : {&p.mesh.xWidth, &p.mesh.yWidth, &p.mesh.zWidth}) {
         std::fill(widths->begin(), widths->end(), 1.0);
+    }
     std::fill(p.refModel.begin(), p.refModel.end(), 0.0);
     const std::vector<double> exact = normGradient(p, GradientMode::hessianProduct, p.model);
     const std::vector<double> compatible = compatibleProduct(p, p.model);
-    for (std::size_t n = 0; n < exact.size(); ++n)
+    for (std::size_t n = 0; n < exact.size(); ++n) {
         EXPECT_NEAR(exact[n], compatible[n], 1e-13);
+    }
 }
 
 }  // namespace

@@ -30,10 +30,12 @@ std::string ofIteration(std::int32_t iteration, std::int32_t last, std::int32_t 
 }
 
 TEST(RunningFiles, SuffixFollowsTheFirstDataType) {
-    for (const std::int32_t code : {1, 20, 21, 22, 99})
+    for (const std::int32_t code : {1, 20, 21, 22, 99}) {
         EXPECT_EQ(running(code, 1, {}), "voxlith.kap") << code;
-    for (const std::int32_t code : {0, 2, 6, 10, 15, 19})
+    }
+    for (const std::int32_t code : {0, 2, 6, 10, 15, 19}) {
         EXPECT_EQ(running(code, 1, {}), "voxlith.rho") << code;
+    }
 }
 
 TEST(RunningFiles, SeveralTypesTakeLabelsOrNumbers) {

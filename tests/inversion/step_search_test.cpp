@@ -28,8 +28,9 @@ struct March {
         std::mt19937 random(17);
         delm = testing_support::randomVector(small->modelSize(), random);
         Vector truth = small->arrays.model;
-        for (std::size_t n = 0; n < truth.size(); ++n)
+        for (std::size_t n = 0; n < truth.size(); ++n) {
             truth[n] += length * delm[n];
+        }
         small->explainDataBy(truth);
     }
 
@@ -49,8 +50,9 @@ TEST(StepSearch, StepsDoubleAtEveryEighthAcceptedTrialAndEndAtTwenty) {
         step += length;
         EXPECT_EQ(result.stepHistory[n], step) << n;
         EXPECT_LT(result.objectiveHistory[n], result.objectiveHistory[n - 1]);
-        if (n % 8 == 0)
+        if (n % 8 == 0) {
             length *= 2.0F;
+        }
     }
     EXPECT_FLOAT_EQ(result.stepHistory[8], 0.8F);
     EXPECT_FLOAT_EQ(result.stepHistory[9], 1.0F);
@@ -65,9 +67,10 @@ TEST(StepSearch, ModelMovesByTheLastAcceptedStepThroughSinglePrecision) {
     const StepSearchResult result = march.run();
     EXPECT_EQ(result.stepCount, 6);
     const double step = static_cast<double>(result.stepHistory[static_cast<std::size_t>(result.stepCount)]);
-    for (std::size_t n = 0; n < start.size(); ++n)
+    for (std::size_t n = 0; n < start.size(); ++n) {
         EXPECT_EQ(march.small->arrays.model[n],
                   static_cast<double>(static_cast<float>(start[n] + step * march.delm[n])));
+    }
     EXPECT_EQ(march.stepStart, 0.1F);
 }
 
@@ -83,8 +86,9 @@ TEST(StepSearch, WithoutImprovementNothingMoves) {
 
 TEST(StepSearch, EqualObjectiveIsNoImprovement) {
     March march(1.0);
-    for (std::size_t station = 0; station < 12; ++station)
+    for (std::size_t station = 0; station < 12; ++station) {
         march.small->maskDatum(0, station);
+    }
     EXPECT_EQ(march.run().stepCount, 0);
 }
 
@@ -117,19 +121,22 @@ TEST(StepSearch, StrictPositivityHoldsWithoutBounds) {
     SmallOptions options;
     options.positivity = Positivity::strictlyPositive;
     March march(1000.0, options);
-    for (std::size_t n = 0; n < march.delm.size(); ++n)
+    for (std::size_t n = 0; n < march.delm.size(); ++n) {
         march.small->arrays.model[n] = std::abs(march.small->arrays.model[n]);
+    }
     ASSERT_GT(march.run().stepCount, 0);
-    for (const double value : march.small->arrays.model)
+    for (const double value : march.small->arrays.model) {
         EXPECT_GE(value, static_cast<double>(1.0e-5F));
+    }
 }
 
 TEST(StepSearch, WithABarrierItComparesTheSumWithThePlainBarrier) {
     SmallOptions options;
     options.positivity = Positivity::strictlyPositive;
     March march(1000.0, options);
-    for (double& value : march.small->arrays.model)
+    for (double& value : march.small->arrays.model) {
         value = std::abs(value) + 0.1;
+    }
     const Barrier barrier{0.2, 50.0};
     const ObjectiveTerms terms = calcObjective(march.small->problem(), barrier, march.small->arrays.model);
     ASSERT_GT(terms.barrierNorm, 0.0);

@@ -80,33 +80,39 @@ namespace detail {
 inline std::vector<float> positiveWeights(std::size_t n, float scale, std::mt19937& random) {
     std::uniform_real_distribution<float> uniform(0.5F, 1.5F);
     std::vector<float> values(n);
-    for (float& value : values)
+    for (float& value : values) {
         value = scale * uniform(random);
+    }
     return values;
 }
 
 inline std::vector<double> nodesOf(std::int32_t cells, bool unitWidths, std::mt19937& random) {
     std::uniform_real_distribution<double> uniform(0.5, 2.0);
     std::vector<double> nodes{100.0};
-    for (std::int32_t n = 0; n < cells; ++n)
+    for (std::int32_t n = 0; n < cells; ++n) {
         nodes.push_back(nodes.back() + (unitWidths ? 1.0 : uniform(random)));
+    }
     return nodes;
 }
 
 inline MeshGeometry randomMesh(const SmallOptions& options, std::mt19937& random) {
     MeshGeometry mesh = meshOf(options.cellsZXY, options.paddedZXY);
-    if (coversWholeMesh(options.inversionStyle))
+    if (coversWholeMesh(options.inversionStyle)) {
         mesh.nzl = mesh.nz;
+    }
     mesh.xNode = nodesOf(mesh.nx, options.unitWidths, random);
     mesh.yNode = nodesOf(mesh.ny, options.unitWidths, random);
     mesh.zNode = nodesOf(mesh.nz, options.unitWidths, random);
     const auto size = [](std::int32_t n) { return static_cast<std::size_t>(n); };
-    for (auto* widths : {&mesh.xWidth, &mesh.xCentre})
+    for (auto* widths : {&mesh.xWidth, &mesh.xCentre}) {
         widths->resize(size(mesh.nx));
-    for (auto* widths : {&mesh.yWidth, &mesh.yCentre})
+    }
+    for (auto* widths : {&mesh.yWidth, &mesh.yCentre}) {
         widths->resize(size(mesh.ny));
-    for (auto* widths : {&mesh.zWidth, &mesh.zCentre})
+    }
+    for (auto* widths : {&mesh.zWidth, &mesh.zCentre}) {
         widths->resize(size(mesh.nz));
+    }
     buildMeshArrays(mesh);
     return mesh;
 }
@@ -127,16 +133,19 @@ inline ProductTables defaultProducts(const SmallOptions& options) {
         const std::int32_t file = std::min(c, options.nMtx - 1);
         const std::int32_t type = std::min(c, options.nModelTypes - 1);
         const auto number = [&](std::int32_t model) {
-            for (std::size_t k = 0; k < tables.products.size(); ++k)
-                if (tables.products[k].mtx == file && tables.products[k].model == model)
+            for (std::size_t k = 0; k < tables.products.size(); ++k) {
+                if (tables.products[k].mtx == file && tables.products[k].model == model) {
                     return static_cast<std::int32_t>(k);
+                }
+            }
             tables.products.push_back({file, model, c});
             return static_cast<std::int32_t>(tables.products.size() - 1);
         };
         auto& terms = tables.terms[static_cast<std::size_t>(c)];
         terms.push_back({file, type, number(type), 1.0});
-        if (type > 0)
+        if (type > 0) {
             terms.push_back({file, 0, number(0), 0.5});
+        }
     }
     return tables;
 }
@@ -151,8 +160,9 @@ inline void fillObs(SmallProblem& small, std::mt19937& random) {
     obs.ObsZ = randomVector(static_cast<std::size_t>(obs.nData), random);
     obs.obsData = randomVector(n, random);
     obs.refData = randomVector(n, random);
-    for (double& value : obs.refData)
+    for (double& value : obs.refData) {
         value *= 0.1;
+    }
     obs.predData.assign(n, 0.0);
     obs.obsWork1.assign(n, 0.0);
     obs.obsStd = positiveWeights(n, 1.0F, random);
@@ -166,8 +176,9 @@ inline void fillSensitivity(SmallProblem& small, std::mt19937& random) {
     const auto positions =
         static_cast<std::size_t>(mesh.npx) * static_cast<std::size_t>(mesh.npy) * static_cast<std::size_t>(mesh.npz);
     std::vector<std::vector<StoredRow>> files;
-    for (std::int32_t file = 0; file < options.nMtx; ++file)
+    for (std::int32_t file = 0; file < options.nMtx; ++file) {
         files.push_back(randomRows(static_cast<std::size_t>(options.nData), positions, positions / 2, random));
+    }
     storeRowsInMemory(sensitivity, files);
     sensitivity.foldDepthWeight = options.fold;
     sensitivity.header.inversionStyle = options.inversionStyle;
@@ -175,8 +186,9 @@ inline void fillSensitivity(SmallProblem& small, std::mt19937& random) {
     const std::size_t cells = mesh.cellCount() * static_cast<std::size_t>(options.nMtx);
     sensitivity.depthWeight = positiveWeights(cells, 1.0F, random);
     sensitivity.gtgdiag.resize(cells);
-    for (double& value : sensitivity.gtgdiag)
+    for (double& value : sensitivity.gtgdiag) {
         value = 0.5 + std::uniform_real_distribution<double>(0.0, 1.0)(random);
+    }
     sensitivity.layerResponse =
         randomVector((static_cast<std::size_t>(mesh.nzl) + 1) * static_cast<std::size_t>(options.nData) *
                          static_cast<std::size_t>(options.nMtx),
@@ -202,8 +214,9 @@ inline void fillArrays(SmallProblem& small, std::mt19937& random) {
     arrays.adjointSum.assign(size, 0.0);
     arrays.trialModel.assign(size, 0.0);
     ConjugateGradientArrays& work = arrays.conjugateGradient;
-    for (auto* array : {&work.rightSide, &work.residual, &work.direction, &work.preconditioned, &work.product})
+    for (auto* array : {&work.rightSide, &work.residual, &work.direction, &work.preconditioned, &work.product}) {
         array->assign(std::max(size, small.dataSize()), 0.0);
+    }
     const auto variables = static_cast<std::int64_t>(size);
     arrays.waBFGS.assign(static_cast<std::size_t>(optimiserRealWorkspace(variables, 10)), 0.0);
     arrays.iwaBFGS.assign(static_cast<std::size_t>(optimiserIntegerWorkspace(variables)), 0);
@@ -214,8 +227,9 @@ inline void fillArrays(SmallProblem& small, std::mt19937& random) {
 }  // namespace detail
 
 inline SmallProblem::SmallProblem(const SmallOptions& wanted) : options(wanted) {
-    if (options.amplitude)
+    if (options.amplitude) {
         options.nMtx = 3;
+    }
     std::mt19937 random(options.seed);
     mesh = detail::randomMesh(options, random);
     detail::fillObs(*this, random);
