@@ -21,6 +21,7 @@ double datum(const ObsSet& obs, std::size_t n) {
 }
 
 void chooseBackground(const InversionOptions& options, std::int32_t nDataTypes, std::span<BackgroundFit> fits) {
+    // Compatibility: with several components all take the mean of their values, whatever their data types.
     if (nDataTypes > 1) {
         double sum = 0.0;
         for (const BackgroundFit& fit : fits) {

@@ -1,5 +1,6 @@
-// Removal of the background: the observed data are fitted with the response of the surface layer, whose property is the
-// background value, and the fitted part joins the reference data.
+// Removal of the background: the data d are fitted by the line R b + c, with R the response of the surface layer per
+// unit of its property and b the background value; the fitted part joins the reference data, which the model need not
+// explain.
 #pragma once
 
 #include <cstddef>
@@ -12,9 +13,9 @@ namespace voxlith {
 
 // The straight line through data and responses of one component.
 struct BackgroundFit {
-    double responseMean = 0;
-    double dataMean = 0;
-    double background = 0;
+    double responseMean = 0;  // data unit per model unit
+    double dataMean = 0;      // data unit
+    double background = 0;    // b, model unit
 };
 
 // The response of the first layer slot of every file (averaged along lines when there is an integration interval) into
@@ -25,10 +26,8 @@ std::size_t surfaceResponse(const InversionProblem& problem);
 // when there is no such station or all responses are uniform.
 BackgroundFit fitBackground(const ObsSet& obs, std::size_t component);
 
-// The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. With several data types all
-// components share the mean of their values. The mean of the data goes with the fit, so that the inversion works on
-// data without it. Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and
-// reports the value.
+// The whole removal. `iBackground` 2 takes `BackVal` in place of the fitted value. The mean of the data is removed with
+// the fit. Changes obs.refData and obs.predData; writes "obs_surafce_calc.dat" and "obs_fit_pred.dat" and reports b.
 void removeBackground(Messages& messages, const InversionProblem& problem);
 
 }  // namespace voxlith

@@ -10,7 +10,7 @@ namespace voxlith {
 
 namespace {
 
-// Visits the layers down to nzl in storage order: columns of nz values, of which the first nzl count.
+// Columns of `height` values, of which the first `used` count.
 struct Columns {
     std::size_t count = 0, height = 0, used = 0;
 };
@@ -66,6 +66,7 @@ double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeom
         return 0.0;
     }
     const Columns columns = columnsOf(mesh, model);
+    // Compatibility: the sum over all model types is divided by the cells of one.
     const double cells = static_cast<double>(mesh.nx) * mesh.ny * mesh.nzl;
     const double sum =
         isStrict(positivity) ? logarithmicSum(barrier, columns, model) : rationalSum(barrier, columns, model);
@@ -73,6 +74,7 @@ double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeom
 }
 
 Barrier startBarrier(Positivity positivity, const MeshGeometry& mesh, std::span<const double> model) {
+    // Single-precision constants: their real64 values are part of the result.
     constexpr auto startWeight = static_cast<double>(0.2F);
     constexpr auto smallestLimit = static_cast<double>(0.001F);
     if (!isStrict(positivity)) {
@@ -86,12 +88,14 @@ double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry
     constexpr auto decrease = static_cast<double>(0.9F);
     constexpr auto liftAbove = static_cast<double>(0.1F);
     const double norm = calcBarrier(positivity, barrier, mesh, model);
+    // Beta falls with the iterations; a barrier that outweighs the misfit is reduced to half of it at once.
     if (2.0 * barrier.barrierWeight * norm > misfit) {
         barrier.barrierWeight = 0.5 * misfit / norm;
     } else {
         barrier.barrierWeight = decrease * barrier.barrierWeight;
     }
     const double largest = largestValue(mesh, model);
+    // u stays well above the model, so that the barrier acts on all cells.
     if (largest > liftAbove) {
         barrier.barrierLimit = 10.0 * largest;
     }

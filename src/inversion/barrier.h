@@ -1,5 +1,10 @@
-// The barrier that keeps a model positive: its value, its parameters at the start, and their change after each
-// conjugate-gradient step.
+// The barrier that keeps a model positive (Li and Oldenburg 2003): its value, its parameters at the start, and their
+// change after each conjugate-gradient step. With strict positivity
+//
+//   phi_b = -2 beta / N  sum of ln(x/u)  over the cells with 0 < x/u < 1,
+//
+// otherwise phi_b = 1/N  sum of x^2/(x^2 + beta)  over the valid cells. N is the number of cells of one model type down
+// to layer nzl. No run gives beta a value above 0 without strict positivity.
 #pragma once
 
 #include <cstdint>
@@ -12,12 +17,10 @@ namespace voxlith {
 
 struct Barrier {
     double barrierWeight = 0;  // beta; 0 switches the barrier off
-    double barrierLimit = 0;   // u, the upper end of the logarithm
+    double barrierLimit = 0;   // u, in units of the inversion variable; cells above it are not held back
 };
 
-// With strict positivity: the mean of -2 beta ln(x/u) over the cells with 0 < x/u < 1. Otherwise: the mean
-// of x^2/(x^2 + beta) over the valid cells. The mean divides by the cells of nzl layers of one model type; `model` (k,
-// i, j, model type) is taken down to nzl. 0 when beta is not above 0.
+// phi_b of `model` (k, i, j, model type), whose layers count down to nzl. 0 when beta is not above 0.
 double calcBarrier(Positivity positivity, const Barrier& barrier, const MeshGeometry& mesh,
                    std::span<const double> model);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -15,8 +16,7 @@ namespace {
 
 constexpr std::size_t amplitudeParts = 3;
 
-// The derivative of sqrt(R1^2 + R2^2 + R3^2) times the residual. Where the amplitude is 0 there is none; the residual
-// itself then stands in, in all parts or in the last one.
+// The derivative of the amplitude sqrt(R1^2 + R2^2 + R3^2) by each part, R/amplitude, times the residual.
 void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
     const auto nData = static_cast<std::size_t>(obs.nData);
     std::array<std::span<double>, amplitudeParts> rows;
@@ -32,6 +32,8 @@ void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
                 rows[part][n] = residual * rows[part][n] / predicted;
             }
         } else {
+            // Compatibility: where the amplitude is 0 and has no derivative, the residual itself stands in, in all
+            // parts of three components or in the last part.
             rows[0][n] = threeComponents ? residual : 0.0;
             rows[1][n] = threeComponents ? residual : 0.0;
             rows[2][n] = residual;
@@ -52,6 +54,7 @@ void spreadResiduals(const InversionProblem& problem) {
     }
 }
 
+// Adds the transposed product of one product to the model types of all terms that use it.
 void addProduct(const InversionProblem& problem, std::size_t product) {
     const std::size_t cells = problem.mesh.cellCount();
     const double* adjoint = problem.arrays.trialModel.data();
@@ -85,6 +88,9 @@ void residualRows(const InversionProblem& problem) {
 void sumAdjoints(const InversionProblem& problem) {
     ObsSet& obs = problem.obs;
     const auto nData = static_cast<std::size_t>(obs.nData);
+    assert(problem.arrays.adjointSum.size() >= problem.modelSize());
+    assert(problem.arrays.trialModel.size() >= problem.mesh.cellCount());
+    // Compatibility: the first component decides for all whether amplitudes are fitted.
     const bool amplitude = problem.products.isAmplitude[0];
     std::fill(problem.arrays.adjointSum.begin(), problem.arrays.adjointSum.end(), 0.0);
     // Without products no residual is used, and there is no product row to work with.
@@ -93,6 +99,7 @@ void sumAdjoints(const InversionProblem& problem) {
     }
     for (std::size_t k = 0; k < problem.products.products.size(); ++k) {
         const Product& product = problem.products.products[k];
+        // Compatibility: a product that several components use takes the residuals of the first of them.
         const std::size_t column = obs.index(static_cast<std::size_t>(product.column), 0);
         const auto rows = amplitude
                               ? std::span<const double>(problem.sensitivity.productResponse).subspan(k * nData, nData)

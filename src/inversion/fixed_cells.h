@@ -1,4 +1,4 @@
-// The surface styles leave only the top of each column free.
+// Cells that an inversion style fixes: the surface styles leave only the top of each column free.
 #pragma once
 
 #include <cstdint>
@@ -12,9 +12,8 @@ namespace voxlith {
 
 constexpr std::int32_t fixedByStyle = 2;  // code in fixedCell
 
-// With a surface style as many cells of a column are free as the code of the style says; the cells below are fixed at
-// their value in `model` (k, i, j, model type), for every model type. Their boundType and nFixedCells stay as they
-// were.
+// Fixes the cells below freeCellsPerColumn at their values in `model` (k, i, j, model type), for every model type.
+// Their boundType and nFixedCells do not change.
 void fixDeepCells(InversionStyle inversionStyle, const MeshGeometry& mesh, std::span<const double> model,
                   ModelBounds& bounds);
 

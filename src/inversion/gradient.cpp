@@ -1,6 +1,7 @@
 #include "inversion/gradient.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 #include "inversion/data_gradient.h"
@@ -11,15 +12,14 @@ namespace voxlith {
 
 namespace {
 
-// The weight of the model type's own file; types beyond the last file take the last one. Only the gradient of the
-// reference term takes it: the differences, and the objective throughout, take the weight of the first file for all
-// types.
+// The depth weight of the gradient of the reference term. Types beyond the last file take the last one.
 std::span<const float> referenceGradientWeight(const InversionProblem& problem, std::size_t type) {
+    // Compatibility: the weight is that of the type's own file, while norm and differences take the first file's.
     const auto lastFile = static_cast<std::size_t>(problem.sensitivity.nMtx) - 1;
     return problem.foldedWeight(std::min(type, lastFile));
 }
 
-// The model part with the trade-off, and the mean of the data part; fixed cells do not move.
+// Data part and norm in one pass over the cells.
 void combineWithModel(GradientMode mode, const InversionProblem& problem, std::span<const double> vector,
                       std::span<double> out) {
     const std::size_t cells = problem.mesh.cellCount();
@@ -36,6 +36,7 @@ void combineWithModel(GradientMode mode, const InversionProblem& problem, std::s
     problem.timers.smoothness += clockSeconds() - start;
 }
 
+// The same without a norm.
 void takeDataPart(const InversionProblem& problem, std::span<double> out) {
     const double nData = problem.obs.nData;
     for (std::size_t n = 0; n < out.size(); ++n) {
@@ -43,10 +44,11 @@ void takeDataPart(const InversionProblem& problem, std::span<double> out) {
     }
 }
 
-// Held cells are not looked at here: the barrier gradients on them too.
+// Compatibility: the slope is -beta u^2/x, and -beta u from u on, not the derivative of phi_b; fixed cells get it too.
 void addLogarithmicBarrier(GradientMode mode, const Barrier& barrier, std::span<const double> vector,
                            std::span<double> out) {
     for (std::size_t n = 0; n < out.size(); ++n) {
+        // Compatibility: in a Hessian product the direction stands in the place of the model.
         const double share = std::min(1.0, vector[n] / barrier.barrierLimit);
         const double slope = barrier.barrierLimit / share;
         if (mode == GradientMode::gradient) {
@@ -64,6 +66,7 @@ void addRationalBarrier(GradientMode mode, const InversionProblem& problem, cons
     for (std::size_t n = 0; n < out.size(); ++n) {
         const double x = vector[n];
         const double sum = x * x + beta;
+        // Compatibility: the second derivative is not divided by the number of cells.
         if (mode == GradientMode::gradient) {
             out[n] += 2.0 * x * beta / (sum * sum) / cells;
         } else {
@@ -77,10 +80,12 @@ void addRationalBarrier(GradientMode mode, const InversionProblem& problem, cons
 void calcGradient(GradientMode mode, const InversionProblem& problem, const Barrier& barrier,
                   std::span<const double> vector, std::span<double> out) {
     const double start = clockSeconds();
+    assert(vector.size() == problem.modelSize() && out.size() == vector.size() && out.data() != vector.data());
     ObsSet& obs = problem.obs;
     if (mode == GradientMode::gradient) {
         residualRows(problem);
     } else {
+        // Compatibility: the reference data are added to G p, as in any forward run.
         forwardData(problem.sensitivity, problem.mesh, problem.products, obs, problem.lines, vector, obs.obsWork1,
                     obs.obsData, obs.refData, problem.timers);
     }

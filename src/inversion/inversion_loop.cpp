@@ -1,6 +1,7 @@
 #include "inversion/inversion_loop.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <limits>
 #include <span>
@@ -23,11 +24,15 @@ namespace voxlith {
 namespace {
 
 constexpr std::int32_t memoryDepth = 10;  // corrections that the optimiser remembers
-constexpr std::int32_t firstPhase = -1;   // two optimiser steps more before the first conjugate-gradient step
-constexpr std::int32_t conjugateGradientPhase = 10;
+
+// Position in the cycle of optimiser steps and one conjugate-gradient step: it runs from firstPhase, then over and over
+// from restartPhase, to conjugateGradientPhase. So conjugate-gradient steps come at iterations 12, 22, 32 ...
+constexpr std::int32_t firstPhase = -1;
 constexpr std::int32_t restartPhase = 1;
-constexpr std::int32_t lastIterationsWithoutIt = 10;  // no conjugate-gradient step in the last iterations
-constexpr float firstStep = 0.1F;
+constexpr std::int32_t conjugateGradientPhase = 10;
+constexpr std::int32_t lastIterationsWithoutIt = 10;  // the last iterations have no conjugate-gradient step
+
+constexpr float firstStep = 0.1F;  // of the step search, as a share of the conjugate-gradient step
 
 struct LoopState {
     std::int32_t iteration = 0;
@@ -39,9 +44,8 @@ struct LoopState {
     ObjectiveTerms fgTerms{};    // of the last evaluation that the optimiser asked for
     ObjectiveTerms iterTerms{};  // that the reports show
     double objective = 0;
-    double factr = 0;
-    std::int32_t stepCount = 0;
-    double iterationStart = 0;
+    double factr = 0;            // tolerance of the optimiser
+    std::int32_t stepCount = 0;  // accepted trials of the last step search
 };
 
 // Everything that one iteration works with.
@@ -118,8 +122,8 @@ void prepare(Loop& loop) {
     if (problem.sensitivity.header.version > 1 && problem.options.iBackground > 0) {
         removeBackground(loop.messages, problem);
     }
+    // In rounding errors of the objective: so small that the optimiser hardly ever stops before the iteration limit.
     loop.state.factr = hasMagneticLayout(problem.obs.dataType[0]) ? 1.0 : 0.1;
-    loop.state.optimiser.dsave[29] = 10000.0;
     loop.state.iteration = problem.options.startIteration;
     setTask(loop.state.task, "START");
     prepareArrays(loop);
@@ -153,8 +157,7 @@ void optimiserIteration(Loop& loop) {
         evaluateGradient(loop);
         callOptimiser(loop);
     }
-    // Whatever else the optimiser answers (convergence, an error) stops nothing: the reports then repeat the terms
-    // before.
+    // Compatibility: convergence or an error of the optimiser stops nothing; the reports then repeat the terms before.
     if (taskIs(state.task, "NEW_X")) {
         writeGradientFile(loop.problem, loop.delm);
         state.iterTerms = state.fgTerms;
@@ -183,10 +186,10 @@ void conjugateGradientIteration(Loop& loop) {
     }
 }
 
-// Dummies are written as they are and leave the model behind the writing.
 void outputStep(Loop& loop) {
     const double start = clockSeconds();
     writeRunningFiles(loop.problem, loop.model);
+    // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.
     for (double& value : loop.model) {
         if (value < dummyLimit) {
             value = 0.0;
@@ -195,6 +198,7 @@ void outputStep(Loop& loop) {
     stopTimer(loop.problem.timers.output, start);
 }
 
+// After a conjugate-gradient step the optimiser drops its memory: its corrections are those of another path.
 void advanceCycle(LoopState& state) {
     if (state.cyclePhase == conjugateGradientPhase) {
         setTask(state.task, "START");
@@ -207,7 +211,7 @@ void advanceCycle(LoopState& state) {
 void iterate(Loop& loop) {
     LoopState& state = loop.state;
     const InversionOptions& options = loop.problem.options;
-    state.iterationStart = clockSeconds();
+    const double start = clockSeconds();
     // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
     if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
         ++state.iteration;
@@ -217,12 +221,13 @@ void iterate(Loop& loop) {
     if (state.cyclePhase < conjugateGradientPhase) {
         optimiserIteration(loop);
     } else if (state.iteration < options.maxIterations - lastIterationsWithoutIt) {
+        // Compatibility: skipped near the end, the iteration changes nothing and its row still has the "+".
         conjugateGradientIteration(loop);
     }
 
     outputStep(loop);
     IterationRow row = rowOf(loop);
-    row.iterTime = clockSeconds() - state.iterationStart;
+    row.iterTime = clockSeconds() - start;
     reportIteration(loop.messages, loop.progressTable, row, state.barrier);
 
     if (state.iteration >= options.maxIterations) {
@@ -235,7 +240,7 @@ void iterate(Loop& loop) {
 }
 
 void finish(Loop& loop) {
-    evaluateGradient(loop);
+    evaluateGradient(loop);  // arrays.delm ends as the gradient of the final model
     screenAndLogLine(loop.messages, "");
     reportOverhead(loop.messages, loop.problem.timers);
 }
@@ -244,6 +249,7 @@ void finish(Loop& loop) {
 
 void inversionLoop(const InversionProblem& problem, Messages& messages, LineFile& progressTable) {
     const std::size_t size = problem.modelSize();
+    assert(problem.arrays.model.size() >= size && problem.arrays.delm.size() >= size);
     Loop loop{problem, messages, progressTable, std::span(problem.arrays.model).first(size),
               std::span(problem.arrays.delm).first(size)};
     prepare(loop);

@@ -54,6 +54,7 @@ void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Bar
         logReal(messages, "initial barrier: ", terms.barrierNorm);
     }
     logSmoothness(messages, "initial smth   : ", terms);
+    // Compatibility: the norm of the starting model has no root here, nor in the first row of the progress table.
     logReal(messages, "initial norm   : ", terms.refNorm + terms.smoothNorm);
     logReal(messages, "initial total  : ", std::sqrt(reportedTotal(terms, multiplier)));
     flushLineFile(messages.log);
@@ -111,7 +112,7 @@ void reportOverhead(Messages& messages, const OverheadTimers& timers) {
         std::string_view text;
         double seconds;
     };
-    // The texts are of different widths, and so are the columns of the values.
+    // Compatibility: texts have different widths, so the values do not align; the G'G product is always 0.
     const std::array<Entry, 14> entries{{{" OH calc_obj:  ", timers.calcObjective},
                                          {" OH calc_grad: ", timers.calcGradient},
                                          {" OH update:    ", timers.stepSearch},

@@ -1,4 +1,4 @@
-// What the inversion says while it runs: the lines of the log, the rows of the iteration table on screen and in the
+// What the inversion reports while it runs: the lines of the log, the rows of the iteration table on screen and in the
 // progress table, and the overhead lines at the end. Columns are fixed; later runs read the progress table.
 #pragma once
 
@@ -23,8 +23,7 @@ struct IterationRow {
 
 void reportBeginning(Messages& messages);
 
-// The block "initial ..." of the log. The model norm stands there without a root, unlike everywhere else but in the
-// first row of the progress table.
+// The block "initial ..." of the log.
 void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Barrier& barrier, double multiplier);
 
 // Heading and first row. In the progress table the row has no time.
@@ -36,7 +35,7 @@ void logIterationHeading(Messages& messages, std::int32_t iteration);
 // The terms in the log, then the row on the screen and in the progress table, then the log's line on the steps.
 void reportIteration(Messages& messages, LineFile& progressTable, const IterationRow& row, const Barrier& barrier);
 
-// A row of the table: iteration, misfit, model norm and total as roots, time; "+" behind a conjugate-gradient
+// A row of the table: iteration, misfit, model norm and total as roots, time; "+" after a conjugate-gradient
 // iteration.
 TextLine tableRow(const IterationRow& row);
 

@@ -1,5 +1,6 @@
 #include "inversion/objective.h"
 
+#include <cassert>
 #include <cstddef>
 
 #include "inversion/regularisation.h"
@@ -9,10 +10,12 @@ namespace voxlith {
 
 ObjectiveTerms calcObjective(const InversionProblem& problem, const Barrier& barrier, std::span<const double> model) {
     const double start = clockSeconds();
+    assert(model.size() == problem.modelSize() && problem.arrays.refModel.size() >= model.size());
     ObsSet& obs = problem.obs;
     ObjectiveTerms terms;
     terms.misfit = forwardData(problem.sensitivity, problem.mesh, problem.products, obs, problem.lines, model,
                                obs.predData, obs.obsData, obs.refData, problem.timers);
+    // One running sum per term through all model types: the order of summation is part of the result.
     ModelNorms norms;
     const std::size_t cells = problem.mesh.cellCount();
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
@@ -30,6 +33,7 @@ ObjectiveTerms calcObjective(const InversionProblem& problem, const Barrier& bar
 }
 
 double optimiserObjective(const ObjectiveTerms& terms, const Barrier& barrier, double multiplier) {
+    // Compatibility: the barrier term holds its weight beta already, which thus enters squared.
     return terms.misfit + barrier.barrierWeight * terms.barrierNorm + multiplier * (terms.refNorm + terms.smoothNorm);
 }
 

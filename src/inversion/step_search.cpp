@@ -1,5 +1,6 @@
 #include "inversion/step_search.h"
 
+#include <cassert>
 #include <cstddef>
 
 namespace voxlith {
@@ -20,11 +21,13 @@ void moveModel(const InversionProblem& problem, std::span<const double> start, f
 StepSearchResult stepSearch(const InversionProblem& problem, const Barrier& barrier, const ObjectiveTerms& termsAtModel,
                             std::span<const double> delm, float& stepStart, std::span<double> model) {
     constexpr std::int32_t stepsBeforeDoubling = 8;
+    assert(model.size() == problem.modelSize() && delm.size() == model.size());
     const double multiplier = problem.options.multiplier;
     const std::span<double> trialModel = std::span(problem.arrays.trialModel).first(model.size());
     StepSearchResult result;
     double objective = reportedTotal(termsAtModel, multiplier);
     result.objectiveHistory[0] = objective;
+    // Compatibility: trial steps are real32 and accumulate in it.
     float accepted = 0.0F;
     while (result.stepCount < mostAcceptedSteps) {
         const float trial = accepted + stepStart;

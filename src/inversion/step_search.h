@@ -1,4 +1,4 @@
-// The marching line search behind a conjugate-gradient step.
+// The line search after a conjugate-gradient step: a march along the step while the objective falls.
 #pragma once
 
 #include <array>
@@ -19,11 +19,11 @@ struct StepSearchResult {
     std::array<double, mostAcceptedSteps + 1> objectiveHistory{};
 };
 
-// Marches along `delm` in steps of `stepStart`, doubled (in place) at every eighth accepted trial, as long as the
-// objective falls, at most 20 steps; then moves the free cells of `model` by the last accepted step and brings it
-// within the bounds. Steps are real32 and accumulate in it. `termsAtModel` are the objective's terms to improve on.
-// Overwrites arrays.trialModel. Without an accepted trial `model` stays as it is. A trial whose objective is not a
-// number is no improvement.
+// Tries `model` + t `delm` (k, i, j, model type), projected into the bounds, for t growing by `stepStart`, which is
+// doubled in place at every eighth accepted trial, as long as the objective falls and at most 20 times. Then moves the
+// free cells of `model` by the last accepted t, within the bounds. `termsAtModel` are the terms to improve on.
+// Overwrites arrays.trialModel and what calcObjective overwrites. Without an accepted trial `model` does not change; a
+// trial whose objective is not a number is no improvement.
 StepSearchResult stepSearch(const InversionProblem& problem, const Barrier& barrier, const ObjectiveTerms& termsAtModel,
                             std::span<const double> delm, float& stepStart, std::span<double> model);
 
