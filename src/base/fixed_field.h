@@ -1,6 +1,6 @@
 // The one writer of fixed-width fields: F (fixed point), E (exponent) and I (integer), right-aligned, asterisks where a
 // number does not fit, exponents of three digits without the letter E. The rounding is that of the exact binary value,
-// ties to the even digit. Nothing is allocated.
+// ties to the even digit, as std::to_chars has it. Nothing is allocated.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace voxlith {
 
 // Each writes exactly `width` characters at `out` and returns out + width.
 
-// Fixed point with `decimals` digits behind the point: F10.3 is putFixed(out, v, 10, 3). A leading zero before the
+// Fixed point with `decimals` digits after the point: F10.3 is putFixed(out, v, 10, 3). A leading zero before the
 // point is left out when only so the number fits.
 char* putFixed(char* out, double value, int width, int decimals);
 

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "base/messages.h"
-#include "base/number_scan.h"
 
 namespace voxlith {
 
@@ -131,14 +130,14 @@ ReadStatus readOne(FreeFormatRead& read, Number& target) {
     return ReadStatus::good;
 }
 
-// The plain numbers at the head of the block, as long as they need nothing special: no repeat count, no null value, no
-// slash, no rare spelling, and the end of the word in the block. Gives how many targets were filled; readOne goes on
-// from there.
+// The numbers at the head of the block, as long as they need nothing special: no repeat count, no null value, no slash,
+// no rare spelling, and the end of the word in the block. Gives how many targets were filled; readOne goes on from
+// there.
 template <class Number>
 std::size_t parsePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
     TextInput& input = read.input;
     const char* position = input.ahead.data();
-    // Behind the last separator a word may go on in the next block. Before it every scan of a word ends at a separator.
+    // After the last separator a word may go on in the next block. Before it every scan of a word ends at a separator.
     const std::size_t lastSeparator = input.ahead.find_last_of(separators);
     const char* const end = position + (lastSeparator == std::string_view::npos ? 0 : lastSeparator);
     const char* const limit = position + input.ahead.size();
@@ -147,28 +146,23 @@ std::size_t parsePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
     bool commaPending = read.commaPending;
     const char* taken = position;
     while (count < targets.size()) {
-        // Mostly a line end stands here. A look at it costs less than a count of no blanks that all else waits for.
-        if (position < end && *position == ' ') {
-            position = skipBlanks(position, end);
-        }
-        while (position < end &&
-               (*position == '\n' || *position == '\t' || *position == '\r' || (*position == ',' && !commaPending))) {
+        while (position < end && endsWord(*position) && *position != '/' && !(*position == ',' && commaPending)) {
             lineEnds += *position == '\n' ? 1 : 0;
             commaPending = commaPending || *position == ',';
-            position = skipBlanks(position + 1, end);
+            ++position;
         }
         taken = position;
         if (position >= end) {
             break;
         }
-        const char* const behind = scanPlainNumber(position, limit, targets[count]);
-        if (behind == nullptr) {
+        const char* const wordEnd = scanNumber(position, limit, targets[count]);
+        if (wordEnd == nullptr) {
             break;
         }
         ++count;
         commaPending = false;
-        position = behind;
-        taken = behind;
+        position = wordEnd;
+        taken = wordEnd;
     }
     input.ahead.remove_prefix(static_cast<std::size_t>(taken - input.ahead.data()));
     input.lineNumber += lineEnds;

@@ -1,7 +1,7 @@
 // The shared free-format reader of all text inputs.
 //
 // A read takes values from a text file or from a text in memory. Values are separated by blanks, tabs, commas or line
-// ends; a read runs on over lines; behind the last value of a read the rest of the line is dropped. n*value repeats a
+// ends; a read runs on over lines; after the last value of a read the rest of the line is dropped. n*value repeats a
 // value, n* and two commas in a row leave targets unchanged, a slash ends the read (all further targets stay unchanged,
 // status good). Exponents may be written with E, D or a sign alone. Each number is rounded once, to the precision of
 // its target. Carriage returns at line ends count as blanks.
@@ -13,15 +13,13 @@
 #include <span>
 #include <string_view>
 
+#include "base/number_scan.h"
 #include "base/text_input.h"
 
 namespace voxlith {
 
 // Good, end of the text before the value, or text that is no number. Usually bad text is fatal and the end is not.
 enum class ReadStatus : int { endOfText = -1, good = 0, badText = 1 };
-
-// A longer word is bad text, whatever it holds, so that a file of endless digits takes neither memory nor time.
-constexpr std::size_t longestWord = 1024;
 
 // One read under way: begun, asked for one value after the other, ended. After a status other than good, further values
 // are not looked for and the same status comes back; targets keep what they hold. Null values give good.

@@ -1,9 +1,8 @@
-// From the characters of one number to its value, rounded once to the precision of the target.
+// Numbers of free-format text: from the characters of a word to its value, rounded once to the precision of the target.
 #pragma once
 
-#include <bit>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace voxlith {
@@ -15,37 +14,19 @@ constexpr bool endsWord(char character) {
            character == '/';
 }
 
+// A longer word is bad text, whatever it holds, so that a file of endless digits takes neither memory nor time.
+constexpr std::size_t longestWord = 1024;
+
 // The whole word as a number; false, and the target unchanged, when it is none. Reals: digits with at most one point,
-// exponent behind E, D or Q or a sign alone; inf, infinity, nan and nan(...) in any case. A number too large gives an
+// exponent after E, D or Q or a sign alone; inf, infinity, nan and nan(...) in any case. A number too large gives an
 // infinity, one too small gives zero. Integers: sign and digits, within 32 bits.
 bool parseNumber(std::string_view word, double& target);
 bool parseNumber(std::string_view word, float& target);
 bool parseNumber(std::string_view word, std::int32_t& target);
 
-// The first character from `position` on that is no blank, or `limit`.
-inline const char* skipBlanks(const char* position, const char* limit) {
-    constexpr std::uint64_t eightBlanks = 0x2020202020202020;
-    if constexpr (std::endian::native == std::endian::little) {
-        while (limit - position >= 8) {
-            std::uint64_t bytes = 0;
-            std::memcpy(&bytes, position, sizeof bytes);
-            bytes ^= eightBlanks;
-            if (bytes != 0) {
-                return position + std::countr_zero(bytes) / 8;
-            }
-            position += 8;
-        }
-    }
-    while (position < limit && *position == ' ') {
-        ++position;
-    }
-    return position;
-}
-
-// The number that begins at `word` when it is of the usual spelling; gives the place behind it, or a null pointer, with
-// the target unchanged, when the word needs parseNumber. The word must be followed by a separator; the characters up
-// to `limit`, behind that separator, can be read.
-const char* scanPlainNumber(const char* word, const char* limit, double& target);
-const char* scanPlainNumber(const char* word, const char* limit, float& target);
+// The number that begins at `word` when it has the usual spelling; gives its end, or a null pointer, with the target
+// unchanged, when the word needs parseNumber. A separator must follow the word before `limit`.
+const char* scanNumber(const char* word, const char* limit, double& target);
+const char* scanNumber(const char* word, const char* limit, float& target);
 
 }  // namespace voxlith

@@ -1,7 +1,6 @@
 #include "driver/calendar.h"
 
 #include <chrono>
-#include <cmath>
 #include <ctime>
 
 namespace voxlith {
@@ -14,16 +13,11 @@ DateTime currentDateTime() {
 }
 
 double julianDay(const DateTime& when) {
-    int month = when.month;
-    int year = when.year;
-    if (month < 3) {
-        year -= 1;
-        month += 12;
-    }
-    const int century = year / 100;
-    const int correction = 2 - century + century / 4;
-    const double day = when.day + when.hour / 24.0 + when.minute / 1440.0 + when.second / 86400.0;
-    return std::trunc(365.25 * (year + 4716)) + std::trunc(30.6001 * (month + 1)) + day + correction - 1524.5;
+    using namespace std::chrono;
+    constexpr double julianDayOf1970 = 2440587.5;
+    const sys_days monthStart{year(when.year) / when.month / 1};
+    const double dayOfMonth = when.day + when.hour / 24.0 + when.minute / 1440.0 + when.second / 86400.0;
+    return static_cast<double>(monthStart.time_since_epoch().count()) + julianDayOf1970 - 1.0 + dayOfMonth;
 }
 
 double processorSeconds() {

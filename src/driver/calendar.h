@@ -14,7 +14,7 @@ struct DateTime {
 
 DateTime currentDateTime();  // local time
 
-// Days, with the time of day as fraction (Meeus, Astronomical Algorithms, ch. 7).
+// Days, with the time of day as fraction.
 double julianDay(const DateTime& when);
 
 // Seconds of processor time of this process.

@@ -159,6 +159,43 @@ TEST(FixedField, roundsExponentFormsLikeTheLibrary) {
     }
 }
 
+void expectExponentFormOfLibrary(double value, int digits) {
+    std::array<char, 40> out{};
+    putExponent(out.data(), value, 30, digits);
+    ASSERT_EQ(std::string(out.data()), exponentByLibrary(value, 30, digits)) << "digits " << digits;
+}
+
+// Where the digits end exactly or lie half-way, and a few units in the last place beside that.
+TEST(FixedField, roundsExponentFormsBesideRoundNumbersLikeTheLibrary) {
+    const std::uint64_t seed = 32;
+    std::mt19937_64 generator(seed);
+    for (int round = 0; round < 400000; ++round) {
+        const int digits = round % 2 == 0 ? 6 : 1 + static_cast<int>(generator() % 10);
+        const double limit = std::pow(10.0, digits);
+        const double number = std::floor(limit * std::ldexp(static_cast<double>(generator() >> 11), -53));
+        double value =
+            (number + (round % 3 == 0 ? 0.0 : 0.5)) * std::pow(10.0, static_cast<double>(generator() % 60) - 30.0);
+        for (std::uint64_t step = generator() % 3; step > 0; --step) {
+            value = std::nextafter(value, round % 4 < 2 ? 0.0 : std::numeric_limits<double>::infinity());
+        }
+        SCOPED_TRACE(seed);
+        expectExponentFormOfLibrary(round % 5 == 0 ? -value : value, digits);
+    }
+}
+
+TEST(FixedField, roundsExponentFormsAtEveryPowerOfTenLikeTheLibrary) {
+    for (int exponent = -323; exponent <= 308; ++exponent) {
+        const double value = std::strtod(("1e" + std::to_string(exponent)).c_str(), nullptr);
+        for (int digits = 1; digits <= 10; ++digits) {
+            for (const double beside :
+                 {value, std::nextafter(value, 0.0), std::nextafter(value, std::numeric_limits<double>::infinity()),
+                  0.9999995 * value, 0.99999949 * value, 0.95 * value}) {
+                expectExponentFormOfLibrary(beside, digits);
+            }
+        }
+    }
+}
+
 TEST(FixedField, roundsFixedFormsLikeTheLibrary) {
     const std::uint64_t seed = 12;
     std::mt19937_64 generator(seed);

@@ -1,15 +1,24 @@
+#include "formats/model_file.h"
+
 #include <algorithm>
+#include <array>
+#include <cassert>
 #include <cstddef>
 
+#include "base/fixed_field.h"
 #include "base/free_format.h"
+#include "base/output_file.h"
 #include "base/text_input.h"
 #include "base/tokens.h"
-#include "formats/model_file.h"
 #include "formats/short_name.h"
 
 namespace voxlith {
 
 namespace {
+
+constexpr int fieldWidth = 14, fieldDigits = 6;
+constexpr std::size_t lineBytes = fieldWidth + 1;
+constexpr std::size_t valuesAtOnce = 1024;  // their lines fit what reserveOutput promises
 
 // A text such as "/data/start.den", in which a read ends before any value, is the name of a file.
 bool isNumber(std::string_view text, float& number) {
@@ -42,6 +51,15 @@ void fillFromFile(Messages& messages, const std::string& name, std::span<double>
     }
 }
 
+void writeValues(OutputFile& file, std::span<const double> values) {
+    char* out = reserveOutput(file, lineBytes * values.size());
+    for (const double value : values) {
+        out = putExponent(out, value, fieldWidth, fieldDigits);
+        *out++ = '\n';
+    }
+    commitOutput(file, lineBytes * values.size());
+}
+
 }  // namespace
 
 void readModelFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
@@ -58,6 +76,31 @@ void readModelFile(Messages& messages, Positivity positivity, const std::string&
         }
     }
     projectModel(positivity, bounds, allTypes);
+}
+
+void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
+                    std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
+                    InversionStyle inversionStyle) {
+    const std::size_t cells = mesh.cellCount();
+    const auto nz = static_cast<std::size_t>(mesh.nz);
+    assert(source.size() >= (static_cast<std::size_t>(modelType) + 1) * cells);
+    assert(!foldDepthWeight || depthWeight.size() >= cells);
+    const std::span<const double> values = source.subspan(static_cast<std::size_t>(modelType) * cells, cells);
+    const std::size_t ownLayers = writtenCellsPerColumn(inversionStyle, nz);
+    OutputFile file;
+    openOutputFile(file, fileName);
+    expectOutput(file, lineBytes * cells);
+    std::array<double, valuesAtOnce> shown;
+    for (std::size_t first = 0; first < cells; first += shown.size()) {
+        const std::size_t count = std::min(shown.size(), cells - first);
+        for (std::size_t n = 0; n < count; ++n) {
+            const std::size_t k = ownLayers < nz ? (first + n) % nz : 0;
+            const std::size_t cell = first + n - (k < ownLayers ? 0 : k - (ownLayers - 1));
+            shown[n] = foldDepthWeight ? values[cell] / static_cast<double>(depthWeight[cell]) : values[cell];
+        }
+        writeValues(file, std::span(shown).first(count));
+    }
+    finishOutputFile(file);
 }
 
 }  // namespace voxlith
