@@ -20,9 +20,10 @@ double julianDay(const DateTime& when);
 // Seconds of processor time of this process.
 double processorSeconds();
 
-// "words" followed by first/second/year, two blanks and the time of day. The header of the log gives the day first, its
-// closing line the month; both stay as they have always been.
+// Compatibility: the header of the log gives the day before the month, its closing line the month before the day.
 enum class DateOrder { dayFirst, monthFirst };
+
+// "words" followed by first/second/year, two blanks and the time of day.
 TextLine dateLine(std::string_view words, const DateTime& when, DateOrder order);
 
 }  // namespace voxlith

@@ -23,7 +23,7 @@ bool beginsWithOneOf(std::string_view argument, const Spellings& spellings) {
 }
 
 // The text between the first "(" and the first ")".
-std::optional<std::string_view> textInBrackets(std::string_view argument) {
+std::optional<std::string_view> textInParentheses(std::string_view argument) {
     const std::size_t open = argument.find('(');
     const std::size_t close = argument.find(')');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
@@ -32,7 +32,7 @@ std::optional<std::string_view> textInBrackets(std::string_view argument) {
     return argument.substr(open + 1, close - open - 1);
 }
 
-std::optional<std::string_view> textBehindEquals(std::string_view argument) {
+std::optional<std::string_view> textAfterEquals(std::string_view argument) {
     const std::size_t equals = argument.find('=');
     if (equals == std::string_view::npos) {
         return std::nullopt;
@@ -49,14 +49,14 @@ void decode(std::string_view argument, std::string_view text, std::span<Number> 
 }
 
 template <typename Number>
-void decodeBehindEquals(std::string_view argument, Number& target, std::string_view expected) {
-    if (const auto text = textBehindEquals(argument)) {
+void decodeAfterEquals(std::string_view argument, Number& target, std::string_view expected) {
+    if (const auto text = textAfterEquals(argument)) {
         decode(argument, *text, std::span(&target, 1), expected);
     }
 }
 
 void decodeMisfit(std::string_view argument, ObsCleaning& cleaning) {
-    const auto text = textInBrackets(argument);
+    const auto text = textInParentheses(argument);
     if (!text) {
         return;
     }
@@ -67,17 +67,17 @@ void decodeMisfit(std::string_view argument, ObsCleaning& cleaning) {
 }
 
 void readKeyword(std::string_view argument, ControlValues& control) {
-    // Compatibility: the keyword NOFAST is accepted and changes nothing, as any unknown word.
+    // Compatibility: keywords match by their first characters; what matches none is ignored, and so is NOFAST.
     if (beginsWithOneOf(argument, {"Misfit", "misfit", "MISFIT"})) {
         decodeMisfit(argument, control.cleaning);
     } else if (beginsWithOneOf(argument, {"Tradeoff", "tradeoff", "TRADEOFF"})) {
-        decodeBehindEquals(argument, control.tradeoffOverride, "a number");
+        decodeAfterEquals(argument, control.tradeoffOverride, "a number");
     } else if (beginsWithOneOf(argument, {"Offset", "OFFSET", "offset"})) {
-        decodeBehindEquals(argument, control.cleaning.dataShift, "a number");
+        decodeAfterEquals(argument, control.cleaning.dataShift, "a number");
     } else if (beginsWithOneOf(argument, {"Clip", "CLIP", "clip"})) {
-        decodeBehindEquals(argument, control.clipLayer, "an integer");
+        decodeAfterEquals(argument, control.clipLayer, "an integer");
     } else if (beginsWithOneOf(argument, {"ObsClip", "OBSCLIP", "obsclip"})) {
-        if (const auto text = textInBrackets(argument)) {
+        if (const auto text = textInParentheses(argument)) {
             control.obsClipText = text->substr(0, lineWidth);
         }
     }

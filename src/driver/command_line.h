@@ -1,4 +1,4 @@
-// The keywords behind the name of the control file.
+// The keywords that follow the name of the control file on the command line.
 #pragma once
 
 #include <span>
@@ -8,8 +8,8 @@
 
 namespace voxlith {
 
-// `arguments` holds the control file name first. Unknown words are passed over, and so is a keyword without its bracket
-// or equals sign; the last of two keywords counts. Throws RunError where a number cannot be read.
+// `arguments` holds the control file name first. Of a keyword that is repeated the last one counts. Throws RunError
+// where a number cannot be read.
 void readCommandLine(std::span<const std::string> arguments, ControlValues& control);
 
 }  // namespace voxlith

@@ -28,7 +28,7 @@ constexpr std::size_t shortestRow = 54;  // iteration number and three reals: th
 constexpr std::size_t numberStart = 4;   // of a row the run wrote, the iteration number stands right-aligned
 constexpr std::size_t numberEnd = 12;    // in the columns from numberStart to numberEnd
 
-// The tables of the line search log are kept for no later step; only rows that can be read are let through.
+// Compatibility: the line search log is checked, and its tables are used by no later step.
 constexpr std::size_t lineSearchRows = 32;
 struct LineSearchTable {
     std::array<std::array<double, lineSearchRows>, 4> columns{};
@@ -64,18 +64,18 @@ void continueTable(Messages& messages, LineFile& file, std::string_view name, st
 }
 
 // Whether a row without line end may have been cut within a heading or within its iteration number, that is where a 1
-// may be the beginning of 12. A row that is cut further right still tells its iteration, whose model is complete: the
+// may be the beginning of 12. A row that is cut further right still has its iteration, whose model is complete: the
 // models of an iteration are written before its row.
 bool endsWithinNumber(std::string_view row) {
     const std::size_t first = row.find_first_not_of(' ', 1);  // the first column counts as blank
-    const std::size_t behind = first == std::string_view::npos ? first : row.find_first_not_of("0123456789", first);
-    if (first == std::string_view::npos || behind == first) {
+    const std::size_t end = first == std::string_view::npos ? first : row.find_first_not_of("0123456789", first);
+    if (first == std::string_view::npos || end == first) {
         return true;
     }
-    return behind == std::string_view::npos && first >= numberStart && row.size() < numberEnd;
+    return end == std::string_view::npos && first >= numberStart && row.size() < numberEnd;
 }
 
-// A run that was killed while it wrote a row leaves a row without line end. When no iteration can be told from it, it
+// A run that was killed while it wrote a row leaves a row without line end. When no iteration can be read from it, it
 // is cut off, so that no later run takes the beginning of a number for the number.
 void dropUnfinishedRow(Messages& messages, std::string_view name) {
     if (!fileExists(std::string(name))) {

@@ -111,7 +111,7 @@ void parseCounts(ControlReader& reader) {
     }
 }
 
-// The screen copy has never shown the number, and the third message shows the number of data types; both stay.
+// Compatibility: the screen copy lacks the number; that of model types shows the number of data types.
 void checkCount(ControlReader& reader, std::int32_t count, std::int32_t shown, std::string_view of) {
     if (count >= 1 && count <= maxFiles) {
         return;
@@ -175,6 +175,7 @@ void readLine2(ControlReader& reader) {
         control.inversion.BackVal = static_cast<double>(backgroundValue);
     }
 
+    // Compatibility: every mode is logged as 2, and all but -1, which adds the line search log, act alike.
     logLine(reader.messages, " Mode: 2  (fixed multiplier)");
     if (control.inversion.iBackground == 1) {
         logLine(reader.messages, " Background removal: On");
@@ -289,7 +290,7 @@ std::string parseMtxName(std::string& rest) {
 void checkMtxName(ControlReader& reader, std::int32_t file) {
     const std::string& text = reader.control.mtxFileText[static_cast<std::size_t>(file)];
     if (isBlank(text)) {
-        // The number of the blank name stands where the count of names is meant: it has always been so.
+        // Compatibility: the count of names is the number of the first blank one.
         TextLine message("Error:");
         message.integer(reader.control.nMtx, 4).text(" MTX files have been specified, but only");
         screenAndLogLine(reader.messages, message.integer(file + 1, 4).text(" mtx file names are defined"));
@@ -466,7 +467,7 @@ void checkDefinitionCount(ControlReader& reader) {
 
 [[noreturn]] void stopForControlFile(Messages& messages, const std::string& name) {
     screenLine(TextLine("The specified parameter file ").text(trimRight(name)).text(" could not be opened"));
-    // The name of another file stands in the second message; scripts have learnt to look for it.
+    // Compatibility: the second message names another file.
     fatalStop(messages, " File voxlith.aux not found");
 }
 

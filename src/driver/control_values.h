@@ -1,4 +1,4 @@
-// What the command line and the control file say, with the defaults of what they leave unsaid.
+// What the command line and the control file say, and the defaults of what they leave out.
 #pragma once
 
 #include <array>
@@ -17,7 +17,7 @@ struct ControlValues {
 
     // Command line
     double tradeoffOverride = -1.0;  // above 0: replaces multiplier
-    std::int32_t clipLayer = 0;      // above 0, style 0: cells from this layer down are held
+    std::int32_t clipLayer = 0;      // above 0, standard 3D: cells from this layer down are fixed
     std::string obsClipText;         // decoded once the number of data types is known
     ObsCleaning cleaning;            // limits, target misfit, shift, integration interval
 

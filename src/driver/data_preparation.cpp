@@ -37,22 +37,29 @@ void applyOffsetNumbers(ObsSet& obs, std::string_view text, double first) {
     std::array<double, maxFiles> offsets{};
     offsets.fill(first);
     // One number more is tried at a time; the list stands as far as it can be read.
-    for (std::size_t count = 2; count <= nDataTypes; ++count)
-        if (freeFormatRead(text, std::span(offsets).first(count)) != ReadStatus::good)
+    for (std::size_t count = 2; count <= nDataTypes; ++count) {
+        if (freeFormatRead(text, std::span(offsets).first(count)) != ReadStatus::good) {
             break;
-    for (std::size_t type = 0; type < nDataTypes; ++type)
-        for (std::size_t i = 0; i < static_cast<std::size_t>(obs.nData); ++i)
+        }
+    }
+    for (std::size_t type = 0; type < nDataTypes; ++type) {
+        for (std::size_t i = 0; i < static_cast<std::size_t>(obs.nData); ++i) {
             obs.refData[obs.index(type, i)] = offsets[type];
-    if (nDataTypes > 1)
+        }
+    }
+    if (nDataTypes > 1) {
         writeResidual(obs);
+    }
 }
 
 void applyReferenceFile(RunState& run, const std::string& text) {
-    if (!fileExists(fileNameOf(text)))
+    if (!fileExists(fileNameOf(text))) {
         return;
+    }
     readObsFile(run.messages, 2, text, run.obs, run.control.cleaning);
-    if (run.obs.nMasked > 0)
+    if (run.obs.nMasked > 0) {
         writeObsFile("voxlith_ref_masked.obs", run.obs, run.obs.obsData);
+    }
     writeResidual(run.obs);
 }
 
@@ -64,10 +71,12 @@ struct Statistics {
 Statistics statisticsOf(std::span<const double> values) {
     Statistics statistics;
     for (const double value : values) {
-        if (!isValid(value))
+        if (!isValid(value)) {
             continue;
-        if (statistics.count == 0)
+        }
+        if (statistics.count == 0) {
             statistics.first = statistics.minimum = statistics.maximum = value;
+        }
         statistics.minimum = value < statistics.minimum ? value : statistics.minimum;
         statistics.maximum = value > statistics.maximum ? value : statistics.maximum;
         ++statistics.count;
@@ -85,23 +94,27 @@ void foldIntoModels(RunState& run) {
     for (std::size_t at = 0; at < run.arrays.model.size(); ++at) {
         const auto weight = static_cast<double>(depthWeight[at % cells]);
         run.arrays.model[at] *= weight;
-        if (run.arrays.refModel[at] > dummyValue)
+        if (run.arrays.refModel[at] > dummyValue) {
             run.arrays.refModel[at] *= weight;
-        for (double* bound : {&run.bounds.lowerBound[at], &run.bounds.upperBound[at]})
-            if (*bound > -9999.0)
+        }
+        for (double* bound : {&run.bounds.lowerBound[at], &run.bounds.upperBound[at]}) {
+            if (*bound > -9999.0) {
                 *bound *= weight;
+            }
+        }
     }
 }
 
-// Sets fixedCell to 1 in all layers from `firstLayer` (from 1) down, in all model types; returns how many cells these
-// are.
+// Fixes all layers from `firstLayer` (from 1) down, in all model types; returns how many cells these are.
 std::int32_t fixLayersFrom(RunState& run, std::int32_t firstLayer) {
     std::int32_t count = 0;
     const auto nz = static_cast<std::size_t>(run.mesh.nz);
     const auto first = static_cast<std::size_t>(firstLayer) - 1;
-    for (std::size_t column = 0; column < run.bounds.fixedCell.size(); column += nz)
-        for (std::size_t k = first; k < nz; ++k, ++count)
+    for (std::size_t column = 0; column < run.bounds.fixedCell.size(); column += nz) {
+        for (std::size_t k = first; k < nz; ++k, ++count) {
             run.bounds.fixedCell[column + k] = 1;
+        }
+    }
     return count;
 }
 
@@ -113,13 +126,15 @@ void applyDataOffset(RunState& run) {
     obs.predData = obs.obsData;
     std::string text = run.control.dataOffsetText;
     removeComment(text);
-    if (isBlank(text) || startsWithNull(text))
+    if (isBlank(text) || startsWithNull(text)) {
         return;
+    }
     double number = 0.0;
-    if (readsAsNumbers(text, std::span(&number, 1)))
+    if (readsAsNumbers(text, std::span(&number, 1))) {
         applyOffsetNumbers(obs, text, number);
-    else
+    } else {
         applyReferenceFile(run, text);
+    }
 }
 
 void reportStatistics(RunState& run) {
@@ -138,26 +153,31 @@ void reportStatistics(RunState& run) {
         }
         TextLine row;
         row.blanks(15).integer(statistics.count, 9).fixed(statistics.minimum, 14, 2).fixed(statistics.maximum, 14, 2);
-        // The column has always shown the first valid value over the count, under this heading.
+        // Compatibility: the column "Average" shows the first valid value over the count.
         screenAndLogLine(run.messages, row.fixed(statistics.first / statistics.count, 14, 2));
     }
 }
 
 void fixUncoveredLayers(RunState& run) {
-    if (isSurfaceStyle(run.sensitivity.header.inversionStyle))
+    if (isSurfaceStyle(run.sensitivity.header.inversionStyle)) {
         run.bounds.nFixedCells += fixLayersFrom(run, run.mesh.nzl + 1);
+    }
 }
 
 void foldDepthWeights(RunState& run) {
     Sensitivity& sensitivity = run.sensitivity;
     const SensitivityHeader& header = sensitivity.header;
+    // Compatibility: the first two files decide, whatever the others hold.
     sensitivity.foldDepthWeight =
         !(run.control.nDataTypes > 1 && (differs(header.weightParamA[0], header.weightParamA[1]) ||
                                          differs(header.weightParamB[0], header.weightParamB[1])));
-    if (sensitivity.foldDepthWeight)
+    if (sensitivity.foldDepthWeight) {
         foldIntoModels(run);
-    if (header.inversionStyle == InversionStyle::standard && run.control.clipLayer > 0)
+    }
+    // Compatibility: only the standard style knows clipLayer, and its cells are not counted as fixed.
+    if (header.inversionStyle == InversionStyle::standard && run.control.clipLayer > 0) {
         fixLayersFrom(run, run.control.clipLayer);
+    }
 }
 
 }  // namespace voxlith

@@ -9,14 +9,14 @@ namespace voxlith {
 // numbers, or a reference data file, whose residual then stands in predData and in "voxlith_residual.obs".
 void applyDataOffset(RunState& run);
 
-// Count, minimum, maximum and "average" of predData on the screen and in the log.
+// Count, minimum and maximum of predData, by component, on the screen and in the log.
 void reportStatistics(RunState& run);
 
-// Styles 1 to 3: holds all cells below the layers that the sensitivities cover, and counts them.
+// Surface styles: fixes all cells below the layers that the sensitivities cover, and counts them.
 void fixUncoveredLayers(RunState& run);
 
 // Decides whether the inversion variable holds the depth weight; where it does, multiplies models and bounds by it.
-// Then holds the layers from clipLayer down in style 0.
+// Then fixes the layers from clipLayer down in the standard style.
 void foldDepthWeights(RunState& run);
 
 }  // namespace voxlith

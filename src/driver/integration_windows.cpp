@@ -25,7 +25,7 @@ struct WindowEdges {
     double snap;  // an edge this close to a station snaps to it
 };
 
-// Half the interval and a hundredth of it are formed in single precision, as they have always been.
+// Compatibility: half the interval and a hundredth of it are formed in single precision.
 WindowEdges edgesAround(double time, float interval) {
     const auto half = static_cast<double>(0.5F * interval);
     return {time - half, time + half, static_cast<double>(0.01F * interval)};
@@ -149,13 +149,13 @@ void buildIntegrationWindows(Messages& messages, const ObsSet& obs, LineIntegrat
         screenAndLogLine(messages, " No line numbers were read from the observed data file");
         plainStop();
     }
-    const std::size_t places = static_cast<std::size_t>(obs.nLines) * static_cast<std::size_t>(obs.maxLineData);
-    lines.lineTime.assign(places, 0.0);
-    lines.windowRange.assign(places, StationWindow{});
+    const std::size_t entries = static_cast<std::size_t>(obs.nLines) * static_cast<std::size_t>(obs.maxLineData);
+    lines.lineTime.assign(entries, 0.0);
+    lines.windowRange.assign(entries, StationWindow{});
     lines.splineTable.assign(4 * static_cast<std::size_t>(obs.maxLineData), 0.0);
     fillLineTimes(obs, lines);
     findWindows(obs, lines);
-    lines.windowWeight.assign(places * static_cast<std::size_t>(lines.maxWindow), 0.0);
+    lines.windowWeight.assign(entries * static_cast<std::size_t>(lines.maxWindow), 0.0);
     fillAllWeights(obs, lines);
 }
 

@@ -27,8 +27,9 @@ void logGroup(RunState& run, std::string_view label, double size) {
 
 [[noreturn]] void stopForGroup(RunState& run, std::string_view label, double size, std::string_view message,
                                const std::exception& refusal) {
-    if (!label.empty())
+    if (!label.empty()) {
         logGroup(run, label, size);
+    }
     fatalStop(run.messages, withAllocatorText(message, refusal));
 }
 
@@ -45,13 +46,13 @@ void allocateGroup(RunState& run, std::string_view label, double bytes, std::str
     run.memoryTally += bytes;
 }
 
-// Two groups are worked out as 32-bit integers, which wrap for very large runs; the reported figure stays comparable.
+// Compatibility: two groups are computed as 32-bit integers, which wrap for very large runs.
 double wrappedTo32Bits(std::uint64_t bytes) {
     return static_cast<double>(static_cast<std::int32_t>(static_cast<std::uint32_t>(bytes)));
 }
 
-// An array of zeros in large pages where the system has them: a run's arrays are many and read from end to end, and
-// small pages would have to be fetched one by one.
+// An array of zeros in large pages where the system has them: the arrays of a run are read from end to end, and large
+// pages save most of the address translations.
 template <typename T>
 void fillLarge(std::vector<T>& array, std::size_t count) {
     array.reserve(count);
@@ -87,8 +88,9 @@ void allocateWorkVectors(RunState& run, const ModelSizes& sizes) {
                   [&] { fillLarge(arrays.delm, std::max(steps, m)); });
     const double bytesOfWeights = 16.0 * static_cast<double>(sizes.cells);
     allocateGroup(run, "wts:", bytesOfWeights, "Error: Not enough memory for the smoothness matrix arrays", [&] {
-        for (std::vector<float>* weight : {&run.weights.wtS, &run.weights.wtE, &run.weights.wtN, &run.weights.wtZ})
+        for (std::vector<float>* weight : {&run.weights.wtS, &run.weights.wtE, &run.weights.wtN, &run.weights.wtZ}) {
             fillLarge(*weight, sizes.cells);
+        }
     });
     allocateGroup(run, "gtgdiag:", bytesOfWeights, "Error: Not enough memory for the preconditioner arrays", [&] {
         fillLarge(run.sensitivity.gtgdiag, sizes.cells * sizes.nMtx);
@@ -150,7 +152,7 @@ void allocateOptimiserArrays(RunState& run, const ModelSizes& sizes) {
                   [&] { fillLarge(arrays.iwaBFGS, 3 * m); });
 }
 
-// Room for the indices and values of `count` coefficients, with `headroomWords` more; false when it is refused. Not
+// Space for the indices and values of `count` coefficients, with `headroomWords` more; false when it is refused. Not
 // filled: the rows are read into it.
 bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_t headroomWords) {
     try {
@@ -161,7 +163,7 @@ bool reserveCoefficients(SparseCoefStore& store, std::int64_t count, std::int64_
     return true;
 }
 
-// The size of the store goes through single precision, as it always has.
+// Compatibility: the size of the store passes through single precision.
 double storeBytes(std::int64_t coefficients) {
     return static_cast<double>(4.0F * 2.0F * static_cast<float>(coefficients));
 }
@@ -190,11 +192,12 @@ void allocateObsArrays(RunState& run) {
                       obs.refData.assign(values, 0.0);
                   });
     // Whether the file is of the downhole form is not known yet: every file of total field data gets the angles.
-    if (run.sensitivity.header.dataType[0] == DataType::totalMagnetic)
+    if (run.sensitivity.header.dataType[0] == DataType::totalMagnetic) {
         allocateGroup(run, "Obs incl:", bytes(8.0, n), "Error: Not enough memory for the observed incl arrays", [&] {
             obs.obsIncl.assign(n, 0.0F);
             obs.obsDecl.assign(n, 0.0F);
         });
+    }
     allocateGroup(run, "obsWork1:", bytes(4.0, values), "Error: Not enough memory for the observed work arrays",
                   [&] { obs.obsWork1.assign(values, 0.0); });
 }
@@ -232,13 +235,15 @@ void allocateCoefStore(RunState& run) {
     Sensitivity& sensitivity = run.sensitivity;
     SparseCoefStore& store = sensitivity.store;
     store.totalCoef = 0;
-    for (const std::int64_t count : sensitivity.header.coefficientCount)
+    for (const std::int64_t count : sensitivity.header.coefficientCount) {
         store.totalCoef += count;
+    }
     sensitivity.idisk = 0;
     if (reserveCoefficients(store, store.totalCoef, headroomWordsFor(store.rowOffset))) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
     }
+    // Compatibility: a run of exactly two files ends here; all others go on with the rows on disk.
     if (run.control.nMtx == 2) {
         screenAndLogLine(run.messages, " Not enough memory available to run the joint inversion");
         closeLineFile(run.messages.log);
@@ -246,9 +251,10 @@ void allocateCoefStore(RunState& run) {
     }
     sensitivity.idisk = 1;
     screenAndLogLine(run.messages, " Not enough memory available so idisk was switched to 1");
-    if (!reserveCoefficients(store, store.rowMax, 0))
+    if (!reserveCoefficients(store, store.rowMax, 0)) {
         fatalStop(run.messages, withAllocatorText("Error: Not enough memory for the compression coefficient arrays",
                                                   std::bad_alloc()));
+    }
     run.memoryTally += storeBytes(store.rowMax);
 }
 

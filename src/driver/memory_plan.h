@@ -1,6 +1,7 @@
 // The large arrays of a run: allocated once, in groups, at fixed points of the pass over the first sensitivity file,
-// and kept to the end. Each group adds to a tally of planned bytes, a planning figure for the log whose formulas stay
-// as they have always been, whatever the arrays really take.
+// and kept to the end. Each group adds to a tally of planned bytes.
+//
+// Compatibility: the tally keeps its formulas, whatever the arrays really take.
 #pragma once
 
 #include "driver/run_state.h"
@@ -19,7 +20,7 @@ void allocateTopography(RunState& run);
 // When the depth weight of the first file has been read. The tally starts anew once more.
 void allocateModelArrays(RunState& run);
 
-// After all files have been scanned: room for all rows, or, when it is refused, for one row (idisk 1). A joint run of
+// After all files have been scanned: space for all rows, or, when it is refused, for one row (idisk 1). A joint run of
 // exactly two files ends instead.
 void allocateCoefStore(RunState& run);
 

@@ -72,7 +72,7 @@ void openFile(RunState& run, std::size_t file, bool recordForm) {
             " Data type " + std::to_string(file + 1) + ": " + std::string(dataTypeName(header.dataType[file])));
 }
 
-// Field values of the last tagged file stand.
+// Compatibility: field values are those of the last tagged file.
 void setField(const MtxHeader& header, ObsSet& obs) {
     if (header.form != MtxForm::tagged) {
         return;
@@ -85,9 +85,10 @@ void setField(const MtxHeader& header, ObsSet& obs) {
     obs.adecl = header.field.adecl;
 }
 
-// So does the wavelet filter of the last file; that of the record form lacks the high-pass half.
+// Compatibility: the wavelet filter of all files is that of the last one.
 void setFilter(const MtxHeader& header, WaveletFilter& filter) {
     filter.coefLow = header.coefLow;
+    // The record form stores the low-pass half alone.
     filter.coefHigh = header.form == MtxForm::record ? mirrorTaps(header.coefLow) : header.coefHigh;
 }
 
@@ -138,6 +139,7 @@ void readTail(RunState& run, std::size_t file) {
                     std::span(sensitivity.layerResponse).subspan(file * values, values));
     }
     rewindMtxRows(mtxFile);
+    // Compatibility: the last file that stores a style decides.
     if (file == 0 || mtxFile.header.holdsLayers()) {
         sensitivity.header.inversionStyle = mtxFile.header.inversionStyle;
     }
@@ -181,8 +183,9 @@ void echoFieldValues(RunState& run) {
 // The type of the file that the first term of a component names; gravity where it names none.
 DataType firstTermType(const RunState& run, std::size_t component) {
     const auto& terms = run.products.terms[component];
-    if (terms.empty() || terms.front().mtx < 0)
+    if (terms.empty() || terms.front().mtx < 0) {
         return DataType::gz;
+    }
     return run.sensitivity.header.dataType[static_cast<std::size_t>(terms.front().mtx)];
 }
 
@@ -203,22 +206,26 @@ void readMtxFiles(RunState& run) {
     }
     buildMeshArrays(run.mesh);
     allocateCoefStore(run);
-    if (sensitivity.idisk == 0)
+    if (sensitivity.idisk == 0) {
         loadRows(sensitivity);
+    }
 }
 
 void setDataTypes(RunState& run) {
     ControlValues& control = run.control;
     std::copy_n(run.sensitivity.header.dataType.begin(), control.nDataTypes, run.obs.dataType.begin());
     const bool magnetic = isMagnetic(firstTermType(run, 0));
-    if (control.tradeoffOverride > 0.0)
+    if (control.tradeoffOverride > 0.0) {
         control.inversion.multiplier = control.tradeoffOverride;
-    else if (control.inversion.multiplier <= 0.0)
+    } else if (control.inversion.multiplier <= 0.0) {
         control.inversion.multiplier = magnetic ? 1.0 : static_cast<double>(0.01F);
-    if (control.inversion.positivity == Positivity::notGiven)
+    }
+    if (control.inversion.positivity == Positivity::notGiven) {
         control.inversion.positivity = magnetic ? Positivity::positive : Positivity::unconstrained;
-    if (magnetic)
+    }
+    if (magnetic) {
         echoFieldValues(run);
+    }
 }
 
 }  // namespace voxlith

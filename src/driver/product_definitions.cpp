@@ -51,7 +51,7 @@ ProductTerm parseTerm(Definition& definition) {
     const auto mtx = parseNumberAt<std::int32_t>(definition, "an MTX file number");
     const auto model = parseNumberAt<std::int32_t>(definition, "a model type number");
     const auto coefficient = parseNumberAt<double>(definition, "a coefficient");
-    // Only what takes part in the run has to be there: all other terms are passed over, whatever they name.
+    // Compatibility: terms without effect are ignored, whatever files and model types they name.
     const bool hasProduct = mtx > 0 && model > 0 && coefficient != 0.0;
     if (hasProduct) {
         checkRange(definition, mtx, definition.control.nMtx, "an MTX file number");

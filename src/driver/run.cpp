@@ -77,13 +77,16 @@ void readObservedData(RunState& run) {
     const ObsCleaning& cleaning = run.control.cleaning;
     run.lines.integrationInterval = cleaning.integrationInterval;
     const bool averaged = cleaning.integrationInterval > 0.0F;
-    if (averaged)
+    if (averaged) {
         allocateLineTables(obs);
+    }
     readObsFile(run.messages, 1, run.control.obsFileText, obs, cleaning);
-    if (obs.nMasked > 0)
+    if (obs.nMasked > 0) {
         writeObsFile("voxlith_obs_masked.obs", obs, obs.obsData);
-    if (averaged)
+    }
+    if (averaged) {
         buildIntegrationWindows(run.messages, obs, run.lines);
+    }
 }
 
 void readModels(RunState& run) {
@@ -92,8 +95,10 @@ void readModels(RunState& run) {
     readBoundsFile(run.messages, positivity, control.boundsText, run.mesh, control.inversion.nModelTypes, run.bounds);
     fixUncoveredLayers(run);
     std::string initialModel = control.initialModelText;
-    if (control.iRestart > 0)
+    // Compatibility: a continued run reads this one file, which a run with several model types does not write.
+    if (control.iRestart > 0) {
         initialModel = hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
+    }
     readModelFile(run.messages, positivity, initialModel, run.mesh, control.inversion.nModelTypes, run.arrays.model,
                   run.bounds, 0.0F);
     readModelFile(run.messages, positivity, control.referenceModelText, run.mesh, control.inversion.nModelTypes,
@@ -117,11 +122,12 @@ std::string_view styleLabel(InversionStyle style) {
 }
 
 void openProgress(RunState& run) {
-    if (run.control.iRestart > 0)
+    if (run.control.iRestart > 0) {
         recoverProgressFiles(run.messages, run.control.iMode, run.control.inversion, run.progressTable,
                              run.lineSearchTable);
-    else
+    } else {
         openProgressFiles(run.messages, run.control.iMode, run.progressTable, run.lineSearchTable);
+    }
     TextLine label(styleLabel(run.sensitivity.header.inversionStyle));
     screenAndLogLine(run.messages, label.padTo(static_cast<int>(lineWidth)));
 }
@@ -193,10 +199,11 @@ ExitStatus runVoxlith(std::span<const std::string> arguments) {
     RunState run;
     try {
         showBanner();
-        if (arguments.empty())
+        if (arguments.empty()) {
             showUsage();
-        else
+        } else {
             runSequence(run, arguments);
+        }
     } catch (const PlainStop&) {
         return ExitStatus::normal;
     } catch (const RunError& problem) {

@@ -10,7 +10,7 @@ namespace voxlith {
 // when an input or output cannot be used.
 enum class ExitStatus : int { normal = 0, unusableFile = 2 };
 
-// `arguments` are those behind the program's name.
+// `arguments` are those after the program's name.
 ExitStatus runVoxlith(std::span<const std::string> arguments);
 
 }  // namespace voxlith

@@ -30,7 +30,7 @@ namespace voxlith {
 constexpr std::string_view programVersion = "2.01";
 
 struct RunState {
-    // Voices
+    // Output channels
     Messages messages;
     LineFile progressTable;    // voxlith.aux
     LineFile lineSearchTable;  // voxlith.lsv; open only when iMode is -1
@@ -46,7 +46,7 @@ struct RunState {
     ProductTables products;
     LineIntegration lines;
 
-    // The model and what holds it
+    // The model, its bounds and the weights of its norm
     ModelBounds bounds;
     SmoothnessWeights weights;
     InversionArrays arrays;

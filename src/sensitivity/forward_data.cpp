@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 
@@ -35,7 +36,8 @@ void runProducts(Sensitivity& sensitivity, const MeshGeometry& mesh, const Produ
     std::fill(responses.begin() + static_cast<std::ptrdiff_t>(filled), responses.end(), 0.0);
 }
 
-// The slots lie over the first product columns and are filled one behind the other, so a later term sees earlier slots.
+// The three parts of an amplitude, in the first three columns of the products.
+// Compatibility: the parts overwrite these columns in turn, so a later term may read a part in place of its product.
 void fillAmplitudeSlots(Sensitivity& sensitivity, const std::vector<ProductTerm>& terms) {
     for (std::size_t slot = 0; slot < std::min(terms.size(), amplitudeSlots); ++slot) {
         const ProductTerm& term = terms[slot];
@@ -92,6 +94,9 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
                    LineIntegration& lines, std::span<const double> models, std::span<double> predicted,
                    std::span<const double> observed, std::span<const double> reference, OverheadTimers& timers) {
     const double start = clockSeconds();
+    [[maybe_unused]] const std::size_t data =
+        static_cast<std::size_t>(obs.nData) * static_cast<std::size_t>(obs.nDataTypes);
+    assert(predicted.size() >= data && observed.size() >= data && reference.size() >= data);
     runProducts(sensitivity, mesh, products, obs, lines, models, timers);
     const auto nData = static_cast<std::size_t>(obs.nData);
     const auto components = static_cast<std::size_t>(obs.nDataTypes);
@@ -117,6 +122,7 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
         addMisfits(predicted.subspan(first, nData), observed.subspan(first, nData), reference.subspan(first, nData),
                    products.isAmplitude[j], sum);
     }
+    // Compatibility: the divisor is the number of stations, whatever the number of components and of masked data.
     const double misfit = components > 0 ? sum / static_cast<double>(obs.nData) : 0.0;
     timers.forwardData += clockSeconds() - start;
     return misfit;

@@ -10,8 +10,7 @@ namespace voxlith {
 
 // Fills the slice of sensitivity.gtgdiag of a record-form file: the squares of all rows, each brought back to the mesh
 // by the inverse transform. The rows must have been scanned; they are taken as stored, before any division by errors.
-// Costs one transform for each datum; the room it takes is given back. Throws RunError on damage and when that room is
-// not to be had.
+// Costs one transform for each datum; its memory is released. Throws RunError on damage and when memory is refused.
 void computeGtgDiag(Sensitivity& sensitivity, std::size_t file, const MeshGeometry& mesh);
 
 }  // namespace voxlith

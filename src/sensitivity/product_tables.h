@@ -18,7 +18,7 @@ struct Product {
 };
 
 struct ProductTerm {
-    std::int32_t mtx = 0;       // from 0; -1 for none, and the term is passed over
+    std::int32_t mtx = 0;       // from 0; -1 for none, and the term is ignored
     std::int32_t model = 0;     // as mtx
     std::int32_t product = -1;  // number of the product, from 0; -1 for none
     double coefficient = 0;

@@ -1,6 +1,7 @@
 #include "sensitivity/products.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "sensitivity/rows/block_kernels.h"
 #include "sensitivity/rows/disk_rows.h"
@@ -10,7 +11,7 @@ namespace voxlith {
 
 namespace {
 
-// Rows whose working form has not been made are taken one by one.
+// Rows that have not been brought into blocks are multiplied one by one.
 void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
     SparseCoefStore& store = sensitivity.store;
     if (!store.working.empty()) {
@@ -27,8 +28,8 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     }
 }
 
-// The padded array comes with its first `cleared` values 0. Dense rows of the surface styles reach further: what
-// earlier products have left there is added to, so that results stay comparable with earlier versions.
+// The padded array comes with its first `cleared` values 0.
+// Compatibility: dense rows of surface styles reach further, and add to what earlier products have left there.
 void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual,
                        std::size_t cleared) {
     SparseCoefStore& store = sensitivity.store;
@@ -70,7 +71,7 @@ void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const 
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
         const MtxRowView row = readNextRow(sensitivity, mtx);
-        // A masked datum has the standard deviation 0: its residual 0 must not become 0/0 and spoil every cell.
+        // A masked datum has the standard deviation 0: its residual of 0 would become 0/0 and every cell no number.
         if (residual[r] == 0.0) {
             continue;
         }
@@ -84,7 +85,9 @@ void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const 
 void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<const double> model,
                   std::span<double> out, std::size_t mtx, std::span<const float> obsStd, OverheadTimers& timers) {
     const double start = clockSeconds();
-    // All files take the weight of the first here; the transpose takes each file's own. Joint runs rest on this.
+    assert(model.size() == mesh.cellCount() && mtx < static_cast<std::size_t>(sensitivity.nMtx));
+    assert(out.size() == static_cast<std::size_t>(sensitivity.header.nData));
+    // Compatibility: all files take the depth weight of the first here; the transposed product takes each file's own.
     const std::span<const float> weight =
         sensitivity.foldDepthWeight ? std::span<const float>() : sensitivity.depthWeightOf(0);
     padCells(model, weight, mesh, sensitivity.paddedWork);
@@ -104,6 +107,8 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
                       std::span<double> gradient, std::size_t mtx, std::span<const float> obsStd,
                       OverheadTimers& timers) {
     const double start = clockSeconds();
+    assert(gradient.size() == mesh.cellCount() && mtx < static_cast<std::size_t>(sensitivity.nMtx));
+    assert(residual.size() == static_cast<std::size_t>(sensitivity.header.nData));
     const PaddedExtents extents = paddedExtentsOf(mesh);
     std::fill_n(sensitivity.paddedWork.begin(), extents.total(), 0.0);
     if (sensitivity.idisk == 0) {
