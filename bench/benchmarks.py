@@ -42,7 +42,7 @@ class Line:
     note: str = ''
 
 
-LAYOUT = '%-12s %-44s %-36s %8s %8s %8s %7s %s'
+LAYOUT = '%-12s %-48s %-36s %8s %8s %8s %7s %s'
 
 
 def heading():

@@ -1,4 +1,4 @@
-# What an installation holds, and the Debian package of it (cpack -G DEB in the build folder).
+# The files of an installation, and its Debian package (cpack -G DEB in the build folder).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS voxlith RUNTIME)

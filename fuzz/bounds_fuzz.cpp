@@ -1,4 +1,4 @@
-// Bounds files, and the texts that may stand in their place on the control line.
+// Bounds files, and the texts that the control line may have instead.
 #include "formats/bounds_file.h"
 #include "small_mesh.h"
 

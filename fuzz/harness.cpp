@@ -91,9 +91,9 @@ std::string_view Choices::textPart() {
     return part;
 }
 
-void require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "does not hold: %s\n", what);
+void require(bool condition, const char* what) {
+    if (!condition) {
+        std::fprintf(stderr, "violated: %s\n", what);
         std::abort();
     }
 }

@@ -1,8 +1,7 @@
-// What the fuzz targets share: a folder in memory to work in, inputs as files in it, and a way to take an input apart.
+// Shared by the fuzz targets: a work folder in memory, inputs as files in it, and choices taken from an input.
 //
-// Each target is one file with LLVMFuzzerTestOneInput. Built with libFuzzer it looks for inputs that crash, leak, read
-// outside an array, or take memory or time out of proportion; built with replay_main.cpp it goes through the inputs
-// that are kept.
+// Each target is one file with LLVMFuzzerTestOneInput. Built with libFuzzer it searches for inputs that crash, leak,
+// read outside an array, or need too much memory or time; built with replay_main.cpp it runs the stored inputs.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +14,11 @@
 
 namespace voxlith::fuzzing {
 
-// Makes a new folder below /dev/shm the current one and sends standard output to /dev/null. It is removed at the end of
-// the process. Further calls do nothing.
+// Creates a folder below /dev/shm, makes it the current one and redirects standard output to /dev/null. The folder is
+// removed at the end of the process. Further calls do nothing.
 void enterWorkFolder();
 
-// A file of the work folder that stays open, so that each new content costs two calls of the system.
+// A file of the work folder that stays open, so that new content needs only two system calls.
 class InputFile {
 public:
     explicit InputFile(const char* name);
@@ -34,7 +33,7 @@ private:
     int handle_;
 };
 
-// Takes choices off the front of an input; past its end every choice is 0.
+// Takes choices from the front of an input; after its end every choice is 0.
 class Choices {
 public:
     explicit Choices(std::span<const std::uint8_t> input) : rest_(input) {}
@@ -43,14 +42,14 @@ public:
     std::size_t below(std::size_t count) { return byte() % count; }
     std::span<const std::uint8_t> rest() const { return rest_; }
     std::string_view text() const { return {reinterpret_cast<const char*>(rest_.data()), rest_.size()}; }
-    // The rest up to the first zero byte, which is dropped.
+    // The rest up to the first zero byte, which is skipped.
     std::string_view textPart();
 
 private:
     std::span<const std::uint8_t> rest_;
 };
 
-// Runs `action`, which may end as a run may: by a stop with a message, or by the error of a file.
+// Runs `action`, which may end like a run: by a stop with a message, or by an error of a file.
 template <typename Action>
 void allowStops(Action action) {
     try {
@@ -60,7 +59,7 @@ void allowStops(Action action) {
     }
 }
 
-// Ends the process with a report when `holds` is false.
-void require(bool holds, const char* what);
+// Ends the process with a report when `condition` is false.
+void require(bool condition, const char* what);
 
 }  // namespace voxlith::fuzzing

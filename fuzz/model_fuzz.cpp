@@ -1,4 +1,4 @@
-// Model files, and the texts that may stand in their place on the control line.
+// Model files, and the texts that the control line may have instead.
 #include "formats/model_file.h"
 #include "small_mesh.h"
 #include "survey/dummy_value.h"

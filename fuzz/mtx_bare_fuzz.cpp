@@ -1,4 +1,4 @@
-// Sensitivity files of the bare form, alone or two of a joint run.
+// Sensitivity files of the bare form, one, or two of a joint run.
 #include <cstddef>
 
 #include "mtx_run.h"

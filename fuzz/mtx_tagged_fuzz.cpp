@@ -1,4 +1,4 @@
-// Sensitivity files of the tagged form, alone or two of a joint run.
+// Sensitivity files of the tagged form, one, or two of a joint run.
 #include <array>
 #include <cstddef>
 

@@ -1,6 +1,5 @@
-// Replays kept inputs through a fuzz target without libFuzzer: every file named, every file in every folder named. Each
-// input is also cut short at several places, which is how files get damaged most often. Fails when there is nothing to
-// replay.
+// Runs stored inputs through a fuzz target without libFuzzer: the given files and all files of the given folders. Each
+// input is also truncated at several lengths, the most frequent damage of files. Fails when there is no input.
 
 #include <algorithm>
 #include <cstddef>
@@ -45,7 +44,7 @@ int main(int argumentCount, char** arguments) {
         }
     }
     std::sort(files.begin(), files.end());
-    // The targets change into a folder of their own: all is read before.
+    // The targets change into a folder of their own, so everything is read before.
     std::vector<std::vector<std::uint8_t>> inputs;
     for (const auto& file : files) {
         inputs.push_back(contentOf(file));

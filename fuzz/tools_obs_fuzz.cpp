@@ -1,5 +1,5 @@
-// Tables and observed data files of the companion tools. What is taken from either must go to the other form and back
-// without a change, and the inversion program must read the observed data.
+// Tables and observed data files of the companion tools. Data of either must convert to the other form and back without
+// a change, and the inversion program must read the observed data.
 #include <cmath>
 #include <fstream>
 #include <iterator>

@@ -87,7 +87,7 @@ namespace {
 
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
-// Sends a standard stream into a file until the end of its life.
+// Redirects a standard stream to a file as long as the object lives.
 class StreamToFile {
 public:
     StreamToFile(int stream, const std::string& name) : stream_(stream), before_(::dup(stream)) {
@@ -135,7 +135,7 @@ InProcessRun runHere(const TemporaryFolder& folder, const std::vector<std::strin
     return result;
 }
 
-// Exit status 2 goes with one line on standard error, exit status 0 with a word about memory or with the end of the
+// Exit status 2 comes with one line on standard error, exit status 0 with a message about memory or with a complete
 // run.
 void expectClearEnd(const InProcessRun& run) {
     if (run.exitStatus == 2) {
@@ -155,7 +155,7 @@ struct SmallRun {
     std::string observed = smallSurveyObs();
 };
 
-// Names of tests show it in place of its bytes.
+// Shown in the names of the tests instead of the bytes.
 void PrintTo(const SmallRun& run, std::ostream* out) {
     *out << run.name;
 }
@@ -183,7 +183,7 @@ std::vector<SmallRun> smallRuns() {
     return runs;
 }
 
-void lay(const TemporaryFolder& folder, const SmallRun& run) {
+void writeInputs(const TemporaryFolder& folder, const SmallRun& run) {
     laySurvey(folder, run.control);
     folder.write("obs.dat", run.observed);
 }
@@ -192,7 +192,7 @@ class RefusedMemory : public ::testing::TestWithParam<SmallRun> {};
 
 TEST_P(RefusedMemory, OfOneAllocationEndsWithAMessage) {
     const TemporaryFolder folder;
-    lay(folder, GetParam());
+    writeInputs(folder, GetParam());
     std::int64_t number = 0;
     for (bool refused = true; refused && !HasFailure();) {
         ++number;
@@ -208,10 +208,10 @@ TEST_P(RefusedMemory, OfOneAllocationEndsWithAMessage) {
     RecordProperty("allocations", static_cast<int>(number - 1));
 }
 
-// A machine without memory refuses the allocations behind as well, those for messages among them.
+// A machine without memory also refuses all later allocations, those for messages included.
 TEST_P(RefusedMemory, OfAllAllocationsFromOneOnEndsWithAMessage) {
     const TemporaryFolder folder;
-    lay(folder, GetParam());
+    writeInputs(folder, GetParam());
     std::int64_t number = 0;
     for (bool refused = true; refused && !HasFailure();) {
         ++number;
@@ -223,12 +223,12 @@ TEST_P(RefusedMemory, OfAllAllocationsFromOneOnEndsWithAMessage) {
     EXPECT_GT(number, 50);
 }
 
-TEST_P(RefusedMemory, IterationsAskForNone) {
+TEST_P(RefusedMemory, IterationsAllocateNothing) {
     const TemporaryFolder folder;
     SmallRun run = GetParam();
     const auto allocationsOf = [&](const std::string& iterations) {
         run.control.set(12, iterations);
-        lay(folder, run);
+        writeInputs(folder, run);
         return runHere(folder, run.arguments, never, 0).allocations;
     };
     const std::int64_t ofThree = allocationsOf("3");

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""What goes wrong around a run: full disks, folders that cannot be written, files that vanish or change, screens that are gone.
+"""Faults around a run: full disks, folders that cannot be written, files that disappear or change, closed standard streams.
 
-Each must end with one clear line on standard error that names the file and the cause and with exit status 2, and every file that is read
-whole must still be there in its last complete version.
+Each run must end with one clear line on standard error that names the file and the cause, and with exit status 2. Every file that is
+read as a whole must still exist in its last complete version.
 
     fault_tests.py --program build/release/voxlith --tools build/release/tools/voxlith-tools
 """
@@ -24,21 +24,21 @@ class Faults:
     def __init__(self, program, tools, work):
         self.program, self.work = program, work
         self.inputs = os.path.join(work, 'inputs')
-        surveys.lay_inputs(self.inputs, tools)
+        surveys.write_inputs(self.inputs, tools)
         self.kinds = {kind.name: kind for kind in surveys.kinds()}
         self.reference = {}
         self.injected = self.failed = self.skipped = 0
         self.number = 0
 
     def folder(self, kind, after_a_run=False):
-        """A folder with inputs, and with the files of an earlier run when wanted."""
+        """A folder with inputs and, if wanted, the files of an earlier run."""
         self.number += 1
         path = os.path.join(self.work, 'fault-%d' % self.number)
         surveys.new_folder(path, self.inputs, kind)
         if after_a_run or kind.name not in self.reference:
             status, errors = surveys.run(self.program, path, kind)
             if status != 0:
-                raise SystemExit('the undisturbed run failed: ' + errors)
+                raise SystemExit('the reference run failed: ' + errors)
             self.reference[kind.name] = surveys.line_counts(path)
             if not after_a_run:
                 return self.folder(kind)
@@ -55,17 +55,17 @@ class Faults:
             print('FAILED: %s: %s' % (what, '; '.join(problems)))
 
     def judge(self, what, folder, kind, status, errors, names, status_wanted=2):
-        """`names`: one of these stands in the message."""
+        """`names`: the message must have one of these."""
         problems = []
         if status != status_wanted:
             problems.append('exit status %s instead of %d' % (status, status_wanted))
         if status_wanted == 2 and (errors.count('\n') != 1 or not any(name in errors for name in names)):
             problems.append('no clear line that names one of %s: %r' % (names, errors))
         if status_wanted == 0 and errors:
-            problems.append('words on standard error: %r' % errors)
+            problems.append('text on standard error: %r' % errors)
         if os.path.isdir(folder):
             problems += surveys.faults_of_whole_files(folder, self.reference[kind.name])
-            problems += ['%s is left behind' % name for name in os.listdir(folder) if name.endswith('.part')]
+            problems += ['%s remains' % name for name in os.listdir(folder) if name.endswith('.part')]
         self.report(what, problems)
 
     def finish(self, process):
@@ -75,7 +75,7 @@ class Faults:
     # Disk space
 
     def file_size_limit(self):
-        """A limit for the size of a file stands for a disk that is full at that byte."""
+        """A limit for the size of a file acts like a disk that is full at that byte."""
         kind = self.kinds['plain']
         for after_a_run in (False, True):
             for limit in (0, 1, 100, 700, 1500, 2000, 2500, 3000, 4000, 6000, 9000, 12000, 20000, 30000):
@@ -98,22 +98,22 @@ class Faults:
         kind = self.kinds['plain']
         self.folder(kind)
         for pages in (1, 2, 3, 4, 6, 10, 14, 18, 22, 26):
-            place = os.path.join(self.work, 'disk')
-            os.makedirs(place, exist_ok=True)
-            done = subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=%dk' % (4 * pages), 'tmpfs', place], stderr=subprocess.PIPE)
+            mounted = os.path.join(self.work, 'disk')
+            os.makedirs(mounted, exist_ok=True)
+            done = subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=%dk' % (4 * pages), 'tmpfs', mounted], stderr=subprocess.PIPE)
             if done.returncode != 0:
                 return self.skip('full disk', done.stderr.decode().strip())
             try:
                 for name in kind.files:
-                    os.symlink(os.path.join(self.inputs, name), os.path.join(place, name))
+                    os.symlink(os.path.join(self.inputs, name), os.path.join(mounted, name))
                 try:
-                    surveys.write(place, 'voxlith.inp', kind.control(0))
+                    surveys.write(mounted, 'voxlith.inp', kind.control(0))
                 except OSError:
                     continue
-                status, errors = surveys.run(self.program, place, kind)
-                self.judge('disk of %d pages' % pages, place, kind, status, errors, ['No space left on device'])
+                status, errors = surveys.run(self.program, mounted, kind)
+                self.judge('disk of %d pages' % pages, mounted, kind, status, errors, ['No space left on device'])
             finally:
-                subprocess.run(['umount', place], check=True)
+                subprocess.run(['umount', mounted], check=True)
 
     # Folders
 
@@ -160,7 +160,7 @@ class Faults:
         process = surveys.start(self.program, folder, kind)
         self.wait_for_rows(process, folder, 2)
         while os.path.isdir(folder) and process.poll() is None:
-            shutil.rmtree(folder, ignore_errors=True)  # the run may make a file while the folder is emptied
+            shutil.rmtree(folder, ignore_errors=True)  # the run may create a file while the folder is being emptied
         status, errors = self.finish(process)
         self.judge('the work folder vanishes', folder, kind, status, errors, ['voxlith'])
 
@@ -213,7 +213,7 @@ class Faults:
             for extra in (path, path + '.new'):
                 if os.path.exists(extra):
                     os.unlink(extra)
-            # A file that is open keeps its content when its name goes. Numbers that are overwritten may be numbers still.
+            # An open file keeps its content when its name is removed. Overwritten numbers may still be numbers.
             if wanted is None:
                 wanted = 0 if status == 0 else 2
             self.judge('sensitivity file %s' % change.__name__, folder, kind, status, errors, [name], wanted)
@@ -226,10 +226,10 @@ class Faults:
             with open(os.path.join(folder, name), 'wb') as f:
                 f.write(content)
             status, errors = surveys.run(self.program, folder, kind)
-            self.judge('%s holds %r' % (name, content), folder, kind, status, errors, [name])
+            self.judge('%s with %r' % (name, content), folder, kind, status, errors, [name])
 
     def label_that_leads_elsewhere(self):
-        """A model label is part of file names. It must not lead out of the folder of the run."""
+        """A model label is part of file names. It must not name a file outside the folder of the run."""
         kind = self.kinds['joint']
         folder = self.folder(kind)
         os.makedirs(os.path.join(folder, 'voxlith_a'))
@@ -243,7 +243,7 @@ class Faults:
         os.rmdir(os.path.join(folder, 'voxlith_a'))
         self.judge('a label that leads elsewhere', folder, kind, status, errors, ['voxlith.inp, line 1'])
 
-    # Screens
+    # Standard streams
 
     def screen(self, what, redirection, names, status_wanted=2):
         kind = self.kinds['plain']
@@ -262,14 +262,14 @@ class Faults:
         self.compare_with_reference('standard input closed', folder)
 
     def compare_with_reference(self, what, folder):
-        """Nothing that was meant for a closed screen stands in a file."""
+        """Nothing that was meant for a closed stream is in a file."""
         undisturbed = self.folder(self.kinds['plain'], after_a_run=True)
         for name in ('voxlith.rho', 'voxlith.den', 'voxlith.pre', 'voxlith_error.dat', 'voxlith_grad.mod'):
             if surveys.read(folder, name) != surveys.read(undisturbed, name):
                 self.report(what, ['%s differs from that of an undisturbed run' % name])
 
     def message_while_screen_closed(self):
-        """The message of a failure does not land in a file of the run when standard error is closed."""
+        """The message of a failure is in no file of the run when standard error is closed."""
         kind = self.kinds['plain']
         folder = self.folder(kind)
         os.makedirs(os.path.join(folder, 'voxlith.rho'))
@@ -277,10 +277,10 @@ class Faults:
                               stdout=subprocess.DEVNULL)
         problems = [] if done.returncode == 2 else ['exit status %d' % done.returncode]
         if surveys.read(folder, 'voxlith.log').count('voxlith.rho: ') != 1:
-            problems.append('the log does not hold the message once')
+            problems.append('the log does not have the message exactly once')
         for name in ('voxlith.aux', 'voxlith.pre'):
             if 'voxlith.rho: ' in surveys.read(folder, name):
-                problems.append('the message stands in ' + name)
+                problems.append('the message is in ' + name)
         self.report('message while standard error is closed', problems)
 
     def reader_leaves(self):
@@ -291,7 +291,7 @@ class Faults:
         process.stdout.close()
         process.stdout = None
         status, errors = self.finish(process)
-        self.judge('the reader of the screen leaves', folder, kind, status, errors, ['standard output'])
+        self.judge('the reader of standard output ends', folder, kind, status, errors, ['standard output'])
 
 
 def main():

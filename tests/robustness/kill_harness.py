@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Kills the program at random instants of small runs and continues each run, as a user would after a power failure.
+"""Kills the program at random times of small runs and continues each run, as a user would after a power failure.
 
-After each kill every file that is read whole is complete or not there, and of the iterations that the log tells of at most the last
-one is missing from the progress table. The continuation, which may be killed in its turn, runs to its end. A run that was killed
-before it had written anything to continue from is started anew.
+After each kill every file that is read as a whole is complete or does not exist, and of the iterations in the log at most the last one
+is missing from the progress table. The continuation, which may also be killed, runs to its end. A run that was killed before it had
+written anything to continue from is started again.
 
     kill_harness.py --program build/release/voxlith --tools build/release/tools/voxlith-tools --count 500 --seed 1
 """
@@ -23,17 +23,17 @@ SIGNALS = [signal.SIGKILL, signal.SIGKILL, signal.SIGTERM, signal.SIGINT]
 
 
 class Trial:
-    """One run with its kills. `faults` says what did not hold."""
+    """One run with its kills. `faults` lists what was violated."""
 
     def __init__(self, program, inputs, folder, kind, reference, seconds, chance):
         self.program, self.folder, self.kind, self.reference = program, folder, kind, reference
         self.seconds, self.chance = seconds, chance
-        self.faults, self.story = [], []
+        self.faults, self.history = [], []
         self.kills = self.restarts = self.continuations = 0
         surveys.new_folder(folder, inputs, kind)
 
-    def blame(self, words):
-        self.faults.append(words)
+    def add_fault(self, text):
+        self.faults.append(text)
 
     def iteration_in_log(self):
         if not surveys.has(self.folder, 'voxlith.log'):
@@ -53,7 +53,7 @@ class Trial:
         if self.chance.random() < 0.3:
             delay = self.chance.uniform(0.0, self.seconds)
         else:
-            # Machines that are busy with other work are slow by turns: wait for a row of the table, then a little.
+            # The speed of a busy machine varies: wait for a row of the table, then a little.
             self.wait_for_rows(process, self.chance.randrange(self.kind.iterations + 1))
             delay = self.chance.uniform(0.0, 2.0 * self.seconds / self.kind.iterations)
         time.sleep(delay)
@@ -61,22 +61,22 @@ class Trial:
         process.stderr.read()
         process.stderr.close()
         process.wait()
-        self.story.append('%s after %.4f s' % (with_signal.name, delay))
+        self.history.append('%s after %.4f s' % (with_signal.name, delay))
         if process.returncode == 0:
             return False
         if process.returncode != -with_signal:
-            self.blame('ended with status %d, not by the signal' % process.returncode)
+            self.add_fault('ended with status %d, not by the signal' % process.returncode)
         self.kills += 1
         return True
 
     def check_after_kill(self):
         for fault in surveys.faults_of_whole_files(self.folder, self.reference):
-            self.blame(fault)
+            self.add_fault(fault)
         rows = surveys.whole_rows(self.folder)
         begun = self.iteration_in_log()
         done = rows[-1] if rows else 0
         if done < begun - 1:
-            self.blame('iteration %d had begun, but the progress table ends with %d' % (begun, done))
+            self.add_fault('iteration %d had begun, but the progress table ends with %d' % (begun, done))
         return done
 
     def can_be_continued(self):
@@ -88,12 +88,12 @@ class Trial:
         done = self.check_after_kill()
         restart = 1 if self.can_be_continued() else 0
         if restart:
-            # A run of several model types keeps a file for each; which one it goes on from is the user's choice.
+            # A run of several model types writes a file for each; the user chooses the one to continue from.
             running = self.kind.running_models[0]
             if running != self.kind.continued_model:
                 shutil.copy(os.path.join(self.folder, running), os.path.join(self.folder, self.kind.continued_model))
         elif done > 0:
-            self.blame('%d iterations are done, but there is nothing to continue from' % done)
+            self.add_fault('%d iterations are done, but there is nothing to continue from' % done)
         surveys.write(self.folder, 'voxlith.inp', self.kind.control(restart))
         self.continuations += restart
         self.restarts += 1 - restart
@@ -102,37 +102,37 @@ class Trial:
     def check_end(self, before):
         text = surveys.read(self.folder, 'voxlith.log')
         if 'VOXLITH ended on' not in text.splitlines()[-3]:
-            self.blame('the log of the last run has no end')
+            self.add_fault('the log of the last run has no end')
         wanted = before + self.kind.iterations
         rows = surveys.whole_rows(self.folder)
-        # The starting state has a row of its own unless an earlier run was killed just before it.
-        # A run continued before its first iteration writes that row once more.
+        # The initial state has a row of its own unless an earlier run was killed just before it.
+        # A run continued before its first iteration writes that row again.
         while rows[:1] == [0]:
             rows = rows[1:]
         if rows != list(range(1, wanted + 1)):
-            self.blame('rows of the progress table: %s, wanted 1 to %d' % (rows, wanted))
+            self.add_fault('rows of the progress table: %s, wanted 1 to %d' % (rows, wanted))
         for fault in surveys.faults_of_whole_files(self.folder, self.reference):
-            self.blame('at the end: ' + fault)
+            self.add_fault('at the end: ' + fault)
         for name in self.reference:
             if not name.startswith('voxlith_iter_') and not surveys.has(self.folder, name):
-                self.blame('at the end %s is missing' % name)
+                self.add_fault('at the end %s is missing' % name)
 
     def go(self):
         kills = 1 + (self.chance.random() < 0.3)
         before = 0
         for _ in range(kills):
             if not self.kill_one():
-                return  # too late: the run had ended
+                return  # the run had already ended
             before = self.prepare_next()
         status, errors = surveys.run(self.program, self.folder, self.kind)
         if status != 0 or errors:
-            self.blame('the run after the kill ended with %d: %s' % (status, errors))
+            self.add_fault('the run after the kill ended with %d: %s' % (status, errors))
             return
         self.check_end(before)
 
 
 def undisturbed(program, inputs, work, kind):
-    """Line counts and duration of a run that nobody kills."""
+    """Line counts and duration of a run that is not killed."""
     folder = os.path.join(work, 'reference-' + kind.name)
     surveys.new_folder(folder, inputs, kind)
     start = time.monotonic()
@@ -149,7 +149,7 @@ def main():
     parser.add_argument('--tools', required=True)
     parser.add_argument('--count', type=int, default=500, help='kills')
     parser.add_argument('--seed', type=int, default=int(time.time()))
-    parser.add_argument('--kind', help='this kind alone')
+    parser.add_argument('--kind', help='only this kind')
     parser.add_argument('--keep', action='store_true', help='keep the folders of trials that failed')
     options = parser.parse_args()
     program, tools = os.path.abspath(options.program), os.path.abspath(options.tools)
@@ -157,7 +157,7 @@ def main():
     print('seed %d' % options.seed)
     work = tempfile.mkdtemp(prefix='voxlith_kill_')
     inputs = os.path.join(work, 'inputs')
-    surveys.lay_inputs(inputs, tools)
+    surveys.write_inputs(inputs, tools)
     cases = []
     for kind in surveys.kinds():
         if options.kind and kind.name != options.kind:
@@ -181,7 +181,7 @@ def main():
         per_kind[kind.name] = per_kind.get(kind.name, 0) + trial.kills
         if trial.faults:
             failed += 1
-            print('trial %d, %s, %s:' % (trials, kind.name, ', '.join(trial.story)))
+            print('trial %d, %s, %s:' % (trials, kind.name, ', '.join(trial.history)))
             for fault in trial.faults:
                 print('    ' + fault)
         if not (trial.faults and options.keep):

@@ -1,6 +1,6 @@
-"""Small surveys of several kinds for the robustness tests, laid with the companion tools, and what a run of them must leave.
+"""Small surveys of several kinds for the robustness tests, written with the companion tools, and checks of the files of a run.
 
-Needs Python 3 alone.
+Needs only Python 3.
 """
 import math
 import os
@@ -14,7 +14,7 @@ INPUTS = ('voxlith.inp', 'gz.obs', 'tmi.obs', 'both.obs', 'lines.obs', 'gz.mtx',
 
 
 class Kind:
-    """One kind of run: its control lines, its keywords, and the model files that it keeps up to date."""
+    """One kind of run: its control lines, its keywords, and the model files that it rewrites at every iteration."""
 
     def __init__(self, name, files, line1='', mode=2, interval='', last='40', model='.rho', labels=(), keywords=(), disk=False):
         self.name, self.files, self.line1, self.mode, self.interval, self.last = name, files, line1, mode, interval, last
@@ -68,19 +68,19 @@ def write(folder, name, text):
         f.write(text)
 
 
-def lay_inputs(folder, tools):
+def write_inputs(folder, tools):
     """Mesh, data and sensitivity files for all kinds."""
     os.makedirs(folder, exist_ok=True)
     nx, ny, nz = CELLS
     write(folder, 'survey.msh', '%d %d %d\n0 0 0\n%d*%g\n%d*%g\n%d*%g\n' % (nx, ny, nz, nx, SPACING, ny, SPACING, nz, SPACING))
-    places = stations()
+    positions = stations()
     field = '60 10 50000\n60 10 1\n'
-    count = '%d\n' % len(places)
+    count = '%d\n' % len(positions)
     record = lambda s, strengths: '%.2f %.2f %.2f' % s + ''.join(' %.5f 0.02' % datum(s[0], s[1], a) for a in strengths)
-    write(folder, 'gz.obs', count + ''.join(record(s, [1.0]) + '\n' for s in places))
-    write(folder, 'tmi.obs', field + count + ''.join(record(s, [40.0]) + '\n' for s in places))
-    write(folder, 'both.obs', count + ''.join(record(s, [1.0, 40.0]) + '\n' for s in places))
-    write(folder, 'lines.obs', count + ''.join(record(s, [1.0]) + ' L%d %d.0\n' % (n // 14, n) for n, s in enumerate(places)))
+    write(folder, 'gz.obs', count + ''.join(record(s, [1.0]) + '\n' for s in positions))
+    write(folder, 'tmi.obs', field + count + ''.join(record(s, [40.0]) + '\n' for s in positions))
+    write(folder, 'both.obs', count + ''.join(record(s, [1.0, 40.0]) + '\n' for s in positions))
+    write(folder, 'lines.obs', count + ''.join(record(s, [1.0]) + ' L%d %d.0\n' % (n // 14, n) for n, s in enumerate(positions)))
     for name, data, kind, more in (('gz.mtx', 'gz.obs', 'gz', []), ('tmi.mtx', 'tmi.obs', 'tmi', []),
                                    ('record.mtx', 'gz.obs', 'gz', ['--form', 'record']),
                                    ('dense.mtx', 'gz.obs', 'gz', ['--tolerance', '1e-7'])):
@@ -97,7 +97,7 @@ def new_folder(path, inputs, kind, restart=0):
 
 
 def limits_of(kind):
-    """What the program's process sets for itself before it starts."""
+    """Sets the limits of the program's process before it starts."""
     if kind.address_space is None:
         return None
     return lambda: resource.setrlimit(resource.RLIMIT_AS, (kind.address_space, kind.address_space))
@@ -127,7 +127,7 @@ def has(folder, name):
 
 
 def find_disk_limit(program, inputs, work, kind):
-    """An address space in which everything but the rows fits. None when there is no such size (a program under a sanitizer)."""
+    """An address space large enough for everything but the rows. None when there is none (a program under a sanitizer)."""
     for kilobytes in range(4096, 65536, 512):
         kind.address_space = kilobytes * 1024
         folder = os.path.join(work, 'limit')
@@ -144,7 +144,7 @@ def find_disk_limit(program, inputs, work, kind):
 
 
 def line_counts(folder):
-    """Number of lines of each file that a reader takes whole."""
+    """Number of lines of each file that is read as a whole."""
     counts = {}
     for name in os.listdir(folder):
         if name in INPUTS or name.endswith(('.part', '.log', '.aux', '.lsv')):
@@ -154,7 +154,7 @@ def line_counts(folder):
 
 
 def faults_of_whole_files(folder, reference):
-    """What is wrong with the files in a folder that must be whole, held against the line counts of an undisturbed run."""
+    """Faults of the files in a folder that must be complete, by the line counts of a reference run."""
     faults = []
     for name, lines in line_counts(folder).items():
         if name.startswith('voxlith_iter_'):
@@ -168,7 +168,7 @@ def faults_of_whole_files(folder, reference):
             continue
         text = read(folder, name)
         if lines != expected or not text.endswith('\n'):
-            faults.append('%s has %d lines where %d belong' % (name, lines, expected))
+            faults.append('%s has %d lines instead of %d' % (name, lines, expected))
         elif expected == CELLS[0] * CELLS[1] * CELLS[2]:
             try:
                 values = [float(word) for word in text.split()]
@@ -176,12 +176,12 @@ def faults_of_whole_files(folder, reference):
                 faults.append('%s: %s' % (name, error))
             else:
                 if len(values) != expected:
-                    faults.append('%s has %d values where %d belong' % (name, len(values), expected))
+                    faults.append('%s has %d values instead of %d' % (name, len(values), expected))
     return faults
 
 
 def whole_rows(folder):
-    """Iteration numbers of the rows of voxlith.aux whose number is whole: those that a continued run counts."""
+    """Iteration numbers of the rows of voxlith.aux whose number is complete: those that a continued run counts."""
     if not has(folder, 'voxlith.aux'):
         return []
     lines = read(folder, 'voxlith.aux').split('\n')

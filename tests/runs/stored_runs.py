@@ -3,8 +3,8 @@
 
     stored_runs.py --build DIR [--only NAME] [--work DIR] [--accept]
 
-Results are the same bytes from every compiler and on every machine, so nothing is compared by tolerance. --accept replaces what is
-stored by what the programs give now: for a change of results that is meant.
+Results are the same bytes from every compiler and on every machine, so there are no tolerances. --accept replaces the stored files
+by those of the present programs: for an intended change of results.
 """
 import argparse
 import os
@@ -34,7 +34,7 @@ def control(**changed):
     return '\n'.join(lines) + '\n'
 
 
-def lay_gravity(bench, mtx=()):
+def write_gravity_survey(bench, mtx=()):
     MESH.write(bench.path('mesh.msh'))
     write_values(bench.path('true.den'), MESH.model(BODIES))
     write_stations(bench.path('s.obs'), STATIONS)
@@ -43,8 +43,8 @@ def lay_gravity(bench, mtx=()):
     bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'd.obs', '--type', 'gz', '--out', 'g.mtx', *mtx)
 
 
-def lay_joint(bench):
-    lay_gravity(bench)
+def write_joint_survey(bench):
+    write_gravity_survey(bench)
     write_stations(bench.path('s.mag'), STATIONS, MAGNETIC)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.mag', '--type', 'tmi', '--model', 'true.den', '--out',
                 'd.mag', '--noise', '1,1', '--seed', 4, *FIELD)
@@ -56,26 +56,26 @@ def lay_joint(bench):
 
 
 def two_models(bench):
-    lay_joint(bench)
+    write_joint_survey(bench)
     bench.write('voxlith.inp', control(l1='0 2 2 2 dens susc', l4='both.obs', l5='g.mtx|t.mtx', l12='14 5',
                                        l13='1 1 1 1.0', l14='1 2 2 1.0'))
     bench.voxlith('voxlith.inp')
 
 
 def background(bench):
-    lay_gravity(bench)
+    write_gravity_survey(bench)
     bench.write('voxlith.inp', control(l2='2 1 0'))
     bench.voxlith('voxlith.inp')
 
 
 def strict_positivity(bench):
-    lay_gravity(bench)
+    write_gravity_survey(bench)
     bench.write('voxlith.inp', control(l3='0.01 0.02 2', l12='26'))
     bench.voxlith('voxlith.inp')
 
 
 def continued(bench):
-    lay_gravity(bench)
+    write_gravity_survey(bench)
     bench.write('voxlith.inp', control(l2='-1 0 0', l12='4'))
     bench.voxlith('voxlith.inp')
     bench.write('voxlith.inp', control(l1='1', l2='-1 0 0', l12='24'))
@@ -86,7 +86,7 @@ def three_layouts(bench):
     """The same sensitivities in each layout of file give the same inversion."""
     models = []
     for form in ('bare', 'record', 'tagged'):
-        lay_gravity(bench, ['--form', form, '--depth-weight', 'none'])
+        write_gravity_survey(bench, ['--form', form, '--depth-weight', 'none'])
         bench.write('voxlith.inp', control())
         bench.voxlith('voxlith.inp')
         models.append(open(bench.path('voxlith.den')).read())
@@ -95,13 +95,13 @@ def three_layouts(bench):
 
 
 def equivalent_source(bench):
-    lay_gravity(bench, ['--layers', 1])
+    write_gravity_survey(bench, ['--layers', 1])
     bench.write('voxlith.inp', control(l6='0.0'))
     bench.voxlith('voxlith.inp')
 
 
 def surface_and_apparent_density(bench):
-    lay_gravity(bench, ['--layers', 2, '--style', 3])
+    write_gravity_survey(bench, ['--layers', 2, '--style', 3])
     bench.write('voxlith.inp', control())
     bench.voxlith('voxlith.inp')
 
@@ -116,25 +116,25 @@ def masked(text):
     return re.sub(r'(?m)^( {4}[ \d]{8}.{42}) *[\d.]+( +\d+\+)?$', r'\1 TIME\2', text)
 
 
-def left_by(bench, before):
-    left = {}
+def files_of(bench, before):
+    files = {}
     for name in sorted(os.listdir(bench.folder)):
         if name.startswith('voxlith') and name not in before or name in ('screen.txt', 'obs_surafce_calc.dat', 'obs_fit_pred.dat'):
-            left[name] = masked(open(bench.path(name)).read())
-    return left
+            files[name] = masked(open(bench.path(name)).read())
+    return files
 
 
 def difference(want, got):
     for number, (a, b) in enumerate(zip(want.splitlines(), got.splitlines()), 1):
         if a != b:
             return 'line %d\n  stored |%s|\n  now    |%s|' % (number, a, b)
-    return 'one is longer: %d and %d characters' % (len(want), len(got))
+    return 'lengths differ: %d and %d characters' % (len(want), len(got))
 
 
 def check(case, build, work, accept):
     bench = Workbench(build, os.path.join(work, case.__name__))
     case(bench)
-    got = left_by(bench, {'voxlith.inp'})
+    got = files_of(bench, {'voxlith.inp'})
     stored = os.path.join(HERE, 'expected', case.__name__)
     if accept:
         shutil.rmtree(stored, ignore_errors=True)

@@ -219,7 +219,7 @@ MtxBytes buildMtx(const MtxContents& contents, MtxLayout layout) {
 }
 
 void writeFileBytes(const std::string& name, const std::vector<unsigned char>& bytes) {
-    // A new file each time: some file systems wait for the disk when a file is cut to nothing and written again.
+    // A new file each time: some file systems wait for the disk when a file is truncated and written again.
     std::remove(name.c_str());
     std::ofstream file(name, std::ios::binary);
     file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));

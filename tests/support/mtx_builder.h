@@ -1,5 +1,5 @@
-// Builds small sensitivity files of the three layouts, byte by byte, for tests. It knows the layouts on its own account
-// and shares nothing with the reader.
+// Builds small sensitivity files of the three layouts, byte by byte, for tests. It has its own description of the
+// layouts and shares no code with the reader.
 #pragma once
 
 #include <array>
@@ -24,8 +24,8 @@ struct MtxStation {
     float extra = 0;
 };
 
-// What goes into a file, field for field. Nothing is checked, so that damaged files can be built as well; counts are
-// written as they stand here, arrays with the length that they have.
+// The content of a file, field by field. Nothing is checked, so that damaged files can be built, too; counts are written
+// as they are here, arrays with the length that they have.
 struct MtxContents {
     std::int32_t version = 2;  // tagged
     std::int32_t dataType = 0;
@@ -48,7 +48,7 @@ struct MtxContents {
     std::vector<std::int32_t> topography;  // record
 };
 
-// Byte positions of what tests want to damage.
+// Byte positions of the fields that tests damage.
 struct MtxPlaces {
     std::size_t meshCounts = 0;    // ny
     std::size_t paddedCounts = 0;  // npy
@@ -67,7 +67,7 @@ struct MtxBytes {
 };
 
 // A valid file's contents: nData stations on a line, unit cells on the mesh {ny, nx, nz}, z nodes that rise downwards,
-// four taps of Daubechies, depth weights and gtgdiag of 1, and rows with two or three coefficients each that differ
+// the Daubechies filter of four taps, depth weights and gtgdiag of 1, and rows with two or three coefficients each that differ
 // from row to row.
 MtxContents smallMtxContents(std::int32_t nData, std::array<std::int32_t, 3> meshYXZ,
                              std::array<std::int32_t, 3> paddedYXZ);
@@ -77,7 +77,7 @@ MtxBytes buildMtx(const MtxContents& contents, MtxLayout layout);
 // Writes the bytes under `name`; throws std::runtime_error when that fails.
 void writeFileBytes(const std::string& name, const std::vector<unsigned char>& bytes);
 
-// buildMtx and writeFileBytes; returns the places.
+// buildMtx and writeFileBytes; returns the byte positions.
 MtxPlaces writeMtx(const std::string& name, const MtxContents& contents, MtxLayout layout);
 
 }  // namespace voxlith

@@ -43,7 +43,7 @@ struct OptimiserRun {
     OptimiserState state{};
 
     OptimiserRun() = default;
-    // n variables at `start`, without bounds; the workspace is filled with numbers that would show if they were read.
+    // n variables at `start`, without bounds; the workspace is filled with numbers that would change the result if they were read.
     OptimiserRun(std::int32_t variables, std::int32_t corrections, double start);
     explicit OptimiserRun(const nlohmann::json& problem);
 

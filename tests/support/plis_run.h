@@ -31,7 +31,7 @@ struct PlisRun {
     PlisState saved{};
     int evaluations = 0;
 
-    // n variables at `start` without bounds; the workspace is filled with what would show if it were read.
+    // n variables at `start` without bounds; the workspace is filled with numbers that would change the result if they were read.
     PlisRun(int runMethod, std::int32_t variables, std::int32_t columns, double start)
         : method(runMethod), n(variables), m(columns) {
         const std::size_t size = static_cast<std::size_t>(n);

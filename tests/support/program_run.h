@@ -1,4 +1,4 @@
-// Runs the real program in a folder of its own, on a small survey that it lays there.
+// Runs the real program in a folder of its own, on a small survey that it writes there.
 #pragma once
 
 #include <string>

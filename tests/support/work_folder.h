@@ -1,4 +1,4 @@
-// What the tests of the file routines share: a temporary working folder, small data sets and meshes, and the capture of
+// Shared by the tests of the file routines: a temporary work folder, small data sets and meshes, and the capture of
 // stops.
 #pragma once
 
@@ -76,7 +76,7 @@ inline CallOutcome outcomeOf(const std::function<void(Messages&)>& call) {
     return outcome;
 }
 
-// What the log holds after a call during which nothing can be written on the screen.
+// The log after a call during which nothing can be written to standard output.
 inline std::string logWithoutScreen(const std::function<void(Messages&)>& call) {
     Messages messages;
     EXPECT_TRUE(openLineFile(messages.log, "noscreen.log", LineFileMode::create));
@@ -101,7 +101,7 @@ inline void expectStop(const std::string& text, const std::function<void(Message
     EXPECT_EQ(logWithoutScreen(call), "") << "the log came before the screen";
 }
 
-// The call ends in the reader's own error, which holds all the words.
+// The call ends with a RunError whose text contains all the words.
 inline void expectReadError(const std::vector<std::string>& words, const std::function<void(Messages&)>& call) {
     const CallOutcome outcome = outcomeOf(call);
     EXPECT_FALSE(outcome.stopped);
