@@ -28,7 +28,7 @@ void makeSensitivityFile(const std::string& folder, const std::string& fileName)
     MtxOptions options;
     options.survey.meshFile = folder + "/bench.msh";
     options.survey.stationFile = folder + "/bench.obs";
-    options.survey.code = 0;
+    options.survey.type = DataType::gz;
     options.outFile = fileName;
     writeText(options.survey.meshFile, "128 128 32\n0 0 0\n128*50\n128*50\n32*50\n");
     std::string stations = std::to_string(surveySide * surveySide) + "\n";

@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                              "as many nodes as cells and one more");
             fuzzing::require(mesh.zNode.back() > mesh.zNode.front(), "depth rises downwards");
         } else {
-            readStationFile(file.name(), kind == 1 ? 0 : 1);
+            readStationFile(file.name(), kind == 1 ? DataType::gz : DataType::totalMagnetic);
         }
     });
     return 0;

@@ -77,7 +77,7 @@ StationExtents surveyExtents(const MeshOptions& options) {
     if (!options.csvFile.empty()) {
         return extentsOfCsv(options);
     }
-    for (const Station& station : readStationFile(options.stationFile, 0).stations) {
+    for (const Station& station : readStationFile(options.stationFile, DataType::gz).stations) {
         includeStation(extents, station.point.x, station.point.y, station.elevation);
     }
     return extents;

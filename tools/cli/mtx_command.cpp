@@ -48,11 +48,12 @@ void warn(const std::string& text) {
 
 // Readers of the record form take the data type from the name of the file.
 void warnOfRecordName(const MtxOptions& options) {
-    const std::int32_t seen = codeOf(recordDataType(std::filesystem::path(options.outFile).filename().string()));
-    if (seen != options.survey.code) {
+    const DataType seen = recordDataType(std::filesystem::path(options.outFile).filename().string());
+    if (seen != options.survey.type) {
         warn(options.outFile + ": the record form stores no data type; by its name the file is read as type " +
-             std::to_string(seen) + (seen == 1 ? " (\"mag\" in the name)" : " (no \"mag\" in the name)") + ", not as " +
-             std::to_string(options.survey.code));
+             std::to_string(codeOf(seen)) +
+             (isMagnetic(seen) ? " (\"mag\" in the name)" : " (no \"mag\" in the name)") + ", not as " +
+             std::to_string(codeOf(options.survey.type)));
     }
 }
 
@@ -64,10 +65,9 @@ void warnOfContent(const MtxOptions& options, const MtxContent& content, const L
         warnOfRecordName(options);
     }
     if (!plan.shownWhole) {
-        warn("style " + std::to_string(plan.inversionStyle) + " with " + std::to_string(content.survey.mesh.nzl) +
-             " layers: written models show only the first " +
-             (writtenCellsPerColumn(InversionStyle{plan.inversionStyle}, 2) == 1 ? "value" : "two values") +
-             " of a column");
+        warn("style " + std::to_string(codeOf(plan.inversionStyle)) + " with " +
+             std::to_string(content.survey.mesh.nzl) + " layers: written models show only the first " +
+             (writtenCellsPerColumn(plan.inversionStyle, 2) == 1 ? "value" : "two values") + " of a column");
     }
 }
 
@@ -81,10 +81,9 @@ std::string boundsFileName(const MtxOptions& options) {
 
 // The top layers of the mesh, which the surface styles invert for, must all be active.
 void checkStyle(const MtxContent& content) {
-    const std::int32_t style = content.inversionStyle;
-    if (content.survey.ground.hasInactive() && isSurfaceStyle(InversionStyle{style})) {
-        throw RunError("--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
-                       ", whose layers begin at the top of the mesh");
+    if (content.survey.ground.hasInactive() && isSurfaceStyle(content.inversionStyle)) {
+        throw RunError("--topography: expected a file of style 0 or 4, found style " +
+                       std::to_string(codeOf(content.inversionStyle)) + ", whose layers begin at the top of the mesh");
     }
 }
 
@@ -101,7 +100,7 @@ MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
     content.filter = daubechiesFilter(static_cast<std::size_t>(options.taps));
     content.depthWeight = options.depthWeight
                               ? *options.depthWeight
-                              : defaultDepthWeight(survey.code, survey.mesh, survey.stations, survey.ground);
+                              : defaultDepthWeight(survey.type, survey.mesh, survey.stations, survey.ground);
     content.cellWeights = cellDepthWeights(content.depthWeight, survey.mesh, survey.ground);
     checkMtxLimits(headerOf(content));
     return content;
@@ -109,7 +108,7 @@ MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
 
 // Without an option the bounds of active cells are those that the inversion program has without a bounds file.
 BoundsPair activeBounds(const MtxOptions& options) {
-    const BoundsPair byType = isMagnetic(DataType{options.survey.code}) ? BoundsPair{0.0, freePair.upper} : freePair;
+    const BoundsPair byType = isMagnetic(options.survey.type) ? BoundsPair{0.0, freePair.upper} : freePair;
     return options.activeBounds.value_or(byType);
 }
 
@@ -154,8 +153,8 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
                      "Layers that the file covers, for the surface styles (default: as the style needs)")
         ->check(CLI::PositiveNumber);
     command
-        ->add_option(
-            "--style", options.layers.style,
+        ->add_option_function<std::int32_t>(
+            "--style", [&options](std::int32_t code) { options.layers.style = InversionStyle{code}; },
             "Inversion style: 0 full, 1 equivalent source, 2 apparent density, 3 surface and apparent density, "
             "4 full with edge padding correction (default: by the layers)")
         ->check(CLI::Range(0, 4));

@@ -37,7 +37,7 @@ std::vector<std::int32_t> codesOf(const std::vector<std::string>& types) {
     std::vector<std::int32_t> codes;
     codes.reserve(types.size());
     for (const std::string& type : types) {
-        codes.push_back(surveyTypeCode(type));
+        codes.push_back(codeOf(parseDataType(type)));
     }
     return codes;
 }
@@ -163,7 +163,7 @@ void printComponent(const SurveyTable& table, std::size_t component) {
         ++valid;
     }
     const bool known = component < table.codes.size();
-    const std::string unit = known ? " " + std::string(surveyUnit(table.codes[component])) : "";
+    const std::string unit = known ? " " + std::string(unitOf(DataType{table.codes[component]})) : "";
     std::printf("component %zu:  %zu data, %zu dummies", component + 1, valid, table.records() - valid);
     if (valid > 0) {
         std::printf(", %.6g to %.6g%s", least, most, unit.c_str());

@@ -73,7 +73,7 @@ void printPredictReport(const PredictReport& report, const PredictOptions& optio
     for (const std::string& warning : report.warnings) {
         std::fprintf(stderr, "voxlith-tools: warning: %s\n", warning.c_str());
     }
-    const std::string unit(surveyUnit(options.survey.code));
+    const std::string unit(unitOf(options.survey.type));
     std::printf("stations: %lld\n", static_cast<long long>(report.stations));
     std::printf("data:     %.6g to %.6g %s without noise\n", report.smallest, report.largest, unit.c_str());
     std::printf("time:     %.2f s\n", report.seconds);

@@ -11,7 +11,6 @@
 #include "forward/prism.h"
 #include "forward/survey_mesh.h"
 #include "preparation/ground_surface.h"
-#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -37,11 +36,11 @@ void checkDirection(const FieldDirection& direction, const std::string& source) 
 
 void chooseField(const SurveyOptions& options, const StationFile& file, Survey& survey) {
     const std::string source = options.field ? "--field" : options.stationFile;
-    if (!options.field && !file.field && isMagneticSurvey(survey.code)) {
+    if (!options.field && !file.field && isMagnetic(survey.type)) {
         throw RunError(options.stationFile + ": no field line; give --field incl,decl,nT");
     }
     survey.field = options.field ? *options.field : file.field.value_or(InducingField{});
-    if (!isMagneticSurvey(survey.code)) {
+    if (!isMagnetic(survey.type)) {
         return;
     }
     checkDirection(survey.field.direction, source);
@@ -64,7 +63,7 @@ void chooseDirection(const SurveyOptions& options, const StationFile& file, Surv
         survey.measured = *file.measured;
         source = options.stationFile;
     }
-    if (DataType{survey.code} == DataType::totalMagnetic) {
+    if (survey.type == DataType::totalMagnetic) {
         checkDirection(survey.measured, source);
     }
 }
@@ -98,7 +97,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_option("--stations", options.stationFile, "Observed data file; its stations are used")->required();
     command
         .add_option_function<std::string>(
-            "--type", [&options](const std::string& text) { options.code = surveyTypeCode(text); },
+            "--type", [&options](const std::string& text) { options.type = parseDataType(text); },
             "Data type: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code")
         ->required();
     command.add_option_function<std::string>(
@@ -116,10 +115,10 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
 
 Survey readSurvey(const SurveyOptions& options) {
     Survey survey;
-    survey.code = options.code;
+    survey.type = options.type;
     survey.mesh = readSurveyMesh(options.meshFile);
     survey.edgeDistance = edgeDistanceOf(survey.mesh);
-    StationFile file = readStationFile(options.stationFile, survey.code);
+    StationFile file = readStationFile(options.stationFile, survey.type);
     chooseField(options, file, survey);
     chooseDirection(options, file, survey);
     survey.stations = std::move(file.stations);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -17,7 +16,7 @@ namespace voxlith {
 struct SurveyOptions {
     std::string meshFile;
     std::string stationFile;
-    std::int32_t code = 0;                    // data type
+    DataType type = DataType::gz;
     std::optional<InducingField> field;       // none: that of the station file
     std::optional<FieldDirection> direction;  // measured direction; none: see readSurvey
     std::string topographyFile;               // empty: all cells are active

@@ -6,7 +6,6 @@
 
 #include "base/messages.h"
 #include "forward/number_text.h"
-#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -42,14 +41,14 @@ std::vector<float> columnWeights(const DepthWeight& weight, const MeshGeometry& 
 
 }  // namespace
 
-DepthWeight defaultDepthWeight(std::int32_t code, const MeshGeometry& mesh, std::span<const Station> stations,
+DepthWeight defaultDepthWeight(DataType type, const MeshGeometry& mesh, std::span<const Station> stations,
                                const Ground& ground) {
     double height = 0;
     for (std::size_t n = 0; n < stations.size(); ++n) {
         height += ground.hasInactive() ? ground.height[n] : mesh.zNode.front() - stations[n].point.depth;
     }
     height /= static_cast<double>(std::max<std::size_t>(stations.size(), 1));
-    return {0.5 * firstThickness(mesh, ground) + std::max(height, 0.0), DataType{code} == DataType::gz ? 2.0 : 3.0};
+    return {0.5 * firstThickness(mesh, ground) + std::max(height, 0.0), type == DataType::gz ? 2.0 : 3.0};
 }
 
 std::vector<float> cellDepthWeights(const DepthWeight& weight, const MeshGeometry& mesh, const Ground& ground) {

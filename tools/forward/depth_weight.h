@@ -4,12 +4,12 @@
 // 394-408, section on depth weighting).
 #pragma once
 
-#include <cstdint>
 #include <span>
 #include <vector>
 
 #include "forward/ground.h"
 #include "forward/station_file.h"
+#include "survey/data_types.h"
 #include "survey/mesh_geometry.h"
 
 namespace voxlith {
@@ -23,7 +23,7 @@ struct DepthWeight {
 // z0 is half the thickness of the first layer plus the mean height of the stations above the top of the mesh (0 when
 // they are below it). With inactive cells, z0 is half the mean thickness of the columns' first active cells plus the
 // mean height of the stations above the surface, taken from `ground`.
-DepthWeight defaultDepthWeight(std::int32_t code, const MeshGeometry& mesh, std::span<const Station> stations,
+DepthWeight defaultDepthWeight(DataType type, const MeshGeometry& mesh, std::span<const Station> stations,
                                const Ground& ground = {});
 
 // W of each cell in cell order; 1 for inactive cells, which have no response to be weighted. Throws RunError when one

@@ -4,13 +4,13 @@
 #include <string>
 
 #include "base/messages.h"
-#include "survey/inversion_style.h"
 
 namespace voxlith {
 
 namespace {
 
-constexpr std::int32_t longestUntransformedAxis = 4;  // axes up to this extent are not transformed and need no power of two
+// Axes up to this extent are not transformed and need no power of two.
+constexpr std::int32_t longestUntransformedAxis = 4;
 constexpr std::int32_t largestExtent = 1 << 30;
 
 std::int32_t paddedCount(std::int32_t cells) {
@@ -24,13 +24,13 @@ std::int32_t wantedLayers(const LayerOptions& options, std::int32_t nz) {
     if (options.layers > 0) {
         return options.layers;
     }
-    if (!isSurfaceStyle(InversionStyle{options.style})) {
+    if (!options.style || !isSurfaceStyle(*options.style)) {
         return nz;
     }
-    return InversionStyle{options.style} == InversionStyle::surfaceAndApparentDensity && nz > 1 ? 2 : 1;
+    return options.style == InversionStyle::surfaceAndApparentDensity && nz > 1 ? 2 : 1;
 }
 
-void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
+void checkLayers(std::int32_t layers, std::optional<InversionStyle> style, std::int32_t nz) {
     const std::string option = "--layers " + std::to_string(layers);
     if (layers > nz) {
         throw RunError(option + ": the mesh has " + std::to_string(nz) + " layers");
@@ -38,8 +38,8 @@ void checkLayers(std::int32_t layers, std::int32_t style, std::int32_t nz) {
     if (layers < nz && layers > longestUntransformedAxis && !std::has_single_bit(static_cast<std::uint32_t>(layers))) {
         throw RunError(option + ": expected at most 4, a power of two, or all " + std::to_string(nz) + " layers");
     }
-    if (layers < nz && coversWholeMesh(InversionStyle{style})) {
-        throw RunError(option + ": style " + std::to_string(style) + " covers all " + std::to_string(nz) +
+    if (layers < nz && style && coversWholeMesh(*style)) {
+        throw RunError(option + ": style " + std::to_string(codeOf(*style)) + " covers all " + std::to_string(nz) +
                        " layers of the mesh");
     }
 }
@@ -54,17 +54,17 @@ LayerPlan planLayers(const LayerOptions& options, bool storesStyle, MeshGeometry
     mesh.npz = layers < mesh.nz ? layers : paddedCount(mesh.nz);
     mesh.nzl = layers;
     LayerPlan plan;
-    const std::int32_t derivedStyle = codeOf(styleOfLayers(mesh.npz, mesh.nz));
-    plan.inversionStyle = options.style < 0 ? derivedStyle : options.style;
+    const InversionStyle derivedStyle = styleOfLayers(mesh.npz, mesh.nz);
+    plan.inversionStyle = options.style.value_or(derivedStyle);
     if (plan.inversionStyle != derivedStyle && !storesStyle) {
-        throw RunError("--style " + std::to_string(plan.inversionStyle) +
+        throw RunError("--style " + std::to_string(codeOf(plan.inversionStyle)) +
                        ": only the tagged form, version 2, stores the style; this file would be read as style " +
-                       std::to_string(derivedStyle));
+                       std::to_string(codeOf(derivedStyle)));
     }
-    const InversionStyle style{plan.inversionStyle};
-    const bool columns = hasUniformColumns(style);
+    const bool columns = hasUniformColumns(plan.inversionStyle);
     plan.sumBelow = columns && layers < mesh.nz;
-    plan.shownWhole = !columns || static_cast<std::size_t>(layers) == writtenCellsPerColumn(style, 2) || mesh.nz == 1;
+    plan.shownWhole =
+        !columns || mesh.nz == 1 || static_cast<std::size_t>(layers) == writtenCellsPerColumn(plan.inversionStyle, 2);
     return plan;
 }
 

@@ -16,18 +16,20 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
+#include "survey/inversion_style.h"
 #include "survey/mesh_geometry.h"
 
 namespace voxlith {
 
 struct LayerOptions {
-    std::int32_t layers = 0;  // 0: as many as the style needs
-    std::int32_t style = -1;  // -1: the one that readers derive from the counts
+    std::int32_t layers = 0;              // 0: as many as the style needs
+    std::optional<InversionStyle> style;  // none: the one that readers derive from the counts
 };
 
 struct LayerPlan {
-    std::int32_t inversionStyle = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
     bool sumBelow = false;
     bool shownWhole = true;  // a written model shows all values that are inverted for
 };

@@ -38,7 +38,7 @@ MtxHeader headerOf(const MtxContent& content) {
     MtxHeader header;
     header.form = content.form;
     header.version = content.version;
-    header.dataType = DataType{content.survey.code};
+    header.dataType = content.survey.type;
     header.nData = static_cast<std::int32_t>(content.survey.stations.size());
     header.field = fieldOf(content.survey);
     header.cells = {mesh.ny, mesh.nx, mesh.nz};
@@ -47,7 +47,7 @@ MtxHeader headerOf(const MtxContent& content) {
     header.coefHigh = content.filter.coefHigh;
     header.weightParamA = static_cast<float>(content.depthWeight.z0);
     header.weightParamB = static_cast<float>(content.depthWeight.beta);
-    header.inversionStyle = InversionStyle{content.inversionStyle};
+    header.inversionStyle = content.inversionStyle;
     return header;
 }
 

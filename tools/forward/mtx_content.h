@@ -15,7 +15,7 @@ namespace voxlith {
 struct MtxContent {
     MtxForm form = MtxForm::tagged;
     std::int32_t version = 2;  // of the tagged form
-    std::int32_t inversionStyle = 0;
+    InversionStyle inversionStyle = InversionStyle::standard;
     Survey survey;  // its mesh with padded counts and nzl
     WaveletFilter filter;
     DepthWeight depthWeight;

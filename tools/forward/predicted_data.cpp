@@ -31,7 +31,7 @@ double normalDeviate(std::mt19937_64& generator) {
 void copyStations(const Survey& survey, ObsSet& obs) {
     obs.nData = static_cast<std::int32_t>(survey.stations.size());
     obs.nDataTypes = 1;
-    obs.dataType[0] = DataType{survey.code};
+    obs.dataType[0] = survey.type;
     for (const Station& station : survey.stations) {
         obs.ObsX.push_back(station.point.x);
         obs.ObsY.push_back(station.point.y);

@@ -52,9 +52,9 @@ std::vector<double> requiredNumbers(StationLines& source, std::size_t count, con
 }
 
 // Four or more numbers in a file of gravity data are the count line of a file with several components.
-bool isFieldLine(const std::string& line, std::int32_t code) {
+bool isFieldLine(const std::string& line, DataType type) {
     const std::size_t count = leadingNumbers(line, 4).size();
-    return hasMagneticLayout(DataType{code}) ? count >= 3 : count == 3;
+    return hasMagneticLayout(type) ? count >= 3 : count == 3;
 }
 
 // Direction line: three numbers, or a text, which leaves the direction open and idir at 1.
@@ -98,21 +98,21 @@ void readStation(StationLines& source, bool downhole, StationFile& file) {
 
 }  // namespace
 
-StationFile readStationFile(const std::string& fileName, std::int32_t code) {
+StationFile readStationFile(const std::string& fileName, DataType type) {
     StationLines source;
     if (!openTextInput(source.input, fileName)) {
         throw RunError(fileName + ": the station file cannot be opened");
     }
     StationFile file;
     nextLine(source, "a header");
-    if (isFieldLine(source.line, code)) {
+    if (isFieldLine(source.line, type)) {
         const std::vector<double> numbers = requiredNumbers(source, 3, "incl, decl, geomag");
         file.field = InducingField{{numbers[0], numbers[1]}, numbers[2]};
         readDirectionLine(source, file);
         nextLine(source, "the number of stations");
     }
     const std::int32_t count = readCount(source);
-    const bool downhole = file.field.has_value() && file.idir < 1 && DataType{code} == DataType::totalMagnetic;
+    const bool downhole = file.field.has_value() && file.idir < 1 && type == DataType::totalMagnetic;
     for (std::int32_t n = 0; n < count; ++n) {
         readStation(source, downhole, file);
     }

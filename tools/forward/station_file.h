@@ -26,10 +26,11 @@ struct StationFile {
     std::optional<InducingField> field;      // where the file has the magnetic layout
     std::optional<FieldDirection> measured;  // where it gives one
     std::int32_t idir = 1;
-    std::vector<FieldDirection> measuredHere;  // by station, in the downhole form (idir below 1 and code 1); else empty
+    std::vector<FieldDirection>
+        measuredHere;  // by station, in the downhole form (idir below 1 and total field data); else empty
 };
 
-// `code` is that of the data wanted. Throws RunError (file, line, what was expected and found).
-StationFile readStationFile(const std::string& fileName, std::int32_t code);
+// `type`: of the data that are to be computed. Throws RunError (file, line, what was expected and found).
+StationFile readStationFile(const std::string& fileName, DataType type);
 
 }  // namespace voxlith

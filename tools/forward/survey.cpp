@@ -73,7 +73,7 @@ void checkAgainstMesh(const std::string& stationFile, Survey& survey) {
 
 ResponseWeights weightsOfStation(const Survey& survey, std::size_t station) {
     const FieldDirection& measured = survey.measuredHere.empty() ? survey.measured : survey.measuredHere[station];
-    return responseWeights(survey.code, survey.field, measured);
+    return responseWeights(survey.type, survey.field, measured);
 }
 
 void checkStations(const std::string& stationFile, Survey& survey) {

@@ -14,7 +14,7 @@
 namespace voxlith {
 
 struct Survey {
-    std::int32_t code = 0;  // data type
+    DataType type = DataType::gz;
     MeshGeometry mesh;
     std::vector<Station> stations;
     InducingField field;

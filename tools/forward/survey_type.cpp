@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/messages.h"
-#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -19,23 +18,23 @@ constexpr double unitDensity = 1000.0;           // kg/m3 in 1 g/cm3
 constexpr double milligal = gravityConstant * unitDensity * 1.0e5;
 constexpr double eotvos = gravityConstant * unitDensity * 1.0e9;
 
-constexpr std::array<std::pair<std::int32_t, std::string_view>, 12> surveyTypes{{{0, "gz"},
-                                                                                 {1, "tmi"},
-                                                                                 {2, "gzz"},
-                                                                                 {10, "gxx"},
-                                                                                 {11, "gyy"},
-                                                                                 {12, "gzz"},
-                                                                                 {13, "gxy"},
-                                                                                 {14, "gxz"},
-                                                                                 {15, "gyz"},
-                                                                                 {20, "tx"},
-                                                                                 {21, "ty"},
-                                                                                 {22, "tz"}}};
+constexpr std::array<std::pair<DataType, std::string_view>, 12> surveyTypes{{{DataType::gz, "gz"},
+                                                                             {DataType::totalMagnetic, "tmi"},
+                                                                             {DataType::gzz, "gzz"},
+                                                                             {DataType::gxx, "gxx"},
+                                                                             {DataType::gyy, "gyy"},
+                                                                             {DataType::tensorGzz, "gzz"},
+                                                                             {DataType::gxy, "gxy"},
+                                                                             {DataType::gxz, "gxz"},
+                                                                             {DataType::gyz, "gyz"},
+                                                                             {DataType::tx, "tx"},
+                                                                             {DataType::ty, "ty"},
+                                                                             {DataType::tz, "tz"}}};
 
 [[noreturn]] void refuseType(const std::string& text) {
     std::string known;
-    for (const auto& [code, name] : surveyTypes) {
-        known += (known.empty() ? "" : ", ") + std::to_string(code) + " " + std::string(name);
+    for (const auto& [type, name] : surveyTypes) {
+        known += (known.empty() ? "" : ", ") + std::to_string(codeOf(type)) + " " + std::string(name);
     }
     throw RunError("--type " + text + ": unknown; known are " + known);
 }
@@ -68,13 +67,13 @@ ResponseWeights magneticWeights(double strength, const std::array<double, 3>& f,
 
 }  // namespace
 
-std::int32_t surveyTypeCode(const std::string& text) {
+DataType parseDataType(const std::string& text) {
     std::string wanted = text;
     std::transform(wanted.begin(), wanted.end(), wanted.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     // Two codes are named gzz: the name means the later one, among the other gradients.
     const auto found = std::find_if(surveyTypes.rbegin(), surveyTypes.rend(), [&](const auto& type) {
-        return wanted == type.second || wanted == std::to_string(type.first);
+        return wanted == type.second || wanted == std::to_string(codeOf(type.first));
     });
     if (found == surveyTypes.rend()) {
         refuseType(text);
@@ -82,25 +81,21 @@ std::int32_t surveyTypeCode(const std::string& text) {
     return found->first;
 }
 
-bool isMagneticSurvey(std::int32_t code) {
-    return isMagnetic(DataType{code});
-}
-
-std::string_view surveyUnit(std::int32_t code) {
-    if (isMagneticSurvey(code)) {
+std::string_view unitOf(DataType type) {
+    if (isMagnetic(type)) {
         return "nT";
     }
-    return DataType{code} == DataType::gz ? "mGal" : "Eotvos";
+    return type == DataType::gz ? "mGal" : "Eotvos";
 }
 
 bool isStrengthOfTheEarth(double strength) {
     return strength >= 15000.0 && strength <= 80000.0;
 }
 
-ResponseWeights responseWeights(std::int32_t code, const InducingField& field, const FieldDirection& measured) {
+ResponseWeights responseWeights(DataType type, const InducingField& field, const FieldDirection& measured) {
     const std::array<double, 3> f = unitVector(field.direction);
     ResponseWeights weights;
-    switch (DataType{code}) {
+    switch (type) {
         case DataType::gz:
             weights.z = milligal;
             break;
@@ -132,7 +127,7 @@ ResponseWeights responseWeights(std::int32_t code, const InducingField& field, c
         case DataType::tz:
             return magneticWeights(field.strength, f, {0.0, 0.0, 1.0});
         default:
-            refuseType(std::to_string(code));
+            refuseType(std::to_string(codeOf(type)));
     }
     return weights;
 }

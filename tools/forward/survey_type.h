@@ -11,11 +11,11 @@
 // from north.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "forward/prism.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -32,13 +32,12 @@ struct InducingField {
 // when it is another number of the field line.
 bool isStrengthOfTheEarth(double strength);
 
-// The code of a name (any case) or number. Throws RunError with the list of all known ones.
-std::int32_t surveyTypeCode(const std::string& text);
+// The data type of a name (any case) or code. Throws RunError with the list of all known ones.
+DataType parseDataType(const std::string& text);
 
-bool isMagneticSurvey(std::int32_t code);
-std::string_view surveyUnit(std::int32_t code);
+std::string_view unitOf(DataType type);
 
-// Weights for one datum of a known code. Field and measured direction are used for magnetic codes only.
-ResponseWeights responseWeights(std::int32_t code, const InducingField& field, const FieldDirection& measured);
+// Weights for one datum of a known data type. Field and measured direction are used for magnetic types only.
+ResponseWeights responseWeights(DataType type, const InducingField& field, const FieldDirection& measured);
 
 }  // namespace voxlith

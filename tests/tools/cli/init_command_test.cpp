@@ -57,7 +57,7 @@ protected:
         }
         SurveyOptions survey;
         survey.meshFile = options.meshFile;
-        survey.code = surveyTypeCode(type);
+        survey.type = parseDataType(type);
         if (type != "gz") {
             survey.field = InducingField{{65, 10}, 50000};
         }

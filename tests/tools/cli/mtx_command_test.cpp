@@ -27,7 +27,7 @@ protected:
     MtxCommand() {
         options.survey.meshFile = folder.write("m.msh", meshText);
         options.survey.stationFile = folder.write("s.obs", stations(""));
-        options.survey.code = surveyTypeCode("gz");
+        options.survey.type = parseDataType("gz");
         options.outFile = folder.file("g.mtx");
     }
 
@@ -117,14 +117,14 @@ TEST_F(MtxCommand, everyTypeAndFilter) {
     options.survey.direction = FieldDirection{-50, 10};
     for (const char* type : {"gz", "gxx", "gyy", "gzz", "2", "gxy", "gxz", "gyz", "tmi", "tx", "ty", "tz"}) {
         for (const int taps : {4, 6, 8}) {
-            options.survey.code = surveyTypeCode(type);
+            options.survey.type = parseDataType(type);
             options.taps = taps;
             options.tolerance = 1e-3;
             const MtxReport report = writeMtxFile(options);
             EXPECT_LE(report.statistics.largestLoss, 1e-3);
             EXPECT_LE(report.statistics.meanLoss, report.statistics.largestLoss);
             SensitivityFile file(options.outFile);
-            EXPECT_EQ(file.sensitivity.header.dataType[0], DataType{surveyTypeCode(type)});
+            EXPECT_EQ(file.sensitivity.header.dataType[0], parseDataType(type));
             EXPECT_EQ(file.sensitivity.filter.coefLow.size(), static_cast<std::size_t>(taps));
             expectPrediction(file, randomModel(462, 8), 1e-3);
         }
@@ -132,7 +132,7 @@ TEST_F(MtxCommand, everyTypeAndFilter) {
 }
 
 TEST_F(MtxCommand, headerOfTheTaggedForm) {
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.stationFile = folder.write("s.mag", stations("-60 15 48000\n-50 10 1\n"));
     options.depthWeight = DepthWeight{12.5, 2.5};
     const MtxReport report = writeMtxFile(options);
@@ -183,7 +183,7 @@ TEST_F(MtxCommand, theDiagonalIsThatOfTheStoredRows) {
 
 TEST_F(MtxCommand, layerResponsesAddUpToTheWholeMesh) {
     for (const std::int32_t style : {0, 1, 2, 3, 4}) {
-        options.layers.style = style;
+        options.layers.style = InversionStyle{style};
         writeMtxFile(options);
         const SensitivityFile file(options.outFile);
         EXPECT_EQ(file.sensitivity.header.inversionStyle, InversionStyle{style});
@@ -206,7 +206,7 @@ TEST_F(MtxCommand, layerResponsesAddUpToTheWholeMesh) {
 TEST_F(MtxCommand, surfaceStylesFitTheModelThatIsWritten) {
     const std::vector<double> surface = randomModel(66, 21), below = randomModel(66, 22);
     for (const std::int32_t style : {1, 2, 3}) {
-        options.layers.style = style;
+        options.layers.style = InversionStyle{style};
         options.tolerance = 0;
         writeMtxFile(options);
         SensitivityFile file(options.outFile);
@@ -239,7 +239,7 @@ TEST_F(MtxCommand, theFileDoesNotDependOnTheNumberOfThreads) {
 }
 
 TEST_F(MtxCommand, rowsOfZerosKeepACoefficient) {
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.field = InducingField{{0, 0}, 1e-300};
     writeMtxFile(options);
     const SensitivityFile file(options.outFile);
@@ -250,7 +250,7 @@ TEST_F(MtxCommand, rowsOfZerosKeepACoefficient) {
 }
 
 TEST_F(MtxCommand, downholeStationsAreMeasuredAlongTheirOwnDirections) {
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.stationFile =
         folder.write("d.mag", "60 5 50000\n60 5 0\n2\n1003 2001 55 90 0 0 1\n1003 2001 55 0 90 0 1\n");
     options.tolerance = 0;
@@ -260,15 +260,15 @@ TEST_F(MtxCommand, downholeStationsAreMeasuredAlongTheirOwnDirections) {
     const std::vector<double> model = randomModel(462, 2);
     const std::vector<double> product = file.product(file.weighted(model));
     options.survey.field = InducingField{{60, 5}, 50000};
-    options.survey.code = surveyTypeCode("tz");
+    options.survey.type = parseDataType("tz");
     EXPECT_NEAR(product[0], byPrisms(model)[0], 1e-3 * std::abs(product[0]));
-    options.survey.code = surveyTypeCode("tx");
+    options.survey.type = parseDataType("tx");
     EXPECT_NEAR(product[1], byPrisms(model)[1], 1e-3 * std::abs(product[1]));
 }
 
 TEST_F(MtxCommand, aFailureLeavesTheEarlierFileAndNoOther) {
     folder.write("g.mtx", "before");
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.field = InducingField{{60, 5}, 1e300};
     EXPECT_THROW(writeMtxFile(options), RunError);
     EXPECT_EQ(folder.read("g.mtx"), "before");
@@ -297,7 +297,7 @@ TEST_F(MtxCommand, stationsOutsideTheMeshAreWarnedOf) {
 }
 
 TEST_F(MtxCommand, aFieldOfAnotherUnitIsWarnedOf) {
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.field = InducingField{{60, 3}, 52000};
     EXPECT_TRUE(readSurvey(options.survey).warnings.empty());
     options.survey.field = InducingField{{60, 3}, 52};
@@ -306,7 +306,7 @@ TEST_F(MtxCommand, aFieldOfAnotherUnitIsWarnedOf) {
 }
 
 TEST_F(MtxCommand, magneticTypesNeedAField) {
-    options.survey.code = surveyTypeCode("tz");
+    options.survey.type = parseDataType("tz");
     try {
         writeMtxFile(options);
         ADD_FAILURE();

@@ -27,7 +27,7 @@ protected:
             text += std::to_string(n) + ".25 3 5\n";
         }
         options.survey.stationFile = folder.write("s.obs", text);
-        options.survey.code = surveyTypeCode("gz");
+        options.survey.type = parseDataType("gz");
         options.model = "0.3";
         options.outFile = folder.file("d.obs");
     }
@@ -59,7 +59,7 @@ TEST_F(PredictCommand, aNumberFillsAllCells) {
     double largest = 0;
     for (std::size_t n = 0; n < data.size(); ++n) {
         const double expected =
-            0.3 * prismResponse(whole, {static_cast<double>(n) + 0.25, 3, -5}, responseWeights(0, {}, {}));
+            0.3 * prismResponse(whole, {static_cast<double>(n) + 0.25, 3, -5}, responseWeights(DataType::gz, {}, {}));
         EXPECT_NEAR(data[n].datum, expected, 1e-5 * expected) << "station " << n;
         EXPECT_EQ(data[n].z, 5.0);
         largest = std::max(largest, data[n].datum);
@@ -73,7 +73,7 @@ TEST_F(PredictCommand, modelFilesAreInCellOrder) {
     options.model = folder.write("m.den", "0 0\n1.0 0\n");
     writePrediction(options);
     const Prism upperEast{10, 20, 0, 20, 0, 10};
-    const double expected = prismResponse(upperEast, {12.25, 3, -5}, responseWeights(0, {}, {}));
+    const double expected = prismResponse(upperEast, {12.25, 3, -5}, responseWeights(DataType::gz, {}, {}));
     EXPECT_NEAR(records()[12].datum, expected, 1e-5 * expected);
 }
 
@@ -81,7 +81,7 @@ TEST_F(PredictCommand, noDataCellsCountAsZero) {
     options.model = folder.write("m.den", "-1e32 -1e32 1.0 -0.1E+33\n");
     writePrediction(options);
     const Prism upperEast{10, 20, 0, 20, 0, 10};
-    const double expected = prismResponse(upperEast, {12.25, 3, -5}, responseWeights(0, {}, {}));
+    const double expected = prismResponse(upperEast, {12.25, 3, -5}, responseWeights(DataType::gz, {}, {}));
     EXPECT_NEAR(records()[12].datum, expected, 1e-5 * expected);
 }
 
@@ -138,7 +138,7 @@ TEST_F(PredictCommand, everyDatumHasAStandardDeviation) {
 }
 
 TEST_F(PredictCommand, magneticFilesHaveTheirHeader) {
-    options.survey.code = surveyTypeCode("tmi");
+    options.survey.type = parseDataType("tmi");
     options.survey.field = InducingField{{60, -5}, 48000};
     writePrediction(options);
     const std::string text = folder.read("d.obs");

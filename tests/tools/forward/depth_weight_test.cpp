@@ -43,13 +43,13 @@ TEST(DepthWeight, theDefaultDependsOnTheHeightOfTheStationsAndTheDataType) {
     std::vector<Station> stations(2);
     stations[0].point.depth = -110;
     stations[1].point.depth = -130;  // 10 and 30 above the top
-    EXPECT_DOUBLE_EQ(defaultDepthWeight(0, twoColumns(), stations).z0, 25.0);
-    EXPECT_DOUBLE_EQ(defaultDepthWeight(0, twoColumns(), stations).beta, 2.0);
+    EXPECT_DOUBLE_EQ(defaultDepthWeight(DataType::gz, twoColumns(), stations).z0, 25.0);
+    EXPECT_DOUBLE_EQ(defaultDepthWeight(DataType::gz, twoColumns(), stations).beta, 2.0);
     for (const int code : {1, 2, 10, 15, 22}) {
-        EXPECT_DOUBLE_EQ(defaultDepthWeight(code, twoColumns(), stations).beta, 3.0) << code;
+        EXPECT_DOUBLE_EQ(defaultDepthWeight(DataType{code}, twoColumns(), stations).beta, 3.0) << code;
     }
     stations[0].point.depth = stations[1].point.depth = -50;  // inside the mesh
-    EXPECT_DOUBLE_EQ(defaultDepthWeight(0, twoColumns(), stations).z0, 5.0);
+    EXPECT_DOUBLE_EQ(defaultDepthWeight(DataType::gz, twoColumns(), stations).z0, 5.0);
 }
 
 TEST(DepthWeight, weightsTooSmallForTheFileAreRefused) {

@@ -42,7 +42,7 @@ protected:
             stations += numberText(x) + " " + numberText(y) + " " + numberText(hill(x, y) + 20) + " 0 1\n";
         }
         options.survey.stationFile = folder.write("s.obs", stations);
-        options.survey.code = surveyTypeCode("gz");
+        options.survey.type = parseDataType("gz");
         options.outFile = folder.file("g.mtx");
     }
 
@@ -96,7 +96,7 @@ TEST_F(Hill, theProductIsTheSumOverTheActiveCells) {
     options.survey.field = InducingField{{60, 5}, 50000};
     for (const char* type : {"gz", "gzz", "tmi"}) {
         for (const MtxForm form : {MtxForm::tagged, MtxForm::bare, MtxForm::record}) {
-            options.survey.code = surveyTypeCode(type);
+            options.survey.type = parseDataType(type);
             options.form = form;
             options.tolerance = 0;
             writeMtxFile(options);
@@ -172,7 +172,7 @@ TEST_F(Hill, theBoundsFixInactiveCellsAndNoOthers) {
                                                            {"gzz", byType, "g_bounds.txt", -99.0, 99.0},
                                                            {"tmi", byType, "g_bounds.txt", 0.0, 99.0},
                                                            {"gz", BoundsPair{-0.5, 0.75}, "own.txt", -0.5, 0.75}}) {
-        options.survey.code = surveyTypeCode(type);
+        options.survey.type = parseDataType(type);
         options.survey.field = InducingField{{60, 5}, 50000};
         options.activeBounds = active;
         options.boundsFile = active ? folder.file(name) : "";
@@ -217,7 +217,7 @@ TEST_F(Hill, failuresNameTheirCause) {
                     ": expected a surface within the mesh, elevations -15 to 100, found one below the centres of all "
                     "cells");
     for (const int style : {1, 2, 3}) {
-        expectError([&] { options.layers.style = style; },
+        expectError([&] { options.layers.style = InversionStyle{style}; },
                     "--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
                         ", whose layers begin at the top of the mesh");
     }

@@ -19,6 +19,17 @@ MeshGeometry meshOf(std::int32_t nx, std::int32_t ny, std::int32_t nz) {
     return mesh;
 }
 
+constexpr InversionStyle standard = InversionStyle::standard;
+constexpr InversionStyle equivalentSource = InversionStyle::equivalentSource;
+constexpr InversionStyle apparentDensity = InversionStyle::apparentDensity;
+constexpr InversionStyle surfaceAndApparent = InversionStyle::surfaceAndApparentDensity;
+constexpr InversionStyle edgePadding = InversionStyle::edgePadding;
+
+std::string textOf(const LayerOptions& options) {
+    return "layers " + std::to_string(options.layers) + " style " +
+           (options.style ? std::to_string(codeOf(*options.style)) : "none");
+}
+
 TEST(LayerPlan, aFullFileIsPaddedToPowersOfTwo) {
     MeshGeometry mesh = meshOf(5, 8, 33);
     const LayerPlan plan = planLayers({}, true, mesh);
@@ -26,7 +37,7 @@ TEST(LayerPlan, aFullFileIsPaddedToPowersOfTwo) {
     EXPECT_EQ(mesh.npy, 8);
     EXPECT_EQ(mesh.npz, 64);
     EXPECT_EQ(mesh.nzl, 33);
-    EXPECT_EQ(plan.inversionStyle, 0);
+    EXPECT_EQ(plan.inversionStyle, standard);
     EXPECT_FALSE(plan.sumBelow);
     mesh = meshOf(1, 2, 3);
     planLayers({}, true, mesh);
@@ -37,29 +48,29 @@ TEST(LayerPlan, aFullFileIsPaddedToPowersOfTwo) {
 
 struct StyleCase {
     LayerOptions options;
-    std::int32_t style, npz;
+    InversionStyle style;
+    std::int32_t npz;
     bool sumBelow, shownWhole;
 };
 
 TEST(LayerPlan, surfaceStyles) {
     for (const StyleCase& expected : {
-             StyleCase{{1, -1}, 1, 1, false, true},  // layers, style
-             StyleCase{{0, 1}, 1, 1, false, true},
-             StyleCase{{0, 2}, 2, 1, true, true},
-             StyleCase{{1, 2}, 2, 1, true, true},
-             StyleCase{{0, 3}, 3, 2, true, true},
-             StyleCase{{2, -1}, 3, 2, true, true},
-             StyleCase{{3, -1}, 3, 3, true, false},
-             StyleCase{{8, 3}, 3, 8, true, false},
-             StyleCase{{1, 3}, 3, 1, true, false},
-             StyleCase{{2, 1}, 1, 2, false, true},
-             StyleCase{{0, 4}, 4, 16, false, true},
-             StyleCase{{10, 4}, 4, 16, false, true},
+             StyleCase{{1, {}}, equivalentSource, 1, false, true},  // layers, style
+             StyleCase{{0, equivalentSource}, equivalentSource, 1, false, true},
+             StyleCase{{0, apparentDensity}, apparentDensity, 1, true, true},
+             StyleCase{{1, apparentDensity}, apparentDensity, 1, true, true},
+             StyleCase{{0, surfaceAndApparent}, surfaceAndApparent, 2, true, true},
+             StyleCase{{2, {}}, surfaceAndApparent, 2, true, true},
+             StyleCase{{3, {}}, surfaceAndApparent, 3, true, false},
+             StyleCase{{8, surfaceAndApparent}, surfaceAndApparent, 8, true, false},
+             StyleCase{{1, surfaceAndApparent}, surfaceAndApparent, 1, true, false},
+             StyleCase{{2, equivalentSource}, equivalentSource, 2, false, true},
+             StyleCase{{0, edgePadding}, edgePadding, 16, false, true},
+             StyleCase{{10, edgePadding}, edgePadding, 16, false, true},
          }) {
         MeshGeometry mesh = meshOf(4, 4, 10);
         const LayerPlan plan = planLayers(expected.options, true, mesh);
-        const std::string name =
-            "layers " + std::to_string(expected.options.layers) + " style " + std::to_string(expected.options.style);
+        const std::string name = textOf(expected.options);
         EXPECT_EQ(plan.inversionStyle, expected.style) << name;
         EXPECT_EQ(mesh.npz, expected.npz) << name;
         EXPECT_EQ(mesh.nzl, std::min(expected.npz, 10)) << name;
@@ -70,29 +81,31 @@ TEST(LayerPlan, surfaceStyles) {
 
 TEST(LayerPlan, aMeshOfOneLayerHasNothingBelow) {
     MeshGeometry mesh = meshOf(4, 4, 1);
-    EXPECT_EQ(planLayers({1, -1}, true, mesh).inversionStyle, 0);
-    EXPECT_FALSE(planLayers({0, 2}, true, mesh).sumBelow);
-    EXPECT_EQ(planLayers({0, 3}, true, mesh).inversionStyle, 3);
+    EXPECT_EQ(planLayers({1, {}}, true, mesh).inversionStyle, standard);
+    EXPECT_FALSE(planLayers({0, apparentDensity}, true, mesh).sumBelow);
+    EXPECT_EQ(planLayers({0, surfaceAndApparent}, true, mesh).inversionStyle, surfaceAndApparent);
     EXPECT_EQ(mesh.npz, 1);
 }
 
 TEST(LayerPlan, refusals) {
-    for (const LayerOptions& options :
-         {LayerOptions{11, -1}, LayerOptions{5, -1}, LayerOptions{6, 3}, LayerOptions{1, 0}, LayerOptions{2, 4}}) {
+    for (const LayerOptions& options : {LayerOptions{11, {}}, LayerOptions{5, {}}, LayerOptions{6, surfaceAndApparent},
+                                        LayerOptions{1, standard}, LayerOptions{2, edgePadding}}) {
         MeshGeometry mesh = meshOf(4, 4, 10);
-        EXPECT_THROW(planLayers(options, true, mesh), RunError) << options.layers << " " << options.style;
+        EXPECT_THROW(planLayers(options, true, mesh), RunError) << textOf(options);
     }
 }
 
 TEST(LayerPlan, aFormWithoutAStyleAllowsOnlyWhatReadersDerive) {
     for (const LayerOptions& options :
-         {LayerOptions{1, -1}, LayerOptions{1, 1}, LayerOptions{0, 3}, LayerOptions{2, -1}, LayerOptions{0, 0}}) {
+         {LayerOptions{1, {}}, LayerOptions{1, equivalentSource}, LayerOptions{0, surfaceAndApparent},
+          LayerOptions{2, {}}, LayerOptions{0, standard}}) {
         MeshGeometry mesh = meshOf(4, 4, 10);
-        EXPECT_NO_THROW(planLayers(options, false, mesh)) << options.layers << " " << options.style;
+        EXPECT_NO_THROW(planLayers(options, false, mesh)) << textOf(options);
     }
-    for (const LayerOptions& options : {LayerOptions{0, 2}, LayerOptions{0, 4}, LayerOptions{2, 1}}) {
+    for (const LayerOptions& options :
+         {LayerOptions{0, apparentDensity}, LayerOptions{0, edgePadding}, LayerOptions{2, equivalentSource}}) {
         MeshGeometry mesh = meshOf(4, 4, 10);
-        EXPECT_THROW(planLayers(options, false, mesh), RunError) << options.layers << " " << options.style;
+        EXPECT_THROW(planLayers(options, false, mesh), RunError) << textOf(options);
     }
 }
 

@@ -17,8 +17,8 @@ using testing_support::TemporaryFolder;
 
 TEST(StationFile, gravityLayout) {
     const TemporaryFolder folder;
-    const StationFile file =
-        readStationFile(folder.write("s.obs", "  2   !! # of data\n1 2 3.5 9.0 0.1\n4,5,-6,*,*\nsurplus\n"), 0);
+    const StationFile file = readStationFile(
+        folder.write("s.obs", "  2   !! # of data\n1 2 3.5 9.0 0.1\n4,5,-6,*,*\nsurplus\n"), DataType::gz);
     ASSERT_EQ(file.stations.size(), 2U);
     EXPECT_EQ(file.stations[0].point.x, 1);
     EXPECT_EQ(file.stations[0].point.y, 2);
@@ -31,7 +31,8 @@ TEST(StationFile, gravityLayout) {
 
 TEST(StationFile, magneticLayout) {
     const TemporaryFolder folder;
-    const StationFile file = readStationFile(folder.write("s.mag", "60 -5 48000.5 !! field\n50 -4 1\n1\n1\t2\t3\n"), 1);
+    const StationFile file = readStationFile(folder.write("s.mag", "60 -5 48000.5 !! field\n50 -4 1\n1\n1\t2\t3\n"),
+                                             DataType::totalMagnetic);
     ASSERT_TRUE(file.field.has_value() && file.measured.has_value());
     EXPECT_EQ(file.field->direction.incl, 60);
     EXPECT_EQ(file.field->direction.decl, -5);
@@ -43,7 +44,8 @@ TEST(StationFile, magneticLayout) {
 
 TEST(StationFile, aDirectionLineOfTextLeavesTheDirectionOpen) {
     const TemporaryFolder folder;
-    const StationFile file = readStationFile(folder.write("s.mag", "60 -5 48000\n!! none\n1\n1 2 3\n"), 1);
+    const StationFile file =
+        readStationFile(folder.write("s.mag", "60 -5 48000\n!! none\n1\n1 2 3\n"), DataType::totalMagnetic);
     EXPECT_TRUE(file.field.has_value());
     EXPECT_FALSE(file.measured.has_value());
     EXPECT_EQ(file.idir, 1);
@@ -55,22 +57,22 @@ TEST(StationFile, theLayoutIsThatOfTheFileNotThatOfTheType) {
     const std::string magnetic = folder.write("s.mag", "60 -5 48000\n50 -4 1\n1\n1 2 3\n");
     const std::string components =
         folder.write("c.obs", "1 2 0 12 !! # of data, # components, data types\n1 2 3 4 5 6 7\n");
-    EXPECT_EQ(readStationFile(gravity, 1).stations.size(), 1U);
-    EXPECT_FALSE(readStationFile(gravity, 1).field.has_value());
-    EXPECT_EQ(readStationFile(magnetic, 0).stations.size(), 1U);
-    EXPECT_TRUE(readStationFile(magnetic, 0).field.has_value());
-    EXPECT_EQ(readStationFile(components, 0).stations.size(), 1U);
+    EXPECT_EQ(readStationFile(gravity, DataType::totalMagnetic).stations.size(), 1U);
+    EXPECT_FALSE(readStationFile(gravity, DataType::totalMagnetic).field.has_value());
+    EXPECT_EQ(readStationFile(magnetic, DataType::gz).stations.size(), 1U);
+    EXPECT_TRUE(readStationFile(magnetic, DataType::gz).field.has_value());
+    EXPECT_EQ(readStationFile(components, DataType::gz).stations.size(), 1U);
 }
 
 TEST(StationFile, downholeStationsHaveTheirOwnDirections) {
     const TemporaryFolder folder;
     const std::string name = folder.write("s.mag", "60 -5 48000\n50 -4 0\n2\n1 2 3 10 20 5 1\n4 5 6 30 40 5 1\n");
-    const StationFile file = readStationFile(name, 1);
+    const StationFile file = readStationFile(name, DataType::totalMagnetic);
     ASSERT_EQ(file.measuredHere.size(), 2U);
     EXPECT_EQ(file.measuredHere[1].incl, 30);
     EXPECT_EQ(file.measuredHere[1].decl, 40);
     EXPECT_EQ(file.idir, 0);
-    EXPECT_TRUE(readStationFile(name, 20).measuredHere.empty());
+    EXPECT_TRUE(readStationFile(name, DataType::tx).measuredHere.empty());
 }
 
 TEST(StationFile, errorsNameFileAndLine) {
@@ -91,19 +93,19 @@ TEST(StationFile, errorsNameFileAndLine) {
     for (const auto& [text, expected] : cases) {
         const std::string name = folder.write("bad.obs", text);
         try {
-            readStationFile(name, 1);
+            readStationFile(name, DataType::totalMagnetic);
             ADD_FAILURE() << text;
         } catch (const RunError& error) {
             EXPECT_EQ(error.what(), name + ", " + expected);
         }
     }
-    EXPECT_THROW(readStationFile(folder.file("absent.obs"), 0), RunError);
+    EXPECT_THROW(readStationFile(folder.file("absent.obs"), DataType::gz), RunError);
 }
 
 // A count beyond any file costs nothing: memory grows with the stations that are read.
 TEST(StationFile, anAbsurdCountEndsAtTheEndOfTheFile) {
     const TemporaryFolder folder;
-    EXPECT_THROW(readStationFile(folder.write("s.obs", "2147483647\n1 2 3\n"), 0), RunError);
+    EXPECT_THROW(readStationFile(folder.write("s.obs", "2147483647\n1 2 3\n"), DataType::gz), RunError);
 }
 
 }  // namespace

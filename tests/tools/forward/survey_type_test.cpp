@@ -31,18 +31,18 @@ TEST(SurveyType, strengthsOfTheEarthsField) {
 }
 
 TEST(SurveyType, namesAndCodes) {
-    EXPECT_EQ(surveyTypeCode("gz"), 0);
-    EXPECT_EQ(surveyTypeCode("TMI"), 1);
-    EXPECT_EQ(surveyTypeCode("gzz"), 12);
-    EXPECT_EQ(surveyTypeCode("2"), 2);
-    EXPECT_EQ(surveyTypeCode("Gxz"), 14);
-    EXPECT_EQ(surveyTypeCode("22"), 22);
+    EXPECT_EQ(codeOf(parseDataType("gz")), 0);
+    EXPECT_EQ(codeOf(parseDataType("TMI")), 1);
+    EXPECT_EQ(codeOf(parseDataType("gzz")), 12);
+    EXPECT_EQ(codeOf(parseDataType("2")), 2);
+    EXPECT_EQ(codeOf(parseDataType("Gxz")), 14);
+    EXPECT_EQ(codeOf(parseDataType("22")), 22);
 }
 
 TEST(SurveyType, unknownNamesAreRefusedWithAListOfTheKnownOnes) {
     for (const char* text : {"vka", "3", "", "-1", "gz ", "00"}) {
         try {
-            surveyTypeCode(text);
+            parseDataType(text);
             ADD_FAILURE() << '"' << text << '"';
         } catch (const RunError& error) {
             EXPECT_STREQ(error.what(), (std::string("--type ") + text +
@@ -56,7 +56,8 @@ TEST(SurveyType, unknownNamesAreRefusedWithAListOfTheKnownOnes) {
 TEST(SurveyType, attractionInMilligalForOneGramACubicCentimetre) {
     const double mass = 1000.0 * 1.0e6;  // kg in a cube of 100 m
     const double expected = G * mass / (2000.0 * 2000.0) * 1.0e5;
-    EXPECT_NEAR(prismResponse(cubeAt(0, 0, 2000, 100), {}, responseWeights(0, noField, {})), expected, 1e-3 * expected);
+    EXPECT_NEAR(prismResponse(cubeAt(0, 0, 2000, 100), {}, responseWeights(DataType{0}, noField, {})), expected,
+                1e-3 * expected);
 }
 
 TEST(SurveyType, gradientsInEotvos) {
@@ -64,21 +65,22 @@ TEST(SurveyType, gradientsInEotvos) {
     const double unit = G * mass / std::pow(2000.0, 3) * 1.0e9;
     const Prism below = cubeAt(0, 0, 2000, 100);
     for (const int code : {2, 12}) {
-        EXPECT_NEAR(prismResponse(below, {}, responseWeights(code, noField, {})), 2 * unit, 1e-2 * unit) << code;
+        EXPECT_NEAR(prismResponse(below, {}, responseWeights(DataType{code}, noField, {})), 2 * unit, 1e-2 * unit)
+            << code;
     }
-    EXPECT_NEAR(prismResponse(below, {}, responseWeights(10, noField, {})), -unit, 1e-2 * unit);
-    EXPECT_NEAR(prismResponse(below, {}, responseWeights(11, noField, {})), -unit, 1e-2 * unit);
+    EXPECT_NEAR(prismResponse(below, {}, responseWeights(DataType{10}, noField, {})), -unit, 1e-2 * unit);
+    EXPECT_NEAR(prismResponse(below, {}, responseWeights(DataType{11}, noField, {})), -unit, 1e-2 * unit);
 }
 
 // A body to the north-east and below: the attraction grows towards it on every axis.
 TEST(SurveyType, mixedGradientsArePositiveTowardsTheBody) {
     const Prism body = cubeAt(500, 600, 700, 100);
     for (const int code : {13, 14, 15}) {
-        EXPECT_GT(prismResponse(body, {}, responseWeights(code, noField, {})), 0) << code;
+        EXPECT_GT(prismResponse(body, {}, responseWeights(DataType{code}, noField, {})), 0) << code;
     }
-    EXPECT_LT(prismResponse(cubeAt(-500, 600, 700, 100), {}, responseWeights(13, noField, {})), 0);
-    EXPECT_LT(prismResponse(cubeAt(-500, 600, 700, 100), {}, responseWeights(14, noField, {})), 0);
-    EXPECT_LT(prismResponse(cubeAt(500, -600, 700, 100), {}, responseWeights(15, noField, {})), 0);
+    EXPECT_LT(prismResponse(cubeAt(-500, 600, 700, 100), {}, responseWeights(DataType{13}, noField, {})), 0);
+    EXPECT_LT(prismResponse(cubeAt(-500, 600, 700, 100), {}, responseWeights(DataType{14}, noField, {})), 0);
+    EXPECT_LT(prismResponse(cubeAt(500, -600, 700, 100), {}, responseWeights(DataType{15}, noField, {})), 0);
 }
 
 std::array<double, 3> unitVector(const FieldDirection& direction) {
@@ -108,7 +110,9 @@ TEST(SurveyType, magneticComponentsAreThoseOfADipole) {
             b[axis] = scale * (3 * dot(f, u) * u[axis] - f[axis]);
         }
         const Prism body = cubeAt(position[0], position[1], position[2], 10.0);
-        const auto response = [&](int code) { return prismResponse(body, {}, responseWeights(code, field, measured)); };
+        const auto response = [&](int code) {
+            return prismResponse(body, {}, responseWeights(DataType{code}, field, measured));
+        };
         const double tolerance = 1e-3 * scale;
         EXPECT_NEAR(response(20), b[0], tolerance) << "trial " << trial << ", seed 3";
         EXPECT_NEAR(response(21), b[1], tolerance) << "trial " << trial << ", seed 3";
@@ -118,7 +122,7 @@ TEST(SurveyType, magneticComponentsAreThoseOfADipole) {
 }
 
 TEST(SurveyType, aVerticalFieldNeedsOneDerivative) {
-    const ResponseWeights weights = responseWeights(1, {{90.0, 30.0}, 4.0 * std::numbers::pi}, {90.0, 0.0});
+    const ResponseWeights weights = responseWeights(DataType{1}, {{90.0, 30.0}, 4.0 * std::numbers::pi}, {90.0, 0.0});
     EXPECT_DOUBLE_EQ(weights.zz, 1.0);
     for (const double other : {weights.xx, weights.yy, weights.xy, weights.xz, weights.yz, weights.z}) {
         EXPECT_EQ(other, 0.0);
@@ -126,9 +130,9 @@ TEST(SurveyType, aVerticalFieldNeedsOneDerivative) {
 }
 
 TEST(SurveyType, units) {
-    EXPECT_EQ(surveyUnit(0), "mGal");
-    EXPECT_EQ(surveyUnit(2), "Eotvos");
-    EXPECT_EQ(surveyUnit(21), "nT");
+    EXPECT_EQ(unitOf(DataType{0}), "mGal");
+    EXPECT_EQ(unitOf(DataType{2}), "Eotvos");
+    EXPECT_EQ(unitOf(DataType{21}), "nT");
 }
 
 }  // namespace
