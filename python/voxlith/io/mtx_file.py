@@ -1,0 +1,498 @@
+"""Sensitivity files (MTX): header, rows and tail in the three layouts, read a row at a time.
+
+A file holds one row per datum: the sensitivities to the cells divided by the depth weights of the cells, padded with
+zeros, transformed to wavelet coefficients, and reduced to the largest of them. All numbers are little-endian.
+
+=========== ==================================================================================================
+layout      content
+=========== ==================================================================================================
+``tagged``  ``VX3D``, version, data type, field, stations, mesh, filter, nodes, depth weights, rows, diagonal
+            of G'G and, in version 2, inversion style and layer responses
+``bare``    the same without ``VX3D``, version, field and stations, and without what version 2 adds
+``record``  records framed by their length; no data type, field, stations and diagonal
+=========== ==================================================================================================
+"""
+
+from __future__ import annotations
+
+import os
+import struct
+from collections.abc import Iterator
+from dataclasses import dataclass, field
+from types import TracebackType
+from typing import Literal, NamedTuple
+
+import numpy as np
+import numpy.typing as npt
+
+from ..errors import FileError, PathLike
+from .mtx_input import BinaryInput, mirrored_filter
+from .output import open_input
+
+Reals = npt.NDArray[np.float64]
+Singles = npt.NDArray[np.float32]
+Integers = npt.NDArray[np.int32]
+Form = Literal["tagged", "bare", "record"]
+
+MAGIC = b"VX3D"
+MOST_RECORD_TAPS = 24
+LARGEST_INT32 = 2**31 - 1
+_BLOCK = 1 << 22
+
+
+@dataclass
+class MtxHeader:
+    """All that stands in front of the rows.
+
+    Attributes
+    ----------
+    form : {"tagged", "bare", "record"}
+    version : int
+        Of the tagged layout, 0 to 2; 0 in the others.
+    data_type : int
+        Code of the data. In the record layout it is what the name of the file tells.
+    n_data : int
+        Data, and rows.
+    ny, nx, nz : int
+        Cells.
+    npy, npx, npz : int
+        Padded cells.
+    low, high : ndarray of float32, shape (taps,)
+        Low-pass and high-pass filter.
+    y_nodes, x_nodes, z_nodes : ndarray, shape (cells of the axis + 1,)
+        Metres to the north, to the east and downwards (minus the elevation).
+    depth_weight : ndarray of float32, shape (nx ny nz,)
+        Depth weight of each cell in cell order.
+    weight_parameters : tuple of 2 float
+        z0 and beta of the depth weight.
+    inducing : tuple of 3 float
+        Strength (nT), inclination and declination (degrees) of the inducing field; tagged layout.
+    idir : int
+        Direction flag; tagged layout.
+    measured : tuple of 2 float
+        Inclination and declination of the measured component; tagged layout.
+    stations : ndarray, shape (n_data, 3), or None
+        x, y, elevation; tagged layout.
+    station_numbers : ndarray of float32, shape (n_data,), or None
+        A number per station that nothing uses; tagged layout.
+    topography : ndarray of int32, shape (nx, ny), or None
+        Inactive cells at the top of each column; record layout, and not used.
+    unused : tuple of float and int
+        The numbers behind the nodes and in front of the depth weights; record layout, and not used.
+    """
+
+    form: Form
+    data_type: int
+    n_data: int
+    ny: int
+    nx: int
+    nz: int
+    npy: int
+    npx: int
+    npz: int
+    low: Singles
+    high: Singles
+    y_nodes: Reals
+    x_nodes: Reals
+    z_nodes: Reals
+    depth_weight: Singles
+    weight_parameters: tuple[float, float] = (0.0, 0.0)
+    version: int = 0
+    inducing: tuple[float, float, float] = (0.0, 0.0, 0.0)
+    idir: int = 1
+    measured: tuple[float, float] = (0.0, 0.0)
+    stations: Reals | None = None
+    station_numbers: Singles | None = None
+    topography: Integers | None = None
+    unused: tuple[float, int] = (0.0, 0)
+    rows_begin: int = field(default=0, compare=False)
+
+    @property
+    def n_cells(self) -> int:
+        """Cells of the mesh."""
+        return self.nx * self.ny * self.nz
+
+    @property
+    def n_padded(self) -> int:
+        """Positions of the padded array."""
+        return self.npx * self.npy * self.npz
+
+    @property
+    def n_dense(self) -> int:
+        """Values of a row that is stored without indices."""
+        return self.npx * self.npy * max(self.npz, self.nz)
+
+    @property
+    def layers(self) -> int:
+        """Layers that the sensitivities cover, nzl."""
+        return min(self.npz, self.nz)
+
+    @property
+    def style_of_counts(self) -> int:
+        """Inversion style that follows from the counts when none is stored."""
+        return 0 if self.npz >= self.nz else 1 if self.npz == 1 else 3
+
+
+@dataclass
+class MtxTail:
+    """What stands behind the rows.
+
+    Attributes
+    ----------
+    diagonal : ndarray, shape (nx ny nz,)
+        Diagonal of G'G: sum of the squared sensitivities of each cell over its depth weight squared.
+    style : int or None
+        Inversion style, 0 to 4; tagged layout of version 2.
+    layer_response : ndarray, shape (n_data, nzl + 1), or None
+        Response of each covered layer, and of the whole mesh, for unit property; tagged layout of version 2.
+    """
+
+    diagonal: Reals
+    style: int | None = None
+    layer_response: Reals | None = None
+
+
+class MtxRow(NamedTuple):
+    """One row as it is stored.
+
+    Attributes
+    ----------
+    positions : ndarray of int32, shape (n,)
+        Positions in the padded array, counted from 1: ``z + npz (x-1) + npz npx (y-1)``.
+    values : ndarray of float32, shape (n,)
+        Wavelet coefficients.
+    dense : bool
+        Whether the row is stored without positions, with a value for each of ``header.n_dense`` of them.
+    """
+
+    positions: Integers
+    values: Singles
+    dense: bool = False
+
+
+class MtxFile:
+    """A sensitivity file that is open for reading.
+
+    Parameters
+    ----------
+    path : path
+    name : str, optional
+        Name as the control file has it, when it differs: in the record layout the name tells the data type.
+    strict : bool
+        Whether rows without coefficients and padded extents that are no power of two are an error.
+
+    Raises
+    ------
+    FileError
+        The file, the byte, what was expected and what was found.
+
+    Attributes
+    ----------
+    header : MtxHeader
+
+    Examples
+    --------
+    ::
+
+        with MtxFile("gz.mtx") as mtx:
+            for row in mtx.rows():
+                print(len(row.positions), abs(row.values).max())
+    """
+
+    def __init__(self, path: PathLike, *, name: str | None = None, strict: bool = True) -> None:
+        self.path = os.fspath(path)
+        self.strict = strict
+        self._input = BinaryInput(open_input(path), self.path)
+        self._ends: list[int] = []  # byte behind each row that has been passed
+        try:
+            self.header = self._read_header(name or self.path)
+        except BaseException:
+            self._input.close()
+            raise
+        self.header.rows_begin = self._input.position
+
+    def __enter__(self) -> MtxFile:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Close the file."""
+        self._input.close()
+
+    def rows(self, *, check: bool = True) -> Iterator[MtxRow]:
+        """All rows in order.
+
+        Parameters
+        ----------
+        check : bool
+            Whether indices outside the padded array are looked for.
+
+        Yields
+        ------
+        MtxRow
+            Views of read-only memory of a few megabytes, which lives as long as a row of it is kept.
+
+        Raises
+        ------
+        FileError
+            When the rows are damaged or cut.
+        """
+        begin = self.header.rows_begin
+        done = 0
+        ends: list[int] = []
+        while done < self.header.n_data:
+            block = self._input.bytes_at(begin, _BLOCK)
+            starts, counts, taken = self._cut_rows(block, begin, self.header.n_data - done)
+            if not starts:
+                block = self._input.bytes_at(begin, self._row_bytes(block, begin))
+                starts, counts, taken = self._cut_rows(block, begin, 1)
+            words = np.frombuffer(block, dtype="<i4", count=taken // 4)
+            if check:
+                self._check_indices(words, starts, counts, begin)
+            values = words.view("<f4")
+            for start, count in zip(starts, counts):
+                if count >= 0:
+                    ends.append(begin + 4 * (start + 2 * count + self._frame))
+                    yield MtxRow(words[start: start + count], values[start + count: start + 2 * count])
+                else:
+                    ends.append(begin + 4 * (start + self.header.n_dense))
+                    yield MtxRow(self._dense_index(), values[start: start + self.header.n_dense], True)
+            done += len(starts)
+            begin += taken
+        self._ends = ends
+
+    def row(self, number: int) -> MtxRow:
+        """One row by its number from 0; the counts of all rows are read once. Raises FileError and IndexError."""
+        n_data = self.header.n_data
+        if not -n_data <= number < n_data:
+            raise IndexError(f"row {number}: the file has {n_data} rows")
+        number %= n_data
+        ends = self._row_ends()
+        begin = ends[number - 1] if number else self.header.rows_begin
+        block = self._input.bytes_at(begin, ends[number] - begin)
+        starts, counts, taken = self._cut_rows(block, begin, 1)
+        words = np.frombuffer(block, dtype="<i4", count=taken // 4)
+        self._check_indices(words, starts, counts, begin)
+        start, count = starts[0], counts[0]
+        values = words.view("<f4")
+        if count < 0:
+            return MtxRow(self._dense_index(), values[start: start + self.header.n_dense], True)
+        return MtxRow(words[start: start + count], values[start + count: start + 2 * count])
+
+    def row_counts(self) -> Integers:
+        """Number of coefficients of each row, shape (n_data,). Only the counts are read."""
+        begins = np.array([self.header.rows_begin, *self._row_ends()])
+        lengths = (np.diff(begins) // 4 - 1 - 2 * self._frame) // 2
+        dense = np.diff(begins) // 4 - 1 == self.header.n_dense
+        for number in np.flatnonzero(dense):
+            count = self._input.int_at(int(begins[number]) + 4 * self._frame, "the count of a row")
+            lengths[number] = self.header.n_dense if count < 0 else count
+        return lengths.astype(np.int32)
+
+    def mapped_rows(self) -> list[MtxRow]:
+        """All rows as views of the file in memory: nothing is read before it is touched, and nothing is checked but
+        the counts.
+
+        A file that is cut while it is mapped ends the program; use it for files that nobody writes to.
+        """
+        words = np.memmap(self.path, dtype=np.uint8, mode="r")
+        found = []
+        begin = self.header.rows_begin
+        for count, end in zip(self.row_counts().tolist(), self._row_ends()):
+            first = begin + 4 * (1 + self._frame)
+            if end - first == 4 * self.header.n_dense and count == self.header.n_dense:
+                found.append(MtxRow(self._dense_index(), words[first: end].view("<f4"), True))
+            else:
+                middle = first + 4 * count
+                found.append(MtxRow(words[first: middle].view("<i4"), words[middle: middle + 4 * count].view("<f4")))
+            begin = end
+        return found
+
+    def tail(self) -> MtxTail | None:
+        """What stands behind the rows; None in the record layout, which has nothing there. Raises FileError."""
+        head, source = self.header, self._input
+        if head.form == "record":
+            return None
+        source.position = self._row_ends()[-1]
+        versioned = head.form == "tagged" and head.version > 1
+        layers = (head.layers + 1) * head.n_data
+        source.require(8 * head.n_cells + (4 + 8 * layers if versioned else 0), "the diagonal and what follows it")
+        diagonal = source.reals(head.n_cells, "the diagonal of G'G")
+        if not versioned:
+            return MtxTail(diagonal)
+        style = source.int32("the inversion style")
+        response = source.reals(layers, "the layer responses")
+        return MtxTail(diagonal, style, response.reshape(head.n_data, head.layers + 1))
+
+    @property
+    def _frame(self) -> int:
+        """Words of a length in front of and behind each row."""
+        return 1 if self.header.form == "record" else 0
+
+    def _dense_index(self) -> Integers:
+        return np.arange(1, self.header.n_dense + 1, dtype=np.int32)
+
+    def _row_ends(self) -> list[int]:
+        """Byte behind each row; the counts are read when no pass over the rows has told it yet."""
+        if not self._ends:
+            begin, ends = self.header.rows_begin, []
+            for _ in range(self.header.n_data):
+                begin += self._row_bytes(self._input.bytes_at(begin, 8), begin)
+                ends.append(begin)
+            self._ends = ends
+        return self._ends
+
+    def _row_bytes(self, start: bytes, begin: int) -> int:
+        """Length of the row that begins at byte `begin`, of which `start` is the beginning; it is all there."""
+        need = 4 * (1 + self._frame)
+        if len(start) < need:
+            raise FileError(self.path, f"expected the count of a row ({need} bytes), found only {len(start)} to the end "
+                            "of the file", byte=begin)
+        count: int = struct.unpack_from("<i", start, 4 * self._frame)[0]
+        framed: int = struct.unpack_from("<i", start)[0]
+        if self._frame and (count < 0 or framed != 4 + 8 * count):
+            raise FileError(self.path, f"expected the record of a row of 0 or more coefficients, found the length "
+                            f"{framed} and the count {count}", byte=begin)
+        if count == 0 and not self._frame and self.strict:
+            raise FileError(self.path, "expected a row of 1 coefficient or more, found 0", byte=begin)
+        length = need + 4 * self._frame + (4 * self.header.n_dense if count < 0 else 8 * count)
+        if begin + length > self._input.size:
+            raise FileError(self.path, f"expected the coefficients of a row ({length} bytes), found only "
+                            f"{self._input.size - begin} to the end of the file", byte=begin)
+        return length
+
+    def _cut_rows(self, block: bytes, begin: int, most: int) -> tuple[list[int], list[int], int]:
+        """Rows that a block holds whole.
+
+        Returns
+        -------
+        starts : list of int
+            Word at which the indices of each row begin (its values, where it has no indices).
+        counts : list of int
+            Count of each row as stored.
+        taken : int
+            Bytes of the rows.
+        """
+        words = memoryview(block)[: len(block) // 4 * 4].cast("i")
+        frame, size = self._frame, len(words)
+        dense = self.header.n_dense
+        starts: list[int] = []
+        counts: list[int] = []
+        at = 0
+        while len(starts) < most and at + 1 + 2 * frame <= size:
+            count = words[at + frame]
+            first = at + 1 + frame
+            end = first + (2 * count if count >= 0 else dense) + frame
+            if end > size:
+                break
+            if count <= 0 or frame:
+                self._row_bytes(block[4 * at: 4 * at + 8], begin + 4 * at)
+            if frame and words[end - 1] != words[at]:
+                raise FileError(self.path, f"expected the record of a row to end with its length {words[at]}, found "
+                                f"{words[end - 1]}", byte=begin + 4 * (end - 1))
+            starts.append(first)
+            counts.append(count)
+            at = end
+        return starts, counts, 4 * at
+
+    def _check_indices(self, words: Integers, starts: list[int], counts: list[int], begin: int) -> None:
+        """All indices within 1 to the padded cells: the extremes of all rows of a block at once."""
+        sparse = [(start, start + count) for start, count in zip(starts, counts) if count > 0]
+        if not sparse:
+            return
+        bounds = np.array(sparse, dtype=np.intp).ravel()
+        if bounds[-1] >= len(words):
+            bounds = bounds[:-1]
+        unsigned = words.view("<u4")
+        highest = np.maximum.reduceat(unsigned, bounds)[::2]
+        lowest = np.minimum.reduceat(unsigned, bounds)[::2]
+        bad = np.flatnonzero((highest > self.header.n_padded) | (lowest == 0))
+        if len(bad):
+            start, end = sparse[bad[0]]
+            inside = (unsigned[start:end] >= 1) & (unsigned[start:end] <= self.header.n_padded)
+            place = start + int(np.flatnonzero(~inside)[0])
+            raise FileError(self.path, f"expected a coefficient index within 1 to {self.header.n_padded}, found "
+                            f"{words[place]}", byte=begin + 4 * place)
+
+    def _read_header(self, name: str) -> MtxHeader:
+        if _is_record_form(self._input):
+            return self._record_header(name)
+        return self._stream_header()
+
+    def _stream_header(self) -> MtxHeader:
+        source = self._input
+        tagged = source.bytes_at(0, 4) == MAGIC
+        source.position = 4 if tagged else 0
+        version = source.int32("the version") if tagged else 0
+        data_type = source.int32("the data type")
+        n_data = source.count("the number of data")
+        source.require((32 if tagged else 4) * n_data, f"stations and rows of {n_data} data")
+        inducing, idir, measured = (0.0, 0.0, 0.0), 1, (0.0, 0.0)
+        stations = numbers = None
+        if tagged:
+            strength, incl, decl = source.singles(3, "the inducing field").tolist()
+            inducing, idir = (strength, incl, decl), source.int32("idir")
+            aincl, adecl = source.singles(2, "the measured direction").tolist()
+            measured = (aincl, adecl)
+            stations, numbers = source.stations(n_data)
+        ny, nx, nz, npy, npx, npz = source.mesh_counts(self.strict)
+        taps = source.count("the number of taps")
+        source.require(8 * taps, "the taps")
+        low, high = source.finite_singles(taps, "the low-pass taps"), source.finite_singles(taps, "the high-pass taps")
+        cells = nx * ny * nz
+        source.require(8 * (nx + ny + nz + 3) + 8 + 12 * cells + 4 * n_data, "nodes, weights, rows and tail of the mesh")
+        y, x, z = (source.finite_reals(count + 1, f"the {axis} nodes") for count, axis in zip((ny, nx, nz), "yxz"))
+        z0, beta = source.singles(2, "the weight parameters").tolist()
+        weights = source.singles(cells, "the depth weights")
+        self._require_row_place()
+        return MtxHeader("tagged" if tagged else "bare", data_type, n_data, ny, nx, nz, npy, npx, npz, low, high, y, x,
+                         z, weights, (z0, beta), version, inducing, idir, measured, stations, numbers)
+
+    def _record_header(self, name: str) -> MtxHeader:
+        source = self._input
+        with source.record(20, "the record of the counts"):
+            n_data, n_cells = source.count("the number of data"), source.int32("the number of cells")
+            ny, nx, nz = (source.count(axis) for axis in ("ny", "nx", "nz"))
+        source.require(12 * n_data, f"rows of {n_data} data")
+        with source.record(4 * (ny + nx + nz + 4), "the record of the nodes"):
+            y, x, z = (source.finite_singles(count + 1, f"the {axis} nodes").astype(np.float64)
+                       for count, axis in zip((ny, nx, nz), "yxz"))
+            behind_nodes = float(source.singles(1, "the number behind the nodes")[0])
+        with source.record(4 * nx * ny, "the record of the topography"):
+            topography = source.integers(nx * ny, "the topography").reshape(nx, ny)
+        with source.record(None, "the record of the taps") as length:
+            taps = source.count("the number of taps", MOST_RECORD_TAPS)
+            if length != 4 + 4 * taps:
+                raise source.error(f"the record of the taps of length {4 + 4 * taps}", str(length), -8)
+            low = source.finite_singles(taps, "the low-pass taps")
+        with source.record(12, "the record of the padded mesh"):
+            npy, npx, npz = source.padded_counts((ny, nx, nz), self.strict)
+        with source.record(4 + 4 * n_cells, "the record of the depth weights"):
+            before_weights = source.int32("the number before the depth weights")
+            weights = source.singles(n_cells, "the depth weights")
+        self._require_row_place()
+        data_type = 1 if "MAG" in name or "mag" in name else 0
+        return MtxHeader("record", data_type, n_data, ny, nx, nz, npy, npx, npz, low, mirrored_filter(low), y, x, z,
+                         weights, topography=topography, unused=(behind_nodes, before_weights))
+
+    def _require_row_place(self) -> None:
+        if self._input.position > LARGEST_INT32:
+            raise self._input.error(f"the rows to begin within the first {LARGEST_INT32} bytes", "their beginning here")
+
+
+def _is_record_form(source: BinaryInput) -> bool:
+    """Whether the first record tells counts that belong together."""
+    start = source.bytes_at(0, 28)
+    if len(start) < 28:
+        return False
+    length, n_data, cells, ny, nx, nz, again = struct.unpack("<7i", start)
+    return bool(length == again == 20 and min(n_data, ny, nx, nz) > 0 and cells == nx * ny * nz)
+
+
+def read_mtx_header(path: PathLike, *, name: str | None = None, strict: bool = True) -> MtxHeader:
+    """Header of a sensitivity file; see :class:`MtxFile`. Raises FileError."""
+    with MtxFile(path, name=name, strict=strict) as mtx:
+        return mtx.header
