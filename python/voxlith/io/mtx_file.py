@@ -26,7 +26,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ..errors import FileError, PathLike
-from .mtx_input import BinaryInput, mirrored_filter
+from ..wavelet import mirrored_filter
+from .mtx_input import BinaryInput
 from .output import open_input
 
 Reals = npt.NDArray[np.float64]

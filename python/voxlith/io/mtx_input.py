@@ -12,6 +12,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ..errors import FileError
+from ..wavelet import LONGEST_PLAIN_AXIS
 
 Reals = npt.NDArray[np.float64]
 Singles = npt.NDArray[np.float32]
@@ -19,18 +20,6 @@ Integers = npt.NDArray[np.int32]
 
 _LARGEST = 2**31 - 1
 _STATION = np.dtype([("place", "<f8", 3), ("number", "<f4")])
-LONGEST_PLAIN_AXIS = 4
-"""Axes up to this extent are not transformed and need no power of two."""
-
-
-def mirrored_filter(low: Singles) -> Singles:
-    """High-pass filter that goes with a low-pass one: backwards, with alternating sign, the last one negative.
-
-    >>> mirrored_filter(np.array([1, 2, 3, 4], dtype=np.float32))
-    array([ 4., -3.,  2., -1.], dtype=float32)
-    """
-    signs = np.where(np.arange(len(low)) % 2 == 0, -1, 1).astype(np.float32)
-    return np.ascontiguousarray((signs * low)[::-1])
 
 
 class BinaryInput:

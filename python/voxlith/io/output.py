@@ -68,22 +68,35 @@ def open_output(path: PathLike) -> Iterator[BinaryIO]:
     FileError
         When the file cannot be created or written.
     """
+    with output_name(path) as beside:
+        with open(beside, "wb", buffering=1 << 20) as output:
+            yield output
+
+
+@contextlib.contextmanager
+def output_name(path: PathLike) -> Iterator[str]:
+    """The same for libraries that write a file by its name.
+
+    Yields
+    ------
+    str
+        Name of a new and empty file beside `path`, with the same ending, to write to.
+    """
     name = os.fspath(path)
     _refuse_special(name)
-    beside = f"{name}.{secrets.token_hex(4)}.part"
+    beside = f"{name}.{secrets.token_hex(4)}.part{os.path.splitext(name)[1]}"
     try:
-        handle = os.open(beside, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o666)
+        os.close(os.open(beside, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o666))
     except (OSError, ValueError) as error:
         raise FileError(name, f"cannot be created: {_reason(error)}") from error
     complete = False
     try:
-        with os.fdopen(handle, "wb", buffering=1 << 20) as output:
-            yield output
-            output.flush()
-            os.fsync(output.fileno())
+        yield beside
+        _sync(beside, os.O_RDONLY)
         os.replace(beside, name)
         complete = True
-        _sync_folder(name)
+        with contextlib.suppress(OSError):  # the rename itself; not all file systems can do so
+            _sync(os.path.dirname(name) or ".", os.O_RDONLY | os.O_DIRECTORY)
     except OSError as error:
         raise FileError(name, f"cannot be written: {_reason(error)}") from error
     finally:
@@ -107,11 +120,10 @@ def _refuse_special(name: str) -> None:
         raise FileError(name, "cannot be created: expected the name of a regular file")
 
 
-def _sync_folder(name: str) -> None:
-    """Make the rename itself durable; file systems that cannot do so are left alone."""
-    with contextlib.suppress(OSError):
-        folder = os.open(os.path.dirname(name) or ".", os.O_RDONLY | os.O_DIRECTORY | os.O_CLOEXEC)
-        try:
-            os.fsync(folder)
-        finally:
-            os.close(folder)
+def _sync(name: str, flags: int) -> None:
+    """Hand a file or folder to the disk."""
+    handle = os.open(name, flags | os.O_CLOEXEC)
+    try:
+        os.fsync(handle)
+    finally:
+        os.close(handle)

@@ -1,0 +1,247 @@
+"""Sensitivity files as matrices: rows decompressed, products with models and data."""
+
+from __future__ import annotations
+
+from collections.abc import Iterator
+from types import TracebackType
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+
+from .codes import DUMMY_LIMIT
+from .errors import PathLike, UsageError
+from .io.mtx_file import MtxFile, MtxHeader, MtxRow, MtxTail
+from .mesh import Mesh
+from .packages import require
+from .wavelet import Filter, crop_cells, forward_transform, inverse_transform, pad_cells
+
+Reals = npt.NDArray[np.float64]
+
+
+class Sensitivity:
+    """A sensitivity file that is open for reading.
+
+    Data are the product of the matrix with a model: ``d = G m``, in the units of the file.
+
+    Parameters
+    ----------
+    path : path
+    name : str, optional
+        Name as the control file has it, when it differs; see :class:`~voxlith.io.mtx_file.MtxFile`.
+    strict : bool
+        See :class:`~voxlith.io.mtx_file.MtxFile`.
+
+    Raises
+    ------
+    FileError
+        The file, the byte, what was expected and what was found.
+
+    Attributes
+    ----------
+    header : MtxHeader
+    mesh : Mesh
+
+    Examples
+    --------
+    ::
+
+        with Sensitivity("gz.mtx") as sensitivity:
+            row = sensitivity.dense_row(0)           # mGal for 1 g/cm3 in each cell
+            data = sensitivity.forward(model.values)
+    """
+
+    def __init__(self, path: PathLike, *, name: str | None = None, strict: bool = True) -> None:
+        self._file = MtxFile(path, name=name, strict=strict)
+        self.header = self._file.header
+        try:
+            self.mesh = mesh_of(self.header)
+        except UsageError:
+            self._file.close()
+            raise
+        self._filter = Filter(self.header.low, self.header.high)
+
+    def __enter__(self) -> Sensitivity:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Close the file."""
+        self._file.close()
+
+    @property
+    def shape(self) -> tuple[int, int]:
+        """Data and cells."""
+        return self.header.n_data, self.header.n_cells
+
+    def rows(self) -> Iterator[MtxRow]:
+        """Rows as they are stored, see :meth:`MtxFile.rows <voxlith.io.mtx_file.MtxFile.rows>`."""
+        return self._file.rows()
+
+    def tail(self) -> MtxTail:
+        """Diagonal of G'G, style and layer responses; in the record layout the diagonal is computed from the rows."""
+        tail = self._file.tail()
+        if tail is not None:
+            return tail
+        diagonal = np.zeros(self.header.n_cells)
+        for row in self.rows():
+            cells = self._cells_of(row).ravel()
+            diagonal += cells * cells
+        return MtxTail(diagonal)
+
+    @property
+    def style(self) -> int:
+        """Inversion style, 0 to 4."""
+        head = self.header
+        if head.form == "tagged" and head.version > 1:
+            stored = self.tail().style
+            assert stored is not None
+            return stored
+        return head.style_of_counts
+
+    def decompress(self, row: MtxRow, *, weighted: bool = False) -> Reals:
+        """A stored row as sensitivities of the cells.
+
+        Parameters
+        ----------
+        row : MtxRow
+        weighted : bool
+            Whether to leave the row divided by the depth weights, as the inversion uses it.
+
+        Returns
+        -------
+        ndarray, shape (cells,)
+            In cell order; 0 in layers that the file does not cover.
+        """
+        cells = self._cells_of(row)
+        cells[:, :, self.header.layers:] = 0.0
+        flat = cells.ravel()
+        return flat if weighted else flat * self.header.depth_weight
+
+    def dense_row(self, number: int, *, weighted: bool = False) -> Reals:
+        """Sensitivities of one datum, counted from 0, to all cells; see :meth:`decompress`. Raises FileError."""
+        return self.decompress(self._file.row(number), weighted=weighted)
+
+    def dense_matrix(self, *, weighted: bool = False) -> Reals:
+        """All rows decompressed, shape (data, cells): 8 bytes per datum and cell. Raises FileError."""
+        matrix = np.empty(self.shape)
+        for number, row in enumerate(self.rows()):
+            matrix[number] = self.decompress(row, weighted=weighted)
+        return matrix
+
+    def coefficient_matrix(self) -> Any:
+        """Wavelet coefficients as a ``scipy.sparse.csr_matrix``, shape (data, padded cells), single precision.
+
+        Its product with :meth:`transform` of a model gives the data.
+        """
+        counts = self._file.row_counts().astype(np.int64)
+        limits = np.concatenate((np.zeros(1, dtype=np.int64), np.cumsum(np.minimum(counts, self.header.n_padded))))
+        columns = np.empty(limits[-1], dtype=np.int32)
+        values = np.empty(limits[-1], dtype=np.float32)
+        for row, first, end in zip(self.rows(), limits, limits[1:]):
+            columns[first:end] = row.positions[: end - first] - 1
+            values[first:end] = row.values[: end - first]
+        sparse = require("scipy.sparse", "sparse matrices")
+        matrix = sparse.csr_matrix((values, columns, limits), shape=(self.header.n_data, self.header.n_padded))
+        matrix.sort_indices()
+        return matrix
+
+    def sparse_matrix(self, drop: float = 0.0, *, weighted: bool = False) -> Any:
+        """Sensitivities of the cells as a ``scipy.sparse.csr_matrix``, shape (data, cells).
+
+        Parameters
+        ----------
+        drop : float
+            Entries of a row up to this part of its largest magnitude are left out. With 0 few are: a decompressed row
+            is dense.
+        weighted : bool
+            See :meth:`decompress`.
+        """
+        sparse = require("scipy.sparse", "sparse matrices")
+        rows = []
+        for stored in self.rows():
+            row = self.decompress(stored, weighted=weighted)
+            magnitude = np.abs(row)
+            row[magnitude <= drop * magnitude.max()] = 0.0
+            rows.append(sparse.csr_matrix(row))
+        return sparse.vstack(rows, format="csr")
+
+    def transform(self, model: npt.ArrayLike) -> Reals:
+        """Wavelet transform of a model times the depth weights, shape (padded cells,)."""
+        head = self.header
+        values = np.asarray(model, dtype=np.float64)
+        values = np.where(values > DUMMY_LIMIT, values, 0.0)
+        cells = (self.mesh.flat(values) * head.depth_weight).reshape(head.ny, head.nx, head.nz)
+        return forward_transform(pad_cells(cells, head.npy, head.npx, head.npz), self._filter).ravel()
+
+    def forward(self, model: npt.ArrayLike) -> Reals:
+        """Data of a model: G m.
+
+        Parameters
+        ----------
+        model : array_like, shape (cells,) or (nz, nx, ny)
+            No-data cells (NaN, or at or below -1.0e30) count as 0.
+
+        Returns
+        -------
+        ndarray, shape (data,)
+            In the data unit of the file.
+        """
+        transformed = self.transform(model)
+        return np.array([np.dot(row.values[: len(transformed)].astype(np.float64),
+                                transformed[row.positions[: len(transformed)] - 1]) for row in self.rows()])
+
+    def transposed(self, data: npt.ArrayLike) -> Reals:
+        """G' d, shape (cells,), of data of shape (data,)."""
+        head = self.header
+        numbers = np.asarray(data, dtype=np.float64)
+        if numbers.shape != (head.n_data,):
+            raise UsageError(f"data: expected the shape ({head.n_data},), found {numbers.shape}")
+        total = np.zeros(head.n_padded)
+        for row, number in zip(self.rows(), numbers.tolist()):
+            total[row.positions[: head.n_padded] - 1] += number * row.values[: head.n_padded].astype(np.float64)
+        padded = inverse_transform(total.reshape(head.npy, head.npx, head.npz), self._filter)
+        cells = crop_cells(padded, head.ny, head.nx, head.nz)
+        cells[:, :, head.layers:] = 0.0
+        return cells.ravel() * head.depth_weight
+
+    def linear_operator(self) -> Any:
+        """The matrix as a ``scipy.sparse.linalg.LinearOperator``, shape (data, cells).
+
+        Each product reads the whole file.
+        """
+        linalg = require("scipy.sparse.linalg", "linear operators")
+        return linalg.LinearOperator(self.shape, matvec=lambda m: self.forward(np.ravel(m)),
+                                     rmatvec=lambda d: self.transposed(np.ravel(d)), dtype=np.float64)
+
+    def _cells_of(self, row: MtxRow) -> Reals:
+        """A stored row in the mesh, shape (ny, nx, nz); below the covered layers the last one is repeated."""
+        head = self.header
+        return reconstruct(row, head, self._filter)
+
+
+def reconstruct(row: MtxRow, header: MtxHeader, bank: Filter) -> Reals:
+    """A stored row as a reader gets it back: inverse transform and crop.
+
+    Returns
+    -------
+    ndarray, shape (ny, nx, nz)
+        Divided by the depth weights; below the covered layers the last one is repeated.
+    """
+    padded = np.zeros(header.n_padded)
+    count = header.n_padded
+    padded[row.positions[:count] - 1] = row.values[:count]
+    array = inverse_transform(padded.reshape(header.npy, header.npx, header.npz), bank)
+    return crop_cells(array, header.ny, header.nx, header.nz)
+
+
+def mesh_of(header: MtxHeader) -> Mesh:
+    """Mesh of a sensitivity file. z nodes that fall are taken for elevations.
+
+    Raises UsageError when the nodes of an axis do not follow one another.
+    """
+    z = header.z_nodes
+    return Mesh(header.x_nodes, header.y_nodes, -z + 0.0 if z[-1] > z[0] else z)
