@@ -10,7 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from .codes import DUMMY_LIMIT
-from .errors import PathLike, UsageError
+from .errors import FileError, PathLike, UsageError
 from .io.mtx_file import MtxFile, MtxHeader, MtxRow, MtxTail
 from .mesh import Mesh
 from .packages import require
@@ -56,9 +56,9 @@ class Sensitivity:
         self.header = self._file.header
         try:
             self.mesh = mesh_of(self.header)
-        except UsageError:
+        except UsageError as error:
             self._file.close()
-            raise
+            raise FileError(path, str(error)) from error
         self._filter = Filter(self.header.low, self.header.high)
 
     def __enter__(self) -> Sensitivity:

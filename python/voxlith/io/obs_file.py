@@ -287,7 +287,10 @@ def _read_lines(form: _Form, lines: list[str], first: int, records: int | None, 
     """Records of the plain and the lined form, one per line. `form_line`: the line whose columns decide for all."""
     texts = _record_lines(form, lines, first, records)
     decisive = texts[0] if form.strict or form_line > len(lines) else lines[form_line - 1]
-    _choose_columns(form, tokens(decisive), form_line)
+    words = tokens(decisive)
+    if form.strict:
+        words = words[: next((n for n, word in enumerate(words) if word.startswith("!")), len(words))]
+    _choose_columns(form, words, form_line)
     rows = []
     for line, text in enumerate(texts, first):
         words = tokens(text)

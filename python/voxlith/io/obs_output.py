@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from dataclasses import replace
 from typing import Literal
 
 import numpy as np
@@ -38,7 +39,8 @@ def write_obs_file(path: PathLike, obs: ObsFile, *, digits: ObsDigits = "auto") 
     Raises
     ------
     UsageError
-        When shapes do not fit together, a coordinate or uncertainty is not finite, or a name is not fit for a record.
+        When shapes do not fit together, a coordinate or uncertainty is not finite, a name is not fit for a record, or
+        a number does not fit its fixed field.
     FileError
         When the file cannot be written.
 
@@ -47,6 +49,8 @@ def write_obs_file(path: PathLike, obs: ObsFile, *, digits: ObsDigits = "auto") 
     A masked datum is written as asterisks, component by component. A run writes a masked later component as 0 and at
     most six asterisks per record; such files are taken for data of 0 when they are read again.
     """
+    if obs.angles is not None and obs.uncertainty is None:
+        obs = replace(obs, uncertainty=np.zeros(obs.data.shape))  # the downhole form has them in any case
     _check(obs)
     if digits == "auto":
         digits = "fixed" if _fixed_holds_all(obs) else "full"
@@ -79,6 +83,9 @@ def _check(obs: ObsFile) -> None:
         raise UsageError("line names and times go together")
     if obs.line is not None:
         _check_names(obs, obs.line)
+    downhole = obs.header is not None and obs.header.idir < 1 and (not obs.codes or obs.codes[0] == 1)
+    if downhole != (obs.angles is not None):
+        raise UsageError("angles per record go together with a total-field file whose direction flag idir is below 1")
 
 
 def _check_names(obs: ObsFile, names: Sequence[str]) -> None:
@@ -116,15 +123,23 @@ def _fixed_columns(values: Reals, width: int) -> list[str]:
     return [fixed_field(value, width, 2) for value in values.tolist()]
 
 
+def _separated(column: list[str]) -> list[str]:
+    """A column whose numbers stand apart from the column in front of it."""
+    wide = next((text for text in column if not text.startswith(" ")), None)
+    if wide is not None:
+        raise UsageError(f"a number fills its field, {wide}; write the file with digits='full'")
+    return column
+
+
 def _exponent_columns(values: Reals) -> list[str]:
     text = exponent_fields(values).tobytes().decode()
     return [text[at: at + WIDTH] for at in range(0, len(text), WIDTH)]
 
 
 def _fixed_lines(obs: ObsFile) -> list[str]:
-    columns = [_fixed_columns(values, 12) for values in (obs.x, obs.y, obs.elevation)]
+    columns = [_separated(_fixed_columns(values, 12)) for values in (obs.x, obs.y, obs.elevation)]
     if obs.angles is not None:
-        columns += [_fixed_columns(obs.angles[:, n], 8) for n in (0, 1)]
+        columns += [_separated(_fixed_columns(obs.angles[:, n], 8)) for n in (0, 1)]
     star = _STAR if obs.angles is None else _exponent_columns(np.array([DUMMY]))[0]  # downhole records hold numbers alone
     for component, data in enumerate(obs.data):
         masked = np.isnan(data).tolist()
