@@ -191,7 +191,7 @@ class Sensitivity:
             In the data unit of the file.
         """
         transformed = self.transform(model)
-        return np.array([np.dot(row.values[: len(transformed)].astype(np.float64),
+        return np.array([np.dot(_doubles(row.values[: len(transformed)]),
                                 transformed[row.positions[: len(transformed)] - 1]) for row in self.rows()])
 
     def transposed(self, data: npt.ArrayLike) -> Reals:
@@ -202,7 +202,7 @@ class Sensitivity:
             raise UsageError(f"data: expected the shape ({head.n_data},), found {numbers.shape}")
         total = np.zeros(head.n_padded)
         for row, number in zip(self.rows(), numbers.tolist()):
-            total[row.positions[: head.n_padded] - 1] += number * row.values[: head.n_padded].astype(np.float64)
+            total[row.positions[: head.n_padded] - 1] += number * _doubles(row.values[: head.n_padded])
         padded = inverse_transform(total.reshape(head.npy, head.npx, head.npz), self._filter)
         cells = crop_cells(padded, head.ny, head.nx, head.nz)
         cells[:, :, head.layers:] = 0.0
@@ -233,9 +233,15 @@ def reconstruct(row: MtxRow, header: MtxHeader, bank: Filter) -> Reals:
     """
     padded = np.zeros(header.n_padded)
     count = header.n_padded
-    padded[row.positions[:count] - 1] = row.values[:count]
+    padded[row.positions[:count] - 1] = _doubles(row.values[:count])
     array = inverse_transform(padded.reshape(header.npy, header.npx, header.npz), bank)
     return crop_cells(array, header.ny, header.nx, header.nz)
+
+
+def _doubles(values: npt.NDArray[np.float32]) -> Reals:
+    """Coefficients in double precision; those that are no numbers are let through without a warning."""
+    with np.errstate(invalid="ignore"):
+        return values.astype(np.float64)
 
 
 def mesh_of(header: MtxHeader) -> Mesh:

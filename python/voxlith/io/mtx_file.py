@@ -38,7 +38,7 @@ Form = Literal["tagged", "bare", "record"]
 MAGIC = b"VX3D"
 MOST_RECORD_TAPS = 24
 LARGEST_INT32 = 2**31 - 1
-_BLOCK = 1 << 22
+_BLOCK = 1 << 21  # bytes read at once; still in the cache when the indices are looked at
 
 
 @dataclass
@@ -400,14 +400,13 @@ class MtxFile:
         return starts, counts, 4 * at
 
     def _check_indices(self, words: Integers, starts: list[int], counts: list[int], begin: int) -> None:
-        """All indices within 1 to the padded cells: the extremes of all rows of a block at once."""
+        """All indices within 1 to the padded cells."""
         sparse = [(start, start + count) for start, count in zip(starts, counts) if count > 0]
         if not sparse:
             return
-        bounds = np.array(sparse, dtype=np.intp).ravel()
-        if bounds[-1] >= len(words):
-            bounds = bounds[:-1]
         unsigned = words.view("<u4")
+        # The extremes of all rows of a block at once; those of the words between the indices are not looked at.
+        bounds = np.array(sparse, dtype=np.intp).ravel()
         highest = np.maximum.reduceat(unsigned, bounds)[::2]
         lowest = np.minimum.reduceat(unsigned, bounds)[::2]
         bad = np.flatnonzero((highest > self.header.n_padded) | (lowest == 0))
