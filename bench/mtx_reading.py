@@ -74,7 +74,8 @@ def main():
     try:
         make_file(path, asked.megabytes, asked.coefficients)
         copying = best(lambda: subprocess.run(['cat', path], stdout=subprocess.DEVNULL, check=True))
-        print('file:               %.0f MB, rows of %d coefficients' % (os.path.getsize(path) / 2**20, asked.coefficients))
+        size = os.path.getsize(path) / 2**20
+        print('file:               %.0f MB, rows of %d coefficients' % (size, asked.coefficients))
         print('cat:                %.3f s, processor %.3f s' % copying)
         before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
         for name, action in (('rows', lambda: read_rows(path, True)),

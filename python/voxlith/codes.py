@@ -91,9 +91,9 @@ def data_unit(code: int) -> str:
 
 
 def default_uncertainty(code: int) -> float:
-    """Standard deviation that stands for a missing one, in data units; `code` is that of the first component.
+    """Standard deviation that replaces a missing one, in data units; `code` is that of the first component.
 
-    It is held in single precision during a run.
+    A run stores it in single precision.
 
     >>> default_uncertainty(1), default_uncertainty(0)
     (1.0, 0.009999999776482582)

@@ -33,7 +33,7 @@ class CompressedRow(NamedTuple):
 def compress_row(padded: Reals, tolerance: float) -> CompressedRow:
     """The smallest set of coefficients whose loss is at most a tolerance.
 
-    Of equal magnitudes those that stand first are kept. The set is never empty: a row of zeros keeps its first
+    Of equal magnitudes the first ones are kept. The set is never empty: a row of zeros keeps its first
     coefficient, since a row without any cannot be read back.
 
     Parameters
@@ -62,19 +62,19 @@ def compress_row(padded: Reals, tolerance: float) -> CompressedRow:
     magnitude = np.abs(flat)
     if not np.all(magnitude <= np.finfo(np.float32).max):
         raise UsageError("a coefficient is too large for single precision")
-    places = np.flatnonzero(magnitude > 0.0)
-    if not len(places):
+    indices = np.flatnonzero(magnitude > 0.0)
+    if not len(indices):
         return _row_of(flat, np.zeros(1, dtype=np.intp), 0.0)
     # Squares of magnitudes relative to the largest neither overflow nor vanish where it matters.
-    relative = magnitude[places] / magnitude.max()
+    relative = magnitude[indices] / magnitude.max()
     order = np.argsort(-relative, kind="stable")
     squares = relative[order] * relative[order]
     dropped = np.concatenate(([0.0], np.cumsum(squares[::-1])))  # of the last 0, 1, 2, ... coefficients
     total = float(np.cumsum(relative * relative)[-1])
     count = int(np.searchsorted(dropped, tolerance * tolerance * total, side="right")) - 1
-    kept = np.sort(places[order[: len(order) - count]])
-    return _row_of(flat, kept if len(kept) else places[order[:1]], math.sqrt(dropped[count] / total))
+    kept = np.sort(indices[order[: len(order) - count]])
+    return _row_of(flat, kept if len(kept) else indices[order[:1]], math.sqrt(dropped[count] / total))
 
 
-def _row_of(flat: Reals, places: npt.NDArray[np.intp], loss: float) -> CompressedRow:
-    return CompressedRow((places + 1).astype(np.int32), flat[places].astype(np.float32), loss)
+def _row_of(flat: Reals, indices: npt.NDArray[np.intp], loss: float) -> CompressedRow:
+    return CompressedRow((indices + 1).astype(np.int32), flat[indices].astype(np.float32), loss)

@@ -33,9 +33,9 @@ class FileError(VoxlithError):
     problem : str
         What is wrong, usually ``expected WHAT, found WHAT``.
     line : int, optional
-        Line in which the problem stands, counted from 1.
+        Line of the problem, counted from 1.
     byte : int, optional
-        Byte at which the problem stands, counted from 0 (binary files).
+        Byte of the problem, counted from 0 (binary files).
 
     Examples
     --------
@@ -50,8 +50,8 @@ class FileError(VoxlithError):
         self.problem = problem
         self.line = line
         self.byte = byte
-        place = f", line {line}" if line is not None else f": byte {byte}" if byte is not None else ""
-        super().__init__(f"{self.path}{place}: {problem}")
+        location = f", line {line}" if line is not None else f": byte {byte}" if byte is not None else ""
+        super().__init__(f"{self.path}{location}: {problem}")
 
     def __reduce__(self) -> tuple[object, ...]:
         return _rebuild, (self.path, self.problem, self.line, self.byte)

@@ -26,7 +26,7 @@ class LayerPlan:
     style : int
         Inversion style, 0 to 4.
     sum_below : bool
-        Whether the last covered layer stands for all layers from there down.
+        Whether the last covered layer represents all layers from there down.
     """
 
     npy: int

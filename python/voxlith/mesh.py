@@ -12,7 +12,7 @@ from .errors import PathLike, UsageError
 from .io.mesh_file import MOST_CELLS, MeshFile, nodes_of, read_mesh_file, write_mesh_file
 
 Reals = npt.NDArray[np.float64]
-Places = npt.NDArray[np.intp]
+Indices = npt.NDArray[np.intp]
 Mask = npt.NDArray[np.bool_]
 Surface = npt.ArrayLike | Callable[[Reals, Reals], npt.ArrayLike]
 
@@ -86,7 +86,7 @@ class Mesh:
                                found.down_widths)
 
     def write(self, path: PathLike) -> None:
-        """Write a UBC mesh file, with the widths that the mesh was made from. Raises FileError."""
+        """Write a UBC mesh file, with the widths that the mesh was built from. Raises FileError."""
         x, y, z = self._widths
         write_mesh_file(path, MeshFile(float(self.x_nodes[0]), float(self.y_nodes[0]), float(self.z_nodes[0]), x, y, z))
 
@@ -212,13 +212,13 @@ class Mesh:
         """A cube of shape (nz, nx, ny), or values in cell order, as values in cell order; a view where possible."""
         return self.cube(cells).ravel(order="F")
 
-    def cell_index(self, k: npt.ArrayLike, i: npt.ArrayLike, j: npt.ArrayLike) -> Places:
-        """Place in cell order of layer k from the top, column i from the west and j from the south, all from 0."""
+    def cell_index(self, k: npt.ArrayLike, i: npt.ArrayLike, j: npt.ArrayLike) -> Indices:
+        """Index in cell order of layer k from the top, column i from the west and j from the south, all from 0."""
         return (np.asarray(j, dtype=np.intp) * self.nx + np.asarray(i, dtype=np.intp)) * self.nz + np.asarray(
             k, dtype=np.intp)
 
-    def cell_at(self, x: npt.ArrayLike, y: npt.ArrayLike, z: npt.ArrayLike) -> Places:
-        """Place in cell order of the cell that holds each point; -1 outside the mesh.
+    def cell_at(self, x: npt.ArrayLike, y: npt.ArrayLike, z: npt.ArrayLike) -> Indices:
+        """Index in cell order of the cell that contains each point; -1 outside the mesh.
 
         A point on a face belongs to the cell to the east, to the north or below; one on the last face of an axis to
         the last cell.
@@ -234,7 +234,7 @@ class Mesh:
         outside = (i < 0) | (j < 0) | (k < 0)
         return np.where(outside, -1, self.cell_index(k, i, j))
 
-    def inactive_counts(self, surface: Surface) -> Places:
+    def inactive_counts(self, surface: Surface) -> Indices:
         """Inactive cells at the top of each column: cells whose centre lies above a surface.
 
         Parameters
@@ -273,9 +273,9 @@ def _axis(nodes: npt.ArrayLike, name: str, direction: float) -> Reals:
     return values
 
 
-def _interval(nodes: Reals, places: npt.ArrayLike) -> Places:
-    """Cell of an axis that holds each place; -1 outside."""
-    at = np.asarray(places, dtype=np.float64)
+def _interval(nodes: Reals, coordinates: npt.ArrayLike) -> Indices:
+    """Cell of an axis that contains each coordinate; -1 outside."""
+    at = np.asarray(coordinates, dtype=np.float64)
     cell = np.searchsorted(nodes, at, side="right") - 1
     cell = np.where(at == nodes[-1], len(nodes) - 2, cell)
     return np.where((at >= nodes[0]) & (at <= nodes[-1]), cell, -1)

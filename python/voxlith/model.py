@@ -98,7 +98,7 @@ class Model:
         Parameters
         ----------
         x, y, elevation : float
-            Place of the plane, one of the three, metres.
+            Position of the plane: one of the three, metres.
 
         Returns
         -------
@@ -108,17 +108,18 @@ class Model:
         Raises
         ------
         UsageError
-            When not one place is given, or it lies outside the mesh.
+            When not exactly one position is given, or it lies outside the mesh.
         """
-        given = [(axis, place) for axis, place in (("x", x), ("y", y), ("elevation", elevation)) if place is not None]
+        axes = (("x", x), ("y", y), ("elevation", elevation))
+        given = [(axis, position) for axis, position in axes if position is not None]
         if len(given) != 1:
             raise UsageError("slice: expected one of x, y and elevation")
-        axis, place = given[0]
+        axis, position = given[0]
         mesh = self.mesh
-        inner = {"x": mesh.x_centres[0], "y": mesh.y_centres[0], "elevation": mesh.z_centres[0], axis: place}
+        inner = {"x": mesh.x_centres[0], "y": mesh.y_centres[0], "elevation": mesh.z_centres[0], axis: position}
         cell = int(mesh.cell_at(inner["x"], inner["y"], inner["elevation"]))
         if cell < 0:
-            raise UsageError(f"slice: {axis} {place:g} lies outside the mesh")
+            raise UsageError(f"slice: {axis} {position:g} lies outside the mesh")
         k, i, j = cell % mesh.nz, cell // mesh.nz % mesh.nx, cell // (mesh.nz * mesh.nx)
         found: Reals = self.cube[:, i, :] if axis == "x" else self.cube[:, :, j] if axis == "y" else self.cube[k]
         return found

@@ -43,8 +43,8 @@ def find_program(program: PathLike | None = None, name: str = "voxlith") -> str:
             source = "" if program is not None else f" (from {PROGRAM_VARIABLE})"
             raise RunError(f"{named}{source}: there is no such program")
         return os.path.abspath(found)
-    beside = [Path(sys.prefix) / "bin", *(Path(__file__).resolve().parents[2] / place
-                                          for place in ("bin", "build/release", "build"))]
+    beside = [Path(sys.prefix) / "bin", *(Path(__file__).resolve().parents[2] / folder
+                                          for folder in ("bin", "build/release", "build"))]
     for folder in (None, *map(str, beside)):
         found = shutil.which(name, path=folder)
         if found is not None:
@@ -63,7 +63,7 @@ def keyword_arguments(*, misfit: tuple[float, float] | None = None, tradeoff: fl
     misfit : tuple of 2 float
         New standard deviations of all data: percent of the datum, and floor in data units.
     tradeoff : float
-        In place of the one of the control file.
+        Replaces the one of the control file.
     offset : float
         Added to every datum, in data units.
     obs_clip : sequence of (float, float)

@@ -19,7 +19,8 @@ from .io.control_file import ControlFile, read_control_file
 from .io.free_format import FreeFormat, Status
 from .io.log_file import RunLog, read_log_file
 from .io.model_file import read_model_file
-from .io.mtx_file import MtxHeader, read_mtx_header
+from .io.mtx_file import read_mtx_header
+from .io.mtx_header import MtxHeader
 from .io.obs_file import read_obs_file
 from .io.progress_file import IterationRow, read_progress_file
 from .io.tables import (APPARENT_DENSITY_TABLE, BACKGROUND_FIT_TABLE, ERROR_TABLE, SURFACE_RESPONSE_TABLE,
@@ -263,7 +264,7 @@ class Run:
 
     @property
     def observed(self) -> Survey:
-        """The observed data as they stand in their file. Raises FileError."""
+        """The observed data as written in their file. Raises FileError."""
         return self._survey(self.control.values.data_file, observed=True)
 
     def _survey(self, name: str, *, observed: bool) -> Survey:
@@ -373,9 +374,9 @@ class Run:
         label = self._label(number)
         model = Model.read(path, mesh, f"{name} {label}" if label else name, unit)
         bounds = self.bounds()
-        held = bounds.fixed & (bounds.lower == 0.0) & (bounds.upper == 0.0)
-        if held.any():
-            model.active = ~(held & (model.values == 0.0))
+        zeroed = bounds.fixed & (bounds.lower == 0.0) & (bounds.upper == 0.0)
+        if zeroed.any():
+            model.active = ~(zeroed & (model.values == 0.0))
         return model
 
     def models(self, iteration: int | None = None) -> list[Model]:

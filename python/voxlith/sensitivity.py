@@ -11,7 +11,8 @@ import numpy.typing as npt
 
 from .codes import DUMMY_LIMIT
 from .errors import FileError, PathLike, UsageError
-from .io.mtx_file import MtxFile, MtxHeader, MtxRow, MtxTail
+from .io.mtx_file import MtxFile, MtxRow, MtxTail
+from .io.mtx_header import MtxHeader
 from .mesh import Mesh
 from .packages import require
 from .wavelet import Filter, crop_cells, forward_transform, inverse_transform, pad_cells

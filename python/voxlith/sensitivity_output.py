@@ -1,7 +1,7 @@
 """Sensitivity files from a matrix of any code: dense, sparse, or a row at a time.
 
-The rows are divided by the depth weights of the cells, padded, transformed and reduced as ``voxlith-tools mtx`` does it,
-to the same bytes for the same rows.
+The rows are divided by the depth weights of the cells, padded, transformed and reduced as ``voxlith-tools mtx`` does
+it, to the same bytes for the same rows.
 """
 
 from __future__ import annotations
@@ -16,7 +16,8 @@ import numpy.typing as npt
 from .compression import compress_row
 from .depth_weight import DepthWeight, cell_depth_weights, default_depth_weight
 from .errors import PathLike, UsageError
-from .io.mtx_file import Form, MtxHeader, MtxRow, MtxTail
+from .io.mtx_file import MtxRow, MtxTail
+from .io.mtx_header import Form, MtxHeader
 from .io.mtx_output import write_mtx_file
 from .layers import LayerPlan, plan_layers
 from .mesh import Mesh
@@ -26,7 +27,7 @@ from .survey import Survey
 from .wavelet import daubechies_filter, forward_transform, pad_cells
 
 Reals = npt.NDArray[np.float64]
-Places = npt.NDArray[np.intp]
+Indices = npt.NDArray[np.intp]
 
 
 @dataclass
@@ -118,7 +119,7 @@ def write_sensitivity(path: PathLike, matrix: Any, mesh: Mesh, survey: Survey, *
 
 
 def _header(mesh: Mesh, survey: Survey, code: int, plan: LayerPlan, weight: DepthWeight, taps: int, form: Form,
-            version: int, inactive: Places | None) -> MtxHeader:
+            version: int, inactive: Indices | None) -> MtxHeader:
     bank = daubechies_filter(taps)
     header = MtxHeader(form, code, survey.n_stations, mesh.ny, mesh.nx, mesh.nz, plan.npy, plan.npx, plan.npz, bank.low,
                        bank.high, mesh.y_nodes, mesh.x_nodes, mesh.depth_nodes,
@@ -142,7 +143,7 @@ class _Rows:
     """Compresses the rows one after the other, and sums what follows from them."""
 
     def __init__(self, matrix: Any, mesh: Mesh, header: MtxHeader, plan: LayerPlan, tolerance: float, order: str,
-                 inactive: Places | None) -> None:
+                 inactive: Indices | None) -> None:
         self._matrix = matrix
         self._mesh = mesh
         self._header = header

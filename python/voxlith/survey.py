@@ -44,7 +44,7 @@ class InducingField:
 
 @dataclass(frozen=True)
 class SurveyLine:
-    """Stations of a line that stand together: `first` to `last`, both counted from 0."""
+    """Consecutive stations of a line: `first` to `last`, both counted from 0."""
 
     name: str
     first: int
@@ -69,8 +69,8 @@ class Survey:
     codes : tuple of int
         Data type of each component, see :mod:`voxlith.codes`.
     uncertainty : ndarray, shape (components, n), or None
-        Standard deviations in data units; NaN where none is given, and the default of the first data type stands for
-        it (see :meth:`uncertainties`).
+        Standard deviations in data units; NaN where none is given; the default of the first data type is
+        used there (see :meth:`uncertainties`).
     field : InducingField or None
         Of magnetic data.
     direction : Direction or None
@@ -214,12 +214,13 @@ class Survey:
         ----------
         path : path
         codes : int, str or a sequence of them, optional
-            Data types, such as ``"gz"`` or ``["gz", "gzz"]``. Without them the count line tells them where it has
+            Data types, such as ``"gz"`` or ``["gz", "gzz"]``. By default those of the count line where it has
             them; else a file with the lines of the field counts as TMI and any other as Gz.
         components : int
-            Number of components where nothing else tells it; by default the columns of the first record do.
+            Number of components where neither codes nor the count line give it; by default the columns of the first
+            record decide.
         lined : bool
-            Whether line name and time stand behind the data.
+            Whether line name and time follow the data.
         strict : bool
             See :func:`~voxlith.io.obs_file.read_obs_file`.
 
@@ -319,9 +320,9 @@ class Survey:
                                  f"{', '.join(map(str, frame.columns))}")
             return np.array([frame[name].to_numpy(dtype=np.float64, na_value=np.nan) for name in names])
 
-        place = numbers([x, y, elevation])
+        stations = numbers([x, y, elevation])
         names = None if line is None else np.array([str(name) for name in frame[line]], dtype=np.str_)
-        return cls(place[0], place[1], place[2], numbers(columns), codes_of(codes),
+        return cls(stations[0], stations[1], stations[2], numbers(columns), codes_of(codes),
                    None if deviations is None else numbers(deviations), field or known.get("field"),
                    direction or known.get("direction"), known.get("idir", 1),
                    None if angles is None else numbers(list(angles)).T, names,
@@ -370,5 +371,5 @@ def _listed(names: str | Sequence[str]) -> list[str]:
 
 
 def _numbered(names: list[str]) -> list[str]:
-    return [name if name not in names[:place] else f"{name}_{names[:place].count(name) + 1}"
-            for place, name in enumerate(names)]
+    return [name if name not in names[:index] else f"{name}_{names[:index].count(name) + 1}"
+            for index, name in enumerate(names)]

@@ -119,11 +119,11 @@ def _inverse_step(lines: Reals, n: int, bank: Filter) -> None:
     # adds its terms in the order of i.
     reach = taps // 2
     wrapped = half if taps % 2 else min(half, reach)
-    places = {(base + 2 * m + odd) & (n - 1) for m in range(wrapped) for odd in (0, 1)}
+    indices = {(base + 2 * m + odd) & (n - 1) for m in range(wrapped) for odd in (0, 1)}
     for i in range(half) if wrapped == half else sorted({*range(wrapped), *range(max(half - reach, 0), half)}):
         for k in range(taps):
             j = (base + 2 * i + k) & (n - 1)
-            if j in places:
+            if j in indices:
                 out[j] += float(bank.low[k]) * lines[i] + float(bank.high[k]) * lines[i + half]
     _add_inner(lines, out, n, bank, wrapped)
     lines[:n] = out
@@ -142,8 +142,8 @@ def _add_inner(lines: Reals, out: Reals, n: int, bank: Filter, wrapped: int) -> 
             first = wrapped + 1 - reach + t
             total += (float(bank.low[k]) * lines[first: first + count]
                       + float(bank.high[k]) * lines[half + first: half + first + count])
-        places = (bank.taps * n - bank.taps // 2 + 2 + odd + 2 * np.arange(wrapped, half)) & (n - 1)
-        out[places] = total
+        indices = (bank.taps * n - bank.taps // 2 + 2 + odd + 2 * np.arange(wrapped, half)) & (n - 1)
+        out[indices] = total
 
 
 def _levels(extent: int) -> list[int]:

@@ -51,9 +51,9 @@ def test_short_and_long_models(tmp_path):
     assert read_model_file(path, 5, strict=False).tolist() == [1, 2, 0, 3, 0]
     assert read_model_file(path, 5, strict=False, fill=9.0).tolist() == [1, 2, 9, 3, 9]
     path.write_text("1 2 3\n")
-    with pytest.raises(FileError, match="line 2: expected 4 cell values, found the end of the file behind 3"):
+    with pytest.raises(FileError, match="line 2: expected 4 cell values, found the end of the file after 3"):
         read_model_file(path, 4)
-    with pytest.raises(FileError, match='line 1: expected the end of the file behind the 2 cell values, found "3"'):
+    with pytest.raises(FileError, match='line 1: expected the end of the file after the 2 cell values, found "3"'):
         read_model_file(path, 2)
     assert read_model_file(path, 2, strict=False).tolist() == [1, 2]
     path.write_text("1 ,, 3\n")
@@ -103,7 +103,7 @@ def test_bounds_that_cannot_be_written(tmp_path):
 
 def test_short_bounds(tmp_path):
     (tmp_path / "b").write_text("0 1\n0 1\n")
-    with pytest.raises(FileError, match="expected 6 values, a pair per cell, found the end of the file behind 4"):
+    with pytest.raises(FileError, match="expected 6 values, a pair per cell, found the end of the file after 4"):
         read_bounds_file(tmp_path / "b", 3)
     found = bounds_of_text("b", 3, folder=tmp_path, strict=False)
     assert found.fixed.tolist() == [False, False, True]
@@ -128,7 +128,8 @@ def test_pairs_of_a_file(pair, flag, wanted):
 @pytest.mark.parametrize("text, flag, wanted", [
     ("null", 0, (-np.inf, np.inf)), ("NULL ", 1, (0, np.inf)), ("null", 2, (np.float32(1e-5), np.inf)),
     ("null", -1, (-np.inf, 0)), ("0.0,1.0", 0, (0, 1)), ("-99,1.0", 0, (-np.inf, 1)), ("0,99", 0, (0, np.inf)),
-    ("99 99", 0, (-np.inf, np.inf)), ("0.5,0.1", 0, (0.5, np.float32(0.1))), ("-1 1", 1, (0, 1)), ("-99 -1", 1, (-np.inf, 0)),
+    ("99 99", 0, (-np.inf, np.inf)), ("0.5,0.1", 0, (0.5, np.float32(0.1))), ("-1 1", 1, (0, 1)),
+    ("-99 -1", 1, (-np.inf, 0)),
     ("-1 -0.5", 2, (np.float32(1e-5), np.float32(1e-5))), ("0.5 1", -1, (0, 0)), ("2*0.5", 0, (0.5, 0.5))])
 def test_bounds_of_line_8(text, flag, wanted):
     found = bounds_of_text(text, 2, flag)
@@ -183,7 +184,7 @@ def test_four_weight_files(tmp_path):
     ("1 1 1\n", "line 2: expected 4 weights of section 1, smallness, found the end"),
     ("1 1 1 1\nx\n", 'line 2: expected 2 weights of section 2, x differences, found "x"'),
     ("1 1 1 1\n2 2\n3 ,,\n4\n", "section 3, y differences"),
-    ("1 1 1 1\n2 2\n3 3\n4 4\n", "line 4: expected the end of the file behind the four sections")])
+    ("1 1 1 1\n2 2\n3 3\n4 4\n", "line 4: expected the end of the file after the four sections")])
 def test_damaged_weights(tmp_path, text, message):
     (tmp_path / "w").write_text(text)
     with pytest.raises(FileError, match=message):
@@ -192,7 +193,7 @@ def test_damaged_weights(tmp_path, text, message):
 
 def test_damaged_single_section(tmp_path):
     (tmp_path / "e").write_text("5 6\n7\n")
-    with pytest.raises(FileError, match="behind section 2"):
+    with pytest.raises(FileError, match="after section 2"):
         read_weight_files(["null", tmp_path / "e", "null", "null"], 2, 2, 1)
 
 
@@ -232,7 +233,7 @@ def test_the_count_of_points_may_be_left_out(tmp_path):
 @pytest.mark.parametrize("text, message", [
     ("", "expected x, y, elevation of point 1, found the end"), ("0\n1 2 3", "line 1: expected the number of points"),
     ("2\n1 2 3\n", "expected x, y, elevation of point 2, found the end"),
-    ("1\n1 2 3\n4 5 6\n", "line 3: expected the end of the file behind 1 points"),
+    ("1\n1 2 3\n4 5 6\n", "line 3: expected the end of the file after 1 points"),
     ("1 2\n", "line 1: expected x, y, elevation within 1e12"), ("1 2 1e13\n", "within 1e12"),
     ("1 2 nan\n", "within 1e12"), ("1 2 3 4\n", "expected x, y, elevation"), ("x\n", "the number of points")])
 def test_damaged_surfaces(tmp_path, text, message):

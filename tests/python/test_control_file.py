@@ -166,9 +166,11 @@ def test_products_are_edited(tmp_path):
 
 @pytest.mark.parametrize("changes, message", [
     ({"iterations": 5}, "unknown iterations; known are alphas"), ({"data_file": "a!b"}, "without !"),
-    ({"data_file": ""}, "line 4"), ({"mtx_count": 2}, "names of sensitivity files"), ({"data_file": 90 * "x"}, "80 characters"),
+    ({"data_file": ""}, "line 4"), ({"mtx_count": 2}, "names of sensitivity files"),
+    ({"data_file": 90 * "x"}, "80 characters"),
     ({"mtx_files": ("a|b", "c")}, "without |"), ({"weight_files": ("a", "b")}, "one weighting file or four"),
-    ({"alphas": (0.0, 0.0, 0.0, 0.0)}, "not all of them 0"), ({"model_count": 2, "labels": ("a b", "c")}, "labels without"),
+    ({"alphas": (0.0, 0.0, 0.0, 0.0)}, "not all of them 0"),
+    ({"model_count": 2, "labels": ("a b", "c")}, "labels without"),
     ({"max_iterations": 0}, "max_iterations = 0 would be read as 300"), ({"weight_files": ("a|b",)}, "read as"),
     ({"restart": -3}, "restart")])
 def test_changes_that_a_file_cannot_hold(tmp_path, changes, message):

@@ -97,13 +97,13 @@ def test_messages():
     with FreeFormat.of_text("1\n\nx", "m.den") as reader, pytest.raises(FileError, match=r'm.den, line 3: .*found "x"'):
         reader.reals(np.zeros(2))
         reader.expect(2, "2 values")
-    with FreeFormat.of_text("1\n", "m.den") as reader, pytest.raises(FileError, match="line 2: .*end of the file behind 1"):
+    with FreeFormat.of_text("1\n", "m.den") as reader, pytest.raises(FileError, match="line 2: .*end of the file"):
         reader.reals(np.zeros(2))
         reader.expect(2, "2 values")
     with FreeFormat.of_text("1 /", "m.den") as reader, pytest.raises(FileError, match="found 1 before a slash"):
         reader.reals(np.zeros(2))
         reader.expect(2, "2 values")
-    with FreeFormat.of_text("1 2\n 3", "m.den") as reader, pytest.raises(FileError, match='line 2: expected the end .*"3"'):
+    with FreeFormat.of_text("1 2\n 3", "m.den") as reader, pytest.raises(FileError, match="line 2: expected the end"):
         reader.reals(np.zeros(2))
         reader.expect(2, "2 values")
         reader.expect_end("2 values")

@@ -31,7 +31,8 @@ def test_meshes_round_trip_to_the_bit(tmp_path_factory, corner, x, y, z):
 
 def test_the_tools_write_the_same_bytes(bench: Bench):
     bench.write("s.obs", "2\n1000 2000 3\n1500 2400 5\n")
-    bench.tools("mesh", "--stations", "s.obs", "--cell", "50,20", "--depth", 400, "--layer-factor", 1.1, "--out", "m.msh")
+    bench.tools("mesh", "--stations", "s.obs", "--cell", "50,20", "--depth", 400, "--layer-factor", 1.1, "--out",
+                "m.msh")
     Mesh.read(bench.path("m.msh")).write(bench.path("again.msh"))
     assert bench.path("again.msh").read_bytes() == bench.path("m.msh").read_bytes()
 

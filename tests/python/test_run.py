@@ -221,7 +221,7 @@ def test_doubtful_inputs_are_told_or_read(gravity: Bench, copied):
     bench = copied(gravity)
     text = bench.path("data.obs").read_text().splitlines()
     bench.path("data.obs").write_text("\n".join(["31", *text[1:], text[-1]]) + "\n")
-    with pytest.raises(FileError, match="behind 30 records"):
+    with pytest.raises(FileError, match="after 30 records"):
         run = open_run(bench)
         assert run.observed
     assert open_run(bench, strict=False).observed.n_stations == 30

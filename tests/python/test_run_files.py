@@ -24,7 +24,8 @@ def test_table_of_iterations(gravity: Bench, joint: Bench, tmp_path):
 
 
 def test_the_starting_model_norm_has_its_root(tmp_path):
-    rows = [IterationRow(0, 9.0, 2.0, 9.5), IterationRow(1, 3.0, 1.5, 3.5, 12.3), IterationRow(2, 1.0, 1.0, 1.5, 0.1, 9)]
+    rows = [IterationRow(0, 9.0, 2.0, 9.5), IterationRow(1, 3.0, 1.5, 3.5, 12.3),
+            IterationRow(2, 1.0, 1.0, 1.5, 0.1, 9)]
     write_progress_file(tmp_path / "aux", rows)
     assert (tmp_path / "aux").read_text().splitlines()[3].split() == ["0", "9.0000", "4.0000", "9.5000"]
     assert read_progress_file(tmp_path / "aux") == rows
@@ -67,7 +68,8 @@ def test_line_search_values(bench: Bench, tmp_path):
     assert read_line_search_file(tmp_path / "lsv").shape == (0, 5)
     write_line_search_file(tmp_path / "lsv", [[1, 0.5, 2, 3, 4], [2, 5, 6, 7, 8]])
     assert read_line_search_file(tmp_path / "lsv").tolist() == [[1, 0.5, 2, 3, 4], [2, 5, 6, 7, 8]]
-    for text, message in (("", "line 1: expected two headings"), ("a\n\n1 2 3\n", "line 3: expected an integer and four"),
+    for text, message in (("", "line 1: expected two headings"),
+                          ("a\n\n1 2 3\n", "line 3: expected an integer and four"),
                           ("a\n\n \n1.5 2 3 4 5\n", "line 4")):
         (tmp_path / "lsv").write_text(text)
         with pytest.raises(FileError, match=message):
@@ -183,13 +185,15 @@ def test_background_tables_along_lines(bench: Bench):
 @pytest.mark.parametrize("reader, text, message", [
     (tables.read_error_table, "x,y\n", "line 1: expected the heading"),
     (tables.read_error_table, "", "line 1: expected the heading .*found the end of the file"),
-    (tables.read_error_table, " x,y,elev,actual,modelled,difference,zscore\n1 2 3\n", "line 2: .* in 92 columns, found 5"),
+    (tables.read_error_table, " x,y,elev,actual,modelled,difference,zscore\n1 2 3\n",
+     "line 2: .* in 92 columns, found 5"),
     (tables.read_error_table, " x,y,elev,actual,modelled,difference,zscore\n" + 92 * "x", "line 2: expected a row"),
     (tables.read_apparent_density_table, "       I,           X,           Y,        AppDen\n2,1,1,1\n", "station 1"),
     (tables.read_apparent_density_table, "       I,           X,           Y,        AppDen\n1,1,1\n", "I,X,Y,AppDen"),
     (tables.read_background_table, "     I      X         Y         Z         OBS        Pred        Diff\n     2\n",
      "line 2: expected a row of the table, station 1"),
-    (tables.read_background_table, "     I      X         Y         Z         OBS        Pred        Diff\n     1   1\n",
+    (tables.read_background_table,
+     "     I      X         Y         Z         OBS        Pred        Diff\n     1   1\n",
      "line 2: expected a row of the table")])
 def test_damaged_tables(tmp_path, reader, text, message):
     (tmp_path / "t").write_text(text)

@@ -38,3 +38,15 @@ def test_a_long_file_of_short_rows(tmp_path):
         last = mtx.row(mtx.header.n_data - 1)
     assert time.process_time() - start < 5.0
     np.testing.assert_array_equal(last.positions, np.sort(last.positions))
+
+
+def test_text_in_mixed_spellings_takes_time_in_proportion(tmp_path):
+    """Every tenth number needs the slow path."""
+    from voxlith.io.model_file import read_model_file
+    times = []
+    for count in (20000, 200000):
+        (tmp_path / "m").write_text(("1.25 2.5\n" * 4 + "5D0 7.25\n") * (count // 10))
+        start = time.process_time()
+        read_model_file(tmp_path / "m", count)
+        times.append(time.process_time() - start)
+    assert times[1] < 40 * times[0] + 0.5

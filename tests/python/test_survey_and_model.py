@@ -6,8 +6,8 @@ import numpy as np
 import pytest
 from conftest import DIRECTION, FIELD, Bench, block_mesh, block_model, stations
 
-from voxlith import (Direction, FileError, InducingField, Mesh, MissingPackageError, Model, Survey, SurveyLine, UsageError,
-                     models_to_vtk, write_vtr)
+from voxlith import (Direction, FileError, InducingField, Mesh, MissingPackageError, Model, Survey, SurveyLine,
+                     UsageError, models_to_vtk, write_vtr)
 from voxlith.packages import require
 
 
@@ -81,8 +81,8 @@ def test_tables_of_pandas(tmp_path):
     angled = stations(1)
     angled.angles = np.ones((30, 2))
     np.testing.assert_array_equal(Survey.from_pandas(angled.to_pandas()).angles, angled.angles)
-    frame = pandas.DataFrame({"E": [1, 2], "N": [3, 4], "H": [5, 6], "bouguer": [0.5, None], "err": [0.1, 0.2], "L": [10, 10],
-                              "t": [0.0, 1.0]})
+    frame = pandas.DataFrame({"E": [1, 2], "N": [3, 4], "H": [5, 6], "bouguer": [0.5, None], "err": [0.1, 0.2],
+                              "L": [10, 10], "t": [0.0, 1.0]})
     survey = Survey.from_pandas(frame, "bouguer", "err", "gz", x="E", y="N", elevation="H", line="L", time="t")
     assert np.isnan(survey.data[0, 1]) and survey.line.tolist() == ["10", "10"] and survey.time.tolist() == [0, 1]
     for arguments, message in (({}, "names of the data columns"), ({"data": "bouguer"}, "data type of each component"),
@@ -99,8 +99,8 @@ def test_a_missing_package_is_named(monkeypatch):
             raise ImportError(name)
         return held(name, *arguments, **keywords)
     monkeypatch.setattr("importlib.import_module", lambda name: without(name))
-    for call, message in ((lined().to_pandas, "tables of a survey: the Python module pandas is missing; install the Debian "
-                           "package python3-pandas"),
+    for call, message in ((lined().to_pandas, "tables of a survey: the Python module pandas is missing; install the "
+                           "Debian package python3-pandas"),
                           (block_model(block_mesh()).to_xarray, "python3-xarray"),
                           (block_model(block_mesh()).to_vtk, "python3-vtk9")):
         with pytest.raises(MissingPackageError, match=message):

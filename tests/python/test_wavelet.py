@@ -7,8 +7,8 @@ from hypothesis import strategies as st
 
 from voxlith import UsageError
 from voxlith.compression import compress_row
-from voxlith.wavelet import (Filter, crop_cells, daubechies_filter, forward_transform, inverse_transform, mirrored_filter,
-                             pad_cells, padded_extent)
+from voxlith.wavelet import (Filter, crop_cells, daubechies_filter, forward_transform, inverse_transform,
+                             mirrored_filter, pad_cells, padded_extent)
 
 
 def plain_step(line, n, bank, forward):

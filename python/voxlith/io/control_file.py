@@ -1,7 +1,7 @@
 """Control files: read, edited and written with their comments.
 
 A control file has twelve lines in a fixed order, of which the last three may be missing, and one line per data
-component with product definitions in joint runs. Behind ``!`` stands a comment.
+component with product definitions in joint runs. A comment follows ``!``.
 """
 
 from __future__ import annotations
@@ -36,7 +36,7 @@ _COMMENT_COLUMN = 24
 
 @dataclass
 class ControlFile:
-    """A control file as it stands on the disk, and what it says.
+    """A control file with its comments, and what it says.
 
     Attributes
     ----------
@@ -125,7 +125,7 @@ def read_control_file(path: PathLike, *, strict: bool = True) -> ControlFile:
     ----------
     path : path
     strict : bool
-        Whether what ``voxlith`` takes without a message is an error: text in place of an optional number, names that
+        Whether what ``voxlith`` takes without a message is an error: text instead of an optional number, names that
         are cut or hold a tab, labels that give two models the same files.
 
     Raises
@@ -194,7 +194,7 @@ def _line_1(values: ControlValues) -> str:
     labels = list(values.labels)
     while labels and not labels[-1]:
         labels.pop()
-    # A blank label in front of another one is what stands between two commas.
+    # A blank label before another one is an empty word between two commas.
     text = ("," if "" in labels else " ").join(labels)
     return " ".join([*map(str, words), text] if text else map(str, words))
 

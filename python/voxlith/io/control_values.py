@@ -178,13 +178,14 @@ def parse_lines(lines: list[str], path: PathLike, strict: bool) -> ControlValues
     return found
 
 
-def _word_number(word: str, held: int | None = None) -> int | None:
-    """A word as an integer, as it is read free-format; `held` where a slash leaves it out, None for text or nothing."""
+def _word_number(word: str, default: int | None = None) -> int | None:
+    """A word as an integer, as it is read free-format: `default` where a slash leaves it out, None for text or nothing.
+    """
     with FreeFormat.of_text(word) as reader:
         value = reader.integer(0)
         if reader.status is not Status.GOOD:
             return None
-        return value if reader.given else held
+        return value if reader.given else default
 
 
 def _line_1(source: _Lines) -> dict[str, object]:
@@ -207,7 +208,8 @@ def _line_1(source: _Lines) -> dict[str, object]:
     for count, what in ((mtx, "sensitivity files"), (components, "data components"), (models, "model types")):
         if not 1 <= count <= MOST_FILES:
             raise source.error(f"1 to {MOST_FILES} {what}", str(count))
-    labels = tuple(to_text(word[:LABEL_WIDTH]) for word in words[4: 4 + models]) if models > 1 and len(counts) == 3 else ()
+    given = words[4: 4 + models] if models > 1 and len(counts) == 3 else []
+    labels = tuple(to_text(word[:LABEL_WIDTH]) for word in given)
     labels += ("",) * (models - len(labels) if models > 1 else 0)
     _check_labels(source, labels)
     return {"restart": max(restart, 0), "mtx_count": mtx, "component_count": components, "model_count": models,
@@ -215,25 +217,26 @@ def _line_1(source: _Lines) -> dict[str, object]:
 
 
 def _check_labels(source: _Lines, labels: tuple[str, ...]) -> None:
-    for place, label in enumerate(labels):
+    for index, label in enumerate(labels):
         if "/" in label:
             raise source.error('a model label without "/"', label)
-        if source.strict and label and label in labels[:place]:
+        if source.strict and label and label in labels[:index]:
             raise source.error("labels that differ, since they become names of files", label)
 
 
-def _numbers(source: _Lines, held: Sequence[float | int], required: int, what: str) -> list[float | int]:
-    """Leading numbers of the line, of the types of `held`, which stands for those left out; the first `required` must
+def _numbers(source: _Lines, default: Sequence[float | int], required: int, what: str) -> list[float | int]:
+    """Leading numbers of the line, of the types of `default`, which replaces those left out; the first `required` must
     be there."""
     found: list[float | int] = []
     with FreeFormat.of_text(source.text) as reader:
-        for place, default in enumerate(held):
-            value = reader.integer(default) if isinstance(default, int) else reader.real(default)
+        for index, value_left_out in enumerate(default):
+            value = (reader.integer(value_left_out) if isinstance(value_left_out, int)
+                     else reader.real(value_left_out))
             if reader.status is not Status.GOOD:
-                if place < required or (source.strict and reader.status is Status.BAD):
+                if index < required or (source.strict and reader.status is Status.BAD):
                     raise source.error(what)
                 break
-            if source.strict and reader.given <= place:
+            if source.strict and reader.given <= index:
                 raise source.error(what)
             found.append(value)
     return found
@@ -332,8 +335,8 @@ def _product(source: _Lines, values: ControlValues) -> Product:
     if count is None:
         raise source.error("the number of terms of a product definition")
     terms = []
-    for place in range(1, 1 + 3 * max(count, 0), 3):
-        three = words[place: place + 3]
+    for index in range(1, 1 + 3 * max(count, 0), 3):
+        three = words[index: index + 3]
         mtx, model = (_word_number(three[n]) if len(three) > n else None for n in (0, 1))
         coefficient = _coefficient(three[2]) if len(three) > 2 else None
         if mtx is None or model is None or coefficient is None:

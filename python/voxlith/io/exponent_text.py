@@ -49,9 +49,9 @@ def exponent_fields(values: npt.ArrayLike) -> npt.NDArray[np.uint8]:
     exponent += carried
     zero = numbers == 0.0
     fields = _assemble(np.where(zero, 0, whole), np.where(zero, 0, exponent), np.signbit(numbers))
-    for place in np.flatnonzero(exact & ~zero):
-        text = exponent_field(float(numbers[place])).encode()
-        fields[place] = np.frombuffer(text, dtype=np.uint8)
+    for index in np.flatnonzero(exact & ~zero):
+        text = exponent_field(float(numbers[index])).encode()
+        fields[index] = np.frombuffer(text, dtype=np.uint8)
     return fields
 
 

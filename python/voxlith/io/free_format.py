@@ -1,6 +1,6 @@
 """The free-format reader of all text inputs.
 
-Values stand apart by spaces, tabs, commas or line ends; a read runs on over line ends until it has its values; behind
+Values are separated by spaces, tabs, commas or line ends; a read runs on over line ends until it has its values; after
 the last value of a read the rest of the line is dropped. ``n*value`` repeats a value, ``n*`` and two commas in a row
 leave values as they were, a slash ends the read and leaves all further values as they were.
 """
@@ -10,6 +10,7 @@ from __future__ import annotations
 import enum
 import io
 import re
+import threading
 import warnings
 from types import TracebackType
 from typing import BinaryIO
@@ -27,8 +28,10 @@ _BLOCK = 1 << 22
 _WORD = re.compile(rb"[^ \n,\t\r/]+")
 _REPEATED = re.compile(r"([0-9]{1,10})\*(.*)", re.DOTALL)
 _LEAST_PLAIN = 64  # bytes worth the fast path
-_SPECIAL = re.compile(rb"[^0-9+\-.eE \t\r\n,]")  # text without these may be read as a whole
+_PLAIN = b"0123456789+-.eE \t\r\n,"  # text of these alone may be read as a whole
+_SPECIAL = re.compile(rb"[^0-9+\-.eE \t\r\n,]")
 _TWO_COMMAS = re.compile(rb",[ \t\r\n]*,")
+_FILTERS = threading.Lock()  # filters of warnings are those of all threads
 _COMMA_TO_SPACE = bytes.maketrans(b",", b" ")
 _SPACES = np.zeros(256, dtype=bool)
 _SPACES[list(b" \t\r\n,")] = True
@@ -82,6 +85,7 @@ class FreeFormat:
         self.line = 1
         self._source = source
         self._text = b""
+        self._all_plain = True
         self._at = 0
         self._base = 0  # bytes of the source in front of the text
         self._slow_until = 0  # byte of the source before which the fast path is not tried again
@@ -111,7 +115,7 @@ class FreeFormat:
         self.given = 0
         self.slash = False
         self.bad_word = ""
-        self._comma_pending = True  # true at the start and behind a comma: another comma now is a value left out
+        self._comma_pending = True  # true at the start and after a comma: another comma now is a value left out
         self._repeats = 0
         self._repeated = ""
 
@@ -125,27 +129,27 @@ class FreeFormat:
                 return
             self._at = len(self._text)
 
-    def real(self, held: float) -> float:
-        """The next value as a real number, or `held` when it is left out or not there; look at `status`."""
+    def real(self, default: float) -> float:
+        """The next value as a real number, or `default` when it is left out or not there; look at `status`."""
         word = self._next_value()
         if word is None:
-            return held
+            return default
         value = parse_real(word)
         if value is None:
             self._fail(word)
-            return held
+            return default
         self.given += 1
         return value
 
-    def integer(self, held: int) -> int:
+    def integer(self, default: int) -> int:
         """The next value as a 32-bit integer; see :meth:`real`."""
         word = self._next_value()
         if word is None:
-            return held
+            return default
         value = parse_integer(word)
         if value is None:
             self._fail(word)
-            return held
+            return default
         self.given += 1
         return value
 
@@ -175,7 +179,7 @@ class FreeFormat:
         if self.status is Status.BAD:
             raise FileError(self.path, f"expected {what}, found {shown(self.bad_word)}", line=self.line)
         if self.status is Status.END:
-            raise FileError(self.path, f"expected {what}, found the end of the file behind {self.given}",
+            raise FileError(self.path, f"expected {what}, found the end of the file after {self.given}",
                             line=self.line)
         if self.given != count:
             found = "before a slash" if self.slash else "and values left out between commas"
@@ -189,12 +193,12 @@ class FreeFormat:
             self.line += rest[: len(rest) - len(text)].count(b"\n")
             if text:
                 word = text.split(None, 1)[0][:60].decode("latin-1")
-                raise FileError(self.path, f"expected the end of the file behind {what}, found {shown(word)}",
+                raise FileError(self.path, f"expected the end of the file after {what}, found {shown(word)}",
                                 line=self.line)
             self._at = len(self._text)
 
     def _fill(self) -> bool:
-        """Make more text available behind what is there; false at the end."""
+        """Make more text available after what is there; false at the end."""
         if self._ended:
             return False
         try:
@@ -204,11 +208,12 @@ class FreeFormat:
         self._text = self._text[self._at:] + (more or b"")
         self._base += self._at
         self._at = 0
+        self._all_plain = not self._text.translate(None, _PLAIN)
         self._ended = not more
         return bool(more)
 
     def _next_value(self) -> str | None:
-        """The next word; None when a value is left out, behind a slash and at the end."""
+        """The next word; None when a value is left out, after a slash and at the end."""
         if self.status is not Status.GOOD or self.slash:
             return None
         if self._repeats:
@@ -241,22 +246,22 @@ class FreeFormat:
         if not text.strip(b" "):
             self._at += len(text)
             return False
-        for place, character in enumerate(text):
+        for index, character in enumerate(text):
             if character == 0x2F:
-                self._at += place
+                self._at += index
                 self.slash = True
                 return True
             self.line += character == 0x0A
             if character == 0x2C:
                 if self._comma_pending:
-                    self._at += place + 1
+                    self._at += index + 1
                     return True
                 self._comma_pending = True
         self._at += len(text)
         return False
 
     def _whole_word(self) -> str:
-        """The word at which the text stands, or its beginning when it is longer than any number."""
+        """The word at the present position, or its beginning when it is longer than any number."""
         match = _WORD.match(self._text, self._at)
         while match and match.end() == len(self._text) and match.end() - self._at <= LONGEST_WORD and self._fill():
             match = _WORD.match(self._text, self._at)
@@ -281,15 +286,15 @@ class FreeFormat:
     def _take_plain(self, values: Reals) -> int:
         """Read the plain numbers at the head of the text at once; give how many values were filled.
 
-        Plain text holds nothing but usual spellings, white space and single commas. The word behind the last white
-        space of the buffer may go on behind it and is left.
+        Plain text holds nothing but usual spellings, white space and single commas. The word after the last white
+        space of the buffer may continue in the next one and is left.
         """
         if self._base + self._at < self._slow_until:
             return 0
         if len(self._text) - self._at < _BLOCK // 2:
             self._fill()
         end = min(len(self._text), self._at + 32 * len(values))
-        special = _SPECIAL.search(self._text, self._at, end)
+        special = None if self._all_plain else _SPECIAL.search(self._text, self._at, end)
         block = self._text[self._at: special.start() if special else end]
         block = block[: _last_space(block) + 1].rstrip(b" \t\r\n,")
         if len(block) < _LEAST_PLAIN:
@@ -324,14 +329,17 @@ def plain_numbers(text: bytes) -> Reals | None:
     >>> plain_numbers(b"1 2.5e3"), plain_numbers(b"1-5"), plain_numbers(b" ")
     (array([1.0e+00, 2.5e+03]), None, None)
     """
-    if not text.strip() or text.translate(None, b"0123456789+-.eE \t\r\n"):
+    if not text.strip() or text.translate(None, _PLAIN.replace(b",", b"")):
         return None
-    with warnings.catch_warnings():
+    with _FILTERS, warnings.catch_warnings():
         warnings.simplefilter("error")
         try:
-            return np.fromstring(text, dtype=np.float64, sep=" ")
+            numbers = np.fromstring(text, dtype=np.float64, sep=" ")
         except (DeprecationWarning, ValueError):
             return None
+    space = np.frombuffer(text, dtype=np.uint8) <= ord(" ")
+    words = np.count_nonzero(space[:-1] > space[1:]) + (not space[0])
+    return numbers if len(numbers) == words else None
 
 
 def _last_space(block: bytes) -> int:

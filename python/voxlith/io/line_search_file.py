@@ -45,7 +45,7 @@ def read_line_search_file(path: PathLike) -> npt.NDArray[np.float64]:
 
 
 def write_line_search_file(path: PathLike, rows: npt.ArrayLike) -> None:
-    """Write rows of an integer and four numbers, shape (n, 5), behind the headings.
+    """Write rows of an integer and four numbers, shape (n, 5), below the headings.
 
     Raises UsageError for another shape and FileError when the file cannot be written.
     """

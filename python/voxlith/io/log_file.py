@@ -1,6 +1,6 @@
 """``voxlith.log``: the inputs and the course of a run, and of the runs that continued it.
 
-The log is written by runs alone. What it says about single iterations stands in its lines ``Iteration:`` and below;
+The log is written by runs alone. What it says about single iterations follows its lines ``Iteration:``;
 values there are roots where the log calls them misfit, norm of the model and total, and terms of the objective without
 a root elsewhere.
 """
@@ -96,7 +96,7 @@ class RunLog:
     minutes : dict
         Minutes by timer: ``"cpu"``, ``"clock"``, and those of the overhead lines.
     messages : list of str
-        Lines that begin with Error, and what stands behind the last known line of a run that did not end by itself.
+        Lines that begin with Error, and other lines of unknown content.
     """
 
     version: str
@@ -130,7 +130,7 @@ class RunLog:
 
 
 def read_log_file(path: PathLike) -> list[RunLog]:
-    """Read a log: one entry per run, the continued ones behind the one that they continue.
+    """Read a log: one entry per run, the continued ones after the one that they continue.
 
     A line that is not ended yet counts as not there.
 
@@ -185,7 +185,7 @@ class _LogReader:
         self.runs: list[RunLog] = []
         self._number = 0
         self._terms = IterationTerms()
-        self._table: Callable[[str], bool] | None = None  # takes the lines of a table, false behind its end
+        self._table: Callable[[str], bool] | None = None  # takes the lines of a table, false after its end
 
     def take(self, number: int, line: str) -> None:
         header = _HEADER.match(line)

@@ -1,7 +1,9 @@
-"""UBC tensor mesh: three counts (cells to the east, to the north, downwards), easting, northing and elevation of the top
-south-west corner, then the widths along each axis, from west to east, from south to north, from the top down.
+"""UBC tensor mesh.
 
-``n*width`` repeats a width; behind ``!`` stands a comment; line ends have no meaning.
+Three counts (cells to the east, to the north, downwards), easting, northing and elevation of the top south-west corner,
+then the widths along each axis, from west to east, from south to north, from the top down.
+
+``n*width`` repeats a width; a comment follows ``!``; line ends have no meaning.
 """
 
 from __future__ import annotations
@@ -16,7 +18,7 @@ import numpy.typing as npt
 from ..errors import FileError, PathLike, UsageError
 from .numbers import number_text, parse_integer, parse_real
 from .output import write_bytes
-from .text_lines import expected, read_lines, without_remark, words_of
+from .text_lines import expected, read_lines, without_comment, words_of
 
 Reals = npt.NDArray[np.float64]
 
@@ -59,7 +61,7 @@ class _Words:
 
     def _all_words(self, lines: list[str]) -> Iterator[str]:
         for self.line, line in enumerate(lines, 1):
-            yield from words_of(without_remark(line))
+            yield from words_of(without_comment(line))
 
     def next(self, what: str) -> str:
         word = next(self._words, None)

@@ -1,6 +1,6 @@
 """Files of one number per cell: models, gradients, lithology numbers, masks.
 
-The cells stand in the order of the UBC model format: z fastest from the top down, then x from west to east, then y from
+The cells have the order of the UBC model format: z fastest from the top down, then x from west to east, then y from
 south to north. There is no header. ``voxlith`` writes a number a line with 6 digits.
 """
 
@@ -32,7 +32,7 @@ def read_model_file(path: PathLike, cells: int, *, fill: float = 0.0, strict: bo
     cells : int
         Number of cells of the mesh.
     fill : float
-        What stands in cells that a short file or a value left out does not give (``strict=False``).
+        Value of cells that a short file or a value left out does not give (``strict=False``).
     strict : bool
         Whether values left out, too few or too many are an error. ``voxlith`` itself reads such files: it fills up
         and does not look at what follows.
@@ -40,7 +40,7 @@ def read_model_file(path: PathLike, cells: int, *, fill: float = 0.0, strict: bo
     Returns
     -------
     ndarray, shape (cells,)
-        Values as they stand in the file, in cell order; no-data cells hold -1.0e30 or less.
+        Values as written, in cell order; no-data cells hold -1.0e30 or less.
 
     Raises
     ------

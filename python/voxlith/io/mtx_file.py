@@ -18,125 +18,28 @@ from __future__ import annotations
 import os
 import struct
 from collections.abc import Iterator
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from types import TracebackType
-from typing import Literal, NamedTuple
+from typing import NamedTuple
 
 import numpy as np
 import numpy.typing as npt
 
 from ..errors import FileError, PathLike
-from ..wavelet import mirrored_filter
+from .mtx_header import MtxHeader, read_header
 from .mtx_input import BinaryInput
 from .output import open_input
 
 Reals = npt.NDArray[np.float64]
 Singles = npt.NDArray[np.float32]
 Integers = npt.NDArray[np.int32]
-Form = Literal["tagged", "bare", "record"]
 
-MAGIC = b"VX3D"
-MOST_RECORD_TAPS = 24
-LARGEST_INT32 = 2**31 - 1
 _BLOCK = 1 << 21  # bytes read at once; still in the cache when the indices are looked at
 
 
 @dataclass
-class MtxHeader:
-    """All that stands in front of the rows.
-
-    Attributes
-    ----------
-    form : {"tagged", "bare", "record"}
-    version : int
-        Of the tagged layout, 0 to 2; 0 in the others.
-    data_type : int
-        Code of the data. In the record layout it is what the name of the file tells.
-    n_data : int
-        Data, and rows.
-    ny, nx, nz : int
-        Cells.
-    npy, npx, npz : int
-        Padded cells.
-    low, high : ndarray of float32, shape (taps,)
-        Low-pass and high-pass filter.
-    y_nodes, x_nodes, z_nodes : ndarray, shape (cells of the axis + 1,)
-        Metres to the north, to the east and downwards (minus the elevation).
-    depth_weight : ndarray of float32, shape (nx ny nz,)
-        Depth weight of each cell in cell order.
-    weight_parameters : tuple of 2 float
-        z0 and beta of the depth weight.
-    inducing : tuple of 3 float
-        Strength (nT), inclination and declination (degrees) of the inducing field; tagged layout.
-    idir : int
-        Direction flag; tagged layout.
-    measured : tuple of 2 float
-        Inclination and declination of the measured component; tagged layout.
-    stations : ndarray, shape (n_data, 3), or None
-        x, y, elevation; tagged layout.
-    station_numbers : ndarray of float32, shape (n_data,), or None
-        A number per station that nothing uses; tagged layout.
-    topography : ndarray of int32, shape (nx, ny), or None
-        Inactive cells at the top of each column; record layout, and not used.
-    unused : tuple of float and int
-        The numbers behind the nodes and in front of the depth weights; record layout, and not used.
-    """
-
-    form: Form
-    data_type: int
-    n_data: int
-    ny: int
-    nx: int
-    nz: int
-    npy: int
-    npx: int
-    npz: int
-    low: Singles
-    high: Singles
-    y_nodes: Reals
-    x_nodes: Reals
-    z_nodes: Reals
-    depth_weight: Singles
-    weight_parameters: tuple[float, float] = (0.0, 0.0)
-    version: int = 0
-    inducing: tuple[float, float, float] = (0.0, 0.0, 0.0)
-    idir: int = 1
-    measured: tuple[float, float] = (0.0, 0.0)
-    stations: Reals | None = None
-    station_numbers: Singles | None = None
-    topography: Integers | None = None
-    unused: tuple[float, int] = (0.0, 0)
-    rows_begin: int = field(default=0, compare=False)
-
-    @property
-    def n_cells(self) -> int:
-        """Cells of the mesh."""
-        return self.nx * self.ny * self.nz
-
-    @property
-    def n_padded(self) -> int:
-        """Positions of the padded array."""
-        return self.npx * self.npy * self.npz
-
-    @property
-    def n_dense(self) -> int:
-        """Values of a row that is stored without indices."""
-        return self.npx * self.npy * max(self.npz, self.nz)
-
-    @property
-    def layers(self) -> int:
-        """Layers that the sensitivities cover, nzl."""
-        return min(self.npz, self.nz)
-
-    @property
-    def style_of_counts(self) -> int:
-        """Inversion style that follows from the counts when none is stored."""
-        return 0 if self.npz >= self.nz else 1 if self.npz == 1 else 3
-
-
-@dataclass
 class MtxTail:
-    """What stands behind the rows.
+    """What follows the rows.
 
     Attributes
     ----------
@@ -178,9 +81,10 @@ class MtxFile:
     ----------
     path : path
     name : str, optional
-        Name as the control file has it, when it differs: in the record layout the name tells the data type.
+        Name as the control file has it, when it differs: in the record layout the name decides about the data type.
     strict : bool
-        Whether rows without coefficients and padded extents that are no power of two are an error.
+        Whether rows without coefficients, padded extents that are no power of two and nodes that do not follow one
+        another are an error.
 
     Raises
     ------
@@ -204,13 +108,12 @@ class MtxFile:
         self.path = os.fspath(path)
         self.strict = strict
         self._input = BinaryInput(open_input(path), self.path)
-        self._ends: list[int] = []  # byte behind each row that has been passed
+        self._ends: list[int] = []  # byte after each row that has been read
         try:
-            self.header = self._read_header(name or self.path)
+            self.header = read_header(self._input, name or self.path, strict)
         except BaseException:
             self._input.close()
             raise
-        self.header.rows_begin = self._input.position
 
     def __enter__(self) -> MtxFile:
         return self
@@ -313,7 +216,7 @@ class MtxFile:
         return found
 
     def tail(self) -> MtxTail | None:
-        """What stands behind the rows; None in the record layout, which has nothing there. Raises FileError."""
+        """What follows the rows; None in the record layout, which has nothing there. Raises FileError."""
         head, source = self.header, self._input
         if head.form == "record":
             return None
@@ -330,14 +233,14 @@ class MtxFile:
 
     @property
     def _frame(self) -> int:
-        """Words of a length in front of and behind each row."""
+        """Words of the length before and after each row."""
         return 1 if self.header.form == "record" else 0
 
     def _dense_index(self) -> Integers:
         return np.arange(1, self.header.n_dense + 1, dtype=np.int32)
 
     def _row_ends(self) -> list[int]:
-        """Byte behind each row; the counts are read when no pass over the rows has told it yet."""
+        """Byte after each row; the counts are read unless all rows have been read already."""
         if not self._ends:
             begin, ends = self.header.rows_begin, []
             for _ in range(self.header.n_data):
@@ -350,8 +253,8 @@ class MtxFile:
         """Length of the row that begins at byte `begin`, of which `start` is the beginning; it is all there."""
         need = 4 * (1 + self._frame)
         if len(start) < need:
-            raise FileError(self.path, f"expected the count of a row ({need} bytes), found only {len(start)} to the end "
-                            "of the file", byte=begin)
+            raise FileError(self.path, f"expected the count of a row ({need} bytes), found only {len(start)} to the "
+                            "end of the file", byte=begin)
         count: int = struct.unpack_from("<i", start, 4 * self._frame)[0]
         framed: int = struct.unpack_from("<i", start)[0]
         if self._frame and (count < 0 or framed != 4 + 8 * count):
@@ -413,83 +316,9 @@ class MtxFile:
         if len(bad):
             start, end = sparse[bad[0]]
             inside = (unsigned[start:end] >= 1) & (unsigned[start:end] <= self.header.n_padded)
-            place = start + int(np.flatnonzero(~inside)[0])
+            bad_word = start + int(np.flatnonzero(~inside)[0])
             raise FileError(self.path, f"expected a coefficient index within 1 to {self.header.n_padded}, found "
-                            f"{words[place]}", byte=begin + 4 * place)
-
-    def _read_header(self, name: str) -> MtxHeader:
-        if _is_record_form(self._input):
-            return self._record_header(name)
-        return self._stream_header()
-
-    def _stream_header(self) -> MtxHeader:
-        source = self._input
-        tagged = source.bytes_at(0, 4) == MAGIC
-        source.position = 4 if tagged else 0
-        version = source.int32("the version") if tagged else 0
-        data_type = source.int32("the data type")
-        n_data = source.count("the number of data")
-        source.require((32 if tagged else 4) * n_data, f"stations and rows of {n_data} data")
-        inducing, idir, measured = (0.0, 0.0, 0.0), 1, (0.0, 0.0)
-        stations = numbers = None
-        if tagged:
-            strength, incl, decl = source.singles(3, "the inducing field").tolist()
-            inducing, idir = (strength, incl, decl), source.int32("idir")
-            aincl, adecl = source.singles(2, "the measured direction").tolist()
-            measured = (aincl, adecl)
-            stations, numbers = source.stations(n_data)
-        ny, nx, nz, npy, npx, npz = source.mesh_counts(self.strict)
-        taps = source.count("the number of taps")
-        source.require(8 * taps, "the taps")
-        low, high = source.finite_singles(taps, "the low-pass taps"), source.finite_singles(taps, "the high-pass taps")
-        cells = nx * ny * nz
-        source.require(8 * (nx + ny + nz + 3) + 8 + 12 * cells + 4 * n_data, "nodes, weights, rows and tail of the mesh")
-        y, x, z = (source.finite_reals(count + 1, f"the {axis} nodes") for count, axis in zip((ny, nx, nz), "yxz"))
-        z0, beta = source.singles(2, "the weight parameters").tolist()
-        weights = source.singles(cells, "the depth weights")
-        self._require_row_place()
-        return MtxHeader("tagged" if tagged else "bare", data_type, n_data, ny, nx, nz, npy, npx, npz, low, high, y, x,
-                         z, weights, (z0, beta), version, inducing, idir, measured, stations, numbers)
-
-    def _record_header(self, name: str) -> MtxHeader:
-        source = self._input
-        with source.record(20, "the record of the counts"):
-            n_data, n_cells = source.count("the number of data"), source.int32("the number of cells")
-            ny, nx, nz = (source.count(axis) for axis in ("ny", "nx", "nz"))
-        source.require(12 * n_data, f"rows of {n_data} data")
-        with source.record(4 * (ny + nx + nz + 4), "the record of the nodes"):
-            y, x, z = (source.finite_singles(count + 1, f"the {axis} nodes").astype(np.float64)
-                       for count, axis in zip((ny, nx, nz), "yxz"))
-            behind_nodes = float(source.singles(1, "the number behind the nodes")[0])
-        with source.record(4 * nx * ny, "the record of the topography"):
-            topography = source.integers(nx * ny, "the topography").reshape(nx, ny)
-        with source.record(None, "the record of the taps") as length:
-            taps = source.count("the number of taps", MOST_RECORD_TAPS)
-            if length != 4 + 4 * taps:
-                raise source.error(f"the record of the taps of length {4 + 4 * taps}", str(length), -8)
-            low = source.finite_singles(taps, "the low-pass taps")
-        with source.record(12, "the record of the padded mesh"):
-            npy, npx, npz = source.padded_counts((ny, nx, nz), self.strict)
-        with source.record(4 + 4 * n_cells, "the record of the depth weights"):
-            before_weights = source.int32("the number before the depth weights")
-            weights = source.singles(n_cells, "the depth weights")
-        self._require_row_place()
-        data_type = 1 if "MAG" in name or "mag" in name else 0
-        return MtxHeader("record", data_type, n_data, ny, nx, nz, npy, npx, npz, low, mirrored_filter(low), y, x, z,
-                         weights, topography=topography, unused=(behind_nodes, before_weights))
-
-    def _require_row_place(self) -> None:
-        if self._input.position > LARGEST_INT32:
-            raise self._input.error(f"the rows to begin within the first {LARGEST_INT32} bytes", "their beginning here")
-
-
-def _is_record_form(source: BinaryInput) -> bool:
-    """Whether the first record tells counts that belong together."""
-    start = source.bytes_at(0, 28)
-    if len(start) < 28:
-        return False
-    length, n_data, cells, ny, nx, nz, again = struct.unpack("<7i", start)
-    return bool(length == again == 20 and min(n_data, ny, nx, nz) > 0 and cells == nx * ny * nz)
+                            f"{words[bad_word]}", byte=begin + 4 * bad_word)
 
 
 def read_mtx_header(path: PathLike, *, name: str | None = None, strict: bool = True) -> MtxHeader:

@@ -19,7 +19,7 @@ Singles = npt.NDArray[np.float32]
 Integers = npt.NDArray[np.int32]
 
 _LARGEST = 2**31 - 1
-_STATION = np.dtype([("place", "<f8", 3), ("number", "<f4")])
+_STATION = np.dtype([("position", "<f8", 3), ("number", "<f4")])
 
 
 class BinaryInput:
@@ -77,11 +77,11 @@ class BinaryInput:
 
     def int_at(self, begin: int, what: str) -> int:
         """One integer at a byte; the position stays."""
-        held, self.position = self.position, begin
+        before, self.position = self.position, begin
         try:
             return self.int32(what)
         finally:
-            self.position = held
+            self.position = before
 
     def count(self, what: str, most: int = _LARGEST) -> int:
         """One integer from 1 to `most`."""
@@ -115,15 +115,32 @@ class BinaryInput:
         self._require_finite(np.isfinite(values), 8, what)
         return values
 
+    def nodes(self, count: int, axis: str, strict: bool) -> Reals:
+        """Nodes of an axis; if strict they follow one another: y and x rise, z rises or falls."""
+        return self._ordered(self.finite_reals(count, f"the {axis} nodes"), axis, 8, strict)
+
+    def single_nodes(self, count: int, axis: str, strict: bool) -> Reals:
+        """The same, stored as real numbers of 32 bits."""
+        return self._ordered(self.finite_singles(count, f"the {axis} nodes").astype(np.float64), axis, 4, strict)
+
+    def _ordered(self, nodes: Reals, axis: str, width: int, strict: bool) -> Reals:
+        steps = np.diff(nodes) * (-1.0 if axis == "z" and nodes[-1] < nodes[0] else 1.0)
+        bad = np.flatnonzero(~(steps > 0.0))
+        if strict and len(bad):
+            first = int(bad[0])
+            raise self.error(f"{axis} nodes that follow one another", f"{nodes[first]:g} and {nodes[first + 1]:g}",
+                             width * (first - len(nodes)))
+        return nodes
+
     def _require_finite(self, finite: npt.NDArray[np.bool_], width: int, what: str) -> None:
         bad = np.flatnonzero(~finite)
         if len(bad):
             raise self.error(f"{what} to be finite", "another number", width * (int(bad[0]) - len(finite)))
 
     def stations(self, count: int) -> tuple[Reals, Singles]:
-        """x, y, elevation per station, shape (count, 3), and the number behind them."""
+        """x, y, elevation per station, shape (count, 3), and the number after them."""
         table = np.frombuffer(self.take(_STATION.itemsize * count, "the stations"), dtype=_STATION)
-        return np.ascontiguousarray(table["place"]), np.ascontiguousarray(table["number"])
+        return np.ascontiguousarray(table["position"]), np.ascontiguousarray(table["number"])
 
     def mesh_counts(self, strict: bool) -> tuple[int, int, int, int, int, int]:
         """ny, nx, nz and npy, npx, npz."""
@@ -150,7 +167,7 @@ class BinaryInput:
 
     @contextlib.contextmanager
     def record(self, length: int | None, what: str) -> Iterator[int]:
-        """A framed record: its length before (as expected, when that is known) and behind what is read inside."""
+        """A framed record: its length before (as expected, when that is known) and after what is read inside."""
         begin = self.position
         found = self.int32(what)
         if length is not None and found != length:

@@ -1,4 +1,4 @@
-"""Writes sensitivity files in their three layouts, a row at a time; what they hold is told in
+"""Writes sensitivity files in their three layouts, a row at a time; their contents are described in
 :mod:`voxlith.io.mtx_file`."""
 
 from __future__ import annotations
@@ -10,10 +10,11 @@ import numpy as np
 import numpy.typing as npt
 
 from ..errors import PathLike, UsageError
-from .mtx_file import LARGEST_INT32, MAGIC, MOST_RECORD_TAPS, MtxHeader, MtxRow, MtxTail
+from .mtx_file import MtxRow, MtxTail
+from .mtx_header import LARGEST_INT32, MAGIC, MOST_RECORD_TAPS, MtxHeader
 from .output import open_output
 
-_STATION = np.dtype([("place", "<f8", 3), ("number", "<f4")])
+_STATION = np.dtype([("position", "<f8", 3), ("number", "<f4")])
 
 
 def write_mtx_file(path: PathLike, header: MtxHeader, rows: Iterable[MtxRow],
@@ -110,7 +111,7 @@ def _stream_head(header: MtxHeader) -> bytes:
 
 def _stations(header: MtxHeader) -> bytes:
     table = np.zeros(header.n_data, dtype=_STATION)
-    table["place"] = header.stations
+    table["position"] = header.stations
     if header.station_numbers is not None:
         table["number"] = header.station_numbers
     return table.tobytes()

@@ -95,7 +95,7 @@ def fixed_field(value: float, width: int, decimals: int) -> str:
 
 
 def exponent_field(value: float, width: int = 14, digits: int = 6) -> str:
-    """Exponent field with a leading zero: ``0.123456E+01``; exponents of three digits stand without the E.
+    """Exponent field with a leading zero: ``0.123456E+01``; exponents of three digits are written without the E.
 
     >>> exponent_field(1.23456), exponent_field(-1e-200), exponent_field(0.0)
     ('  0.123456E+01', ' -0.100000-199', '  0.000000E+00')

@@ -17,7 +17,7 @@ lined      integration interval         ``x y z d1 s1 d2 s2 ... line time``
 downhole   first code 1, idir below 1   ``x y z aincl adecl d1 s1 d2 s2 ...``
 ========== ============================ ==========================================
 
-An asterisk in place of a datum masks it. Columns stand apart by spaces, or by one comma or tab.
+An asterisk instead of a datum masks it. Columns are separated by spaces, or by one comma or tab.
 """
 
 from __future__ import annotations
@@ -66,7 +66,7 @@ class ObsHeader:
 
 @dataclass
 class ObsFile:
-    """Contents of a file of data, as they stand in the file.
+    """Contents of a file of data, as written there.
 
     Attributes
     ----------
@@ -75,11 +75,11 @@ class ObsFile:
     data : ndarray, shape (components, n)
         In data units; NaN where masked.
     uncertainty : ndarray, shape (components, n), or None
-        Standard deviations in data units, 0 or less where the default stands for them; None without such columns.
+        Standard deviations in data units, 0 or less where the default applies; None without such columns.
     header : ObsHeader or None
         Of magnetic files.
     codes : tuple of int
-        Data types of the components; empty when nothing told them.
+        Data types of the components; empty when unknown.
     angles : ndarray, shape (n, 2), or None
         Inclination and declination of the measured component per record (downhole form).
     line : list of str, or None
@@ -105,7 +105,7 @@ class ObsFile:
 
 @dataclass
 class _Form:
-    """What the caller and the header tell of the records."""
+    """What is known of the records from the caller and the header."""
 
     path: PathLike
     components: int
@@ -137,11 +137,12 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
     path : path
     codes : sequence of int
         Data types of the components as the sensitivity files have them. The first one decides about the layout.
-        Without codes the layout is told from the first line, and the codes from the count line where it has them.
+        Without codes the first line decides about the layout, and the codes are those of the count line where it
+        has them.
     components : int
         Number of components; 0 takes it from `codes`, the count line or, last, from the columns of the first record.
     lined : bool
-        Whether line name and time stand behind the data (runs with an integration interval).
+        Whether line name and time follow the data (runs with an integration interval).
     reference : bool
         Read as a run reads reference data: free-format, so that a record may run over lines, without asterisks.
     records : int, optional
@@ -219,7 +220,7 @@ def _read_count(reader: FreeFormat) -> int:
 
 
 def _components_of(codes: tuple[int, ...], components: int, count_text: str) -> tuple[int, tuple[int, ...]]:
-    """Number of components (0: not told) and their codes, from the caller or the count line."""
+    """Number of components (0: unknown) and their codes, from the caller or the count line."""
     if codes:
         return len(codes), codes
     numbers: list[int] = []
@@ -228,15 +229,15 @@ def _components_of(codes: tuple[int, ...], components: int, count_text: str) -> 
         if number is None:
             break
         numbers.append(number)
-    told = numbers[1] if len(numbers) > 1 and 1 <= numbers[1] <= MOST_FILES else 0
-    found = tuple(numbers[2: 2 + told]) if len(numbers) >= 2 + told else ()
-    if components and components != told:
+    given = numbers[1] if len(numbers) > 1 and 1 <= numbers[1] <= MOST_FILES else 0
+    found = tuple(numbers[2: 2 + given]) if len(numbers) >= 2 + given else ()
+    if components and components != given:
         return components, ()
-    return told, found
+    return given, found
 
 
 def _choose_columns(form: _Form, words: list[str], line: int) -> None:
-    """What the first record decides: the number of components when nothing told it, and whether all of them have
+    """What the first record decides: the number of components when it is unknown, and whether all of them have
     uncertainties."""
     besides = 3 + 2 * form.downhole + 2 * form.lined
     columns = len(words) - besides
@@ -261,7 +262,8 @@ def _record_lines(form: _Form, lines: list[str], first: int, records: int | None
     if found < wanted or found < 1:
         raise expected(form.path, end + 1, f"record {found + 1} of {max(wanted, 1)}", None)
     if form.strict and found > wanted:
-        raise expected(form.path, first + wanted, f"the end of the file behind {wanted} records", lines[first - 1 + wanted])
+        surplus = lines[first - 1 + wanted]
+        raise expected(form.path, first + wanted, f"the end of the file after {wanted} records", surplus)
     if form.strict and form.count != wanted:
         raise FileError(form.path, f"expected the count {wanted} of the records that follow, found {form.count}",
                         line=form.count_line)
@@ -341,9 +343,9 @@ class _Column:
     form: _Form
     first: int
 
-    def numbers(self, words: Sequence[str], what: str, held: float,
+    def numbers(self, words: Sequence[str], what: str, default: float,
                 masked: npt.NDArray[np.bool_] | None = None) -> Reals:
-        """Words as numbers; `held` stands for words left out and masked ones."""
+        """Words as numbers; `default` replaces words left out and masked ones."""
         if masked is not None and masked.any():
             words = ["" if mask else word for word, mask in zip(words, masked.tolist())]
         plain = plain_numbers(" ".join(words).encode("latin-1"))
@@ -351,19 +353,19 @@ class _Column:
             return plain
         values = [parse_real(word) for word in words]
         if None in values:
-            values = [self._special(word, what, held, place) if value is None else value
-                      for place, (word, value) in enumerate(zip(words, values))]
+            values = [self._special(word, what, default, index) if value is None else value
+                      for index, (word, value) in enumerate(zip(words, values))]
         return np.array(values, dtype=np.float64)
 
-    def _special(self, word: str, what: str, held: float, place: int) -> float:
+    def _special(self, word: str, what: str, default: float, index: int) -> float:
         """A word that is no plain number: left out, with a slash or a repeat count, or no number at all."""
         if not word:
-            return held
+            return default
         with FreeFormat.of_text(word) as reader:
-            value = reader.real(held)
+            value = reader.real(default)
             bad = reader.status is Status.BAD or (self.form.strict and reader.given == 0)
         if bad:
-            raise expected(self.form.path, self.first + place, what, word)
+            raise expected(self.form.path, self.first + index, what, word)
         return value
 
 

@@ -1,4 +1,4 @@
-"""Writes files of data; the form is told in :mod:`voxlith.io.obs_file`."""
+"""Writes files of data; the form is described in :mod:`voxlith.io.obs_file`."""
 
 from __future__ import annotations
 
@@ -66,7 +66,7 @@ def write_obs_file(path: PathLike, obs: ObsFile, *, digits: ObsDigits = "auto") 
 def _check(obs: ObsFile) -> None:
     count = len(obs.x)
     if obs.data.ndim != 2 or not 1 <= len(obs.data) <= 6:
-        raise UsageError(f"data: expected the shape (components, {count}) with 1 to 6 components, found {obs.data.shape}")
+        raise UsageError(f"data: expected 1 to 6 components, shape (components, {count}), found {obs.data.shape}")
     shapes = {"x": (obs.x, (count,)), "y": (obs.y, (count,)), "elevation": (obs.elevation, (count,)),
               "data": (obs.data, (len(obs.data), count)), "uncertainty": (obs.uncertainty, obs.data.shape),
               "angles": (obs.angles, (count, 2)), "time": (obs.time, (count,))}
@@ -90,7 +90,7 @@ def _check(obs: ObsFile) -> None:
 
 def _check_names(obs: ObsFile, names: Sequence[str]) -> None:
     if obs.uncertainty is None or obs.angles is not None:
-        raise UsageError("line names and times stand behind uncertainties, and not in the downhole form")
+        raise UsageError("line names and times follow uncertainties, and do not occur in the downhole form")
     if len(names) != len(obs.x):
         raise UsageError(f"line: expected {len(obs.x)} names, found {len(names)}")
     for name in set(names):
@@ -124,7 +124,7 @@ def _fixed_columns(values: Reals, width: int) -> list[str]:
 
 
 def _separated(column: list[str]) -> list[str]:
-    """A column whose numbers stand apart from the column in front of it."""
+    """A column whose numbers are separated from the column before."""
     wide = next((text for text in column if not text.startswith(" ")), None)
     if wide is not None:
         raise UsageError(f"a number fills its field, {wide}; write the file with digits='full'")
@@ -140,13 +140,16 @@ def _fixed_lines(obs: ObsFile) -> list[str]:
     columns = [_separated(_fixed_columns(values, 12)) for values in (obs.x, obs.y, obs.elevation)]
     if obs.angles is not None:
         columns += [_separated(_fixed_columns(obs.angles[:, n], 8)) for n in (0, 1)]
-    star = _STAR if obs.angles is None else _exponent_columns(np.array([DUMMY]))[0]  # downhole records hold numbers alone
+    # Downhole records hold numbers alone.
+    star = _STAR if obs.angles is None else _exponent_columns(np.array([DUMMY]))[0]
     for component, data in enumerate(obs.data):
         masked = np.isnan(data).tolist()
         columns.append([star if mask else text for mask, text in zip(masked, _exponent_columns(data))])
         if obs.uncertainty is not None:
             texts = _exponent_columns(obs.uncertainty[component])
-            columns.append([_STAR if mask else text for mask, text in zip(masked, texts)] if obs.angles is None else texts)
+            if obs.angles is None:
+                texts = [_STAR if mask else text for mask, text in zip(masked, texts)]
+            columns.append(texts)
     if obs.line is not None and obs.time is not None:
         columns.append([f" {name} {number_text(time)}" for name, time in zip(obs.line, obs.time.tolist())])
     return _fixed_header(obs) + ["".join(words) for words in zip(*columns)]
@@ -167,9 +170,8 @@ def _full_header(obs: ObsFile) -> list[str]:
 
 
 def _full_lines(obs: ObsFile) -> list[str]:
-    rows = [[number_text(value) for value in place] for place in zip(obs.x.tolist(), obs.y.tolist(), obs.elevation.tolist())]
+    columns = [list(map(number_text, values.tolist())) for values in (obs.x, obs.y, obs.elevation)]
     widths = [12, 12, 12]
-    columns: list[list[str]] = [list(column) for column in zip(*rows)]
     if obs.angles is not None:
         columns += [[number_text(value) for value in obs.angles[:, n].tolist()] for n in (0, 1)]
         widths += [0, 0]
@@ -188,7 +190,7 @@ def _full_lines(obs: ObsFile) -> list[str]:
 
 
 def _full_record(words: Sequence[str], widths: Sequence[int]) -> str:
-    """Right-aligned behind a space; without the alignment when the line would be too long with it."""
+    """Right-aligned after a space; without the alignment when the line would be too long with it."""
     text = "".join(f" {word.rjust(width)}" for word, width in zip(words, widths))
     return text if len(to_bytes(text)) <= LINE_WIDTH else "".join(f" {word}" for word in words)
 

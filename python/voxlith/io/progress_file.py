@@ -100,7 +100,7 @@ def rows_of(content: bytes, path: PathLike, *, first_line: int = 1,
 
 
 def _was_cut(text: str) -> bool:
-    """Whether a run was stopped while it wrote this row, and a later one went on behind it."""
+    """Whether a run was stopped while it wrote this row, and a later one continued after it."""
     return len(text) < _SHORTEST_ROW and text[1:12].strip().isdigit()
 
 
@@ -130,8 +130,8 @@ def write_progress_file(path: PathLike, rows: Iterable[IterationRow]) -> None:
     Raises FileError when the file cannot be written.
     """
     lines = [*HEADINGS, TABLE_HEADING]
-    for place, row in enumerate(rows):
-        start = place == 0 and row.iteration == 0
+    for index, row in enumerate(rows):
+        start = index == 0 and row.iteration == 0
         norm = row.model_norm**2 if start else row.model_norm
         text = f"    {integer_field(row.iteration, 8)}"
         text += "".join(fixed_field(value, 14, 4) for value in (row.misfit, norm, row.total))

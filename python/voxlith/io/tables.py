@@ -54,7 +54,7 @@ class ErrorTable:
 
 
 def _field(path: PathLike, line: int, text: str, what: str) -> float:
-    """A field as a number; NaN where a single asterisk or a filled field stands."""
+    """A field as a number; NaN for a single asterisk or a field of asterisks."""
     word = text.strip()
     if word and not word.strip("*"):
         return math.nan
@@ -189,7 +189,7 @@ _BACKGROUND_HEADINGS = {
 
 
 def read_background_table(path: PathLike) -> BackgroundTable:
-    """Read one of the two tables of background removal; its heading tells which one.
+    """Read one of the two tables of background removal; its heading decides which one.
 
     Raises FileError when the file cannot be read or a row has other columns.
     """
@@ -207,10 +207,10 @@ def read_background_table(path: PathLike) -> BackgroundTable:
         if lined:
             names.append(to_text(text[7:23].rstrip(" ")))
             times.append(_field(path, number, text[23:29], what))
-        place = _fields(path, number, text[start - 30:], (10, 10, 10), what)
+        position = _fields(path, number, text[start - 30:], (10, 10, 10), what)
         count = min((len(text) - start) // 12, components * each)
         values = _fields(path, number, text[start:], (12,) * count, what)
-        rows.append(place + values + [math.nan] * (components * each - count))
+        rows.append(position + values + [math.nan] * (components * each - count))
     table = np.array(rows).reshape(len(rows), 3 + components * each).T
     return BackgroundTable(table[0], table[1], table[2], table[3:].reshape(components, each, -1),
                            names if lined else None, np.array(times) if lined else None)

@@ -1,7 +1,7 @@
 """Text files line by line, cut into words as ``voxlith`` cuts them.
 
-Text is held one character per byte, because widths in the files count bytes: 256 of a line, 32 of a word, 16 of a line
-name.
+Text is kept with one character per byte, because widths in the files count bytes: 256 of a line, 32 of a word, 16 of a
+line name.
 """
 
 from __future__ import annotations
@@ -38,7 +38,7 @@ def to_bytes(text: str) -> bytes:
 def tokens(line: str) -> list[str]:
     """Words of a record. Each ends at a space, comma or tab, of which one is consumed; leading spaces are skipped.
 
-    So a comma or tab that stands first, or behind spaces that ended a word, gives an empty word.
+    So a comma or tab at the start, or after spaces that ended a word, gives an empty word.
 
     >>> tokens("1.5  2,3 ,4")
     ['1.5', '2', '3', '', '4']
@@ -65,12 +65,12 @@ def words_of(line: str) -> list[str]:
     return re.findall(r"[^ \t,\r]+", line)
 
 
-def without_remark(line: str) -> str:
+def without_comment(line: str) -> str:
     """The line up to the first ``!``."""
     return line.partition("!")[0]
 
 
 def expected(path: PathLike, line: int, what: str, found: str | None) -> FileError:
-    """The error ``expected WHAT, found "WORD"``; None stands for the end of the file."""
+    """The error ``expected WHAT, found "WORD"``; None means the end of the file."""
     return FileError(path, f"expected {what}, found {'the end of the file' if found is None else shown(found)}",
                      line=line)

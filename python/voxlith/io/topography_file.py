@@ -1,5 +1,5 @@
 """Points of the surface in UBC form: their number (which may be left out), then x, y and elevation of each, one point a
-line. Behind ``!`` stands a comment; blank lines are left out."""
+line. A comment follows ``!``; blank lines are left out."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ import numpy.typing as npt
 from ..errors import PathLike, UsageError
 from .numbers import number_text, parse_integer, parse_real
 from .output import write_bytes
-from .text_lines import expected, read_lines, without_remark, words_of
+from .text_lines import expected, read_lines, without_comment, words_of
 
 LARGEST_COORDINATE = 1.0e12
 
@@ -31,7 +31,7 @@ def read_topography_file(path: PathLike) -> npt.NDArray[np.float64]:
     count: int | None = None
     lines = read_lines(path)
     for number, line in enumerate(lines, 1):
-        text = without_remark(line)
+        text = without_comment(line)
         words = words_of(text)
         if not words:
             continue
@@ -41,7 +41,7 @@ def read_topography_file(path: PathLike) -> npt.NDArray[np.float64]:
                 raise expected(path, number, "the number of points", text)
             continue
         if count is not None and len(points) == count:
-            raise expected(path, number, f"the end of the file behind {count} points", text)
+            raise expected(path, number, f"the end of the file after {count} points", text)
         points.append(_point(path, number, words, text))
     if len(points) < (count or 1):
         raise expected(path, len(lines) + 1, f"x, y, elevation of point {len(points) + 1}", None)

@@ -32,7 +32,7 @@ _NAMES = ("smallness", "x differences", "y differences", "z differences")
 
 @dataclass(frozen=True)
 class CellWeights:
-    """Weights as they stand in the files, before alphas and cell volumes.
+    """Weights as written in the files, before alphas and cell volumes.
 
     Attributes
     ----------
@@ -61,7 +61,7 @@ def section_shapes(nx: int, ny: int, nz: int) -> list[tuple[int, int, int]]:
 
 
 def is_null_name(name: str) -> bool:
-    """Whether a name of a weighting file stands for weights of 1: blank, or beginning with null or NULL."""
+    """Whether a name of a weighting file means weights of 1: blank, or beginning with null or NULL."""
     return not name.strip(" ") or name.strip(" ")[:4] in ("null", "NULL")
 
 
@@ -88,7 +88,7 @@ def read_weight_files(names: Sequence[PathLike], nx: int, ny: int, nz: int, *, s
     nx, ny, nz : int
         Cells of the mesh along x, y and z.
     strict : bool
-        Whether values left out, and anything but spaces behind the last section, are an error.
+        Whether values left out, and anything but spaces after the last section, are an error.
 
     Returns
     -------
