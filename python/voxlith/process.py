@@ -125,7 +125,7 @@ class _Table:
         self._earlier = None
         content = read_bytes(self._path)
         if len(content) < self._offset:
-            return []
+            self._offset, self._line = 0, 1  # another run has begun a table of its own
         rows, taken = rows_of(content[self._offset:], self._path, first_line=self._line, strict=False)
         self._line += content[self._offset: self._offset + taken].count(b"\n")
         self._offset += taken

@@ -160,6 +160,11 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
     ------
     FileError
         The file, the line, what was expected and what was found.
+
+    Notes
+    -----
+    A run writes a masked datum of a later component as 0 with the uncertainty 0; in a file of observed data the same
+    is a datum of 0 with the default uncertainty. The file itself does not say which.
     """
     if not 0 <= components <= MOST_FILES or len(codes) > MOST_FILES or (codes and components not in (0, len(codes))):
         raise UsageError(f"components: expected 1 to {MOST_FILES}, a code for each, found {components}, {list(codes)}")
@@ -293,6 +298,9 @@ def _read_lines(form: _Form, lines: list[str], first: int, records: int | None, 
     if form.strict:
         words = words[: next((n for n, word in enumerate(words) if word.startswith("!")), len(words))]
     _choose_columns(form, words, form_line)
+    numbers = _plain_records(form, texts)
+    if numbers is not None:
+        return _from_numbers(form, numbers)
     rows = []
     for line, text in enumerate(texts, first):
         words = tokens(text)
@@ -301,6 +309,29 @@ def _read_lines(form: _Form, lines: list[str], first: int, records: int | None, 
             words = _completed(form, words, line)
         rows.append((words + [""] * form.columns)[: form.columns])
     return _from_columns(form, list(zip(*rows)), first)
+
+
+def _plain_records(form: _Form, texts: list[str]) -> Reals | None:
+    """Records of numbers in usual spellings without anything special, read at once, shape (columns, n); else None."""
+    columns = form.columns
+    if form.lined or max(map(len, texts)) > LINE_WIDTH or any(len(text.split()) != columns for text in texts):
+        return None
+    content = "\n".join(texts).encode("latin-1")
+    if any(len(word) >= TOKEN_WIDTH for word in content.split()):
+        return None
+    numbers = plain_numbers(content)
+    return None if numbers is None or b"\t" in content or b"\r" in content else numbers.reshape(-1, columns).T.copy()
+
+
+def _from_numbers(form: _Form, columns: Reals) -> ObsFile:
+    """The contents of a file whose records are numbers, one column per row."""
+    start, each = 5 if form.downhole else 3, 2 if form.with_uncertainty else 1
+    data = columns[start::each].copy()
+    data[~(data > DUMMY_LIMIT)] = np.nan
+    uncertainty = columns[start + 1:: 2].copy() if form.with_uncertainty else None
+    angles = columns[3:5].T.copy() if form.downhole else None
+    return ObsFile(columns[0], columns[1], columns[2], data, uncertainty, form.header, form.codes, angles,
+                   count=form.count)
 
 
 def _completed(form: _Form, words: list[str], line: int) -> list[str]:
@@ -387,14 +418,7 @@ def _read_free(form: _Form, lines: list[str], first: int, records: int | None, r
             rows.append(row)
     if not rows or (records is not None and len(rows) < records):
         raise expected(form.path, len(lines) + 1, f"record {len(rows) + 1}", None)
-    columns = np.array(rows).T.copy()
-    start = 5 if form.downhole else 3
-    each = 2 if form.with_uncertainty else 1
-    data = columns[start::each].copy()
-    data[~(data > DUMMY_LIMIT)] = np.nan
-    return ObsFile(columns[0], columns[1], columns[2], data,
-                   columns[start + 1:: 2].copy() if form.with_uncertainty else None, form.header, form.codes,
-                   angles=columns[3:5].T.copy() if form.downhole else None, count=form.count)
+    return _from_numbers(form, np.array(rows).T.copy())
 
 
 def _free_record(form: _Form, reader: FreeFormat, number: int) -> list[float] | None:
