@@ -207,6 +207,9 @@ def _fixed_holds_all(obs: ObsFile) -> bool:
     if not all(parse_real(text.lstrip()) == value and (len(text.lstrip()) < width)
                for values, width in numbers for text, value in zip(_fixed_columns(values, width), values.tolist())):
         return False
-    fields = [obs.data] if obs.uncertainty is None else [obs.data, obs.uncertainty]
+    fields = [obs.data]
+    if obs.uncertainty is not None:
+        hidden = np.isnan(obs.data) if obs.angles is None else np.zeros(obs.data.shape, dtype=bool)
+        fields.append(np.where(hidden, 0.0, obs.uncertainty))
     return all(parse_real(text.lstrip()) == value for values in fields
                for text, value in zip(_exponent_columns(values.ravel()), values.ravel().tolist()) if value == value)
