@@ -45,6 +45,7 @@ CellBounds boundsWithoutFile(Positivity positivity) {
     if (requiresNegative(positivity)) {
         return {boundUpper, 0.0F, 0.0F};
     }
+    // Compatibility: flags above 2 bound nothing here, unlike in the two other forms of the line.
     if (positivity == Positivity::positive || isStrict(positivity)) {
         const float smallest = smallestPositive(positivity);
         return {boundLower, smallest, smallest};
@@ -52,7 +53,7 @@ CellBounds boundsWithoutFile(Positivity positivity) {
     return {};
 }
 
-// The second condition is never true, so that reversed bounds pass: control files that rely on it stay valid.
+// Compatibility: the second condition is never true, so reversed bounds are accepted.
 bool areReversed(float lower, float upper) {
     return std::fabs(lower) < 99.0F && std::fabs(upper) < -99.0F && lower >= upper;
 }
@@ -83,8 +84,8 @@ CellBounds boundsFromNumbers(Positivity positivity, float lower, float upper) {
     return {boundBoth, lower, upper};
 }
 
-// The same for a pair of a file, with its own comparisons: a side needs a magnitude above 98.9, not of 98.9, to be
-// free, and beside a true upper bound a lower one stands until it is beyond 99990.
+// The same for a pair of a file. A side is free above a magnitude of 98.9, not from it on.
+// Compatibility: next to a true upper bound, a lower one counts down to -99990.
 CellBounds boundsFromPair(Positivity positivity, float lower, float upper) {
     if (requiresPositive(positivity)) {
         const float smallest = smallestPositive(positivity);
@@ -172,7 +173,7 @@ void readPairsFile(Messages& messages, Positivity positivity, const std::string&
     for (std::size_t cell = 0; cell < cells; ++cell) {
         classifyCell(positivity, cell, bounds);
     }
-    // The copies are not counted in nFixedCells.
+    // Compatibility: the copies are not counted in nFixedCells.
     repeatFirstSlab(bounds.fixedCell, cells, nModelTypes);
     repeatFirstSlab(bounds.boundType, cells, nModelTypes);
     repeatFirstSlab(bounds.lowerBound, cells, nModelTypes);

@@ -100,8 +100,7 @@ void takeFreeStation(ValueTaker& taker, ObsSet& obs, std::size_t record) {
     parseValue(taker, obs.ObsZ[record]);
 }
 
-// The angles of every record go to the last place of their arrays, so that those of the last record alone are kept:
-// what is written from these arrays stays as earlier versions wrote it.
+// Compatibility: the angles of every record go to the last element, so only those of the last record are kept.
 void parseAngles(ValueTaker& taker, ObsSet& obs) {
     float unused = 0.0F;
     parseValue(taker, obs.obsIncl.empty() ? unused : obs.obsIncl.back());

@@ -29,7 +29,7 @@ std::span<float> columnOf(const Section& section, const MeshGeometry& mesh, std:
     return std::span(section.weight).subspan(mesh.cell(0, i, j), section.nz);
 }
 
-// Only the first four characters count, so that a file called nullmodel.dat counts as null too.
+// Compatibility: only the first four characters count, so a file called nullmodel.dat counts as null too.
 bool isNullName(const std::string& name) {
     return isBlank(name) || startsWithNull(trim(name));
 }

@@ -32,8 +32,7 @@ void amplitudeRows(const ObsSet& obs, std::span<double> productRows) {
                 rows[part][n] = residual * rows[part][n] / predicted;
             }
         } else {
-            // Compatibility: where the amplitude is 0 and has no derivative, the residual itself stands in, in all
-            // parts of three components or in the last part.
+            // Compatibility: at amplitude 0 the residual takes the place of the derivative, in all parts or the last.
             rows[0][n] = threeComponents ? residual : 0.0;
             rows[1][n] = threeComponents ? residual : 0.0;
             rows[2][n] = residual;

@@ -14,8 +14,9 @@
 //
 // There are two derivatives. With D = diag(1/W), difference operators G (1/h times +1, -1) and M = diag(w):
 //   exact       1/2 dphi_m/dx = D wS D (x - r) + D G'MG D x
-//   compatible  D' wS (x - r) + (h G)'MG D x, with D' the depth weights of the model type's own file. This is what
-//               `voxlith` follows. The differences are divided by h once and not by W again.
+//   compatible  D' wS (x - r) + (h G)'MG D x, with D' = diag(1/W) of the model type's own file
+//
+// Compatibility: `voxlith` follows the compatible form, which divides differences by h once and not by W again.
 #pragma once
 
 #include <cstdint>

@@ -142,7 +142,7 @@ std::int32_t searchSegment(const double* x, std::int32_t n, double t, std::int32
 }  // namespace
 
 double normalisedTension(double tension, std::int32_t n, double length) {
-    // The count passes through single precision: fits of long tables stay comparable with those of earlier versions.
+    // Compatibility: the count passes through single precision.
     const double pieces = static_cast<float>(n - 1);
     return std::fabs(tension) * pieces / length;
 }

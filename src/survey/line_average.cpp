@@ -49,7 +49,7 @@ LineSpline fitLine(const LinePlace& place, LineIntegration& lines, std::span<con
     return spline;
 }
 
-// L/2 in single precision, as the window edges have always been formed.
+// Compatibility: L/2 is formed in single precision.
 double halfWindow(const LineIntegration& lines) {
     return static_cast<double>(lines.integrationInterval * 0.5F);
 }
@@ -117,7 +117,7 @@ void integrateBackgroundAlongLines(const ObsSet& obs, LineIntegration& lines, st
             const double to = spline.time[i] + half;
             const bool fits = place.count > 1 && from >= spline.start() && to <= spline.end();
             values[place.record + i] = fits ? spline.integral(from, to) : dummyValue;
-            // Component 1 loses the station whichever component is being treated; runs have always done so.
+            // Compatibility: component 1 loses the station whichever component is being treated.
             if (from < spline.start()) {
                 firstComponent[place.record + i] = dummyValue;
             }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents and the manual pages to the programs.
 
-    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | ManualPages ...]
+    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | Compatibility | ManualPages ...]
 
 The commands in docs/ are run and what the documents show is compared with what the programs leave; options, messages and links are
 compared with the programs, the sources and the files. --accept writes what the programs leave into the documents.
@@ -313,6 +313,32 @@ class Links(unittest.TestCase):
     def test_reference_is_in_the_readme(self):
         for name in REFERENCE_PAGES + NUMBER_PAGES:
             self.assertIn('(docs/%s)' % name, read(ROOT, 'README.md'))
+
+
+class Compatibility(unittest.TestCase):
+    """The page on compatibility names the files that carry the tag, and no others."""
+
+    TAG = re.compile(r'// Compatibility: .+[.]$')
+
+    def tagged(self):
+        found = {}
+        for folder, _, names in os.walk(os.path.join(ROOT, 'src')):
+            for name in names:
+                path = os.path.relpath(os.path.join(folder, name), ROOT)
+                lines = [line for line in read(ROOT, path).splitlines() if 'Compatibility:' in line]
+                if lines:
+                    found[path] = lines
+        return found
+
+    def test_page_and_sources_agree(self):
+        named = set(re.findall(r'`(src/[^`]+)`', read(DOCS, 'compatibility.md')))
+        self.assertEqual(sorted(named), sorted(self.tagged()))
+
+    def test_each_tag_is_one_sentence_on_one_line(self):
+        for path, lines in self.tagged().items():
+            for line in lines:
+                with self.subTest(path=path, line=line.strip()):
+                    self.assertRegex(line, self.TAG)
 
 
 class ManualPages(unittest.TestCase):

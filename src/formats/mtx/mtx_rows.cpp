@@ -90,8 +90,7 @@ void readSparseRow(MtxInput& file, std::int64_t count, const RawRow& row) {
     std::fill(row.coefValue.begin() + static_cast<std::ptrdiff_t>(taken), row.coefValue.end(), 0);
 }
 
-// Compatibility: a row of count 0 is empty for the scan but is read here like a dense one, so that results from files
-// that hold one stay the same.
+// Compatibility: a row of count 0 is empty for the scan but is read here like a dense one.
 void readStreamRow(MtxInput& file, const RawRow& row) {
     BinaryInput& input = file.input;
     const std::int64_t byte = input.position;
