@@ -40,7 +40,7 @@ TEST(NewRun, WritesFourHeadingLinesAndARowForEachIteration) {
     EXPECT_EQ(lines[6].substr(0, 12), "           3");
 }
 
-TEST(ContinuedRun, WithoutProgressTableStopsBehindTheInputs) {
+TEST(ContinuedRun, WithoutProgressTableStopsAfterTheInputs) {
     const TemporaryFolder folder;
     laySurvey(folder, ControlLines().set(1, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
@@ -81,7 +81,7 @@ TEST(ContinuedRun, CountsOnFromTheLastRow) {
     folder.write("voxlith.aux", headings + "         120        0.9000        0.1000        0.9500       0.1\n");
     ASSERT_EQ(runNow(folder).exitStatus, 0);
     const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
-    ASSERT_EQ(lines.size(), 55U) << "fifty rows behind the old ones, no second row of a starting state";
+    ASSERT_EQ(lines.size(), 55U) << "fifty rows after the old ones, no second row of a starting state";
     EXPECT_EQ(lines[5].substr(0, 12), "         121");
     EXPECT_EQ(lines.back().substr(1, 11), "        170");
     EXPECT_EQ(linesOf(folder.read("voxlith.log")).front(), "an earlier log");

@@ -10,7 +10,7 @@
 namespace voxlith::testing_support {
 namespace {
 
-// The log of a run stops behind its echoes when the observed data file has no records; that is quick and reaches every
+// The log of a run stops after its echoes when the observed data file has no records; that is quick and reaches every
 // echo.
 struct ControlRun {
     TemporaryFolder folder;
@@ -344,7 +344,7 @@ TEST(ControlFile, ChecksTheNumberOfDefinitions) {
     expectLine(models.result.screen, manyModels);
 }
 
-TEST(ControlFile, EchoesTheCommandLineBehindLine4) {
+TEST(ControlFile, EchoesTheCommandLineAfterLine4) {
     ControlRun run;
     runWith(run, ControlLines().set(12, "1"), {"Misfit=(5,0.1)", "Offset=2", "ObsClip=(-1,100)"});
     expectLine(run.log, " Target misfit in obs file will be recalculated - Percent:      5.000 Floor:     0.1000");

@@ -194,7 +194,7 @@ TEST(Folding, MultipliesModelsAndBoundsButNoDummiesOfTheReference) {
     EXPECT_EQ(run.bounds.upperBound, (std::vector<double>{2, 3, 2, 3}));
 }
 
-TEST(Clipping, HoldsLayersFromClipLayerDownInStyle0WithoutCounting) {
+TEST(Clipping, FixesLayersFromClipLayerDownInStyle0WithoutCounting) {
     for (const std::int32_t style : {0, 4}) {
         RunState run;
         run.mesh.nx = 2;
@@ -206,14 +206,14 @@ TEST(Clipping, HoldsLayersFromClipLayerDownInStyle0WithoutCounting) {
         run.sensitivity.header.inversionStyle = InversionStyle{style};
         run.bounds.fixedCell.assign(6, 0);
         foldDepthWeights(run);
-        const std::vector<std::int32_t> held =
+        const std::vector<std::int32_t> fixed =
             style == 0 ? std::vector<std::int32_t>{0, 1, 1, 0, 1, 1} : std::vector<std::int32_t>(6, 0);
-        EXPECT_EQ(run.bounds.fixedCell, held);
+        EXPECT_EQ(run.bounds.fixedCell, fixed);
         EXPECT_EQ(run.bounds.nFixedCells, 0);
     }
 }
 
-TEST(UncoveredLayers, AreHeldAndCountedInTheSurfaceStyles) {
+TEST(UncoveredLayers, AreFixedAndCountedInTheSurfaceStyles) {
     for (std::int32_t style = 0; style <= 4; ++style) {
         RunState run;
         run.mesh.nx = 2;
@@ -246,7 +246,7 @@ TEST(Statistics, ShowTheFirstValueOverTheCountAndStarsWithoutData) {
     EXPECT_TRUE(contains(result.screen, "                0              *             *             *\n"));
 }
 
-TEST(ReferenceFile, ThatIsNotThereIsPassedOverWithoutAWord) {
+TEST(ReferenceFile, ThatDoesNotExistIsIgnored) {
     const TemporaryFolder none;
     laySurvey(none, ControlLines().set(11, "null").set(12, "1"));
     const ProgramResult expected = runProgram(none, {"voxlith.inp"});

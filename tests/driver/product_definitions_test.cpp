@@ -71,7 +71,7 @@ TEST(ProductDefinitions, PassesOverTermsWithoutCoefficientOrProduct) {
     }
 }
 
-TEST(ProductDefinitions, TakesRmsOnlyBehindExactlyThreeTerms) {
+TEST(ProductDefinitions, TakesRmsOnlyAfterExactlyThreeTerms) {
     EXPECT_TRUE(tablesOf(joint(3, 1, 1, {"3 1 1 1 2 1 1 3 1 1 RMS"})).isAmplitude[0]);
     EXPECT_TRUE(tablesOf(joint(3, 1, 1, {"3 1 1 1 2 1 1 3 1 1 and the RMS of it"})).isAmplitude[0]);
     EXPECT_FALSE(tablesOf(joint(3, 1, 1, {"2 1 1 1 2 1 1 RMS"})).isAmplitude[0]);

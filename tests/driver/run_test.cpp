@@ -48,7 +48,7 @@ TEST(Run, OfAPaddedLayerIsAnEquivalentSource) {
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
     EXPECT_TRUE(contains(result.screen, "Inversion Style : Equivalent source"));
     EXPECT_TRUE(std::filesystem::exists(folder.file("voxlith_appden.csv")));
-    // Layers 2 to 10 are held at the starting value.
+    // Layers 2 to 10 are fixed at the starting value.
     const std::vector<std::string> model = linesOf(folder.read("voxlith.den"));
     ASSERT_EQ(model.size(), 120U);
     int moved = 0;

@@ -54,7 +54,7 @@ double surface(const SmallProblem& small, std::size_t component, std::size_t sta
 }
 
 // Data = slope * response + level, exactly.
-void layData(SmallProblem& small, std::size_t component, double slope, double level) {
+void setData(SmallProblem& small, std::size_t component, double slope, double level) {
     for (std::size_t n = 0; n < 12; ++n) {
         const std::size_t place = small.obs.index(component, n);
         small.obs.obsData[place] =
@@ -65,7 +65,7 @@ void layData(SmallProblem& small, std::size_t component, double slope, double le
 
 TEST_F(BackgroundRemoval, FindsTheValueAndTakesTheLevelAlong) {
     const auto small = makeSmallProblem();
-    layData(*small, 0, 2.75, 100.0);
+    setData(*small, 0, 2.75, 100.0);
     EXPECT_EQ(remove(*small), "  Background Value Removed:     2.7500\n\n");
     EXPECT_EQ(lines("voxlith.log"), (std::vector<std::string>{"  Background Value Removed:     2.7500", ""}));
     for (std::size_t n = 0; n < 12; ++n) {
@@ -75,7 +75,7 @@ TEST_F(BackgroundRemoval, FindsTheValueAndTakesTheLevelAlong) {
 
 TEST_F(BackgroundRemoval, AddsToWhatTheReferenceDataHold) {
     const auto small = makeSmallProblem();
-    layData(*small, 0, 1.0, 0.0);
+    setData(*small, 0, 1.0, 0.0);
     small->obs.refData.assign(12, 7.0);
     remove(*small);
     for (std::size_t n = 0; n < 12; ++n) {
@@ -85,7 +85,7 @@ TEST_F(BackgroundRemoval, AddsToWhatTheReferenceDataHold) {
 
 TEST_F(BackgroundRemoval, TakesAGivenValueOverTheFittedOne) {
     const auto small = makeSmallProblem();
-    layData(*small, 0, 2.75, 100.0);
+    setData(*small, 0, 2.75, 100.0);
     EXPECT_EQ(remove(*small, 2, -1.5), "  Background Value Removed:    -1.5000\n\n");
     double responseMean = 0.0;
     for (std::size_t n = 0; n < 12; ++n) {
@@ -101,8 +101,8 @@ TEST_F(BackgroundRemoval, ComponentsShareTheMeanValueAndKeepTheirLevels) {
     SmallOptions options;
     options.nDataTypes = options.nMtx = 2;
     const auto small = makeSmallProblem(options);
-    layData(*small, 0, 2.0, 10.0);
-    layData(*small, 1, 4.0, -20.0);
+    setData(*small, 0, 2.0, 10.0);
+    setData(*small, 1, 4.0, -20.0);
     EXPECT_EQ(remove(*small), "  Background Value Removed:     3.0000\n\n");
     for (std::size_t component = 0; component < 2; ++component) {
         const double own = component == 0 ? 2.0 : 4.0;
@@ -123,7 +123,7 @@ TEST_F(BackgroundRemoval, ComponentsWithoutAFileAreLeftAlone) {
     SmallOptions options;
     options.nDataTypes = 2;
     const auto small = makeSmallProblem(options);
-    layData(*small, 0, 2.0, 10.0);
+    setData(*small, 0, 2.0, 10.0);
     const std::vector<double> second(small->obs.refData.begin() + 12, small->obs.refData.end());
     EXPECT_EQ(remove(*small), "  Background Value Removed:     2.0000\n\n");
     EXPECT_EQ(std::vector<double>(small->obs.refData.begin() + 12, small->obs.refData.end()), second);
@@ -132,7 +132,7 @@ TEST_F(BackgroundRemoval, ComponentsWithoutAFileAreLeftAlone) {
 
 TEST_F(BackgroundRemoval, MaskedDataTakeNoPart) {
     const auto small = makeSmallProblem();
-    layData(*small, 0, 2.0, 10.0);
+    setData(*small, 0, 2.0, 10.0);
     small->maskDatum(0, 5);
     EXPECT_EQ(remove(*small), "  Background Value Removed:     2.0000\n\n");
     EXPECT_EQ(small->obs.refData[5], 0.0);
@@ -145,7 +145,7 @@ TEST_F(BackgroundRemoval, FilesStandInTheirColumns) {
     small->obs.ObsX.assign(12, 1234.56);
     small->obs.ObsY.assign(12, -0.25);
     small->obs.ObsZ.assign(12, 99.96);
-    layData(*small, 0, 2.0, 10.0);
+    setData(*small, 0, 2.0, 10.0);
     small->obs.obsStd[0] = 0.5F;
     small->obs.obsData[0] = 4.0;
     for (std::size_t slot = 0; slot < 2; ++slot) {
@@ -181,7 +181,7 @@ TEST_F(BackgroundRemoval, AlongLinesBlanksTheFirstComponentAtTheStartOfALine) {
     SmallOptions options;
     options.nDataTypes = options.nMtx = 2;
     const auto small = makeSmallProblem(options);
-    small->layLines(2, 2.0F);
+    small->setLines(2, 2.0F);
     surfaceResponse(small->problem());
     for (std::size_t n = 0; n < 12; ++n) {
         const bool fits = n % 6 != 0 && n % 6 != 5;
@@ -203,7 +203,7 @@ TEST_F(BackgroundRemoval, AlongLinesBlanksTheFirstComponentAtTheStartOfALine) {
 
 TEST_F(BackgroundRemoval, AlongLinesTheResponseKeepsTheScaleOfTheIntegral) {
     const auto small = makeSmallProblem();
-    small->layLines(2, 2.0F);
+    small->setLines(2, 2.0F);
     std::fill(small->sensitivity.layerResponse.begin(), small->sensitivity.layerResponse.end(), 3.0);
     surfaceResponse(small->problem());
     EXPECT_NEAR(small->obs.predData[2], 6.0, 1e-12);
@@ -213,7 +213,7 @@ TEST_F(BackgroundRemoval, AlongLinesRowsShowLineAndTime) {
     SmallOptions options;
     options.nDataTypes = options.nMtx = 2;
     const auto small = makeSmallProblem(options);
-    small->layLines(2, 2.0F);
+    small->setLines(2, 2.0F);
     small->obs.ObsX.assign(12, 1.0);
     small->obs.ObsY.assign(12, 2.0);
     small->obs.ObsZ.assign(12, 3.0);
@@ -228,7 +228,7 @@ TEST_F(BackgroundRemoval, AlongLinesRowsShowLineAndTime) {
     EXPECT_EQ(lines("obs_fit_pred.dat")[1].substr(0, 36), "     1       1.0       2.0       3.0");
 }
 
-TEST_F(BackgroundRemoval, AlikeResponsesGiveNoNumber) {
+TEST_F(BackgroundRemoval, UniformResponsesGiveNoNumber) {
     const auto small = makeSmallProblem();
     std::fill(small->sensitivity.layerResponse.begin(), small->sensitivity.layerResponse.end(), 3.0);
     surfaceResponse(small->problem());

@@ -10,7 +10,7 @@ namespace {
 using testing_support::makeSmallProblem;
 using testing_support::SmallOptions;
 
-TEST(HeldCells, StyleLeavesAsManyCellsFreeAsItsCode) {
+TEST(FixedCells, StyleLeavesAsManyCellsFreeAsItsCode) {
     for (const std::int32_t style : {1, 2, 3}) {
         SmallOptions options;
         options.nModelTypes = 2;
@@ -33,7 +33,7 @@ TEST(HeldCells, StyleLeavesAsManyCellsFreeAsItsCode) {
     }
 }
 
-TEST(HeldCells, FullModelsAreFree) {
+TEST(FixedCells, FullModelsAreFree) {
     for (const std::int32_t style : {0, 4}) {
         SmallOptions options;
         options.cellsZXY = {6, 3, 4};  // columns longer than either code
@@ -46,7 +46,7 @@ TEST(HeldCells, FullModelsAreFree) {
     }
 }
 
-TEST(HeldCells, MeshAsThinAsTheStyleHoldsNone) {
+TEST(FixedCells, MeshAsThinAsTheStyleFixesNone) {
     for (const std::int32_t style : {1, 2, 3}) {
         SmallOptions options;
         options.cellsZXY = {1, 3, 4};

@@ -167,10 +167,10 @@ Vector modelPartByLoops(const SmallProblem& small, const Vector& x, bool withRef
                         pair(a, small.at(k + 1, i, j), small.weights.wtZ[a], mesh.zWidth[k], mesh.zWidth[k + 1]);
                     }
                     const double reference = small.arrays.refModel[t * small.cells() + a];
-                    const double pulled = withReference && reference > dummyValue ? reference : 0.0;
+                    const double target = withReference && reference > dummyValue ? reference : 0.0;
                     if (inPlay) {
                         out[t * small.cells() + a] += static_cast<double>(small.weights.wtS[a]) *
-                                                      (x[t * small.cells() + a] - pulled) /
+                                                      (x[t * small.cells() + a] - target) /
                                                       weightOf(std::min(t, last), a);
                     }
                 }
@@ -244,7 +244,7 @@ TEST(Gradient, HessianProductIsTheChangeOfTheGradient) {
     }
 }
 
-TEST(Gradient, HessianProductHoldsTheReferenceDataAsAnyForwardRun) {
+TEST(Gradient, HessianProductAddsTheReferenceDataAsAnyForwardRun) {
     const auto small = makeSmallProblem();
     const Vector zero(small->modelSize(), 0.0);
     EXPECT_GT(dot(hessianTimes(*small, zero), hessianTimes(*small, zero)), 0.0);
@@ -252,7 +252,7 @@ TEST(Gradient, HessianProductHoldsTheReferenceDataAsAnyForwardRun) {
     EXPECT_EQ(hessianTimes(*small, zero), zero);
 }
 
-TEST(Gradient, HeldCellsGetNothingInEitherMode) {
+TEST(Gradient, FixedCellsGetNothingInEitherMode) {
     const auto small = makeSmallProblem();
     small->bounds.fixedCell[5] = 1;
     small->bounds.fixedCell[17] = 2;
@@ -266,7 +266,7 @@ TEST(Gradient, HeldCellsGetNothingInEitherMode) {
     }
 }
 
-TEST(Gradient, LogarithmicBarrierPullsOnHeldCellsToo) {
+TEST(Gradient, LogarithmicBarrierActsOnFixedCellsToo) {
     SmallOptions options;
     options.positivity = Positivity::strictlyPositive;
     const auto small = makeSmallProblem(options);
@@ -324,7 +324,7 @@ TEST(Gradient, RationalBarrierIsTheDerivativeOfItsTermButForTheCellCountOfTheSec
     }
 }
 
-TEST(Gradient, RationalBarrierPullsOnHeldCellsToo) {
+TEST(Gradient, RationalBarrierActsOnFixedCellsToo) {
     for (const double multiplier : {0.0, 0.5}) {
         SmallOptions options;
         options.positivity = Positivity::positive;
@@ -461,7 +461,7 @@ TEST(Gradient, ResidualRowOfASharedProductIsThatOfItsFirstDataType) {
     }
 }
 
-TEST(Gradient, TermsThatArePassedOverAddNothing) {
+TEST(Gradient, TermsThatAreIgnoredAddNothing) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
@@ -475,7 +475,7 @@ TEST(Gradient, ResidualsAreSpreadOverTheWindowsOfTheirStations) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
-    small->layLines(2, 2.0F);
+    small->setLines(2, 2.0F);
     small->maskDatum(0, 8);
     const Vector got = gradientAt(*small, small->arrays.model);
     // Windows of three stations, weights of a quarter; the ends of the lines have no window, station 9 has no datum.
@@ -500,7 +500,7 @@ TEST(Gradient, LineTooShortForTheIntervalLeavesTheMisfit) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
-    small->layLines(12, 1.0F);  // lines of one station
+    small->setLines(12, 1.0F);  // lines of one station
     const ObjectiveTerms terms = calcObjective(small->problem(), {}, small->arrays.model);
     EXPECT_EQ(terms.misfit, 0.0);
     for (const double value : small->obs.predData) {
@@ -515,7 +515,7 @@ TEST(Gradient, LineOfOneStationLeavesTheMisfitToTheOtherLine) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
-    small->layLines(1, 2.0F);
+    small->setLines(1, 2.0F);
     ObsSet& obs = small->obs;
     obs.nLines = 2;
     obs.maxLineData = 11;
@@ -549,7 +549,7 @@ TEST(Gradient, RunWithoutProductsHasNoDataPart) {
     SmallOptions options;
     options.multiplier = 0.0;
     const auto small = makeSmallProblem(options);
-    small->layLines(2, 2.0F);
+    small->setLines(2, 2.0F);
     small->products = {};
     small->products.terms[0].push_back({0, 0, -1, 0.0});
     small->sensitivity.productResponse.clear();

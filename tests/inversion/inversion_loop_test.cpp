@@ -73,7 +73,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 struct Row {
     int iteration = 0;
     double misfit = 0, norm = 0, total = 0;
-    std::string tail;  // behind the time
+    std::string tail;  // after the time
 };
 
 class InversionLoop : public testing::Test {
@@ -107,7 +107,7 @@ protected:
     bool exists(const std::string& name) const { return std::filesystem::exists(folder_.path() / name); }
     std::string read(const std::string& name) const { return folder_.read(name); }
 
-    // The rows behind the heading of the screen's table, start included.
+    // The rows after the heading of the screen's table, start included.
     std::vector<Row> rows() const {
         std::vector<Row> all;
         for (const std::string& line : linesOf(screen_)) {
@@ -312,7 +312,7 @@ TEST_F(InversionLoop, DummyIsWrittenAndThenReplaced) {
     EXPECT_EQ(linesOf(read("voxlith.rho"))[3], "  0.000000E+00");
 }
 
-// The iteration model is written behind the replacement, the running model before it.
+// The iteration model is written after the replacement, the running model before it.
 TEST_F(InversionLoop, DummiesOfAllModelTypesAreReplacedBeforeTheIterationModel) {
     for (const std::int32_t last : {1, 2}) {
         SmallOptions options;
@@ -383,7 +383,7 @@ TEST_F(InversionLoop, SeveralTypesWithAndWithoutLabels) {
     EXPECT_LT(rows().back().total, rows().front().total);
 }
 
-TEST_F(InversionLoop, LeavesTheFinalGradientAndAClearedBestModel) {
+TEST_F(InversionLoop, EndsWithTheFinalGradientAndNoStepLimits) {
     const auto small = makeSmallProblem();
     runTo(*small, 4);
     Vector gradient(small->modelSize());
@@ -468,7 +468,7 @@ TEST_F(InversionLoop, BarrierIsReportedAndNeverSpoilsTheModel) {
     }
 }
 
-TEST_F(InversionLoop, BarrierChangesBehindAConjugateGradientStepAndThatIsReported) {
+TEST_F(InversionLoop, BarrierChangesAfterAConjugateGradientStepAndThatIsReported) {
     const auto before = makeStrictlyPositive({});
     Barrier barrier = startBarrier(Positivity::strictlyPositive, before->mesh, before->arrays.model);
     runTo(*before, 11);
@@ -549,7 +549,7 @@ TEST_F(InversionLoop, OtherMethodsRunThroughTheSameLoop) {
 }
 
 // Where the objective goes to 0, a gain between the tolerances of magnetic and of other data ends a run of the
-// optimiser under the one and not under the other, and the models part. Data types behind the first have no say.
+// optimiser under the one and not under the other, and the models part. Data types after the first do not matter.
 TEST_F(InversionLoop, OptimiserToleranceHangsOnTheFirstDataTypeAlone) {
     int parted = 0;
     for (const unsigned seed : {3U, 4U}) {
@@ -602,7 +602,7 @@ TEST_F(InversionLoop, AllocatesNothing) {
             }
             const auto small = makeSmallProblem(options);
             if (form == 3) {
-                small->layLines(2, 2.0F);
+                small->setLines(2, 2.0F);
             }
             InversionOptions& asked = small->inversion;
             asked.maxIterations = 40;

@@ -108,7 +108,7 @@ TEST(IterationReport, ConjugateGradientIteration) {
     EXPECT_NE(got.log.find("total objective:         3.0000\ntime, steps+:        3.2     7\n"), std::string::npos);
 }
 
-TEST(IterationReport, OverheadInMinutesBehindTextsOfManyWidths) {
+TEST(IterationReport, OverheadInMinutesAfterTextsOfManyWidths) {
     OverheadTimers timers;
     double* const all[] = {&timers.calcObjective,   &timers.calcGradient,      &timers.stepSearch,
                            &timers.optimiser,       &timers.conjugateGradient, &timers.output,

@@ -100,7 +100,7 @@ TEST(StepSearch, TrialThatIsNoNumberIsNoImprovement) {
     EXPECT_EQ(march.small->arrays.model, start);
 }
 
-TEST(StepSearch, HeldCellsAndDummiesStayAndBoundsHold) {
+TEST(StepSearch, FixedCellsAndDummiesStayAndBoundsApply) {
     March march(1000.0);
     SmallProblem& small = *march.small;
     small.bounds.fixedCell[2] = 2;

@@ -68,7 +68,7 @@ struct SmallProblem {
 
     // Stations on `nLines` lines of equal length, one time unit apart, with the interval and the windows of the adjoint
     // that spread a station over itself and its two neighbours.
-    void layLines(std::int32_t nLines, float interval);
+    void setLines(std::int32_t nLines, float interval);
     // As a dummy is read.
     void maskDatum(std::size_t component, std::size_t station);
     // Data that the model `truth` explains exactly.
@@ -246,7 +246,7 @@ inline InversionProblem SmallProblem::problem() {
     return {inversion, mesh, weights, products, sensitivity, obs, lines, bounds, arrays, timers};
 }
 
-inline void SmallProblem::layLines(std::int32_t nLines, float interval) {
+inline void SmallProblem::setLines(std::int32_t nLines, float interval) {
     const std::int32_t perLine = obs.nData / nLines;
     const auto width = static_cast<std::size_t>(perLine);
     obs.nLines = nLines;
