@@ -3,8 +3,7 @@
 #include <array>
 
 #include "driver/integration_windows.h"
-#include "formats/obs_reader.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 #include "harness.h"
 
 using namespace voxlith;
@@ -71,8 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         lines.integrationInterval = cleaning.integrationInterval;
         if (cleaning.integrationInterval > 0.0F)
             allocateLineTables(obs);
-        readObsFile(messages, 0, file.name(), obs, cleaning);
-        readObsFile(messages, 1, file.name(), obs, cleaning);
+        readObsFile(messages, ObsReadMode::header, file.name(), obs, cleaning);
+        readObsFile(messages, ObsReadMode::observed, file.name(), obs, cleaning);
         checkLines(obs);
         if (written == 1)
             writeObsFile("written.obs", obs, obs.obsData);
@@ -80,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             buildIntegrationWindows(messages, obs, lines);
         if (!choices.rest().empty())
             file.set(choices.rest());
-        readObsFile(messages, 2, file.name(), obs, cleaning);
+        readObsFile(messages, ObsReadMode::reference, file.name(), obs, cleaning);
     });
     return 0;
 }

@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "cli/obs_command.h"
-#include "formats/obs_reader.h"
+#include "formats/observed_data.h"
 #include "harness.h"
 #include "survey/dummy_value.h"
 
@@ -61,7 +61,7 @@ void readByProgram(const ObsReport& report) {
     obs.obsIncl.assign(records, 0.0F);
     obs.obsDecl.assign(records, 0.0F);
     Messages messages;
-    readObsFile(messages, 1, report.written, obs, {});
+    readObsFile(messages, ObsReadMode::observed, report.written, obs, {});
     for (std::size_t r = 0; r < records; ++r) {
         fuzzing::require(obs.ObsX[r] == report.table.x[r] && obs.ObsZ[r] == report.table.elevation[r],
                          "the program reads the stations of the table");

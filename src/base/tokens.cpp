@@ -57,8 +57,8 @@ bool startsWithNull(std::string_view text) {
     return start == "null" || start == "NULL";
 }
 
-std::string fileNameOf(std::string_view text, std::size_t width) {
-    return std::string(trim(text.substr(0, width)));
+std::string fileNameOf(std::string_view text) {
+    return std::string(trim(text.substr(0, lineWidth)));
 }
 
 bool fileExists(const std::string& name) {

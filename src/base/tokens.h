@@ -9,7 +9,6 @@ namespace voxlith {
 
 constexpr std::size_t lineWidth = 256;
 constexpr std::size_t tokenWidth = 32;
-constexpr std::size_t shortNameWidth = 80;  // the data, model and bounds readers use only this much of a name
 
 // Takes the first word off `line` into `token` (cut at 32 characters). Words end at a blank, comma or tab, of which one
 // is consumed; leading blanks alone are skipped, so that a comma or tab standing first gives a blank token. A blank
@@ -28,8 +27,8 @@ bool isBlank(std::string_view text);
 bool isNullWord(std::string_view text);
 bool startsWithNull(std::string_view text);
 
-// The name of a file as it is opened: cut at `width` characters, then without leading and trailing blanks.
-std::string fileNameOf(std::string_view text, std::size_t width = lineWidth);
+// The name of a file as it is opened: cut at 256 characters, then without leading and trailing blanks.
+std::string fileNameOf(std::string_view text);
 
 // True when `name` can be opened for reading and is a regular file or a symbolic link to one.
 bool fileExists(const std::string& name);

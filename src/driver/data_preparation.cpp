@@ -10,8 +10,7 @@
 
 #include "base/free_format.h"
 #include "base/tokens.h"
-#include "formats/obs_reader.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
@@ -56,7 +55,7 @@ void applyReferenceFile(RunState& run, const std::string& text) {
     if (!fileExists(fileNameOf(text))) {
         return;
     }
-    readObsFile(run.messages, 2, text, run.obs, run.control.cleaning);
+    readObsFile(run.messages, ObsReadMode::reference, text, run.obs, run.control.cleaning);
     if (run.obs.nMasked > 0) {
         writeObsFile("voxlith_ref_masked.obs", run.obs, run.obs.obsData);
     }

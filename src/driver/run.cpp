@@ -22,8 +22,7 @@
 #include "formats/bounds_file.h"
 #include "formats/error_table.h"
 #include "formats/model_file.h"
-#include "formats/obs_reader.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 #include "inversion/inversion_loop.h"
 #include "inversion/running_files.h"
 #include "sensitivity/products.h"
@@ -80,7 +79,7 @@ void readObservedData(RunState& run) {
     if (averaged) {
         allocateLineTables(obs);
     }
-    readObsFile(run.messages, 1, run.control.obsFileText, obs, cleaning);
+    readObsFile(run.messages, ObsReadMode::observed, run.control.obsFileText, obs, cleaning);
     if (obs.nMasked > 0) {
         writeObsFile("voxlith_obs_masked.obs", obs, obs.obsData);
     }

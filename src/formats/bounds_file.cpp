@@ -160,7 +160,7 @@ void repeatFirstSlab(std::vector<Value>& values, std::size_t slab, std::int32_t 
 void readPairsFile(Messages& messages, Positivity positivity, const std::string& name, std::size_t cells,
                    std::int32_t nModelTypes, ModelBounds& bounds) {
     TextInput input;
-    if (!openTextInput(input, fileNameOf(name, shortNameWidth))) {
+    if (!openTextInput(input, shortFileName(name))) {
         fatalStop(messages, " Bounds File " + shownName(name) + " not found");
     }
     const ReadStatus status =

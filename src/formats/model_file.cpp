@@ -40,7 +40,7 @@ void fillWithNumber(Messages& messages, Positivity positivity, float number, std
 // Cells that a short file does not reach stay as they are.
 void fillFromFile(Messages& messages, const std::string& name, std::span<double> cells) {
     TextInput input;
-    if (!openTextInput(input, fileNameOf(name, shortNameWidth))) {
+    if (!openTextInput(input, shortFileName(name))) {
         fatalStop(messages, " Model File " + shownName(name) + " not found");
     }
     const ReadStatus status = freeFormatRead(input, cells);

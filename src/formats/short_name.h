@@ -8,9 +8,16 @@
 
 namespace voxlith {
 
+constexpr std::size_t shortNameWidth = 80;
+
 // What is left of the text of a control line: the part in which the word null, numbers and a name are looked for.
 inline std::string_view shortText(std::string_view text) {
     return text.substr(0, shortNameWidth);
+}
+
+// The name as the file is opened.
+inline std::string shortFileName(std::string_view text) {
+    return fileNameOf(shortText(text));
 }
 
 // The name as messages show it.

@@ -26,7 +26,7 @@ struct Section {
 
 // Part of a column of the section.
 std::span<float> columnOf(const Section& section, const MeshGeometry& mesh, std::size_t i, std::size_t j) {
-    return std::span(section.weight).subspan(mesh.cell(0, i, j), section.nz);
+    return std::span(section.weight).subspan(mesh.cellIndex(0, i, j), section.nz);
 }
 
 // Compatibility: only the first four characters count, so a file called nullmodel.dat counts as null too.

@@ -15,7 +15,7 @@ double distance(const std::vector<double>& width, std::size_t first) {
 ModelColumn columnOf(const Regularisation& regularisation, std::span<const double> model,
                      std::span<const double> refModel, std::size_t i, std::size_t j) {
     const MeshGeometry& mesh = regularisation.mesh;
-    const std::size_t cell = mesh.cell(0, i, j);
+    const std::size_t cell = mesh.cellIndex(0, i, j);
     const auto height = static_cast<std::size_t>(mesh.nz);
     const auto row = height * static_cast<std::size_t>(mesh.nx);
     const bool hasNextX = i + 1 < static_cast<std::size_t>(mesh.nx);
@@ -76,7 +76,7 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
             gradient.multiplier = multiplier;
             gradient.nData = nData;
             for (std::size_t i = 0; i < nx; ++i) {
-                const std::size_t cell = mesh.cell(0, i, j);
+                const std::size_t cell = mesh.cellIndex(0, i, j);
                 gradient.adjoint = adjoint.data() + cell;
                 gradient.fixedCell = fixedCell.data() + cell;
                 gradient.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;

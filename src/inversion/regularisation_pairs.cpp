@@ -26,7 +26,7 @@ template <class Visit>
 void visitPairs(const MeshGeometry& mesh, Axis axis, std::size_t layers, const Visit& visit) {
     const std::size_t alongY = axis == Axis::y ? 1 : 0, alongX = axis == Axis::x ? 1 : 0;
     const std::size_t alongZ = axis == Axis::z ? 1 : 0;
-    const std::size_t stride = mesh.cell(alongZ, alongX, alongY);
+    const std::size_t stride = mesh.cellIndex(alongZ, alongX, alongY);
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const std::size_t height = axis == Axis::z ? static_cast<std::size_t>(mesh.nz) : layers;
     const auto distance = [](const std::vector<double>& width, std::size_t n) {
@@ -38,7 +38,7 @@ void visitPairs(const MeshGeometry& mesh, Axis axis, std::size_t layers, const V
                                    : axis == Axis::x ? distance(mesh.xWidth, i)
                                                      : 0.0;
             for (std::size_t k = 0; k + alongZ < height; ++k) {
-                const std::size_t first = mesh.cell(k, i, j);
+                const std::size_t first = mesh.cellIndex(k, i, j);
                 visit(first, first + stride, axis == Axis::z ? distance(mesh.zWidth, k) : lateral);
             }
         }

@@ -5,7 +5,7 @@
 
 #include "base/tokens.h"
 #include "formats/model_file.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 
 namespace voxlith {
 

@@ -25,8 +25,8 @@ struct MeshGeometry {
     std::size_t cellCount() const {
         return static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny) * static_cast<std::size_t>(nz);
     }
-    // Position of cell (k, i, j), all from 0.
-    std::size_t cell(std::size_t k, std::size_t i, std::size_t j) const {
+    // Index of cell (k, i, j) in cell arrays, all from 0.
+    std::size_t cellIndex(std::size_t k, std::size_t i, std::size_t j) const {
         return k + static_cast<std::size_t>(nz) * (i + static_cast<std::size_t>(nx) * j);
     }
 };

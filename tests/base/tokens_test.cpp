@@ -130,7 +130,7 @@ TEST(Tokens, knowsTwoSpellingsOfNull) {
 
 TEST(Tokens, makesFileNames) {
     EXPECT_EQ(fileNameOf("  obs data.mag   "), "obs data.mag");
-    EXPECT_EQ(fileNameOf(std::string(90, 'n'), shortNameWidth), std::string(80, 'n'));
+    EXPECT_EQ(fileNameOf(std::string(300, 'n')), std::string(256, 'n'));
     EXPECT_EQ(fileNameOf("    "), "");
 }
 

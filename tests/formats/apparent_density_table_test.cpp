@@ -9,7 +9,7 @@
 
 #include "base/messages.h"
 #include "formats/error_table.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 #include "support/work_folder.h"
 #include "survey/dummy_value.h"
 
@@ -54,7 +54,7 @@ protected:
         std::vector<double> model(mesh.cellCount(), 777.0);
         for (std::size_t j = 0; j < mesh.yCentre.size(); ++j) {
             for (std::size_t i = 0; i < mesh.xCentre.size(); ++i) {
-                model[mesh.cell(0, i, j)] = constant + alongX * mesh.xCentre[i] + alongY * mesh.yCentre[j];
+                model[mesh.cellIndex(0, i, j)] = constant + alongX * mesh.xCentre[i] + alongY * mesh.yCentre[j];
             }
         }
         return model;
@@ -115,7 +115,7 @@ TEST_F(ApparentDensityTable, AtACentreTheCellAloneCounts) {
     for (std::size_t j = 0; j < 3; ++j) {
         for (std::size_t i = 0; i < 3; ++i) {
             points.push_back({mesh_.xCentre[i], mesh_.yCentre[j]});
-            expected.push_back(model[mesh_.cell(0, i, j)]);
+            expected.push_back(model[mesh_.cellIndex(0, i, j)]);
         }
     }
     const std::vector<std::string> found = fields(model, points);
@@ -126,7 +126,7 @@ TEST_F(ApparentDensityTable, AtACentreTheCellAloneCounts) {
 
 TEST_F(ApparentDensityTable, ADummyCellHasNoValueAndPullsItsNeighboursTowardsZero) {
     std::vector<double> model = linearModel(mesh_, 4.0, 0.0, 0.0);
-    model[mesh_.cell(0, 1, 1)] = dummyValue;
+    model[mesh_.cellIndex(0, 1, 1)] = dummyValue;
     // Above the dummy; between its centre (12, 22.5) and that of the cell beside it (14.5, 22.5).
     const std::vector<std::string> found = fields(model, {{12.5, 22.5}, {13.25, 22.5}, {14.5, 22.5}});
     EXPECT_EQ(found[0], starField);

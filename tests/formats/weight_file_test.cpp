@@ -51,7 +51,7 @@ TEST_F(WeightFile, NullMakesAllWeightsOne) {
         for (std::size_t j = 0; j < 3; ++j) {
             for (std::size_t i = 0; i < 2; ++i) {
                 for (std::size_t k = 0; k < 2; ++k) {
-                    const std::size_t cell = mesh.cell(k, i, j);
+                    const std::size_t cell = mesh.cellIndex(k, i, j);
                     EXPECT_EQ(weights.wtS[cell], scaled(1.0, mesh, k, i, j, 1.0F, 0.3F));
                     EXPECT_EQ(weights.wtE[cell], i < 1 ? scaled(1.0e8, mesh, k, i, j, 1.0F, 0.7F) : untouched);
                     EXPECT_EQ(weights.wtN[cell], j < 2 ? scaled(1.0e8, mesh, k, i, j, 1.0F, 1.1F) : untouched);

@@ -28,7 +28,7 @@ std::vector<double> diagonalByPairs(const SmallProblem& small) {
         for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j) {
             for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i) {
                 for (std::size_t k = 0; k < static_cast<std::size_t>(mesh.nz); ++k) {
-                    const std::size_t first = mesh.cell(k, i, j);
+                    const std::size_t first = mesh.cellIndex(k, i, j);
                     diagonal[first] += term(small.weights.wtS, first);
                     const auto pair = [&](bool exists, std::size_t second, const std::vector<float>& weight) {
                         if (!exists) {
@@ -37,9 +37,9 @@ std::vector<double> diagonalByPairs(const SmallProblem& small) {
                         diagonal[first] += term(weight, first);
                         diagonal[second] += term(weight, first);
                     };
-                    pair(j + 1 < static_cast<std::size_t>(mesh.ny), mesh.cell(k, i, j + 1), small.weights.wtN);
-                    pair(i + 1 < static_cast<std::size_t>(mesh.nx), mesh.cell(k, i + 1, j), small.weights.wtE);
-                    pair(k + 1 < static_cast<std::size_t>(mesh.nz), mesh.cell(k + 1, i, j), small.weights.wtZ);
+                    pair(j + 1 < static_cast<std::size_t>(mesh.ny), mesh.cellIndex(k, i, j + 1), small.weights.wtN);
+                    pair(i + 1 < static_cast<std::size_t>(mesh.nx), mesh.cellIndex(k, i + 1, j), small.weights.wtE);
+                    pair(k + 1 < static_cast<std::size_t>(mesh.nz), mesh.cellIndex(k + 1, i, j), small.weights.wtZ);
                 }
             }
         }

@@ -59,7 +59,7 @@ struct Problem {
         }
     }
 
-    std::size_t at(std::size_t k, std::size_t i, std::size_t j) const { return mesh.cell(k, i, j); }
+    std::size_t at(std::size_t k, std::size_t i, std::size_t j) const { return mesh.cellIndex(k, i, j); }
     double valueAt(std::size_t type, std::size_t cell) const {
         const double x = model[type * mesh.cellCount() + cell];
         return shape.weighted ? x / static_cast<double>(depthWeight[cell]) : x;

@@ -52,7 +52,7 @@ TEST_F(GtgDiagonalTest, withoutATransformSquaresOfTheCoefficientsStandInTheirCel
     contents.rows[1] = {{1 + 4 * 1 + 12 * 2, 4, 4}, {0.5F, 9.0F, -2.0F}, false};  // a repeated index: the last stands
     const std::vector<double> diagonal = diagonalOf(contents);
     for (std::size_t c = 0; c < diagonal.size(); ++c) {
-        const double expected = c == mesh.cell(0, 1, 2) ? 9.25 : (c == mesh.cell(3, 0, 0) ? 4.0 : 0.0);
+        const double expected = c == mesh.cellIndex(0, 1, 2) ? 9.25 : (c == mesh.cellIndex(3, 0, 0) ? 4.0 : 0.0);
         EXPECT_EQ(diagonal[c], expected) << c;
     }
 }
@@ -96,8 +96,8 @@ TEST_F(GtgDiagonalTest, surfaceStylesRepeatTheLastLayerDownTheColumn) {
     const std::vector<double> diagonal = diagonalOf(contents);
     for (std::size_t j = 0; j < 3; ++j) {
         for (std::size_t i = 0; i < 5; ++i) {
-            EXPECT_EQ(diagonal[mesh.cell(2, i, j)], diagonal[mesh.cell(1, i, j)]);
-            EXPECT_EQ(diagonal[mesh.cell(3, i, j)], diagonal[mesh.cell(1, i, j)]);
+            EXPECT_EQ(diagonal[mesh.cellIndex(2, i, j)], diagonal[mesh.cellIndex(1, i, j)]);
+            EXPECT_EQ(diagonal[mesh.cellIndex(3, i, j)], diagonal[mesh.cellIndex(1, i, j)]);
         }
     }
 }

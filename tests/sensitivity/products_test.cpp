@@ -122,11 +122,11 @@ TEST(Products, ProductOfOneCoefficientByHand) {
     storeRowsInMemory(sensitivity, {{{1, {2 + 2 * 1 + 8 * 2}, {0.5F}}, {0, {}, {}}, {2, {1, 20}, {3.0F, 2.0F}}}});
     std::vector<double> model(mesh.cellCount());
     std::iota(model.begin(), model.end(), 1.0);
-    const double cell = model[mesh.cell(1, 1, 2)];
+    const double cell = model[mesh.cellIndex(1, 1, 2)];
     EXPECT_EQ(forward(sensitivity, mesh, model), (std::vector<double>{0.5 * cell, 0.0, 3.0 * 1.0 + 2.0 * cell}));
     const std::vector<double> gradient = transpose(sensitivity, mesh, {4.0, 100.0, 10.0});
     std::vector<double> expected(mesh.cellCount(), 0.0);
-    expected[mesh.cell(1, 1, 2)] = 0.5 * 4.0 + 2.0 * 10.0;
+    expected[mesh.cellIndex(1, 1, 2)] = 0.5 * 4.0 + 2.0 * 10.0;
     expected[0] = 30.0;
     EXPECT_EQ(gradient, expected);
 }

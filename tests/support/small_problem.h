@@ -60,7 +60,7 @@ struct SmallProblem {
     std::size_t dataSize() const { return obs.obsData.size(); }
     // Position of cell (k, i, j) of a model type, all from 0.
     std::size_t at(std::size_t k, std::size_t i, std::size_t j, std::size_t type = 0) const {
-        return type * cells() + mesh.cell(k, i, j);
+        return type * cells() + mesh.cellIndex(k, i, j);
     }
 
     // Takes over what `options` says of the inversion; the rest of `inversion` stays.

@@ -37,7 +37,7 @@ TEST(MeshGeometry, CellsRunAlongZThenXThenY) {
     for (std::size_t j = 0; j < 4; ++j) {
         for (std::size_t i = 0; i < 3; ++i) {
             for (std::size_t k = 0; k < 5; ++k) {
-                EXPECT_EQ(mesh.cell(k, i, j), next++);
+                EXPECT_EQ(mesh.cellIndex(k, i, j), next++);
             }
         }
     }

@@ -9,6 +9,7 @@
 #include "base/messages.h"
 #include "base/output_file.h"
 #include "base/tokens.h"
+#include "formats/short_name.h"
 #include "forward/number_text.h"
 #include "init/control_text.h"
 #include "init/init_checks.h"

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "base/messages.h"
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 #include "forward/cell_values.h"
 #include "forward/number_text.h"
 #include "survey/dummy_value.h"

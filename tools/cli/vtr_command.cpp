@@ -183,7 +183,7 @@ std::vector<double> vtkCellOrder(const MeshGeometry& mesh, std::span<const doubl
     for (std::size_t layer = nz; layer-- > 0;) {
         for (std::size_t j = 0; j < ny; ++j) {
             for (std::size_t i = 0; i < nx; ++i) {
-                const double value = values[mesh.cell(layer, i, j)];
+                const double value = values[mesh.cellIndex(layer, i, j)];
                 ordered.push_back(isValid(value) ? value : std::numeric_limits<double>::quiet_NaN());
             }
         }

@@ -169,7 +169,7 @@ void prepareWeights(Search& search) {
     for (std::size_t j = 0; j < mesh.yWidth.size(); ++j) {
         for (std::size_t i = 0; i < mesh.xWidth.size(); ++i) {
             for (std::size_t k = 0; k < freeCells; ++k) {
-                const std::size_t cell = mesh.cell(k, i, j);
+                const std::size_t cell = mesh.cellIndex(k, i, j);
                 const double volume =
                     scale * mesh.xWidth[i] * mesh.yWidth[j] * mesh.zWidth[k] * static_cast<double>(depthWeight[cell]);
                 search.fixedCell[cell] = 0;

@@ -119,7 +119,7 @@ void padCells(std::span<const double> model, std::span<const float> weight, cons
                 std::fill_n(line, c.npz, 0.0);
                 continue;
             }
-            const std::size_t cell = mesh.cell(0, x, y);
+            const std::size_t cell = mesh.cellIndex(0, x, y);
             if (weight.empty()) {
                 std::copy_n(model.data() + cell, c.shared, line);
             } else {
@@ -138,7 +138,7 @@ void cropCells(std::span<const double> padded, std::span<const float> weight, co
     for (std::size_t y = 0; y < c.ny; ++y) {
         for (std::size_t x = 0; x < c.nx; ++x) {
             const double* const line = padded.data() + c.npz * (x + c.npx * y);
-            const std::size_t cell = mesh.cell(0, x, y);
+            const std::size_t cell = mesh.cellIndex(0, x, y);
             if (weight.empty()) {
                 std::copy_n(line, c.shared, model.data() + cell);
             } else {

@@ -8,7 +8,7 @@
 #include <random>
 
 #include "base/messages.h"
-#include "formats/obs_reader.h"
+#include "formats/observed_data.h"
 #include "forward/number_text.h"
 #include "support/temporary_folder.h"
 #include "survey/dummy_value.h"
@@ -68,8 +68,8 @@ protected:
         ObsCleaning cleaning;
         cleaning.integrationInterval = interval;
         Messages messages;
-        readObsFile(messages, 0, options.outFile, obs, cleaning);
-        readObsFile(messages, 1, options.outFile, obs, cleaning);
+        readObsFile(messages, ObsReadMode::header, options.outFile, obs, cleaning);
+        readObsFile(messages, ObsReadMode::observed, options.outFile, obs, cleaning);
         return obs;
     }
 

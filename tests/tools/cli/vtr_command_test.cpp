@@ -97,7 +97,7 @@ protected:
             for (std::size_t i = 0; i < mesh.xCentre.size(); ++i) {
                 for (std::size_t k = 0; k < mesh.zCentre.size(); ++k) {
                     const double value = placeValue(mesh.xCentre[i], mesh.yCentre[j], -mesh.zCentre[k]);
-                    text += (mesh.cell(k, i, j) == absentCell ? "-1e32" : numberText(value)) + "\n";
+                    text += (mesh.cellIndex(k, i, j) == absentCell ? "-1e32" : numberText(value)) + "\n";
                 }
             }
         }

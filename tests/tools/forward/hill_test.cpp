@@ -81,7 +81,7 @@ std::vector<double> groundPrisms(const Survey& survey, const std::vector<double>
                     if (above < 0) {
                         const Prism prism{mesh.xNode[i],     mesh.xNode[i + 1], mesh.yNode[j],
                                           mesh.yNode[j + 1], mesh.zNode[k],     mesh.zNode[k + 1]};
-                        sum += model[mesh.cell(k, i, j)] *
+                        sum += model[mesh.cellIndex(k, i, j)] *
                                prismResponse(prism, survey.stations[n].point, weightsOfStation(survey, n));
                     }
                 }

@@ -239,7 +239,7 @@ TEST(MeshResponses, areThoseOfTheSinglePrismsInCellOrder) {
                     const Prism prism{mesh.xNode[i],     mesh.xNode[i + 1], mesh.yNode[j],
                                       mesh.yNode[j + 1], mesh.zNode[k],     mesh.zNode[k + 1]};
                     const double expected = prismResponse(prism, station, component.weights);
-                    EXPECT_NEAR(cells[mesh.cell(k, i, j)], expected, 1e-11 * (1 + std::abs(expected)))
+                    EXPECT_NEAR(cells[mesh.cellIndex(k, i, j)], expected, 1e-11 * (1 + std::abs(expected)))
                         << component.name << " of cell " << i << ", " << j << ", " << k;
                 }
             }

@@ -129,7 +129,7 @@ TEST_F(GroundCells, centresAboveTheSurfaceAreAir) {
     for (std::size_t j = 0; j < 2; ++j) {
         for (std::size_t i = 0; i < 3; ++i) {
             for (std::size_t k = 0; k < 4; ++k) {
-                EXPECT_EQ(ground.isInactive(mesh.cell(k, i, j), 4), k < i);
+                EXPECT_EQ(ground.isInactive(mesh.cellIndex(k, i, j), 4), k < i);
             }
         }
     }

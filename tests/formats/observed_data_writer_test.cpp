@@ -1,4 +1,4 @@
-#include "formats/obs_writer.h"
+#include "formats/observed_data.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,6 @@
 #include <string>
 
 #include "base/messages.h"
-#include "formats/obs_reader.h"
 #include "support/work_folder.h"
 #include "survey/dummy_value.h"
 
@@ -148,7 +147,7 @@ TEST_F(ObsWriter, AnEarlierFileIsReplacedAndAFolderThatIsMissingIsAnError) {
 TEST_F(ObsWriter, AStarDatumReadAndWrittenIsAStarRow) {
     write("in.obs", "2\n1 2 3 **** 5\n1 2 3 4 5\n");
     ObsSet obs = makeObsSet(2, {0});
-    readObsFile(messages_, 1, "in.obs", obs, ObsCleaning{});
+    readObsFile(messages_, ObsReadMode::observed, "in.obs", obs, ObsCleaning{});
     EXPECT_EQ(obs.obsStd[0], 0.0F);
     const std::vector<std::string> all = written(obs);
     EXPECT_EQ(all[1], "        1.00        2.00        3.00" + repeated(star, 2));
@@ -160,7 +159,7 @@ TEST_F(ObsWriter, LineAndTimeAreNotWritten) {
     ObsSet obs = makeObsSet(1, {0});
     ObsCleaning cleaning;
     cleaning.integrationInterval = 1.0F;
-    readObsFile(messages_, 1, "in.obs", obs, cleaning);
+    readObsFile(messages_, ObsReadMode::observed, "in.obs", obs, cleaning);
     EXPECT_EQ(written(obs)[1], "        1.00        2.00        3.00  0.400000E+01  0.500000E+01");
 }
 
@@ -222,7 +221,7 @@ TEST_P(RoundTrip, TheReaderReadsBackWhatTheWriterWrote) {
         writeObsFile("out.obs", obs, obs.obsData);
         ObsSet back = makeObsSet(obs.nData, GetParam().codes);
         back.idir = obs.idir;
-        ASSERT_EQ(readObsFile(messages_, 1, "out.obs", back, ObsCleaning{}), obs.nData);
+        ASSERT_EQ(readObsFile(messages_, ObsReadMode::observed, "out.obs", back, ObsCleaning{}), obs.nData);
         EXPECT_TRUE(back.hasStd);
         for (std::size_t record = 0; record < obs.ObsX.size(); ++record) {
             EXPECT_NEAR(back.ObsX[record], obs.ObsX[record], 0.005001);
@@ -298,7 +297,7 @@ TEST_F(ObsWriter, RecordsWithLineAndTimeBehindReadBack) {
         ObsSet back = makeObsSet(30, {0, 12});
         ObsCleaning cleaning;
         cleaning.integrationInterval = 3.0F;
-        readObsFile(messages_, 1, "lines.obs", back, cleaning);
+        readObsFile(messages_, ObsReadMode::observed, "lines.obs", back, cleaning);
         EXPECT_EQ(back.dataLine, lineOf);
         EXPECT_EQ(back.nLines, line);
         EXPECT_EQ(back.obsTime[29], 29.5);

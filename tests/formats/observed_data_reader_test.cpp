@@ -1,4 +1,4 @@
-#include "formats/obs_reader.h"
+#include "formats/observed_data.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,6 @@ using testing_support::expectStop;
 using testing_support::makeObsSet;
 using testing_support::single;
 
-constexpr int headerAlone = 0, observedData = 1, referenceData = 2;
 const std::string dataValuesText = " There was an error while reading the data values";
 const std::string downholeText = " There was an error while reading the downhole data values";
 const std::string referenceText = " There was an error while reading the reference data values";
@@ -32,14 +31,14 @@ protected:
         return obs;
     }
 
-    void readInto(ObsSet& obs, const std::string& text, int readMode = observedData) {
+    void readInto(ObsSet& obs, const std::string& text, ObsReadMode mode = ObsReadMode::observed) {
         write("obs.dat", text);
-        readObsFile(messages_, readMode, "obs.dat", obs, cleaning_);
+        readObsFile(messages_, mode, "obs.dat", obs, cleaning_);
     }
 
-    void expectObsStop(const std::string& stopText, const std::string& text, ObsSet obs, int readMode = observedData) {
+    void expectObsStop(const std::string& stopText, const std::string& text, ObsSet obs, ObsReadMode mode = ObsReadMode::observed) {
         write("obs.dat", text);
-        expectStop(stopText, [&](Messages& messages) { readObsFile(messages, readMode, "obs.dat", obs, cleaning_); });
+        expectStop(stopText, [&](Messages& messages) { readObsFile(messages, mode, "obs.dat", obs, cleaning_); });
     }
 
     ObsCleaning cleaning_;
@@ -207,7 +206,7 @@ TEST_F(ObsReader, ATrailingBlankLineIsARecord) {
 TEST_F(ObsReader, SurplusRecordsAndAWrongCountPass) {
     ObsSet obs = makeObsSet(1, {0});
     write("obs.dat", "17 and more\n1 2 3 4 5\n6 7 8 9 10\nrubbish\n");
-    EXPECT_EQ(readObsFile(messages_, observedData, "obs.dat", obs, cleaning_), 17);
+    EXPECT_EQ(readObsFile(messages_, ObsReadMode::observed, "obs.dat", obs, cleaning_), 17);
     EXPECT_EQ(obs.nData, 1);
     EXPECT_EQ(obs.ObsX, std::vector<double>{1.0});
 }
@@ -256,7 +255,7 @@ TEST_F(ObsReader, TextInTheDirectionLineMakesTheFlagOneAndKeepsWhatWasRead) {
 TEST_F(ObsReader, ADirectionLineOfTwoNumbersRunsOnIntoTheCountLine) {
     ObsSet obs = makeObsSet(1, {1});
     write("obs.dat", "60 10 50000\n61 11\n3\n9\n1 2 3 4 5\n");
-    EXPECT_EQ(readObsFile(messages_, observedData, "obs.dat", obs, cleaning_), 9);
+    EXPECT_EQ(readObsFile(messages_, ObsReadMode::observed, "obs.dat", obs, cleaning_), 9);
     EXPECT_EQ(obs.idir, 3);
     EXPECT_EQ(obs.ObsX[0], 1.0);
 }
@@ -274,7 +273,7 @@ TEST_F(ObsReader, TextInOtherHeaderLinesIsTheReadersOwnError) {
         write("obs.dat", text);
         return [this, code](Messages& messages) {
             ObsSet obs = makeObsSet(1, {code});
-            readObsFile(messages, observedData, "obs.dat", obs, cleaning_);
+            readObsFile(messages, ObsReadMode::observed, "obs.dat", obs, cleaning_);
         };
     };
     expectReadError({"obs.dat, line 1", "number of data", "many"}, call("many\n1 2 3 4 5\n", 0));
@@ -288,7 +287,7 @@ TEST_F(ObsReader, HeaderAloneGivesTheCount) {
     ObsSet obs = makeObsSet(2, {1});
     obs.nMasked = 4;
     write("obs.dat", "60 10 50000\n61 11 0\n42\nno records\n");
-    EXPECT_EQ(readObsFile(messages_, headerAlone, "obs.dat", obs, cleaning_), 42);
+    EXPECT_EQ(readObsFile(messages_, ObsReadMode::header, "obs.dat", obs, cleaning_), 42);
     EXPECT_EQ(obs.nData, 2);
     EXPECT_EQ(obs.geomag, 50000.0F);
     EXPECT_EQ(obs.idir, 0);
@@ -299,7 +298,7 @@ TEST_F(ObsReader, MissingFilesStopWithTheNameAsItStands) {
     const auto call = [&](const std::string& name) {
         return [this, name](Messages& messages) {
             ObsSet obs = makeObsSet(1, {0});
-            readObsFile(messages, observedData, name, obs, cleaning_);
+            readObsFile(messages, ObsReadMode::observed, name, obs, cleaning_);
         };
     };
     expectStop(" Data File no.obs not found", call("no.obs   "));
@@ -314,7 +313,7 @@ TEST_F(ObsReader, OnlyEightyCharactersOfTheNameCount) {
     const std::string name = std::string(76, 'n') + ".obs";
     write(name, "1\n1 2 3 4 5\n");
     ObsSet obs = makeObsSet(1, {0});
-    readObsFile(messages_, observedData, name + "ervations", obs, cleaning_);
+    readObsFile(messages_, ObsReadMode::observed, name + "ervations", obs, cleaning_);
     EXPECT_EQ(obs.obsData[0], 0.8);
 }
 
@@ -508,7 +507,7 @@ protected:
 TEST_F(ReferenceReader, ValuesAreDividedByTheDeviationsOfTheObservedData) {
     ObsSet obs = observed();
     const std::vector<double> before = obs.obsData;
-    readInto(obs, "9\n7 8 9 6 100 20 100\n7 8 9 6 100 20 100\n7 8 9 -1.0e32 1 -1.0e32 1\n", referenceData);
+    readInto(obs, "9\n7 8 9 6 100 20 100\n7 8 9 6 100 20 100\n7 8 9 -1.0e32 1 -1.0e32 1\n", ObsReadMode::reference);
     EXPECT_EQ(obs.refData, (std::vector<double>{3, 0, 0, 4, 4, 0}));
     EXPECT_EQ(obs.obsData, before);
     EXPECT_EQ(obs.obsStd, (std::vector<float>{2, 0, 2, 5, 5, 5}));
@@ -523,7 +522,7 @@ TEST_F(ReferenceReader, LimitsHoldAndShiftDoesNot) {
     cleaning_.dataShift = 100.0F;
     cleaning_.misfitPercent = 1.0F;
     cleaning_.misfitFloor = 1.0F;
-    readInto(obs, "3\n0 0 0 6 1 20 1\n0 0 0 6 1 10 1\n0 0 0 6 1 20 1\n", referenceData);
+    readInto(obs, "3\n0 0 0 6 1 20 1\n0 0 0 6 1 10 1\n0 0 0 6 1 20 1\n", ObsReadMode::reference);
     EXPECT_EQ(obs.refData, (std::vector<double>{3, 0, 3, 0, 2, 0}));
     EXPECT_EQ(obs.nMasked, 2);
 }
@@ -531,24 +530,24 @@ TEST_F(ReferenceReader, LimitsHoldAndShiftDoesNot) {
 TEST_F(ReferenceReader, RecordsHaveDeviationsWhenTheObservedDataHad) {
     ObsSet obs = observed();
     // Without them the free-format read runs on over the lines and the file is too short.
-    expectObsStop(tooFewText, "3\n0 0 0 6 20\n0 0 0 6 20\n0 0 0 6 20\n", obs, referenceData);
+    expectObsStop(tooFewText, "3\n0 0 0 6 20\n0 0 0 6 20\n0 0 0 6 20\n", obs, ObsReadMode::reference);
     ObsSet without = readText("2\n1 1 1 4\n2 2 2 5\n", 2);
-    readInto(without, "2\n1 1 1 8\n2 2 2 10 behind\n", referenceData);
+    readInto(without, "2\n1 1 1 8\n2 2 2 10 behind\n", ObsReadMode::reference);
     EXPECT_EQ(without.refData[0], 8.0 / static_cast<double>(0.01F));
     EXPECT_EQ(without.refData[1], 10.0 / static_cast<double>(0.01F));
 }
 
 TEST_F(ReferenceReader, TextStops) {
-    expectObsStop(referenceText, "3\n0 0 0 x 1 1 1\n", observed(), referenceData);
-    expectObsStop(referenceText, "3\n0 0 0 1 **** 1 1\n", observed(), referenceData);
-    expectObsStop(tooFewText, "3\n0 0 0 1 1 1 1\n", observed(), referenceData);
+    expectObsStop(referenceText, "3\n0 0 0 x 1 1 1\n", observed(), ObsReadMode::reference);
+    expectObsStop(referenceText, "3\n0 0 0 1 **** 1 1\n", observed(), ObsReadMode::reference);
+    expectObsStop(tooFewText, "3\n0 0 0 1 1 1 1\n", observed(), ObsReadMode::reference);
 }
 
 TEST_F(ReferenceReader, DownholeRecordsHaveAnglesAndNoDeviations) {
     ObsSet obs = makeObsSet(2, {1});
     obs.idir = 0;
     readInto(obs, "60 10 50000\n60 10 0\n2\n1 2 3 30 40 4 2\n1 2 3 31 41 6 2\n");
-    readInto(obs, "60 10 50000\n60 10 0\n2\n1 2 3 50 60 8\n1 2 3 51 61 10\n", referenceData);
+    readInto(obs, "60 10 50000\n60 10 0\n2\n1 2 3 50 60 8\n1 2 3 51 61 10\n", ObsReadMode::reference);
     EXPECT_EQ(obs.refData, (std::vector<double>{4, 5}));
     EXPECT_EQ(obs.obsIncl, (std::vector<float>{0, 51}));
     EXPECT_EQ(obs.obsDecl, (std::vector<float>{0, 61}));
@@ -557,7 +556,7 @@ TEST_F(ReferenceReader, DownholeRecordsHaveAnglesAndNoDeviations) {
 TEST_F(ReferenceReader, LineTablesStay) {
     cleaning_.integrationInterval = 1.0F;
     ObsSet obs = readText("2\n0 0 0 4 2 A 0\n0 0 0 4 2 B 1\n", 2);
-    readInto(obs, "2\n0 0 0 8 2 C 5\n0 0 0 8 2 C 6\n", referenceData);
+    readInto(obs, "2\n0 0 0 8 2 C 5\n0 0 0 8 2 C 6\n", ObsReadMode::reference);
     EXPECT_EQ(obs.nLines, 2);
     EXPECT_EQ(nameOfLine(obs, 1), "B               ");
     EXPECT_EQ(obs.obsTime, (std::vector<double>{0, 1}));
