@@ -1,6 +1,7 @@
 #include "simd/instruction_set.h"
 
 #include <algorithm>
+#include <atomic>
 
 #ifndef VOXLITH_WIDEST
 #define VOXLITH_WIDEST avx512
@@ -10,7 +11,7 @@ namespace voxlith {
 
 namespace {
 
-InstructionSet instructionsOfMachine() {
+InstructionSet machineInstructionSet() {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx512f")) {
         return InstructionSet::avx512;
@@ -22,11 +23,23 @@ InstructionSet instructionsOfMachine() {
     return InstructionSet::plain;
 }
 
+InstructionSet limitedTo(InstructionSet limit) {
+    return std::min({limit, InstructionSet::VOXLITH_WIDEST, machineInstructionSet()});
+}
+
+std::atomic<InstructionSet>& widestSet() {
+    static std::atomic<InstructionSet> widest = limitedTo(InstructionSet::avx512);
+    return widest;
+}
+
 }  // namespace
 
 InstructionSet widestInstructionSet() {
-    static const InstructionSet widest = std::min(instructionsOfMachine(), InstructionSet::VOXLITH_WIDEST);
-    return widest;
+    return widestSet().load(std::memory_order_relaxed);
+}
+
+void limitInstructionSet(InstructionSet limit) {
+    widestSet() = limitedTo(limit);
 }
 
 }  // namespace voxlith

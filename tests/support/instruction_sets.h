@@ -18,4 +18,12 @@ inline std::vector<InstructionSet> setsOfThisMachine() {
     return sets;
 }
 
+// Kernels use no wider set than this as long as the object exists.
+struct InstructionSetLimit {
+    explicit InstructionSetLimit(InstructionSet limit) { limitInstructionSet(limit); }
+    ~InstructionSetLimit() { limitInstructionSet(InstructionSet::avx512); }
+    InstructionSetLimit(const InstructionSetLimit&) = delete;
+    InstructionSetLimit& operator=(const InstructionSetLimit&) = delete;
+};
+
 }  // namespace voxlith::testing_support

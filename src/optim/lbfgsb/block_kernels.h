@@ -1,16 +1,14 @@
-// Long vectors in blocks that stay in the nearest cache: products of blocks with many columns, and sums of columns.
+// Long vectors in blocks that stay in the first-level cache: products of blocks with many columns, and sums of columns.
 // What is read from memory once is used for all that is wanted of it.
 //
-// Orders of summation are fixed, whatever instructions the machine has: a block is summed in eight lanes, element i in
-// lane i mod 8, the lanes are added in one tree, and blocks are added in ascending order; an element receives columns
-// in ascending order, one addition a column.
+// Orders of summation are fixed, whatever the instruction set: a block is summed in eight lanes, element i in lane
+// i mod 8, the lanes are added in one tree, and blocks are added in ascending order; an element receives columns in
+// ascending order, one addition per column.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <span>
-
-#include "simd/instruction_set.h"
 
 namespace voxlith {
 
@@ -23,7 +21,7 @@ constexpr std::size_t vectorsAtOnce = 4;
 struct VectorBlock {
     std::array<const double*, vectorsAtOnce> vector{};
     std::size_t count = 0;
-    std::size_t length = 0;  // at most blockLength, and a multiple of 8 but for the last block of the vectors
+    std::size_t length = 0;  // at most blockLength, and a multiple of 8 except in the last block of the vectors
 };
 
 // Columns side by side: column c begins at first + c * stride.
@@ -33,24 +31,27 @@ struct ColumnBlock {
     std::size_t count = 0;
 };
 
-// products[vectorsAtOnce * c + v] += column c ' vector v.
-void addBlockProducts(const ColumnBlock& columns, const VectorBlock& vectors, double* products,
-                      InstructionSet instructions);
+struct BlockKernels {
+    // products[vectorsAtOnce * c + v] += column c ' vector v.
+    void (*addProducts)(const ColumnBlock& columns, const VectorBlock& vectors, double* products);
 
-// out[i] += sum over c of factor[c] * column c [i], i < length.
-void addBlockColumns(const ColumnBlock& columns, const double* factor, std::size_t length, double* out,
-                     InstructionSet instructions);
+    // out[i] += sum over c of factor[c] * column c [i], i < length.
+    void (*addColumns)(const ColumnBlock& columns, const double* factor, std::size_t length, double* out);
+};
+
+// For the widest instruction set.
+const BlockKernels& blockKernels();
 
 // a'b of two vectors of the same length, of any length.
-double longProduct(std::span<const double> a, std::span<const double> b, InstructionSet instructions);
+double longProduct(std::span<const double> a, std::span<const double> b);
 
-// Calls for the block behind this one ahead of its use: a pass reads so many vectors side by side that the processor
-// would not follow them all by itself.
+// Prefetches the block after this one: a pass reads more vectors side by side than the hardware prefetcher follows.
 template <class Value>
 inline void prefetchNextBlock(const Value* block, std::size_t length) {
     constexpr std::size_t lineLength = 64 / sizeof(Value);
-    for (std::size_t i = 0; i < length; i += lineLength)
+    for (std::size_t i = 0; i < length; i += lineLength) {
         __builtin_prefetch(block + blockLength + i);
+    }
 }
 
 }  // namespace voxlith

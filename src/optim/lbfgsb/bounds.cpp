@@ -120,7 +120,6 @@ void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> unifor
 }
 
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
-    const InstructionSet instructions = widestInstructionSet();
     LargestValues values;
     BoxBlock box;
     std::array<double, blockLength> projected;
@@ -129,8 +128,8 @@ double projectedGradientNorm(const BoxProblem& problem, std::span<const double> 
         const BoundsBlock bounds = boundsOfBlock(problem, first, length);
         prefetchNextBlock(x.data() + first, length);
         prefetchNextBlock(g.data() + first, length);
-        formBox(bounds, box, instructions);
-        projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data(), instructions);
+        formBox(bounds, box);
+        boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
         values.take(projected.data(), length);
     }
     return values.largest();
@@ -142,9 +141,8 @@ double gradientNorm(std::span<const double> g) {
     return values.largest();
 }
 
-void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box,
-                InstructionSet instructions) {
-    formBox(boundsOfBlock(problem, first, length), box, instructions);
+void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box) {
+    formBox(boundsOfBlock(problem, first, length), box);
 }
 
 void clampBlock(const BoxBlock& box, std::size_t length, double* x) {
@@ -155,19 +153,19 @@ void clampBlock(const BoxBlock& box, std::size_t length, double* x) {
 }
 
 void clampToBounds(const BoxProblem& problem, std::span<double> x) {
-    const InstructionSet instructions = widestInstructionSet();
     BoxBlock box;
     for (std::size_t first = 0; first < x.size(); first += blockLength) {
         const std::size_t length = std::min(blockLength, x.size() - first);
-        boxOfBlock(problem, first, length, box, instructions);
+        boxOfBlock(problem, first, length, box);
         clampBlock(box, length, x.data() + first);
     }
 }
 
 void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, const double* x, const double* d,
-                 StepToBound& step, InstructionSet instructions) {
-    if (!leavesBox(box, length, x, d, step.length, instructions))
+                 StepToBound& step) {
+    if (!boxKernels().leavesBox(box, length, x, d, step.length)) {
         return;
+    }
     for (std::size_t i = 0; i < length; ++i) {
         const bool downwards = d[i] < 0.0;
         const double room = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];

@@ -51,8 +51,7 @@ double projectedGradientNorm(const BoxProblem& problem, std::span<const double> 
 double gradientNorm(std::span<const double> g);
 
 // The box of the block that begins at variable `first`.
-void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box,
-                InstructionSet instructions);
+void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box);
 
 // Puts what rounding has carried across a bound back onto it; fixed variables excepted.
 void clampToBounds(const BoxProblem& problem, std::span<double> x);
@@ -68,7 +67,7 @@ struct StepToBound {
 // Shortens step.length, if need be, to what keeps x + length * d in the box, for the block that begins at variable
 // `first`; x and d are those of the block.
 void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, const double* x, const double* d,
-                 StepToBound& step, InstructionSet instructions);
+                 StepToBound& step);
 
 // The largest step, at most `limit`, along d that changes no variable by more than its maxStep.
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit);

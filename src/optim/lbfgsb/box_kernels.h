@@ -1,6 +1,6 @@
 // What bounds do to a block of the variables: the box, the projected gradient, the start of the projected path, steps
-// that leave the box. Branches would be taken at random here, so all is done by comparing and choosing; every variable
-// by itself, so that the results are the same bytes whatever instructions the machine has.
+// that leave the box. Variables at a bound and free ones alternate at random, so the kernels compare and select instead
+// of branching. Each variable is computed by itself, so the results are the same bytes for all instruction sets.
 #pragma once
 
 #include <array>
@@ -9,7 +9,6 @@
 #include <limits>
 
 #include "optim/lbfgsb/block_kernels.h"
-#include "simd/instruction_set.h"
 
 namespace voxlith {
 
@@ -34,7 +33,7 @@ inline bool isFree(std::int32_t status) {
 }
 
 // The box of a block: infinite where a variable has no bound or is fixed. It points to the bounds themselves where they
-// are the box, else to its own room.
+// are the box, else to its own buffers; so it is not copied.
 struct BoxBlock {
     BoxBlock() = default;
     ~BoxBlock() = default;
@@ -48,32 +47,22 @@ struct BoxBlock {
     std::array<double, blockLength> lowerBuffer, upperBuffer;
 };
 
-// Bound codes, flags and bounds of the same block. The bound of an unused side has no influence, even if no number.
+// Bound codes, flags and bounds of the same block. The bound of an unused side has no influence, even if it is NaN.
 struct BoundsBlock {
     const std::int32_t* code = nullptr;
     const std::int32_t* fixed = nullptr;
     const double* lower = nullptr;
     const double* upper = nullptr;
-    std::size_t length = 0;
-    bool uniform = false;  // all variables have the same code, and none is fixed
+    std::size_t length = 0;  // at most blockLength
+    bool uniform = false;    // all variables have the same code, and none is fixed
 };
-
-void formBox(const BoundsBlock& bounds, BoxBlock& box, InstructionSet instructions);
-
-// projected[i] = g[i], or what is left of it where x would be carried out of the box; 0 where the flag is 1.
-void projectGradient(const BoundsBlock& bounds, const BoxBlock& box, const double* x, const double* g,
-                     double* projected, InstructionSet instructions);
-
-// True if x + step * d lies outside of the box for a variable that moves towards the bound.
-bool leavesBox(const BoxBlock& box, std::size_t length, const double* x, const double* d, double step,
-               InstructionSet instructions);
 
 // When a variable meets its bound; infinite if it has none on its way.
 inline double timeToBound(double x, double lower, double upper, double direction) {
     const double infinity = std::numeric_limits<double>::infinity();
-    const double room = direction < 0.0 ? x - lower : upper - x;
+    const double distance = direction < 0.0 ? x - lower : upper - x;
     const double speed = direction < 0.0 ? -direction : direction;
-    const double time = room / speed;
+    const double time = distance / speed;
     return speed > 0.0 ? time : infinity;
 }
 
@@ -84,12 +73,30 @@ struct PathStart {
     double leastTime = std::numeric_limits<double>::infinity();  // of the first breakpoint
     double directionSquared = 0.0;
     bool bounded = true;  // every variable that moves meets a bound
-    bool moves = false;   // some variable moves, or might for all that is known
+    bool moves = false;   // some variable is free with a gradient other than 0, or without any bound
 };
 
-// Sets status and direction of a block from its point x and gradient g, and adds what it says to the start of the path.
-// (Byrd et al. 1995, equations 4.1 and 4.2.)
-void startPathBlock(const BoxBlock& box, std::size_t length, const double* x, const double* g, std::int32_t* status,
-                    double* direction, PathStart& path, InstructionSet instructions);
+struct BoxKernels {
+    // The box of a block that is not uniform, in its own buffers.
+    void (*fillBox)(const BoundsBlock& bounds, BoxBlock& box);
+
+    // projected[i] = g[i], or the part of it that keeps x - g in the box; 0 where the flag is 1.
+    void (*projectGradient)(const BoundsBlock& bounds, const BoxBlock& box, const double* x, const double* g,
+                            double* projected);
+
+    // True if x + step * d lies outside the box for a variable that moves towards the bound.
+    bool (*leavesBox)(const BoxBlock& box, std::size_t length, const double* x, const double* d, double step);
+
+    // Sets status and direction of a block from its point x and gradient g, and adds them to the start of the path
+    // (Byrd et al. 1995, equations 4.1 and 4.2). directionSquared is left alone.
+    void (*startPath)(const BoxBlock& box, std::size_t length, const double* x, const double* g, std::int32_t* status,
+                      double* direction, PathStart& path);
+};
+
+// For the widest instruction set.
+const BoxKernels& boxKernels();
+
+// The box of a block: of a uniform one the bounds themselves, of others by fillBox.
+void formBox(const BoundsBlock& bounds, BoxBlock& box);
 
 }  // namespace voxlith

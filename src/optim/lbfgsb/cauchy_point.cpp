@@ -48,12 +48,11 @@ PathModel startModel(const CorrectionMemory& memory, const PathStart& path, cons
 // Puts the breakpoints behind the old limit and up to `limit` into the queue.
 void collectBreakpoints(const BoxProblem& problem, std::span<const double> x, double limit, const CauchyArrays& arrays,
                         BreakpointQueue& queue) {
-    const InstructionSet instructions = widestInstructionSet();
     BoxBlock box;
     queue.count = 0;
     for (std::size_t first = 0; first < x.size(); first += blockLength) {
         const std::size_t length = std::min(blockLength, x.size() - first);
-        boxOfBlock(problem, first, length, box, instructions);
+        boxOfBlock(problem, first, length, box);
         for (std::size_t i = 0; i < length; ++i) {
             const std::size_t variable = first + i;
             const double time = timeToBound(x[variable], box.lower[i], box.upper[i], arrays.direction[variable]);

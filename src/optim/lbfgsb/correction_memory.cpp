@@ -20,8 +20,9 @@ void addPairProducts(const CorrectionMemory& memory, std::size_t first, const Ve
                      const PairProducts& products) {
     double* const withSteps = products.sums.data();
     double* const withChanges = withSteps + vectorsAtOnce * memory.m;
-    addBlockProducts({memory.s.data() + first, memory.n, memory.count}, vectors, withSteps, memory.instructions);
-    addBlockProducts({memory.y.data() + first, memory.n, memory.count}, vectors, withChanges, memory.instructions);
+    const BlockKernels& kernels = blockKernels();
+    kernels.addProducts({memory.s.data() + first, memory.n, memory.count}, vectors, withSteps);
+    kernels.addProducts({memory.y.data() + first, memory.n, memory.count}, vectors, withChanges);
 }
 
 void gatherProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t vector,

@@ -14,7 +14,6 @@
 
 #include "optim/lbfgsb/block_kernels.h"
 #include "optim/vector_kernels.h"
-#include "simd/instruction_set.h"
 
 namespace voxlith {
 
@@ -29,7 +28,6 @@ struct CorrectionMemory {
     SmallMatrix sDotY;         // s_i'y_j, i >= j: D and L
     SmallMatrix sDotS;         // s_i's_j, i >= j
     SmallMatrix middleFactor;  // lower Cholesky factor J of theta S'S + L D^-1 L'
-    InstructionSet instructions = InstructionSet::plain;
 
     std::size_t columnOf(std::size_t pair) const { return (oldest + pair) % m; }
     double step(std::size_t pair, std::size_t variable) const { return s[columnOf(pair) * n + variable]; }

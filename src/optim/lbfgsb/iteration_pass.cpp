@@ -66,10 +66,9 @@ void startPath(const BoxProblem& problem, const CorrectionMemory& memory, PathKi
         }
     } else {
         BoxBlock box;
-        boxOfBlock(problem, block.first, block.length, box, memory.instructions);
+        boxOfBlock(problem, block.first, block.length, box);
         std::copy_n(status, block.length, block.statusBefore.begin());
-        startPathBlock(box, block.length, arrays.x.data() + block.first, g, status, direction, path,
-                       memory.instructions);
+        boxKernels().startPath(box, block.length, arrays.x.data() + block.first, g, status, direction, path);
         const std::size_t olderPairs = memory.count - (arrays.newStep.empty() ? 0 : 1);
         if (memory.count > 0 && olderPairs > 0)
             followStatus(block, memory, olderPairs, arrays);
@@ -119,8 +118,8 @@ void prefetchNext(const Piece& block, PathKind kind, const IterationPassArrays& 
     prefetchNextBlock(arrays.status.data() + block.first, block.length);
 }
 
-double squareOf(const double* values, std::size_t length, InstructionSet instructions) {
-    return longProduct({values, length}, {values, length}, instructions);
+double squareOf(const double* values, std::size_t length) {
+    return longProduct({values, length}, {values, length});
 }
 
 }  // namespace
@@ -136,7 +135,7 @@ PathStart startIterationPass(const BoxProblem& problem, const CorrectionMemory& 
         if (!arrays.newStep.empty())
             storePair(block, arrays);
         startPath(problem, memory, kind, arrays, block, path);
-        path.directionSquared += squareOf(arrays.direction.data() + block.first, block.length, memory.instructions);
+        path.directionSquared += squareOf(arrays.direction.data() + block.first, block.length);
         if (memory.count > 0)
             addPairProducts(memory, block.first, vectorsOf(arrays, block), arrays.products);
     }

@@ -52,8 +52,7 @@ CorrectionMemory memoryOf(const Engine& engine) {
             state.theta,
             work.sDotY,
             work.sDotS,
-            work.middleFactor,
-            widestInstructionSet()};
+            work.middleFactor};
 }
 
 // Drops all pairs: the model matrix becomes the identity.
@@ -236,7 +235,7 @@ SearchOutcome beginLineSearch(Engine& engine, const SearchDirection& closing) {
 // Judges the trial point x with its f and g.
 SearchOutcome continueLineSearch(Engine& engine) {
     LbfgsbState& state = engine.state;
-    state.slope = longProduct(engine.g, engine.work.d, widestInstructionSet());
+    state.slope = longProduct(engine.g, engine.work.d);
     if (!std::isfinite(engine.f) || !std::isfinite(state.slope))
         return SearchOutcome::failed;
     TrialPoint trial{state.step, engine.f, state.slope};
@@ -346,7 +345,7 @@ double squareOfChange(const Engine& engine) {
         for (std::size_t i = 0; i < length; ++i)
             change[i] = g[first + i] - lastG[first + i];
         const std::span<const double> block(change.data(), length);
-        square += longProduct(block, block, widestInstructionSet());
+        square += longProduct(block, block);
     }
     return square;
 }

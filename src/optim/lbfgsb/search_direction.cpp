@@ -52,8 +52,9 @@ void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask&
         step[i] = task.leavesX ? -theta * (point[i] - x[i]) - g[i] : -g[i];
     const ColumnBlock steps{memory.s.data() + block.first, memory.n, memory.count};
     const ColumnBlock changes{memory.y.data() + block.first, memory.n, memory.count};
-    addBlockColumns(steps, arrays.factors.data(), block.length, step, memory.instructions);
-    addBlockColumns(changes, arrays.factors.data() + memory.m, block.length, step, memory.instructions);
+    const BlockKernels& kernels = blockKernels();
+    kernels.addColumns(steps, arrays.factors.data(), block.length, step);
+    kernels.addColumns(changes, arrays.factors.data() + memory.m, block.length, step);
     for (std::size_t i = 0; i < block.length; ++i)
         step[i] = isFree(status[i]) ? step[i] / theta : 0.0;
 }
@@ -70,9 +71,8 @@ void applySubspaceStep(const BoxProblem& problem, const StepToBound& cut, const 
 }
 
 // The direction of the search and what it begins with.
-void startSearch(const BoxBlock& box, const CorrectionMemory& memory, const SearchDirectionTask& task,
-                 const Piece& block, const SearchDirectionArrays& arrays, StepToBound& limit,
-                 SearchDirection& closing) {
+void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Piece& block,
+                 const SearchDirectionArrays& arrays, StepToBound& limit, SearchDirection& closing) {
     double* const x = arrays.x.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
@@ -80,11 +80,11 @@ void startSearch(const BoxBlock& box, const CorrectionMemory& memory, const Sear
     for (std::size_t i = 0; i < block.length; ++i)
         direction[i] = point[i] - x[i];
     double products[vectorsAtOnce] = {};
-    addBlockProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products, memory.instructions);
+    blockKernels().addProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products);
     closing.directionSquared += products[0];
     closing.slope += products[1];
     if (task.limitStep)
-        shortenStep(box, block.first, block.length, x, direction, limit, memory.instructions);
+        shortenStep(box, block.first, block.length, x, direction, limit);
     std::copy_n(x, block.length, arrays.lastX.data() + block.first);
     std::copy_n(g, block.length, arrays.lastG.data() + block.first);
     if (task.moveX)
@@ -137,20 +137,20 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
             if (task.constrained)
                 clampBlock(box, block.length, point);
         }
-        startSearch(box, memory, task, block, arrays, limit, closing);
+        startSearch(box, task, block, arrays, limit, closing);
     };
     for (std::size_t first = 0; first < n; first += blockLength) {
         const Piece block{first, std::min(blockLength, n - first)};
         prefetchNext(block, arrays);
         prefetchNextBlock(arrays.status.data() + first, block.length);
         if (task.constrained)
-            boxOfBlock(problem, first, block.length, box, memory.instructions);
+            boxOfBlock(problem, first, block.length, box);
         placeCauchyPoint(box, task, block, arrays);
         double* const step = arrays.lastG.data() + first;
         if (steps)
             formSubspaceStep(memory, task, block, arrays, step);
         if (steps && task.constrained)
-            shortenStep(box, first, block.length, arrays.point.data() + first, step, cut, memory.instructions);
+            shortenStep(box, first, block.length, arrays.point.data() + first, step, cut);
         if (!task.constrained)
             finish(block);
     }
@@ -158,7 +158,7 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
         const Piece block{first, std::min(blockLength, n - first)};
         prefetchNext(block, arrays);
         prefetchNextBlock(arrays.lastX.data() + first, block.length);
-        boxOfBlock(problem, first, block.length, box, memory.instructions);
+        boxOfBlock(problem, first, block.length, box);
         finish(block);
     }
     closing.stepReachedBound = cut.length < 1.0;

@@ -1,4 +1,4 @@
-// Bounds of a block of the variables: what each variable gets by itself, with every set of instructions.
+// Bounds of a block of the variables: the result of each variable by itself, with every instruction set.
 #include "optim/lbfgsb/box_kernels.h"
 
 #include <gtest/gtest.h>
@@ -10,28 +10,23 @@
 #include <vector>
 
 #include "optim/lbfgsb/bounds.h"
+#include "support/instruction_sets.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::InstructionSetLimit;
+using testing_support::setsOfThisMachine;
+
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
-std::vector<InstructionSet> widerSets() {
-    std::vector<InstructionSet> sets;
-    if (widestInstructionSet() != InstructionSet::plain)
-        sets.push_back(InstructionSet::avx2);
-    if (widestInstructionSet() == InstructionSet::avx512)
-        sets.push_back(InstructionSet::avx512);
-    return sets;
-}
-
-// Variables of all codes, on, between and outside of their bounds, with gradients of all signs, 0, and no numbers.
-struct RandomPiece {
+// Variables of all codes, on, between and outside of their bounds, with gradients of all signs, 0, infinity and NaN.
+struct RandomBlock {
     std::vector<std::int32_t> code, fixed, status;
     std::vector<double> lower, upper, x, g;
 
-    RandomPiece(std::size_t length, std::int32_t codes, unsigned seed) {
+    RandomBlock(std::size_t length, std::int32_t codes, unsigned seed) {
         std::mt19937 random(seed);
         const std::vector<double> places{-1.5, -1.0, -0.25, 0.0, -0.0, 0.5, 1.0, 1.5};
         const std::vector<double> slopes{-3.0, -0.5, -0.0, 0.0, 0.25, 2.0, infinity, -infinity, notANumber};
@@ -61,30 +56,33 @@ struct Results {
     std::vector<bool> leaves;
 };
 
-Results resultsOf(const RandomPiece& block, InstructionSet set) {
+Results resultsOf(const RandomBlock& block, InstructionSet set) {
+    const InstructionSetLimit limit(set);
+    const BoxKernels& kernels = boxKernels();
     const std::size_t n = block.x.size();
     Results results;
     results.projected.resize(n);
     results.direction.resize(n);
     results.status = block.status;
     BoxBlock box;
-    formBox(block.bounds(), box, set);
+    formBox(block.bounds(), box);
     results.lower.assign(box.lower, box.lower + n);
     results.upper.assign(box.upper, box.upper + n);
-    projectGradient(block.bounds(), box, block.x.data(), block.g.data(), results.projected.data(), set);
-    startPathBlock(box, n, block.x.data(), block.g.data(), results.status.data(), results.direction.data(),
-                   results.path, set);
-    for (const double step : {0.0, 1.0e-3, 0.5, 1.0, 100.0})
-        results.leaves.push_back(leavesBox(box, n, block.x.data(), results.direction.data(), step, set));
+    kernels.projectGradient(block.bounds(), box, block.x.data(), block.g.data(), results.projected.data());
+    kernels.startPath(box, n, block.x.data(), block.g.data(), results.status.data(), results.direction.data(),
+                      results.path);
+    for (const double step : {0.0, 1.0e-3, 0.5, 1.0, 100.0}) {
+        results.leaves.push_back(kernels.leavesBox(box, n, block.x.data(), results.direction.data(), step));
+    }
     return results;
 }
 
-TEST(BoxKernels, GiveTheSameBytesWithAllInstructions) {
+TEST(BoxKernels, GiveTheSameBytesWithAllInstructionSets) {
     for (unsigned seed = 0; seed < 60; ++seed) {
         const std::size_t length = seed % 3 == 0 ? blockLength : 1 + 7 * seed;
-        const RandomPiece block(length, 1 + static_cast<std::int32_t>(seed % 6), seed);
+        const RandomBlock block(length, 1 + static_cast<std::int32_t>(seed % 6), seed);
         const Results plain = resultsOf(block, InstructionSet::plain);
-        for (const InstructionSet set : widerSets()) {
+        for (const InstructionSet set : setsOfThisMachine()) {
             SCOPED_TRACE("set " + std::to_string(static_cast<int>(set)) + " seed " + std::to_string(seed));
             const Results wide = resultsOf(block, set);
             EXPECT_EQ(wide.lower, plain.lower);
@@ -102,11 +100,11 @@ TEST(BoxKernels, GiveTheSameBytesWithAllInstructions) {
     }
 }
 
-TEST(BoxKernels, BoxIsInfiniteWhereAVariableHasNoBoundOrIsHeld) {
+TEST(BoxKernels, BoxIsInfiniteWhereAVariableHasNoBoundOrIsFixed) {
     for (unsigned seed = 100; seed < 120; ++seed) {
-        const RandomPiece block(200, 6, seed);
+        const RandomBlock block(200, 6, seed);
         BoxBlock box;
-        formBox(block.bounds(), box, widestInstructionSet());
+        formBox(block.bounds(), box);
         for (std::size_t i = 0; i < 200; ++i) {
             const bool free = block.fixed[i] == 0;
             EXPECT_EQ(box.lower[i], free && hasLowerBound(block.code[i]) ? -1.0 : -infinity) << "seed " << seed;
@@ -115,8 +113,8 @@ TEST(BoxKernels, BoxIsInfiniteWhereAVariableHasNoBoundOrIsHeld) {
     }
 }
 
-// Pieces that are uniform, and blocks in which a single variable differs.
-TEST(BoxKernels, PiecesThatAreAlikeHaveTheBoxOfTheirArrays) {
+// Uniform blocks, and blocks in which a single variable differs.
+TEST(BoxKernels, UniformBlocksHaveTheBoxOfTheirArrays) {
     constexpr std::size_t blocks = 5, n = blocks * blockLength - 100;
     for (const std::int32_t code : {0, 1, 2, 3, 4, 5}) {
         std::vector<double> lower(n), upper(n), maxStep(n, 0.0), x(n), g(n);
@@ -139,8 +137,8 @@ TEST(BoxKernels, PiecesThatAreAlikeHaveTheBoxOfTheirArrays) {
         for (std::size_t first = 0; first < n; first += blockLength) {
             const std::size_t bytes = std::min(blockLength, n - first) * sizeof(double);
             BoxBlock fromArrays, fromKind;
-            boxOfBlock(problem, first, bytes / sizeof(double), fromArrays, widestInstructionSet());
-            boxOfBlock(known, first, bytes / sizeof(double), fromKind, widestInstructionSet());
+            boxOfBlock(problem, first, bytes / sizeof(double), fromArrays);
+            boxOfBlock(known, first, bytes / sizeof(double), fromKind);
             EXPECT_EQ(std::memcmp(fromArrays.lower, fromKind.lower, bytes), 0) << "code " << code;
             EXPECT_EQ(std::memcmp(fromArrays.upper, fromKind.upper, bytes), 0) << "code " << code;
         }
@@ -148,7 +146,7 @@ TEST(BoxKernels, PiecesThatAreAlikeHaveTheBoxOfTheirArrays) {
     }
 }
 
-// One variable between 0 and 1: where it stands, its gradient, and what must come of it.
+// One variable between 0 and 1: its value, its gradient, and the expected status, direction and time.
 TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
     struct Case {
         double x, g;
@@ -167,7 +165,7 @@ TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
         std::int32_t status = freeBetweenBounds;
         double direction = 7.0;
         PathStart path;
-        startPathBlock(box, 1, &expected.x, &expected.g, &status, &direction, path, widestInstructionSet());
+        boxKernels().startPath(box, 1, &expected.x, &expected.g, &status, &direction, path);
         EXPECT_EQ(status, expected.status) << "x " << expected.x << " g " << expected.g;
         EXPECT_EQ(direction, expected.direction);
         EXPECT_EQ(path.leastTime, expected.time);
@@ -186,7 +184,7 @@ TEST(BoxKernels, FixedAndUnboundedVariablesKeepTheirStatus) {
     std::vector<std::int32_t> status{alwaysFixed, unbounded};
     std::vector<double> direction(2);
     PathStart path;
-    startPathBlock(box, 2, x.data(), g.data(), status.data(), direction.data(), path, widestInstructionSet());
+    boxKernels().startPath(box, 2, x.data(), g.data(), status.data(), direction.data(), path);
     EXPECT_EQ(status, (std::vector<std::int32_t>{alwaysFixed, unbounded}));
     EXPECT_EQ(direction, (std::vector<double>{0.0, -3.0}));
     EXPECT_FALSE(path.bounded);

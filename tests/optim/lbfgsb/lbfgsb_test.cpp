@@ -766,10 +766,10 @@ TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
     const std::vector<double> maxStep{0.5, 0.0, 3.0, -1.0, 0.0};
     const BoxProblem problem{5, 2, l, u, nbd, flag, maxStep};
     BoxBlock box;
-    boxOfBlock(problem, 0, 5, box, InstructionSet::plain);
+    boxOfBlock(problem, 0, 5, box);
     const auto feasible = [&](std::vector<double> d) {
         StepToBound step{100.0, 0, false};
-        shortenStep(box, 0, 5, x.data(), d.data(), step, InstructionSet::plain);
+        shortenStep(box, 0, 5, x.data(), d.data(), step);
         return step.length;
     };
     EXPECT_EQ(feasible({1.0, -1.0, 0.0, 9.0, 0.0}), 100.0);
@@ -794,7 +794,7 @@ TEST(StepLimits, TheFirstOfTwoVariablesThatMeetTheirBoundsTogetherCounts) {
     box.upper = upper.data();
     const std::vector<double> x(2, 0.0), d(2, 25.0);
     StepToBound step;
-    shortenStep(box, 0, 2, x.data(), d.data(), step, InstructionSet::plain);
+    shortenStep(box, 0, 2, x.data(), d.data(), step);
     EXPECT_EQ(step.length, 7.0 / 25.0);
     EXPECT_GT(step.length * 25.0, 7.0);
     EXPECT_TRUE(step.shortened);
