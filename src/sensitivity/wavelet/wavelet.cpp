@@ -1,6 +1,7 @@
 #include "sensitivity/wavelet/wavelet.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 
 #include "sensitivity/wavelet/wavelet_lanes.h"
@@ -9,7 +10,7 @@ namespace voxlith {
 
 namespace {
 
-// Axes up to this extent are left alone, though one step would be possible on four values: the files' writers do the
+// Axes up to this extent are left alone, though four values allow one step: the writers of sensitivity files do the
 // same.
 constexpr std::size_t longestPlainAxis = 4;
 
@@ -30,26 +31,30 @@ CellLines cellLinesOf(const MeshGeometry& mesh) {
             std::min(widen(mesh.nz), widen(mesh.npz))};
 }
 
-// The first place in `work` where a tile may begin; waveletWorkSize has room for the places left out.
+// The first address in `work` where a tile may begin; waveletWorkSize counts the values left out.
 double* alignedTiles(std::span<double> work) {
-    void* place = work.data();
-    std::size_t room = work.size_bytes();
-    return static_cast<double*>(std::align(tileAlignment, tileAlignment, place, room));
+    void* address = work.data();
+    std::size_t bytes = work.size_bytes();
+    return static_cast<double*>(std::align(tileAlignment, tileAlignment, address, bytes));
 }
 
-// z and x axes of one group of y planes after the other, so that a group stays in cache between the two axes.
+// z and x axes of the y planes firstPlane up to endPlane. Both axes of a group of planes follow each other, so that the
+// group stays in cache between them.
 void transformPlanes(double* padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                     WaveletDirection direction, InstructionSet instructions, double* work) {
+                     WaveletDirection direction, std::size_t firstPlane, std::size_t endPlane, double* work) {
+    const WaveletKernels& kernels = waveletKernels();
     const std::size_t plane = extents.npz * extents.npx;
-    const std::size_t planesAtOnce = std::max<std::size_t>(1, laneCount / std::max<std::size_t>(1, extents.npz));
-    for (std::size_t y = 0; y < extents.npy; y += planesAtOnce) {
-        const std::size_t planes = std::min(planesAtOnce, extents.npy - y);
+    const std::size_t planesAtOnce = std::max<std::size_t>(1, tileLines / std::max<std::size_t>(1, extents.npz));
+    for (std::size_t y = firstPlane; y < endPlane; y += planesAtOnce) {
+        const std::size_t planes = std::min(planesAtOnce, endPlane - y);
         double* const group = padded + plane * y;
         if (extents.npz > longestPlainAxis) {
-            transformAxis(group, 1, extents.npz, extents.npx * planes, filter, direction, instructions, work);
+            const AxisLines lines{1, extents.npz, 0, extents.npx * planes};
+            kernels.transformLines(group, lines, filter, direction, work);
         }
         if (extents.npx > longestPlainAxis) {
-            transformAxis(group, extents.npz, extents.npx, planes, filter, direction, instructions, work);
+            const AxisLines lines{extents.npz, extents.npx, 0, extents.npz * planes};
+            kernels.transformLines(group, lines, filter, direction, work);
         }
     }
 }
@@ -81,7 +86,7 @@ void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter
     const std::size_t half = n / 2;
     const std::size_t mask = n - 1;
     const std::size_t nCoef = filter.coefLow.size();
-    // A multiple of n keeps the index above zero; the mask takes it away again.
+    // A multiple of n keeps the index above zero; the mask removes it.
     const std::size_t base = nCoef * n - nCoef / 2;
     std::fill_n(work.begin(), n, 0.0);
     for (std::size_t i = 0; i < half; ++i) {
@@ -101,11 +106,14 @@ void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter
 }
 
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                        WaveletDirection direction, std::span<double> work, InstructionSet instructions) {
+                        WaveletDirection direction, std::span<double> work) {
+    assert(padded.size() >= extents.total() && work.size() >= waveletWorkSize(extents));
+    assert(filter.coefHigh.size() == filter.coefLow.size());
     double* const tiles = alignedTiles(work);
-    transformPlanes(padded.data(), extents, filter, direction, instructions, tiles);
+    transformPlanes(padded.data(), extents, filter, direction, 0, extents.npy, tiles);
     if (extents.npy > longestPlainAxis) {
-        transformAxis(padded.data(), extents.npz * extents.npx, extents.npy, 1, filter, direction, instructions, tiles);
+        const std::size_t plane = extents.npz * extents.npx;
+        waveletKernels().transformLines(padded.data(), {plane, extents.npy, 0, plane}, filter, direction, tiles);
     }
 }
 

@@ -1,8 +1,16 @@
-// The separable 3-D wavelet transform of padded cell arrays, and the way between mesh and padded array.
+// The separable 3-D wavelet transform T of padded cell arrays, and the copies between mesh and padded array.
 //
-// The padded array holds npz * npx * npy values, z fastest, then x, then y; the mesh sits at its low corner. Extents
-// are powers of two. The inverse is the exact transpose of the forward transform, whatever the taps are. Extents above
-// 4 that are no powers of two are transformed by the same index rule, without that property.
+// T applies the pyramid algorithm with periodic ends along z, x and y, one axis after the other:
+//
+//     low(i) = sum over k of coefLow(k) a(2i + k + c),   high(i) = sum over k of coefHigh(k) a(2i + k + c),
+//
+// c centring the filter; then the same to the low half, down to two values. With the compactly supported orthonormal
+// filters of I. Daubechies, Orthonormal bases of compactly supported wavelets, Comm. Pure Appl. Math. 41, 1988, T is
+// orthonormal, so T^-1 = T'.
+//
+// The padded array has npz * npx * npy values, z fastest, then x, then y; the mesh is at its low corner. Extents are
+// powers of two. The inverse is the exact transpose of the forward transform, whatever the taps are. Extents above 4
+// that are not powers of two are transformed by the same index rule, without that property.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +18,6 @@
 #include <span>
 #include <vector>
 
-#include "simd/instruction_set.h"
 #include "survey/mesh_geometry.h"
 
 namespace voxlith {
@@ -31,20 +38,22 @@ enum class WaveletDirection { forward = 1, inverse = -1 };
 // The quadrature mirror of `coefLow`: coefHigh(n+1-k) = s coefLow(k), s = -1, +1, ... for k = 1, 2, ...
 std::vector<float> mirrorTaps(std::span<const float> coefLow);
 
-// Work room for the transform; made once with waveletWorkSize values.
+// Values of the work array of the transform.
 std::size_t waveletWorkSize(const PaddedExtents& extents);
 
-// One level on the first n values of `a`; `work` has room for n. Nothing happens below n = 4.
+// One level on the first n values of `a`; `work` has n values at least. Nothing happens below n = 4. This is the
+// definition of the transform, one line at a time.
 void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
                  std::span<double> work);
 
-// All levels along z, x, y in this order; axes of extent 4 or less are left alone. In place. Allocates nothing. The
-// result is the same to the byte for all instruction sets, and the same as line by line with waveletStep.
+// All levels along z, x, y in this order; axes of extent 4 or less are left alone. In place; `work` has
+// waveletWorkSize values. Allocates nothing. The same bytes as line by line with waveletStep, with every instruction
+// set.
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
-                        WaveletDirection direction, std::span<double> work,
-                        InstructionSet instructions = widestInstructionSet());
+                        WaveletDirection direction, std::span<double> work);
 
-// Mesh to padded array; `weight` (cells of the mesh) may be empty for none. Cells below npz are dropped.
+// Mesh to padded array, the rest of it 0; `weight` (cells of the mesh) may be empty for none. Cells below npz are
+// dropped.
 void padCells(std::span<const double> model, std::span<const float> weight, const MeshGeometry& mesh,
               std::span<double> padded);
 

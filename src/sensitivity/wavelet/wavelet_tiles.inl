@@ -1,105 +1,79 @@
-// Tiles of lines: where they stand in the array, and the way in and out. Written once for every vector width and
-// inlined into the routines that are compiled for a given instruction set. Private to wavelet_lanes.cpp.
-#pragma once
+// Tiles of lines: where they are in the array, and how they are loaded and stored. Part of wavelet_lanes.inl.
+namespace voxlith::VOXLITH_SET {
 
-#include <algorithm>
-#include <cstddef>
-
-#include "sensitivity/wavelet/wavelet_lanes.h"
-
-namespace voxlith {
-
-// Vectors of `width` doubles: Type for what is worked on, Unaligned for reading and writing at any double's address.
-// They are two because clang++ takes a reference for one to a vector at an address of its own alignment, whatever the
-// type says.
-template <std::size_t width>
-struct LaneVector;
-template <>
-struct LaneVector<2> {
-    typedef double Type __attribute__((vector_size(16)));
-    typedef double Unaligned __attribute__((vector_size(16), aligned(8), may_alias));
-};
-template <>
-struct LaneVector<4> {
-    typedef double Type __attribute__((vector_size(32)));
-    typedef double Unaligned __attribute__((vector_size(32), aligned(8), may_alias));
-};
-template <>
-struct LaneVector<8> {
-    typedef double Type __attribute__((vector_size(64)));
-    typedef double Unaligned __attribute__((vector_size(64), aligned(8), may_alias));
-};
+namespace {
 
 enum class TileForm {
     scattered,  // lines anywhere, or fewer than a tile holds
     adjacent,   // a full tile of lines that begin side by side
-    stacked     // a full tile of lines one behind the other, each a whole number of the widest vectors long
+    stacked     // a full tile of contiguous lines one after the other, each a multiple of eight values long
 };
 
 struct TileLocation {
-    std::size_t offset[laneCount];  // first value of each line; in a wide tile of the first one alone
+    std::size_t offset[tileLines];  // first value of each line; of a wide tile only of the first one
     std::size_t count;              // lines, unless the tile is wide
     std::size_t stride;             // from one value of a line to the next
     TileForm form;
 };
 
-// How many lines a tile takes that begins with line `first`, when `inner` lines begin side by side.
-[[gnu::always_inline]] inline std::size_t lanesOfTile(std::size_t first, std::size_t inner, std::size_t length) {
-    const std::size_t adjacent = inner - first % inner;
-    if (adjacent >= widestLaneCount && length <= longestOfWidest) {
-        return widestLaneCount;
+// How many lines the tile that begins with line `first` has.
+std::size_t lanesOfTile(std::size_t first, const AxisLines& lines) {
+    const std::size_t adjacent = std::min(lines.inner - first % lines.inner, lines.end - first);
+    if (adjacent >= widestTileLines && lines.length <= longestOfWidest) {
+        return widestTileLines;
     }
-    return adjacent >= wideLaneCount ? wideLaneCount : laneCount;
+    return adjacent >= wideTileLines ? wideTileLines : tileLines;
 }
 
-[[gnu::always_inline]] inline TileLocation wideTileLocation(std::size_t first, std::size_t inner, std::size_t length) {
-    TileLocation place{};
-    place.stride = inner;
-    place.offset[0] = first % inner + first / inner * inner * length;
-    place.form = TileForm::adjacent;
-    return place;
+std::size_t offsetOfLine(std::size_t line, const AxisLines& lines) {
+    return line % lines.inner + line / lines.inner * lines.inner * lines.length;
 }
 
-[[gnu::always_inline]] inline TileLocation tileLocation(std::size_t first, std::size_t inner, std::size_t length,
-                                                        std::size_t lines) {
-    TileLocation place{};
-    place.count = std::min(laneCount, lines - first);
-    place.stride = inner;
-    for (std::size_t l = 0; l < place.count; ++l) {
-        const std::size_t line = first + l;
-        place.offset[l] = line % inner + line / inner * inner * length;
+TileLocation wideTileLocation(std::size_t first, const AxisLines& lines) {
+    TileLocation tile{};
+    tile.stride = lines.inner;
+    tile.offset[0] = offsetOfLine(first, lines);
+    tile.form = TileForm::adjacent;
+    return tile;
+}
+
+TileLocation tileLocation(std::size_t first, const AxisLines& lines) {
+    TileLocation tile{};
+    tile.count = std::min(tileLines, lines.end - first);
+    tile.stride = lines.inner;
+    for (std::size_t l = 0; l < tile.count; ++l) {
+        tile.offset[l] = offsetOfLine(first + l, lines);
     }
-    if (place.count == laneCount && place.offset[laneCount - 1] == place.offset[0] + laneCount - 1) {
-        place.form = TileForm::adjacent;
-    } else if (place.count == laneCount && inner == 1 && length % 8 == 0) {
-        place.form = TileForm::stacked;
+    if (tile.count == tileLines && tile.offset[tileLines - 1] == tile.offset[0] + tileLines - 1) {
+        tile.form = TileForm::adjacent;
+    } else if (tile.count == tileLines && lines.inner == 1 && lines.length % 8 == 0) {
+        tile.form = TileForm::stacked;
     } else {
-        place.form = TileForm::scattered;
+        tile.form = TileForm::scattered;
     }
-    return place;
+    return tile;
 }
 
-template <std::size_t width, std::size_t lanes>
-[[gnu::always_inline]] inline void copyRow(const double* from, double* to) {
-    using Unaligned = typename LaneVector<width>::Unaligned;
-    for (std::size_t l = 0; l < lanes; l += width) {
-        *reinterpret_cast<Unaligned*>(to + l) = *reinterpret_cast<const Unaligned*>(from + l);
+template <std::size_t lanes>
+void copyRow(const double* from, double* to) {
+    for (std::size_t l = 0; l < lanes; l += registerWidth) {
+        storeRegister(loadRegister(from + l), to + l);
     }
 }
 
 // Exchanges between rows that lie 4, 2 and 1 apart: together they transpose a square of 8, the last two one of 4, the
-// last one a square of 2.
-[[gnu::always_inline]] inline void exchangeFours(LaneVector<8>::Type& a, LaneVector<8>::Type& b) {
-    const LaneVector<8>::Type first = __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11);
+// last one a square of 2. Templates, so that only the shuffles of the register's width are compiled.
+template <class Vector>
+void exchangeFours(Vector& a, Vector& b) {
+    const Vector first = __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11);
     b = __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
     a = first;
 }
 
-template <std::size_t width>
-[[gnu::always_inline]] inline void exchangePairs(typename LaneVector<width>::Type& a,
-                                                 typename LaneVector<width>::Type& b) {
-    typename LaneVector<width>::Type first;
-    if constexpr (width == 8) {
+template <class Vector>
+void exchangePairs(Vector& a, Vector& b) {
+    Vector first;
+    if constexpr (sizeof(Vector) == 64) {
         first = __builtin_shufflevector(a, b, 0, 1, 8, 9, 4, 5, 12, 13);
         b = __builtin_shufflevector(a, b, 2, 3, 10, 11, 6, 7, 14, 15);
     } else {
@@ -109,14 +83,13 @@ template <std::size_t width>
     a = first;
 }
 
-template <std::size_t width>
-[[gnu::always_inline]] inline void exchangeOnes(typename LaneVector<width>::Type& a,
-                                                typename LaneVector<width>::Type& b) {
-    typename LaneVector<width>::Type first;
-    if constexpr (width == 8) {
+template <class Vector>
+void exchangeOnes(Vector& a, Vector& b) {
+    Vector first;
+    if constexpr (sizeof(Vector) == 64) {
         first = __builtin_shufflevector(a, b, 0, 8, 2, 10, 4, 12, 6, 14);
         b = __builtin_shufflevector(a, b, 1, 9, 3, 11, 5, 13, 7, 15);
-    } else if constexpr (width == 4) {
+    } else if constexpr (sizeof(Vector) == 32) {
         first = __builtin_shufflevector(a, b, 0, 4, 2, 6);
         b = __builtin_shufflevector(a, b, 1, 5, 3, 7);
     } else {
@@ -126,77 +99,74 @@ template <std::size_t width>
     a = first;
 }
 
-// to(c, r) = from(r, c) for a square of `width` rows and columns; rows lie fromStride and toStride values apart.
-template <std::size_t width>
-[[gnu::always_inline]] inline void transposeSquare(const double* from, std::size_t fromStride, double* to,
-                                                   std::size_t toStride) {
-    using Vector = typename LaneVector<width>::Type;
-    using Unaligned = typename LaneVector<width>::Unaligned;
+// to(c, r) = from(r, c) for a square as wide as a register; rows lie fromStride and toStride values apart.
+template <class Vector>
+void transposeSquare(const double* from, std::size_t fromStride, double* to, std::size_t toStride) {
+    constexpr std::size_t width = registerWidth;
     Vector row[width];
     for (std::size_t r = 0; r < width; ++r) {
-        row[r] = *reinterpret_cast<const Unaligned*>(from + fromStride * r);
+        row[r] = loadRegister(from + fromStride * r);
     }
-    if constexpr (width == 8) {
+    if constexpr (sizeof(Vector) == 64) {
         for (std::size_t r = 0; r < 4; ++r) {
             exchangeFours(row[r], row[r + 4]);
         }
     }
-    if constexpr (width >= 4) {
+    if constexpr (sizeof(Vector) >= 32) {
         for (std::size_t r = 0; r < width; r += 4) {
-            exchangePairs<width>(row[r], row[r + 2]);
-            exchangePairs<width>(row[r + 1], row[r + 3]);
+            exchangePairs(row[r], row[r + 2]);
+            exchangePairs(row[r + 1], row[r + 3]);
         }
     }
     for (std::size_t r = 0; r < width; r += 2) {
-        exchangeOnes<width>(row[r], row[r + 1]);
+        exchangeOnes(row[r], row[r + 1]);
     }
     for (std::size_t r = 0; r < width; ++r) {
-        *reinterpret_cast<Unaligned*>(to + toStride * r) = row[r];
+        storeRegister(row[r], to + toStride * r);
     }
 }
 
-template <std::size_t width, std::size_t lanes>
-[[gnu::always_inline]] inline void loadTile(const double* values, const TileLocation& place, std::size_t length,
-                                            double* tile) {
-    const double* const start = values + place.offset[0];
-    if (lanes > laneCount || place.form == TileForm::adjacent) {
+template <std::size_t lanes>
+void loadTile(const double* values, const TileLocation& location, std::size_t length, double* tile) {
+    const double* const start = values + location.offset[0];
+    if (lanes > tileLines || location.form == TileForm::adjacent) {
         for (std::size_t j = 0; j < length; ++j) {
-            copyRow<width, lanes>(start + j * place.stride, tile + j * lanes);
+            copyRow<lanes>(start + j * location.stride, tile + j * lanes);
         }
-    } else if (place.form == TileForm::stacked) {
-        for (std::size_t l = 0; l < laneCount; l += width) {
-            for (std::size_t j = 0; j < length; j += width) {
-                transposeSquare<width>(start + l * length + j, length, tile + j * laneCount + l, laneCount);
+    } else if (location.form == TileForm::stacked) {
+        for (std::size_t l = 0; l < tileLines; l += registerWidth) {
+            for (std::size_t j = 0; j < length; j += registerWidth) {
+                transposeSquare<Register>(start + l * length + j, length, tile + j * tileLines + l, tileLines);
             }
         }
     } else {
-        for (std::size_t l = 0; l < laneCount; ++l) {
+        for (std::size_t l = 0; l < tileLines; ++l) {
             for (std::size_t j = 0; j < length; ++j) {
-                tile[j * laneCount + l] = l < place.count ? values[place.offset[l] + j * place.stride] : 0.0;
+                tile[j * tileLines + l] = l < location.count ? values[location.offset[l] + j * location.stride] : 0.0;
             }
         }
     }
 }
 
-// The way back for lines that are not adjacent; those are written where they belong at once.
-template <std::size_t width>
-[[gnu::always_inline]] inline void storeTile(const double* tile, const TileLocation& place, std::size_t length,
-                                             double* values) {
-    if (place.form == TileForm::stacked && length % width == 0) {
-        double* const start = values + place.offset[0];
-        const std::size_t lineLength = place.offset[1] - place.offset[0];
-        for (std::size_t l = 0; l < laneCount; l += width) {
-            for (std::size_t j = 0; j < length; j += width) {
-                transposeSquare<width>(tile + j * laneCount + l, laneCount, start + l * lineLength + j, lineLength);
+// Stores lines that are not adjacent; those are written to the array without a tile.
+void storeTile(const double* tile, const TileLocation& location, std::size_t length, double* values) {
+    if (location.form == TileForm::stacked && length % registerWidth == 0) {
+        double* const start = values + location.offset[0];
+        const std::size_t lineLength = location.offset[1] - location.offset[0];
+        for (std::size_t l = 0; l < tileLines; l += registerWidth) {
+            for (std::size_t j = 0; j < length; j += registerWidth) {
+                transposeSquare<Register>(tile + j * tileLines + l, tileLines, start + l * lineLength + j, lineLength);
             }
         }
         return;
     }
-    for (std::size_t l = 0; l < place.count; ++l) {
+    for (std::size_t l = 0; l < location.count; ++l) {
         for (std::size_t j = 0; j < length; ++j) {
-            values[place.offset[l] + j * place.stride] = tile[j * laneCount + l];
+            values[location.offset[l] + j * location.stride] = tile[j * tileLines + l];
         }
     }
 }
 
-}  // namespace voxlith
+}  // namespace
+
+}  // namespace voxlith::VOXLITH_SET
