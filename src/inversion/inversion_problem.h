@@ -81,7 +81,7 @@ struct InversionProblem {
     // The regularisation of any model type.
     Regularisation regularisation() const {
         // Compatibility: norm and differences of all model types take the depth weight of the first file.
-        return {mesh, weights, foldedWeight(0), hasVerticalTerms(style()), widestInstructionSet()};
+        return {mesh, weights, foldedWeight(0), hasVerticalTerms(style())};
     }
 };
 

@@ -52,9 +52,10 @@ void addModelNorms(const Regularisation& regularisation, std::span<const double>
                    std::span<const double> refModel, ModelNorms& norms) {
     const MeshGeometry& mesh = regularisation.mesh;
     assert(model.size() == mesh.cellCount() && refModel.size() == mesh.cellCount());
+    const ColumnKernels& kernels = columnKernels();
     for (std::size_t j = 0; j < static_cast<std::size_t>(mesh.ny); ++j) {
         for (std::size_t i = 0; i < static_cast<std::size_t>(mesh.nx); ++i) {
-            addColumnNorms(columnOf(regularisation, model, refModel, i, j), regularisation.instructions, norms);
+            kernels.addNorms(columnOf(regularisation, model, refModel, i, j), norms);
         }
     }
 }
@@ -67,6 +68,7 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
     assert(model.size() == mesh.cellCount() && fixedCell.size() == model.size() && adjoint.size() == model.size());
     assert(out.size() == model.size() && out.data() != model.data() && out.data() != adjoint.data());
     assert(referenceWeight.size() == regularisation.depthWeight.size());
+    const ColumnKernels& kernels = columnKernels();
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto height = static_cast<std::size_t>(mesh.nz);
     for (std::size_t j = 0; j < ny; ++j) {
@@ -82,8 +84,7 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
                 gradient.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;
                 gradient.out = out.data() + cell;
                 gradient.outNextY = j + 1 < ny ? gradient.out + height * nx : nullptr;
-                addColumnGradient(columnOf(regularisation, model, refModel, i, j), first, regularisation.instructions,
-                                  gradient);
+                kernels.addGradient(columnOf(regularisation, model, refModel, i, j), first, gradient);
             }
         }
     }

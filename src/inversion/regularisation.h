@@ -40,7 +40,6 @@ struct Regularisation {
     const SmoothnessWeights& weights;
     std::span<const float> depthWeight;  // W (k, i, j); empty: 1 throughout
     bool vertical = true;                // with pairs along z
-    InstructionSet instructions = InstructionSet::plain;
 };
 
 // Adds the reference term and the terms of each axis. All models are (k, i, j).

@@ -11,10 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "support/instruction_sets.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {
+
+using testing_support::InstructionSetLimit;
+using testing_support::setsOfThisMachine;
 
 struct Shape {
     std::int32_t nx, ny, nz, nzl;
@@ -64,9 +68,8 @@ struct Problem {
         const double x = model[type * mesh.cellCount() + cell];
         return shape.weighted ? x / static_cast<double>(depthWeight[cell]) : x;
     }
-    Regularisation operatorWith(InstructionSet instructions = InstructionSet::plain) const {
-        return {mesh, weights, shape.weighted ? std::span(depthWeight) : std::span<const float>(), shape.vertical,
-                instructions};
+    Regularisation regularisation() const {
+        return {mesh, weights, shape.weighted ? std::span(depthWeight) : std::span<const float>(), shape.vertical};
     }
     std::span<const double> ofType(const std::vector<double>& models, std::size_t type) const {
         return std::span(models).subspan(type * mesh.cellCount(), mesh.cellCount());
@@ -187,18 +190,14 @@ std::vector<Problem> problems() {
     return all;
 }
 
-std::vector<InstructionSet> instructionSets() {
-    const InstructionSet widest = widestInstructionSet();
-    return {InstructionSet::plain, std::min(InstructionSet::avx2, widest), widest};
-}
-
 TEST(Regularisation, NormsAreTheSumsOfPlainLoopsBitForBit) {
     for (const Problem& p : problems()) {
-        for (const InstructionSet instructions : instructionSets()) {
-            SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
+        for (const InstructionSet set : setsOfThisMachine()) {
+            const InstructionSetLimit limit(set);
+            SCOPED_TRACE(p.name() + ", set " + std::to_string(static_cast<int>(set)));
             ModelNorms norms;
             for (std::size_t type = 0; type < p.shape.types; ++type) {
-                addModelNorms(p.operatorWith(instructions), p.ofType(p.model, type), p.ofType(p.refModel, type), norms);
+                addModelNorms(p.regularisation(), p.ofType(p.model, type), p.ofType(p.refModel, type), norms);
             }
             EXPECT_EQ(norms.y, normAlong('y', p));
             EXPECT_EQ(norms.x, normAlong('x', p));
@@ -210,12 +209,13 @@ TEST(Regularisation, NormsAreTheSumsOfPlainLoopsBitForBit) {
 
 TEST(Regularisation, CompatibleGradientIsThatOfOnePassPerAxisBitForBit) {
     for (const Problem& p : problems()) {
-        for (const InstructionSet instructions : instructionSets()) {
+        for (const InstructionSet set : setsOfThisMachine()) {
+            const InstructionSetLimit limit(set);
             for (const bool referenced : {false, true}) {
-                SCOPED_TRACE(p.name() + ", instructions " + std::to_string(static_cast<int>(instructions)));
+                SCOPED_TRACE(p.name() + ", set " + std::to_string(static_cast<int>(set)));
                 const std::size_t cells = p.mesh.cellCount();
                 std::vector<double> out(cells, 7.0);
-                addRegularisationGradient(p.operatorWith(instructions), std::span(p.model).first(cells),
+                addRegularisationGradient(p.regularisation(), std::span(p.model).first(cells),
                                           referenced ? std::span(p.refModel).first(cells) : std::span<const double>(),
                                           p.shape.weighted ? std::span(p.referenceWeight) : std::span<const float>(),
                                           std::span(p.fixedCell).first(cells), 0.3, std::span(p.adjoint).first(cells),
@@ -253,13 +253,13 @@ std::vector<Problem> smallProblems() {
 
 double normOf(const Problem& p, const std::vector<double>& model) {
     ModelNorms norms;
-    addModelNorms(p.operatorWith(), model, p.refModel, norms);
+    addModelNorms(p.regularisation(), model, p.refModel, norms);
     return norms.reference + norms.y + norms.x + norms.z;
 }
 
 std::vector<double> normGradient(const Problem& p, GradientMode mode, const std::vector<double>& vector) {
     std::vector<double> out(vector.size(), 0.0);
-    addNormGradient(p.operatorWith(), mode, vector, p.refModel, 1.0, out);
+    addNormGradient(p.regularisation(), mode, vector, p.refModel, 1.0, out);
     return out;
 }
 
@@ -267,7 +267,7 @@ std::vector<double> compatibleProduct(const Problem& p, const std::vector<double
     std::vector<double> out(vector.size());
     const std::vector<double> none(vector.size(), 0.0);
     const std::vector<std::int32_t> free(vector.size(), 0);
-    const Regularisation regularisation = p.operatorWith();
+    const Regularisation regularisation = p.regularisation();
     addRegularisationGradient(regularisation, vector, {}, regularisation.depthWeight, free, 1.0, none, 1.0, out);
     return out;
 }
@@ -330,9 +330,9 @@ TEST(Regularisation, GradientIsAddedInTheScaleThatIsAskedFor) {
     const Problem p({3, 3, 4, 3, 1, true, true}, 91);
     const std::vector<double> gradient = normGradient(p, GradientMode::gradient, p.model);
     std::vector<double> out(p.model.size(), 5.0), diagonal(p.model.size(), 5.0), plain(p.model.size(), 0.0);
-    addNormGradient(p.operatorWith(), GradientMode::gradient, p.model, p.refModel, -2.0, out);
-    addNormDiagonal(p.operatorWith(), NormForm::exact, p.refModel, -2.0, diagonal);
-    addNormDiagonal(p.operatorWith(), NormForm::exact, p.refModel, 1.0, plain);
+    addNormGradient(p.regularisation(), GradientMode::gradient, p.model, p.refModel, -2.0, out);
+    addNormDiagonal(p.regularisation(), NormForm::exact, p.refModel, -2.0, diagonal);
+    addNormDiagonal(p.regularisation(), NormForm::exact, p.refModel, 1.0, plain);
     for (std::size_t n = 0; n < out.size(); ++n) {
         EXPECT_NEAR(out[n], 5.0 - 2.0 * gradient[n], 1e-12);
         EXPECT_NEAR(diagonal[n], 5.0 - 2.0 * plain[n], 1e-12);
@@ -345,7 +345,7 @@ TEST(Regularisation, DiagonalsAreThoseOfTheirOperators) {
             SCOPED_TRACE(p.name() + (form == NormForm::exact ? " exact" : " compatible"));
             const std::size_t cells = p.model.size();
             std::vector<double> diagonal(cells, 0.0);
-            addNormDiagonal(p.operatorWith(), form, p.refModel, 1.0, diagonal);
+            addNormDiagonal(p.regularisation(), form, p.refModel, 1.0, diagonal);
             for (std::size_t n = 0; n < cells; ++n) {
                 std::vector<double> unit(cells, 0.0);
                 unit[n] = 1.0;

@@ -79,7 +79,7 @@ double volumeOf(const MeshGeometry& mesh) {
 // The norm whose gradient the program follows: differences divided by the distance once, and the depth weight of the
 // first cell in the weight of a term, as the model here is the physical one. Where a run ends depends on that gradient.
 Regularisation regularisationOf(const Search& search) {
-    return {search.mesh, search.weights, {}, true, widestInstructionSet()};
+    return {search.mesh, search.weights, {}, true};
 }
 
 // out = transposed product of the weighted predicted data, plus tradeoff times half the gradient of the norm; 0 for
