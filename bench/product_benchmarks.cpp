@@ -13,7 +13,7 @@
 #include "eigen_rows.h"
 #include "memory_pass.h"
 #include "row_patterns.h"
-#include "sensitivity/rows/block_kernels.h"
+#include "sensitivity/rows/blocked_products.h"
 #include "sensitivity/rows/coef_store.h"
 
 namespace voxlith {
@@ -59,16 +59,18 @@ void fillStore(SparseCoefStore& store, const RowPattern& pattern, std::span<cons
 }
 
 void multiply(ProductSetup& setup) {
-    const BlockedRows& rows = setup.store.working[0];
+    const BlockedRows& rows = setup.store.blocked[0];
     gatherUsed(rows, setup.padded, setup.store.compact);
-    multiply(rows, setup.words(), setup.store.compact, setup.rowSums, widestInstructionSet());
+    const bool finite = allFinite(std::span<const double>(setup.store.compact));
+    multiply(rows, setup.words(), setup.store.compact, finite, 0, rows.slabs.size(), setup.rowSums);
 }
 
 void multiplyTransposed(ProductSetup& setup) {
-    const BlockedRows& rows = setup.store.working[0];
+    const BlockedRows& rows = setup.store.blocked[0];
     std::fill(setup.columnSums.begin(), setup.columnSums.end(), 0.0);
     std::fill(setup.store.compact.begin(), setup.store.compact.end(), 0.0);
-    multiplyTransposed(rows, setup.words(), setup.residual, setup.store.compact, widestInstructionSet());
+    multiplyTransposed(rows, setup.words(), setup.residual, allFinite(setup.residual), 0, bandCount(rows),
+                       setup.store.compact);
     scatterUsed(rows, setup.store.compact, setup.columnSums);
 }
 
@@ -116,12 +118,12 @@ std::shared_ptr<ProductSetup> makeSetup(const RowPattern& pattern) {
 
 // How many rows share one list of column indices.
 std::string describeBlockedRows(const ProductSetup& setup) {
-    const BlockedRows& rows = setup.store.working[0];
+    const BlockedRows& rows = setup.store.blocked[0];
     std::int64_t words = 0;
     std::array<std::int64_t, 9> wordsInGroupsOf{};
-    for (const RowGroup& run : rows.runs) {
-        words += wordsOfRun(run);
-        wordsInGroupsOf.at(static_cast<std::size_t>(run.rowCount)) += wordsOfRun(run);
+    for (const RowGroup& group : rows.groups) {
+        words += wordsOfGroup(group);
+        wordsInGroupsOf.at(static_cast<std::size_t>(group.rowCount)) += wordsOfGroup(group);
     }
     const auto percent = [&](std::size_t rowCount) {
         return 100.0 * static_cast<double>(wordsInGroupsOf.at(rowCount)) / static_cast<double>(words);

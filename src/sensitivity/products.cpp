@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cassert>
 
-#include "sensitivity/rows/block_kernels.h"
+#include "sensitivity/rows/blocked_products.h"
 #include "sensitivity/rows/disk_rows.h"
 #include "sensitivity/rows/row_kernels.h"
 
@@ -11,20 +11,22 @@ namespace voxlith {
 
 namespace {
 
-// Rows that have not been brought into blocks are multiplied one by one.
+// Rows that are not blocked yet are multiplied one by one.
 void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
     SparseCoefStore& store = sensitivity.store;
-    if (!store.working.empty()) {
-        const BlockedRows& rows = store.working[mtx];
+    if (!store.blocked.empty()) {
+        const BlockedRows& rows = store.blocked[mtx];
         gatherUsed(rows, sensitivity.paddedWork, store.compact);
-        multiply(rows, wordsOf(store), store.compact, out, widestInstructionSet());
+        const bool finite = allFinite(std::span<const double>(store.compact).first(rows.usedColumns.size()));
+        multiply(rows, wordsOf(store), store.compact, finite, 0, rows.slabs.size(), out);
         return;
     }
+    const RowKernels& kernels = rowKernels();
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
         const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
-        out[r] = rowTimesPadded(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(),
-                                sensitivity.paddedWork.data(), widestInstructionSet());
+        out[r] = kernels.multiply(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(),
+                                  sensitivity.paddedWork.data());
     }
 }
 
@@ -33,40 +35,40 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
 void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual,
                        std::size_t cleared) {
     SparseCoefStore& store = sensitivity.store;
-    if (!store.working.empty()) {
-        const BlockedRows& rows = store.working[mtx];
+    if (!store.blocked.empty()) {
+        const BlockedRows& rows = store.blocked[mtx];
         if (!rows.usedColumns.empty() && static_cast<std::size_t>(rows.usedColumns.back()) >= cleared) {
             gatherUsed(rows, sensitivity.paddedWork, store.compact);
         } else {
             std::fill(store.compact.begin(), store.compact.end(), 0.0);
         }
-        multiplyTransposed(rows, wordsOf(store), residual, store.compact, widestInstructionSet());
+        multiplyTransposed(rows, wordsOf(store), residual, allFinite(residual), 0, bandCount(rows), store.compact);
         scatterUsed(rows, store.compact, sensitivity.paddedWork);
         return;
     }
+    const RowKernels& kernels = rowKernels();
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
         const RawRow row = rawRowOf(store, mtx * (nData + 1) + r);
-        addRowTransposed(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(), residual[r],
-                         sensitivity.paddedWork.data(), widestInstructionSet());
+        kernels.addTransposed(row.coefIndex.data(), row.coefValue.data(), row.coefIndex.size(), residual[r],
+                              sensitivity.paddedWork.data());
     }
 }
 
 void multiplyFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd, std::span<double> out) {
-    const InstructionSet instructions = widestInstructionSet();
+    const RowKernels& kernels = rowKernels();
     rewindMtxRows(sensitivity.files[mtx]);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
         const MtxRowView row = readNextRow(sensitivity, mtx);
-        const double sum =
-            rowTimesPadded(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data(), instructions);
+        const double sum = kernels.multiply(row.coefIndex, row.coefValue, row.count, sensitivity.paddedWork.data());
         out[r] = sum / static_cast<double>(obsStd[r]);
     }
 }
 
 void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const float> obsStd,
                      std::span<const double> residual) {
-    const InstructionSet instructions = widestInstructionSet();
+    const RowKernels& kernels = rowKernels();
     rewindMtxRows(sensitivity.files[mtx]);
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
@@ -76,7 +78,7 @@ void scatterFromDisk(Sensitivity& sensitivity, std::size_t mtx, std::span<const 
             continue;
         }
         const double factor = residual[r] / static_cast<double>(obsStd[r]);
-        addRowTransposed(row.coefIndex, row.coefValue, row.count, factor, sensitivity.paddedWork.data(), instructions);
+        kernels.addTransposed(row.coefIndex, row.coefValue, row.count, factor, sensitivity.paddedWork.data());
     }
 }
 

@@ -47,9 +47,9 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
                    LineIntegration& lines, std::span<const double> models, std::span<double> predicted,
                    std::span<const double> observed, std::span<const double> reference, OverheadTimers& timers);
 
-// Brings the rows in memory into the form in which the products run fastest, once. The rows of each file are divided by
-// the standard deviations in real32, where these are above 0; `obsStd` has a column (nData) for each of the first
-// files, or none. Throws std::bad_alloc.
+// Turns the rows in memory into blocked rows, for which the products run fastest, once. The rows of each file are
+// divided by the standard deviations in real32, where these are above 0; `obsStd` has a column (nData) for each of the
+// first files, or none. Throws std::bad_alloc.
 void buildBlockedRows(Sensitivity& sensitivity, std::span<const float> obsStd = {});
 
 }  // namespace voxlith

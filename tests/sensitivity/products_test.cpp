@@ -19,6 +19,7 @@ namespace {
 
 using testing_support::daubechies;
 using testing_support::filterOf;
+using testing_support::InstructionSetLimit;
 using testing_support::meshOf;
 using testing_support::prepareSensitivity;
 using testing_support::randomRows;
@@ -464,29 +465,31 @@ std::vector<std::int32_t> bitsOf(const std::vector<float>& values) {
 
 TEST(RowKernels, SumInEightLanesAddedInOneTree) {
     for (const InstructionSet set : setsOfThisMachine()) {
+        const InstructionSetLimit limit(set);
         // Coefficients 1 and 9 share a lane: 1e16 - 1e16 vanishes before the 1 of another lane is added.
         const std::vector<std::int32_t> index{1, 2, 2, 2, 2, 2, 2, 2, 3};
         const std::vector<std::int32_t> value = bitsOf({1, 1, 0, 0, 0, 0, 0, 0, 1});
         const std::vector<double> padded{1e16, 1.0, -1e16};
-        EXPECT_EQ(rowTimesPadded(index.data(), value.data(), 9, padded.data(), set), 1.0);
+        EXPECT_EQ(rowKernels().multiply(index.data(), value.data(), 9, padded.data()), 1.0);
         // In neighbouring lanes the 1 is lost.
         const std::vector<std::int32_t> apart{1, 2, 3};
-        EXPECT_EQ(rowTimesPadded(apart.data(), bitsOf({1, 1, 1}).data(), 3, padded.data(), set), (1e16 - 1e16) + 1.0);
-        EXPECT_EQ(rowTimesPadded(nullptr, nullptr, 0, padded.data(), set), 0.0);
+        EXPECT_EQ(rowKernels().multiply(apart.data(), bitsOf({1, 1, 1}).data(), 3, padded.data()), (1e16 - 1e16) + 1.0);
+        EXPECT_EQ(rowKernels().multiply(nullptr, nullptr, 0, padded.data()), 0.0);
     }
 }
 
 TEST(RowKernels, AddInTheOrderOfTheRow) {
     for (const InstructionSet set : setsOfThisMachine()) {
+        const InstructionSetLimit limit(set);
         const std::vector<std::int32_t> index{2, 2, 2, 1, 1, 1, 1, 1, 2, 2};
         std::vector<double> padded(3, 0.0);
-        addRowTransposed(index.data(), bitsOf({1e16F, 1.0F, -1e16F, 0, 0, 0, 0, 0, 1e16F, 1.0F}).data(), 10, 1.0,
-                         padded.data(), set);
+        rowKernels().addTransposed(index.data(), bitsOf({1e16F, 1.0F, -1e16F, 0, 0, 0, 0, 0, 1e16F, 1.0F}).data(), 10,
+                                   1.0, padded.data());
         EXPECT_EQ(padded[1], static_cast<double>(1e16F));
     }
 }
 
-TEST(RowKernels, GiveTheSameBytesWithAllInstructions) {
+TEST(RowKernels, GiveTheSameBytesWithAllInstructionSets) {
     std::mt19937 random(137);
     for (std::size_t n = 0; n < 70; ++n) {
         std::vector<std::int32_t> index;
@@ -497,32 +500,23 @@ TEST(RowKernels, GiveTheSameBytesWithAllInstructions) {
         }
         const std::vector<std::int32_t> bits = bitsOf(value);
         const std::vector<double> padded = randomVector(40, random);
-        const double sum = rowTimesPadded(index.data(), bits.data(), n, padded.data(), InstructionSet::plain);
-        std::vector<double> added = padded;
-        addRowTransposed(index.data(), bits.data(), n, 0.3, added.data(), InstructionSet::plain);
+        std::vector<double> plainSum, plainAdded;
         for (const InstructionSet set : setsOfThisMachine()) {
-            EXPECT_EQ(rowTimesPadded(index.data(), bits.data(), n, padded.data(), set), sum) << n;
-            std::vector<double> again = padded;
-            addRowTransposed(index.data(), bits.data(), n, 0.3, again.data(), set);
-            EXPECT_EQ(again, added) << n;
-        }
-    }
-}
-
-TEST(RowKernels, SeeAnIndexOutside) {
-    for (const InstructionSet set : setsOfThisMachine()) {
-        for (const std::int32_t bad : {0, -1, 41, std::numeric_limits<std::int32_t>::min()}) {
-            for (std::size_t at = 0; at < 37; ++at) {
-                std::vector<std::int32_t> index(37, 40);
-                EXPECT_TRUE(indicesInside(index.data(), index.size(), 40, set));
-                index[at] = bad;
-                EXPECT_FALSE(indicesInside(index.data(), index.size(), 40, set)) << bad << ' ' << at;
+            const InstructionSetLimit limit(set);
+            const std::vector<double> sum{rowKernels().multiply(index.data(), bits.data(), n, padded.data())};
+            std::vector<double> added = padded;
+            rowKernels().addTransposed(index.data(), bits.data(), n, 0.3, added.data());
+            if (set == InstructionSet::plain) {
+                plainSum = sum;
+                plainAdded = added;
             }
+            EXPECT_EQ(sum, plainSum) << n;
+            EXPECT_EQ(added, plainAdded) << n;
         }
     }
 }
 
-// The coefficients of the arranged rows of a file, one after the other: products with a single 1 in the padded array.
+// The coefficients of the blocked rows of a file, one after the other: products with a single 1 in the padded array.
 // No axis of a mesh of 2 cells is transformed.
 std::vector<double> coefficientsOf(Sensitivity& sensitivity, const MeshGeometry& mesh, std::size_t mtx,
                                    std::size_t row) {
@@ -538,9 +532,9 @@ std::vector<double> coefficientsOf(Sensitivity& sensitivity, const MeshGeometry&
     return coefficients;
 }
 
-TEST(ArrangeRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
+TEST(BuildBlockedRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
-    // The third row's indices fall: it stays as it came.
+    // The indices of the last row descend: it stays unsorted.
     const std::vector<StoredRow> rows{
         {2, {1, 2}, {1.0F, 2.0F}}, {0, {}, {}}, {1, {3}, {5.0F}}, {1, {4}, {7.0F}}, {2, {2, 1}, {4.0F, 3.0F}}};
     Sensitivity sensitivity;
@@ -563,7 +557,7 @@ TEST(ArrangeRows, DividesTheFilesThatHaveADataTypeInSinglePrecision) {
     }
 }
 
-TEST(ArrangeRows, MoreDataTypesThanFilesAreFine) {
+TEST(BuildBlockedRows, AcceptsMoreDataTypesThanFiles) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));

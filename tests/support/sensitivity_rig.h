@@ -116,7 +116,7 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
 inline void storeRowsInMemory(Sensitivity& sensitivity, const std::vector<std::vector<StoredRow>>& files) {
     SparseCoefStore& store = sensitivity.store;
     store.rowOffset.clear();
-    store.working.clear();
+    store.blocked.clear();
     store.totalCoef = 0;
     for (const std::vector<StoredRow>& rows : files) {
         store.rowOffset.push_back(store.totalCoef + 1);

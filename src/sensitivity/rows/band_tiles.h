@@ -1,4 +1,4 @@
-// Writes the coefficients that up to eight consecutive rows have in one band of places as runs of blocks.
+// Writes the coefficients that a tile, up to eight consecutive rows, has in one band as groups of blocks.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 
 namespace voxlith {
 
-// What a raw row still has to be written, its indices rising.
+// The part of a raw row that is not written yet; its indices ascend.
 struct RemainingRow {
     const std::int32_t* index = nullptr;
     const std::int32_t* value = nullptr;  // by their bits
@@ -27,37 +27,38 @@ struct ColumnBand {
     const ColumnRanks* ranks = nullptr;
 };
 
-struct RunTarget {
+struct GroupTarget {
     std::span<std::int32_t> words;  // the whole store
     std::int64_t word = 0;          // next to be written
-    std::int64_t limit = 0;         // word that must not be written any more
-    std::vector<RowGroup>* runs = nullptr;
+    std::int64_t limit = 0;         // end of the words that may be written
+    std::vector<RowGroup>* groups = nullptr;
 };
 
-// Room for the places of a band, and for the last group of eight that is written at once.
+// The columns of a band, and the last eight entries that are written at once.
 using ColumnList = std::array<std::uint16_t, bandWidth + blockWidth>;
 
-// Kept from tile to tile, so that nothing is allocated or cleared for each.
+// Kept from tile to tile, so that nothing is allocated or cleared for each. Columns are counted from the start of the
+// band.
 struct TileWork {
-    std::array<std::uint8_t, bandWidth> rowsAt{};       // bit g: row g of the tile has the place; 0 between tiles
-    std::array<ColumnList, tileRows> place{};           // of each row's coefficients in the band
+    std::array<std::uint8_t, bandWidth> rowMaskAt{};    // bit g: row g of the tile uses the column; 0 between tiles
+    std::array<ColumnList, tileRows> column{};          // of each row's coefficients in the band
     std::array<const std::int32_t*, tileRows> value{};  // of the first of them
     std::array<std::size_t, tileRows> length{};         // how many there are
     std::array<float, tileRows> divisor{};              // of the row
-    ColumnList inUse{};                                 // all places of the tile
-    std::size_t inUseCount = 0;
-    ColumnList shared{};                            // the places of a run
-    std::array<std::uint16_t, bandWidth> wordOf{};  // of a place's value in the first row of a run
+    ColumnList used{};                                  // all columns of the tile
+    std::size_t usedCount = 0;
+    ColumnList shared{};                            // the columns of a group
+    std::array<std::uint16_t, bandWidth> wordOf{};  // of a column's value in the first row of a group
     std::array<std::int32_t, bandWidth> scaled{};   // values of a row, divided
 };
 
-// Asks for the memory where the next tile of the band begins; it is likely to have about as many coefficients as the
-// tile written last.
+// Prefetches the start of the next tile of the band; it is likely to have about as many coefficients as the tile
+// written last.
 void prefetchTile(std::span<const RemainingRow> rows, const TileWork& work);
 
-// Writes what the rows have in the band, takes it from `rows`, and adds the runs; `firstRow` is the row of rows[0].
-// Returns whether it was written: not when there is no room, and then what was written is worth nothing.
+// Writes the coefficients of the rows in the band, removes them from `rows`, and adds the groups; `firstRow` is the row
+// of rows[0]. Returns false if they do not fit below the limit; then what was written has no meaning.
 bool writeTile(std::span<RemainingRow> rows, const ColumnBand& band, std::int32_t firstRow, TileWork& work,
-               RunTarget& target);
+               GroupTarget& target);
 
 }  // namespace voxlith

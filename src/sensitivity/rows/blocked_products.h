@@ -1,16 +1,18 @@
-// The two sparse loops of the products over rows in working form.
+// Products with the blocked rows of one file, A, and with their transpose: y = A c and c += A'r, where c is the compact
+// array of the used columns.
 //
-// Orders of summation are fixed, whatever instructions the machine has. A row is summed in eight lanes, a place of a
-// block in the lane where it stands, bands and blocks in ascending order; then the lanes are added in one tree. A
-// position receives the runs in the order in which they lie in memory, one addition a run; the rows of a run are added
-// up in ascending order before.
+// Both take a range, so that threads can share a product: y by slabs, c by bands. Orders of summation depend on the
+// layout of the rows alone, not on ranges or on the instruction set. A row is summed in eight lanes, an entry of a
+// block in the lane of its place in the block, bands and blocks ascending; then the lanes are added in one tree. A
+// column receives the groups in the order in which they lie in memory, one addition per group, after the rows of a
+// group have been added up, ascending.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
 #include "sensitivity/rows/blocked_rows.h"
-#include "simd/instruction_set.h"
 
 namespace voxlith {
 
@@ -20,12 +22,27 @@ void gatherUsed(const BlockedRows& rows, std::span<const double> padded, std::sp
 // padded[usedColumns[i]] = compact[i]; all other positions stay as they are.
 void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::span<double> padded);
 
-// out[r] = sum over row r of value * compact(place), 0 for a row without coefficients. `words` is the whole store.
-void multiply(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
-              std::span<double> out, InstructionSet instructions);
+// True if no value is infinite or NaN.
+bool allFinite(std::span<const double> values);
 
-// compact(place) += value * factor[r] for every coefficient of every row r.
+// out[r] = sum over row r of value * compact(column), 0 for a row without coefficients, for the rows of the slabs
+// firstSlab up to endSlab. `words` is the whole store; `finite` is allFinite of the used columns of `compact`.
+void multiply(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
+              bool finite, std::size_t firstSlab, std::size_t endSlab, std::span<double> out);
+
+// compact(column) += value * factor[r] for every coefficient of every row r whose column lies in the bands firstBand up
+// to endBand. `finite` is allFinite(factor).
 void multiplyTransposed(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> factor,
-                        std::span<double> compact, InstructionSet instructions);
+                        bool finite, std::size_t firstBand, std::size_t endBand, std::span<double> compact);
+
+struct BlockedRowKernels {
+    // Adds the products of groups in blocks to the lanes of their rows; the eight lanes of row `firstRow` come first.
+    void (*multiplyGroups)(std::span<const RowGroup> groups, const std::int32_t* words, const double* compact,
+                           std::size_t firstRow, double* rowLanes);
+
+    // Adds the transposed products of groups in blocks to the compact array; `factor` begins with the file's first row.
+    void (*addGroups)(std::span<const RowGroup> groups, const std::int32_t* words, const double* factor,
+                      double* compact);
+};
 
 }  // namespace voxlith

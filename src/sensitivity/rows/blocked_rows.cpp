@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cassert>
 #include <numeric>
 
 #include "sensitivity/rows/band_tiles.h"
@@ -12,72 +13,81 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::int64_t slabShare = 32;  // of the coefficients of the file are in a slab at most
+// Rows are turned into blocked rows batch by batch: whole tiles of a slab, with at most this share of the coefficients
+// of the file, or as many as fit into the words that earlier batches of the file have saved, or one tile. So the
+// blocked rows of a batch fit in front of the raw rows, and which rows share a batch depends on the rows of the file
+// alone.
+constexpr std::int64_t batchShare = 32;
 
-// A slab of raw rows.
-struct RawSlab {
+// A batch of raw rows.
+struct RawBatch {
     const std::int32_t* words = nullptr;
     std::size_t firstRow = 0;
     std::span<const std::int64_t> length;
 };
 
-// Kept from slab to slab.
-struct SlabWork {
-    std::vector<RemainingRow> rest;  // empty for rows that do not rise
+// Kept from batch to batch.
+struct BatchWork {
+    std::vector<RemainingRow> rows;  // empty ones for rows whose indices do not ascend
     TileWork tile;
 };
 
-// Rows of the next slab: whole tiles, few enough that they can be copied aside cheaply or that their working form ends
-// before they begin. One tile at least.
-std::size_t rowsOfNextSlab(std::span<const std::int64_t> rowLength, std::int64_t coefficientLimit) {
+std::int64_t sumOf(std::span<const std::int64_t> lengths) {
+    return std::accumulate(lengths.begin(), lengths.end(), std::int64_t{0});
+}
+
+// Rows of the batch that begins with the first of the rows left of a slab.
+std::size_t rowsOfBatch(std::span<const std::int64_t> rowLength, std::int64_t coefficientLimit) {
     std::size_t count = 0;
     std::int64_t coefficients = 0;
-    while (count < rowLength.size() && count < slabRows) {
-        const std::size_t behind = std::min(count + tileRows, rowLength.size());
-        for (std::size_t r = count; r < behind; ++r) {
-            coefficients += rowLength[r];
-        }
+    while (count < rowLength.size()) {
+        const std::size_t tile = std::min(tileRows, rowLength.size() - count);
+        coefficients += sumOf(rowLength.subspan(count, tile));
         if (count > 0 && coefficients > coefficientLimit) {
             break;
         }
-        count = behind;
+        count += tile;
     }
     return count;
 }
 
-void takeRows(const RawSlab& slab, const RawRows& raw, const ColumnRanks& ranks, std::vector<RemainingRow>& rest) {
-    rest.assign(slab.length.size(), {});
-    const std::int32_t* word = slab.words;
-    for (std::size_t r = 0; r < slab.length.size(); ++r) {
-        const auto length = static_cast<std::size_t>(slab.length[r]);
-        const std::size_t row = slab.firstRow + r;
-        if (ranks.rises[row] != 0) {
-            rest[r] = {word, word + length, length, raw.divisor.empty() ? 0.0F : raw.divisor[row]};
+float divisorOf(const RawRows& raw, std::size_t row) {
+    return raw.divisor.empty() ? 0.0F : raw.divisor[row];
+}
+
+void collectRows(const RawBatch& batch, const RawRows& raw, const ColumnRanks& ranks, std::vector<RemainingRow>& rows) {
+    rows.assign(batch.length.size(), {});
+    const std::int32_t* word = batch.words;
+    for (std::size_t r = 0; r < batch.length.size(); ++r) {
+        const auto length = static_cast<std::size_t>(batch.length[r]);
+        const std::size_t row = batch.firstRow + r;
+        if (ranks.ascends[row] != 0) {
+            rows[r] = {word, word + length, length, divisorOf(raw, row)};
         }
         word += 2 * length;
     }
 }
 
 ColumnBand bandAt(std::size_t firstColumn, const ColumnRanks& ranks, std::span<const std::int32_t> usedColumns) {
+    const std::size_t last = std::min(firstColumn + bandWidth, usedColumns.size()) - 1;
     ColumnBand band;
     band.firstColumn = static_cast<std::int32_t>(firstColumn);
-    const std::size_t last = std::min(firstColumn + bandWidth, usedColumns.size()) - 1;
-    band.endIndex = usedColumns[last] + 2;
+    band.endIndex = usedColumns[last] + 2;  // a position from 0, an index from 1
     band.ranks = &ranks;
     return band;
 }
 
-// Writes the rising rows, band by band. Returns false when they take more room than there is.
-bool writeBands(SlabWork& work, const ColumnRanks& ranks, std::span<const std::int32_t> usedColumns,
-                std::size_t firstRow, RunTarget& target) {
-    const std::span<RemainingRow> rows(work.rest);
+// Writes the ascending rows, band by band. Returns false when they take more words than there are.
+bool writeBands(BatchWork& work, const ColumnRanks& ranks, std::span<const std::int32_t> usedColumns,
+                std::size_t firstRow, GroupTarget& target) {
+    const std::span<RemainingRow> rows(work.rows);
     for (std::size_t firstColumn = 0; firstColumn < usedColumns.size(); firstColumn += bandWidth) {
         const ColumnBand band = bandAt(firstColumn, ranks, usedColumns);
         for (std::size_t first = 0; first < rows.size(); first += tileRows) {
-            const std::size_t behind = std::min(first + tileRows, rows.size());
-            const std::size_t nextBehind = std::min(behind + tileRows, rows.size());
-            prefetchTile(rows.subspan(behind, nextBehind - behind), work.tile);
-            if (!writeTile(rows.subspan(first, behind - first), band, static_cast<std::int32_t>(firstRow + first),
+            const std::size_t end = std::min(first + tileRows, rows.size());
+            const std::size_t nextEnd = std::min(end + tileRows, rows.size());
+            prefetchTile(rows.subspan(end, nextEnd - end), work.tile);
+            if (!writeTile(rows.subspan(first, end - first), band, static_cast<std::int32_t>(firstRow + first),
                            work.tile, target)) {
                 return false;
             }
@@ -87,12 +97,12 @@ bool writeBands(SlabWork& work, const ColumnRanks& ranks, std::span<const std::i
 }
 
 void writeUnsorted(const std::int32_t* row, std::size_t length, float divisor, std::size_t rowNumber,
-                   const ColumnRanks& ranks, RunTarget& target) {
-    RowGroup run;
-    run.firstWord = target.word;
-    run.firstRow = static_cast<std::int32_t>(rowNumber);
-    run.count = static_cast<std::int32_t>(length);
-    run.form = RunForm::unsorted;
+                   const ColumnRanks& ranks, GroupTarget& target) {
+    RowGroup group;
+    group.firstWord = target.word;
+    group.firstRow = static_cast<std::int32_t>(rowNumber);
+    group.count = static_cast<std::int32_t>(length);
+    group.form = GroupForm::unsorted;
     std::int32_t* const out = target.words.data() + target.word;
     for (std::size_t p = 0; p < length; ++p) {
         out[p] = compactIndexOf(row[p], ranks.columnOfGroup.data(), ranks.rankInGroup.data());
@@ -100,42 +110,50 @@ void writeUnsorted(const std::int32_t* row, std::size_t length, float divisor, s
     for (std::size_t p = length; p < 2 * length; ++p) {
         out[p] = divisor > 0.0F ? std::bit_cast<std::int32_t>(std::bit_cast<float>(row[p]) / divisor) : row[p];
     }
-    target.runs->push_back(run);
-    target.word += wordsOfRun(run);
+    target.groups->push_back(group);
+    target.word += wordsOfGroup(group);
 }
 
-// Words of the rows that stay as they came because their positions do not rise.
-std::int64_t plainWordsOf(const RawSlab& slab, const ColumnRanks& ranks) {
+std::int64_t wordsOfUnsorted(const RawBatch& batch, const ColumnRanks& ranks) {
     std::int64_t words = 0;
-    for (std::size_t r = 0; r < slab.length.size(); ++r) {
-        words += ranks.rises[slab.firstRow + r] != 0 ? 0 : 2 * slab.length[r];
+    for (std::size_t r = 0; r < batch.length.size(); ++r) {
+        words += ranks.ascends[batch.firstRow + r] != 0 ? 0 : 2 * batch.length[r];
     }
     return words;
 }
 
-// Rows whose positions do not rise stay as they came, and all of a slab that would take more room in blocks.
-void writeSlab(const RawSlab& slab, const RawRows& raw, const ColumnRanks& ranks,
-               std::span<const std::int32_t> usedColumns, SlabWork& work, RunTarget& target) {
+// Rows whose indices do not ascend stay unsorted, and so do all rows of a batch that would take more words in blocks
+// than raw: in place, there are no more.
+void writeBatch(const RawBatch& batch, const RawRows& raw, const ColumnRanks& ranks,
+                std::span<const std::int32_t> usedColumns, BatchWork& work, GroupTarget& target) {
     const std::int64_t firstWord = target.word;
-    const std::size_t firstRun = target.runs->size();
-    const std::int64_t plainWords = plainWordsOf(slab, ranks);
-    takeRows(slab, raw, ranks, work.rest);
-    target.limit -= plainWords;
-    const bool inBlocks = writeBands(work, ranks, usedColumns, slab.firstRow, target);
-    target.limit += plainWords;
+    const std::size_t firstGroup = target.groups->size();
+    target.limit = firstWord + 2 * sumOf(batch.length) - wordsOfUnsorted(batch, ranks);
+    collectRows(batch, raw, ranks, work.rows);
+    const bool inBlocks = writeBands(work, ranks, usedColumns, batch.firstRow, target);
     if (!inBlocks) {
         target.word = firstWord;
-        target.runs->resize(firstRun);
+        target.groups->resize(firstGroup);
     }
-    const std::int32_t* word = slab.words;
-    for (std::size_t r = 0; r < slab.length.size(); ++r) {
-        const std::size_t row = slab.firstRow + r;
-        const auto length = static_cast<std::size_t>(slab.length[r]);
-        if (!(inBlocks && ranks.rises[row] != 0) && length > 0) {
-            writeUnsorted(word, length, raw.divisor.empty() ? 0.0F : raw.divisor[row], row, ranks, target);
+    const std::int32_t* word = batch.words;
+    for (std::size_t r = 0; r < batch.length.size(); ++r) {
+        const std::size_t row = batch.firstRow + r;
+        const auto length = static_cast<std::size_t>(batch.length[r]);
+        if (!(inBlocks && ranks.ascends[row] != 0) && length > 0) {
+            writeUnsorted(word, length, divisorOf(raw, row), row, ranks, target);
         }
         word += 2 * length;
     }
+}
+
+// Puts the groups of a slab, from firstGroup on and batch by batch as they were written, into the order of RowSlab.
+RowSlab orderSlab(std::size_t firstRow, std::size_t rowCount, std::size_t firstGroup, std::vector<RowGroup>& groups) {
+    const auto first = groups.begin() + static_cast<std::ptrdiff_t>(firstGroup);
+    const auto unsorted = std::stable_partition(first, groups.end(),
+                                                [](const RowGroup& group) { return group.form == GroupForm::blocks; });
+    std::stable_sort(first, unsorted,
+                     [](const RowGroup& a, const RowGroup& b) { return a.firstColumn < b.firstColumn; });
+    return {firstRow, rowCount, firstGroup, static_cast<std::size_t>(unsorted - groups.begin()), groups.size()};
 }
 
 }  // namespace
@@ -144,34 +162,37 @@ std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset) {
     if (rowOffset.empty()) {
         return 0;
     }
-    std::int64_t most = (rowOffset.back() - rowOffset.front()) / slabShare;
+    std::int64_t most = (rowOffset.back() - rowOffset.front()) / batchShare;
     for (std::size_t entry = 0; entry < rowOffset.size(); ++entry) {
-        const std::size_t behind = std::min(entry + tileRows, rowOffset.size() - 1);
-        most = std::max(most, rowOffset[behind] - rowOffset[entry]);
+        const std::size_t end = std::min(entry + tileRows, rowOffset.size() - 1);
+        most = std::max(most, rowOffset[end] - rowOffset[entry]);
     }
     return 2 * most;
 }
 
-std::int64_t arrangeRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
-                         std::int64_t headroomWords, std::size_t paddedCount, BlockedRows& working) {
-    working = {};
-    const ColumnRanks ranks = rankColumns(words, raw, paddedCount, working.usedColumns);
-    const std::int64_t slabLimit = std::accumulate(raw.length.begin(), raw.length.end(), std::int64_t{0}) / slabShare;
-    RunTarget target{words, targetWord, 0, &working.runs};
-    SlabWork work;
+std::int64_t blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
+                       std::size_t paddedCount, BlockedRows& blocked) {
+    blocked = {};
+    const ColumnRanks ranks = rankColumns(words, raw, paddedCount, blocked.usedColumns);
+    const std::int64_t fileShare = sumOf(raw.length) / batchShare;
+    GroupTarget target{words, targetWord, 0, &blocked.groups};
+    BatchWork work;
     std::int64_t rawWord = raw.firstWord;
-    for (std::size_t row = 0; row < raw.length.size();) {
-        // What a slab may take lies free in front of it: the spare words, or what the slabs before have left.
-        const std::int64_t gap = rawWord - headroomWords - target.word;
-        const std::size_t count = rowsOfNextSlab(raw.length.subspan(row), std::max(slabLimit, gap / 2));
-        const RawSlab slab{words.data() + rawWord, row, raw.length.subspan(row, count)};
-        const std::int64_t slabWords = 2 * std::accumulate(slab.length.begin(), slab.length.end(), std::int64_t{0});
-        const std::size_t firstRun = working.runs.size();
-        target.limit = target.word + slabWords;
-        writeSlab(slab, raw, ranks, working.usedColumns, work, target);
-        working.slabs.push_back({row, count, firstRun, working.runs.size() - firstRun});
-        rawWord += slabWords;
-        row += count;
+    for (std::size_t slabRow = 0; slabRow < raw.length.size(); slabRow += slabRows) {
+        const std::size_t endRow = std::min(slabRow + slabRows, raw.length.size());
+        const std::size_t firstGroup = blocked.groups.size();
+        for (std::size_t row = slabRow; row < endRow;) {
+            const std::int64_t savedWords = (rawWord - raw.firstWord) - (target.word - targetWord);
+            const std::int64_t coefficientLimit = std::max(fileShare, savedWords / 2);
+            const std::size_t count = rowsOfBatch(raw.length.subspan(row, endRow - row), coefficientLimit);
+            const RawBatch batch{words.data() + rawWord, row, raw.length.subspan(row, count)};
+            const std::int64_t batchWords = 2 * sumOf(batch.length);
+            assert(target.word + batchWords <= rawWord);  // nothing is written over rows that are still to be read
+            writeBatch(batch, raw, ranks, blocked.usedColumns, work, target);
+            rawWord += batchWords;
+            row += count;
+        }
+        blocked.slabs.push_back(orderSlab(slabRow, endRow - slabRow, firstGroup, blocked.groups));
     }
     return target.word;
 }

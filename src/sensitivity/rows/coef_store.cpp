@@ -1,7 +1,7 @@
 #include "sensitivity/rows/coef_store.h"
 
 #include <algorithm>
-#include <new>
+#include <cassert>
 #include <stdexcept>
 
 namespace voxlith {
@@ -15,6 +15,7 @@ std::span<std::int32_t> allWords(const SparseCoefStore& store) {
 }  // namespace
 
 void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t headroomWords) {
+    assert(capacity >= 0 && headroomWords >= 0);
     store.words.reset();
     store.capacity = 0;
     store.headroomWords = 0;
@@ -34,6 +35,7 @@ std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
 }
 
 RawRow rawRowOf(SparseCoefStore& store, std::size_t entry) {
+    assert(entry + 1 < store.rowOffset.size() && store.rowOffset[entry + 1] - 1 <= store.capacity);
     const auto first = static_cast<std::size_t>(store.headroomWords + 2 * (store.rowOffset[entry] - 1));
     const auto length = static_cast<std::size_t>(store.rowOffset[entry + 1] - store.rowOffset[entry]);
     std::int32_t* const row = store.words.get() + first;
@@ -42,14 +44,15 @@ RawRow rawRowOf(SparseCoefStore& store, std::size_t entry) {
 
 void buildBlockedRows(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount,
                       std::span<const float> divisor) {
+    assert(store.rowOffset.size() >= files * (nData + 1));
     if (store.headroomWords < headroomWordsFor(store.rowOffset)) {
-        throw std::logic_error("the store has no room for arranging its rows");
+        throw std::logic_error("the store has not enough headroom to build blocked rows");
     }
     const std::span<std::int32_t> words = allWords(store);
-    std::vector<BlockedRows> working(files);
+    std::vector<BlockedRows> blocked(files);
     std::vector<std::int64_t> rowLength(nData);
     std::int64_t targetWord = 0;
-    std::size_t mostInUse = 0;
+    std::size_t mostColumns = 0;
     for (std::size_t file = 0; file < files; ++file) {
         const std::int64_t* const offset = store.rowOffset.data() + file * (nData + 1);
         for (std::size_t r = 0; r < nData; ++r) {
@@ -59,12 +62,12 @@ void buildBlockedRows(SparseCoefStore& store, std::size_t nData, std::size_t fil
         if (divisor.size() >= (file + 1) * nData) {
             raw.divisor = divisor.subspan(file * nData, nData);
         }
-        targetWord = arrangeRows(words, raw, targetWord, store.headroomWords, paddedCount, working[file]);
-        mostInUse = std::max(mostInUse, working[file].usedColumns.size());
+        targetWord = blockRows(words, raw, targetWord, paddedCount, blocked[file]);
+        mostColumns = std::max(mostColumns, blocked[file].usedColumns.size());
     }
     releasePages(words.data() + targetWord, words.subspan(static_cast<std::size_t>(targetWord)).size_bytes());
-    store.compact.assign(mostInUse, 0.0);
-    store.working = std::move(working);
+    store.compact.assign(mostColumns, 0.0);
+    store.blocked = std::move(blocked);
 }
 
 }  // namespace voxlith

@@ -1,16 +1,15 @@
 #include "sensitivity/rows/row_grouping.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <limits>
-
-#include "sensitivity/rows/blocked_rows.h"
 
 namespace voxlith {
 
 namespace {
 
-// What a place adds to the counts when the rows of a mask use it.
+// What a column adds to the counts when the rows of a mask use it.
 alignas(32) constexpr std::array<ColumnCounts, 256> countsOfMask = [] {
     std::array<ColumnCounts, 256> all{};
     for (std::size_t mask = 0; mask < all.size(); ++mask) {
@@ -21,21 +20,21 @@ alignas(32) constexpr std::array<ColumnCounts, 256> countsOfMask = [] {
     return all;
 }();
 
-// Time of a run in units of a byte read. Loading the model values of a block takes about as long as 16 bytes more, and
-// going over to another run as 24: with these measured figures the sum of both products took the least time.
-std::int64_t timeOf(const RowGrouping& choice, std::int64_t places) {
-    const std::int64_t blockTime = 4 * wordsOfBlock(static_cast<std::int64_t>(choice.rowCount)) + 16;
-    return places == 0 ? 0 : blocksFor(places) * blockTime + 24;
+// Time of a group, both products together, in units of a byte read. Loading the model values of a block takes as long
+// as 16 bytes more, and changing to another group as 24. These figures were fitted to measured times.
+std::int64_t timeOf(const RowGrouping& grouping, std::int64_t columns) {
+    const std::int64_t blockTime = 4 * wordsOfBlock(static_cast<std::int64_t>(grouping.rowCount)) + 16;
+    return columns == 0 ? 0 : blocksFor(columns) * blockTime + 24;
 }
 
 }  // namespace
 
-ColumnCounts countColumns(std::span<const std::uint16_t> places, const std::uint8_t* rowsAt) {
+ColumnCounts countColumns(std::span<const std::uint16_t> columns, const std::uint8_t* rowMaskAt) {
     using Half = std::uint16_t __attribute__((vector_size(sizeof(ColumnCounts) / 2)));  // a register of any machine
     Half sum[2] = {};
-    for (const std::uint16_t place : places) {
+    for (const std::uint16_t column : columns) {
         Half one[2];
-        std::memcpy(one, countsOfMask[rowsAt[place]].data(), sizeof one);
+        std::memcpy(one, countsOfMask[rowMaskAt[column]].data(), sizeof one);
         sum[0] += one[0];
         sum[1] += one[1];
     }
@@ -45,24 +44,25 @@ ColumnCounts countColumns(std::span<const std::uint16_t> places, const std::uint
 }
 
 std::array<bool, groupingCount> chooseGroupings(const ColumnCounts& counts, std::size_t rowCount) {
-    std::array<bool, groupingCount> whole{};
+    assert(rowCount > 0 && rowCount <= tileRows);
+    // From the leaves up: the least time of the rows of each grouping, shared or split further.
+    std::array<bool, groupingCount> shares{};
     std::array<std::int64_t, groupingCount> least{};
     for (std::size_t n = groupingCount; n-- > 0;) {
-        const RowGrouping& choice = rowGroupings[n];
-        const bool exists = choice.firstRow + choice.rowCount <= rowCount || counts[n] == 0;
-        const std::int64_t together = exists ? timeOf(choice, counts[n]) : std::numeric_limits<std::int64_t>::max();
-        const bool single = choice.rowCount == 1;
-        const std::int64_t apart = single ? together : least[2 * n + 1] + least[2 * n + 2];
-        whole[n] = together <= apart;
-        least[n] = std::min(together, apart);
+        const RowGrouping& grouping = rowGroupings[n];
+        const bool exists = grouping.firstRow + grouping.rowCount <= rowCount || counts[n] == 0;
+        const std::int64_t shared = exists ? timeOf(grouping, counts[n]) : std::numeric_limits<std::int64_t>::max();
+        const std::int64_t split = grouping.rowCount == 1 ? shared : least[2 * n + 1] + least[2 * n + 2];
+        shares[n] = shared <= split;
+        least[n] = std::min(shared, split);
     }
-    std::array<bool, groupingCount> taken{};
+    std::array<bool, groupingCount> chosen{};
     std::array<bool, 2 * groupingCount + 1> reached{true};
     for (std::size_t n = 0; n < groupingCount; ++n) {
-        taken[n] = reached[n] && whole[n] && counts[n] != 0;
-        reached[2 * n + 1] = reached[2 * n + 2] = reached[n] && !whole[n];
+        chosen[n] = reached[n] && shares[n] && counts[n] != 0;
+        reached[2 * n + 1] = reached[2 * n + 2] = reached[n] && !shares[n];
     }
-    return taken;
+    return chosen;
 }
 
 }  // namespace voxlith

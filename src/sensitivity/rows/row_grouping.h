@@ -1,4 +1,4 @@
-// Which of up to eight consecutive rows share a list of places within a band: the choice that takes the least time.
+// Which of up to eight consecutive rows share a list of columns within a band: the choice that takes the least time.
 #pragma once
 
 #include <array>
@@ -6,10 +6,11 @@
 #include <cstdint>
 #include <span>
 
+#include "sensitivity/rows/blocked_rows.h"
+
 namespace voxlith {
 
-constexpr std::size_t tileRows = 8;
-
+// Rows of a tile that share a list.
 struct RowGrouping {
     std::size_t firstRow = 0;
     std::size_t rowCount = 0;
@@ -18,7 +19,7 @@ struct RowGrouping {
 
 constexpr std::size_t groupingCount = 15;
 
-// The ways to share as a tree: all eight rows, two halves, four pairs, eight single rows. Choice n is split into
+// The ways to share as a tree: all eight rows, two halves, four pairs, eight single rows. Grouping n is split into
 // 2 n + 1 and 2 n + 2.
 constexpr std::array<RowGrouping, groupingCount> rowGroupings = [] {
     std::array<RowGrouping, groupingCount> all{};
@@ -31,14 +32,14 @@ constexpr std::array<RowGrouping, groupingCount> rowGroupings = [] {
     return all;
 }();
 
-// How many places each choice has: those that any of its rows uses. 16 counts fill vector registers.
+// How many columns each grouping has: those that any of its rows uses. 16 counts fill vector registers.
 using ColumnCounts = std::array<std::uint16_t, 16>;
 
-// Counts the places listed; bit g of rowsAt[place] tells that row g uses it.
-ColumnCounts countColumns(std::span<const std::uint16_t> places, const std::uint8_t* rowsAt);
+// Counts the columns listed; bit g of rowMaskAt[column] is 1 if row g uses it.
+ColumnCounts countColumns(std::span<const std::uint16_t> columns, const std::uint8_t* rowMaskAt);
 
-// Whether each choice is taken, for a tile of `rowCount` rows. Of choices within each other one at most is taken, and
-// all rows that have places are in one.
+// Whether each grouping is chosen, for a tile of `rowCount` rows. Every row that has columns is in exactly one chosen
+// grouping.
 std::array<bool, groupingCount> chooseGroupings(const ColumnCounts& counts, std::size_t rowCount);
 
 }  // namespace voxlith
