@@ -25,8 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Messages messages;
     fuzzing::allowStops([&] {
         readBoundsFile(messages, positivity, name, mesh, static_cast<std::int32_t>(types), bounds);
-        for (const std::int32_t type : bounds.boundType)
+        for (const std::int32_t type : bounds.boundType) {
             fuzzing::require(type >= boundNone && type <= boundFixed, "bound types are known ones");
+        }
     });
     return 0;
 }

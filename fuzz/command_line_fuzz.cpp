@@ -35,8 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::allowStops([&] {
         ControlValues values;
         readCommandLine(wordsOf(fuzzing::Choices({data, size}).text()), values);
-        if (values.obsClipText.empty())
+        if (values.obsClipText.empty()) {
             return;
+        }
         readControlFile(messages, DateTime{2020, 1, 1, 0, 0, 0}, values);
     });
     return 0;

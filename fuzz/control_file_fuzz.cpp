@@ -20,9 +20,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         values.controlFileName = control.name();
         readControlFile(messages, DateTime{2020, 1, 1, 0, 0, 0}, values);
         fuzzing::require(values.nMtx >= 1 && values.nMtx <= maxFiles, "1 to 6 sensitivity files");
-        fuzzing::require(values.inversion.nModelTypes >= 1 && values.inversion.nModelTypes <= maxFiles, "1 to 6 model types");
-        for (const std::string& label : values.inversion.modelLabel)
+        fuzzing::require(values.inversion.nModelTypes >= 1 && values.inversion.nModelTypes <= maxFiles,
+                         "1 to 6 model types");
+        for (const std::string& label : values.inversion.modelLabel) {
             fuzzing::require(label.find('/') == std::string::npos, "labels stay within the folder");
+        }
         ProductTables tables;
         buildProductTables(messages, values, tables);
         for (const Product& product : tables.products) {

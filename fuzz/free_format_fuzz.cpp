@@ -23,8 +23,9 @@ void readBothWays(std::string_view text, const fuzzing::InputFile& file, std::si
     fuzzing::require(openTextInput(input, file.name()), "the file opens");
     FreeFormatRead read = beginFreeFormatRead(input);
     ReadStatus statusOfFile = ReadStatus::good;
-    for (Number& target : fromFile)
+    for (Number& target : fromFile) {
         statusOfFile = readValue(read, target);
+    }
     if (count > 0) {
         fuzzing::require(status == statusOfFile, "text and file give the same status");
         fuzzing::require(valuesTaken == read.valuesTaken, "text and file give as many values");
@@ -40,20 +41,26 @@ bool isCommonSpelling(const std::string& word) {
     std::size_t at = word.find_first_of("+-") == 0 ? 1 : 0;
     std::size_t digits = 0;
     std::size_t points = 0;
-    for (; at < word.size() && (std::isdigit(static_cast<unsigned char>(word[at])) != 0 || word[at] == '.'); ++at)
+    for (; at < word.size() && (std::isdigit(static_cast<unsigned char>(word[at])) != 0 || word[at] == '.'); ++at) {
         (word[at] == '.' ? points : digits) += 1;
-    if (digits == 0 || points > 1)
+    }
+    if (digits == 0 || points > 1) {
         return false;
-    if (at == word.size())
+    }
+    if (at == word.size()) {
         return true;
-    if (word[at] != 'e' && word[at] != 'E')
+    }
+    if (word[at] != 'e' && word[at] != 'E') {
         return false;
+    }
     ++at;
-    if (at < word.size() && (word[at] == '+' || word[at] == '-'))
+    if (at < word.size() && (word[at] == '+' || word[at] == '-')) {
         ++at;
+    }
     const std::size_t first = at;
-    while (at < word.size() && std::isdigit(static_cast<unsigned char>(word[at])) != 0)
+    while (at < word.size() && std::isdigit(static_cast<unsigned char>(word[at])) != 0) {
         ++at;
+    }
     return at == word.size() && at > first && at - first < 5;
 }
 
@@ -62,8 +69,9 @@ void compareWithLibrary(std::string_view text) {
         const std::size_t end = std::min(text.find_first_of(separators), text.size());
         const std::string word(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
-        if (word.size() > longestWord || !isCommonSpelling(word))
+        if (word.size() > longestWord || !isCommonSpelling(word)) {
             continue;
+        }
         double wide = 0;
         float narrow = 0;
         fuzzing::require(parseNumber(word, wide) && parseNumber(word, narrow),
@@ -87,12 +95,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t count = choices.below(64);
     const std::string_view text = choices.text();
     file.set(text);
-    if (kind == 0)
+    if (kind == 0) {
         readBothWays<double>(text, file, count);
-    else if (kind == 1)
+    } else if (kind == 1) {
         readBothWays<float>(text, file, count);
-    else
+    } else {
         readBothWays<std::int32_t>(text, file, count);
+    }
     compareWithLibrary(text);
     return 0;
 }

@@ -22,6 +22,7 @@ void enterWorkFolder();
 class InputFile {
 public:
     explicit InputFile(const char* name);
+    ~InputFile() = default;  // open until the end of the process
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
     void set(std::span<const std::uint8_t> content) const;

@@ -19,8 +19,9 @@ constexpr std::size_t smallCells = 4096;
 constexpr std::int64_t smallPadded = 4096;
 
 void useDisk(Sensitivity& sensitivity, std::span<const std::string> names) {
-    for (std::size_t file = 0; file < names.size(); ++file)
+    for (std::size_t file = 0; file < names.size(); ++file) {
         require(openBinaryInput(sensitivity.files[file].input, names[file]), "the sensitivity file opens again");
+    }
     reserveStore(sensitivity.store, sensitivity.store.rowMax, 0);
     sensitivity.idisk = 1;
 }
@@ -38,21 +39,25 @@ void useFiles(RunState& run, bool fromDisk) {
     Sensitivity& sensitivity = run.sensitivity;
     readMtxFiles(run);
     setDataTypes(run);
-    if (run.mesh.cellCount() > smallCells || sensitivity.header.nPadTotal > smallPadded)
+    if (run.mesh.cellCount() > smallCells || sensitivity.header.nPadTotal > smallPadded) {
         return;
+    }
     std::fill(run.obs.obsStd.begin(), run.obs.obsStd.end(), 2.0F);
-    if (fromDisk)
+    if (fromDisk) {
         useDisk(sensitivity, std::span(run.control.mtxFileText).first(static_cast<std::size_t>(run.control.nMtx)));
-    else
+    } else {
         buildBlockedRows(sensitivity, run.obs.obsStd);
-    for (std::size_t file = 0; file < static_cast<std::size_t>(run.control.nMtx); ++file)
+    }
+    for (std::size_t file = 0; file < static_cast<std::size_t>(run.control.nMtx); ++file) {
         multiply(run, file);
+    }
 }
 
 std::vector<std::uint8_t> withPrefix(std::span<const std::uint8_t> file, std::span<const std::uint8_t> prefix) {
     std::vector<std::uint8_t> whole(file.begin(), file.end());
-    if (whole.size() < prefix.size() || !std::equal(prefix.begin(), prefix.end(), whole.begin()))
+    if (whole.size() < prefix.size() || !std::equal(prefix.begin(), prefix.end(), whole.begin())) {
         whole.insert(whole.begin(), prefix.begin(), prefix.end());
+    }
     return whole;
 }
 

@@ -15,10 +15,12 @@ constexpr std::array<std::int32_t, 6> codes{0, 1, 2, 7, 20, 22};
 void allocate(ObsSet& obs) {
     const auto n = static_cast<std::size_t>(obs.nData);
     const std::size_t values = n * static_cast<std::size_t>(obs.nDataTypes);
-    for (auto* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ})
+    for (auto* array : {&obs.ObsX, &obs.ObsY, &obs.ObsZ}) {
         array->assign(n, 0.0);
-    for (auto* array : {&obs.obsData, &obs.refData, &obs.predData, &obs.obsWork1})
+    }
+    for (auto* array : {&obs.obsData, &obs.refData, &obs.predData, &obs.obsWork1}) {
         array->assign(values, 0.0);
+    }
     obs.obsStd.assign(values, 0.0F);
     if (obs.dataType[0] == DataType::totalMagnetic) {
         obs.obsIncl.assign(n, 0.0F);
@@ -68,17 +70,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzzing::allowStops([&] {
         LineIntegration lines;
         lines.integrationInterval = cleaning.integrationInterval;
-        if (cleaning.integrationInterval > 0.0F)
+        if (cleaning.integrationInterval > 0.0F) {
             allocateLineTables(obs);
+        }
         readObsFile(messages, ObsReadMode::header, file.name(), obs, cleaning);
         readObsFile(messages, ObsReadMode::observed, file.name(), obs, cleaning);
         checkLines(obs);
-        if (written == 1)
+        if (written == 1) {
             writeObsFile("written.obs", obs, obs.obsData);
-        if (cleaning.integrationInterval > 0.0F)
+        }
+        if (cleaning.integrationInterval > 0.0F) {
             buildIntegrationWindows(messages, obs, lines);
-        if (!choices.rest().empty())
+        }
+        if (!choices.rest().empty()) {
             file.set(choices.rest());
+        }
         readObsFile(messages, ObsReadMode::reference, file.name(), obs, cleaning);
     });
     return 0;

@@ -18,13 +18,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint8_t nulls = choices.byte();
     std::array<std::string, 4> names;
     for (std::size_t n = 0; n < files.size(); ++n) {
-        if (count == 4 || n == 0)
+        if (count == 4 || n == 0) {
             files[n].set(count == 1 ? choices.text() : choices.textPart());
+        }
         names[n] = (nulls >> n & 1) != 0 ? "null" : files[n].name();
     }
     SmoothnessWeights weights;
-    for (auto* array : {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ})
+    for (auto* array : {&weights.wtS, &weights.wtE, &weights.wtN, &weights.wtZ}) {
         array->assign(mesh.cellCount(), 0.0F);
+    }
     Alphas alphas{1.0e-4F, 1.0F, 1.0F, 1.0F};
     Messages messages;
     fuzzing::allowStops([&] { readWeightFiles(messages, style, alphas, count, names, mesh, weights); });

@@ -32,14 +32,16 @@ Refusal refusal;
 void* allocate(std::size_t size, std::size_t alignment) {
     if (refusal.underWay) {
         ++refusal.asked;
-        if (refusal.asked >= refusal.first && refusal.asked <= refusal.last)
+        if (refusal.asked >= refusal.first && refusal.asked <= refusal.last) {
             throw std::bad_alloc();
+        }
     }
     void* const memory = alignment <= alignof(std::max_align_t)
                              ? std::malloc(size > 0 ? size : 1)
                              : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    if (memory == nullptr)
+    if (memory == nullptr) {
         throw std::bad_alloc();
+    }
     return memory;
 }
 
@@ -92,8 +94,9 @@ class StreamToFile {
 public:
     StreamToFile(int stream, const std::string& name) : stream_(stream), before_(::dup(stream)) {
         const int file = ::open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-        if (before_ < 0 || file < 0 || ::dup2(file, stream) < 0)
+        if (before_ < 0 || file < 0 || ::dup2(file, stream) < 0) {
             throw std::runtime_error("a stream cannot be redirected");
+        }
         ::close(file);
     }
     ~StreamToFile() {
@@ -162,9 +165,10 @@ void PrintTo(const SmallRun& run, std::ostream* out) {
 
 std::string lineTimeObs() {
     std::string text = "10\n";
-    for (int i = 0; i < 10; ++i)
+    for (int i = 0; i < 10; ++i) {
         text += std::to_string(i) + " 0 1 0." + std::to_string(i) + " 0.1 L" + std::to_string(i / 5) + " " +
                 std::to_string(i) + ".0\n";
+    }
     return text;
 }
 

@@ -198,7 +198,7 @@ MtxContents smallMtxContents(std::int32_t nData, std::array<std::int32_t, 3> mes
     const auto cells = static_cast<std::size_t>(contents.nCells);
     contents.depthWeight.assign(cells, 1.0F);
     contents.gtgdiag.assign(cells, 1.0);
-    contents.topography.assign(static_cast<std::size_t>(contents.nx * contents.ny), 1);
+    contents.topography.assign(static_cast<std::size_t>(contents.nx) * static_cast<std::size_t>(contents.ny), 1);
     const std::int32_t padded = contents.npy * contents.npx * contents.npz;
     for (std::int32_t r = 0; r < nData; ++r) {
         contents.stations.push_back({100.0 + r, 200.5, -1.0, 0.25F});

@@ -24,8 +24,8 @@ struct MtxStation {
     float extra = 0;
 };
 
-// The content of a file, field by field. Nothing is checked, so that damaged files can be built, too; counts are written
-// as they are here, arrays with the length that they have.
+// The content of a file, field by field. Nothing is checked, so that damaged files can be built, too; counts are
+// written as they are here, arrays with the length that they have.
 struct MtxContents {
     std::int32_t version = 2;  // tagged
     std::int32_t dataType = 0;
@@ -67,8 +67,8 @@ struct MtxBytes {
 };
 
 // A valid file's contents: nData stations on a line, unit cells on the mesh {ny, nx, nz}, z nodes that rise downwards,
-// the Daubechies filter of four taps, depth weights and gtgdiag of 1, and rows with two or three coefficients each that differ
-// from row to row.
+// the Daubechies filter of four taps, depth weights and gtgdiag of 1, and rows with two or three coefficients each that
+// differ from row to row.
 MtxContents smallMtxContents(std::int32_t nData, std::array<std::int32_t, 3> meshYXZ,
                              std::array<std::int32_t, 3> paddedYXZ);
 

@@ -43,7 +43,8 @@ struct OptimiserRun {
     OptimiserState state{};
 
     OptimiserRun() = default;
-    // n variables at `start`, without bounds; the workspace is filled with numbers that would change the result if they were read.
+    // n variables at `start`, without bounds; the workspace is filled with numbers that would change the result if they
+    // were read.
     OptimiserRun(std::int32_t variables, std::int32_t corrections, double start);
     explicit OptimiserRun(const nlohmann::json& problem);
 
@@ -88,10 +89,12 @@ inline double tridiagonalQuadratic(const nlohmann::json& description, const Vect
     double f = 0.0;
     for (std::size_t i = 0; i < x.size(); ++i) {
         double product = diag[i] * x[i];
-        if (i > 0)
+        if (i > 0) {
             product += off[i - 1] * x[i - 1];
-        if (i + 1 < x.size())
+        }
+        if (i + 1 < x.size()) {
             product += off[i] * x[i + 1];
+        }
         f += x[i] * (0.5 * product - b[i]);
         g[i] = product - b[i];
     }
@@ -116,8 +119,9 @@ inline double slopePolynomial(const nlohmann::json& description, const Vector& x
 inline nlohmann::json readOptimiserData(const std::string& name) {
     const std::string path = std::string(VOXLITH_TEST_DATA) + "/optim/" + name;
     std::ifstream in(path);
-    if (!in)
+    if (!in) {
         throw std::runtime_error("cannot open " + path);
+    }
     return nlohmann::json::parse(in);
 }
 
@@ -126,24 +130,27 @@ inline double evaluateTestFunction(const nlohmann::json& description, const std:
     const std::string kind = description.at("kind");
     g.assign(x.size(), 0.0);
     double f = 0.0;
-    if (kind == "rosenbrock" || kind == "rosenbrock_bad_gradient")
+    if (kind == "rosenbrock" || kind == "rosenbrock_bad_gradient") {
         f = detail::rosenbrock(x, g);
-    else if (kind == "chained")
+    } else if (kind == "chained") {
         f = detail::chained(x, g);
-    else if (kind == "tridiagonal_quadratic")
+    } else if (kind == "tridiagonal_quadratic") {
         f = detail::tridiagonalQuadratic(description, x, g);
-    else if (kind == "slope_polynomial")
+    } else if (kind == "slope_polynomial") {
         f = detail::slopePolynomial(description, x, g);
-    else
+    } else {
         throw std::runtime_error("unknown test function " + kind);
+    }
     if (kind == "rosenbrock_bad_gradient" && f < description.at("below").get<double>()) {
         const double amplitude = description.at("amplitude");
-        for (std::size_t i = 0; i < x.size(); ++i)
+        for (std::size_t i = 0; i < x.size(); ++i) {
             g[i] += amplitude * std::sin(7.0 * static_cast<double>(i + 1));
+        }
     }
     if (description.contains("zero_gradient_at")) {
-        for (const std::size_t place : description.at("zero_gradient_at"))
+        for (const std::size_t place : description.at("zero_gradient_at")) {
             g.at(place - 1) = 0.0;
+        }
     }
     return f;
 }
@@ -181,8 +188,9 @@ inline OptimiserRun::OptimiserRun(const nlohmann::json& problem)
     u = problem.at("u").get<std::vector<double>>();
     nbd = problem.at("nbd").get<std::vector<std::int32_t>>();
     fixedFlag = problem.at("fixedFlag").get<std::vector<std::int32_t>>();
-    if (problem.contains("maxStep"))
+    if (problem.contains("maxStep")) {
         maxStep = problem.at("maxStep").get<std::vector<double>>();
+    }
     factr = problem.at("factr");
     pgtol = problem.at("pgtol");
 }

@@ -31,7 +31,8 @@ struct PlisRun {
     PlisState saved{};
     int evaluations = 0;
 
-    // n variables at `start` without bounds; the workspace is filled with numbers that would change the result if they were read.
+    // n variables at `start` without bounds; the workspace is filled with numbers that would change the result if they
+    // were read.
     PlisRun(int runMethod, std::int32_t variables, std::int32_t columns, double start)
         : method(runMethod), n(variables), m(columns) {
         const std::size_t size = static_cast<std::size_t>(n);
@@ -66,8 +67,9 @@ struct PlisRun {
         state = -1;
         call();
         int calls = 1;
-        while (calls < limit && advance(function))
+        while (calls < limit && advance(function)) {
             ++calls;
+        }
         return calls;
     }
 
@@ -82,8 +84,9 @@ struct PlisRun {
         for (std::size_t i = 0; i < x.size(); ++i) {
             const std::int32_t code = std::abs(nbd[i]);
             const bool both = code >= 3 && code <= 6;
-            if (((code == 1 || both) && !(x[i] >= l[i])) || ((code == 2 || both) && !(x[i] <= u[i])))
+            if (((code == 1 || both) && !(x[i] >= l[i])) || ((code == 2 || both) && !(x[i] <= u[i]))) {
                 return false;
+            }
         }
         return true;
     }
@@ -120,8 +123,9 @@ public:
             minimiser_[i] = component(random);
             square += mirror_[i] * mirror_[i];
         }
-        for (double& value : mirror_)
+        for (double& value : mirror_) {
             value *= std::sqrt(2.0 / square);
+        }
         b_ = times(minimiser_);
     }
 
@@ -140,18 +144,21 @@ public:
 private:
     Vector reflected(const Vector& x) const {
         double product = 0.0;
-        for (std::size_t i = 0; i < x.size(); ++i)
+        for (std::size_t i = 0; i < x.size(); ++i) {
             product += mirror_[i] * x[i];
+        }
         Vector y(x);
-        for (std::size_t i = 0; i < x.size(); ++i)
+        for (std::size_t i = 0; i < x.size(); ++i) {
             y[i] -= product * mirror_[i];
+        }
         return y;
     }
 
     Vector times(const Vector& x) const {
         Vector y = reflected(x);
-        for (std::size_t i = 0; i < x.size(); ++i)
+        for (std::size_t i = 0; i < x.size(); ++i) {
             y[i] *= eigenvalues_[i];
+        }
         return reflected(y);
     }
 

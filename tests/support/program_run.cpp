@@ -19,12 +19,14 @@ namespace {
                                 const std::string& screen, const std::string& errors) {
     const int out = open(screen.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int err = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (chdir(folder.path().c_str()) != 0 || dup2(out, STDOUT_FILENO) < 0 || dup2(err, STDERR_FILENO) < 0)
+    if (chdir(folder.path().c_str()) != 0 || dup2(out, STDOUT_FILENO) < 0 || dup2(err, STDERR_FILENO) < 0) {
         _exit(126);
+    }
     if (addressSpace > 0) {
         const rlimit limit{addressSpace, addressSpace};
-        if (setrlimit(RLIMIT_AS, &limit) != 0)
+        if (setrlimit(RLIMIT_AS, &limit) != 0) {
             _exit(126);
+        }
     }
     execv(words.front(), words.data());
     _exit(127);
@@ -38,19 +40,23 @@ ProgramResult runProgram(const TemporaryFolder& folder, const std::vector<std::s
     std::vector<std::string> words{VOXLITH_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
-    for (std::string& word : words)
+    for (std::string& word : words) {
         pointers.push_back(word.data());
+    }
     pointers.push_back(nullptr);
     const std::string screen = output.file("screen");
     const std::string errors = output.file("errors");
     const pid_t child = fork();
-    if (child < 0)
+    if (child < 0) {
         throw std::runtime_error("fork failed");
-    if (child == 0)
+    }
+    if (child == 0) {
         becomeProgram(folder, pointers, addressSpace, screen, errors);
+    }
     int status = 0;
-    if (waitpid(child, &status, 0) != child)
+    if (waitpid(child, &status, 0) != child) {
         throw std::runtime_error("waitpid failed");
+    }
     ProgramResult result;
     result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
@@ -60,8 +66,9 @@ ProgramResult runProgram(const TemporaryFolder& folder, const std::vector<std::s
 }
 
 ControlLines& ControlLines::set(std::size_t number, const std::string& text) {
-    if (lines.size() < number)
+    if (lines.size() < number) {
         lines.resize(number);
+    }
     lines[number - 1] = text;
     return *this;
 }
@@ -73,8 +80,9 @@ ControlLines& ControlLines::cutBehind(std::size_t number) {
 
 std::string ControlLines::text() const {
     std::string all;
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
         all += line + "\n";
+    }
     return all;
 }
 
@@ -89,8 +97,9 @@ std::string smallSurveyObs(int types) {
     out << "10\n";
     for (int i = 0; i < 10; ++i) {
         out << 0.5 * i << " " << 0.25 * i << " 1.0";
-        for (int type = 0; type < types; ++type)
+        for (int type = 0; type < types; ++type) {
             out << " " << 1.0 + std::sin(0.7 * i + type) << " 0.1";
+        }
         out << "\n";
     }
     return out.str();
@@ -117,8 +126,9 @@ bool contains(const std::string& text, const std::string& part) {
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
+    for (std::string line; std::getline(in, line);) {
         lines.push_back(line);
+    }
     return lines;
 }
 

@@ -269,7 +269,8 @@ inline void SmallProblem::setLines(std::int32_t nLines, float interval) {
         name[0] = 'L';
         name[1] = static_cast<char>('1' + line);
         for (std::int32_t station = 0; station < perLine; ++station) {
-            const auto record = static_cast<std::size_t>(line * perLine + station);
+            const std::int32_t number = line * perLine + station;
+            const auto record = static_cast<std::size_t>(number);
             obs.dataLine[record] = line + 1;
             obs.obsTime[record] = lines.lineTime[record] = 10.0 * line + station;
             if (station > 0 && station + 1 < perLine) {
