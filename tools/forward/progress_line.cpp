@@ -22,9 +22,8 @@ ProgressLine::~ProgressLine() {
 }
 
 void ProgressLine::show(std::size_t done) {
-    using namespace std::chrono_literals;
     const auto now = std::chrono::steady_clock::now();
-    if (!onTerminal_ || now - start_ < 1s || now - lastShown_ < 250ms) {
+    if (!onTerminal_ || now - start_ < std::chrono::seconds(1) || now - lastShown_ < std::chrono::milliseconds(250)) {
         return;
     }
     lastShown_ = now;
