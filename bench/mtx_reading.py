@@ -1,20 +1,16 @@
-#!/usr/bin/python3
-"""Reading a sensitivity file row by row from Python, against copying it.
+"""Reading a sensitivity file row by row from Python beside `cat` of it: least CPU times of several repeats, and memory.
 
-    mtx_reading.py [--megabytes 1024] [--coefficients 20000] [--folder /tmp]
-
-Makes a file of that size with rows of that length, reads it several times with `cat` and with voxlith.io.mtx_file, and
-shows the least times and the memory that the readers took. Needs numpy. Beside other work, look at processor times.
+Needs numpy and the package in python/.
 """
-import argparse
 import os
 import resource
 import subprocess
 import sys
-import tempfile
 import time
 
 import numpy as np
+
+from benchmarks import Line
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'python'))
 from voxlith.io.mtx_file import MtxFile, MtxHeader, MtxRow, MtxTail  # noqa: E402
@@ -22,6 +18,8 @@ from voxlith.io.mtx_output import write_mtx_file  # noqa: E402
 from voxlith.wavelet import daubechies_filter  # noqa: E402
 
 REPEATS = 9
+MEGABYTES = 1024
+COEFFICIENTS = 20000  # of a row
 
 
 def make_file(path, megabytes, coefficients):
@@ -64,33 +62,27 @@ def read_rows(path, check, sums=False):
     return total
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('--megabytes', type=int, default=1024)
-    parser.add_argument('--coefficients', type=int, default=20000)
-    parser.add_argument('--folder', default=tempfile.gettempdir())
-    asked = parser.parse_args()
-    path = os.path.join(asked.folder, 'voxlith-bench-%d.mtx' % os.getpid())
+def peak_memory(path):
+    """Largest resident bytes of a process that reads all rows."""
+    done = subprocess.run([sys.executable, os.path.abspath(__file__), path], stdout=subprocess.PIPE, check=True)
+    return int(done.stdout)
+
+
+def run(settings, name):
+    path = os.path.join(settings.folder, 'python-rows.mtx')
     try:
-        make_file(path, asked.megabytes, asked.coefficients)
-        copying = best(lambda: subprocess.run(['cat', path], stdout=subprocess.DEVNULL, check=True))
-        size = os.path.getsize(path) / 2**20
-        print('file:               %.0f MB, rows of %d coefficients' % (size, asked.coefficients))
-        print('cat:                %.3f s, processor %.3f s' % copying)
-        before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
-        for name, action in (('rows', lambda: read_rows(path, True)),
-                             ('rows, no checks', lambda: read_rows(path, False)),
-                             ('rows and their sum', lambda: read_rows(path, True, True))):
-            seconds = best(action)
-            print('%-19s %.3f s, %.2f times cat; processor %.3f s, %.2f times'
-                  % (name + ':', seconds[0], seconds[0] / copying[0], seconds[1], seconds[1] / copying[1]))
-        print('memory:             %d MB, %d MB more than before reading'
-              % (resource.getrusage(resource.RUSAGE_SELF).ru_maxrss // 1024,
-                 (resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before) // 1024))
+        make_file(path, MEGABYTES, COEFFICIENTS)
+        copying = best(lambda: subprocess.run(['cat', path], stdout=subprocess.DEVNULL, check=True))[1]
+        for work, goal, action in (('rows in Python', 2.0, lambda: read_rows(path, True)),
+                                   ('rows in Python, no checks', None, lambda: read_rows(path, False)),
+                                   ('rows in Python and their sum', None, lambda: read_rows(path, True, True))):
+            yield Line('%s, %d MB' % (work, MEGABYTES), 'cat FILE >/dev/null from the cache', best(action)[1] / copying, goal)
+        yield Line('memory of reading rows in Python', '200 MB', peak_memory(path) / 200e6, 1.0)
     finally:
         if os.path.exists(path):
             os.unlink(path)
 
 
 if __name__ == '__main__':
-    sys.exit(main())
+    read_rows(sys.argv[1], True)
+    print(1024 * resource.getrusage(resource.RUSAGE_SELF).ru_maxrss)
