@@ -3,6 +3,7 @@
 The surveys are made once and kept in the folder of the benchmarks. Lengths of runs are subtracted from each other, so that an
 iteration is counted without the start. Needs Linux and numpy, for `disk` and `iteration` also perf.
 """
+import glob
 import mmap
 import os
 import re
@@ -20,12 +21,8 @@ from benchmarks import Line
 
 ROUNDS = 3
 LARGE_MESH = (128, 128, 64)
-FREQUENCY = 2000    # samples a second of a profile
-GROWTH_GOAL = 1.25  # 1 is growth in proportion
+GROWTH_GOAL = 1.5  # 1 is growth in proportion; larger sizes leave the caches
 CAT = 'cat FILE >/dev/null from the cache'
-# What belongs to the products, in a profile by routine.
-PRODUCTS = re.compile(r'multiply(Avx|Plain|InMemory)|add(Avx|Plain)|InUse|rowsTimes|RowsToCompact|RowTransposed|rowTimes|transform|'
-                      r'padCells|cropCells|modelProduct|transposeProduct|[fF]romMemory')
 CLEARING = re.compile(r'clear_(huge_)?page|clear_subpage|clear_user|folio_zero')
 
 
@@ -33,7 +30,7 @@ class Run:
     """A folder with a survey of at least so many coefficients over a mesh, and what is known of it."""
 
     def __init__(self, settings, mesh, coefficients):
-        self.voxlith = settings.voxlith
+        self.settings = settings
         self.folder = os.path.join(settings.folder, 'run-%d-%d-%d-%d' % (*mesh, coefficients))
         known = os.path.join(self.folder, 'counts')
         if not os.path.exists(known):
@@ -60,7 +57,7 @@ class Run:
                 resource.setrlimit(resource.RLIMIT_AS, (address_space, address_space))
         # With a routine to run first the child is a copy of this process. Without one it would borrow this process's
         # memory until it starts the program, and the largest size that this process ever had would count as its own.
-        child = subprocess.Popen([self.voxlith, 'voxlith.inp'], cwd=self.folder, stdout=subprocess.DEVNULL, preexec_fn=limit)
+        child = subprocess.Popen([self.settings.voxlith, 'voxlith.inp'], cwd=self.folder, stdout=subprocess.DEVNULL, preexec_fn=limit)
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         if child.returncode:
@@ -113,7 +110,7 @@ def characters_read(pid):
 def start_once(run):
     """CPU seconds and bytes read when the rows are in memory, and CPU seconds when the iterations begin."""
     large_survey.write_run(run.folder, 1)
-    child = subprocess.Popen([run.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE, bufsize=0)
+    child = subprocess.Popen([run.settings.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE, bufsize=0)
     screen, loaded = b'', None
     while b'Begin iterations' not in screen:
         part = os.read(child.stdout.fileno(), 65536)
@@ -188,19 +185,17 @@ def memory(settings):
                    'plan, observed and mesh groups', peak / (plan + beside), 1.05, note='peak %.1f MiB' % (peak / 2 ** 20))
 
 
-def samples_by_routine(file, *options):
-    """Samples inside and outside the products of a profile."""
-    report = subprocess.run(['perf', 'report', '-i', file, '--stdio', '--no-children', '-F', 'sample,symbol', '-t', ';', *options],
-                            capture_output=True, text=True, check=True).stdout
-    inside = outside = 0
-    for line in report.splitlines():
-        count, found, symbol = line.partition(';')
-        if found and count.strip().isdigit() and not CLEARING.search(symbol):
-            if PRODUCTS.search(symbol):
-                inside += int(count)
-            else:
-                outside += int(count)
-    return np.array([inside, outside])
+def routine_name(symbol):
+    """A demangled name without anonymous namespaces, template arguments, parameters and return type."""
+    words = re.split('[<(]', symbol.replace('(anonymous namespace)::', ''))[0].split()
+    return words[-1] if words else ''
+
+
+def product_routines(build):
+    """Names of all routines of the module of sensitivities, which in an iteration computes the products."""
+    objects = glob.glob(os.path.join(build, 'CMakeFiles', 'module_sensitivity.dir', '**', '*.o'), recursive=True)
+    symbols = subprocess.run(['nm', '-C', '--defined-only', *objects], capture_output=True, text=True, check=True).stdout
+    return {routine_name(found[1]) for found in re.finditer(r'(?m)^[0-9a-f]+ [tT] (.*)', symbols)}
 
 
 def profile(run, last=11):
@@ -215,19 +210,27 @@ def profile(run, last=11):
         raise RuntimeError('expected the program perf (Debian package linux-perf), found none')
     large_survey.write_run(run.folder, last)
     name, ends = run.path('perf.data'), {}
-    record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', str(FREQUENCY), '-o', name]
-    with subprocess.Popen([*record, run.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE) as child:
+    record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', '2000', '-o', name]
+    with subprocess.Popen([*record, run.settings.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE) as child:
         for line in child.stdout:
             row = re.match(rb' *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ ', line)
             if row:
                 ends[int(row[1])] = time.clock_gettime(time.CLOCK_MONOTONIC)
     if child.returncode or last not in ends:
         raise RuntimeError('voxlith or perf failed in ' + run.folder)
-    # The log has the time of all products by the clock: a product that the profile misses would count as something else.
-    products = float(re.search(r'OH mod prod: *([\d.]+)', run.log()).group(1))
-    if samples_by_routine(name)[0] / FREQUENCY < 0.5 * products:
-        raise RuntimeError('the profile shows less than half of the products: a routine is missing in PRODUCTS')
-    return samples_by_routine(name, '--time', '%.9f,%.9f' % (ends[1], ends[last]))
+    report = subprocess.run(['perf', 'report', '-i', name, '--stdio', '--no-children', '-F', 'sample,symbol', '-t', ';',
+                             '--time', '%.9f,%.9f' % (ends[1], ends[last])],
+                            capture_output=True, text=True, check=True).stdout
+    products = product_routines(run.settings.build)
+    inside = outside = 0
+    for line in report.splitlines():
+        count, found, symbol = line.partition(';')
+        if found and count.strip().isdigit() and not CLEARING.search(symbol):
+            if routine_name(symbol.partition(']')[2]) in products:
+                inside += int(count)
+            else:
+                outside += int(count)
+    return np.array([inside, outside])
 
 
 def iteration(settings):
