@@ -1,5 +1,5 @@
-# The programs once more, held to narrower vector instructions than the machine may have: <build>/plain, <build>/avx2. Only for
-# comparing results; what is chosen here is no setting of the program itself.
+# The programs again, limited to narrower vector instructions than the machine may have: <build>/plain, <build>/avx2. Only for
+# comparing results: the limit is compiled in and no setting of the programs.
 foreach(widest plain avx2)
     add_executable(voxlith_${widest} src/main.cpp src/simd/instruction_set.cpp)
     target_link_libraries(voxlith_${widest} PRIVATE voxlith_core voxlith_flags)

@@ -29,7 +29,7 @@ ProgramResult runNow(const TemporaryFolder& folder) {
 
 TEST(NewRun, WritesFourHeadingLinesAndARowForEachIteration) {
     const TemporaryFolder folder;
-    laySurvey(folder);
+    writeSurvey(folder);
     ASSERT_EQ(runNow(folder).exitStatus, 0);
     const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
     ASSERT_EQ(lines.size(), 7U);
@@ -42,7 +42,7 @@ TEST(NewRun, WritesFourHeadingLinesAndARowForEachIteration) {
 
 TEST(ContinuedRun, WithoutProgressTableStopsAfterTheInputs) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1"));
+    writeSurvey(folder, ControlLines().set(1, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
     const ProgramResult result = runNow(folder);
     EXPECT_EQ(result.exitStatus, 0);
@@ -60,7 +60,7 @@ TEST(ContinuedRun, NamesItsKindOnTheScreenFor1And2Only) {
         {"1", "Continuing the inversion"}, {"2", "Continuing the inversion with depth layer stripping"}, {"3", ""}};
     for (const auto& [restart, words] : kinds) {
         const TemporaryFolder folder;
-        laySurvey(folder, ControlLines().set(1, restart).set(12, "1"));
+        writeSurvey(folder, ControlLines().set(1, restart).set(12, "1"));
         folder.write("voxlith.rho", constantModel("0.02"));
         folder.write("voxlith.aux", headings);
         const ProgramResult result = runNow(folder);
@@ -75,7 +75,7 @@ TEST(ContinuedRun, NamesItsKindOnTheScreenFor1And2Only) {
 
 TEST(ContinuedRun, CountsOnFromTheLastRow) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(12, "50"));
+    writeSurvey(folder, ControlLines().set(1, "1").set(12, "50"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.log", "an earlier log\n");
     folder.write("voxlith.aux", headings + "         120        0.9000        0.1000        0.9500       0.1\n");
@@ -89,7 +89,7 @@ TEST(ContinuedRun, CountsOnFromTheLastRow) {
 
 TEST(ContinuedRun, BlankLastLineLeavesTheCount) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.aux", headings + "           7        0.9000        0.1000        0.9500       0.1\n\n");
     ASSERT_EQ(runNow(folder).exitStatus, 0);
@@ -98,7 +98,7 @@ TEST(ContinuedRun, BlankLastLineLeavesTheCount) {
 
 TEST(ContinuedRun, HeadingsAloneStartAtZero) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.aux", headings);
     ASSERT_EQ(runNow(folder).exitStatus, 0);
@@ -110,7 +110,7 @@ TEST(ContinuedRun, CountsARowThatIsCutOffOnceItsNumberIsWhole) {
     const std::string cut = "          12        0.8999     ";
     for (std::size_t length = 1; length <= cut.size(); ++length) {
         const TemporaryFolder folder;
-        laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+        writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
         folder.write("voxlith.rho", constantModel("0.02"));
         folder.write("voxlith.aux", headings + whole + cut.substr(0, length));
         ASSERT_EQ(runNow(folder).exitStatus, 0) << length;
@@ -124,7 +124,7 @@ TEST(ContinuedRun, CountsARowThatIsCutOffOnceItsNumberIsWhole) {
 TEST(ContinuedRun, TakesALastRowWithoutLineEndThatARunCannotHaveCut) {
     for (const char* row : {"  120", "x 120", " 120 0.9", "   120 0.9000 0.1000 0.9500 0.1"}) {
         const TemporaryFolder folder;
-        laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+        writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
         folder.write("voxlith.rho", constantModel("0.02"));
         folder.write("voxlith.aux", headings + row);
         ASSERT_EQ(runNow(folder).exitStatus, 0) << row;
@@ -138,7 +138,7 @@ TEST(ContinuedRun, TakesALastRowWithoutLineEndThatARunCannotHaveCut) {
 TEST(ContinuedRun, GoesOnFromAnyStateInWhichAKillCanLeaveTheHeadings) {
     for (std::size_t length = 0; length <= headings.size(); length += 11) {
         const TemporaryFolder folder;
-        laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+        writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
         folder.write("voxlith.rho", constantModel("0.02"));
         folder.write("voxlith.aux", headings.substr(0, length));
         ASSERT_EQ(runNow(folder).exitStatus, 0) << length;
@@ -152,7 +152,7 @@ TEST(ContinuedRun, GoesOnFromAnyStateInWhichAKillCanLeaveTheHeadings) {
 
 TEST(ContinuedRun, ReportsARowThatIsNoRow) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.aux", headings + " not a row\n");
     const ProgramResult result = runNow(folder);
@@ -162,7 +162,7 @@ TEST(ContinuedRun, ReportsARowThatIsNoRow) {
 
 TEST(ContinuedRun, OfLineSearchModeNeedsItsLog) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "1").set(2, "-1 0 0").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "1").set(2, "-1 0 0").set(12, "1"));
     folder.write("voxlith.rho", constantModel("0.02"));
     folder.write("voxlith.aux", headings);
     EXPECT_EQ(linesOf(runNow(folder).screen).back(), " File voxlith.lsv not found");
@@ -183,11 +183,11 @@ TEST(ContinuedRun, OfLineSearchModeNeedsItsLog) {
 
 TEST(ContinuedRun, StartsFromTheRunningModelAndEqualsARunFromIt) {
     const TemporaryFolder first;
-    laySurvey(first, ControlLines().set(12, "4"));
+    writeSurvey(first, ControlLines().set(12, "4"));
     ASSERT_EQ(runNow(first).exitStatus, 0);
 
     const TemporaryFolder fresh;
-    laySurvey(fresh, ControlLines().set(6, "start.den").set(12, "3"));
+    writeSurvey(fresh, ControlLines().set(6, "start.den").set(12, "3"));
     fresh.write("start.den", first.read("voxlith.rho"));
     ASSERT_EQ(runNow(fresh).exitStatus, 0);
 
@@ -201,7 +201,7 @@ TEST(ContinuedRun, StartsFromTheRunningModelAndEqualsARunFromIt) {
 
 TEST(ContinuedRun, OfMagneticDataTakesTheSusceptibilities) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(12, "1"));
+    writeSurvey(folder, ControlLines().set(12, "1"));
     writeMtx(folder.file("g.mtx"), smallSurveyMtx(1), MtxLayout::tagged);
     folder.write("obs.dat", smallSurveyMagneticObs());
     ASSERT_EQ(runNow(folder).exitStatus, 0);

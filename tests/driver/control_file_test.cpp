@@ -19,7 +19,7 @@ struct ControlRun {
 };
 
 void runWith(ControlRun& run, const ControlLines& control, std::vector<std::string> arguments = {}) {
-    laySurvey(run.folder, control);
+    writeSurvey(run.folder, control);
     arguments.insert(arguments.begin(), "voxlith.inp");
     run.result = runProgram(run.folder, arguments);
     run.log = run.folder.read("voxlith.log");
@@ -121,7 +121,7 @@ TEST(ControlFile, TakesNegativeRestartAsNewRun) {
 
 TEST(ControlFile, SetsANegativeRestartToZero) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "-5 1 1 1"));
+    writeSurvey(folder, ControlLines().set(1, "-5 1 1 1"));
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());
     ControlValues control;
@@ -296,7 +296,7 @@ TEST(ControlFile, NullValuesAndSlashesLeaveOptionalFieldsAsTheyAre) {
 
 TEST(ControlFile, ReadsLineEndsOfBothKinds) {
     ControlRun run;
-    laySurvey(run.folder, ControlLines().set(12, "1"));
+    writeSurvey(run.folder, ControlLines().set(12, "1"));
     std::string text;
     for (const char character : run.folder.read("voxlith.inp")) {
         text += character == '\n' ? std::string("\r\n") : std::string(1, character);
@@ -365,7 +365,7 @@ TEST(ControlFile, SwitchesLimitsOffWhereTheMaximumIsNotAbove) {
 
 TEST(ControlFile, SwitchesLimitsOffForThatDataTypeAlone) {
     ControlRun run;
-    laySurvey(run.folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
+    writeSurvey(run.folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
     std::string obs = "10\n";
     for (int i = 1; i <= 10; ++i) {
         obs += "0 0 0 " + std::to_string(i) + " 1.0 " + std::to_string(i) + " 1.0\n";

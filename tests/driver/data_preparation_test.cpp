@@ -234,7 +234,7 @@ namespace {
 
 TEST(Statistics, ShowTheFirstValueOverTheCountAndStarsWithoutData) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx").set(12, "1"));
     std::string obs = "10\n";
     for (int i = 0; i < 10; ++i) {
         obs += "0 0 0 " + std::to_string(i + 20) + " 1.0 * *\n";
@@ -248,11 +248,11 @@ TEST(Statistics, ShowTheFirstValueOverTheCountAndStarsWithoutData) {
 
 TEST(ReferenceFile, ThatDoesNotExistIsIgnored) {
     const TemporaryFolder none;
-    laySurvey(none, ControlLines().set(11, "null").set(12, "1"));
+    writeSurvey(none, ControlLines().set(11, "null").set(12, "1"));
     const ProgramResult expected = runProgram(none, {"voxlith.inp"});
     ASSERT_EQ(expected.exitStatus, 0) << expected.errors;
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(11, "nothere.obs").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(11, "nothere.obs").set(12, "1"));
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.errors, "");
@@ -269,7 +269,7 @@ TEST(ReferenceFile, ThatDoesNotExistIsIgnored) {
 
 TEST(ReferenceFile, GivesResidualsAndIsTakenOffTheData) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(11, "ref.obs").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(11, "ref.obs").set(12, "1"));
     folder.write("ref.obs", smallSurveyObs());
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;

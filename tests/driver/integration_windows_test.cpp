@@ -119,7 +119,7 @@ namespace {
 
 TEST(IntegrationInterval, WithoutLineAndTimeColumnsEndsTheRun) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(3, "1.0 0.02 0 2.5"));
+    writeSurvey(folder, ControlLines().set(3, "1.0 0.02 0 2.5"));
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(linesOf(result.screen).back(), " The data file does not appear to have the required line/time values");

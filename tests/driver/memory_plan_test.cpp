@@ -101,7 +101,7 @@ namespace {
 
 TEST(MemoryLine, ShowsZeroForASmallMesh) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(12, "1"));
+    writeSurvey(folder, ControlLines().set(12, "1"));
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_TRUE(contains(result.screen, "Memory allocated:        0MB"));
     EXPECT_TRUE(contains(folder.read("voxlith.log"), "MTX file accessed from memory"));
@@ -110,7 +110,7 @@ TEST(MemoryLine, ShowsZeroForASmallMesh) {
 // The arrays of 2400 cells take about 0.85 MB.
 TEST(MemoryLine, CutsOffTheFractionOfAMegabyte) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(12, "1"));
+    writeSurvey(folder, ControlLines().set(12, "1"));
     writeMtx(folder.file("g.mtx"), smallMtxContents(10, {20, 12, 10}, {32, 16, 16}), MtxLayout::tagged);
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
@@ -138,7 +138,7 @@ constexpr unsigned long tightMemory = 60UL << 20;
 
 TEST(ShortMemory, SwitchesToDiskWithOneFileAndGivesTheSameResult) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(12, "2"));
+    writeSurvey(folder, ControlLines().set(12, "2"));
     writeMtx(folder.file("g.mtx"), longRows(), MtxLayout::tagged);
     const ProgramResult disk = runProgram(folder, {"voxlith.inp"}, tightMemory);
     EXPECT_EQ(disk.exitStatus, 0) << disk.errors;
@@ -151,7 +151,7 @@ TEST(ShortMemory, SwitchesToDiskWithOneFileAndGivesTheSameResult) {
 
 TEST(ShortMemory, EndsAJointRunOfTwoFilesAndSwitchesWithThree) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx"));
+    writeSurvey(folder, ControlLines().set(1, "0 2").set(5, "g.mtx|g.mtx"));
     folder.write("obs.dat", smallSurveyObs(2));
     writeMtx(folder.file("g.mtx"), longRows(), MtxLayout::tagged);
     const ProgramResult two = runProgram(folder, {"voxlith.inp"}, tightMemory);
@@ -168,7 +168,7 @@ TEST(ShortMemory, EndsAJointRunOfTwoFilesAndSwitchesWithThree) {
 
 TEST(ShortMemory, EndsWithTheMessageOfTheGroupThatIsRefused) {
     const TemporaryFolder folder;
-    laySurvey(folder);
+    writeSurvey(folder);
     MtxContents contents = smallMtxContents(10, {100, 100, 30}, {128, 128, 32});
     writeMtx(folder.file("g.mtx"), contents, MtxLayout::tagged);
     bool sawMessage = false;

@@ -8,7 +8,7 @@ namespace {
 
 TEST(Run, LeavesItsFiles) {
     const TemporaryFolder folder;
-    laySurvey(folder);
+    writeSurvey(folder);
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
     EXPECT_EQ(result.errors, "");
@@ -29,7 +29,7 @@ TEST(Run, RepeatsToTheByte) {
     const TemporaryFolder one;
     const TemporaryFolder two;
     for (const TemporaryFolder* folder : {&one, &two}) {
-        laySurvey(*folder, ControlLines().set(12, "25"));
+        writeSurvey(*folder, ControlLines().set(12, "25"));
         ASSERT_EQ(runProgram(*folder, {"voxlith.inp"}).exitStatus, 0);
     }
     for (const char* name : {"voxlith.den", "voxlith.pre", "voxlith_error.dat", "voxlith_grad.mod"}) {
@@ -40,7 +40,7 @@ TEST(Run, RepeatsToTheByte) {
 
 TEST(Run, OfAPaddedLayerIsAnEquivalentSource) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(12, "2"));
+    writeSurvey(folder, ControlLines().set(12, "2"));
     MtxContents contents = smallMtxContents(10, {3, 4, 10}, {4, 4, 1});
     contents.version = 0;
     writeMtx(folder.file("g.mtx"), contents, MtxLayout::tagged);
@@ -64,7 +64,7 @@ TEST(Run, OfAPaddedLayerIsAnEquivalentSource) {
 
 TEST(Run, OfTwoModelTypesNamesFilesByTheirLabels) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(1, "0 1 1 2 dens susc").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(1, "0 1 1 2 dens susc").set(12, "1"));
     ASSERT_EQ(runProgram(folder, {"voxlith.inp"}).exitStatus, 0);
     EXPECT_TRUE(std::filesystem::exists(folder.file("voxlith_dens.den")));
     EXPECT_TRUE(std::filesystem::exists(folder.file("voxlith_susc.den")));
@@ -72,7 +72,7 @@ TEST(Run, OfTwoModelTypesNamesFilesByTheirLabels) {
     EXPECT_FALSE(std::filesystem::exists(folder.file("voxlith.den")));
 
     const TemporaryFolder unnamed;
-    laySurvey(unnamed, ControlLines().set(1, "0 1 1 2").set(12, "1"));
+    writeSurvey(unnamed, ControlLines().set(1, "0 1 1 2").set(12, "1"));
     ASSERT_EQ(runProgram(unnamed, {"voxlith.inp"}).exitStatus, 0);
     EXPECT_TRUE(std::filesystem::exists(unnamed.file("voxlith_01.den")));
     EXPECT_TRUE(std::filesystem::exists(unnamed.file("voxlith_02.den")));
@@ -80,7 +80,7 @@ TEST(Run, OfTwoModelTypesNamesFilesByTheirLabels) {
 
 TEST(Run, OfMagneticDataEchoesTheFieldAndWritesSusceptibilities) {
     const TemporaryFolder folder;
-    laySurvey(folder, ControlLines().set(3, "0 0").set(12, "1"));
+    writeSurvey(folder, ControlLines().set(3, "0 0").set(12, "1"));
     writeMtx(folder.file("g.mtx"), smallSurveyMtx(1), MtxLayout::tagged);
     folder.write("obs.dat", smallSurveyMagneticObs());
     const ProgramResult result = runProgram(folder, {"voxlith.inp"});
@@ -95,7 +95,7 @@ TEST(Run, OfMagneticDataEchoesTheFieldAndWritesSusceptibilities) {
 
 TEST(Run, WithClosedStandardOutputEndsWithAClearLine) {
     const TemporaryFolder folder;
-    laySurvey(folder);
+    writeSurvey(folder);
     const std::string command = "cd '" + folder.path().string() + "' && '" + std::string(VOXLITH_PROGRAM) +
                                 "' voxlith.inp >&- 2>errors; echo $? >status";
     ASSERT_EQ(std::system(command.c_str()), 0);

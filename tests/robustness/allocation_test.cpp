@@ -188,7 +188,7 @@ std::vector<SmallRun> smallRuns() {
 }
 
 void writeInputs(const TemporaryFolder& folder, const SmallRun& run) {
-    laySurvey(folder, run.control);
+    writeSurvey(folder, run.control);
     folder.write("obs.dat", run.observed);
 }
 

@@ -5,7 +5,7 @@
 #include <random>
 
 #include "sensitivity/products.h"
-#include "support/sensitivity_rig.h"
+#include "support/random_sensitivity.h"
 #include "support/temporary_folder.h"
 #include "survey/dummy_value.h"
 

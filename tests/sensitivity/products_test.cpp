@@ -11,7 +11,7 @@
 #include "base/messages.h"
 #include "sensitivity/rows/row_kernels.h"
 #include "support/instruction_sets.h"
-#include "support/sensitivity_rig.h"
+#include "support/random_sensitivity.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {

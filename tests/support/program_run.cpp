@@ -113,7 +113,7 @@ std::string smallSurveyMagneticObs() {
     return "60 10 50000\n60 10 1\n" + smallSurveyObs(1);
 }
 
-void laySurvey(const TemporaryFolder& folder, const ControlLines& control) {
+void writeSurvey(const TemporaryFolder& folder, const ControlLines& control) {
     folder.write("voxlith.inp", control.text());
     folder.write("obs.dat", smallSurveyObs());
     writeMtx(folder.file("g.mtx"), smallSurveyMtx(), MtxLayout::tagged);

@@ -41,7 +41,7 @@ std::string smallSurveyMagneticObs();
 std::string smallSurveyObs(int types);
 
 // voxlith.inp, obs.dat and g.mtx.
-void laySurvey(const TemporaryFolder& folder, const ControlLines& control = {});
+void writeSurvey(const TemporaryFolder& folder, const ControlLines& control = {});
 
 bool contains(const std::string& text, const std::string& part);
 std::vector<std::string> linesOf(const std::string& text);

@@ -17,7 +17,7 @@
 #include "inversion/inversion_problem.h"
 #include "optim/optimiser_step.h"
 #include "sensitivity/products.h"
-#include "support/sensitivity_rig.h"
+#include "support/random_sensitivity.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith::testing_support {

@@ -7,7 +7,7 @@
 #include <random>
 
 #include "spline/voxlith_spline.h"
-#include "support/sensitivity_rig.h"
+#include "support/random_sensitivity.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {

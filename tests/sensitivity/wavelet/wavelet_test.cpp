@@ -9,7 +9,7 @@
 #include <random>
 
 #include "support/instruction_sets.h"
-#include "support/sensitivity_rig.h"
+#include "support/random_sensitivity.h"
 
 namespace voxlith {
 namespace {

@@ -1,4 +1,4 @@
-// Sensitivities for tests of the products, made without any sensitivity file: random sparse rows over a padded mesh, in
+// Sensitivities for tests of the products, built without a sensitivity file: random sparse rows over a padded mesh, in
 // memory or as the rows of a file on disk.
 #pragma once
 
@@ -21,7 +21,7 @@
 namespace voxlith::testing_support {
 
 struct StoredRow {
-    std::int32_t count = 0;  // as it stands in the file
+    std::int32_t count = 0;  // as stored in the file
     std::vector<std::int32_t> index;
     std::vector<float> value;
 };
@@ -66,11 +66,11 @@ inline MeshGeometry meshOf(std::array<std::int32_t, 3> cellsZXY, std::array<std:
     return mesh;
 }
 
-// Rows of distinct random positions; row `emptyRow` (if there is one) holds nothing.
-inline std::vector<StoredRow> randomRows(std::size_t nData, std::size_t positions, std::size_t longest,
+// Rows of distinct random column indices; row `emptyRow` (if there is one) is empty.
+inline std::vector<StoredRow> randomRows(std::size_t nData, std::size_t columns, std::size_t longest,
                                          std::mt19937& random, std::size_t emptyRow = SIZE_MAX) {
     std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
-    std::vector<std::int32_t> all(positions);
+    std::vector<std::int32_t> all(columns);
     std::iota(all.begin(), all.end(), 1);
     std::vector<StoredRow> rows(nData);
     for (std::size_t r = 0; r < nData; ++r) {
@@ -79,7 +79,7 @@ inline std::vector<StoredRow> randomRows(std::size_t nData, std::size_t position
         }
         const std::size_t count = 1 + random() % longest;
         std::shuffle(all.begin(), all.end(), random);
-        for (std::size_t p = 0; p < count && p < positions; ++p) {
+        for (std::size_t p = 0; p < count && p < columns; ++p) {
             rows[r].index.push_back(all[p]);
             rows[r].value.push_back(uniform(random));
         }
@@ -92,11 +92,11 @@ inline std::vector<StoredRow> randomRows(std::size_t nData, std::size_t position
 inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mesh, std::int32_t nData,
                                std::int32_t nMtx, const WaveletFilter& filter) {
     const auto widest = static_cast<std::size_t>(mesh.npz > mesh.nz ? mesh.npz : mesh.nz);
-    const std::size_t positions = static_cast<std::size_t>(mesh.npx) * static_cast<std::size_t>(mesh.npy) * widest;
+    const std::size_t padded = static_cast<std::size_t>(mesh.npx) * static_cast<std::size_t>(mesh.npy) * widest;
     sensitivity.header.nData = nData;
     sensitivity.header.nCells = static_cast<std::int32_t>(mesh.cellCount());
     sensitivity.header.nPadded = std::int64_t{mesh.npx} * mesh.npy * mesh.npz;
-    sensitivity.header.nPadTotal = static_cast<std::int64_t>(positions);
+    sensitivity.header.nPadTotal = static_cast<std::int64_t>(padded);
     for (MtxInput& file : sensitivity.files) {
         file.header.form = MtxForm::bare;
         file.header.cells = {mesh.ny, mesh.nx, mesh.nz};
@@ -104,7 +104,7 @@ inline void prepareSensitivity(Sensitivity& sensitivity, const MeshGeometry& mes
     }
     sensitivity.filter = filter;
     sensitivity.nMtx = nMtx;
-    sensitivity.paddedWork.assign(positions, 0.0);
+    sensitivity.paddedWork.assign(padded, 0.0);
     sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(mesh)), 0.0);
     sensitivity.productResponse.assign(static_cast<std::size_t>(nData) * 6, 0.0);
     sensitivity.depthWeight.clear();
