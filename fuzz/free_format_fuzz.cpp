@@ -17,8 +17,8 @@ template <typename Number>
 void readBothWays(std::string_view text, const fuzzing::InputFile& file, std::size_t count) {
     std::vector<Number> fromText(count, Number{-7});
     std::vector<Number> fromFile(count, Number{-7});
-    std::int64_t valuesTaken = 0;
-    const ReadStatus status = freeFormatRead(text, std::span(fromText), &valuesTaken);
+    std::int64_t valuesRead = 0;
+    const ReadStatus status = freeFormatRead(text, std::span(fromText), &valuesRead);
     TextInput input;
     fuzzing::require(openTextInput(input, file.name()), "the file opens");
     FreeFormatRead read = beginFreeFormatRead(input);
@@ -28,7 +28,7 @@ void readBothWays(std::string_view text, const fuzzing::InputFile& file, std::si
     }
     if (count > 0) {
         fuzzing::require(status == statusOfFile, "text and file give the same status");
-        fuzzing::require(valuesTaken == read.valuesTaken, "text and file give as many values");
+        fuzzing::require(valuesRead == read.valuesRead, "text and file give as many values");
     }
     const auto uniform = [](Number a, Number b) { return a == b || (a != a && b != b); };
     fuzzing::require(std::equal(fromText.begin(), fromText.end(), fromFile.begin(), uniform),

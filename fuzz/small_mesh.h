@@ -12,8 +12,9 @@ inline MeshGeometry smallMesh(Choices& choices) {
     const auto axis = [&](std::int32_t& count, auto& nodes, auto& widths, auto& centres) {
         const std::size_t cells = 1 + choices.below(4);
         count = static_cast<std::int32_t>(cells);
-        for (std::size_t node = 0; node <= cells; ++node)
+        for (std::size_t node = 0; node <= cells; ++node) {
             nodes.push_back(10.0 * static_cast<double>(node));
+}
         widths.resize(cells);
         centres.resize(cells);
     };

@@ -7,8 +7,8 @@
 
 namespace voxlith {
 
-// `message` with the text of the allocator's own error behind it: at most 132 characters of it, without trailing
-// blanks.
+// `message` followed by the text of the allocator's own error: at most 132 characters of it, without trailing
+// spaces.
 std::string withAllocatorText(std::string_view message, const std::exception& error);
 
 }  // namespace voxlith

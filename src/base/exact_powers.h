@@ -1,5 +1,5 @@
-// The powers of ten that a double holds exactly. A whole number below 2^53 times or by one of them is right to the last
-// bit: one operation, one rounding (W. D. Clinger, How to read floating point numbers accurately, 1990).
+// The powers of ten that are exact as doubles. An integer below 2^53 multiplied or divided by one of them is rounded
+// once (W. D. Clinger, How to read floating point numbers accurately, 1990).
 #pragma once
 
 #include <array>

@@ -17,7 +17,7 @@ namespace voxlith {
 
 namespace {
 
-// Holds the largest double in fixed form with as many decimals as a field of a line can have.
+// The largest double in fixed form with as many decimals as a field of a line can have.
 using NumberText = std::array<char, 1400>;
 
 char* copyText(char* out, std::string_view text) {
@@ -25,7 +25,7 @@ char* copyText(char* out, std::string_view text) {
     return out + text.size();
 }
 
-char* putBlanks(char* out, int count) {
+char* putSpaces(char* out, int count) {
     std::memset(out, ' ', static_cast<std::size_t>(count));
     return out + count;
 }
@@ -44,7 +44,7 @@ char* putNotFinite(char* out, double value, int width) {
     if (used > width) {
         return putAsterisks(out, width);
     }
-    return copyText(copyText(putBlanks(out, width - used), sign), word);
+    return copyText(copyText(putSpaces(out, width - used), sign), word);
 }
 
 // The digits of a value that is not negative, with a point and at least one digit before it. Gives an empty text when
@@ -146,7 +146,7 @@ char* putFixed(char* out, double value, int width, int decimals) {
     if (used > width || number.empty()) {
         return putAsterisks(out, width);
     }
-    out = putBlanks(out, width - used);
+    out = putSpaces(out, width - used);
     return copyText(copyText(out, signWidth == 1 ? "-" : ""), number);
 }
 
@@ -169,11 +169,11 @@ char* putExponent(char* out, double value, int width, int digits) {
     if (needed < width) {
         *--position = '0';
     }
-    // Signs come in no order: a blank for positive values costs less than a mispredicted branch.
+    // Signs are unpredictable: a space for positive values costs less than a branch.
     if (position > out) {
         *--position = negative ? '-' : ' ';
     }
-    putBlanks(out, static_cast<int>(position - out));
+    putSpaces(out, static_cast<int>(position - out));
     return putExponentPart(firstDigit + digits, exponent);
 }
 
@@ -191,7 +191,7 @@ char* putIntegerZeros(char* out, std::int64_t value, int width, int digits) {
     if (used > width) {
         return putAsterisks(out, width);
     }
-    out = putBlanks(out, width - used);
+    out = putSpaces(out, width - used);
     out = copyText(out, value < 0 ? "-" : "");
     return copyText(std::fill_n(out, zeros, '0'), number);
 }

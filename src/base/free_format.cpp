@@ -12,7 +12,7 @@ namespace {
 
 enum class Found { word, nullValue, slash, endOfText };
 
-// Goes over separators to the next word or null value. Line ends and commas are counted on the way.
+// Skips separators up to the next word or null value, counting line ends and commas.
 Found findValue(FreeFormatRead& read) {
     TextInput& input = read.input;
     for (;;) {
@@ -37,7 +37,7 @@ Found findValue(FreeFormatRead& read) {
     }
 }
 
-// The word at which the text stands, whole, or its first longestWord + 1 characters when it is longer than allowed.
+// The next word, or its first longestWord + 1 characters when it is longer than allowed.
 std::string_view wordAhead(TextInput& input) {
     std::size_t length = 0;
     for (;;) {
@@ -63,18 +63,18 @@ bool parseWord(FreeFormatRead& read, std::string_view word, Number& target) {
     if (!parseNumber(word, target)) {
         return false;
     }
-    ++read.valuesTaken;
+    ++read.valuesRead;
     return true;
 }
 
-// A word with a repeat count, 3*1.5 or 3*: `star` is the place of the asterisk. The first of the repeated values is
-// taken.
+// A word with a repeat count, 3*1.5 or 3*: `star` is the position of the asterisk. Parses the first of the repeated
+// values.
 template <class Number>
 bool parseRepeated(FreeFormatRead& read, std::string_view word, std::size_t star, Number& target) {
     std::int32_t repeats = 0;
     const char* const countEnd = word.data() + star;
-    const auto [behind, error] = std::from_chars(word.data(), countEnd, repeats);
-    if (error != std::errc() || behind != countEnd || repeats < 1) {
+    const auto [end, error] = std::from_chars(word.data(), countEnd, repeats);
+    if (error != std::errc() || end != countEnd || repeats < 1) {
         return false;
     }
     const std::string_view value = word.substr(star + 1);
@@ -119,10 +119,10 @@ ReadStatus readOne(FreeFormatRead& read, Number& target) {
     }
     const std::string_view word = wordAhead(read.input);
     const std::size_t star = word.find('*');
-    const bool taken =
+    const bool parsed =
         word.size() <= longestWord &&
         (star == std::string_view::npos ? parseWord(read, word, target) : parseRepeated(read, word, star, target));
-    if (!taken) {
+    if (!parsed) {
         return failRead(read, word);
     }
     read.commaPending = false;
@@ -144,14 +144,14 @@ std::size_t parsePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
     std::int64_t lineEnds = 0;
     std::size_t count = 0;
     bool commaPending = read.commaPending;
-    const char* taken = position;
+    const char* consumed = position;
     while (count < targets.size()) {
         while (position < end && endsWord(*position) && *position != '/' && !(*position == ',' && commaPending)) {
             lineEnds += *position == '\n' ? 1 : 0;
             commaPending = commaPending || *position == ',';
             ++position;
         }
-        taken = position;
+        consumed = position;
         if (position >= end) {
             break;
         }
@@ -162,22 +162,22 @@ std::size_t parsePlainNumbers(FreeFormatRead& read, std::span<Number> targets) {
         ++count;
         commaPending = false;
         position = wordEnd;
-        taken = wordEnd;
+        consumed = wordEnd;
     }
-    input.ahead.remove_prefix(static_cast<std::size_t>(taken - input.ahead.data()));
+    input.ahead.remove_prefix(static_cast<std::size_t>(consumed - input.ahead.data()));
     input.lineNumber += lineEnds;
     read.commaPending = commaPending;
-    read.valuesTaken += static_cast<std::int64_t>(count);
+    read.valuesRead += static_cast<std::int64_t>(count);
     return count;
 }
 
-// The further values of a repeat count at once; the first stands in front of `targets` already.
+// The further values of a repeat count at once; the first one precedes `targets`.
 template <class Number>
 std::size_t fillRepeated(FreeFormatRead& read, std::span<Number> targets, Number value) {
     const std::size_t count = std::min(targets.size(), static_cast<std::size_t>(read.repeatsLeft));
     if (read.repeatLength > 0) {
         std::fill_n(targets.begin(), count, value);
-        read.valuesTaken += static_cast<std::int64_t>(count);
+        read.valuesRead += static_cast<std::int64_t>(count);
     }
     read.repeatsLeft -= static_cast<std::int32_t>(count);
     return count;
@@ -224,13 +224,13 @@ ReadStatus readWhole(TextInput& input, std::span<Number> targets) {
 }
 
 template <class Number>
-ReadStatus readFromMemory(std::string_view text, std::span<Number> targets, std::int64_t* valuesTaken) {
+ReadStatus readFromMemory(std::string_view text, std::span<Number> targets, std::int64_t* valuesRead) {
     TextInput input;
     openTextInMemory(input, text);
     FreeFormatRead read(input);
     const ReadStatus status = readMany(read, targets);
-    if (valuesTaken != nullptr) {
-        *valuesTaken = read.valuesTaken;
+    if (valuesRead != nullptr) {
+        *valuesRead = read.valuesRead;
     }
     return status;
 }
@@ -281,14 +281,14 @@ ReadStatus freeFormatRead(TextInput& input, std::int32_t& target) {
     return readWhole(input, std::span(&target, 1));
 }
 
-ReadStatus freeFormatRead(std::string_view text, std::span<double> targets, std::int64_t* valuesTaken) {
-    return readFromMemory(text, targets, valuesTaken);
+ReadStatus freeFormatRead(std::string_view text, std::span<double> targets, std::int64_t* valuesRead) {
+    return readFromMemory(text, targets, valuesRead);
 }
-ReadStatus freeFormatRead(std::string_view text, std::span<float> targets, std::int64_t* valuesTaken) {
-    return readFromMemory(text, targets, valuesTaken);
+ReadStatus freeFormatRead(std::string_view text, std::span<float> targets, std::int64_t* valuesRead) {
+    return readFromMemory(text, targets, valuesRead);
 }
-ReadStatus freeFormatRead(std::string_view text, std::span<std::int32_t> targets, std::int64_t* valuesTaken) {
-    return readFromMemory(text, targets, valuesTaken);
+ReadStatus freeFormatRead(std::string_view text, std::span<std::int32_t> targets, std::int64_t* valuesRead) {
+    return readFromMemory(text, targets, valuesRead);
 }
 
 void throwReadError(const FreeFormatRead& read, std::string_view expected) {

@@ -8,13 +8,14 @@ namespace voxlith {
 
 namespace {
 
-// Whole large pages only: what stands beside them belongs to others. The answer changes nothing for the caller.
+// Whole huge pages only, since the rest of the outer ones belongs to other arrays. The result changes nothing for the
+// caller.
 void advise(void* start, std::size_t bytes, int advice) {
     const auto address = reinterpret_cast<std::uintptr_t>(start);
     const std::uintptr_t first = (address + largePageBytes - 1) / largePageBytes * largePageBytes;
-    const std::uintptr_t behind = (address + bytes) / largePageBytes * largePageBytes;
-    if (first < behind) {
-        static_cast<void>(::madvise(static_cast<std::byte*>(start) + (first - address), behind - first, advice));
+    const std::uintptr_t end = (address + bytes) / largePageBytes * largePageBytes;
+    if (first < end) {
+        static_cast<void>(::madvise(static_cast<std::byte*>(start) + (first - address), end - first, advice));
     }
 }
 

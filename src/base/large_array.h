@@ -1,6 +1,6 @@
-// An array for values that are read and written all over at every product: it begins at a cache line, and a long one
-// asks the system for large pages, which spare the look-up of thousands of small ones. Where there are none it is an
-// array like any other.
+// An array for values that every product reads and writes in no order: it begins at a cache line, and a long one asks
+// the system for huge pages, so that the address translation needs few entries. Where there are none it is an array
+// like any other.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,10 @@
 
 namespace voxlith {
 
-// A hint: what cannot be had is done without.
+// Best effort.
 void adviseHugePages(void* start, std::size_t bytes);
 
-// Tells the system that what is held there is no longer of use; the addresses stay valid. A hint, too.
+// Gives the memory back to the system: the contents are lost, the addresses stay valid. Best effort.
 void releasePages(void* start, std::size_t bytes);
 
 constexpr std::size_t largePageBytes = std::size_t{1} << 21;

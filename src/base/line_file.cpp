@@ -18,7 +18,7 @@ std::string_view nameOf(const LineFile& file) {
     return file.name.data();
 }
 
-// A run that was killed may have left half a line at the end; what follows must not be glued to it.
+// A run that was killed may have left half a line at the end, to which the next line must not be joined.
 bool completeLastLine(int handle) {
     struct stat state {};
     if (::fstat(handle, &state) != 0) {
@@ -55,7 +55,7 @@ bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode) {
     }
     std::copy(name.begin(), name.end(), path.begin());
     const int flags = mode == LineFileMode::create ? O_WRONLY | O_CREAT | O_TRUNC | O_APPEND : O_RDWR | O_APPEND;
-    // Without O_NONBLOCK a named pipe that nobody reads would hold the program here for ever.
+    // Without O_NONBLOCK a named pipe that nobody reads would block the program forever.
     const int handle = ::open(path.data(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
     if (handle < 0) {
         return false;
@@ -89,8 +89,7 @@ void flushLineFile(LineFile& file) {
         return;
     }
 #ifdef __linux__
-    // Starts the writing and does not wait for it. Refused for pipes and terminals, which have no queue to be handed
-    // to.
+    // Starts the writing and does not wait for it. Refused for pipes and terminals, which are not cached.
     static_cast<void>(::sync_file_range(file.handle, 0, 0, SYNC_FILE_RANGE_WRITE));
 #else
     static_cast<void>(::fsync(file.handle));
@@ -103,7 +102,7 @@ void closeLineFile(LineFile& file) {
     }
     const int handle = file.handle;
     file.handle = -1;
-    // After EINTR the descriptor is gone all the same and every line had been taken by its write.
+    // After EINTR the descriptor is closed all the same, and every line has been written.
     if (::close(handle) != 0 && errno != EINTR) {
         throwSystemError(nameOf(file), "cannot be written", errno);
     }

@@ -1,5 +1,5 @@
-// A text file that grows a line at a time and can be followed while it grows: the log and the progress tables. Whole
-// lines only are handed to the system, so that a run that is killed leaves no half line but the one in flight.
+// A text file that grows line by line and can be followed while it grows: the log and the progress tables. Each line is
+// one system write, so that a run that is killed leaves at most its last line incomplete.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ struct LineFile {
 enum class LineFileMode { create, append };
 
 // Opens `name`, replacing an earlier file or continuing it (an existing file is then required; a last line without
-// its line end gets one first). False when that fails; errno tells why.
+// its line end gets one first). False when that fails, with errno.
 bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode);
 
 bool isOpen(const LineFile& file);
@@ -29,7 +29,7 @@ bool isOpen(const LineFile& file);
 // Appends `line` and a line end in one system write. Throws RunError (file and cause) when it cannot be written whole.
 void writeLine(LineFile& file, std::string_view line);
 
-// Everything written so far is with the operating system already; this hands it to the disk's queue. Never fails a run.
+// Starts writing to the disk what the system has cached. Never fails a run.
 void flushLineFile(LineFile& file);
 
 // Throws RunError when the system reports at the close that something was not written. Nothing happens while closed.

@@ -92,8 +92,8 @@ bool parseReal(std::string_view word, Real& target) {
     return true;
 }
 
-// A short number: at most 15 digits times a power of ten from -22 to 22. Most files hold no others, and these need one
-// operation. Null pointer for everything else.
+// A short number: at most 15 digits times a power of ten from -22 to 22. Most numbers of most files are short, and
+// their value takes one operation. Null pointer for everything else.
 const char* scanShortNumber(const char* position, double& value) {
     constexpr std::ptrdiff_t mostDigits = 15;  // below 2^53
     const bool negative = *position == '-';

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::string_view temporarySuffix = ".part";
 
-// Gives the unfinished file up: closed, removed, nothing under its own name touched.
+// Closes and removes the unfinished file; the file of its final name stays.
 void abandon(OutputFile& file) {
     if (file.handle >= 0) {
         ::close(file.handle);
@@ -66,8 +66,8 @@ void openOutputFile(OutputFile& file, std::string_view name) {
     file.name.fill('\0');
     file.temporaryName.fill('\0');
     std::copy(name.begin(), name.end(), file.name.begin());
-    const auto behindName = std::copy(name.begin(), name.end(), file.temporaryName.begin());
-    std::copy(temporarySuffix.begin(), temporarySuffix.end(), behindName);
+    char* const nameEnd = std::copy(name.begin(), name.end(), file.temporaryName.begin());
+    std::copy(temporarySuffix.begin(), temporarySuffix.end(), nameEnd);
     if (name.empty() || !mayBeReplaced(file.name.data())) {
         throwSystemError(name, "cannot be created", name.empty() ? ENOENT : errno);
     }
@@ -82,7 +82,7 @@ void openOutputFile(OutputFile& file, std::string_view name) {
 
 void expectOutput(OutputFile& file, std::size_t bytes) {
 #if defined(__linux__)
-    // What does not fit on the disk is told by the writing itself.
+    // The writes themselves fail where the disk is too small.
     static_cast<void>(::fallocate(file.handle, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)));
 #else
     static_cast<void>(file);
@@ -122,7 +122,7 @@ void finishOutputFile(OutputFile& file) {
     writeBuffer(file);
     const int handle = file.handle;
     file.handle = -1;
-    // Some file systems tell only here that the disk is full. After EINTR the descriptor is gone all the same.
+    // Some file systems report a full disk only here. After EINTR the descriptor is closed all the same.
     bool complete = ::close(handle) == 0 || errno == EINTR;
     complete = complete && std::rename(file.temporaryName.data(), file.name.data()) == 0;
     if (!complete) {

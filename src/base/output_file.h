@@ -1,5 +1,6 @@
-// A text or binary file that a later run or a person reads whole. It is written beside its name and renamed when it is
-// complete, so that under its own name there is always either the last complete version or none. Nothing is allocated.
+// A text or binary file that is read as a whole later. It is written to a temporary name in the same folder and renamed
+// when it is complete, so that its own name always has either the last complete version or nothing. Nothing is
+// allocated. This is the one place that knows how whole files reach the disk.
 #pragma once
 
 #include <array>
@@ -18,18 +19,18 @@ struct OutputFile {
     std::array<char, 1024> name{};
     std::array<char, 1040> temporaryName{};
     std::size_t used = 0;
-    // Large enough that the system takes whole runs of pages at each writing.
+    // Many pages at each write.
     std::array<char, 262144> buffer;
 };
 
 // Throws RunError (file and cause) when the file cannot be created.
 void openOutputFile(OutputFile& file, std::string_view name);
 
-// Tells how long the file will be, so that the system finds the room for it at once. A hint: longer and shorter files
-// come out right, and so do files where the system knows nothing of the kind.
+// Announces the length of the file, so that the system can allocate its blocks at once. Best effort: longer and shorter
+// files come out right.
 void expectOutput(OutputFile& file, std::size_t bytes);
 
-// Room for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the
+// Space for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the
 // number of characters used. Throws RunError when the buffer cannot be written out.
 char* reserveOutput(OutputFile& file, std::size_t count);
 void commitOutput(OutputFile& file, std::size_t count);

@@ -1,4 +1,5 @@
-// The clocks behind the overhead lines at the end of a run, in seconds. The inner ones run during the outer ones.
+// The timers of the overhead lines at the end of a run, in seconds of wall clock. The inner ones run during the outer
+// ones.
 #pragma once
 
 namespace voxlith {
@@ -15,7 +16,7 @@ struct OverheadTimers {
     double gradientInside = 0;
     double smoothness = 0;
     double products = 0;       // "OH mod prod:"
-    double gtgProduct = 0;     // printed, never counted
+    double gtgProduct = 0;     // printed, always 0
     double matrixPass = 0;     // "OH matmul:"
     double transposePass = 0;  // "OH transp:"
 };

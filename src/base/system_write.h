@@ -1,4 +1,4 @@
-// Writing through a file descriptor until everything is out, and the one wording of what prevented it.
+// Complete writes to a file descriptor, and the one wording of system errors.
 #pragma once
 
 #include <cstddef>
@@ -6,14 +6,13 @@
 
 namespace voxlith {
 
-// Writes all characters, going on after interruptions and partial writes. False when the system refuses; errno tells
-// why.
+// Writes all characters, going on after interruptions and partial writes. False when the system refuses, with errno.
 bool writeWhole(int handle, const char* characters, std::size_t count);
 
-// Writes `line` and a line end, in one system call unless the system itself takes less. False and errno as above.
+// Writes `line` and a line end, in one system call unless the system writes less. False and errno as above.
 bool writeWholeLine(int handle, std::string_view line);
 
-// Throws RunError "NAME: WHAT: CAUSE", with the cause in the words of the system for the error number.
+// Throws RunError "NAME: WHAT: CAUSE", where CAUSE is the system's text for the error number.
 [[noreturn]] void throwSystemError(std::string_view name, std::string_view what, int errorNumber);
 
 }  // namespace voxlith

@@ -14,7 +14,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::size_t firstBlockSize = 4096;  // small files are read with little ado
+constexpr std::size_t firstBlockSize = 4096;  // enough for most small files
 constexpr std::size_t blockSize = 131072;
 
 void resetPosition(TextInput& input) {
@@ -22,8 +22,8 @@ void resetPosition(TextInput& input) {
     input.lineNumber = 1;
 }
 
-// Takes the characters up to `count` of what is ahead. The caller has counted the line ends among them.
-void take(TextInput& input, std::size_t count) {
+// The caller has counted the line ends among the characters.
+void consume(TextInput& input, std::size_t count) {
     input.ahead.remove_prefix(count);
 }
 
@@ -35,8 +35,8 @@ TextInput::~TextInput() {
 
 bool openTextInput(TextInput& input, const std::string& name) {
     closeTextInput(input);
-    // Pipes and devices need have no end, and data files are read twice. Without O_NONBLOCK a named pipe that nobody
-    // writes to would hold the program at the very opening.
+    // Pipes and devices may never end, and data files are read twice. Without O_NONBLOCK, opening a named pipe without
+    // a writer would block.
     const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (handle < 0) {
         return false;
@@ -107,11 +107,11 @@ bool readLine(TextInput& input, std::string& line, std::size_t width) {
         const std::string_view part = input.ahead.substr(0, lineEnd);
         line.append(part.substr(0, std::min(part.size(), width - line.size())));
         if (lineEnd != std::string_view::npos) {
-            take(input, lineEnd + 1);
+            consume(input, lineEnd + 1);
             ++input.lineNumber;
             break;
         }
-        take(input, part.size());
+        consume(input, part.size());
     } while (fillAhead(input));
     while (!line.empty() && line.back() == '\r') {
         line.pop_back();

@@ -17,15 +17,15 @@ struct TextInput {
 
     std::string name;             // for messages
     int handle = -1;              // file descriptor; -1 for a text in memory or when closed
-    std::vector<char> block;      // what was read ahead from the file
-    std::string_view ahead;       // the characters not yet taken: of `block`, or of the text in memory
+    std::vector<char> block;      // read-ahead of the file
+    std::string_view ahead;       // the characters not yet consumed: of `block`, or of the text in memory
     std::string_view wholeText;   // the text in memory from its beginning
-    bool ended = false;           // nothing follows behind `ahead`
+    bool ended = false;           // nothing follows `ahead`
     std::int64_t lineNumber = 1;  // of the line in which `ahead` begins
 };
 
-// False when the file is not there, cannot be opened, or is no regular file (a symbolic link to one will do); errno
-// tells why.
+// False when the file is not there, cannot be opened, or is no regular file or a symbolic link to one; errno has
+// the reason.
 bool openTextInput(TextInput& input, const std::string& name);
 void openTextInMemory(TextInput& input, std::string_view text, std::string_view name = "text");
 void rewindTextInput(TextInput& input);
@@ -34,7 +34,7 @@ void closeTextInput(TextInput& input);
 // True when no character is left. Throws RunError when the file cannot be read.
 bool atEnd(TextInput& input);
 
-// Takes the next line, without its line end and trailing carriage returns, cut at `width` characters. False at the end
+// Reads the next line, without its line end and trailing carriage returns, cut at `width` characters. False at the end
 // of the text; a last line without a line end still counts as a line. A line of any length costs memory for `width`
 // only.
 bool readLine(TextInput& input, std::string& line, std::size_t width = 256);

@@ -16,19 +16,18 @@ TextLine& TextLine::text(std::string_view words) {
     return *this;
 }
 
-TextLine& TextLine::blanks(int count) {
-    const std::size_t wanted = static_cast<std::size_t>(std::max(count, 0));
-    const std::size_t taken = std::min(wanted, characters_.size() - length_);
-    std::memset(characters_.data() + length_, ' ', taken);
-    length_ += taken;
+TextLine& TextLine::spaces(int wanted) {
+    const std::size_t count = std::min(static_cast<std::size_t>(std::max(wanted, 0)), characters_.size() - length_);
+    std::memset(characters_.data() + length_, ' ', count);
+    length_ += count;
     return *this;
 }
 
 TextLine& TextLine::padTo(int column) {
-    return blanks(column - static_cast<int>(length_));
+    return spaces(column - static_cast<int>(length_));
 }
 
-// A field goes where it belongs; only one that reaches beyond the end of the line is built elsewhere and cut.
+// A field that fits is written in place. Only one that reaches beyond the end of the line is built elsewhere and cut.
 TextLine& TextLine::fixed(double value, int width, int decimals) {
     if (hasSpaceFor(width)) {
         putFixed(characters_.data() + length_, value, width, decimals);

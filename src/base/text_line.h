@@ -14,8 +14,8 @@ public:
     explicit TextLine(std::string_view start) { text(start); }
 
     TextLine& text(std::string_view words);
-    TextLine& blanks(int count);
-    TextLine& padTo(int column);  // blanks up to and including that column; nothing when the line is longer
+    TextLine& spaces(int count);
+    TextLine& padTo(int column);  // spaces up to and including that column; nothing when the line is longer
     TextLine& fixed(double value, int width, int decimals);
     TextLine& exponent(double value, int width, int digits);
     TextLine& integer(std::int64_t value, int width);

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace voxlith {
 
 void nextToken(std::string& line, std::string& token) {
@@ -13,14 +15,14 @@ void nextToken(std::string& line, std::string& token) {
         return;
     }
     const std::size_t first = line.find_first_not_of(' ');
-    std::size_t behind = line.find_first_of(" ,\t", first);
-    if (behind == std::string::npos || behind > length) {
-        behind = length;
+    std::size_t end = line.find_first_of(" ,\t", first);
+    if (end == std::string::npos || end > length) {
+        end = length;
     }
-    token.assign(line, first, behind - first < tokenWidth ? behind - first : tokenWidth);
-    if (behind + 1 < length) {
+    token.assign(line, first, std::min(end - first, tokenWidth));
+    if (end + 1 < length) {
         line.resize(length);
-        line.erase(0, behind + 1);
+        line.erase(0, end + 1);
     } else {
         line.clear();
     }
@@ -62,7 +64,7 @@ std::string fileNameOf(std::string_view text) {
 }
 
 bool fileExists(const std::string& name) {
-    // Without O_NONBLOCK a named pipe that nobody writes to would hold the program here for ever.
+    // Without O_NONBLOCK, opening a named pipe without a writer would block.
     const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (handle < 0) {
         return false;

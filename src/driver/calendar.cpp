@@ -28,7 +28,7 @@ TextLine dateLine(std::string_view words, const DateTime& when, DateOrder order)
     const bool dayFirst = order == DateOrder::dayFirst;
     TextLine line(words);
     line.integer(dayFirst ? when.day : when.month, 2).text("/");
-    line.integerZeros(dayFirst ? when.month : when.day, 2, 2).text("/").integer(when.year, 4).blanks(2);
+    line.integerZeros(dayFirst ? when.month : when.day, 2, 2).text("/").integer(when.year, 4).spaces(2);
     line.integerZeros(when.hour, 2, 2).text(":").integerZeros(when.minute, 2, 2).text(":");
     return line.integerZeros(when.second, 2, 2);
 }

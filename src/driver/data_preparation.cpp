@@ -151,7 +151,7 @@ void reportStatistics(RunState& run) {
             continue;
         }
         TextLine row;
-        row.blanks(15).integer(statistics.count, 9).fixed(statistics.minimum, 14, 2).fixed(statistics.maximum, 14, 2);
+        row.spaces(15).integer(statistics.count, 9).fixed(statistics.minimum, 14, 2).fixed(statistics.maximum, 14, 2);
         // Compatibility: the column "Average" shows the first valid value over the count.
         screenAndLogLine(run.messages, row.fixed(statistics.first / statistics.count, 14, 2));
     }

@@ -13,14 +13,14 @@ namespace {
 constexpr std::string_view stars = "***************************************************";
 
 void framedRow(std::string_view words) {
-    screenLine(TextLine().blanks(10).text("*").text(words).padTo(60).text("*"));
+    screenLine(TextLine().spaces(10).text("*").text(words).padTo(60).text("*"));
 }
 
 }  // namespace
 
 void showBanner() {
     screenLine("");
-    screenLine(TextLine().blanks(10).text(stars));
+    screenLine(TextLine().spaces(10).text(stars));
     framedRow("");
     framedRow(TextLine("             VoxLith - Version ").text(programVersion));
     framedRow("");
@@ -30,7 +30,7 @@ void showBanner() {
     framedRow("");
     framedRow("                  August,   2013");
     framedRow("");
-    screenLine(TextLine().blanks(10).text(stars));
+    screenLine(TextLine().spaces(10).text(stars));
     screenLine("");
 }
 

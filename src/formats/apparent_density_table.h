@@ -1,4 +1,4 @@
-// The table of apparent density at each data point, for the styles with one free layer.
+// The table of apparent density at each station, for the styles with one free layer.
 #pragma once
 
 #include <span>
@@ -9,7 +9,7 @@
 
 namespace voxlith {
 
-// `model` is taken as it stands in memory, model type 1. Throws RunError when the file cannot be written.
+// `model` by cell, without division by the depth weight. Throws RunError when the file cannot be written.
 void writeApparentDensityTable(std::string_view fileName, const MeshGeometry& mesh, std::span<const double> model,
                                const ObsSet& obs);
 

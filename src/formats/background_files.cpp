@@ -12,13 +12,14 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";  // the name by which other programs look for it
+constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";  // as other programs expect it
 constexpr std::string_view star = "           *";
 
 bool bothValid(const ObsSet& obs, std::size_t n) {
     return isValid(obs.obsData[n]) && isValid(obs.predData[n]);
 }
 
+// A normalised value in data units.
 double scaled(const ObsSet& obs, std::size_t n, double value) {
     return static_cast<double>(obs.obsStd[n]) * value;
 }
@@ -37,11 +38,12 @@ TextLine rowStart(const ObsSet& obs, std::size_t station) {
 TextLine rowStartAlongLine(const ObsSet& obs, std::size_t station) {
     const auto lineNumber = static_cast<std::size_t>(obs.dataLine[station]);
     TextLine line;
-    line.integer(static_cast<std::int64_t>(station) + 1, 6).blanks(1);
-    if (lineNumber > 0)
+    line.integer(static_cast<std::int64_t>(station) + 1, 6).spaces(1);
+    if (lineNumber > 0) {
         line.text({obs.lineName[lineNumber - 1].data(), lineNameWidth});
-    else
-        line.blanks(static_cast<int>(lineNameWidth));
+    } else {
+        line.spaces(static_cast<int>(lineNameWidth));
+    }
     line.fixed(obs.obsTime[station], 6, 1);
     addCoordinates(line, obs, station);
     return line;
@@ -63,10 +65,11 @@ void writeSurfaceResponse(const ObsSet& obs) {
         for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
             const std::size_t n = obs.index(component, station);
             line.fixed(scaled(obs, n, obs.obsData[n]), 12, 4);
-            if (bothValid(obs, n))
+            if (bothValid(obs, n)) {
                 line.fixed(obs.predData[n], 12, 4);
-            else
+            } else {
                 line.text(star);
+            }
         }
         appendOutputLine(file, line);
     }
@@ -104,11 +107,12 @@ void writeBackgroundFit(const ObsSet& obs) {
         for (std::size_t component = 0; component < static_cast<std::size_t>(obs.nDataTypes); ++component) {
             const std::size_t n = obs.index(component, station);
             line.fixed(scaled(obs, n, obs.obsData[n]), 12, 4);
-            if (bothValid(obs, n))
-                line.fixed(scaled(obs, n, obs.refData[n]), 12, 4)
-                    .fixed(scaled(obs, n, obs.obsData[n] - obs.refData[n]), 12, 4);
-            else
+            if (bothValid(obs, n)) {
+                line.fixed(scaled(obs, n, obs.refData[n]), 12, 4);
+                line.fixed(scaled(obs, n, obs.obsData[n] - obs.refData[n]), 12, 4);
+            } else {
                 line.text(star).text(star);
+            }
         }
         appendOutputLine(file, line);
     }

@@ -1,5 +1,5 @@
-// The two files that show a background removal: data beside the response of the surface layer, and data beside their
-// fit. In both, obs.predData holds the responses. Throws RunError when a file cannot be written.
+// The two files that document a background removal: data and the response of the surface layer, and data and their fit.
+// In both, obs.predData holds the responses. Throws RunError when a file cannot be written.
 #pragma once
 
 #include "survey/obs_set.h"
@@ -9,7 +9,7 @@ namespace voxlith {
 // "obs_surafce_calc.dat": station, coordinates, then datum and response of each component.
 void writeSurfaceResponse(const ObsSet& obs);
 
-// The same with line name and time. A row ends behind the first datum when that or its response is missing.
+// The same with line name and time. A row ends after the first datum when that or its response is missing.
 void writeSurfaceResponseAlongLines(const ObsSet& obs);
 
 // "obs_fit_pred.dat": datum, reference datum and their difference of each component.

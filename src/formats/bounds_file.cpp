@@ -16,7 +16,7 @@ namespace voxlith {
 namespace {
 
 constexpr float noBoundMagnitude = 98.9F;     // a side of this magnitude (99 by custom) has no bound
-constexpr float noLowerMagnitude = 99990.0F;  // beside a true upper bound, in a file of pairs
+constexpr float noLowerMagnitude = 99990.0F;  // next to a true upper bound, in a file of pairs
 constexpr float openSide = -99.0F;            // a value down to here is no bound that positivity has to raise
 
 struct CellBounds {
@@ -111,8 +111,8 @@ CellBounds boundsFromPair(Positivity positivity, float lower, float upper) {
     return {boundBoth, lower, upper};
 }
 
-// Pairs stand interleaved in the file. Blocks start out with what the arrays hold, which null values and a short file
-// keep.
+// Pairs are interleaved in the file. Blocks are filled from the arrays first, since null values and a short file leave
+// bounds unchanged.
 ReadStatus readPairs(TextInput& input, std::span<double> lower, std::span<double> upper) {
     constexpr std::size_t blockPairs = 512;
     std::array<double, 2 * blockPairs> block{};
@@ -132,7 +132,7 @@ ReadStatus readPairs(TextInput& input, std::span<double> lower, std::span<double
     return read.status;
 }
 
-// Takes the pair that the arrays hold for a cell of model type 1 to its final form.
+// From the pair that was read for a cell of model type 1 to its bound type and bounds.
 void classifyCell(Positivity positivity, std::size_t cell, ModelBounds& bounds) {
     const float lower = static_cast<float>(bounds.lowerBound[cell]);
     const float upper = static_cast<float>(bounds.upperBound[cell]);
@@ -191,9 +191,9 @@ void readBoundsFile(Messages& messages, Positivity positivity, const std::string
         return;
     }
     std::array<float, 2> pair{};
-    std::int64_t valuesTaken = 0;
-    const ReadStatus status = freeFormatRead(text, std::span<float>(pair), &valuesTaken);
-    if (status != ReadStatus::good || valuesTaken != 2) {
+    std::int64_t valuesRead = 0;
+    const ReadStatus status = freeFormatRead(text, std::span<float>(pair), &valuesRead);
+    if (status != ReadStatus::good || valuesRead != 2) {
         readPairsFile(messages, positivity, name, mesh.cellCount(), nModelTypes, bounds);
         return;
     }

@@ -10,8 +10,8 @@
 
 namespace voxlith {
 
-// `name` is the text of the control line. The arrays of `bounds` have their sizes already (cells times nModelTypes);
-// nFixedCells starts anew. Ends the run through the stops told with each message.
+// `name` is the text of the control line. The arrays of `bounds` have their sizes (cells times nModelTypes);
+// nFixedCells is counted from 0. Ends the run through fatalStop and plainStop.
 void readBoundsFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                     std::int32_t nModelTypes, ModelBounds& bounds);
 

@@ -20,9 +20,9 @@ constexpr int coordinateWidth = 12, valueWidth = 14;
 void putFour(TextLine& line, const ObsSet& obs, std::size_t datum) {
     const double observed = obs.obsData[datum];
     const double predicted = obs.predData[datum];
-    const double deviation = static_cast<double>(obs.obsStd[datum]);
-    line.fixed(deviation * observed, valueWidth, 2).fixed(deviation * predicted, valueWidth, 2);
-    line.fixed((predicted - observed) * deviation, valueWidth, 2).fixed(predicted - observed, valueWidth, 2);
+    const auto std = static_cast<double>(obs.obsStd[datum]);
+    line.fixed(std * observed, valueWidth, 2).fixed(std * predicted, valueWidth, 2);
+    line.fixed((predicted - observed) * std, valueWidth, 2).fixed(predicted - observed, valueWidth, 2);
 }
 
 void putNoFour(TextLine& line) {
@@ -31,8 +31,7 @@ void putNoFour(TextLine& line) {
     }
 }
 
-// A record whose first component is a dummy shows nothing of the second either; programs that read the table count on
-// it.
+// A record whose first component is a dummy shows nothing of the second either, as programs that read the table expect.
 void putTwoComponents(TextLine& line, const ObsSet& obs, std::size_t record) {
     const std::size_t second = obs.index(1, record);
     const bool firstValid = isValid(obs.obsData[record]);

@@ -20,11 +20,11 @@ constexpr int fieldWidth = 14, fieldDigits = 6;
 constexpr std::size_t lineBytes = fieldWidth + 1;
 constexpr std::size_t valuesAtOnce = 1024;  // their lines fit what reserveOutput promises
 
-// A text such as "/data/start.den", in which a read ends before any value, is the name of a file.
+// A text such as "/data/start.den", in which the read ends before any value, is the name of a file.
 bool isNumber(std::string_view text, float& number) {
-    std::int64_t valuesTaken = 0;
-    const ReadStatus status = freeFormatRead(text, std::span(&number, 1), &valuesTaken);
-    return status != ReadStatus::badText && valuesTaken > 0;
+    std::int64_t valuesRead = 0;
+    const ReadStatus status = freeFormatRead(text, std::span(&number, 1), &valuesRead);
+    return status != ReadStatus::badText && valuesRead > 0;
 }
 
 void fillWithNumber(Messages& messages, Positivity positivity, float number, std::span<double> target) {

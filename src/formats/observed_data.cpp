@@ -51,14 +51,14 @@ std::size_t componentsOf(const ObsSet& obs) {
     return static_cast<std::size_t>(obs.nDataTypes);
 }
 
-// Takes the next line into the buffer; at the end of the file the buffer becomes blank.
+// Reads the next line into the buffer, which is blank at the end of the file.
 void readRecordLine(RecordSource& source) {
     if (!readLine(source.input, source.line, lineWidth)) {
         source.line.clear();
     }
 }
 
-// Records of plain lines, token by token. What is blank or missing leaves its target as it is.
+// Records of plain lines, token by token. A blank or missing token leaves its target unchanged.
 
 template <class Number>
 void parseToken(RecordSource& source, Number& target) {
@@ -243,7 +243,7 @@ void readFieldLine(TextInput& input, ObsSet& obs) {
     endFreeFormatRead(read);
 }
 
-// Files of the older layout have no direction flag, or words in its place: 1 then stands for it.
+// Files of the older layout have no direction flag, or words instead: the flag is 1 then.
 void readDirectionLine(TextInput& input, ObsSet& obs) {
     FreeFormatRead read = beginFreeFormatRead(input);
     const bool complete = readValue(read, obs.aincl) == ReadStatus::good &&
@@ -295,8 +295,8 @@ void writeFieldHeader(OutputFile& file, const ObsSet& obs) {
     line.fixed(static_cast<double>(obs.geomag), 10, 2).text("  !! incl, decl, geomag");
     appendOutputLine(file, line);
     line.clear();
-    line.fixed(static_cast<double>(obs.aincl), 10, 2).fixed(static_cast<double>(obs.adecl), 10, 2).blanks(5);
-    line.integer(obs.idir, 2).blanks(3).text("  !! aincl, adecl, idir");
+    line.fixed(static_cast<double>(obs.aincl), 10, 2).fixed(static_cast<double>(obs.adecl), 10, 2).spaces(5);
+    line.integer(obs.idir, 2).spaces(3).text("  !! aincl, adecl, idir");
     appendOutputLine(file, line);
 }
 
@@ -310,7 +310,7 @@ void writeCountLine(OutputFile& file, const ObsSet& obs) {
         }
         line.text("  !! # of data, # components, data types").padTo(countLineWidth);
     } else {
-        line.blanks(23).text("  !! # of data");
+        line.spaces(23).text("  !! # of data");
     }
     appendOutputLine(file, line);
 }

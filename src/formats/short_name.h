@@ -10,7 +10,7 @@ namespace voxlith {
 
 constexpr std::size_t shortNameWidth = 80;
 
-// What is left of the text of a control line: the part in which the word null, numbers and a name are looked for.
+// The part of a control line that may be the word null, a number or a name.
 inline std::string_view shortText(std::string_view text) {
     return text.substr(0, shortNameWidth);
 }

@@ -11,7 +11,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr double differenceFactor = 1.0e8;  // part of what the stored weights mean; the model norm takes it out again
+constexpr double differenceFactor = 1.0e8;  // part of the stored weights; the model norm divides by it
 
 // One section of the weights: the cells (k, i, j) below the three counts.
 struct Section {
@@ -48,7 +48,7 @@ void fillWithOnes(const Section& section, const MeshGeometry& mesh) {
     }
 }
 
-// A section without values takes no line of the file.
+// A section without values consumes no line of the file.
 void readSection(TextInput& input, const Section& section, const MeshGeometry& mesh) {
     if (section.isEmpty()) {
         return;
@@ -64,7 +64,7 @@ void readSection(TextInput& input, const Section& section, const MeshGeometry& m
     endFreeFormatRead(read);
 }
 
-// Turns the weights of a section into their share of the model norm: cell volume over volume of the mesh times alpha.
+// From the weights of a section to factors of the model norm: weight alpha times cell volume over mesh volume.
 void scaleSection(const Section& section, const MeshGeometry& mesh, double meshVolume) {
     for (std::size_t j = 0; j < section.ny; ++j) {
         for (std::size_t i = 0; i < section.nx; ++i) {
@@ -90,7 +90,7 @@ void dropAlphasWithoutDifferences(InversionStyle inversionStyle, const MeshGeome
     }
 }
 
-// Signed as the nodes run.
+// Negative where the nodes of one or three axes fall.
 double volumeOf(const MeshGeometry& mesh) {
     return (mesh.xNode.back() - mesh.xNode.front()) * (mesh.zNode.back() - mesh.zNode.front()) *
            (mesh.yNode.back() - mesh.yNode.front());
@@ -111,7 +111,7 @@ void readWeightFiles(Messages& messages, InversionStyle inversionStyle, Alphas& 
         {weights.wtN, nz, nx, ny - 1, alphas.alphaN, differenceFactor, "a weight of the y differences"},
         {weights.wtZ, nz - 1, nx, ny, alphas.alphaZ, differenceFactor, "a weight of the z differences"},
     };
-    // One file holds all sections, one behind the other; of four, each holds one.
+    // One file holds all sections in sequence; of four, each holds one.
     TextInput input;
     for (std::size_t part = 0; part < std::size(sections); ++part) {
         const Section& section = sections[part];

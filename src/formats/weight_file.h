@@ -17,7 +17,7 @@ struct Alphas {
 };
 
 struct SmoothnessWeights {
-    // By (k, i, j), shared by all model types; the last plane of the difference weights is never touched
+    // By (k, i, j), shared by all model types; the last plane of the difference weights is not used
     std::vector<float> wtS;  // smallest model
     std::vector<float> wtE;  // x differences
     std::vector<float> wtN;  // y differences
@@ -25,7 +25,7 @@ struct SmoothnessWeights {
 };
 
 // `names` holds 1 or 4 texts of the control line. Alphas of directions without differences become 0. The arrays of
-// `weights` have their sizes already. Missing files end the run through fatalStop, unreadable ones with a RunError.
+// `weights` have their sizes. Missing files end the run through fatalStop, unreadable ones with a RunError.
 void readWeightFiles(Messages& messages, InversionStyle inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
                      std::span<const std::string> names, const MeshGeometry& mesh, SmoothnessWeights& weights);
 

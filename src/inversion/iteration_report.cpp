@@ -27,7 +27,7 @@ void logSmoothness(Messages& messages, std::string_view text, const ObjectiveTer
 
 TextLine rowStart(std::int32_t iteration, double misfit, double norm, double total) {
     TextLine line;
-    line.blanks(4).integer(iteration, 8);
+    line.spaces(4).integer(iteration, 8);
     addReal(line, misfit);
     addReal(line, norm);
     addReal(line, total);

@@ -12,8 +12,8 @@
 namespace voxlith {
 namespace {
 
-// The caller's table, four entries a knot. During the solve c2 holds the right-hand sides and then the slopes, and the
-// two upper slots serve as scratch: c3 holds the step to the previous knot (for knot 0 the coefficient right of the
+// The caller's table, four entries per knot. During the solve c2 holds the right-hand sides and then the slopes, and
+// the two upper slots serve as scratch: c3 holds the step to the previous knot (for knot 0 the coefficient right of the
 // pivot), c4 the divided difference to the previous knot until elimination replaces it by the pivot.
 struct CubicTable {
     double* entries;
@@ -70,7 +70,7 @@ void eliminate(std::size_t n, const CubicTable& c) {
     }
 }
 
-// Sets up the row of the last knot and finds the slope there.
+// Sets up the row of the last knot and solves for the slope there.
 void lastRow(std::size_t n, const CubicTable& c, std::int32_t startCondition, std::int32_t endCondition) {
     const std::size_t last = n - 1;
     const bool startIsFree = startCondition < 1;
@@ -118,7 +118,7 @@ void higherDerivatives(std::size_t n, const CubicTable& c) {
     }
 }
 
-// Index from 0 of the piece that serves x, also beyond the knots: the search leaves out the last knot.
+// Index from 0 of the interval for x, also beyond the knots: the search leaves out the last knot.
 std::size_t blockIndex(const double* knot, std::int32_t n, double x) {
     return static_cast<std::size_t>(locate(countedSpan(knot, n - 1), x).left) - 1;
 }

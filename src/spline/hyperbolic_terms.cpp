@@ -12,7 +12,7 @@ constexpr double thirdLimit = 5.1F;
 constexpr double fourthLimit = 6.1F;
 
 // u (1 + u (p5 + u (p4 + u (p3 + u (p2 + u p1))))) / (q3 + u (q2 + u q1)), u the square of the argument. Forms of four
-// terms have p1 to p4 in the places of p2 to p5 and no leading term.
+// terms have p1 to p4 instead of p2 to p5 and no leading term.
 struct RationalForm {
     double p1, p2, p3, p4, p5, q1, q2, q3;
 
@@ -76,7 +76,7 @@ double sinhTermByExp(double a) {
     return (e - 1.0 / e) / (2.0 * a) - 1.0;
 }
 
-// sinh(a)/a - 1 alone: rational forms reach further than where a second term is wanted with it.
+// sinh(a)/a - 1 alone: its rational forms extend to larger a than where a second term is computed with it.
 double sinhTermAlone(double a) {
     if (a > fourthLimit) {
         return sinhTermByExp(a);

@@ -9,12 +9,12 @@ namespace voxlith {
 //   s = sinh(a)/a - 1,  c = cosh(a) - 1,  q = (cosh(a) - 1 - a^2/2)/a^2.
 //
 //   termSwitch   sinhTerm   coshTerm
-//   below 0      s          untouched
+//   below 0      s          unchanged
 //   0            s          c
-//   1            untouched  c
-//   2            untouched  q
+//   1            unchanged  c
+//   2            unchanged  q
 //   3            s          q
-//   above 3      untouched  untouched
+//   above 3      unchanged  unchanged
 //
 // Rational forms serve small a, e^a the others. The coefficients and the limits of the ranges are single-precision
 // numbers, which bounds the accuracy. Largest errors, relative to the value itself, as measured by

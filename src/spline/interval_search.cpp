@@ -8,11 +8,11 @@
 namespace voxlith {
 namespace {
 
-// They change speed only. One per thread, so that threads of outside programs do not disturb one another.
+// They change speed only. One per thread, so that the routines can be called from several threads.
 thread_local std::int32_t savedForwardIndex = 1;
 thread_local std::int32_t savedReverseIndex = 1;
 
-// Narrows lower and upper, with grid(lower) <= x < grid(upper), until they are neighbours.
+// Bisects from grid(lower) <= x < grid(upper) until lower and upper are neighbours.
 template <typename GridAt>
 std::int32_t bisect(const GridAt& gridAt, std::int32_t lower, std::int32_t upper, double x) {
     while (upper - lower > 1) {

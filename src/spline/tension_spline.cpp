@@ -19,19 +19,19 @@ thread_local std::int32_t savedTensionIndex = 1;
 // sinh(|x|)/|x| - 1 from the forms of finer ranges
 double sinhTermOf(double x) {
     double sinhTerm = 0.0;
-    double untouched = 0.0;
-    hyperbolicTerms(sinhTerm, untouched, x, -1);
+    double unused = 0.0;
+    hyperbolicTerms(sinhTerm, unused, x, -1);
     return sinhTerm;
 }
 
 double coshTermOf(double x) {
-    double untouched = 0.0;
+    double unused = 0.0;
     double coshTerm = 0.0;
-    hyperbolicTerms(untouched, coshTerm, x, 1);
+    hyperbolicTerms(unused, coshTerm, x, 1);
     return coshTerm;
 }
 
-// The caller's table, three entries a knot: value, second derivative, elimination factor.
+// The caller's table, three entries per knot: value, second derivative, elimination factor.
 struct TensionTable {
     double* entries;
 
@@ -40,7 +40,7 @@ struct TensionTable {
     double& c3(std::size_t i) const { return entries[3 * i + 2]; }
 };
 
-// Three knots (two if n is 2) and the values there, counted inwards from the end where the slope is wanted.
+// Three knots (two if n is 2) and the values there, counted inwards from the end where the slope is computed.
 struct EndPoints {
     double del1, del2;
     double value0, value1, value2;
@@ -77,7 +77,7 @@ double slopeFrom(const EndPoints& points, double direction, double tension, std:
     return n == 2 ? slope : slope + c3 * points.value2;
 }
 
-// Solves for the second derivatives in c2. False, with the table filled up to that place, where knots do not increase.
+// Solves for the second derivatives in c2. False, with the table partly filled, where knots do not increase.
 bool solveSecondDerivatives(std::span<const double> x, const TensionTable& c, double startSlope, double endSlope,
                             double tension) {
     const std::size_t last = x.size() - 1;
@@ -111,7 +111,7 @@ bool solveSecondDerivatives(std::span<const double> x, const TensionTable& c, do
     return true;
 }
 
-// Interval from 1 to n - 1 between lower and upper; lower is the answer where they meet.
+// Bisects the intervals lower to upper, counted from 1.
 std::int32_t bisectSegments(const double* x, double t, std::int32_t lower, std::int32_t upper) {
     while (lower < upper) {
         const std::int32_t middle = lower + (upper - lower) / 2;
@@ -143,8 +143,8 @@ std::int32_t searchSegment(const double* x, std::int32_t n, double t, std::int32
 
 double normalisedTension(double tension, std::int32_t n, double length) {
     // Compatibility: the count passes through single precision.
-    const double pieces = static_cast<float>(n - 1);
-    return std::fabs(tension) * pieces / length;
+    const double intervals = static_cast<float>(n - 1);
+    return std::fabs(tension) * intervals / length;
 }
 
 void tensionTerms(double& diag, double& sdiag, double tension, double del) {
@@ -223,14 +223,14 @@ extern "C" double TCUBVAL(const std::int32_t* n, const double* x, const double* 
     if (*n < 2 || std::isnan(*t)) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    std::int32_t piece = std::min(voxlith::searchSegment(x, *n, *t, voxlith::savedTensionIndex), *n - 1);
-    // At a knot both neighbours fit, and they may differ in the last bit. Taking the piece that ends there keeps the
-    // value independent of the calls before.
-    if (piece > 1 && *t == x[piece - 1]) {
-        --piece;
+    std::int32_t interval = std::min(voxlith::searchSegment(x, *n, *t, voxlith::savedTensionIndex), *n - 1);
+    // At a knot the intervals on both sides apply, and may differ in the last bit. Using the one that ends there makes
+    // the value independent of earlier calls.
+    if (interval > 1 && *t == x[interval - 1]) {
+        --interval;
     }
-    voxlith::savedTensionIndex = piece;
-    const auto i = static_cast<std::size_t>(piece) - 1;
+    voxlith::savedTensionIndex = interval;
+    const auto i = static_cast<std::size_t>(interval) - 1;
     const double* left = c + 3 * i;
     const double* right = left + 3;
     const double del1 = *t - x[i];

@@ -4,12 +4,12 @@
  * routines as well. Nothing is allocated, nothing is printed, and no pointer is kept. All numbers are IEEE doubles and
  * 32-bit integers, and every index that is passed or returned counts from 1.
  *
- * Searches start from the place where the last one ended: one saved index is shared by INTERV, CUBVAL and CUBINT, one
+ * Searches start where the last one ended: one saved index is shared by INTERV, CUBVAL and CUBINT, one
  * belongs to RINTERV and one to TCUBVAL. A saved index makes sweeps over nearby points fast and never changes a
  * result; tables of any length may be used in turn. Each thread has saved indices of its own.
  *
- * Knots and grids must be sorted as told. Where they are not, or hold a NaN, results mean nothing, but the routines
- * end and stay inside the arrays.
+ * Knots and grids must be sorted as documented. If they are not, or contain a NaN, results are undefined, but the
+ * routines end and stay inside the arrays.
  *
  * Cubic method: C. de Boor, A Practical Guide to Splines, Springer 1978, chapter IV.
  * Tension method: A. K. Cline, Scalar- and planar-valued curve fitting using splines under tension, Comm. ACM 17
@@ -24,7 +24,7 @@
 extern "C" {
 #endif
 
-/* Finds the interval of a grid that holds x.
+/* Finds the interval of a grid that contains x.
  *
  * grid[gridSize] increases. The result in left and rangeFlag:
  *   x below the first entry                         left 1,         rangeFlag -1
@@ -45,7 +45,7 @@ void RINTERV(const double* grid, const int32_t* gridSize, const double* x, int32
 /* Fits a cubic spline.
  *
  * knot[n] strictly increases. c[4 * n] holds c1, c2, c3, c4 of knot 1, then those of knot 2, and so on.
- * On entry all c1 hold the data. On return, with h = x - knot i, the spline behind knot i is
+ * On entry all c1 hold the data. On return, with h = x - knot i, the spline after knot i is
  *   c1 + h (c2 + h (c3 / 2 + h c4 / 6)),
  * so c1 to c4 are the value and the first, second and third derivative at knot i. c3 and c4 of the last knot are left
  * as scratch.
@@ -54,7 +54,7 @@ void RINTERV(const double* grid, const int32_t* gridSize, const double* x, int32
  * neighbour of the end knot); 1: the first derivative is given in c2 of the end knot; 2 or more: the second derivative
  * is given there.
  *
- * n below 2 leaves c as it is. Equal knots give infinite or NaN coefficients; there is no error code. */
+ * n below 2 leaves c unchanged. Equal knots give infinite or NaN coefficients; there is no error code. */
 void CUBSPL(const int32_t* n, const double* knot, double* c, const int32_t* startCondition,
             const int32_t* endCondition);
 
@@ -67,8 +67,8 @@ double CUBVAL(const int32_t* n, const double* knot, const double* c, const doubl
 /* Integral from a to b of the spline that CUBSPL left in knot[n], c[4 * n].
  *
  * Unlike CUBVAL it extends the first and the last polynomial beyond the knots. a is to be at most b: with reversed
- * limits in different pieces the whole pieces between them are left out, and the result is not the negative of the
- * integral from b to a. NaN if a or b is a NaN or n is below 2. */
+ * limits in different intervals the whole intervals between them are left out, and the result is not the negative of
+ * the integral from b to a. NaN if a or b is a NaN or n is below 2. */
 double CUBINT(const int32_t* n, const double* knot, const double* c, const double* a, const double* b);
 
 /* Fits a spline under tension.
@@ -83,21 +83,21 @@ double CUBINT(const int32_t* n, const double* knot, const double* c, const doubl
  *
  * tension 0 gives the cubic spline; about 1 is mild, 50 nearly a polygon. Its sign does not matter.
  *
- * status: 0: good. 1: n is below 2, nothing else is written. 2: the knots do not strictly increase. If that shows in
- * the first and last knot, or next to an end where the slope is computed, c is as it was; a later place is found when
- * the table has been partly filled. Where the normalised tension times the length of an interval exceeds 709 (the
+ * status: 0: good. 1: n is below 2, nothing else is written. 2: the knots do not strictly increase. If this is
+ * found between the first and the last knot, or next to an end where the slope is computed, c is unchanged; otherwise
+ * the table is partly filled. Where the normalised tension times the length of an interval exceeds 709 (the
  * logarithm of the largest double) the fit is NaN, with status 0. */
 void TCUBSPL(const int32_t* n, const double* x, double* c, const double* startSlope, const double* endSlope,
              const int32_t* slopeSwitch, const double* tension, int32_t* status);
 
 /* Value at t of the fit that TCUBSPL left in x[n], c[3 * n].
  *
- * Outside the knots the end pieces are extended, until the normalised tension times the distance from a knot exceeds
+ * Outside the knots the end intervals are extended, until the normalised tension times the distance from a knot exceeds
  * 709 and the value is infinite or NaN. NaN if t is a NaN or n is below 2.
  *
- * The value is made from s(a) = sinh(a)/a - 1 in rational approximations, a the normalised tension times a distance.
- * Largest errors of s, relative to s, as measured against long double functions: 1.9e-9 for a to 2.2, 2.8e-9 to 3.9,
- * 2.5e-8 to 5.1, 2.2e-8 to 6.1, 1e-15 above. TCUBSPL uses s with errors of 1.9e-9 to 2.2 and 1e-15 above, and
+ * The value is computed from s(a) = sinh(a)/a - 1 in rational approximations, a the normalised tension times a
+ * distance. Largest errors of s, relative to s, as measured against long double functions: 1.9e-9 for a to 2.2, 2.8e-9
+ * to 3.9, 2.5e-8 to 5.1, 2.2e-8 to 6.1, 1e-15 above. TCUBSPL uses s with errors of 1.9e-9 to 2.2 and 1e-15 above, and
  * cosh(a) - 1 with errors of 8.7e-10 to 2.2 and 1e-15 above. */
 double TCUBVAL(const int32_t* n, const double* x, const double* c, const double* t);
 

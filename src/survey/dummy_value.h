@@ -1,5 +1,5 @@
-// The value that stands for "no datum" and "no cell value", and the limit by which it is recognised. Both are
-// single-precision numbers held in real64. A value is valid when it is above dummyLimit; nothing is ever tested for
+// The value that means "no datum" and "no cell value", and the limit by which it is recognised. Both are
+// single-precision numbers in real64. A value is valid when it is above dummyLimit; nothing is ever tested for
 // equality.
 #pragma once
 

@@ -11,13 +11,13 @@ namespace {
 
 constexpr std::size_t splineColumns = 4;
 
-struct LinePlace {
+struct LineRange {
     std::size_t record;   // first record, from 0
-    std::size_t station;  // first entry in the tables by line
+    std::size_t station;  // first element in the tables by line
     std::size_t count;    // stations
 };
 
-LinePlace placeOfLine(const ObsSet& obs, std::size_t line) {
+LineRange rangeOfLine(const ObsSet& obs, std::size_t line) {
     const auto [first, last] = obs.lineFirstLast[line];
     const std::int32_t count = std::max(last - first + 1, 0);
     return {static_cast<std::size_t>(first - 1), line * static_cast<std::size_t>(obs.maxLineData),
@@ -35,14 +35,14 @@ struct LineSpline {
     double integral(double from, double to) const { return CUBINT(&count, time, table, &from, &to); }
 };
 
-LineSpline fitLine(const LinePlace& place, LineIntegration& lines, std::span<const double> values) {
-    const LineSpline spline{static_cast<std::int32_t>(place.count), lines.lineTime.data() + place.station,
+LineSpline fitLine(const LineRange& range, LineIntegration& lines, std::span<const double> values) {
+    const LineSpline spline{static_cast<std::int32_t>(range.count), lines.lineTime.data() + range.station,
                             lines.splineTable.data()};
-    for (std::size_t i = 0; i < place.count; ++i) {
-        spline.table[splineColumns * i] = values[place.record + i];
+    for (std::size_t i = 0; i < range.count; ++i) {
+        spline.table[splineColumns * i] = values[range.record + i];
     }
     // A single station has no spline; its window never fits.
-    if (place.count > 1) {
+    if (range.count > 1) {
         const std::int32_t noCondition = 0;
         CUBSPL(&spline.count, spline.time, spline.table, &noCondition, &noCondition);
     }
@@ -78,10 +78,10 @@ void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<doub
     const double half = halfWindow(lines);
     const auto interval = static_cast<double>(lines.integrationInterval);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
-        const LinePlace place = placeOfLine(obs, line);
-        const LineSpline spline = fitLine(place, lines, values);
-        for (std::size_t i = 0; i < place.count; ++i) {
-            values[place.record + i] = runningMean(spline, spline.time[i], half, interval);
+        const LineRange range = rangeOfLine(obs, line);
+        const LineSpline spline = fitLine(range, lines, values);
+        for (std::size_t i = 0; i < range.count; ++i) {
+            values[range.record + i] = runningMean(spline, spline.time[i], half, interval);
         }
     }
 }
@@ -90,15 +90,15 @@ void spreadAlongLines(const ObsSet& obs, const LineIntegration& lines, std::span
                       std::span<const double> predicted, std::span<double> residual, std::span<double> work) {
     std::fill_n(work.begin(), residual.size(), 0.0);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
-        const LinePlace place = placeOfLine(obs, line);
-        for (std::size_t i = 0; i < place.count; ++i) {
-            const StationWindow& window = lines.windowRange[place.station + i];
+        const LineRange range = rangeOfLine(obs, line);
+        for (std::size_t i = 0; i < range.count; ++i) {
+            const StationWindow& window = lines.windowRange[range.station + i];
             const double* const weight =
-                lines.windowWeight.data() + static_cast<std::size_t>(lines.maxWindow) * (place.station + i);
+                lines.windowWeight.data() + static_cast<std::size_t>(lines.maxWindow) * (range.station + i);
             for (std::int32_t l = 0; l < window.count; ++l) {
-                const std::size_t n = place.record + static_cast<std::size_t>(window.first - 1 + l);
+                const std::size_t n = range.record + static_cast<std::size_t>(window.first - 1 + l);
                 if (isValid(observed[n]) && isValid(predicted[n])) {
-                    work[place.record + i] += residual[n] * weight[l];
+                    work[range.record + i] += residual[n] * weight[l];
                 }
             }
         }
@@ -110,16 +110,16 @@ void integrateBackgroundAlongLines(const ObsSet& obs, LineIntegration& lines, st
                                    std::span<double> firstComponent) {
     const double half = halfWindow(lines);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
-        const LinePlace place = placeOfLine(obs, line);
-        const LineSpline spline = fitLine(place, lines, values);
-        for (std::size_t i = 0; i < place.count; ++i) {
+        const LineRange range = rangeOfLine(obs, line);
+        const LineSpline spline = fitLine(range, lines, values);
+        for (std::size_t i = 0; i < range.count; ++i) {
             const double from = spline.time[i] - half;
             const double to = spline.time[i] + half;
-            const bool fits = place.count > 1 && from >= spline.start() && to <= spline.end();
-            values[place.record + i] = fits ? spline.integral(from, to) : dummyValue;
+            const bool fits = range.count > 1 && from >= spline.start() && to <= spline.end();
+            values[range.record + i] = fits ? spline.integral(from, to) : dummyValue;
             // Compatibility: component 1 loses the station whichever component is being treated.
             if (from < spline.start()) {
-                firstComponent[place.record + i] = dummyValue;
+                firstComponent[range.record + i] = dummyValue;
             }
         }
     }

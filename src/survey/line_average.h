@@ -1,5 +1,5 @@
-// Measurements that average over a stretch of the survey line: the line's times, the integration windows of the
-// adjoint, and the running mean by splines of the forward product.
+// Measurements that are averages over a part of the survey line: the times of the line, the running mean by splines of
+// the forward product, and the integration windows of its transpose.
 #pragma once
 
 #include <array>
@@ -31,13 +31,13 @@ struct LineIntegration {
 // Replaces `values` (nData) by their running means along the lines. Allocates nothing.
 void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<double> values);
 
-// The adjoint of the windows: `residual` (nData, changed in place) spread back over the stations, counting only terms
-// where both `observed` and `predicted` are valid. `work` has room for nData.
+// Transpose: each element of `residual` (nData, in place) becomes the weighted sum over its window of the elements
+// whose `observed` and `predicted` are both valid. `work` has nData elements.
 void spreadAlongLines(const ObsSet& obs, const LineIntegration& lines, std::span<const double> observed,
                       std::span<const double> predicted, std::span<double> residual, std::span<double> work);
 
-// The background form: integrals over the window, not divided by its length; stations whose window does not fit become
-// dummies, and where the window runs over the start of a line `firstComponent` becomes a dummy as well.
+// For the background response: integrals over the window, not divided by its length. Stations whose window does not fit
+// become dummies; where the window begins before the line, so does `firstComponent`.
 void integrateBackgroundAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<double> values,
                                    std::span<double> firstComponent);
 

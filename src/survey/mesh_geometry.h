@@ -20,7 +20,7 @@ struct MeshGeometry {
     std::vector<double> xWidth, yWidth, zWidth;
     std::vector<double> xCentre, yCentre, zCentre;
 
-    std::vector<std::int32_t> ubcTopo;  // topography of the record form; kept, never used
+    std::vector<std::int32_t> ubcTopo;  // topography of the record form; not used
 
     std::size_t cellCount() const {
         return static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny) * static_cast<std::size_t>(nz);
@@ -31,10 +31,10 @@ struct MeshGeometry {
     }
 };
 
-// Gives nodes, widths and centres the sizes that the counts ask for, all 0. Throws std::bad_alloc.
+// Sizes nodes, widths and centres by the counts, all 0. Throws std::bad_alloc.
 void sizeMeshArrays(MeshGeometry& mesh);
 
-// Fills widths and centres from the nodes; all arrays have their sizes already.
+// Fills widths and centres from the nodes; all arrays have their sizes.
 void buildMeshArrays(MeshGeometry& mesh);
 
 }  // namespace voxlith

@@ -9,8 +9,8 @@ namespace voxlith {
 
 namespace {
 
-// All values pass through single precision, whether a bound clamps them or not: model files hold no more digits, and a
-// run that continues from its files then starts from the very values that it stopped with.
+// All values are rounded to single precision, whether a bound clamps them or not: model files have no more digits, so
+// that a run that continues from its files starts from the values it ended with.
 double projectedValue(Positivity positivity, std::int32_t boundType, double lower, double upper, double value) {
     const float rounded = static_cast<float>(value);
     const double single = static_cast<double>(rounded);

@@ -15,13 +15,14 @@ constexpr std::int32_t boundNone = 0, boundLower = 1, boundUpper = 2, boundBoth 
 struct ModelBounds {
     // All by (k, i, j, model type)
     std::vector<std::int32_t> boundType;
-    std::vector<std::int32_t> fixedCell;  // 0: free; anything else: held at its value
+    std::vector<std::int32_t> fixedCell;  // 0: free; any other value: fixed
     std::vector<double> lowerBound;       // 0 where the type has none
     std::vector<double> upperBound;
     std::int32_t nFixedCells = 0;
 };
 
-// Every free cell with a valid value goes through single precision and its bounds; held cells and dummies stay.
+// Every free cell with a valid value is rounded to single precision and projected into its bounds; fixed cells and
+// dummies do not change.
 void projectModel(Positivity positivity, const ModelBounds& bounds, std::span<double> model);
 
 }  // namespace voxlith

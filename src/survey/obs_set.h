@@ -1,5 +1,5 @@
-// The survey data of a run. Data are held component by component (all of component 1, then all of component 2), divided
-// by their standard deviations.
+// The survey data of a run. Data are stored component by component (all of component 1, then all of component 2),
+// divided by their standard deviations.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 namespace voxlith {
 
 constexpr std::size_t lineNameWidth = 16;
-using LineName = std::array<char, lineNameWidth>;  // blank padded
+using LineName = std::array<char, lineNameWidth>;  // padded with spaces
 
 struct ObsSet {
     // Counts and codes
@@ -40,7 +40,7 @@ struct ObsSet {
     float aincl = 0, adecl = 0;            // degrees
     std::int32_t idir = 0;                 // below 1 with code 1: downhole form
 
-    // What the data file was found to hold
+    // Found in the data file
     bool hasStd = true;
     bool hasLineTime = false;
     std::int32_t nMasked = 0;

@@ -8,11 +8,11 @@
 
 namespace voxlith {
 
-// The first 16 characters of `text`, blank padded.
+// The first 16 characters of `text`, padded with spaces.
 LineName lineNameFrom(std::string_view text);
 
-// Enters a record (from 0, in order) under its line name. A name other than that of the record before opens a new line,
-// even when an earlier line bears it. The tables have their sizes already.
+// Enters a record (from 0, in order) under its line name. A name other than that of the previous record starts a new
+// line, even when an earlier line has it. The tables have their sizes.
 void enterLineRecord(ObsSet& obs, std::size_t record, const LineName& name);
 
 }  // namespace voxlith

@@ -7,13 +7,13 @@
 namespace voxlith {
 namespace {
 
-TEST(AllocationFailure, theAllocatorsTextStandsBehindTheMessage) {
-    EXPECT_EQ(withAllocatorText("Error: no room", std::runtime_error("out of memory  ")),
-              "Error: no room out of memory");
+TEST(AllocationFailure, theAllocatorsTextFollowsTheMessage) {
+    EXPECT_EQ(withAllocatorText("Error: no memory", std::runtime_error("out of memory  ")),
+              "Error: no memory out of memory");
 }
 
 TEST(AllocationFailure, anEmptyTextAddsNothing) {
-    EXPECT_EQ(withAllocatorText("Error: no room", std::runtime_error("   ")), "Error: no room");
+    EXPECT_EQ(withAllocatorText("Error: no memory", std::runtime_error("   ")), "Error: no memory");
 }
 
 TEST(AllocationFailure, theTextIsCutAt132Characters) {

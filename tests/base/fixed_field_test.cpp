@@ -165,8 +165,8 @@ void expectExponentFormOfLibrary(double value, int digits) {
     ASSERT_EQ(std::string(out.data()), exponentByLibrary(value, 30, digits)) << "digits " << digits;
 }
 
-// Where the digits end exactly or lie half-way, and a few units in the last place beside that.
-TEST(FixedField, roundsExponentFormsBesideRoundNumbersLikeTheLibrary) {
+// Where the digits end exactly or half-way, and a few units in the last place from there.
+TEST(FixedField, roundsExponentFormsNearRoundNumbersLikeTheLibrary) {
     const std::uint64_t seed = 32;
     std::mt19937_64 generator(seed);
     for (int round = 0; round < 400000; ++round) {
@@ -187,10 +187,10 @@ TEST(FixedField, roundsExponentFormsAtEveryPowerOfTenLikeTheLibrary) {
     for (int exponent = -323; exponent <= 308; ++exponent) {
         const double value = std::strtod(("1e" + std::to_string(exponent)).c_str(), nullptr);
         for (int digits = 1; digits <= 10; ++digits) {
-            for (const double beside :
+            for (const double near :
                  {value, std::nextafter(value, 0.0), std::nextafter(value, std::numeric_limits<double>::infinity()),
                   0.9999995 * value, 0.99999949 * value, 0.95 * value}) {
-                expectExponentFormOfLibrary(beside, digits);
+                expectExponentFormOfLibrary(near, digits);
             }
         }
     }

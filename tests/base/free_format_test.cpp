@@ -138,7 +138,7 @@ TEST(FreeFormat, endsGoodAtTheEndOfATextWithoutLineEnd) {
     EXPECT_EQ(freeFormatRead("   ", values), ReadStatus::endOfText);
 }
 
-TEST(FreeFormat, tellsHowManyValuesWereGiven) {
+TEST(FreeFormat, countsTheValuesGiven) {
     std::array<float, 4> values = {9, 9, 9, 9};
     std::int64_t taken = -1;
     EXPECT_EQ(freeFormatRead("/path", values, &taken), ReadStatus::good);
@@ -158,7 +158,7 @@ TEST(FreeFormat, takesNoSemicolonAsSeparator) {
     EXPECT_EQ(values[1], -7);
 }
 
-// List-directed readers have been seen to take the number behind such a slash all the same.
+// Some list-directed readers read the number after such a slash all the same.
 TEST(FreeFormat, endsAtASlashAtTheBeginningOfALine) {
     std::array<double, 3> values = {-7, -7, -7};
     TextInput input;
@@ -210,7 +210,7 @@ TEST(FreeFormat, keepsItsStatusOnceItIsNotGood) {
     EXPECT_EQ(values[0], 4);
 }
 
-TEST(FreeFormat, takesCarriageReturnsAsBlanks) {
+TEST(FreeFormat, takesCarriageReturnsAsSpaces) {
     std::array<double, 3> values{};
     TextInput input;
     openTextInMemory(input, "1\r\n2,\r\n\r\n3 rest\r\n4\r\n");
@@ -247,9 +247,9 @@ TEST(FreeFormat, namesPlaceAndWordInItsError) {
     EXPECT_EQ(readValues(read, values), ReadStatus::badText);
     endFreeFormatRead(read);
     EXPECT_EQ(errorOf(read), "some.txt, line 4: expected a number, found \"a?z\"");
-    FreeFormatRead behind = beginFreeFormatRead(input);
-    EXPECT_EQ(readValues(behind, values), ReadStatus::endOfText);
-    EXPECT_EQ(errorOf(behind), "some.txt, line 5: expected a number, found the end of the text");
+    FreeFormatRead next = beginFreeFormatRead(input);
+    EXPECT_EQ(readValues(next, values), ReadStatus::endOfText);
+    EXPECT_EQ(errorOf(next), "some.txt, line 5: expected a number, found the end of the text");
 }
 
 TEST(FreeFormat, cutsTheWordInItsError) {
@@ -349,7 +349,7 @@ TEST(FreeFormat, readsLongFilesLikeTheLibrary) {
     }
 }
 
-// Numbers at and beside the middle between two neighbours, where one wrong bit shows.
+// Numbers at and near the middle between two neighbours, where one wrong bit shows.
 TEST(FreeFormat, roundsOnceAtTheMiddleBetweenNeighbours) {
     const std::uint64_t seed = 77;
     std::mt19937_64 generator(seed);

@@ -47,7 +47,7 @@ TEST(LineFile, completesALineThatWasCutOff) {
     EXPECT_EQ(folder.read("empty.aux"), "row 1\n");
 }
 
-TEST(LineFile, tellsWhyItCannotBeOpened) {
+TEST(LineFile, reportsWhyItCannotBeOpened) {
     TemporaryFolder folder;
     LineFile file;
     EXPECT_FALSE(openLineFile(file, folder.file("gone"), LineFileMode::append));
@@ -62,7 +62,7 @@ TEST(LineFile, tellsWhyItCannotBeOpened) {
     EXPECT_FALSE(std::filesystem::exists(folder.file("gone")));
 }
 
-TEST(LineFile, doesNotWaitForAPipeThatNobodyReads) {
+TEST(LineFile, doesNotWaitForTheReaderOfAPipe) {
     TemporaryFolder folder;
     ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
     LineFile file;
@@ -79,7 +79,7 @@ TEST(LineFile, doesNotWaitForAPipeThatNobodyReads) {
     ::close(reader);
 }
 
-TEST(LineFile, tellsOfAFullDisk) {
+TEST(LineFile, reportsAFullDisk) {
     LineFile file;
     ASSERT_TRUE(openLineFile(file, "/dev/full", LineFileMode::create));
     try {
@@ -91,7 +91,7 @@ TEST(LineFile, tellsOfAFullDisk) {
     EXPECT_NO_THROW(flushLineFile(file));
 }
 
-TEST(LineFile, tellsOfAClosedDescriptor) {
+TEST(LineFile, reportsAClosedDescriptor) {
     TemporaryFolder folder;
     LineFile file;
     EXPECT_THROW(writeLine(file, "a line"), RunError);

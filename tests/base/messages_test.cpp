@@ -68,13 +68,13 @@ TEST(Messages, stopsWithTheMessageOnScreenAndLog) {
     EXPECT_THROW(plainStop(), PlainStop);
 }
 
-TEST(Messages, tellsOfAFullLog) {
+TEST(Messages, reportsAFullLog) {
     Messages messages;
     ASSERT_TRUE(openLineFile(messages.log, "/dev/full", LineFileMode::create));
     EXPECT_EQ(errorOf([&] { logLine(messages, "x"); }), "/dev/full: cannot be written: No space left on device");
 }
 
-TEST(Messages, tellsOfAStandardOutputThatCannotBeWritten) {
+TEST(Messages, reportsAStandardOutputThatCannotBeWritten) {
     std::string closed;
     withStandardOutput(-1, [&] { closed = errorOf([] { screenLine("x"); }); });
     EXPECT_EQ(closed, "standard output: cannot be written: Bad file descriptor");

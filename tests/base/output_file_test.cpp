@@ -70,14 +70,14 @@ TEST(OutputFile, holdsMoreThanItsBuffer) {
     openOutputFile(file, folder.file("large"));
     std::string expected;
     for (int i = 0; i < 40000; ++i) {
-        const std::string piece = std::to_string(i) + "\n";
+        const std::string part = std::to_string(i) + "\n";
         if (i % 2 == 0) {
-            appendOutput(file, piece);
+            appendOutput(file, part);
         } else {
-            std::memcpy(reserveOutput(file, 16384), piece.data(), piece.size());
-            commitOutput(file, piece.size());
+            std::memcpy(reserveOutput(file, 16384), part.data(), part.size());
+            commitOutput(file, part.size());
         }
-        expected += piece;
+        expected += part;
     }
     const std::string block(3 * file.buffer.size() + 1, 'b');
     appendOutput(file, block);
@@ -130,7 +130,7 @@ TEST(OutputFile, keepsTheEarlierVersionWhenTheCloseFails) {
     EXPECT_EQ(filesIn(folder), 1u);
 }
 
-TEST(OutputFile, tellsWhyItCannotBeCreated) {
+TEST(OutputFile, reportsWhyItCannotBeCreated) {
     TemporaryFolder folder;
     OutputFile file;
     const std::string inNoFolder = folder.file("none/x");
@@ -145,7 +145,7 @@ TEST(OutputFile, tellsWhyItCannotBeCreated) {
     EXPECT_EQ(filesIn(folder), 0u);
 }
 
-TEST(OutputFile, tellsWhenItCannotBeRenamed) {
+TEST(OutputFile, reportsThatItCannotBeRenamed) {
     TemporaryFolder folder;
     OutputFile file;
     openOutputFile(file, folder.file("late"));

@@ -62,7 +62,7 @@ TEST(TextInput, takesTheSameLinesFromAFile) {
     EXPECT_LT(file.block.size(), 400000u);
 }
 
-TEST(TextInput, tellsWhyAFileCannotBeOpened) {
+TEST(TextInput, reportsWhyAFileCannotBeOpened) {
     TemporaryFolder folder;
     TextInput input;
     EXPECT_FALSE(openTextInput(input, folder.file("gone")));

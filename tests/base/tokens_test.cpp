@@ -40,7 +40,7 @@ TEST(NextToken, takesOneWordAndOneDelimiter) {
     expectStep("a ,b", "a", ",b");
 }
 
-TEST(NextToken, givesABlankTokenForADelimiterInFront) {
+TEST(NextToken, givesAnEmptyTokenForALeadingDelimiter) {
     expectStep(",b", "", "b");
     expectStep("\tb c", "", "b c");
     expectStep("  ,b", "", "b");
@@ -57,7 +57,7 @@ TEST(NextToken, endsWithABlankLine) {
     expectStep("a b,", "a", "b,");
 }
 
-TEST(NextToken, leavesABlankLineAsItIs) {
+TEST(NextToken, leavesABlankLineUnchanged) {
     expectStep("", "", "");
     expectStep("    ", "", "    ");
 }
@@ -70,7 +70,7 @@ TEST(NextToken, cutsATokenAt32Characters) {
 }
 
 // On a line without tabs or doubled delimiters the tokens are the words.
-TEST(NextToken, takesALineApartCompletely) {
+TEST(NextToken, splitsALineCompletely) {
     for (std::uint64_t seed = 1; seed <= 500; ++seed) {
         std::mt19937_64 generator(seed);
         std::string line;
@@ -92,7 +92,7 @@ TEST(NextToken, takesALineApartCompletely) {
     }
 }
 
-TEST(Tokens, blanksComments) {
+TEST(Tokens, removesComments) {
     std::string line = "1.0 0.02 1  ! trade-off ! more";
     removeComment(line);
     EXPECT_EQ(trimRight(line), "1.0 0.02 1");
@@ -104,7 +104,7 @@ TEST(Tokens, blanksComments) {
     EXPECT_EQ(line, "no comment");
 }
 
-TEST(Tokens, cutsBlanksOnly) {
+TEST(Tokens, trimsSpacesOnly) {
     EXPECT_EQ(trimRight(" a b  "), " a b");
     EXPECT_EQ(trimRight("   "), "");
     EXPECT_EQ(trimRight("a\t "), "a\t");

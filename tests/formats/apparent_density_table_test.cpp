@@ -124,17 +124,17 @@ TEST_F(ApparentDensityTable, AtACentreTheCellAloneCounts) {
     }
 }
 
-TEST_F(ApparentDensityTable, ADummyCellHasNoValueAndPullsItsNeighboursTowardsZero) {
+TEST_F(ApparentDensityTable, ADummyCellHasNoValueAndCountsAsZeroForItsNeighbours) {
     std::vector<double> model = linearModel(mesh_, 4.0, 0.0, 0.0);
     model[mesh_.cellIndex(0, 1, 1)] = dummyValue;
-    // Above the dummy; between its centre (12, 22.5) and that of the cell beside it (14.5, 22.5).
+    // Above the dummy; between its centre (12, 22.5) and that of the next cell (14.5, 22.5).
     const std::vector<std::string> found = fields(model, {{12.5, 22.5}, {13.25, 22.5}, {14.5, 22.5}});
     EXPECT_EQ(found[0], starField);
     EXPECT_NEAR(valueOf(found[1]), 2.0, 1e-9);
     EXPECT_NEAR(valueOf(found[2]), 4.0, 1e-9);
 }
 
-// Whoever sets the tables beside the data file finds station n in row n of each, masked or not.
+// Station n is row n of each table and of the data file, masked or not.
 TEST_F(ApparentDensityTable, AMaskedDatumKeepsItsRowInBothTablesAndInTheDataFile) {
     ObsSet obs = makeObsSet(3, {0});
     obs.ObsX = {11.5, 12.5, 14.5};

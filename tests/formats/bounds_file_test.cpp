@@ -80,7 +80,7 @@ TEST_F(BoundsFile, NullIsOneWordInTwoSpellings) {
             readBoundsFile(messages, Positivity::unconstrained, name, makeUnitMesh(2, 1, 1), 1, result);
         });
     }
-    // What stands behind column 80 does not count.
+    // Text after column 80 does not count.
     expectAll(bounds("null" + std::string(76, ' ') + "x", 1), boundLower, 0.0, 0.0, 2);
 }
 
@@ -151,7 +151,7 @@ TEST_F(BoundsFile, OnlyEightyCharactersOfTheNameCount) {
     });
 }
 
-TEST_F(BoundsFile, NamesAreOpenedWithoutOuterBlanks) {
+TEST_F(BoundsFile, NamesAreOpenedWithoutOuterSpaces) {
     write("b.bnd", "1 2 3 4\n");
     EXPECT_EQ(bounds("  b.bnd  ", 0).upperBound, (std::vector<double>{2.0, 4.0}));
 }

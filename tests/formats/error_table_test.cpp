@@ -21,7 +21,7 @@ const std::string fourMarks = "     -99999.00     -99999.00     -99999.00     -9
 
 class ErrorTable : public testing_support::WorkFolderTest {
 protected:
-    // All stations at the same place.
+    // All stations at the same position.
     ObsSet stations(std::int32_t nData, const std::vector<std::int32_t>& codes) {
         ObsSet obs = makeObsSet(nData, codes);
         obs.ObsX.assign(obs.ObsX.size(), 1.25);
@@ -80,7 +80,7 @@ TEST_F(ErrorTable, NothingButTheHeaderWithoutData) {
     EXPECT_EQ(table(stations(0, {0})).size(), 1U);
 }
 
-// The columns hold together: difference is modelled minus actual, and the z-score times the deviation is the
+// The columns agree: difference is modelled minus actual, and the z-score times the standard deviation is the
 // difference.
 TEST_F(ErrorTable, RandomRowsHoldTogether) {
     for (unsigned seed = 1; seed <= 10; ++seed) {

@@ -158,7 +158,7 @@ TEST_F(ModelFile, OnlyEightyCharactersOfTheNameCount) {
     write(std::string(80, 'm'), "1 2\n");
     EXPECT_EQ(model(std::string(200, 'm'), 2), (std::vector<double>{1, 2}));
     expectModelStop(" Model File " + std::string(80, 'n') + " not found", std::string(81, 'n'), 0);
-    // A number that only a text behind column 80 would spoil.
+    // A number but for the text after column 80.
     EXPECT_EQ(model("0.5" + std::string(77, ' ') + "x", 1), std::vector<double>{0.5});
 }
 
@@ -260,7 +260,7 @@ TEST_F(ModelWriter, LongColumnsAreWrittenWhole) {
         const std::vector<std::string> all = lines("out.mod");
         ASSERT_EQ(all.size(), source_.size());
         for (std::size_t cell = 0; cell < all.size(); ++cell) {
-            // d.ddddde+xx of the C library has its point one place further right.
+            // d.ddddde+xx of the C library has its point one digit further right.
             char expected[32];
             std::snprintf(expected, sizeof expected, "%.5e", source_[cell]);
             ASSERT_EQ(std::stod(all[cell]), std::stod(expected)) << "seed " << seed << " cell " << cell;

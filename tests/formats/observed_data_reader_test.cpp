@@ -1,11 +1,10 @@
-#include "formats/observed_data.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <string>
 
+#include "formats/observed_data.h"
 #include "support/work_folder.h"
 #include "survey/dummy_value.h"
 
@@ -36,7 +35,8 @@ protected:
         readObsFile(messages_, mode, "obs.dat", obs, cleaning_);
     }
 
-    void expectObsStop(const std::string& stopText, const std::string& text, ObsSet obs, ObsReadMode mode = ObsReadMode::observed) {
+    void expectObsStop(const std::string& stopText, const std::string& text, ObsSet obs,
+                       ObsReadMode mode = ObsReadMode::observed) {
         write("obs.dat", text);
         expectStop(stopText, [&](Messages& messages) { readObsFile(messages, mode, "obs.dat", obs, cleaning_); });
     }
@@ -50,7 +50,7 @@ std::string nameOfLine(const ObsSet& obs, std::size_t line) {
 
 // ---- plain form
 
-TEST_F(ObsReader, PlainRecordsWithDeviationsAreNormalised) {
+TEST_F(ObsReader, PlainRecordsWithStandardDeviationsAreNormalised) {
     const ObsSet obs = readText("2  ! count\n1 2 3 10 0.5\n4,5,6,-3,0.25\n", 2);
     EXPECT_TRUE(obs.hasStd);
     EXPECT_FALSE(obs.hasLineTime);
@@ -62,22 +62,22 @@ TEST_F(ObsReader, PlainRecordsWithDeviationsAreNormalised) {
     EXPECT_EQ(obs.nMasked, 0);
 }
 
-TEST_F(ObsReader, DeviationsPassThroughSinglePrecision) {
+TEST_F(ObsReader, StandardDeviationsAreRoundedToSinglePrecision) {
     const ObsSet obs = readText("1\n0 0 0 0.3 0.1\n", 1);
     EXPECT_EQ(obs.obsStd[0], 0.1F);
     EXPECT_EQ(obs.obsData[0], 0.3 / static_cast<double>(0.1F));
 }
 
-TEST_F(ObsReader, ColumnsArePartedByBlanksOneCommaOrOneTab) {
+TEST_F(ObsReader, ColumnsAreSeparatedBySpacesOneCommaOrOneTab) {
     const ObsSet obs = readText("2\n   1   2\t3, 10 ,1\r\n1\t2\t3\t10\t2\r\n", 2);
     EXPECT_EQ(obs.ObsX, (std::vector<double>{1, 1}));
     EXPECT_EQ(obs.ObsZ, (std::vector<double>{3, 3}));
-    // " ,1": the blank ends the datum, the comma ends a blank token, and no deviation is given.
+    // " ,1": the space ends the datum, the comma ends an empty token, and no standard deviation is given.
     EXPECT_EQ(obs.obsStd, (std::vector<float>{0.01F, 2.0F}));
     EXPECT_EQ(obs.obsData[1], 5.0);
 }
 
-TEST_F(ObsReader, ComponentsAreHeldOneBehindTheOther) {
+TEST_F(ObsReader, ComponentsAreStoredOneAfterTheOther) {
     const ObsSet obs = readText("2\n0 0 0 1 1 10 2\n0 0 0 2 1 20 4\n", 2, {0, 12});
     EXPECT_EQ(obs.obsData, (std::vector<double>{1, 2, 5, 5}));
     EXPECT_EQ(obs.obsStd, (std::vector<float>{1, 1, 2, 4}));
@@ -91,7 +91,7 @@ TEST_F(ObsReader, SixComponentsInOneRecord) {
     }
 }
 
-TEST_F(ObsReader, WithoutDeviationsDefaultsStand) {
+TEST_F(ObsReader, WithoutStandardDeviationsDefaultsApply) {
     const ObsSet gravity = readText("1\n1 2 3 4\n", 1);
     EXPECT_FALSE(gravity.hasStd);
     EXPECT_EQ(gravity.obsStd[0], 0.01F);
@@ -106,14 +106,14 @@ TEST_F(ObsReader, WithoutDeviationsDefaultsStand) {
     }
 }
 
-TEST_F(ObsReader, ZeroAndNegativeDeviationsBecomeTheDefaultAndTheDatumIsKept) {
+TEST_F(ObsReader, ZeroAndNegativeStandardDeviationsBecomeTheDefaultAndTheDatumIsKept) {
     const ObsSet obs = readText("3\n1 2 3 4 0\n1 2 3 4 -1\n1 2 3 4 2\n", 3);
     EXPECT_TRUE(obs.hasStd);
     EXPECT_EQ(obs.obsStd, (std::vector<float>{0.01F, 0.01F, 2.0F}));
     EXPECT_EQ(obs.obsData[0], 4.0 / static_cast<double>(0.01F));
 }
 
-TEST_F(ObsReader, FiveColumnsOfTwoComponentsAreTwoDataWithoutDeviations) {
+TEST_F(ObsReader, FiveColumnsOfTwoComponentsAreTwoDataWithoutStandardDeviations) {
     const ObsSet obs = readText("1\n1 2 3 4 5\n", 1, {0, 12});
     EXPECT_FALSE(obs.hasStd);
     EXPECT_EQ(obs.obsStd, (std::vector<float>{0.01F, 0.01F}));
@@ -161,7 +161,7 @@ TEST_F(ObsReader, TokensAreCutAt32AndLinesAt256Characters) {
     const ObsSet cut = readText("1\n" + token + " 2 3 4 5\n", 1);
     EXPECT_EQ(cut.ObsX[0], 1.0);
     EXPECT_EQ(cut.obsData[0], 4.0 / 5.0);
-    // The deviation begins in column 257.
+    // The standard deviation begins in column 257.
     const std::string start = "1 2 3 4";
     const ObsSet longLine = readText("1\n" + start + std::string(256 - start.size(), ' ') + "5\n", 1);
     EXPECT_FALSE(longLine.hasStd);
@@ -175,7 +175,7 @@ TEST_F(ObsReader, TextInAnyColumnOfAPlainRecordStops) {
     }
 }
 
-TEST_F(ObsReader, BlankColumnsKeepWhatTheTargetsHeld) {
+TEST_F(ObsReader, BlankColumnsLeaveTheirTargetsUnchanged) {
     ObsSet obs = makeObsSet(2, {0});
     obs.ObsX = {11, 22};
     obs.ObsY = {33, 44};
@@ -368,7 +368,7 @@ TEST_F(ObsReader, ADummyStillBelongsToItsLine) {
 
 TEST_F(ObsReader, AnIntervalNeedsLineAndTime) {
     cleaning_.integrationInterval = 1.0F;
-    // No deviations: the two further columns are taken for one of them and for a line name.
+    // No standard deviations: the two further columns are taken for one of them and for a line name.
     for (const std::string record : {"1 2 3 4", "1 2 3 4 5", "1 2 3 4 A 7", "1 2 3 4 5 A"}) {
         expectObsStop(lineTimeText, "2\n" + record + "\n" + record + "\n", makeObsSet(2, {0}));
     }
@@ -396,7 +396,7 @@ TEST_F(ObsReader, WithoutAnIntervalLineAndTimeAreNotLookedAt) {
 
 // ---- downhole form
 
-TEST_F(ObsReader, DownholeAnglesEndUpInTheLastPlace) {
+TEST_F(ObsReader, DownholeAnglesAreStoredInTheLastElement) {
     ObsSet obs = makeObsSet(3, {1});
     obs.obsIncl = {7, 8, 9};
     obs.obsDecl = {17, 18, 19};
@@ -420,7 +420,8 @@ TEST_F(ObsReader, DownholeHasNoDummiesByAsterisk) {
 }
 
 TEST_F(ObsReader, TheFlagOfTheFileDecidesHowRecordsAreRead) {
-    // The sensitivity file says downhole, the data file does not: no form was detected, deviations are expected.
+    // The sensitivity file says downhole, the data file does not: no form was detected, standard deviations are
+    // expected.
     ObsSet plain = makeObsSet(1, {1});
     plain.idir = 0;
     readInto(plain, "60 10 50000\n60 10 1\n1\n1 2 3 4\n");
@@ -459,7 +460,7 @@ TEST_F(ObsReader, LimitsAreThoseOfTheComponent) {
     EXPECT_EQ(obs.obsData, (std::vector<double>{50, dummyValue}));
 }
 
-TEST_F(ObsReader, TheShiftComesBehindTheLimitsForAllComponents) {
+TEST_F(ObsReader, TheShiftComesAfterTheLimitsForAllComponents) {
     cleaning_.obsClipOn = {1, 1};
     cleaning_.obsClipMax = {10.0, 10.0};
     cleaning_.dataShift = 5.0F;
@@ -468,7 +469,7 @@ TEST_F(ObsReader, TheShiftComesBehindTheLimitsForAllComponents) {
     EXPECT_EQ(obs.nMasked, 1);
 }
 
-TEST_F(ObsReader, PercentAndFloorReplaceEveryDeviation) {
+TEST_F(ObsReader, PercentAndFloorReplaceEveryStandardDeviation) {
     cleaning_.dataShift = -20.0F;
     cleaning_.misfitPercent = 3.3F;
     cleaning_.misfitFloor = 0.7F;
@@ -500,11 +501,11 @@ TEST_F(ObsReader, PercentAndFloorOfZeroDivideByZero) {
 
 class ReferenceReader : public ObsReader {
 protected:
-    // Three stations of two components with deviations, the second datum of the first component a dummy.
+    // Three stations of two components with standard deviations, the second datum of the first component a dummy.
     ObsSet observed() { return readText("3\n1 1 1 4 2 10 5\n2 2 2 * * 10 5\n3 3 3 4 2 10 5\n", 3, {0, 12}); }
 };
 
-TEST_F(ReferenceReader, ValuesAreDividedByTheDeviationsOfTheObservedData) {
+TEST_F(ReferenceReader, ValuesAreDividedByTheStandardDeviationsOfTheObservedData) {
     ObsSet obs = observed();
     const std::vector<double> before = obs.obsData;
     readInto(obs, "9\n7 8 9 6 100 20 100\n7 8 9 6 100 20 100\n7 8 9 -1.0e32 1 -1.0e32 1\n", ObsReadMode::reference);
@@ -527,7 +528,7 @@ TEST_F(ReferenceReader, LimitsHoldAndShiftDoesNot) {
     EXPECT_EQ(obs.nMasked, 2);
 }
 
-TEST_F(ReferenceReader, RecordsHaveDeviationsWhenTheObservedDataHad) {
+TEST_F(ReferenceReader, RecordsHaveStandardDeviationsWhenTheObservedDataHad) {
     ObsSet obs = observed();
     // Without them the free-format read runs on over the lines and the file is too short.
     expectObsStop(tooFewText, "3\n0 0 0 6 20\n0 0 0 6 20\n0 0 0 6 20\n", obs, ObsReadMode::reference);
@@ -543,7 +544,7 @@ TEST_F(ReferenceReader, TextStops) {
     expectObsStop(tooFewText, "3\n0 0 0 1 1 1 1\n", observed(), ObsReadMode::reference);
 }
 
-TEST_F(ReferenceReader, DownholeRecordsHaveAnglesAndNoDeviations) {
+TEST_F(ReferenceReader, DownholeRecordsHaveAnglesAndNoStandardDeviations) {
     ObsSet obs = makeObsSet(2, {1});
     obs.idir = 0;
     readInto(obs, "60 10 50000\n60 10 0\n2\n1 2 3 30 40 4 2\n1 2 3 31 41 6 2\n");

@@ -1,5 +1,3 @@
-#include "formats/observed_data.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,6 +6,7 @@
 #include <string>
 
 #include "base/messages.h"
+#include "formats/observed_data.h"
 #include "support/work_folder.h"
 #include "survey/dummy_value.h"
 
@@ -101,10 +100,10 @@ TEST_F(ObsWriter, TheFirstComponentDecidesForTheRecord) {
     obs.obsData = {2.0, dummyValue, 2.0, dummyValue, 3.0, 3.0};
     obs.obsStd = {0.5F, 0.0F, 0.0F, 0.0F, 0.25F, 0.25F};
     const std::vector<std::string> all = written(obs);
-    // A dummy behind a good first component becomes a product with 0.
+    // A dummy after a valid first component becomes a product with 0.
     EXPECT_EQ(all[1], station + "  0.100000E+01  0.500000E+00 -0.000000E+00  0.000000E+00");
     EXPECT_EQ(all[2], station + repeated(star, 4));
-    // A first component without a deviation but with a value: all values stand as they are held.
+    // A first component without a standard deviation but with a value: all values are written as stored.
     EXPECT_EQ(all[3], station + "  0.200000E+01  0.000000E+00  0.300000E+01  0.250000E+00");
 }
 
@@ -179,7 +178,8 @@ void PrintTo(const FormCase& form, std::ostream* out) {
 
 class RoundTrip : public testing_support::WorkFolderTest, public ::testing::WithParamInterface<FormCase> {
 protected:
-    // Deviations of at least 1e-3 times the datum, so that six digits of both leave the normalised datum close.
+    // Standard deviations of at least 1e-3 times the datum, so that six digits of both leave the normalised datum
+    // close.
     ObsSet randomSet(std::mt19937& random) {
         const FormCase& form = GetParam();
         ObsSet obs = makeObsSet(static_cast<std::int32_t>(2 + random() % 40), form.codes);
@@ -229,8 +229,8 @@ TEST_P(RoundTrip, TheReaderReadsBackWhatTheWriterWrote) {
             EXPECT_NEAR(back.ObsZ[record], obs.ObsZ[record], 0.005001);
         }
         for (std::size_t datum = 0; datum < obs.obsData.size(); ++datum) {
-            const double deviation = static_cast<double>(obs.obsStd[datum]);
-            EXPECT_NEAR(static_cast<double>(back.obsStd[datum]), deviation, 5.3e-6 * deviation);
+            const auto std = static_cast<double>(obs.obsStd[datum]);
+            EXPECT_NEAR(static_cast<double>(back.obsStd[datum]), std, 5.3e-6 * std);
             if (isValid(obs.obsData[datum])) {
                 EXPECT_NEAR(back.obsData[datum], obs.obsData[datum], 1.1e-5 * std::fabs(obs.obsData[datum]));
             } else {
@@ -262,7 +262,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, RoundTrip,
                          ::testing::Values(FormCase{"gravity", {0}, 1, 0.2}, FormCase{"gravityTwo", {0, 12}, 1, 0.2},
                                            FormCase{"gravityThree", {10, 11, 12}, 1, 0.2},
                                            // The star text ends at six fields, so that a dummy record of more
-                                           // components cannot be told from a short one: no dummies here.
+                                           // components cannot be distinguished from a short one: no dummies here.
                                            FormCase{"gravitySix", {10, 11, 12, 13, 14, 15}, 0, 0.0},
                                            FormCase{"magnetic", {1}, 1, 0.2}, FormCase{"magneticTwo", {20, 21}, 0, 0.2},
                                            FormCase{"magneticSix", {1, 20, 21, 22, 20, 21}, 1, 0.0},
@@ -273,8 +273,8 @@ INSTANTIATE_TEST_SUITE_P(Forms, RoundTrip,
                              return std::string(tested.param.name);
                          });
 
-// The columns of the line form are read from what the writer wrote with line and time behind.
-TEST_F(ObsWriter, RecordsWithLineAndTimeBehindReadBack) {
+// The columns of the line form are read from the written records with line and time appended.
+TEST_F(ObsWriter, RecordsWithLineAndTimeAppendedReadBack) {
     for (unsigned seed = 1; seed <= 10; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed);

@@ -22,7 +22,7 @@ SmoothnessWeights makeWeights(const MeshGeometry& mesh, float value = untouched)
     return {all, all, all, all};
 }
 
-// The factor as it is told: real32 product of weight and alpha, the rest in real64, stored as real32.
+// The factor as documented: real32 product of weight and alpha, the rest in real64, stored as real32.
 float scaled(double factor, const MeshGeometry& mesh, std::size_t k, std::size_t i, std::size_t j, float weight,
              float alpha) {
     const double volume =
@@ -62,7 +62,7 @@ TEST_F(WeightFile, NullMakesAllWeightsOne) {
     }
 }
 
-TEST_F(WeightFile, OneFileHoldsAllSectionsEachFromANewLine) {
+TEST_F(WeightFile, OneFileHasAllSectionsEachFromANewLine) {
     const MeshGeometry mesh = makeUnitMesh(2, 2, 2);
     write("w.dat", "1 2 3 4 5 6 7 8 dropped\n11 12\n13 14 dropped\n21,22,23,24\n2*31 2*33\n");
     SmoothnessWeights weights = makeWeights(mesh);

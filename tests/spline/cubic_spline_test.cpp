@@ -267,12 +267,12 @@ TEST(Cubint, adjacentIntervalsAddUp) {
     }
 }
 
-// Limits the wrong way round: fine in one piece, while in different pieces those between are left out. Callers rely on
-// the first only; the second is held so that results stay those of earlier versions.
+// Reversed limits: right within one interval; of different intervals those between are left out. Callers rely on the
+// first only; the second keeps results comparable with earlier versions.
 TEST(Cubint, reversedLimitsLeaveOutTheWholePieces) {
     const Spline spline = fit({0.0, 1.0, 2.0, 3.0}, {1.0, 1.0, 1.0, 1.0}, 0, 0);
     EXPECT_NEAR(spline.integral(0.75, 0.25), -0.5, 1e-15);
-    // Both limits count from their own knots: 0.25 of piece 1 less 0.5 of piece 3.
+    // Both limits count from their own knots: 0.25 of interval 1 less 0.5 of interval 3.
     EXPECT_NEAR(spline.integral(2.5, 0.25), 0.25 - 0.5, 1e-15);
 }
 

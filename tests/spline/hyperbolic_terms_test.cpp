@@ -68,7 +68,7 @@ Errors largestErrors(double from, double to) {
     return largest;
 }
 
-// The table of errors in hyperbolic_terms.h. The rational forms are also held to at least a tenth of the stated error,
+// The table of errors in hyperbolic_terms.h. The rational forms must also have at least a tenth of the stated error,
 // so that the table does not boast of the wrong digits.
 TEST(HyperbolicTerms, errorsOfEachRangeAreThoseOfTheHeader) {
     static_assert(std::numeric_limits<long double>::digits >= 64, "the exact values need a wider type than double");

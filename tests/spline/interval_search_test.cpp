@@ -77,7 +77,7 @@ std::vector<double> randomGrid(std::mt19937& generator) {
     return grid;
 }
 
-// Sweeps up, sweeps down, random jumps and small moves, with knots and places beyond the ends among them.
+// Sweeps up, sweeps down, random jumps and small moves, with knots and points beyond the ends among them.
 std::vector<double> randomQueries(const std::vector<double>& grid, std::mt19937& generator) {
     const auto [low, high] = std::minmax(grid.front(), grid.back());
     std::uniform_real_distribution<double> anywhere(low - 2.0, high + 2.0);
@@ -160,7 +160,7 @@ TEST(Interv, farJumpsGiveTheAnswersOfAFreshStart) {
     }
 }
 
-// Every start, also ones that no call leaves behind, gives the same answer and an index that fits the grid.
+// Every start, also ones that no call saves, gives the same answer and an index that fits the grid.
 TEST(Search, savedIndexNeverChangesTheAnswer) {
     const std::vector<double> increasing = {-3.0, -1.0, 0.0, 0.5, 0.5, 2.0, 7.0, 11.0, 11.5, 20.0, 21.0};
     const std::vector<double> decreasing(increasing.rbegin(), increasing.rend());
@@ -185,7 +185,7 @@ TEST(Search, savedIndexNeverChangesTheAnswer) {
     }
 }
 
-// A long grid leaves a large saved index behind; a short one must not be read there. The arrays have their exact
+// A long grid saves a large index; a short one must not be read there. The arrays have their exact
 // lengths, so that a build with the address sanitizer sees one entry too far.
 TEST(Interv, gridsOfDifferentLengthsInTurnKeepInsideTheirArrays) {
     std::vector<double> longGrid(1000);
@@ -258,7 +258,7 @@ TEST(Search, unsortedGridsAndNotANumbersInGridsAreSurvived) {
     }
 }
 
-// A search beside the saved index reads its neighbourhood alone: entries elsewhere are NaNs here and would mislead it.
+// A search near the saved index reads its neighbourhood alone: entries elsewhere are NaNs here and would mislead it.
 TEST(Search, sweepOverNeighboursReadsOnlyTheNeighbourhood) {
     for (std::int32_t saved = 4; saved <= 96; ++saved) {
         std::vector<double> grid(100, notANumber);

@@ -131,7 +131,8 @@ std::vector<long double> exactSecondDerivatives(const RandomData& data, long dou
     return solveDense(matrix, right);
 }
 
-// The fit in closed form from its second derivatives, in the piece that holds t (the end pieces beyond the knots).
+// The fit in closed form from its second derivatives, in the interval that contains t (the end intervals beyond the
+// knots).
 long double exactValue(const RandomData& data, const std::vector<long double>& second, long double tension, double t) {
     std::size_t i = 0;
     while (i + 2 < data.x.size() && t > data.x[i + 1]) {
@@ -234,8 +235,8 @@ TEST(Tcubspl, agreesWithADenseSolveOfTheTensionEquations) {
         for (const double tension : {0.0, 0.05, 0.7, -2.0, 5.0, 12.0}) {
             const Fit found = fit(data.x, data.y, {0.8, -0.3, 0}, tension);
             ASSERT_EQ(found.status, 0);
-            const double pieces = static_cast<double>(data.x.size() - 1);
-            const double normalised = std::fabs(tension) * pieces / (data.x.back() - data.x.front());
+            const double intervals = static_cast<double>(data.x.size() - 1);
+            const double normalised = std::fabs(tension) * intervals / (data.x.back() - data.x.front());
             ASSERT_DOUBLE_EQ(found.normalisedTension(), normalised);
             const std::vector<long double> second = exactSecondDerivatives(data, 0.8L, -0.3L, normalised);
             const double scale = static_cast<double>(largest(second));
@@ -243,7 +244,7 @@ TEST(Tcubspl, agreesWithADenseSolveOfTheTensionEquations) {
                 ASSERT_NEAR(found.secondDerivative(i), static_cast<double>(second[i]), 5e-8 * scale)
                     << "seed " << seed << " tension " << tension << " knot " << i + 1;
             }
-            // Beyond the ends, too: there the end pieces go on.
+            // Beyond the ends, too: there the end intervals are extended.
             const double span = data.x.back() - data.x.front();
             for (int k = -5; k <= 105; ++k) {
                 const double t = data.x.front() + span * k / 100.0;
@@ -372,7 +373,7 @@ TEST(Tcubspl, equalEndsAreStatusTwoWithNothingWritten) {
     }
 }
 
-TEST(Tcubspl, disorderBesideAComputedSlopeIsFoundBeforeWriting) {
+TEST(Tcubspl, disorderNextToAComputedSlopeIsFoundBeforeWriting) {
     struct Case {
         std::vector<double> x;
         std::int32_t slopeSwitch;
@@ -400,7 +401,7 @@ TEST(Tcubspl, disorderInsideIsFoundWithAPartlyFilledTable) {
     }
 }
 
-// The saved index of TCUBVAL must show in no result, not even in the last bit at a knot where two pieces meet.
+// The saved index of TCUBVAL must show in no result, not even in the last bit at a knot where two intervals meet.
 TEST(Tcubval, valuesDoNotDependOnTheCallsBefore) {
     for (unsigned seed = 1; seed <= 60; ++seed) {
         std::mt19937 generator(seed);
@@ -483,7 +484,7 @@ TEST(Tcubval, notANumberAndTooFewKnotsGiveNotANumber) {
     EXPECT_EQ(found.value(2.5), value);
 }
 
-// Knots out of order mean nothing, but the search must end inside the arrays and leave nothing behind.
+// Results for knots out of order are undefined, but the search must end inside the arrays and change nothing else.
 TEST(Tcubval, unsortedKnotsAreSurvivedAndLeaveNoTrace) {
     const Fit sound = fit({0.0, 1.0, 2.0, 3.0, 5.0}, {1.0, -1.0, 2.0, 0.5, 0.0}, {0.0, 0.0, 3}, 1.0);
     const double value = sound.value(2.75);

@@ -20,7 +20,7 @@ struct Survey {
     LineIntegration lines;
 };
 
-// Lines with the given station times, one behind the other.
+// Lines with the given station times, in sequence.
 Survey surveyOf(const std::vector<std::vector<double>>& times, float interval) {
     Survey survey;
     std::int32_t record = 1;
@@ -55,7 +55,8 @@ std::vector<double> risingTimes(std::size_t n, std::mt19937& random) {
     return times;
 }
 
-// The integral of the spline through a line's values, piece by piece with Simpson's rule, which is exact for cubics.
+// The integral of the spline through a line's values, interval by interval with Simpson's rule, which is exact for
+// cubics.
 double simpson(const std::vector<double>& times, const std::vector<double>& values, double from, double to) {
     const auto n = static_cast<std::int32_t>(times.size());
     std::vector<double> table(4 * times.size());
@@ -238,7 +239,7 @@ TEST(BackgroundAlongLines, IsTheIntegralWithoutShiftOrDivision) {
     }
 }
 
-TEST(BackgroundAlongLines, SingleStationBlanksItselfAndTheFirstComponent) {
+TEST(BackgroundAlongLines, SingleStationMasksItselfAndTheFirstComponent) {
     Survey survey = surveyOf({{5.0}}, 2.0F);
     std::vector<double> values{1.0};
     std::vector<double> first{1.0};

@@ -27,9 +27,9 @@ void openCells(TextInput& input, const std::string& fileName, const std::string&
 
 // A slash and two commas in a row count as good reads that leave values as they were.
 void checkGiven(const FreeFormatRead& read, std::size_t cells) {
-    if (read.valuesTaken != static_cast<std::int64_t>(cells)) {
+    if (read.valuesRead != static_cast<std::int64_t>(cells)) {
         throwAt(read.input, read.input.lineNumber,
-                std::to_string(cells) + " cell values, found " + std::to_string(read.valuesTaken) +
+                std::to_string(cells) + " cell values, found " + std::to_string(read.valuesRead) +
                     (read.slashSeen ? " before a slash" : " and values left out between commas"));
     }
 }

@@ -46,23 +46,23 @@ void makeBlock(BinaryInput& input) {
     }
 }
 
-// Fills the read-ahead from the present position on; what it holds of that already is kept and not asked for again.
+// Fills the read-ahead from the present position on; bytes that it holds already are not fetched again.
 void moveBlockHere(BinaryInput& input) {
     makeBlock(input);
     const std::int64_t offset = input.position - input.blockStart;
-    std::size_t held = 0;
+    std::size_t kept = 0;
     if (offset >= 0 && offset < static_cast<std::int64_t>(input.blockLength)) {
-        held = input.blockLength - static_cast<std::size_t>(offset);
-        std::memmove(input.block.data(), input.block.data() + offset, held);
+        kept = input.blockLength - static_cast<std::size_t>(offset);
+        std::memmove(input.block.data(), input.block.data() + offset, kept);
     }
     input.blockStart = input.position;
-    input.blockLength = held;
-    input.blockLength += fetch(input, input.block.data() + held, input.block.size() - held,
-                               input.position + static_cast<std::int64_t>(held));
+    input.blockLength = kept;
+    input.blockLength += fetch(input, input.block.data() + kept, input.block.size() - kept,
+                               input.position + static_cast<std::int64_t>(kept));
 }
 
 // Copies what the read-ahead holds from `from` on.
-std::size_t copyFixed(const BinaryInput& input, std::byte* target, std::size_t bytes, std::int64_t from) {
+std::size_t copyFromBlock(const BinaryInput& input, std::byte* target, std::size_t bytes, std::int64_t from) {
     const std::int64_t offset = from - input.blockStart;
     if (offset < 0 || offset >= static_cast<std::int64_t>(input.blockLength)) {
         return 0;
@@ -95,7 +95,7 @@ BinaryInput::~BinaryInput() {
 
 bool openBinaryInput(BinaryInput& input, const std::string& name) {
     closeBinaryInput(input);
-    // Not waiting for the other end, should the name be a pipe's.
+    // Without O_NONBLOCK, opening a named pipe without a writer would block.
     const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (handle < 0) {
         return false;
@@ -154,13 +154,13 @@ double readReal64(BinaryInput& input, std::string_view what) {
 
 void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_view what) {
     if (bytes == 0) {
-        return;  // the target of nothing may be null
+        return;  // the target may be null
     }
     auto* out = static_cast<std::byte*>(target);
     if (input.position < 0) {
-        throwDamage(input, what, "a place before the file");
+        throwDamage(input, what, "a position before the file");
     }
-    std::size_t done = copyFixed(input, out, bytes, input.position);
+    std::size_t done = copyFromBlock(input, out, bytes, input.position);
     while (done < bytes) {
         const std::size_t missing = bytes - done;
         const std::int64_t from = input.position + static_cast<std::int64_t>(done);
@@ -172,7 +172,7 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
             input.blockLength = 0;
             input.blockLength = fetch(input, input.block.data(), std::min(input.readAhead, input.block.size()), from);
             input.blockStart = from;
-            got = copyFixed(input, out + done, missing, from);
+            got = copyFromBlock(input, out + done, missing, from);
         }
         if (got == 0) {
             throwEarlyEnd(input, static_cast<std::int64_t>(bytes), static_cast<std::int64_t>(done), what);
@@ -187,7 +187,7 @@ const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_vi
         return nullptr;
     }
     if (input.position < 0) {
-        throwDamage(input, what, "a place before the file");
+        throwDamage(input, what, "a position before the file");
     }
     std::int64_t offset = input.position - input.blockStart;
     if (offset < 0 || offset + static_cast<std::int64_t>(bytes) > static_cast<std::int64_t>(input.blockLength)) {

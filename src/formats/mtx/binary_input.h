@@ -1,5 +1,5 @@
-// A binary file read at known byte positions in large blocks. Every damage (an early end, an impossible count) becomes
-// a RunError that names the file, what was being read, and the byte.
+// A binary file read at given byte positions in large blocks. Damage (an early end, an impossible count) is a RunError
+// that names the file, what was being read, and the byte.
 #pragma once
 
 #include <sys/uio.h>
@@ -24,8 +24,8 @@ struct BinaryInput {
     std::string name;
     int handle = -1;
     std::int64_t size = 0;         // bytes in the file
-    std::int64_t position = 0;     // of the next byte to be handed out
-    std::int64_t bytesRead = 0;    // asked of the system so far
+    std::int64_t position = 0;     // of the next byte
+    std::int64_t bytesRead = 0;    // by system calls so far
     std::size_t readAhead = 0;     // bytes that a small read fetches at once
     std::vector<std::byte> block;  // read-ahead
     std::int64_t blockStart = 0;   // file position of block[0]
@@ -34,16 +34,16 @@ struct BinaryInput {
 
 constexpr std::size_t largeReadAhead = std::size_t{1} << 18;
 
-// False: errno tells why. Only regular files are opened, since rows are found by seeking.
+// False: errno has the reason. Only regular files are opened, since rows are found by seeking.
 bool openBinaryInput(BinaryInput& input, const std::string& name);
 
-// Closes and gives back the read-ahead; name and counts stay. Nothing happens while closed.
+// Closes the file and frees the read-ahead; name and counts stay. Nothing happens while closed.
 void closeBinaryInput(BinaryInput& input);
 
-// Sets the position of the next read; the system is not asked. A position outside the file shows at that read.
+// Sets the position of the next read, without a system call. A position outside the file is found at that read.
 void seekBinary(BinaryInput& input, std::int64_t position);
 
-// How much a small read fetches: `bytes` at most largeReadAhead. Reading row counts alone wants little more than a
+// How much a small read fetches: `bytes`, at most largeReadAhead. A pass over row counts alone needs little more than a
 // count.
 void setReadAhead(BinaryInput& input, std::size_t bytes);
 
@@ -51,20 +51,19 @@ void setReadAhead(BinaryInput& input, std::size_t bytes);
 std::int32_t readInt32(BinaryInput& input, std::string_view what);
 float readReal32(BinaryInput& input, std::string_view what);
 double readReal64(BinaryInput& input, std::string_view what);
-// The position moves only when all bytes are there. A long read goes straight into the target, so that every byte of a
+// The position moves only when all bytes are there. A long read goes directly into the target, so that every byte of a
 // file that is read in order is fetched once.
 void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_view what);
 
-// The next bytes where they stand in the read-ahead, until the next read; spares a copy of what is used once. A null
-// pointer, and nothing has moved, when they are more than the read-ahead holds or begin beside an address for numbers
-// of four bytes. Throws like readBytes.
+// The next bytes in the read-ahead, valid until the next read; saves a copy. A null pointer, with the position
+// unchanged, when they are more than the read-ahead or are not aligned to four bytes. Throws like readBytes.
 const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_view what);
 
-// Reads one stretch of the file into several places with one request, past the read-ahead: nothing is copied twice.
-// False, and nothing has moved, when the stretch could not be had whole; reading it piece by piece tells why.
+// Reads consecutive bytes into several buffers by one system call, past the read-ahead. False, with the position
+// unchanged, when not all of them could be read; reading them one by one finds the reason.
 bool readScattered(BinaryInput& input, std::span<const iovec> parts);
 
-// Throws RunError unless `bytes` more bytes follow in the file: the test before anything of that size is allocated.
+// Throws RunError unless `bytes` more bytes follow in the file: the check before anything of that size is allocated.
 void requireBytes(const BinaryInput& input, std::int64_t bytes, std::string_view what);
 
 // RunError "FILE: byte N: expected ..., found ...", for the byte at `position` or the one given. Bytes count from 0, as

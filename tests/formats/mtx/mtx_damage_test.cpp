@@ -25,7 +25,7 @@ MtxContents validContents(MtxLayout layout) {
     return contents;
 }
 
-// One file that is written again and again in its place, which is much quicker than a new file for every damage.
+// One file that is written again and again in place, which is much quicker than a new file for every damage.
 class RewrittenFile {
 public:
     explicit RewrittenFile(const std::string& name)
@@ -79,7 +79,7 @@ protected:
     RewrittenFile damaged{name};
 
     // True when the file could be read; otherwise it must have given one clear line.
-    bool readsOrTells(const std::vector<unsigned char>& bytes) {
+    bool readsOrReports(const std::vector<unsigned char>& bytes) {
         damaged.write(bytes);
         MtxReading reading;
         const std::string message = runErrorOf([&] {
@@ -107,26 +107,26 @@ protected:
 INSTANTIATE_TEST_SUITE_P(layouts, MtxDamageTest, testing::ValuesIn(allLayouts));
 
 TEST_P(MtxDamageTest, theUndamagedFileReads) {
-    EXPECT_TRUE(readsOrTells(buildMtx(validContents(GetParam()), GetParam()).bytes));
+    EXPECT_TRUE(readsOrReports(buildMtx(validContents(GetParam()), GetParam()).bytes));
 }
 
-TEST_P(MtxDamageTest, anEndAnywhereIsTold) {
+TEST_P(MtxDamageTest, anEndAnywhereIsReported) {
     const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
     for (std::size_t length = 0; length < file.bytes.size(); ++length) {
         const auto end = file.bytes.begin() + static_cast<std::ptrdiff_t>(length);
-        EXPECT_FALSE(readsOrTells({file.bytes.begin(), end})) << "cut to " << length << " bytes";
+        EXPECT_FALSE(readsOrReports({file.bytes.begin(), end})) << "cut to " << length << " bytes";
     }
 }
 
 TEST_P(MtxDamageTest, anyByteMayBeWrong) {
     const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
     int refused = 0;
-    for (std::size_t place = 0; place < file.bytes.size(); ++place) {
+    for (std::size_t position = 0; position < file.bytes.size(); ++position) {
         for (const unsigned change : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 128U, 255U}) {
             MtxBytes changed = file;
-            changed.bytes[place] = static_cast<unsigned char>(changed.bytes[place] ^ change);
-            SCOPED_TRACE("byte " + std::to_string(place) + " changed by " + std::to_string(change));
-            refused += readsOrTells(changed.bytes) ? 0 : 1;
+            changed.bytes[position] = static_cast<unsigned char>(changed.bytes[position] ^ change);
+            SCOPED_TRACE("byte " + std::to_string(position) + " changed by " + std::to_string(change));
+            refused += readsOrReports(changed.bytes) ? 0 : 1;
         }
         ASSERT_FALSE(HasFailure());
     }
@@ -141,30 +141,30 @@ TEST_P(MtxDamageTest, everyCountWithExtremeValues) {
         counts.push_back(file.places.paddedCounts + k);
     }
     counts.push_back(GetParam() == MtxLayout::tagged ? 12 : 4);
-    for (const std::size_t place : counts) {
+    for (const std::size_t position : counts) {
         for (const std::int32_t value : {0, -1, std::numeric_limits<std::int32_t>::min(), 1 << 20, 1 << 30,
                                          std::numeric_limits<std::int32_t>::max()}) {
             MtxBytes changed = file;
-            std::memcpy(changed.bytes.data() + place, &value, sizeof value);
-            EXPECT_FALSE(readsOrTells(changed.bytes)) << place << ' ' << value;
+            std::memcpy(changed.bytes.data() + position, &value, sizeof value);
+            EXPECT_FALSE(readsOrReports(changed.bytes)) << position << ' ' << value;
         }
     }
 }
 
-TEST_P(MtxDamageTest, indicesOutsideThePaddedArrayAreToldWithTheirByte) {
+TEST_P(MtxDamageTest, indicesOutsideThePaddedArrayAreReportedWithTheirByte) {
     const MtxBytes file = buildMtx(validContents(GetParam()), GetParam());
-    const std::size_t place = file.places.rowCount[2] + 8;  // the second index of the third row
+    const std::size_t position = file.places.rowCount[2] + 8;  // the second index of the third row
     for (const std::int32_t index : {0, -1, 129, std::numeric_limits<std::int32_t>::min()}) {
         MtxBytes changed = file;
-        std::memcpy(changed.bytes.data() + place, &index, sizeof index);
+        std::memcpy(changed.bytes.data() + position, &index, sizeof index);
         damaged.write(changed.bytes);
         MtxReading reading;
         EXPECT_EQ(runErrorOf([&] {
                       reading.readFiles({name});
                       reading.load();
                   }),
-                  name + ": byte " + std::to_string(place) + ": expected a coefficient index within 1 to 128, found " +
-                      std::to_string(index));
+                  name + ": byte " + std::to_string(position) +
+                      ": expected a coefficient index within 1 to 128, found " + std::to_string(index));
     }
 }
 
@@ -225,10 +225,10 @@ TEST(MtxSecondFile, anyByteOfItMayBeWrong) {
     const MtxBytes file = buildMtx(validContents(MtxLayout::tagged), MtxLayout::tagged);
     RewrittenFile damaged(second);
     int mismatches = 0;
-    for (std::size_t place = 0; place < file.bytes.size(); ++place) {
+    for (std::size_t position = 0; position < file.bytes.size(); ++position) {
         for (const unsigned change : {1U, 128U, 255U}) {
             MtxBytes changed = file;
-            changed.bytes[place] = static_cast<unsigned char>(changed.bytes[place] ^ change);
+            changed.bytes[position] = static_cast<unsigned char>(changed.bytes[position] ^ change);
             damaged.write(changed.bytes);
             MtxReading reading(2);
             try {
@@ -245,8 +245,8 @@ TEST(MtxSecondFile, anyByteOfItMayBeWrong) {
     EXPECT_GT(mismatches, 3 * 4 * 7);  // number of data, mesh, padded mesh, and filter length
 }
 
-// No file has a table of directions for each station, whatever its direction flag says: what stands in the place of the
-// mesh is the mesh.
+// No file has a table of directions for each station, whatever its direction flag says: what stands in the position of
+// the mesh is the mesh.
 TEST(MtxDirections, ABlockForEachStationIsTakenForTheMesh) {
     for (const std::int32_t idir : {-1, 0, 1, 2}) {
         MtxContents contents = validContents(MtxLayout::tagged);
@@ -258,15 +258,15 @@ TEST(MtxDirections, ABlockForEachStationIsTakenForTheMesh) {
             const std::array<float, 2> angles{60.0F, 10.0F};
             std::memcpy(block.data() + station * sizeof angles, angles.data(), sizeof angles);
         }
-        const auto place = static_cast<std::ptrdiff_t>(file.places.meshCounts);
-        file.bytes.insert(file.bytes.begin() + place, block.begin(), block.end());
+        const auto position = static_cast<std::ptrdiff_t>(file.places.meshCounts);
+        file.bytes.insert(file.bytes.begin() + position, block.begin(), block.end());
         testing_support::TemporaryFolder folder;
         const std::string name = folder.file("directions.mtx");
         writeFileBytes(name, file.bytes);
         MtxReading reading;
         const std::string message = runErrorOf([&] { reading.readFiles({name}); });
         expectOneClearLine(message, name);
-        EXPECT_EQ(message.find(name + ": byte " + std::to_string(place) + ": "), 0U) << message;
+        EXPECT_EQ(message.find(name + ": byte " + std::to_string(position) + ": "), 0U) << message;
         // 60.0 and 10.0 read as whole numbers.
         EXPECT_NE(message.find("1114636288"), std::string::npos) << message;
     }

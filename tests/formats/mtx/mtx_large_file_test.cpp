@@ -25,10 +25,10 @@ public:
     SparseFile(const SparseFile&) = delete;
     SparseFile& operator=(const SparseFile&) = delete;
 
-    void put(std::int64_t place, const void* bytes, std::size_t count) {
-        EXPECT_EQ(::pwrite(handle_, bytes, count, place), static_cast<ssize_t>(count));
+    void put(std::int64_t position, const void* bytes, std::size_t count) {
+        EXPECT_EQ(::pwrite(handle_, bytes, count, position), static_cast<ssize_t>(count));
     }
-    void put(std::int64_t place, std::int32_t value) { put(place, &value, sizeof value); }
+    void put(std::int64_t position, std::int32_t value) { put(position, &value, sizeof value); }
 
 private:
     int handle_;
@@ -103,7 +103,7 @@ TEST_F(MtxLargeFileTest, theScanOfRecordsReadsFramesAndCountsAlone) {
     EXPECT_EQ(reading.rowOffset.back(), 1 + std::int64_t{nData} * (longRow - 1));
 }
 
-TEST_F(MtxLargeFileTest, rowsBehindFourGibibytesAreLoadedFromTheirPlace) {
+TEST_F(MtxLargeFileTest, rowsAfterFourGibibytesAreLoaded) {
     // Three dense rows of 4 * 2^29 bytes would not fit the test; a long row of holes is skipped by hand instead.
     contents.dataType = 7;
     const MtxBytes file = buildMtx(contents, MtxLayout::bare);
@@ -125,7 +125,7 @@ TEST_F(MtxLargeFileTest, rowsBehindFourGibibytesAreLoadedFromTheirPlace) {
 }
 
 TEST_F(MtxLargeFileTest, rowsMustBeginWithinTwoGibibytes) {
-    // 80 million stations of 28 bytes put the rows behind byte 2147483647.
+    // 80 million stations of 28 bytes put the rows after byte 2147483647.
     contents.nData = 80'000'000;
     contents.stations.clear();
     contents.rows.clear();

@@ -21,8 +21,8 @@ MtxContents recordContents() {
     return contents;
 }
 
-void overwrite(std::vector<unsigned char>& bytes, std::size_t place, std::int32_t value) {
-    std::memcpy(bytes.data() + place, &value, sizeof value);
+void overwrite(std::vector<unsigned char>& bytes, std::size_t position, std::int32_t value) {
+    std::memcpy(bytes.data() + position, &value, sizeof value);
 }
 
 class MtxRecordTest : public testing::Test {
@@ -108,13 +108,13 @@ TEST_F(MtxRecordTest, everyTestOfTheDetectionCounts) {
     const MtxBytes file = buildMtx(recordContents(), MtxLayout::record);
     writeFileBytes(name, file.bytes);
     EXPECT_TRUE(isMtxRecordForm(name));
-    for (std::size_t place = 0; place < 28; place += 4) {
+    for (std::size_t position = 0; position < 28; position += 4) {
         for (const std::int32_t value : {0, -3, 21}) {
             MtxBytes changed = file;
-            overwrite(changed.bytes, place, value);
+            overwrite(changed.bytes, position, value);
             writeFileBytes(name, changed.bytes);
             // Any number of data above 0 will do.
-            EXPECT_EQ(isMtxRecordForm(name), place == 4 && value > 0) << place << ' ' << value;
+            EXPECT_EQ(isMtxRecordForm(name), position == 4 && value > 0) << position << ' ' << value;
         }
     }
     for (std::size_t length = 0; length < 28; ++length) {
@@ -157,10 +157,10 @@ TEST_F(MtxRecordTest, aFilterLongerThanTwentyFourIsRefused) {
 TEST_F(MtxRecordTest, everyFrameIsChecked) {
     const MtxBytes file = buildMtx(recordContents(), MtxLayout::record);
     std::size_t frames = 0;
-    for (std::size_t place = 0; place < file.bytes.size();) {
+    for (std::size_t position = 0; position < file.bytes.size();) {
         std::int32_t length = 0;
-        std::memcpy(&length, file.bytes.data() + place, sizeof length);
-        for (const std::size_t frame : {place, place + 4 + static_cast<std::size_t>(length)}) {
+        std::memcpy(&length, file.bytes.data() + position, sizeof length);
+        for (const std::size_t frame : {position, position + 4 + static_cast<std::size_t>(length)}) {
             for (const std::int32_t wrong : {length - 4, length + 4, -length, 0, 2147483647}) {
                 MtxBytes changed = file;
                 overwrite(changed.bytes, frame, wrong);
@@ -172,7 +172,7 @@ TEST_F(MtxRecordTest, everyFrameIsChecked) {
                 ++frames;
             }
         }
-        place += 8 + static_cast<std::size_t>(length);
+        position += 8 + static_cast<std::size_t>(length);
     }
     EXPECT_EQ(frames, 5U * 2 * (6 + 4));
 }

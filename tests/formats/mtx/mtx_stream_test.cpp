@@ -305,7 +305,7 @@ TEST_F(MtxStreamTest, sparseRowsReadAtOnceAndDenseOnesBetweenThemAreTheRowsOfThe
     }
 }
 
-TEST_F(MtxStreamTest, aWrongIndexBehindManyRowsIsToldWithItsByte) {
+TEST_F(MtxStreamTest, aWrongIndexAfterManyRowsIsReportedWithItsByte) {
     MtxContents contents = numberedContents(600);
     contents.rows[555].index[1] = 65;
     const MtxPlaces places = writeMtx(folder.file("a.mtx"), contents, MtxLayout::tagged);
@@ -317,7 +317,7 @@ TEST_F(MtxStreamTest, aWrongIndexBehindManyRowsIsToldWithItsByte) {
 }
 
 TEST_F(MtxStreamTest, loadingAnEmptyRowConsumesADenseOneAndMisreadsWhatFollows) {
-    // Padded array of 4: the empty row 1 takes the four words behind its count. Row 2's count is 2, so its five words
+    // Padded array of 4: the empty row 1 takes the four words after its count. Row 2's count is 2, so its five words
     // are 2, 3, 4, and the values; the fifth is then misread as row 2's count: chosen to be 1, an index and a value
     // follow in row 3.
     MtxContents contents = numberedContents(4, {2, 2, 1}, {2, 2, 1});
