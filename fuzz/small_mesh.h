@@ -14,7 +14,7 @@ inline MeshGeometry smallMesh(Choices& choices) {
         count = static_cast<std::int32_t>(cells);
         for (std::size_t node = 0; node <= cells; ++node) {
             nodes.push_back(10.0 * static_cast<double>(node));
-}
+        }
         widths.resize(cells);
         centres.resize(cells);
     };

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include "init/tradeoff_search.h"
 #include "forward/number_text.h"
+#include "init/tradeoff_search.h"
 #include "survey/data_types.h"
 
 namespace voxlith {

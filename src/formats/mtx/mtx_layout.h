@@ -53,7 +53,8 @@ struct MtxHeader {
     std::vector<float> coefLow;   // low-pass filter
     std::vector<float> coefHigh;  // high-pass filter, as long; empty in the record form, which does not hold it
     float weightParamA = 0, weightParamB = 0;
-    InversionStyle inversionStyle = InversionStyle::standard;  // by the layers of the padded mesh; the tail of newer files overrules it
+    InversionStyle inversionStyle =
+        InversionStyle::standard;  // by the layers of the padded mesh; the tail of newer files overrules it
 
     std::int64_t nCells() const { return std::int64_t{cells.y} * cells.x * cells.z; }
     std::int64_t nPadded() const { return std::int64_t{padded.y} * padded.x * padded.z; }
