@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cassert>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -188,11 +189,13 @@ bool parseNumber(std::string_view word, std::int32_t& target) {
 }
 
 const char* scanNumber(const char* word, const char* limit, double& target) {
+    assert(word < limit);
     const char* const end = scanShortNumber(word, target);
     return end != nullptr ? end : scanAnyLength(word, limit, target);
 }
 
 const char* scanNumber(const char* word, const char* limit, float& target) {
+    assert(word < limit);
     double value = 0;
     const char* const end = scanShortNumber(word, value);
     if (end == nullptr || !roundsSafelyToFloat(value)) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -91,6 +92,7 @@ void expectOutput(OutputFile& file, std::size_t bytes) {
 }
 
 char* reserveOutput(OutputFile& file, std::size_t count) {
+    assert(file.handle >= 0 && count <= file.buffer.size());
     if (count > file.buffer.size() - file.used) {
         writeBuffer(file);
     }
@@ -98,6 +100,7 @@ char* reserveOutput(OutputFile& file, std::size_t count) {
 }
 
 void commitOutput(OutputFile& file, std::size_t count) {
+    assert(count <= file.buffer.size() - file.used);
     file.used += count;
 }
 

@@ -1,5 +1,6 @@
 #include "formats/background_files.h"
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -16,6 +17,7 @@ constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";  // as other pr
 constexpr std::string_view star = "           *";
 
 bool bothValid(const ObsSet& obs, std::size_t n) {
+    assert(n < obs.obsData.size() && n < obs.predData.size());
     return isValid(obs.obsData[n]) && isValid(obs.predData[n]);
 }
 

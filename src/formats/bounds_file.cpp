@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <span>
@@ -184,6 +185,9 @@ void readPairsFile(Messages& messages, Positivity positivity, const std::string&
 
 void readBoundsFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                     std::int32_t nModelTypes, ModelBounds& bounds) {
+    [[maybe_unused]] const std::size_t values = mesh.cellCount() * static_cast<std::size_t>(nModelTypes);
+    assert(bounds.boundType.size() == values && bounds.fixedCell.size() == values);
+    assert(bounds.lowerBound.size() == values && bounds.upperBound.size() == values);
     bounds.nFixedCells = 0;
     const std::string_view text = shortText(name);
     if (isNullWord(text)) {

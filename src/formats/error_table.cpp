@@ -1,5 +1,6 @@
 #include "formats/error_table.h"
 
+#include <cassert>
 #include <cstddef>
 
 #include "base/output_file.h"
@@ -50,6 +51,7 @@ void putTwoComponents(TextLine& line, const ObsSet& obs, std::size_t record) {
 }  // namespace
 
 void writeErrorTable(const ObsSet& obs) {
+    assert(obs.predData.size() == obs.obsData.size() && obs.obsStd.size() == obs.obsData.size());
     OutputFile file;
     openOutputFile(file, "voxlith_error.dat");
     appendOutputLine(file, obs.nDataTypes == 1 ? oneHeader : twoHeader);

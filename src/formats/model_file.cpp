@@ -64,6 +64,7 @@ void writeValues(OutputFile& file, std::span<const double> values) {
 
 void readModelFile(Messages& messages, Positivity positivity, const std::string& name, const MeshGeometry& mesh,
                    std::int32_t nModelTypes, std::span<double> target, const ModelBounds& bounds, float fillValue) {
+    assert(target.size() >= mesh.cellCount() * static_cast<std::size_t>(nModelTypes));
     const std::span<double> allTypes = target.first(mesh.cellCount() * static_cast<std::size_t>(nModelTypes));
     std::fill(allTypes.begin(), allTypes.end(), static_cast<double>(fillValue));
     const std::string_view text = shortText(name);

@@ -1,11 +1,13 @@
 #include "formats/weight_file.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 #include "base/free_format.h"
 #include "base/text_input.h"
 #include "base/tokens.h"
+#include "survey/data_types.h"
 
 namespace voxlith {
 
@@ -100,6 +102,10 @@ double volumeOf(const MeshGeometry& mesh) {
 
 void readWeightFiles(Messages& messages, InversionStyle inversionStyle, Alphas& alphas, std::int32_t nWeightFiles,
                      std::span<const std::string> names, const MeshGeometry& mesh, SmoothnessWeights& weights) {
+    assert((nWeightFiles == 1 || nWeightFiles == maxWeightFiles) &&
+           names.size() >= static_cast<std::size_t>(nWeightFiles));
+    assert(weights.wtS.size() == mesh.cellCount() && weights.wtE.size() == mesh.cellCount());
+    assert(weights.wtN.size() == mesh.cellCount() && weights.wtZ.size() == mesh.cellCount());
     dropAlphasWithoutDifferences(inversionStyle, mesh, alphas);
     const double meshVolume = volumeOf(mesh);
     const std::size_t nx = static_cast<std::size_t>(mesh.nx);

@@ -1,6 +1,7 @@
 #include "survey/line_average.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "spline/voxlith_spline.h"
 #include "survey/dummy_value.h"
@@ -36,6 +37,8 @@ struct LineSpline {
 };
 
 LineSpline fitLine(const LineRange& range, LineIntegration& lines, std::span<const double> values) {
+    assert(lines.splineTable.size() >= splineColumns * range.count);
+    assert(lines.lineTime.size() >= range.station + range.count && values.size() >= range.record + range.count);
     const LineSpline spline{static_cast<std::int32_t>(range.count), lines.lineTime.data() + range.station,
                             lines.splineTable.data()};
     for (std::size_t i = 0; i < range.count; ++i) {
@@ -75,6 +78,7 @@ void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<doub
     if (!(lines.integrationInterval > 0.0F)) {
         return;
     }
+    assert(values.size() == static_cast<std::size_t>(obs.nData));
     const double half = halfWindow(lines);
     const auto interval = static_cast<double>(lines.integrationInterval);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
@@ -88,6 +92,8 @@ void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<doub
 
 void spreadAlongLines(const ObsSet& obs, const LineIntegration& lines, std::span<const double> observed,
                       std::span<const double> predicted, std::span<double> residual, std::span<double> work) {
+    assert(observed.size() == residual.size() && predicted.size() == residual.size());
+    assert(work.size() >= residual.size());
     std::fill_n(work.begin(), residual.size(), 0.0);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
         const LineRange range = rangeOfLine(obs, line);

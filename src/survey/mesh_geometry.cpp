@@ -1,5 +1,6 @@
 #include "survey/mesh_geometry.h"
 
+#include <cassert>
 #include <cmath>
 #include <span>
 
@@ -8,6 +9,7 @@ namespace voxlith {
 namespace {
 
 void fillAxis(std::span<const double> node, std::span<double> width, std::span<double> centre) {
+    assert(node.size() == width.size() + 1 && centre.size() == width.size());
     for (std::size_t cell = 0; cell < width.size(); ++cell) {
         width[cell] = node[cell + 1] - node[cell];
         centre[cell] = 0.5 * (node[cell] + node[cell + 1]);

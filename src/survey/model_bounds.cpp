@@ -1,6 +1,7 @@
 #include "survey/model_bounds.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 #include "survey/dummy_value.h"
@@ -30,6 +31,8 @@ double projectedValue(Positivity positivity, std::int32_t boundType, double lowe
 }  // namespace
 
 void projectModel(Positivity positivity, const ModelBounds& bounds, std::span<double> model) {
+    assert(bounds.fixedCell.size() >= model.size() && bounds.boundType.size() >= model.size());
+    assert(bounds.lowerBound.size() >= model.size() && bounds.upperBound.size() >= model.size());
     for (std::size_t cell = 0; cell < model.size(); ++cell) {
         if (bounds.fixedCell[cell] == 0 && isValid(model[cell])) {
             model[cell] = projectedValue(positivity, bounds.boundType[cell], bounds.lowerBound[cell],

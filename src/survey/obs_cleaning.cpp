@@ -1,5 +1,6 @@
 #include "survey/obs_cleaning.h"
 
+#include <cassert>
 #include <cmath>
 
 #include "survey/dummy_value.h"
@@ -22,6 +23,7 @@ void maskOutsideLimits(ObsSet& obs, const ObsCleaning& cleaning, std::size_t com
 }  // namespace
 
 void cleanObserved(ObsSet& obs, const ObsCleaning& cleaning, std::size_t component, std::size_t record) {
+    assert(obs.index(component, record) < obs.obsData.size());
     double& datum = obs.obsData[obs.index(component, record)];
     float& std = obs.obsStd[obs.index(component, record)];
     maskOutsideLimits(obs, cleaning, component, datum);
@@ -43,6 +45,7 @@ void cleanObserved(ObsSet& obs, const ObsCleaning& cleaning, std::size_t compone
 }
 
 void cleanReference(ObsSet& obs, const ObsCleaning& cleaning, std::size_t component, std::size_t record) {
+    assert(obs.index(component, record) < obs.refData.size());
     double& datum = obs.refData[obs.index(component, record)];
     const float std = obs.obsStd[obs.index(component, record)];
     maskOutsideLimits(obs, cleaning, component, datum);

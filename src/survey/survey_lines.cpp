@@ -1,6 +1,7 @@
 #include "survey/survey_lines.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace voxlith {
 
@@ -24,6 +25,7 @@ LineName lineNameFrom(std::string_view text) {
 }
 
 void enterLineRecord(ObsSet& obs, std::size_t record, const LineName& name) {
+    assert(record < obs.dataLine.size() && obs.lineName.size() >= obs.dataLine.size());
     const std::int32_t recordNumber = static_cast<std::int32_t>(record) + 1;
     if (record == 0) {
         obs.nLines = 0;

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents and the manual pages to the programs.
 
-    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | Compatibility | ManualPages ...]
+    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | Compatibility | Modules | ManualPages ...]
 
 The commands in docs/ are run and what the documents show is compared with what the programs leave; options, messages and links are
 compared with the programs, the sources and the files. --accept writes what the programs leave into the documents.
@@ -339,6 +339,24 @@ class Compatibility(unittest.TestCase):
             for line in lines:
                 with self.subTest(path=path, line=line.strip()):
                     self.assertRegex(line, self.TAG)
+
+
+class Modules(unittest.TestCase):
+    """Dependencies between the modules point down only, as docs/architecture.md has them."""
+
+    def test_includes_point_down(self):
+        chain = re.search(r'point down only: ([^.]*)\.', read(DOCS, 'architecture.md')).group(1)
+        levels = [level.split(', ') for level in chain.split(' > ')]
+        modules = [module for level in levels for module in level]
+        self.assertEqual(sorted(modules), sorted(next(os.walk(os.path.join(ROOT, 'src')))[1]))
+        rank = {module: n for n, level in enumerate(levels) for module in level}
+        for folder, _, names in os.walk(os.path.join(ROOT, 'src')):
+            module = os.path.relpath(folder, os.path.join(ROOT, 'src')).split(os.sep)[0]
+            for name in names if module in rank else []:
+                for other in re.findall(r'(?m)^#include "(\w+)/', read(folder, name)):
+                    with self.subTest(file=os.path.join(folder, name), includes=other):
+                        self.assertTrue(other == module or rank[other] > rank[module] or
+                                        (rank[other] == rank[module] and other in ('base', 'simd')))
 
 
 class ManualPages(unittest.TestCase):

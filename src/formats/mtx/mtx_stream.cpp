@@ -130,6 +130,9 @@ void readStreamMesh(MtxInput& file, const MtxHeader* first, std::span<double> x,
 
 void readStreamNodes(MtxInput& file, MeshGeometry& mesh, std::span<float> depthWeight) {
     BinaryInput& input = file.input;
+    assert(static_cast<std::int32_t>(mesh.yNode.size()) == file.header.cells.y + 1);
+    assert(static_cast<std::int32_t>(mesh.xNode.size()) == file.header.cells.x + 1);
+    assert(static_cast<std::int32_t>(mesh.zNode.size()) == file.header.cells.z + 1);
     readFinite(input, mesh.yNode, "the y nodes");
     readFinite(input, mesh.xNode, "the x nodes");
     readFinite(input, mesh.zNode, "the z nodes");

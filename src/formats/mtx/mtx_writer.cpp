@@ -146,7 +146,7 @@ void checkMtxLimits(const MtxHeader& header) {
     if (header.form != MtxForm::record) {
         if (headLength(header) > longestInt32) {
             throw RunError("mesh and stations take " + std::to_string(headLength(header)) +
-                           " bytes of the file in front of the rows; at most " + std::to_string(longestInt32) +
+                           " bytes of the file before the rows; at most " + std::to_string(longestInt32) +
                            " can be stored");
         }
         return;
