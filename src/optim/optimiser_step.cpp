@@ -16,18 +16,22 @@ constexpr int plisStart = -1;
 constexpr int plisSearch = 3;
 
 int plisStateOf(const TaskWord& task) {
-    if (taskIs(task, "START"))
+    if (taskIs(task, "START")) {
         return plisStart;
+    }
     return taskIs(task, "FG_LN") ? plisSearch : 0;
 }
 
 std::string_view wordOfPlis(int state, int stopCode) {
-    if (state == plisStart)
+    if (state == plisStart) {
         return "FG_START";
-    if (state == plisSearch)
+    }
+    if (state == plisSearch) {
         return "FG_LN";
-    if (stopCode == 0)
+    }
+    if (stopCode == 0) {
         return "NEW_X";
+    }
     return stopCode > 0 ? "CONVERGED" : "ERROR";
 }
 

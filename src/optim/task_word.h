@@ -22,8 +22,9 @@ inline void setTask(TaskWord& task, std::string_view text) {
 // The word without its trailing blanks. The view is valid as long as `task` is.
 inline std::string_view taskText(const TaskWord& task) {
     std::size_t length = sizeof task.text;
-    while (length > 0 && task.text[length - 1] == ' ')
+    while (length > 0 && task.text[length - 1] == ' ') {
         --length;
+    }
     return {task.text, length};
 }
 
@@ -34,8 +35,9 @@ inline bool taskBegins(const TaskWord& task, std::string_view start) {
 
 // True if the word is `text`; trailing blanks on either side are ignored.
 inline bool taskIs(const TaskWord& task, std::string_view text) {
-    while (text.ends_with(' '))
+    while (text.ends_with(' ')) {
         text.remove_suffix(1);
+    }
     return taskText(task) == text;
 }
 

@@ -13,18 +13,23 @@ bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task) 
         setTask(task, reason);
         valid = false;
     };
-    if (problem.n <= 0)
+    if (problem.n <= 0) {
         refuse("ERROR: N .LE. 0");
-    if (problem.m <= 0)
+    }
+    if (problem.m <= 0) {
         refuse("ERROR: M .LE. 0");
-    if (factr < 0.0)
+    }
+    if (factr < 0.0) {
         refuse("ERROR: FACTR .LT. 0");
+    }
     const std::size_t n = problem.n > 0 ? static_cast<std::size_t>(problem.n) : 0;
     for (std::size_t i = 0; i < n; ++i) {
-        if (problem.nbd[i] < 0 || problem.nbd[i] > 5)
+        if (problem.nbd[i] < 0 || problem.nbd[i] > 5) {
             refuse("ERROR: INVALID NBD");
-        if (problem.nbd[i] == 3 && problem.fixedFlag[i] == 0 && problem.l[i] > problem.u[i])
+        }
+        if (problem.nbd[i] == 3 && problem.fixedFlag[i] == 0 && problem.l[i] > problem.u[i]) {
             refuse("ERROR: NO FEASIBLE SOLUTION");
+        }
     }
     return valid;
 }
@@ -42,14 +47,17 @@ BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span
             x[i] = problem.u[i];
             kind.startProjected = true;
         }
-        if (code != 3)
+        if (code != 3) {
             kind.boxed = false;
-        if (code != 0 || fixed)
+        }
+        if (code != 0 || fixed) {
             kind.constrained = true;
-        if (fixed || (code == 3 && problem.u[i] - problem.l[i] <= 0.0))
+        }
+        if (fixed || (code == 3 && problem.u[i] - problem.l[i] <= 0.0)) {
             status[i] = alwaysFixed;
-        else
+        } else {
             status[i] = code == 0 ? unbounded : freeBetweenBounds;
+        }
     }
     return kind;
 }
@@ -70,8 +78,9 @@ BoundsBlock boundsOfBlock(const BoxProblem& problem, std::size_t first, std::siz
 
 bool isAlike(const BoundsBlock& bounds) {
     for (std::size_t i = 0; i < bounds.length; ++i) {
-        if (bounds.fixed[i] != 0 || bounds.code[i] != bounds.code[0])
+        if (bounds.fixed[i] != 0 || bounds.code[i] != bounds.code[0]) {
             return false;
+        }
     }
     return true;
 }
@@ -85,11 +94,13 @@ struct LargestValues {
     void take(const double* values, std::size_t length) {
         std::size_t i = 0;
         for (; i + laneCount <= length; i += laneCount) {
-            for (std::size_t k = 0; k < laneCount; ++k)
+            for (std::size_t k = 0; k < laneCount; ++k) {
                 parseOne(k, values[i + k]);
+            }
         }
-        for (std::size_t k = 0; i < length; ++i, ++k)
+        for (std::size_t k = 0; i < length; ++i, ++k) {
             parseOne(k, values[i]);
+        }
     }
     void parseOne(std::size_t k, double value) {
         const double size = std::abs(value);
@@ -99,8 +110,9 @@ struct LargestValues {
     double largest() const {
         double result = 0.0;
         for (std::size_t k = 0; k < laneCount; ++k) {
-            if (std::isnan(disorder[k]))
+            if (std::isnan(disorder[k])) {
                 return disorder[k];
+            }
             result = std::max(result, lane[k]);
         }
         return result;
@@ -186,8 +198,9 @@ void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, con
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit) {
     for (std::size_t i = 0; i < d.size(); ++i) {
         const double length = std::abs(d[i]);
-        if (problem.maxStep[i] > 0.0 && length > 0.0 && length * limit > problem.maxStep[i])
+        if (problem.maxStep[i] > 0.0 && length > 0.0 && length * limit > problem.maxStep[i]) {
             limit = problem.maxStep[i] / length;
+        }
     }
     return limit;
 }

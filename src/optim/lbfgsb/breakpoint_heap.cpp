@@ -12,10 +12,12 @@ void sink(std::span<double> times, std::span<std::int32_t> variables, std::size_
     const double time = times[place];
     const std::int32_t variable = variables[place];
     for (std::size_t below = 2 * place + 1; below < count; below = 2 * place + 1) {
-        if (below + 1 < count && times[below + 1] < times[below])
+        if (below + 1 < count && times[below + 1] < times[below]) {
             ++below;
-        if (!(times[below] < time))
+        }
+        if (!(times[below] < time)) {
             break;
+        }
         times[place] = times[below];
         variables[place] = variables[below];
         place = below;
@@ -27,8 +29,9 @@ void sink(std::span<double> times, std::span<std::int32_t> variables, std::size_
 }  // namespace
 
 void makeHeap(std::span<double> times, std::span<std::int32_t> variables, std::size_t count) {
-    for (std::size_t place = count / 2; place-- > 0;)
+    for (std::size_t place = count / 2; place-- > 0;) {
         sink(times, variables, place, count);
+    }
 }
 
 void popLeast(std::span<double> times, std::span<std::int32_t> variables, std::size_t count) {

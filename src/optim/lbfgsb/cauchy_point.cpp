@@ -73,10 +73,12 @@ bool popNextBreakpoint(const BoxProblem& problem, std::span<const double> x, con
     if (queue.count == 0) {
         const double expected = 2.0 * std::max(path.leastTime, model.time + model.timeToMinimum);
         collectBreakpoints(problem, x, expected > queue.limit ? expected : infinity, arrays, queue);
-        if (queue.count == 0)
+        if (queue.count == 0) {
             collectBreakpoints(problem, x, infinity, arrays, queue);
-        if (queue.count == 0)
+        }
+        if (queue.count == 0) {
             return false;
+        }
     }
     popLeast(arrays.breakpoints, arrays.order, queue.count);
     --queue.count;
@@ -104,15 +106,17 @@ void leaveVariable(const CorrectionMemory& memory, double speed, double travel, 
     model.curvature -= memory.theta * speedSquared;
     const std::size_t order = 2 * memory.count;
     if (order > 0) {
-        for (std::size_t k = memory.count; k < order; ++k)
+        for (std::size_t k = memory.count; k < order; ++k) {
             arrays.row[k] *= memory.theta;
+        }
         multiplyByMiddleMatrix(memory, arrays.row, arrays.product);
         const auto product = arrays.product.first(order);
         const double withC = innerProduct(arrays.c.first(order), product);
         const double withP = innerProduct(arrays.p.first(order), product);
         const double withRow = innerProduct(arrays.row.first(order), product);
-        for (std::size_t k = 0; k < order; ++k)
+        for (std::size_t k = 0; k < order; ++k) {
             arrays.p[k] -= speed * arrays.row[k];
+        }
         model.slope += speed * withC;
         model.curvature += 2.0 * speed * withP - speedSquared * withRow;
     }
@@ -120,14 +124,16 @@ void leaveVariable(const CorrectionMemory& memory, double speed, double travel, 
 }
 
 void moveC(const CauchyArrays& arrays, std::size_t order, double length) {
-    for (std::size_t k = 0; k < order; ++k)
+    for (std::size_t k = 0; k < order; ++k) {
         arrays.c[k] += length * arrays.p[k];
+    }
 }
 
 double largestSize(std::span<const double> values) {
     double largest = 0.0;
-    for (const double value : values)
+    for (const double value : values) {
         largest = std::max(largest, std::abs(value));
+    }
     return largest;
 }
 
@@ -142,8 +148,9 @@ CauchyPoint walk(const BoxProblem& problem, const CorrectionMemory& memory, std:
     for (; left > 0 && popNextBreakpoint(problem, x, path, model, arrays, queue); --left) {
         const double next = arrays.breakpoints[queue.count];
         const double length = next - model.time;
-        if (model.timeToMinimum < length)
+        if (model.timeToMinimum < length) {
             break;
+        }
         const auto b = static_cast<std::size_t>(arrays.order[queue.count]);
         const double speed = arrays.direction[b];
         const double travel = stopAtBound(problem, memory, x, b, arrays);
@@ -168,15 +175,17 @@ CauchyPoint walk(const BoxProblem& problem, const CorrectionMemory& memory, std:
 
 CauchyPoint findCauchyPoint(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
                             PathStart& path, const CauchyArrays& arrays) {
-    if (!path.moves)
+    if (!path.moves) {
         return {};
+    }
     const std::size_t order = 2 * memory.count;
     const double sizeAtStart = largestSize(arrays.p.first(order));
     const CauchyPoint end = walk(problem, memory, x, path, arrays);
     // What is left of p behind many stops is little more than their rounding errors: the subspace step needs better.
     constexpr double muchCancelled = 1.0e-3;
-    if (end.blocks > 1 && largestSize(arrays.p.first(order)) < muchCancelled * sizeAtStart)
+    if (end.blocks > 1 && largestSize(arrays.p.first(order)) < muchCancelled * sizeAtStart) {
         multiplyByPairs(memory, arrays.direction, arrays.products, arrays.p);
+    }
     return end;
 }
 

@@ -9,8 +9,9 @@ namespace {
 
 void shiftTowardsOldest(SmallMatrix matrix, std::size_t order) {
     for (std::size_t i = 0; i + 1 < order; ++i) {
-        for (std::size_t j = 0; j <= i; ++j)
+        for (std::size_t j = 0; j <= i; ++j) {
             matrix(i, j) = matrix(i + 1, j + 1);
+        }
     }
 }
 
@@ -36,8 +37,9 @@ void gatherProducts(const CorrectionMemory& memory, const PairProducts& products
 void multiplyByPairs(const CorrectionMemory& memory, std::span<const double> v, const PairProducts& products,
                      std::span<double> result) {
     std::fill(products.sums.begin(), products.sums.end(), 0.0);
-    for (std::size_t first = 0; first < memory.n; first += blockLength)
+    for (std::size_t first = 0; first < memory.n; first += blockLength) {
         addPairProducts(memory, first, {{v.data() + first}, 1, std::min(blockLength, memory.n - first)}, products);
+    }
     gatherProducts(memory, products, 0, result);
 }
 
@@ -51,16 +53,18 @@ void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const doub
     double* const stepPart = result.data() + count;
     for (std::size_t i = 0; i < count; ++i) {
         double sum = 0.0;
-        for (std::size_t k = 0; k < i; ++k)
+        for (std::size_t k = 0; k < i; ++k) {
             sum += sDotY(i, k) * v[k] / sDotY(k, k);
+        }
         stepPart[i] = v[count + i] + sum;
     }
     solveLower(memory.middleFactor, count, stepPart);
     solveLowerTransposed(memory.middleFactor, count, stepPart);
     for (std::size_t i = 0; i < count; ++i) {
         double sum = 0.0;
-        for (std::size_t k = i + 1; k < count; ++k)
+        for (std::size_t k = i + 1; k < count; ++k) {
             sum += sDotY(k, i) * stepPart[k];
+        }
         changePart[i] = (sum - v[i]) / sDotY(i, i);
     }
 }
@@ -86,8 +90,9 @@ bool factorMiddleMatrix(const CorrectionMemory& memory) {
     for (std::size_t i = 0; i < memory.count; ++i) {
         for (std::size_t j = 0; j <= i; ++j) {
             double sum = 0.0;
-            for (std::size_t k = 0; k < j; ++k)
+            for (std::size_t k = 0; k < j; ++k) {
                 sum += sDotY(i, k) * sDotY(j, k) / sDotY(k, k);
+            }
             memory.middleFactor(i, j) = sum + memory.theta * memory.sDotS(i, j);
         }
     }

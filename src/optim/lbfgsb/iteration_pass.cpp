@@ -25,10 +25,12 @@ void storePair(const Piece& block, const IterationPassArrays& arrays) {
     const double* const d = arrays.direction.data() + block.first;
     double* const change = arrays.newChange.data() + block.first;
     double* const step = arrays.newStep.data() + block.first;
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         change[i] = g[i] - lastG[i];
-    for (std::size_t i = 0; i < block.length; ++i)
+    }
+    for (std::size_t i = 0; i < block.length; ++i) {
         step[i] = arrays.stepLength * d[i];
+    }
 }
 
 // Lets the table follow the variables that have met a bound or left one since the last Cauchy point.
@@ -36,12 +38,14 @@ void followStatus(const Piece& block, const CorrectionMemory& memory, std::size_
                   const IterationPassArrays& arrays) {
     const std::int32_t* const status = arrays.status.data() + block.first;
     std::size_t changed = 0;
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         changed += isFree(status[i]) != isFree(block.statusBefore[i]);
+    }
     for (std::size_t i = 0; changed > 0 && i < block.length; ++i) {
         const bool free = isFree(status[i]);
-        if (free == isFree(block.statusBefore[i]))
+        if (free == isFree(block.statusBefore[i])) {
             continue;
+        }
         gatherRow(memory, olderPairs, block.first + i, arrays.row);
         moveVariable(arrays.table, memory.m, olderPairs, arrays.row, free);
     }
@@ -53,8 +57,9 @@ void startPath(const BoxProblem& problem, const CorrectionMemory& memory, PathKi
     double* const direction = arrays.direction.data() + block.first;
     std::int32_t* const status = arrays.status.data() + block.first;
     if (kind == PathKind::straight) {
-        for (std::size_t i = 0; i < block.length; ++i)
+        for (std::size_t i = 0; i < block.length; ++i) {
             direction[i] = -g[i];
+        }
         path.freeCount += block.length;
         return;
     }
@@ -70,8 +75,9 @@ void startPath(const BoxProblem& problem, const CorrectionMemory& memory, PathKi
         std::copy_n(status, block.length, block.statusBefore.begin());
         boxKernels().startPath(box, block.length, arrays.x.data() + block.first, g, status, direction, path);
         const std::size_t olderPairs = memory.count - (arrays.newStep.empty() ? 0 : 1);
-        if (memory.count > 0 && olderPairs > 0)
+        if (memory.count > 0 && olderPairs > 0) {
             followStatus(block, memory, olderPairs, arrays);
+        }
     }
     block.anyFixed = path.freeCount - freeBefore < block.length;
 }
@@ -93,8 +99,9 @@ VectorBlock vectorsOf(const IterationPassArrays& arrays, Piece& block) {
     vectors.length = block.length;
     vectors.vector[pathVector] = arrays.direction.data() + block.first;
     vectors.count = 1;
-    if (arrays.newStep.empty())
+    if (arrays.newStep.empty()) {
         return vectors;
+    }
     vectors.vector[newestStep] = arrays.newStep.data() + block.first;
     vectors.vector[newestFreeChange] = arrays.newChange.data() + block.first;
     vectors.count = 3;
@@ -110,10 +117,12 @@ VectorBlock vectorsOf(const IterationPassArrays& arrays, Piece& block) {
 void prefetchNext(const Piece& block, PathKind kind, const IterationPassArrays& arrays) {
     prefetchNextBlock(arrays.g.data() + block.first, block.length);
     prefetchNextBlock(arrays.direction.data() + block.first, block.length);
-    if (!arrays.newStep.empty())
+    if (!arrays.newStep.empty()) {
         prefetchNextBlock(arrays.lastG.data() + block.first, block.length);
-    if (kind == PathKind::straight)
+    }
+    if (kind == PathKind::straight) {
         return;
+    }
     prefetchNextBlock(arrays.x.data() + block.first, block.length);
     prefetchNextBlock(arrays.status.data() + block.first, block.length);
 }
@@ -132,12 +141,14 @@ PathStart startIterationPass(const BoxProblem& problem, const CorrectionMemory& 
     for (block.first = 0; block.first < arrays.x.size(); block.first += blockLength) {
         block.length = std::min(blockLength, arrays.x.size() - block.first);
         prefetchNext(block, kind, arrays);
-        if (!arrays.newStep.empty())
+        if (!arrays.newStep.empty()) {
             storePair(block, arrays);
+        }
         startPath(problem, memory, kind, arrays, block, path);
         path.directionSquared += squareOf(arrays.direction.data() + block.first, block.length);
-        if (memory.count > 0)
+        if (memory.count > 0) {
             addPairProducts(memory, block.first, vectorsOf(arrays, block), arrays.products);
+        }
     }
     return path;
 }

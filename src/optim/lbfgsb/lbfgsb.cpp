@@ -83,8 +83,9 @@ PairProducts productsOf(const Engine& engine) {
 
 PathKind pathKindOf(const Engine& engine, const CorrectionMemory& memory) {
     // Without bounds the Cauchy point is of no use: the subspace step starts from x.
-    if (!engine.state.box.constrained && memory.count > 0)
+    if (!engine.state.box.constrained && memory.count > 0) {
         return PathKind::straight;
+    }
     return engine.state.gradientNorm <= 0.0 ? PathKind::none : PathKind::projected;
 }
 
@@ -115,8 +116,9 @@ CauchyPoint acceptCauchyPoint(Engine& engine, const CorrectionMemory& memory, Pa
     LbfgsbWorkspace& work = engine.work;
     std::fill(work.c.begin(), work.c.end(), 0.0);
     gatherProducts(memory, productsOf(engine), pathVector, work.p);
-    if (kind != PathKind::projected)
+    if (kind != PathKind::projected) {
         return {};
+    }
     const std::size_t order = 2 * memory.m;
     const CauchyArrays arrays{work.d,
                               work.status,
@@ -141,8 +143,9 @@ bool close(Engine& engine, const CorrectionMemory& memory, const PathStart& path
     const bool leavesX = end.blocks > 0;
     SearchDirectionArrays arrays{engine.x, engine.g, work.status, work.d, work.z, work.t, work.r, {}};
     if (memory.count > 0 && path.freeCount > 0) {
-        if (!factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor))
+        if (!factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor)) {
             return false;
+        }
         const std::size_t used = 2 * memory.count;
         const auto factors = work.products.subspan(order, order);
         subspaceFactors(memory, work.subspaceTable, work.subspaceFactor, leavesX, end.time, work.c, work.p,
@@ -163,8 +166,9 @@ bool minimiseModel(Engine& engine, const NewPair& pair, SearchDirection& closing
     LbfgsbState& state = engine.state;
     PathKind kind = pathKindOf(engine, memoryOf(engine));
     PathStart path = open(engine, memoryOf(engine), kind, pair);
-    if (pair.isGood && !updateCompactMatrices(engine, pair))
+    if (pair.isGood && !updateCompactMatrices(engine, pair)) {
         return false;
+    }
     const CorrectionMemory memory = memoryOf(engine);
     const CauchyPoint end = acceptCauchyPoint(engine, memory, kind, path);
     state.intervals = end.blocks;
@@ -176,12 +180,14 @@ bool minimiseModel(Engine& engine, const NewPair& pair, SearchDirection& closing
 void limitSteps(Engine& engine, double largestFeasible) {
     LbfgsbState& state = engine.state;
     state.largestStep = largestFeasible;
-    if (state.box.constrained && state.iteration == 0)
+    if (state.box.constrained && state.iteration == 0) {
         state.largestStep = largestAllowedStep(engine.problem, engine.work.d, 1.0);
+    }
     state.step = 1.0;
     if (state.iteration == 0) {
-        if (!state.box.boxed)
+        if (!state.box.boxed) {
             state.step = 1.0 / std::sqrt(state.directionSquared);
+        }
         state.step = std::min(state.step, state.largestStep);
     }
 }
@@ -194,8 +200,9 @@ LineSearchLimits limitsOf(const LbfgsbState& state) {
 
 void countTrial(LbfgsbState& state) {
     ++state.searchEvaluations;
-    if (state.evaluations < std::numeric_limits<std::int32_t>::max())
+    if (state.evaluations < std::numeric_limits<std::int32_t>::max()) {
         ++state.evaluations;
+    }
 }
 
 // Puts x at the current step along d.
@@ -206,8 +213,9 @@ void moveToTrial(Engine& engine) {
         copyTo(work.z, engine.x);
         return;
     }
-    for (std::size_t i = 0; i < engine.x.size(); ++i)
+    for (std::size_t i = 0; i < engine.x.size(); ++i) {
         engine.x[i] = state.step * work.d[i] + work.t[i];
+    }
     clampToBounds(engine.problem, engine.x);
 }
 
@@ -220,15 +228,18 @@ SearchOutcome beginLineSearch(Engine& engine, const SearchDirection& closing) {
     state.directionSquared = closing.directionSquared;
     state.slope = closing.slope;
     state.slopeAtStart = state.slope;
-    if (!std::isfinite(engine.f) || !std::isfinite(state.directionSquared) || !std::isfinite(state.slope))
+    if (!std::isfinite(engine.f) || !std::isfinite(state.directionSquared) || !std::isfinite(state.slope)) {
         return SearchOutcome::failed;
+    }
     limitSteps(engine, closing.largestStep);
     beginSearch(engine.f, state.slope, state.step, limitsOf(state), state.search);
-    if (taskBegins(state.search.request, "ERROR"))
+    if (taskBegins(state.search.request, "ERROR")) {
         return SearchOutcome::failed;
+    }
     countTrial(state);
-    if (state.iteration == 0)
+    if (state.iteration == 0) {
         moveToTrial(engine);
+    }
     return SearchOutcome::evaluate;
 }
 
@@ -236,14 +247,17 @@ SearchOutcome beginLineSearch(Engine& engine, const SearchDirection& closing) {
 SearchOutcome continueLineSearch(Engine& engine) {
     LbfgsbState& state = engine.state;
     state.slope = longProduct(engine.g, engine.work.d);
-    if (!std::isfinite(engine.f) || !std::isfinite(state.slope))
+    if (!std::isfinite(engine.f) || !std::isfinite(state.slope)) {
         return SearchOutcome::failed;
+    }
     TrialPoint trial{state.step, engine.f, state.slope};
     searchStep(limitsOf(state), trial, state.search);
-    if (!taskIs(state.search.request, "FG"))
+    if (!taskIs(state.search.request, "FG")) {
         return SearchOutcome::accepted;
-    if (state.searchEvaluations >= searchEvaluationLimit || !std::isfinite(trial.step))
+    }
+    if (state.searchEvaluations >= searchEvaluationLimit || !std::isfinite(trial.step)) {
         return SearchOutcome::failed;
+    }
     state.step = trial.step;
     countTrial(state);
     moveToTrial(engine);
@@ -257,8 +271,9 @@ void restoreLastIterate(Engine& engine) {
 }
 
 void countIteration(LbfgsbState& state) {
-    if (state.iteration < std::numeric_limits<std::int32_t>::max())
+    if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
         ++state.iteration;
+    }
 }
 
 // Behind a search without success: back to the last iterate, for a new attempt from steepest descent. False, with the
@@ -287,8 +302,9 @@ void iterate(Engine& engine, NewPair pair, TaskWord& task) {
             setTask(task, "FG_LNSRCH");
             return;
         }
-        if (!restartFromSteepestDescent(engine, task))
+        if (!restartFromSteepestDescent(engine, task)) {
             return;
+        }
     }
 }
 
@@ -305,21 +321,24 @@ void processTrial(Engine& engine, TaskWord& task) {
         setTask(task, "NEW_X");
         return;
     }
-    if (restartFromSteepestDescent(engine, task))
+    if (restartFromSteepestDescent(engine, task)) {
         iterate(engine, {}, task);
+    }
 }
 
 bool gradientHasConverged(const LbfgsbState& state, double pgtol, TaskWord& task) {
-    if (!(state.gradientNorm <= pgtol))
+    if (!(state.gradientNorm <= pgtol)) {
         return false;
+    }
     setTask(task, "CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL");
     return true;
 }
 
 bool valueHasConverged(const Engine& engine, TaskWord& task) {
     const double scale = std::max({std::abs(engine.state.previousValue), std::abs(engine.f), 1.0});
-    if (!(engine.state.previousValue - engine.f <= engine.state.tolerance * scale))
+    if (!(engine.state.previousValue - engine.f <= engine.state.tolerance * scale)) {
         return false;
+    }
     setTask(task, "CONVERGENCE: REL_REDUCTION_OF_F <= FACTR*EPSMCH");
     return true;
 }
@@ -342,8 +361,9 @@ double squareOfChange(const Engine& engine) {
     double square = 0.0;
     for (std::size_t first = 0; first < g.size(); first += blockLength) {
         const std::size_t length = std::min(blockLength, g.size() - first);
-        for (std::size_t i = 0; i < length; ++i)
+        for (std::size_t i = 0; i < length; ++i) {
             change[i] = g[first + i] - lastG[first + i];
+        }
         const std::span<const double> block(change.data(), length);
         square += longProduct(block, block);
     }
@@ -358,18 +378,21 @@ NewPair reservePair(Engine& engine) {
     NewPair pair;
     pair.curvature = (state.slope - state.slopeAtStart) * state.step;
     const bool isCurved = pair.curvature > epsmch * -state.slopeAtStart * state.step;
-    if (isCurved)
+    if (isCurved) {
         pair.changeSquared = squareOfChange(engine);
+    }
     pair.isGood = isCurved && std::isfinite(pair.changeSquared);
     if (!pair.isGood) {
-        if (state.skippedUpdates < std::numeric_limits<std::int32_t>::max())
+        if (state.skippedUpdates < std::numeric_limits<std::int32_t>::max()) {
             ++state.skippedUpdates;
+        }
         return pair;
     }
     pair.lengthSquared = state.step * state.step * state.directionSquared;
     pair.firstElement = nextColumn(state, engine.problem.m) * engine.x.size();
-    if (state.updateCount < std::numeric_limits<std::int32_t>::max())
+    if (state.updateCount < std::numeric_limits<std::int32_t>::max()) {
         ++state.updateCount;
+    }
     if (state.updateCount > engine.problem.m) {
         forgetOldestProducts(memoryOf(engine));
         forgetOldestInTable(memoryOf(engine), engine.work.subspaceTable);
@@ -391,14 +414,16 @@ void start(Engine& engine, double factr, TaskWord& task) {
 void acceptStartPoint(Engine& engine, double pgtol, TaskWord& task) {
     engine.state.evaluations = 1;
     engine.state.gradientNorm = normOfGradient(engine);
-    if (!gradientHasConverged(engine.state, pgtol, task))
+    if (!gradientHasConverged(engine.state, pgtol, task)) {
         iterate(engine, {}, task);
+    }
 }
 
 // "NEW_X": tests the iterate and begins the next iteration.
 void finishIteration(Engine& engine, double pgtol, TaskWord& task) {
-    if (gradientHasConverged(engine.state, pgtol, task) || valueHasConverged(engine, task))
+    if (gradientHasConverged(engine.state, pgtol, task) || valueHasConverged(engine, task)) {
         return;
+    }
     iterate(engine, reservePair(engine), task);
 }
 
@@ -406,10 +431,12 @@ void finishIteration(Engine& engine, double pgtol, TaskWord& task) {
 bool arraysAreLongEnough(const BoxProblem& problem, std::size_t x, std::size_t g, std::size_t wa, std::size_t iwa) {
     const std::size_t n = problem.n > 0 ? static_cast<std::size_t>(problem.n) : 0;
     if (std::min({x, g, problem.l.size(), problem.u.size(), problem.nbd.size(), problem.fixedFlag.size(),
-                  problem.maxStep.size()}) < n)
+                  problem.maxStep.size()}) < n) {
         return false;
-    if (problem.n <= 0 || problem.m <= 0)
+    }
+    if (problem.n <= 0 || problem.m <= 0) {
         return true;
+    }
     const std::size_t m = static_cast<std::size_t>(problem.m);
     return m <= 400'000'000 && wa >= (2 * m + 4) * n + 12 * m * m + 12 * m && iwa >= 3 * n;
 }
@@ -427,8 +454,9 @@ void recordRefusal(const LbfgsbSavedBlocks& saved, const TaskWord& task) {
 void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::span<double> g, double factr,
                 double pgtol, std::span<double> wa, std::span<std::int32_t> iwa, TaskWord& task,
                 const LbfgsbSavedBlocks& saved) {
-    if (!arraysAreLongEnough(problem, x.size(), g.size(), wa.size(), iwa.size()))
+    if (!arraysAreLongEnough(problem, x.size(), g.size(), wa.size(), iwa.size())) {
         throw std::invalid_argument("L-BFGS-B: an array is shorter than n and m ask for");
+    }
     const bool starting = taskIs(task, "START");
     if (starting) {
         storeLayout(problem.n, problem.m, saved.isave);
@@ -449,18 +477,19 @@ void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::
     BoxProblem known = problem;
     known.uniform = work.uniform;
     Engine engine{known, x.first(n), f, g.first(n), work, state};
-    if (starting)
+    if (starting) {
         start(engine, factr, task);
-    else if (taskBegins(task, "FG_LN"))
+    } else if (taskBegins(task, "FG_LN")) {
         processTrial(engine, task);
-    else if (taskBegins(task, "NEW_X"))
+    } else if (taskBegins(task, "NEW_X")) {
         finishIteration(engine, pgtol, task);
-    else if (taskBegins(task, "FG_ST"))
+    } else if (taskBegins(task, "FG_ST")) {
         acceptStartPoint(engine, pgtol, task);
-    else if (!taskBegins(task, "STOP"))
+    } else if (!taskBegins(task, "STOP")) {
         setTask(task, "FG_START");
-    else if (taskBegins(task, "STOP: CPU") && engine.state.searchEvaluations > 0)
+    } else if (taskBegins(task, "STOP: CPU") && engine.state.searchEvaluations > 0) {
         restoreLastIterate(engine);
+    }
     storeState(engine.state, saved);
 }
 

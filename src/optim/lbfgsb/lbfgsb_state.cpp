@@ -60,8 +60,9 @@ std::array<std::int64_t, 20> layoutNumbers(std::int64_t n, std::int64_t m) {
     std::array<std::int64_t, 20> numbers{m * n, square, 4 * square, 1};
     const std::array<std::int64_t, 16> lengths{m * n, m * n, square, square, square, square, 4 * square, 4 * square,
                                                n,     n,     n,      n,      8 * m,  m,      m,          m};
-    for (std::size_t part = 0; part < lengths.size(); ++part)
+    for (std::size_t part = 0; part < lengths.size(); ++part) {
         numbers[part + 4] = numbers[part + 3] + lengths[part];
+    }
     return numbers;
 }
 

@@ -31,8 +31,9 @@ CubicTerms cubicTerms(const TrialPoint& from, const TrialPoint& to) {
 // Minimiser of the cubic through `near` and `far`, as a step from `near`; `near` is the better conditioned end.
 double cubicMinimiser(const TrialPoint& near, const TrialPoint& far) {
     CubicTerms cubic = cubicTerms(near, far);
-    if (far.step < near.step)
+    if (far.step < near.step) {
         cubic.gamma = -cubic.gamma;
+    }
     const double numerator = (cubic.gamma - near.slope) + cubic.theta;
     const double denominator = ((cubic.gamma - near.slope) + cubic.gamma) + far.slope;
     return near.step + numerator / denominator * (far.step - near.step);
@@ -49,8 +50,9 @@ double stepAtHigherValue(const TrialPoint& best, const TrialPoint& trial) {
     const double cubic = cubicMinimiser(best, trial);
     const double length = trial.step - best.step;
     const double parabola = best.step + best.slope / ((best.value - trial.value) / length + best.slope) / 2.0 * length;
-    if (std::abs(cubic - best.step) < std::abs(parabola - best.step))
+    if (std::abs(cubic - best.step) < std::abs(parabola - best.step)) {
         return cubic;
+    }
     return cubic + (parabola - cubic) / 2.0;
 }
 
@@ -66,13 +68,15 @@ double stepAtOppositeSlope(const TrialPoint& best, const TrialPoint& trial) {
 // lies beyond the trial point; otherwise the limit of the step takes its place.
 double cubicBeyondTrial(const TrialPoint& best, const TrialPoint& trial, double lowest, double highest) {
     CubicTerms cubic = cubicTerms(best, trial);
-    if (trial.step > best.step)
+    if (trial.step > best.step) {
         cubic.gamma = -cubic.gamma;
+    }
     const double numerator = (cubic.gamma - trial.slope) + cubic.theta;
     const double denominator = (cubic.gamma + (best.slope - trial.slope)) + cubic.gamma;
     const double ratio = numerator / denominator;
-    if (ratio < 0.0 && cubic.gamma != 0.0)
+    if (ratio < 0.0 && cubic.gamma != 0.0) {
         return trial.step + ratio * (best.step - trial.step);
+    }
     return trial.step > best.step ? highest : lowest;
 }
 
@@ -83,8 +87,9 @@ double stepAtFlatterSlope(const TrialPoint& best, const TrialPoint& other, const
     const double secant = secantMinimiser(trial, best);
     const bool cubicIsCloser = std::abs(cubic - trial.step) < std::abs(secant - trial.step);
     const bool cubicIsFarther = std::abs(cubic - trial.step) > std::abs(secant - trial.step);
-    if (!bracketed)
+    if (!bracketed) {
         return std::max(lowest, std::min(highest, cubicIsFarther ? cubic : secant));
+    }
     const double step = cubicIsCloser ? cubic : secant;
     const double limit = trial.step + requiredShrinkage * (other.step - trial.step);
     return trial.step > best.step ? std::min(limit, step) : std::max(limit, step);
@@ -93,8 +98,9 @@ double stepAtFlatterSlope(const TrialPoint& best, const TrialPoint& other, const
 // Case 4: a lower value, slopes of the same sign, and the slope has not become flatter.
 double stepAtSteeperSlope(const TrialPoint& best, const TrialPoint& other, const TrialPoint& trial, bool bracketed,
                           double lowest, double highest) {
-    if (bracketed)
+    if (bracketed) {
         return cubicMinimiser(trial, other);
+    }
     return trial.step > best.step ? highest : lowest;
 }
 
@@ -102,18 +108,24 @@ bool endsSearch(const LineSearchLimits& limits, const TrialPoint& trial, double 
                 LineSearchState& state) {
     const bool decreased = trial.value <= decreasedValue;
     std::string_view ending;
-    if (state.bracketed && (trial.step <= state.lowest || trial.step >= state.highest))
+    if (state.bracketed && (trial.step <= state.lowest || trial.step >= state.highest)) {
         ending = "WARNING: ROUNDING ERRORS PREVENT PROGRESS";
-    if (state.bracketed && state.highest - state.lowest <= limits.intervalWidth * state.highest)
+    }
+    if (state.bracketed && state.highest - state.lowest <= limits.intervalWidth * state.highest) {
         ending = "WARNING: XTOL TEST SATISFIED";
-    if (trial.step == limits.largestStep && decreased && trial.slope <= decreasedSlope)
+    }
+    if (trial.step == limits.largestStep && decreased && trial.slope <= decreasedSlope) {
         ending = "WARNING: STP = STPMAX";
-    if (trial.step == limits.smallestStep && (!decreased || trial.slope >= decreasedSlope))
+    }
+    if (trial.step == limits.smallestStep && (!decreased || trial.slope >= decreasedSlope)) {
         ending = "WARNING: STP = STPMIN";
-    if (decreased && std::abs(trial.slope) <= limits.curvature * -state.start.slope)
+    }
+    if (decreased && std::abs(trial.slope) <= limits.curvature * -state.start.slope) {
         ending = "CONVERGENCE";
-    if (ending.empty())
+    }
+    if (ending.empty()) {
         return false;
+    }
     setTask(state.request, ending);
     return true;
 }
@@ -126,8 +138,9 @@ void tilt(TrialPoint& point, double change) {
 
 void keepStepWithinLimits(const LineSearchLimits& limits, TrialPoint& trial, LineSearchState& state) {
     if (state.bracketed) {
-        if (std::abs(state.other.step - state.best.step) >= requiredShrinkage * state.widthBefore)
+        if (std::abs(state.other.step - state.best.step) >= requiredShrinkage * state.widthBefore) {
             trial.step = state.best.step + 0.5 * (state.other.step - state.best.step);
+        }
         state.widthBefore = state.width;
         state.width = std::abs(state.other.step - state.best.step);
         state.lowest = std::min(state.best.step, state.other.step);
@@ -139,8 +152,9 @@ void keepStepWithinLimits(const LineSearchLimits& limits, TrialPoint& trial, Lin
     trial.step = std::min(std::max(trial.step, limits.smallestStep), limits.largestStep);
     const bool noSpace = trial.step <= state.lowest || trial.step >= state.highest ||
                          state.highest - state.lowest <= limits.intervalWidth * state.highest;
-    if (state.bracketed && noSpace)
+    if (state.bracketed && noSpace) {
         trial.step = state.best.step;
+    }
 }
 
 }  // namespace
@@ -165,8 +179,9 @@ void safeguardedStep(TrialPoint& best, TrialPoint& other, TrialPoint& trial, boo
     if (higher) {
         other = trial;
     } else {
-        if (oppositeSlopes)
+        if (oppositeSlopes) {
             other = best;
+        }
         best = trial;
     }
     trial.step = next;
@@ -195,10 +210,12 @@ void searchStep(const LineSearchLimits& limits, TrialPoint& trial, LineSearchSta
     const double decreasedSlope = limits.sufficientDecrease * state.start.slope;
     const double decreasedValue = state.start.value + trial.step * decreasedSlope;
     const double stageSlope = std::min(limits.sufficientDecrease, limits.curvature) * state.start.slope;
-    if (state.stage == 1 && trial.value <= decreasedValue && trial.slope >= stageSlope)
+    if (state.stage == 1 && trial.value <= decreasedValue && trial.slope >= stageSlope) {
         state.stage = 2;
-    if (endsSearch(limits, trial, decreasedValue, decreasedSlope, state))
+    }
+    if (endsSearch(limits, trial, decreasedValue, decreasedSlope, state)) {
         return;
+    }
     // Stage 1 works with psi(step) = phi(step) - phi(0) - mu phi'(0) step while the decrease is not sufficient yet; the
     // constant does not matter.
     const bool useAuxiliary = state.stage == 1 && trial.value <= state.best.value && trial.value > decreasedValue;

@@ -25,10 +25,12 @@ void placeCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, cons
         return;
     }
     const double* const direction = arrays.direction.data() + block.first;
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         point[i] = x[i] + task.time * direction[i];
-    if (!task.constrained)
+    }
+    if (!task.constrained) {
         return;
+    }
     const std::int32_t* const status = arrays.status.data() + block.first;
     const double* const lower = box.lower;
     const double* const upper = box.upper;
@@ -48,22 +50,25 @@ void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask&
     const double* const point = arrays.point.data() + block.first;
     const std::int32_t* const status = arrays.status.data() + block.first;
     const double theta = memory.theta;
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         step[i] = task.leavesX ? -theta * (point[i] - x[i]) - g[i] : -g[i];
+    }
     const ColumnBlock steps{memory.s.data() + block.first, memory.n, memory.count};
     const ColumnBlock changes{memory.y.data() + block.first, memory.n, memory.count};
     const BlockKernels& kernels = blockKernels();
     kernels.addColumns(steps, arrays.factors.data(), block.length, step);
     kernels.addColumns(changes, arrays.factors.data() + memory.m, block.length, step);
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         step[i] = isFree(status[i]) ? step[i] / theta : 0.0;
+    }
 }
 
 // Adds the shortened subspace step; the variable that has shortened it lands on its bound exactly.
 void applySubspaceStep(const BoxProblem& problem, const StepToBound& cut, const Piece& block, const double* step,
                        double* point) {
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         point[i] += cut.length * step[i];
+    }
     if (cut.shortened && cut.variable >= block.first && cut.variable < block.first + block.length) {
         const std::size_t i = cut.variable - block.first;
         point[i] = step[i] > 0.0 ? problem.u[cut.variable] : problem.l[cut.variable];
@@ -77,18 +82,21 @@ void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Pie
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
     double* const direction = arrays.direction.data() + block.first;
-    for (std::size_t i = 0; i < block.length; ++i)
+    for (std::size_t i = 0; i < block.length; ++i) {
         direction[i] = point[i] - x[i];
+    }
     double products[vectorsAtOnce] = {};
     blockKernels().addProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products);
     closing.directionSquared += products[0];
     closing.slope += products[1];
-    if (task.limitStep)
+    if (task.limitStep) {
         shortenStep(box, block.first, block.length, x, direction, limit);
+    }
     std::copy_n(x, block.length, arrays.lastX.data() + block.first);
     std::copy_n(g, block.length, arrays.lastG.data() + block.first);
-    if (task.moveX)
+    if (task.moveX) {
         std::copy_n(point, block.length, x);
+    }
 }
 
 void prefetchNext(const Piece& block, const SearchDirectionArrays& arrays) {
@@ -109,8 +117,9 @@ void subspaceFactors(const CorrectionMemory& memory, SmallMatrix table, SmallMat
     std::fill(products.begin(), products.end(), 0.0);
     if (leavesX) {
         multiplyByMiddleMatrix(memory, c, products);
-        for (std::size_t k = 0; k < 2 * count; ++k)
+        for (std::size_t k = 0; k < 2 * count; ++k) {
             p[k] -= theta * time * p[k];
+        }
         addFreeProducts(memory, table, products, p);
     }
     solveSubspaceMatrix(subspaceFactor, memory.m, count, p);
@@ -134,8 +143,9 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
         double* const point = arrays.point.data() + block.first;
         if (steps) {
             applySubspaceStep(problem, cut, block, arrays.lastG.data() + block.first, point);
-            if (task.constrained)
+            if (task.constrained) {
                 clampBlock(box, block.length, point);
+            }
         }
         startSearch(box, task, block, arrays, limit, closing);
     };
@@ -143,16 +153,20 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
         const Piece block{first, std::min(blockLength, n - first)};
         prefetchNext(block, arrays);
         prefetchNextBlock(arrays.status.data() + first, block.length);
-        if (task.constrained)
+        if (task.constrained) {
             boxOfBlock(problem, first, block.length, box);
+        }
         placeCauchyPoint(box, task, block, arrays);
         double* const step = arrays.lastG.data() + first;
-        if (steps)
+        if (steps) {
             formSubspaceStep(memory, task, block, arrays, step);
-        if (steps && task.constrained)
+        }
+        if (steps && task.constrained) {
             shortenStep(box, first, block.length, arrays.point.data() + first, step, cut);
-        if (!task.constrained)
+        }
+        if (!task.constrained) {
             finish(block);
+        }
     }
     for (std::size_t first = 0; task.constrained && first < n; first += blockLength) {
         const Piece block{first, std::min(blockLength, n - first)};

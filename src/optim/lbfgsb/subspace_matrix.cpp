@@ -24,8 +24,9 @@ void forgetOldest(const TableParts& parts, std::size_t order) {
             parts.freeChanges(i, j) = parts.freeChanges(i + 1, j + 1);
             parts.fixedSteps(i, j) = parts.fixedSteps(i + 1, j + 1);
         }
-        for (std::size_t j = 0; j + 1 < order; ++j)
+        for (std::size_t j = 0; j + 1 < order; ++j) {
             parts.mixed(i, j) = parts.mixed(i + 1, j + 1);
+        }
     }
 }
 
@@ -52,8 +53,9 @@ void moveVariable(SmallMatrix table, std::size_t m, std::size_t pairs, std::span
             parts.freeChanges(i, j) += sign * changes[i] * changes[j];
             parts.fixedSteps(i, j) -= sign * steps[i] * steps[j];
         }
-        for (std::size_t j = 0; j < pairs; ++j)
+        for (std::size_t j = 0; j < pairs; ++j) {
             parts.mixed(i, j) += (i <= j ? sign : -sign) * steps[i] * changes[j];
+        }
     }
 }
 
@@ -64,8 +66,9 @@ void storeNewestInTable(const CorrectionMemory& memory, const PairProducts& prod
     for (std::size_t j = 0; j <= newest; ++j) {
         parts.freeChanges(newest, j) = products.withChange(memory, j, freeChangeVector);
         parts.mixed(j, newest) = products.withStep(memory, j, freeChangeVector);
-        if (j < newest)
+        if (j < newest) {
             parts.mixed(newest, j) = products.withChange(memory, j, fixedStepVector);
+        }
         parts.fixedSteps(newest, j) = products.withStep(memory, j, fixedStepVector);
     }
 }
@@ -93,20 +96,24 @@ bool factorSubspaceMatrix(const CorrectionMemory& memory, SmallMatrix table, Sma
     const SmallMatrix coupling = factor.block(memory.m, 0);
     const SmallMatrix last = factor.block(memory.m, memory.m);
     for (std::size_t i = 0; i < count; ++i) {
-        for (std::size_t j = 0; j <= i; ++j)
+        for (std::size_t j = 0; j <= i; ++j) {
             factor(i, j) = parts.freeChanges(i, j) / memory.theta;
+        }
         factor(i, i) += memory.sDotY(i, i);
     }
-    if (!choleskyFactor(factor, count))
+    if (!choleskyFactor(factor, count)) {
         return false;
+    }
     for (std::size_t i = 0; i < count; ++i) {
-        for (std::size_t j = 0; j < count; ++j)
+        for (std::size_t j = 0; j < count; ++j) {
             coupling(i, j) = i > j ? parts.mixed(i, j) : -parts.mixed(i, j);
+        }
         solveLower(factor, count, &coupling(i, 0));
         for (std::size_t j = 0; j <= i; ++j) {
             double sum = memory.theta * parts.fixedSteps(i, j);
-            for (std::size_t k = 0; k < count; ++k)
+            for (std::size_t k = 0; k < count; ++k) {
                 sum += coupling(i, k) * coupling(j, k);
+            }
             last(i, j) = sum;
         }
     }
@@ -121,15 +128,17 @@ void solveSubspaceMatrix(SmallMatrix factor, std::size_t m, std::size_t count, s
     double* const second = v.data() + count;
     solveLower(factor, count, first);
     for (std::size_t i = 0; i < count; ++i) {
-        for (std::size_t k = 0; k < count; ++k)
+        for (std::size_t k = 0; k < count; ++k) {
             second[i] += coupling(i, k) * first[k];
+        }
     }
     solveLower(last, count, second);
     solveLowerTransposed(last, count, second);
     for (std::size_t k = 0; k < count; ++k) {
         double sum = -first[k];
-        for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t i = 0; i < count; ++i) {
             sum += coupling(i, k) * second[i];
+        }
         first[k] = sum;
     }
     solveLowerTransposed(factor, count, first);

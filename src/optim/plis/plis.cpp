@@ -64,13 +64,16 @@ void startRun(const Call& call) {
 
 // The tests on step, value and gradient: the code of the one that ends the run, else 0.
 int testProgress(double f, const GradientNorms& norms, PlisState& saved) {
-    if (f <= floorTol)
+    if (f <= floorTol) {
         return 3;
-    if (norms.freeGradMax <= gradTol && norms.activeGradMax <= gradTol)
+    }
+    if (norms.freeGradMax <= gradTol && norms.activeGradMax <= gradTol) {
         return 4;
+    }
     saved.stepPasses = stepTol >= saved.largestStep ? saved.stepPasses + 1 : 0;
-    if (saved.stepPasses >= stepPassesNeeded)
+    if (saved.stepPasses >= stepPassesNeeded) {
         return 1;
+    }
     const double change = std::abs(saved.fo - f) / std::max(std::abs(f), 1.0);
     saved.valuePasses = change <= valueTol ? saved.valuePasses + 1 : 0;
     return saved.valuePasses >= valuePassesNeeded ? 2 : 0;
@@ -78,22 +81,28 @@ int testProgress(double f, const GradientNorms& norms, PlisState& saved) {
 
 // The termination code of an iteration's start, 0 to go on. Counts the iteration and asks for the periodic restart.
 int testTermination(double f, const GradientNorms& norms, std::int64_t n, PlisState& saved) {
-    if (saved.iterationCount == 0)
+    if (saved.iterationCount == 0) {
         saved.fo = f + std::min(std::sqrt(std::abs(f)), std::abs(f) / 10.0);
+    }
     // Behind a failed search the last step says nothing about progress.
     if (saved.searchStatus != 0) {
         const int code = testProgress(f, norms, saved);
-        if (code != 0)
+        if (code != 0) {
             return code;
+        }
     }
-    if (saved.iterationCount >= maxIterationCount)
+    if (saved.iterationCount >= maxIterationCount) {
         return 11;
-    if (saved.valueCount >= maxValueCount)
+    }
+    if (saved.valueCount >= maxValueCount) {
         return 12;
-    if (saved.gradientCount >= maxGradientCount)
+    }
+    if (saved.gradientCount >= maxGradientCount) {
         return 13;
-    if (saved.iterationCount - saved.lastRestartIteration >= restartFactor * n + restartOffset)
+    }
+    if (saved.iterationCount - saved.lastRestartIteration >= restartFactor * n + restartOffset) {
         saved.restartRequest = 1;
+    }
     ++saved.iterationCount;
     return 0;
 }
@@ -101,10 +110,12 @@ int testTermination(double f, const GradientNorms& norms, std::int64_t n, PlisSt
 void releaseActive(const Call& call, const GradientNorms& norms) {
     const PlisState& saved = call.saved;
     const bool lastStepWasFull = saved.newlyFixed == 0 || saved.iterationCount == 1 || !norms.anyFree;
-    if (saved.boundSwitch == 0 || !lastStepWasFull || !(norms.activeGradMax > norms.freeGradMax))
+    if (saved.boundSwitch == 0 || !lastStepWasFull || !(norms.activeGradMax > norms.freeGradMax)) {
         return;
-    if (releaseBounds(call.box, call.x, call.g) >= 2)
+    }
+    if (releaseBounds(call.box, call.x, call.g) >= 2) {
         call.saved.restartRequest = 1;
+    }
 }
 
 // Starts the matrix anew. Returns 0, or the code that ends the run: no two restarts in one iteration.
@@ -112,8 +123,9 @@ int restartMatrix(PlisState& saved) {
     saved.shift = 1.0;
     saved.columnsInUse = 0;
     saved.restartRequest = 0;
-    if (saved.iterationCount <= saved.lastRestartIteration)
+    if (saved.iterationCount <= saved.lastRestartIteration) {
         return saved.searchStatus < 0 ? saved.searchStatus - 5 : -10;
+    }
     ++saved.restartCount;
     saved.lastRestartIteration = saved.iterationCount;
     return 0;
@@ -143,8 +155,9 @@ bool findDirection(const Call& call) {
 
 void moveToTrial(const Call& call) {
     stepAlong(call.xo, call.saved.r, call.s, call.x);
-    if (call.saved.boundSwitch > 0)
+    if (call.saved.boundSwitch > 0) {
         projectIntoBounds(call.box, call.x);
+    }
     countEvaluation(call.saved);
     call.state = trialReady;
 }
@@ -160,18 +173,21 @@ void startSearch(const Call& call) {
     do {
         if (saved.restartRequest > 0) {
             const int code = restartMatrix(saved);
-            if (code != 0)
+            if (code != 0) {
                 return endRun(call, code);
+            }
         }
-        if (!findDirection(call))
+        if (!findDirection(call)) {
             saved.restartRequest = 1;
+        }
     } while (saved.restartRequest > 0);
     saved.fo = call.f;
     saved.po = saved.p;
     copy(call.x, call.xo);
     copy(call.g, call.go);
-    if (saved.boundSwitch > 0)
+    if (saved.boundSwitch > 0) {
         saved.stepMax = stepToBounds(call.box, call.x, call.s, saved.stepMax);
+    }
     beginSearch(saved);
     moveToTrial(call);
 }
@@ -179,8 +195,9 @@ void startSearch(const Call& call) {
 void startIteration(const Call& call) {
     const GradientNorms norms = gradientNorms(call.saved.boundSwitch, call.box, call.x, call.g);
     const int code = testTermination(call.f, norms, static_cast<std::int64_t>(call.x.size()), call.saved);
-    if (code != 0)
+    if (code != 0) {
         return endRun(call, code);
+    }
     releaseActive(call, norms);
     startSearch(call);
 }
@@ -197,8 +214,9 @@ void giveUpSearch(const Call& call) {
 
 double largestRelativeChange(std::span<const double> x, std::span<const double> xo) {
     double largest = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i)
+    for (std::size_t i = 0; i < x.size(); ++i) {
         largest = std::max(largest, std::abs(x[i] - xo[i]) / std::max(std::abs(x[i]), 1.0));
+    }
     return largest;
 }
 
@@ -207,8 +225,9 @@ double largestRelativeChange(std::span<const double> x, std::span<const double> 
 void acceptStep(const Call& call) {
     PlisState& saved = call.saved;
     const std::span<const std::int32_t> nbd = call.box.nbd;
-    if (saved.boundSwitch > 0)
+    if (saved.boundSwitch > 0) {
         saved.newlyFixed = updateActiveSet(call.box, call.x);
+    }
     saved.largestStep = largestRelativeChange(call.x, call.xo);
     maskedNegatedCopy(saved.boundSwitch, nbd, call.go, call.s);
     maskedDifference(saved.boundSwitch, nbd, call.x, call.xo);
@@ -223,13 +242,15 @@ void judgeTrial(const Call& call) {
     PlisState& saved = call.saved;
     saved.p = maskedDot(saved.boundSwitch, call.box.nbd, call.g, call.s);
     const SearchEnd end = judgeStep(call.f, saved);
-    if (end == searchGoesOn)
+    if (end == searchGoesOn) {
         return moveToTrial(call);
+    }
     saved.searchStatus = end;
-    if (end <= 0)
+    if (end <= 0) {
         giveUpSearch(call);
-    else
+    } else {
         acceptStep(call);
+    }
 }
 
 }  // namespace
@@ -239,17 +260,20 @@ void judgeTrial(const Call& call) {
 void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<double> l, std::span<double> u,
               std::span<std::int32_t> nbd, double& f, std::span<double> g, std::span<double> wa, int& state,
               int& stopCode, PlisState& saved) {
-    if (n < 0 || m < 0)
+    if (n < 0 || m < 0) {
         throw std::invalid_argument("plisStep: the number of variables and of columns must not be negative");
+    }
     const std::size_t length = static_cast<std::size_t>(n);
     const std::size_t columns = static_cast<std::size_t>(m);
     if (std::min({x.size(), l.size(), u.size(), nbd.size(), g.size()}) < length ||
-        wa.size() < (columns + 4) * length + 2 * columns)
+        wa.size() < (columns + 4) * length + 2 * columns) {
         throw std::invalid_argument("plisStep: an array is shorter than n and m ask for");
-    if (state == plis::initialise)
+    }
+    if (state == plis::initialise) {
         plis::clearState(method, n, nb, saved);
-    else if (saved.columnsInUse < 0 || saved.columnsInUse > m)
+    } else if (saved.columnsInUse < 0 || saved.columnsInUse > m) {
         throw std::invalid_argument("plisStep: the saved state belongs to another m");
+    }
 
     std::size_t carved = 0;
     const auto carve = [&](std::size_t count) {
@@ -278,12 +302,13 @@ void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<d
                           state,
                           stopCode,
                           saved};
-    if (state == plis::initialise)
+    if (state == plis::initialise) {
         plis::startRun(call);
-    else if (state == plis::trialReady)
+    } else if (state == plis::trialReady) {
         plis::judgeTrial(call);
-    else
+    } else {
         plis::startIteration(call);
+    }
 }
 
 }  // namespace voxlith

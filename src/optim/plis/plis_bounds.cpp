@@ -26,16 +26,18 @@ std::int32_t passiveCode(std::int32_t code) {
 // gradient that is no number: it counts as a violation, so that it is not mistaken for convergence.
 bool wantsToLeave(const Box& box, std::size_t i, double x, double g) {
     const std::int32_t code = -box.nbd[i];
-    if (code < 1 || code > 4)
+    if (code < 1 || code > 4) {
         return false;
+    }
     const bool atLower = hasLower(code) && (!hasUpper(code) || x <= box.l[i]);
     return atLower ? !(g >= 0.0) : !(g <= 0.0);
 }
 
 // Larger of the two; a value that is no number stays.
 void raise(double& largest, double value) {
-    if (!(value <= largest) && !std::isnan(largest))
+    if (!(value <= largest) && !std::isnan(largest)) {
         largest = value;
+    }
 }
 
 }  // namespace
@@ -60,10 +62,12 @@ void startBounds(const Box& box, std::span<double> x) {
 void projectIntoBounds(const Box& box, std::span<double> x) {
     for (std::size_t i = 0; i < x.size(); ++i) {
         const std::int32_t code = passiveCode(box.nbd[i]);
-        if (hasLower(code) && x[i] <= box.l[i] + boundTol * std::max(std::abs(box.l[i]), 1.0))
+        if (hasLower(code) && x[i] <= box.l[i] + boundTol * std::max(std::abs(box.l[i]), 1.0)) {
             x[i] = box.l[i];
-        if (hasUpper(code) && x[i] >= box.u[i] - boundTol * std::max(std::abs(box.u[i]), 1.0))
+        }
+        if (hasUpper(code) && x[i] >= box.u[i] - boundTol * std::max(std::abs(box.u[i]), 1.0)) {
             x[i] = box.u[i];
+        }
     }
 }
 
@@ -115,10 +119,12 @@ double stepToBounds(const Box& box, std::span<const double> x, std::span<const d
     };
     for (std::size_t i = 0; i < x.size(); ++i) {
         const std::int32_t code = box.nbd[i];
-        if (hasLower(code) && s[i] < -1.0 / hugeValue)
+        if (hasLower(code) && s[i] < -1.0 / hugeValue) {
             meet((box.l[i] - x[i]) / s[i]);
-        if (hasUpper(code) && s[i] > 1.0 / hugeValue)
+        }
+        if (hasUpper(code) && s[i] > 1.0 / hugeValue) {
             meet((box.u[i] - x[i]) / s[i]);
+        }
     }
     const double mean = count > 0 ? sum / count : limit;
     return 0.5 * (limit + mean);

@@ -13,8 +13,9 @@ namespace voxlith::plis {
 
 // True if a position with this bound code counts.
 inline bool isCounted(std::int32_t boundSwitch, std::int32_t code) {
-    if (boundSwitch == 0)
+    if (boundSwitch == 0) {
         return true;
+    }
     return boundSwitch > 0 ? code >= 0 : code != -5;
 }
 

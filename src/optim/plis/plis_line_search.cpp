@@ -50,8 +50,9 @@ bool interpolate(int rule, const PlisState& search, double& t) {
     }
     const double w = 2.0 - 3.0 * e + q;
     const double discriminant = w * w - 3.0 * (1.0 - 2.0 * e + q);
-    if (discriminant < 0.0)
+    if (discriminant < 0.0) {
         return false;
+    }
     t = std::sqrt(discriminant) + w;
     return true;
 }
@@ -93,23 +94,30 @@ void beginSearch(PlisState& search) {
 }
 
 SearchEnd judgeStep(double f, PlisState& search) {
-    if (f <= valueFloor)
+    if (f <= valueFloor) {
         return endLargestStep;
+    }
     const bool lowEnough = isLowEnough(f, search);
     const double flatSlope = slopeTol * search.po;
-    if (search.r <= search.stepMin && search.iterationCount != search.lastRestartIteration && !lowEnough)
+    if (search.r <= search.stepMin && search.iterationCount != search.lastRestartIteration && !lowEnough) {
         return endSmallestStep;
-    if (search.r >= search.stepMax && lowEnough && search.p < flatSlope)
+    }
+    if (search.r >= search.stepMax && lowEnough && search.p < flatSlope) {
         return endLargestStep;
-    if (lowEnough && (search.p >= flatSlope || search.reducing != 0))
+    }
+    if (lowEnough && (search.p >= flatSlope || search.reducing != 0)) {
         return endAccepted;
-    if (std::abs(search.reductionCount) >= maxReductions)
+    }
+    if (std::abs(search.reductionCount) >= maxReductions) {
         return endTooManySteps;
+    }
     updateBracket(f, lowEnough, search);
-    if (!(search.pLower < 0.0))
+    if (!(search.pLower < 0.0)) {
         return endNoDescent;
-    if (!(search.rLower < search.rUpper))
+    }
+    if (!(search.rLower < search.rUpper)) {
         return endVoidBracket;
+    }
     const int firstRule = f >= valueCeiling ? 1 : 4;
     if (search.reducing == 0) {
         search.r = extendedStep(firstRule, search);

@@ -24,8 +24,9 @@ bool measureCurvature(double shift, std::span<const double> xo, std::span<const 
     const double b = dot(xo, go);
     const double a = dot(go, go);
     const double ratio = b / a;
-    if (!(b > 0.0) || !(ratio > 0.0) || !std::isfinite(ratio))
+    if (!(b > 0.0) || !(ratio > 0.0) || !std::isfinite(ratio)) {
         return false;
+    }
     const double gg = dot(gradProjection, gradProjection);
     const double d = shift * a + gg;
     curvature.gradNorm = a;
@@ -48,8 +49,9 @@ bool addColumn(const UpdateVectors& vectors, std::span<double> lowRank, std::int
     const std::span<double> gradProjection = vectors.gradProjection.first(columns);
     transposedProduct(used, vectors.go, gradProjection);
     Curvature curvature;
-    if (!measureCurvature(shift, vectors.xo, vectors.go, gradProjection, curvature))
+    if (!measureCurvature(shift, vectors.xo, vectors.go, gradProjection, curvature)) {
         return false;
+    }
     shift = curvature.shift;
     axpy(-shift, vectors.go, vectors.xo, vectors.xo);
     const double inverse = 1.0 / curvature.bShifted;
@@ -66,16 +68,18 @@ bool changeColumns(std::int32_t method, double r, const UpdateVectors& vectors, 
     scaledCopy(r, s, s);
     transposedProduct(lowRank, s, stepProjection);
     Curvature curvature;
-    if (!measureCurvature(shift, xo, go, gradProjection, curvature))
+    if (!measureCurvature(shift, xo, go, gradProjection, curvature)) {
         return false;
+    }
     const double gx = dot(gradProjection, stepProjection);
     const double xx = dot(stepProjection, stepProjection);
     const double bShifted = curvature.bShifted;
     const double v = std::sqrt(std::sqrt(curvature.gradShare) * curvature.shift * curvature.gradNorm / bShifted);
     const double w0 = std::copysign(std::sqrt(bShifted * v / xx), gx < 0.0 ? -1.0 : 1.0);
     // A projection that vanishes, or that is no number, has nothing to teach.
-    if (!(xx > 0.0) || !std::isfinite(xx) || !std::isfinite(gx) || !std::isfinite(v / w0))
+    if (!(xx > 0.0) || !std::isfinite(xx) || !std::isfinite(gx) || !std::isfinite(v / w0)) {
         return false;
+    }
     axpy(-shift, s, xo, shiftedStep);
     shift = curvature.shift;
     axpy(-shift, go, xo, xo);
@@ -94,8 +98,9 @@ bool changeColumns(std::int32_t method, double r, const UpdateVectors& vectors, 
 
 bool updateMatrix(std::int32_t method, double r, const UpdateVectors& vectors, std::span<double> lowRank,
                   std::int32_t& columnsInUse, double& shift) {
-    if (static_cast<std::size_t>(columnsInUse) < vectors.gradProjection.size())
+    if (static_cast<std::size_t>(columnsInUse) < vectors.gradProjection.size()) {
         return addColumn(vectors, lowRank, columnsInUse, shift);
+    }
     return changeColumns(method, r, vectors, lowRank, shift);
 }
 

@@ -24,15 +24,17 @@ using Function = std::function<double(const Vector&, Vector&)>;
 
 double dot(const Vector& a, const Vector& b) {
     double sum = 0.0;
-    for (std::size_t i = 0; i < a.size(); ++i)
+    for (std::size_t i = 0; i < a.size(); ++i) {
         sum += a[i] * b[i];
+    }
     return sum;
 }
 
 Vector times(const Matrix& matrix, const Vector& v) {
     Vector result;
-    for (const Vector& row : matrix)
+    for (const Vector& row : matrix) {
         result.push_back(dot(row, v));
+    }
     return result;
 }
 
@@ -41,21 +43,25 @@ Vector solve(Matrix matrix, Vector b) {
     const std::size_t n = b.size();
     for (std::size_t k = 0; k < n; ++k) {
         std::size_t pivot = k;
-        for (std::size_t i = k + 1; i < n; ++i)
-            if (std::abs(matrix[i][k]) > std::abs(matrix[pivot][k]))
+        for (std::size_t i = k + 1; i < n; ++i) {
+            if (std::abs(matrix[i][k]) > std::abs(matrix[pivot][k])) {
                 pivot = i;
+            }
+        }
         std::swap(matrix[k], matrix[pivot]);
         std::swap(b[k], b[pivot]);
         for (std::size_t i = k + 1; i < n; ++i) {
             const double factor = matrix[i][k] / matrix[k][k];
-            for (std::size_t j = k; j < n; ++j)
+            for (std::size_t j = k; j < n; ++j) {
                 matrix[i][j] -= factor * matrix[k][j];
+            }
             b[i] -= factor * b[k];
         }
     }
     for (std::size_t k = n; k-- > 0;) {
-        for (std::size_t j = k + 1; j < n; ++j)
+        for (std::size_t j = k + 1; j < n; ++j) {
             b[k] -= matrix[k][j] * b[j];
+        }
         b[k] /= matrix[k][k];
     }
     return b;
@@ -69,14 +75,17 @@ Matrix modelMatrix(const std::vector<Pair>& pairs, std::size_t n) {
     const double theta =
         pairs.empty() ? 1.0 : dot(pairs.back().y, pairs.back().y) / dot(pairs.back().s, pairs.back().y);
     Matrix matrix(n, Vector(n, 0.0));
-    for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t i = 0; i < n; ++i) {
         matrix[i][i] = theta;
+    }
     for (const Pair& pair : pairs) {
         const Vector image = times(matrix, pair.s);
         const double old = dot(pair.s, image), curvature = dot(pair.s, pair.y);
-        for (std::size_t i = 0; i < n; ++i)
-            for (std::size_t j = 0; j < n; ++j)
+        for (std::size_t i = 0; i < n; ++i) {
+            for (std::size_t j = 0; j < n; ++j) {
                 matrix[i][j] += pair.y[i] * pair.y[j] / curvature - image[i] * image[j] / old;
+            }
+        }
     }
     return matrix;
 }
@@ -102,10 +111,12 @@ ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g
     ModelPoint cauchy{x, std::vector<bool>(n, true)};
     Vector meets(n, std::numeric_limits<double>::infinity()), direction(n, 0.0), way(n, 0.0);
     for (std::size_t i = 0; i < n; ++i) {
-        if (g[i] > 0.0 && hasLowerBound(run.nbd[i]))
+        if (g[i] > 0.0 && hasLowerBound(run.nbd[i])) {
             meets[i] = (x[i] - run.l[i]) / g[i];
-        if (g[i] < 0.0 && hasUpperBound(run.nbd[i]))
+        }
+        if (g[i] < 0.0 && hasUpperBound(run.nbd[i])) {
             meets[i] = (x[i] - run.u[i]) / g[i];
+        }
         const bool atBound = (hasLowerBound(run.nbd[i]) && x[i] <= run.l[i] && g[i] >= 0.0) ||
                              (hasUpperBound(run.nbd[i]) && x[i] >= run.u[i] && g[i] <= 0.0);
         cauchy.free[i] = !isHeld(run, i) && !atBound;
@@ -113,16 +124,20 @@ ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g
     }
     for (double time = 0.0;;) {
         std::size_t next = n;
-        for (std::size_t i = 0; i < n; ++i)
-            if (direction[i] != 0.0 && (next == n || meets[i] < meets[next]))
+        for (std::size_t i = 0; i < n; ++i) {
+            if (direction[i] != 0.0 && (next == n || meets[i] < meets[next])) {
                 next = i;
-        if (next == n)
+            }
+        }
+        if (next == n) {
             return cauchy;
+        }
         const double slope = dot(g, direction) + dot(times(matrix, way), direction);
         const double length = -slope / dot(times(matrix, direction), direction);
         const double step = std::max(0.0, std::min(length, meets[next] - time));
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             way[i] += step * direction[i];
+        }
         const bool stops = length < meets[next] - time;
         if (!stops) {
             way[next] = (direction[next] > 0.0 ? run.u[next] : run.l[next]) - x[next];
@@ -130,10 +145,12 @@ ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g
             cauchy.free[next] = false;
             time = meets[next];
         }
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             cauchy.z[i] = x[i] + way[i];
-        if (stops)
+        }
+        if (stops) {
             return cauchy;
+        }
     }
 }
 
@@ -145,36 +162,45 @@ ModelPoint modelPoint(const OptimiserRun& run, const Vector& x, const Vector& g,
         std::any_of(run.nbd.begin(), run.nbd.end(), [](std::int32_t code) { return code != 0; }) ||
         std::any_of(run.fixedFlag.begin(), run.fixedFlag.end(), [](auto flag) { return flag != 0; });
     ModelPoint point{x, std::vector<bool>(n, true)};
-    if (constrained || pairs.empty())
+    if (constrained || pairs.empty()) {
         point = cauchyPoint(run, x, g, matrix);
-    if (pairs.empty())
+    }
+    if (pairs.empty()) {
         return point;
+    }
     Vector way(n);
-    for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t i = 0; i < n; ++i) {
         way[i] = point.z[i] - x[i];
+    }
     const Vector image = times(matrix, way);
     std::vector<std::size_t> free;
-    for (std::size_t i = 0; i < n; ++i)
-        if (point.free[i])
+    for (std::size_t i = 0; i < n; ++i) {
+        if (point.free[i]) {
             free.push_back(i);
+        }
+    }
     Matrix reduced(free.size(), Vector(free.size()));
     Vector residual(free.size());
     for (std::size_t i = 0; i < free.size(); ++i) {
         residual[i] = -g[free[i]] - image[free[i]];
-        for (std::size_t j = 0; j < free.size(); ++j)
+        for (std::size_t j = 0; j < free.size(); ++j) {
             reduced[i][j] = matrix[free[i]][free[j]];
+        }
     }
     const Vector step = solve(reduced, residual);
     double factor = 1.0;
     for (std::size_t i = 0; i < free.size(); ++i) {
         const std::size_t variable = free[i];
-        if (step[i] < 0.0 && hasLowerBound(run.nbd[variable]))
+        if (step[i] < 0.0 && hasLowerBound(run.nbd[variable])) {
             factor = std::min(factor, (run.l[variable] - point.z[variable]) / step[i]);
-        if (step[i] > 0.0 && hasUpperBound(run.nbd[variable]))
+        }
+        if (step[i] > 0.0 && hasUpperBound(run.nbd[variable])) {
             factor = std::min(factor, (run.u[variable] - point.z[variable]) / step[i]);
+        }
     }
-    for (std::size_t i = 0; i < free.size(); ++i)
+    for (std::size_t i = 0; i < free.size(); ++i) {
         point.z[free[i]] += factor * step[i];
+    }
     return point;
 }
 
@@ -207,14 +233,16 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
                 pairs.push_back(pair);
                 ++updates;
             }
-            if (pairs.size() > static_cast<std::size_t>(run.m))
+            if (pairs.size() > static_cast<std::size_t>(run.m)) {
                 pairs.erase(pairs.begin());
+            }
         }
         x = run.x;
         g = run.g;
         const BoxProblem problem{run.n, run.m, run.l, run.u, run.nbd, run.fixedFlag, run.maxStep};
-        if (projectedGradientNorm(problem, x, g) < smallestGradient)
+        if (projectedGradientNorm(problem, x, g) < smallestGradient) {
             return;
+        }
         run.call();
         ASSERT_EQ(run.word(), "FG_LNSRCH");
         const LbfgsbSavedBlocks saved{run.state.csave, run.state.lsave, run.state.isave, run.state.dsave};
@@ -225,11 +253,13 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
         const ModelPoint expected = modelPoint(run, x, g, pairs);
         const double* const z = run.wa.data() + run.state.isave[11] - 1;
         double length = 0.0;
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             length = std::max(length, std::abs(expected.z[i] - x[i]));
-        for (std::size_t i = 0; i < n; ++i)
+        }
+        for (std::size_t i = 0; i < n; ++i) {
             ASSERT_NEAR(z[i], expected.z[i], 1.0e-6 + 1.0e-6 * length)
                 << "iteration " << iteration << " variable " << i + 1;
+        }
         ++seen.iterations;
         seen.beyondMemory += updates > run.m;
         const auto count = [](const std::vector<bool>& set) { return std::count(set.begin(), set.end(), true); };
@@ -244,13 +274,15 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
         }
         freeBefore = expected.free;
         while (run.wantsEvaluation()) {
-            for (std::size_t i = 0; i < n; ++i)
+            for (std::size_t i = 0; i < n; ++i) {
                 ASSERT_TRUE(isInside(run, i)) << "iteration " << iteration << " variable " << i + 1;
+            }
             run.f = function(run.x, run.g);
             run.call();
         }
-        if (run.word() != "NEW_X")
+        if (run.word() != "NEW_X") {
             return;
+        }
     }
 }
 
@@ -298,19 +330,23 @@ Function quartic(std::size_t n, double stiffness, Random& random) {
 Function thrownGradients(Random& random) {
     return [&random, lastX = Vector(), lastG = Vector(), f = 0.0](const Vector& x, Vector& g) mutable {
         if (lastX.empty()) {
-            for (double& component : g)
+            for (double& component : g) {
                 component = random.uniform(-1.0, 1.0);
+            }
         } else {
             Vector step(x);
-            for (std::size_t i = 0; i < x.size(); ++i)
+            for (std::size_t i = 0; i < x.size(); ++i) {
                 step[i] -= lastX[i];
+            }
             const double length = std::sqrt(dot(step, step));
-            for (std::size_t i = 0; i < x.size(); ++i)
+            for (std::size_t i = 0; i < x.size(); ++i) {
                 g[i] = lastG[i] + 3.0 * length * random.uniform(-1.0, 1.0);
+            }
             const double slope = dot(lastG, step);
             const double change = (0.5 * slope - dot(g, step)) / dot(step, step);
-            for (std::size_t i = 0; i < x.size(); ++i)
+            for (std::size_t i = 0; i < x.size(); ++i) {
                 g[i] += change * step[i];
+            }
             f += 0.1 * slope;
         }
         lastX = x;
@@ -340,8 +376,9 @@ TEST(DenseModel, IsLeastWhereTheEngineGoes) {
         Random random(seed);
         OptimiserRun run = randomRun(seed, random);
         compareWithDenseModel(run, quartic(run.x.size(), seed % 3 == 0 ? 50.0 : 4.0, random), 1.0e-4, seen);
-        if (HasFatalFailure())
+        if (HasFatalFailure()) {
             return;
+        }
     }
     EXPECT_GT(seen.iterations, 2000);
     EXPECT_GT(seen.beyondMemory, 1000);
@@ -355,8 +392,9 @@ TEST(DenseModel, IsLeastWhereTheEngineGoesWhileVariablesChangeSides) {
         OptimiserRun run = randomRun(seed, random);
         run.nbd.assign(run.nbd.size(), 3);  // without a bound x would run away
         compareWithDenseModel(run, thrownGradients(random), 1.0e-4, seen);
-        if (HasFatalFailure())
+        if (HasFatalFailure()) {
             return;
+        }
     }
     EXPECT_LT(seen.drops, seen.iterations / 20);
     EXPECT_GT(seen.iterations, 2000);

@@ -21,8 +21,9 @@ std::size_t allocationCount = 0;
 // pair and a delete on the other, and warn.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocationCount;
-    if (void* memory = std::malloc(size > 0 ? size : 1))
+    if (void* memory = std::malloc(size > 0 ? size : 1)) {
         return memory;
+    }
     throw std::bad_alloc();
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
@@ -70,8 +71,9 @@ Function bowl(double centre) {
 // The bounds that the codes tell of; fixed variables have none.
 void expectInsideBounds(const OptimiserRun& run) {
     for (std::size_t i = 0; i < run.x.size(); ++i) {
-        if (run.fixedFlag[i] != 0)
+        if (run.fixedFlag[i] != 0) {
             continue;
+        }
         if (hasLowerBound(run.nbd[i])) {
             EXPECT_GE(run.x[i], run.l[i]) << "variable " << i + 1;
         }
@@ -86,10 +88,11 @@ int minimise(OptimiserRun& run, const Function& function, int callLimit = 2000) 
     run.callWith("START");
     for (int calls = 1; calls < callLimit; ++calls) {
         expectInsideBounds(run);
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = function(run.x, run.g);
-        else if (run.word() != "NEW_X")
+        } else if (run.word() != "NEW_X") {
             return calls;
+        }
         run.call();
     }
     return callLimit;
@@ -187,8 +190,9 @@ TEST(Lbfgsb, ReadsTheBoundCodesOfModels) {
     }
     minimise(run, separable(std::vector<double>(12, 2.0), centre));
     const std::vector<double> expected{5, -5, 5, -1, 2, -5, 2, -1, 5, -5, 5, -5};
-    for (std::size_t i = 0; i < 12; ++i)
+    for (std::size_t i = 0; i < 12; ++i) {
         EXPECT_NEAR(run.x[i], expected[i], 1.0e-12) << "variable " << i + 1;
+    }
 }
 
 TEST(Lbfgsb, NeverLooksAtTheBoundOfAnUnusedSide) {
@@ -198,8 +202,9 @@ TEST(Lbfgsb, NeverLooksAtTheBoundOfAnUnusedSide) {
     run.u = {notANumber, notANumber, 1.0, notANumber};
     minimise(run, separable({1, 2, 3, 4}, {3, 3, -3, 3}));
     const std::vector<double> expected{3, 3, -3, 3};
-    for (std::size_t i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i) {
         EXPECT_NEAR(run.x[i], expected[i], 1.0e-9);
+    }
 }
 
 TEST(Lbfgsb, ReversedBoundsAreRefusedOnlyForFreeVariablesWithBoth) {
@@ -282,10 +287,11 @@ TEST(Lbfgsb, LimitsTheFirstStepOfAConstrainedProblem) {
         run.callWith("START");
         run.f = separable({1, 1, 1}, {4, 3, 2})(run.x, run.g);
         run.call();
-        if (code == 0)
+        if (code == 0) {
             EXPECT_GT(std::abs(run.x[1]), 0.1);
-        else
+        } else {
             EXPECT_NEAR(run.x[1], 0.01, 1.0e-15);
+        }
         EXPECT_NEAR(run.x[0], run.x[1] / 3.0 * 4.0, 1.0e-14);
         // The limit holds throughout the first search: the second step is free of it.
         while (run.wantsEvaluation()) {
@@ -320,10 +326,11 @@ TEST(Lbfgsb, AFailedSearchRefreshesTheMemoryAndThenEndsTheRun) {
     run.callWith("START");
     int iterations = 0;
     while (iterations < 3) {
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
-        else
+        } else {
             ++iterations;
+        }
         run.call();
     }
     const auto corrections = [&] {
@@ -370,10 +377,11 @@ TEST(Lbfgsb, AStoppedRunIsCarriedOnWithItsMemory) {
     EXPECT_EQ(after.iteration, before.iteration);
     const double reached = run.f;
     for (int iterations = 0; iterations < 3;) {
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
-        else
+        } else {
             ++iterations;
+        }
         run.call();
     }
     EXPECT_LE(run.f, reached);
@@ -384,8 +392,9 @@ TEST(Lbfgsb, StartForgetsEverything) {
     OptimiserRun fresh = busyRun(3);
     run.callWith("START");
     for (int calls = 0; calls < 31; ++calls) {
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
+        }
         run.call();
     }
     run.x = fresh.x;
@@ -468,14 +477,16 @@ TEST(Lbfgsb, SurvivesNotANumberAndInfinityAtEachCall) {
                 OptimiserRun run = busyRun(3);
                 run.callWith("START");
                 for (int calls = 0; calls < 150; ++calls) {
-                    if (run.wantsEvaluation())
+                    if (run.wantsEvaluation()) {
                         run.f = rosenbrock(run.x, run.g);
-                    if (calls == badCall && place == 13)
+                    }
+                    if (calls == badCall && place == 13) {
                         run.f = poison;
-                    else if (calls == badCall && place == 12)
+                    } else if (calls == badCall && place == 12) {
                         std::fill(run.g.begin(), run.g.end(), poison);
-                    else if (calls == badCall)
+                    } else if (calls == badCall) {
                         run.g[static_cast<std::size_t>(place)] = poison;
+                    }
                     run.call();
                     ASSERT_TRUE(std::all_of(run.x.begin(), run.x.end(), [](double v) { return std::isfinite(v); }))
                         << "bad call " << badCall << " place " << place;
@@ -525,8 +536,9 @@ TEST(Lbfgsb, AllocatesNothingInACall) {
         const std::size_t before = allocationCount;
         run.call();
         allocated += allocationCount - before;
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
+        }
     }
     EXPECT_EQ(allocated, 0U);
 }
@@ -611,10 +623,11 @@ OptimiserRun runInItsThirdSearch() {
     setBounds(run, 3, -50.0, 50.0);
     run.callWith("START");
     for (int iterations = 0; iterations < 2;) {
-        if (run.wantsEvaluation())
+        if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
-        else
+        } else {
             ++iterations;
+        }
         run.call();
     }
     return run;
@@ -660,8 +673,9 @@ TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
     const std::vector<double> g(run.wa.begin() + run.state.isave[12] - 1, run.wa.begin() + run.state.isave[12] + 3);
     while (run.wantsEvaluation()) {
         run.f = before.previousValue;
-        for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t i = 0; i < 4; ++i) {
             run.f += g[i] * (run.x[i] - x[i]);
+        }
         run.g = g;
         run.call();
     }
@@ -685,8 +699,9 @@ TEST(Lbfgsb, AChangeBeyondAllNumbersLeavesTheMemoryAlone) {
     for (int iterations = 0; iterations < 5;) {
         if (run.wantsEvaluation()) {
             run.f = rosenbrock(run.x, run.g);
-            if (iterations == 4)
+            if (iterations == 4) {
                 run.g[3] = 1.0e200;
+            }
         }
         run.call();
         iterations += run.word() == "NEW_X";

@@ -29,8 +29,9 @@ void compareCalls(const json& recording, bool live) {
         const json& call = calls[k];
         run.callWith(call.at("in").get<std::string>());
         ASSERT_EQ(run.word(), call.at("out").get<std::string>()) << "call " << k;
-        if (!call.contains("x"))
+        if (!call.contains("x")) {
             continue;
+        }
         const std::vector<double> expected = call.at("x");
         const double tolerance = std::max(1.0e-12, point < spreads.size() ? 100.0 * spreads[point] : 0.0);
         ++point;

@@ -100,8 +100,9 @@ TEST(PlisDispatch, FlagsAndTolerancesOfTheOtherEngineAreIgnored) {
     for (DispatchedRun* run : {&plain, &loaded}) {
         run->callWith("START", 1);
         for (int call = 0; call < 60; ++call) {
-            if (taskBegins(run->task, "FG"))
+            if (taskBegins(run->task, "FG")) {
                 run->evaluate();
+            }
             run->call(1);
         }
     }
@@ -129,8 +130,9 @@ TEST(PlisDispatch, PointsAreThoseOfTheEngine) {
         do {
             ASSERT_EQ(direct.x, dispatched.x) << "call " << calls;
             ASSERT_EQ(direct.nbd, dispatched.nbd) << "call " << calls;
-            if (taskBegins(dispatched.task, "FG"))
+            if (taskBegins(dispatched.task, "FG")) {
                 dispatched.evaluate();
+            }
             dispatched.call(method);
             ++calls;
         } while (direct.advance(rosenbrockChain) && calls < 5000);

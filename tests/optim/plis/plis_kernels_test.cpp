@@ -23,23 +23,26 @@ protected:
     Vector randomVector(std::size_t size) {
         std::uniform_real_distribution<double> component(-1.0, 1.0);
         Vector v(size);
-        for (double& value : v)
+        for (double& value : v) {
             value = component(random);
+        }
         return v;
     }
 
     std::vector<std::int32_t> mixedCodes() const {
         std::vector<std::int32_t> nbd(n);
-        for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t i = 0; i < n; ++i) {
             nbd[i] = static_cast<std::int32_t>(i % 9) - 5;
+        }
         return nbd;
     }
 };
 
 double wideDot(const Vector& a, const Vector& b) {
     long double sum = 0.0L;
-    for (std::size_t i = 0; i < a.size(); ++i)
+    for (std::size_t i = 0; i < a.size(); ++i) {
         sum += static_cast<long double>(a[i]) * b[i];
+    }
     return static_cast<double>(sum);
 }
 
@@ -121,8 +124,9 @@ TEST_P(PlisKernels, ProductsAreThoseOfTheMatrix) {
         product(a, y, 0.5, result, result);
         for (std::size_t i = 0; i < n; ++i) {
             long double expected = 0.5L * x[i];
-            for (std::size_t j = 0; j < columns; ++j)
+            for (std::size_t j = 0; j < columns; ++j) {
                 expected += static_cast<long double>(a[j * n + i]) * y[j];
+            }
             EXPECT_NEAR(result[i], static_cast<double>(expected), tolerance(columns)) << "row " << i;
         }
     }

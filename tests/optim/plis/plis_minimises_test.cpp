@@ -51,8 +51,9 @@ Outcome minimise(int method, Problem problem) {
                       problem.nbd, fixedFlag, maxStep, outcome.f, g, 0.1, 0.0, wa, iwa, task, -1, state);
         if (taskBegins(task, "FG")) {
             outcome.f = problem.function(problem.x, g);
-            if (++outcome.evaluations > 100000)
+            if (++outcome.evaluations > 100000) {
                 break;
+            }
         } else if (taskIs(task, "NEW_X")) {
             continue;
         } else if (method != 0 && lastStop - outcome.f > 1.0e-11 * std::max(1.0, std::abs(outcome.f)) &&
@@ -72,9 +73,10 @@ Outcome minimise(int method, Problem problem) {
 double expectSameMinimum(const Problem& problem, const std::string& what) {
     const Outcome lbfgsb = minimise(0, problem);
     const Outcome plis[] = {minimise(1, problem), minimise(2, problem)};
-    for (const Outcome& outcome : plis)
+    for (const Outcome& outcome : plis) {
         EXPECT_LE(std::abs(outcome.f - lbfgsb.f), 1.0e-8 * std::max(1.0, std::abs(lbfgsb.f)))
             << what << ": " << outcome.word << " after " << outcome.evaluations;
+    }
     std::cout << what << ": evaluations " << lbfgsb.evaluations << " (L-BFGS-B), " << plis[0].evaluations << " in "
               << plis[0].starts << " starts (rank 1), " << plis[1].evaluations << " in " << plis[1].starts
               << " starts (rank 2)\n";
@@ -123,8 +125,9 @@ INSTANTIATE_TEST_SUITE_P(Conditions, PlisMinimises,
 TEST(PlisMinimises, RosenbrockChains) {
     for (const std::int32_t n : {2, 10, 50}) {
         Problem problem = problemOf(n, 1.0, rosenbrockChain);
-        for (std::size_t i = 0; i < problem.x.size(); i += 2)
+        for (std::size_t i = 0; i < problem.x.size(); i += 2) {
             problem.x[i] = -1.2;
+        }
         expectSameMinimum(problem, "chain n " + std::to_string(n));
         problem.x.assign(problem.x.size(), 0.1);
         bound(problem, -0.5, 0.7);

@@ -27,18 +27,22 @@ PlisRun startOf(const json& recording) {
 }
 
 std::string wordOf(const PlisRun& run) {
-    if (run.state == -1)
+    if (run.state == -1) {
         return "FG_START";
-    if (run.state == 3)
+    }
+    if (run.state == 3) {
         return "FG_LN";
-    if (run.stopCode == 0)
+    }
+    if (run.stopCode == 0) {
         return "NEW_X";
+    }
     return run.stopCode > 0 ? "CONVERGED" : "ERROR";
 }
 
 int stateOf(const std::string& word) {
-    if (word == "START")
+    if (word == "START") {
         return -1;
+    }
     return word == "FG_LN" ? 3 : 0;
 }
 
@@ -73,12 +77,14 @@ TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
             const double shift = call.at("shift");
             ASSERT_NEAR(run.saved.shift, shift, 1.0e4 * tolerance * shift) << "call " << k;
         }
-        if (!call.contains("f"))
+        if (!call.contains("f")) {
             continue;
+        }
         run.f = call.at("f");
         run.g = call.at("g").get<Vector>();
-        if (way == "live")
+        if (way == "live") {
             run.f = evaluateTestFunction(recording.at("function"), run.x, run.g);
+        }
     }
     EXPECT_GT(point, 15u);
 }

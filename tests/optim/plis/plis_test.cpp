@@ -26,8 +26,9 @@ const double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 PlisRun rosenbrockRun(int method, std::int32_t n, std::int32_t m) {
     PlisRun run(method, n, m, 1.0);
-    for (std::size_t i = 0; i < run.x.size(); i += 2)
+    for (std::size_t i = 0; i < run.x.size(); i += 2) {
         run.x[i] = -1.2;
+    }
     return run;
 }
 
@@ -47,9 +48,11 @@ PlisRun boundedRun(int method, std::int32_t n, std::int32_t m) {
 Function turnsAround(int evaluations) {
     return [evaluations, count = 0](const Vector& x, Vector& g) mutable {
         const double f = rosenbrockChain(x, g);
-        if (++count > evaluations)
-            for (double& value : g)
+        if (++count > evaluations) {
+            for (double& value : g) {
                 value = -value;
+            }
+        }
         return f;
     };
 }
@@ -98,8 +101,9 @@ TEST(Plis, WithoutFixedVariablesNoCodeIsLookedAt) {
     const std::vector<std::int32_t> codes = coded.nbd;
     coded.l.assign(6, notANumber);
     coded.u.assign(6, -4.0);
-    for (PlisRun* run : {&plain, &coded})
+    for (PlisRun* run : {&plain, &coded}) {
         run->minimise(rosenbrockChain);
+    }
     EXPECT_EQ(coded.nbd, codes);
     EXPECT_EQ(coded.x, plain.x);
     EXPECT_EQ(coded.evaluations, plain.evaluations);
@@ -114,8 +118,9 @@ TEST(Plis, TheFirstStepIsATenThousandthOfTheDirection) {
     run.state = 0;
     run.call();
     ASSERT_EQ(run.state, 3);
-    for (std::size_t i = 0; i < start.size(); ++i)
+    for (std::size_t i = 0; i < start.size(); ++i) {
         EXPECT_EQ(run.x[i], start[i] - 1.0e-4 * run.g[i]);
+    }
 }
 
 TEST(Plis, TheFirstStepIsNoLongerThanOne) {
@@ -169,8 +174,9 @@ TEST(Plis, TwoFailedSearchesInARowEndTheRun) {
 TEST(Plis, OneFailedSearchStartsTheMatrixAnew) {
     PlisRun run = rosenbrockRun(1, 6, 3);
     run.call();
-    for (int iteration = 0; iteration < 6; ++iteration)
+    for (int iteration = 0; iteration < 6; ++iteration) {
         run.finishIteration(rosenbrockChain);
+    }
     ASSERT_EQ(run.saved.columnsInUse, 3);
     const Vector x = run.x;
     const Vector g = run.g;
@@ -190,8 +196,9 @@ TEST(Plis, OneFailedSearchStartsTheMatrixAnew) {
     EXPECT_EQ(run.f, f);
     EXPECT_EQ(run.g, g);
     ASSERT_EQ(run.state, 3);  // the same call goes on with steepest descent
-    for (std::size_t i = 0; i < x.size(); ++i)
+    for (std::size_t i = 0; i < x.size(); ++i) {
         EXPECT_EQ(run.x[i], x[i] - run.saved.r * g[i]);
+    }
     const int calls = run.minimise(rosenbrockChain);
     EXPECT_GT(run.stopCode, 0) << calls;
 }
@@ -207,13 +214,15 @@ TEST(Plis, TheMethodMakesNoDifferenceUntilTheMatrixIsFull) {
             int same = 0;
             while (one.x == two.x && same < 400) {
                 ASSERT_EQ(one.saved.columnsInUse, two.saved.columnsInUse);
-                if (one.state == 0 && one.saved.columnsInUse == m)
+                if (one.state == 0 && one.saved.columnsInUse == m) {
                     ++full;
+                }
                 if (full < 2) {
                     ASSERT_EQ(one.saved.shift, two.saved.shift);
                 }
-                if (!one.advance(rosenbrockChain) || !two.advance(rosenbrockChain))
+                if (!one.advance(rosenbrockChain) || !two.advance(rosenbrockChain)) {
                     break;
+                }
                 ++same;
             }
             EXPECT_GE(full, 2) << "m " << m << " bounded " << bounded;  // full, and updated when full
@@ -253,8 +262,9 @@ TEST(Plis, StopsAtOnceWithoutGradient) {
 TEST(Plis, StopsWhenTheValueStandsStillTwice) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
-    for (int iteration = 0; iteration < 3; ++iteration)
+    for (int iteration = 0; iteration < 3; ++iteration) {
         run.finishIteration(rosenbrockChain);
+    }
     run.saved.fo = run.f;
     run.finishIteration(rosenbrockChain);
     EXPECT_EQ(run.stopCode, 0);
@@ -264,8 +274,9 @@ TEST(Plis, StopsWhenTheValueStandsStillTwice) {
     EXPECT_EQ(run.stopCode, 2);
     run = rosenbrockRun(1, 4, 3);
     run.call();
-    for (int iteration = 0; iteration < 3; ++iteration)
+    for (int iteration = 0; iteration < 3; ++iteration) {
         run.finishIteration(rosenbrockChain);
+    }
     run.saved.valuePasses = 1;
     run.finishIteration(rosenbrockChain);
     EXPECT_EQ(run.stopCode, 0);
@@ -275,8 +286,9 @@ TEST(Plis, StopsWhenTheValueStandsStillTwice) {
 TEST(Plis, StopsWhenXStandsStillTwice) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
-    for (int iteration = 0; iteration < 3; ++iteration)
+    for (int iteration = 0; iteration < 3; ++iteration) {
         run.finishIteration(rosenbrockChain);
+    }
     run.saved.largestStep = 1.0e-16;
     run.finishIteration(rosenbrockChain);
     EXPECT_EQ(run.stopCode, 0);
@@ -289,8 +301,9 @@ TEST(Plis, StopsWhenXStandsStillTwice) {
 TEST(Plis, BehindASearchThatEndedAtItsSmallestStepOnlyTheLimitsAreTested) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
-    for (int iteration = 0; iteration < 3; ++iteration)
+    for (int iteration = 0; iteration < 3; ++iteration) {
         run.finishIteration(rosenbrockChain);
+    }
     run.saved.searchStatus = 0;
     run.saved.stepPasses = run.saved.valuePasses = 1;
     run.saved.largestStep = 0.0;
@@ -313,8 +326,9 @@ TEST(Plis, StopsAtTheLimitsOfItsCounters) {
     for (const int code : {11, 12, 13}) {
         PlisRun run = rosenbrockRun(1, 4, 3);
         run.call();
-        for (int iteration = 0; iteration < 3; ++iteration)
+        for (int iteration = 0; iteration < 3; ++iteration) {
             run.finishIteration(rosenbrockChain);
+        }
         std::int32_t& counter = code == 11   ? run.saved.iterationCount
                                 : code == 12 ? run.saved.valueCount
                                              : run.saved.gradientCount;
@@ -341,8 +355,9 @@ TEST(Plis, RestartsPeriodically) {
     for (const int missing : {0, 1}) {
         PlisRun run = rosenbrockRun(1, 4, 3);
         run.call();
-        for (int iteration = 0; iteration < 5; ++iteration)
+        for (int iteration = 0; iteration < 5; ++iteration) {
             run.finishIteration(rosenbrockChain);
+        }
         ASSERT_EQ(run.saved.restartCount, 1);
         run.saved.lastRestartIteration = run.saved.iterationCount - 999 * 4 + missing;
         run.call();
@@ -491,16 +506,18 @@ PlisRun readyToRelease(int active) {
     PlisRun run(1, 4, 2, 0.5);
     run.nb = 1;
     run.nbd.assign(4, 1);
-    for (int i = 0; i < active; ++i)
+    for (int i = 0; i < active; ++i) {
         run.x[static_cast<std::size_t>(i)] = 0.0;
+    }
     run.call();
     run.saved.iterationCount = 5;
     run.saved.lastRestartIteration = 1;
     run.saved.restartCount = 1;
     run.f = 1.0;
     run.g.assign(4, 0.1);
-    for (int i = 0; i < active; ++i)
+    for (int i = 0; i < active; ++i) {
         run.g[static_cast<std::size_t>(i)] = -1.0;
+    }
     run.saved.newlyFixed = 0;
     run.state = 0;
     return run;
@@ -554,8 +571,9 @@ TEST(Plis, EqualBoundsFixAVariable) {
         EXPECT_EQ(one.nbd[2], -5);
         Vector g(6);
         rosenbrockChain(one.x, g);
-        for (std::size_t i = 0; i < 6; ++i)
+        for (std::size_t i = 0; i < 6; ++i) {
             EXPECT_TRUE(i == 2 || std::abs(g[i]) < 1.0e-4) << "variable " << i + 1 << " method " << method;
+        }
         all.nbd.assign(6, 3);
         all.l = all.u = Vector{0.5, -0.5, 1.5, 0.0, 2.0, 1.0};
         const Vector start = all.x;
@@ -576,8 +594,9 @@ TEST(Plis, TheLargestStepIsRelativeToXAboveOne) {
         run.finishIteration(rosenbrockChain);
         ASSERT_EQ(run.stopCode, 0);
         double largest = 0.0;
-        for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t i = 0; i < 4; ++i) {
             largest = std::max(largest, std::abs(run.x[i] - before[i]) / std::max(std::abs(run.x[i]), 1.0));
+        }
         EXPECT_EQ(run.saved.largestStep, largest) << "iteration " << iteration;
     }
 }
@@ -634,8 +653,9 @@ TEST(Plis, WithoutColumnsItIsSteepestDescent) {
         return f;
     });
     EXPECT_GT(run.stopCode, 0);
-    for (const double value : run.x)
+    for (const double value : run.x) {
         EXPECT_NEAR(value, 0.0, 1.0e-7);
+    }
 }
 
 // A copy of everything plain that is put back between any two calls changes no bit.
@@ -666,8 +686,9 @@ TEST(Plis, SavedAndReloadedItGoesOnTheSameWay) {
             const bool goesOn = whole.advance(rosenbrockChain);
             ASSERT_EQ(whole.x, stored.x) << "call " << calls;
             ASSERT_EQ(whole.state, stored.state) << "call " << calls;
-            if (!goesOn)
+            if (!goesOn) {
                 break;
+            }
         } while (calls < 5000);
         EXPECT_NE(whole.stopCode, 0);
     }
@@ -685,12 +706,13 @@ TEST(Plis, OddValuesAtAnyCallEndTheRunUnharmed) {
                     double f = rosenbrockChain(x, g);
                     ++count;
                     if (count == first || (count > first && !once)) {
-                        if (place == 0)
+                        if (place == 0) {
                             f = value;
-                        else if (place == 1)
+                        } else if (place == 1) {
                             g[static_cast<std::size_t>(count) % g.size()] = value;
-                        else
+                        } else {
                             g.assign(g.size(), value);
+                        }
                     }
                     return f;
                 };
@@ -698,8 +720,9 @@ TEST(Plis, OddValuesAtAnyCallEndTheRunUnharmed) {
                 const int calls = run.minimise(function, 30000);
                 ASSERT_LT(calls, 30000) << value << " at " << first << " kind " << kind;
                 ASSERT_NE(run.stopCode, 0);
-                for (const double component : run.x)
+                for (const double component : run.x) {
                     ASSERT_TRUE(std::isfinite(component)) << value << " at " << first << " kind " << kind;
+                }
                 ASSERT_TRUE(run.nb == 0 || run.isInside()) << value << " at " << first << " kind " << kind;
             }
         }

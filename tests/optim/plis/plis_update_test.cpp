@@ -34,8 +34,9 @@ struct UpdateCase {
           stepProjection(m) {
         std::mt19937 random(seed);
         std::uniform_real_distribution<double> component(-1.0, 1.0);
-        for (double& value : lowRank)
+        for (double& value : lowRank) {
             value = component(random);
+        }
         for (std::size_t i = 0; i < n; ++i) {
             s[i] = component(random);
             go[i] = component(random);
@@ -43,8 +44,9 @@ struct UpdateCase {
         columnsInUse = static_cast<std::int32_t>(m);
         transposedProduct(lowRank, s, stepProjection);
         product(lowRank, stepProjection, shift, s, xo);
-        if (dot(xo, go) < 0.0)
+        if (dot(xo, go) < 0.0) {
             scaledCopy(-1.0, go, go);
+        }
     }
 
     bool update(int method) {
@@ -66,8 +68,9 @@ struct UpdateCase {
 
 double largestAbsolute(const Vector& v) {
     double largest = 0.0;
-    for (const double value : v)
+    for (const double value : v) {
         largest = std::max(largest, std::abs(value));
+    }
     return largest;
 }
 
@@ -84,8 +87,9 @@ TEST(PlisUpdate, AColumnThatIsAddedMeetsTheQuasiNewtonCondition) {
         EXPECT_GE(test.shift, 0.2 * b / a * (1.0 - 1.0e-14));
         EXPECT_LE(test.shift, 0.8 * b / a * (1.0 + 1.0e-14));
         const Vector image = test.imageOfGo();
-        for (std::size_t i = 0; i < test.n; ++i)
+        for (std::size_t i = 0; i < test.n; ++i) {
             EXPECT_NEAR(image[i] + test.shift * test.go[i], xo[i], 1.0e-12 * largestAbsolute(xo)) << "seed " << seed;
+        }
     }
 }
 
@@ -102,8 +106,9 @@ TEST(PlisUpdate, AFullMatrixMeetsTheScaledQuasiNewtonCondition) {
             transposedProduct(test.lowRank, test.go, projection);
             const double gg = dot(projection, projection);
             const double share = 1.0 - gg / (test.shift * a + gg);
-            if (dot(projection, test.stepProjection) < 0.0)
+            if (dot(projection, test.stepProjection) < 0.0) {
                 ++negativeProjections;
+            }
             ASSERT_TRUE(test.update(method)) << "seed " << seed;
             EXPECT_GE(test.shift, 0.2 * b / a * (1.0 - 1.0e-14));
             EXPECT_LE(test.shift, 0.8 * b / a * (1.0 + 1.0e-14));
@@ -111,9 +116,10 @@ TEST(PlisUpdate, AFullMatrixMeetsTheScaledQuasiNewtonCondition) {
             const Vector image = test.imageOfGo();
             const double largest = largestAbsolute(test.lowRank);
             const double rounding = 1.0e-13 * largest * largest * static_cast<double>(test.m);
-            for (std::size_t i = 0; i < test.n; ++i)
+            for (std::size_t i = 0; i < test.n; ++i) {
                 EXPECT_NEAR(image[i], v * (xo[i] - test.shift * test.go[i]), rounding + 1.0e-12 * largestAbsolute(xo))
                     << "seed " << seed << " method " << method;
+            }
         }
     }
     EXPECT_GT(negativeProjections, 2);
