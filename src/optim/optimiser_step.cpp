@@ -11,7 +11,7 @@ static_assert(std::is_trivially_copyable_v<OptimiserState>);
 
 namespace {
 
-// States of PLIS that have a word of their own.
+// States of PLIS with a task word of their own; all others are state 0.
 constexpr int plisStart = -1;
 constexpr int plisSearch = 3;
 
@@ -50,7 +50,7 @@ void optimiserStep(int inversionMethod, int /*iteration*/, int n, int m, std::sp
         return;
     }
     const BoxProblem problem{n, m, l, u, nbd, fixedFlag, maxStep};
-    const LbfgsbSavedBlocks saved{state.csave, state.lsave, state.isave, state.dsave};
+    const LbfgsbSavedArrays saved{state.csave, state.lsave, state.isave, state.dsave};
     lbfgsbStep(problem, x, f, g, factr, pgtol, wa, iwa, task, saved);
 }
 

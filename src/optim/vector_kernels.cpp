@@ -1,10 +1,12 @@
 #include "optim/vector_kernels.h"
 
+#include <cassert>
 #include <cmath>
 
 namespace voxlith {
 
 double innerProduct(std::span<const double> a, std::span<const double> b) {
+    assert(a.size() == b.size());
     double sum = 0.0;
     for (std::size_t i = 0; i < a.size(); ++i) {
         sum += a[i] * b[i];

@@ -7,7 +7,7 @@
 
 namespace voxlith {
 
-// A view of a small square matrix, row by row in an array that belongs to somebody else.
+// A view of a small square matrix, row by row in an array that the caller owns.
 struct SmallMatrix {
     double* data = nullptr;
     std::size_t stride = 0;

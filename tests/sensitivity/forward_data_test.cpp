@@ -131,12 +131,12 @@ TEST(ForwardData, AmplitudeIsTheRootOfThreeSquares) {
     EXPECT_NEAR(misfit, sum / 6.0, 1e-13 * sum);
 }
 
-TEST(ForwardData, AmplitudeSlotsAreFilledOneBehindTheOther) {
+TEST(ForwardData, AmplitudeSlotsAreFilledOneAfterTheOther) {
     JointRun run;
     const std::vector<double> first = run.product(0, 0);
     const std::vector<double> third = run.product(2, 0);
     run.tables.isAmplitude[0] = true;
-    // Slot 1 takes the third column; slot 3 then takes what slot 1 holds. Slot 2 is passed over and keeps its product.
+    // Slot 1 takes the third column; slot 3 then takes the value of slot 1. Slot 2 is skipped and keeps its product.
     const std::vector<double> second = run.product(1, 0);
     run.evaluate({{{2, 0, 2, 2.0}, {1, 0, -1, 0.0}, {0, 0, 0, 3.0}}}, threeFiles);
     for (std::size_t i = 0; i < nData; ++i) {
@@ -159,7 +159,7 @@ TEST(ForwardData, AmplitudeNeedsNoThreeProducts) {
     }
 }
 
-TEST(ForwardData, IsNothingWithoutDataTypes) {
+TEST(ForwardData, IsZeroWithoutDataTypes) {
     JointRun run;
     EXPECT_EQ(run.evaluate({}, {}), 0.0);
 }

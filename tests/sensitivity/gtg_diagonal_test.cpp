@@ -44,12 +44,13 @@ protected:
     WaveletFilter filter;
 };
 
-TEST_F(GtgDiagonalTest, withoutATransformSquaresOfTheCoefficientsStandInTheirCells) {
+TEST_F(GtgDiagonalTest, withoutATransformTheDiagonalHasTheSquaresOfTheCoefficients) {
     // Padded extents of 4 and less are not transformed: position z + npz (x - 1) + npz npx (y - 1).
     MtxContents contents = smallMtxContents(2, {3, 2, 4}, {4, 3, 4});
     contents.rows[0] = {
-        {1 + 4 * 1 + 12 * 2, 4 + 4 * 2 + 12 * 0}, {3.0F, 100.0F}, false};         // (1,2,3), and outside the mesh
-    contents.rows[1] = {{1 + 4 * 1 + 12 * 2, 4, 4}, {0.5F, 9.0F, -2.0F}, false};  // a repeated index: the last stands
+        {1 + 4 * 1 + 12 * 2, 4 + 4 * 2 + 12 * 0}, {3.0F, 100.0F}, false};  // (1,2,3), and outside the mesh
+    contents.rows[1] = {
+        {1 + 4 * 1 + 12 * 2, 4, 4}, {0.5F, 9.0F, -2.0F}, false};  // a repeated index: the last value counts
     const std::vector<double> diagonal = diagonalOf(contents);
     for (std::size_t c = 0; c < diagonal.size(); ++c) {
         const double expected = c == mesh.cellIndex(0, 1, 2) ? 9.25 : (c == mesh.cellIndex(3, 0, 0) ? 4.0 : 0.0);

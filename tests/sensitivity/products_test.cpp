@@ -62,7 +62,7 @@ std::vector<double> transpose(Sensitivity& sensitivity, const MeshGeometry& mesh
     return gradient;
 }
 
-// Writes the rows of file `mtx` behind some bytes that do not belong to them.
+// Writes the rows of file `mtx` after some other bytes.
 void openRowsOnDisk(Sensitivity& sensitivity, const TemporaryFolder& folder, std::size_t mtx,
                     const std::vector<StoredRow>& rows, const std::string& behind = std::string(64, '\7')) {
     const bool framed = sensitivity.files[mtx].header.form == MtxForm::record;
@@ -96,8 +96,8 @@ TEST(Products, AreAdjointWhenFolded) {
             storeRowsInMemory(sensitivity, {randomRows(19, paddedExtentsOf(mesh).total(), 60, random, 4)});
             const std::vector<double> m = randomVector(mesh.cellCount(), random);
             const std::vector<double> r = randomVector(19, random);
-            for (const bool arranged : {false, true}) {
-                if (arranged) {
+            for (const bool blocked : {false, true}) {
+                if (blocked) {
                     buildBlockedRows(sensitivity);
                 }
                 const std::vector<double> gm = forward(sensitivity, mesh, m);
@@ -109,7 +109,7 @@ TEST(Products, AreAdjointWhenFolded) {
                 }
                 EXPECT_NEAR(dot(gm, r), dot(m, gr), 1e-12 * (norm(gm) * norm(r) + norm(m) * norm(gr)))
                     << "nz " << mesh.nz << ", npz " << mesh.npz << ", taps " << filter.coefLow.size()
-                    << (arranged ? ", arranged" : ", raw");
+                    << (blocked ? ", blocked" : ", raw");
             }
         }
     }
@@ -132,7 +132,7 @@ TEST(Products, ProductOfOneCoefficientByHand) {
     EXPECT_EQ(gradient, expected);
 }
 
-TEST(Products, CoefficientsOutsideTheMeshAreSeenThroughTheTransformOnly) {
+TEST(Products, CoefficientsOutsideTheMeshActThroughTheTransformOnly) {
     const MeshGeometry mesh = meshOf({2, 3, 3}, {2, 4, 4});
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 1, 1, daubechies(4));
@@ -165,12 +165,12 @@ TEST(Products, DenseRowsWorkInMemory) {
     EXPECT_NEAR(forward(sensitivity, mesh, m)[0], sum, 1e-12 * std::abs(sum));
 }
 
-// Positions behind the padded mesh: each transposed product adds to what is there, and the products with models see it.
-TEST(Products, DenseRowsOfSurfaceStylesSeeWhatEarlierTransposedProductsLeft) {
+// Positions after the padded mesh: each transposed product adds to the values there, and products with models use them.
+TEST(Products, DenseRowsOfSurfaceStylesUseValuesOfEarlierTransposedProducts) {
     std::mt19937 random(104);
     const MeshGeometry mesh = meshOf({5, 3, 2}, {2, 4, 2});
     const std::size_t inMesh = paddedExtentsOf(mesh).total();
-    for (const bool arranged : {false, true}) {
+    for (const bool blocked : {false, true}) {
         Sensitivity sensitivity;
         prepareSensitivity(sensitivity, mesh, 2, 1, daubechies(4));
         ASSERT_EQ(sensitivity.paddedWork.size(), 40U);
@@ -182,7 +182,7 @@ TEST(Products, DenseRowsOfSurfaceStylesSeeWhatEarlierTransposedProductsLeft) {
             }
         }
         storeRowsInMemory(sensitivity, {rows});
-        if (arranged) {
+        if (blocked) {
             buildBlockedRows(sensitivity);
         }
         const std::vector<double> model = randomVector(mesh.cellCount(), random);
@@ -198,7 +198,7 @@ TEST(Products, DenseRowsOfSurfaceStylesSeeWhatEarlierTransposedProductsLeft) {
         }
         const std::vector<double> got = forward(sensitivity, mesh, model);
         for (std::size_t r = 0; r < 2; ++r) {
-            EXPECT_NEAR(got[r], expected[r], 1e-12 * std::abs(expected[r])) << (arranged ? "arranged" : "raw");
+            EXPECT_NEAR(got[r], expected[r], 1e-12 * std::abs(expected[r])) << (blocked ? "blocked" : "raw");
         }
     }
 }
@@ -300,19 +300,19 @@ TEST(Products, ErrorOfZeroDividesOnDisk) {
     const std::vector<double> out = forward(sensitivity, mesh, std::vector<double>(8, 1.0), 0, obsStd);
     EXPECT_TRUE(std::isinf(out[0]));
     EXPECT_EQ(out[1], 1.5);
-    // A masked datum has the residual 0 and takes no part.
+    // A masked datum has the residual 0 and does not contribute.
     const std::vector<double> masked = transpose(sensitivity, mesh, {0.0, 1.0}, 0, obsStd);
     EXPECT_EQ(masked[0], 0.0);
     EXPECT_EQ(masked[1], 1.5);
     EXPECT_TRUE(std::isinf(transpose(sensitivity, mesh, {1.0, 1.0}, 0, obsStd)[0]));
 }
 
-TEST(Products, NegativeCountOnDiskGivesZeroAndItsValuesAreTakenForTheNextRow) {
+TEST(Products, NegativeCountOnDiskGivesZeroAndItsValuesAreReadAsTheNextRow) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 3, 1, daubechies(4));
     TemporaryFolder folder;
-    // The values behind the dense row's count happen to read as: an empty row (0.0), a row of 1 coefficient (the
+    // The values after the dense row's count happen to read as: an empty row (0.0), a row of 1 coefficient (the
     // smallest denormal), its index 5 and its value.
     const StoredRow dense{-1, {}, {0.0F, 0x1p-149F, 0x1.4p-147F, 2.5F, 9.0F, 9.0F, 9.0F, 9.0F}};
     openRowsOnDisk(sensitivity, folder, 0, {dense});
@@ -322,13 +322,13 @@ TEST(Products, NegativeCountOnDiskGivesZeroAndItsValuesAreTakenForTheNextRow) {
               (std::vector<double>{0, 0, 0, 0, 5, 0, 0, 0}));
 }
 
-TEST(Products, LongerRowOfAnEarlierFileMakesTheBufferGrow) {
+TEST(Products, LongerRowOfAnEarlierFileEnlargesTheBuffer) {
     std::mt19937 random(113);
     const MeshGeometry mesh = meshOf({4, 8, 8}, {4, 8, 8});
     Sensitivity sensitivity;
     prepareSensitivity(sensitivity, mesh, 5, 2, daubechies(4));
     const std::vector<std::vector<StoredRow>> files{randomRows(5, 256, 200, random), randomRows(5, 256, 3, random)};
-    // What a run holds after it has scanned both files: room for the longest row of the last.
+    // The store of a run after both files are scanned: space for the longest row of the last.
     sensitivity.store.rowMax = 3;
     reserveStore(sensitivity.store, 3, 0);
     TemporaryFolder folder;
@@ -370,7 +370,7 @@ TEST(Products, DamageOnDiskIsReported) {
     const MeshGeometry mesh = meshOf({2, 2, 2}, {2, 2, 2});
     const std::vector<std::vector<StoredRow>> damaged{
         {{1, {0}, {1.0F}}},                     // index below the first position
-        {{2, {1, 9}, {1.0F, 1.0F}}},            // index behind the last
+        {{2, {1, 9}, {1.0F, 1.0F}}},            // index after the last
         {{1, {-2147483647 - 1}, {1.0F}}},       // far below
         {{2147483647, {1}, {1.0F}}},            // count that cannot be
         {{1, {1}, {1.0F}}, {50, {1}, {1.0F}}},  // count that does not fit the file

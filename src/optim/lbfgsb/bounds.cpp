@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <limits>
 
@@ -35,6 +36,7 @@ bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task) 
 }
 
 BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span<std::int32_t> status) {
+    assert(x.size() == static_cast<std::size_t>(problem.n) && status.size() == x.size());
     BoxKind kind;
     kind.boxed = true;
     for (std::size_t i = 0; i < x.size(); ++i) {
@@ -76,7 +78,7 @@ BoundsBlock boundsOfBlock(const BoxProblem& problem, std::size_t first, std::siz
             uniform};
 }
 
-bool isAlike(const BoundsBlock& bounds) {
+bool isUniform(const BoundsBlock& bounds) {
     for (std::size_t i = 0; i < bounds.length; ++i) {
         if (bounds.fixed[i] != 0 || bounds.code[i] != bounds.code[0]) {
             return false;
@@ -85,33 +87,33 @@ bool isAlike(const BoundsBlock& bounds) {
     return true;
 }
 
-// Largest absolute value of a block so far, lane by lane. Not a number as soon as one value is not.
+// Largest absolute value so far, lane by lane; NaN if one value is. Comparisons alone would lose a NaN.
 struct LargestValues {
     static constexpr std::size_t laneCount = 8;
     double lane[laneCount] = {};
-    double disorder[laneCount] = {};  // sums of zeros, unless a value is no finite number
+    double nonFinite[laneCount] = {};  // sums of zeros and of values that are infinite or NaN
 
-    void take(const double* values, std::size_t length) {
+    void add(const double* values, std::size_t length) {
         std::size_t i = 0;
         for (; i + laneCount <= length; i += laneCount) {
             for (std::size_t k = 0; k < laneCount; ++k) {
-                parseOne(k, values[i + k]);
+                addToLane(k, values[i + k]);
             }
         }
         for (std::size_t k = 0; i < length; ++i, ++k) {
-            parseOne(k, values[i]);
+            addToLane(k, values[i]);
         }
     }
-    void parseOne(std::size_t k, double value) {
+    void addToLane(std::size_t k, double value) {
         const double size = std::abs(value);
         lane[k] = size > lane[k] ? size : lane[k];
-        disorder[k] += size < std::numeric_limits<double>::infinity() ? 0.0 : size;
+        nonFinite[k] += size < std::numeric_limits<double>::infinity() ? 0.0 : size;
     }
     double largest() const {
         double result = 0.0;
         for (std::size_t k = 0; k < laneCount; ++k) {
-            if (std::isnan(disorder[k])) {
-                return disorder[k];
+            if (std::isnan(nonFinite[k])) {
+                return nonFinite[k];
             }
             result = std::max(result, lane[k]);
         }
@@ -127,11 +129,12 @@ void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> unifor
     const auto n = static_cast<std::size_t>(problem.n);
     for (std::size_t first = 0; first < n; first += blockLength) {
         const std::size_t length = std::min(blockLength, n - first);
-        uniform[first / blockLength] = isAlike(boundsOfBlock(unknown, first, length)) ? 1 : 0;
+        uniform[first / blockLength] = isUniform(boundsOfBlock(unknown, first, length)) ? 1 : 0;
     }
 }
 
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
+    assert(x.size() == g.size() && x.size() == static_cast<std::size_t>(problem.n));
     LargestValues values;
     BoxBlock box;
     std::array<double, blockLength> projected;
@@ -142,18 +145,19 @@ double projectedGradientNorm(const BoxProblem& problem, std::span<const double> 
         prefetchNextBlock(g.data() + first, length);
         formBox(bounds, box);
         boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
-        values.take(projected.data(), length);
+        values.add(projected.data(), length);
     }
     return values.largest();
 }
 
 double gradientNorm(std::span<const double> g) {
     LargestValues values;
-    values.take(g.data(), g.size());
+    values.add(g.data(), g.size());
     return values.largest();
 }
 
 void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box) {
+    assert(first % blockLength == 0 && length <= blockLength);
     formBox(boundsOfBlock(problem, first, length), box);
 }
 
@@ -180,12 +184,12 @@ void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, con
     }
     for (std::size_t i = 0; i < length; ++i) {
         const bool downwards = d[i] < 0.0;
-        const double room = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];
-        const double way = d[i] * step.length;
-        if (downwards ? way < room : d[i] > 0.0 && way > room) {
-            // What has no room at all, or lies outside, does not move. Of several that meet their bounds at the same
-            // step the first one counts.
-            const double reach = (downwards ? room >= 0.0 : room <= 0.0) ? 0.0 : room / d[i];
+        const double distance = downwards ? box.lower[i] - x[i] : box.upper[i] - x[i];
+        const double travel = d[i] * step.length;
+        if (downwards ? travel < distance : d[i] > 0.0 && travel > distance) {
+            // A variable on its bound, or outside, does not move. Of several that meet their bounds at the same step
+            // the first one counts.
+            const double reach = (downwards ? distance >= 0.0 : distance <= 0.0) ? 0.0 : distance / d[i];
             if (reach < step.length) {
                 step.length = reach;
                 step.variable = first + i;
@@ -196,6 +200,7 @@ void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, con
 }
 
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit) {
+    assert(d.size() <= problem.maxStep.size());
     for (std::size_t i = 0; i < d.size(); ++i) {
         const double length = std::abs(d[i]);
         if (problem.maxStep[i] > 0.0 && length > 0.0 && length * limit > problem.maxStep[i]) {

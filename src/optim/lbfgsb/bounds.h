@@ -1,7 +1,7 @@
 // The box of the L-BFGS-B engine: bound codes, the check of the arguments, the status of each variable, projections.
 //
 // Bound codes: 0 none, 1 lower, 2 upper, 3 both, 5 fixed by equal bounds. Codes 4 and 5 set no bound of their own here:
-// such cells are fixed by their flag. Bounds of an unused side are never looked at.
+// such variables are fixed by their flag. Bounds of an unused side are never read.
 #pragma once
 
 #include <cstddef>
@@ -19,53 +19,52 @@ struct BoxProblem {
     std::int32_t m = 0;                       // corrections to remember
     std::span<const double> l, u;             // bounds
     std::span<const std::int32_t> nbd;        // bound codes
-    std::span<const std::int32_t> fixedFlag;  // not 0: the variable is fixed where it is
+    std::span<const std::int32_t> fixedFlag;  // not 0: the variable keeps its value
     std::span<const double> maxStep;          // above 0: largest change in the first search
-    std::span<const std::int32_t> uniform{};  // of each block, as findUniformBlocks tells; empty: not known
+    std::span<const std::int32_t> uniform{};  // of each block, set by findUniformBlocks; empty: not known
 };
 
-// What the bounds say about the whole problem.
+// Properties of the problem that follow from its bounds.
 struct BoxKind {
-    bool startProjected = false;  // the start point lay outside of its bounds
+    bool startProjected = false;  // the start point was outside its bounds
     bool constrained = false;     // some code or some flag is not 0
     bool boxed = false;           // all codes are 3
 };
 
-// Checks n, m, factr, codes and bounds. False, with the error text in `task`, if something is wrong; if several things
-// are, the later one in the order n, m, factr, variable 1 to n is reported. Arrays of n <= 0 variables are not looked
-// at.
+// Checks n, m, factr, codes and bounds. False, with the error text in `task`, if one is invalid; of several, the last
+// in the order n, m, factr, variable 1 to n is reported. Arrays of n <= 0 variables are not read.
 bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task);
 
-// Moves the start point x into its bounds, fixed variables excepted, and sets the first status of each variable.
+// Projects the start point x into its bounds, fixed variables excepted, and sets the first status of each variable.
 BoxKind setUpVariables(const BoxProblem& problem, std::span<double> x, std::span<std::int32_t> status);
 
-// Sets uniform[p] to 1 where all variables of block p have the same code and none of them is fixed, else to 0: the
+// Sets uniform[b] to 1 where all variables of block b have the same code and none of them is fixed, else to 0: the
 // bounds of such a block are its box, and codes and flags need not be read from memory at every pass.
 void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> uniform);
 
-// Largest absolute component of the projected gradient (Zhu et al. 1997, section 3). Variables with flag 1 contribute
-// nothing, those with another flag |g|. Not a number as soon as one component is not.
+// Largest absolute component of the projected gradient P(x - g) - x, P being the projection into the box (Zhu et al.
+// 1997, section 3). Variables with flag 1 contribute nothing, those with another flag |g|. NaN if one component is.
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g);
 
-// The same of a problem without bounds and fixed variables.
+// The same for a problem without bounds and fixed variables.
 double gradientNorm(std::span<const double> g);
 
-// The box of the block that begins at variable `first`.
+// The box of the block that begins at variable `first`, a multiple of blockLength.
 void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box);
 
-// Puts what rounding has carried across a bound back onto it; fixed variables excepted.
+// Puts variables that rounding has carried across a bound back onto it; fixed variables excepted.
 void clampToBounds(const BoxProblem& problem, std::span<double> x);
 void clampBlock(const BoxBlock& box, std::size_t length, double* x);
 
-// A step that is cut at the first bound along its way.
+// A step that is cut at the first bound it meets.
 struct StepToBound {
     double length = 1.0;
-    std::size_t variable = 0;  // that has shortened it last
+    std::size_t variable = 0;  // the last one that shortened it
     bool shortened = false;
 };
 
-// Shortens step.length, if need be, to what keeps x + length * d in the box, for the block that begins at variable
-// `first`; x and d are those of the block.
+// Shortens step.length so that x + length * d stays in the box, for the block that begins at variable `first`; x and d
+// are those of the block.
 void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, const double* x, const double* d,
                  StepToBound& step);
 

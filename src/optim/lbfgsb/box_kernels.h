@@ -57,7 +57,7 @@ struct BoundsBlock {
     bool uniform = false;    // all variables have the same code, and none is fixed
 };
 
-// When a variable meets its bound; infinite if it has none on its way.
+// The time at which a variable meets its bound; infinite if it does not.
 inline double timeToBound(double x, double lower, double upper, double direction) {
     const double infinity = std::numeric_limits<double>::infinity();
     const double distance = direction < 0.0 ? x - lower : upper - x;
@@ -66,7 +66,7 @@ inline double timeToBound(double x, double lower, double upper, double direction
     return speed > 0.0 ? time : infinity;
 }
 
-// What the start of the path of steepest descent says about all variables.
+// The start of the path of steepest descent, over all variables.
 struct PathStart {
     std::size_t breakpointCount = 0;                             // variables that meet a bound
     std::size_t freeCount = 0;                                   // variables that are free
@@ -84,11 +84,11 @@ struct BoxKernels {
     void (*projectGradient)(const BoundsBlock& bounds, const BoxBlock& box, const double* x, const double* g,
                             double* projected);
 
-    // True if x + step * d lies outside the box for a variable that moves towards the bound.
+    // True if x + step * d is outside the box for a variable that moves towards the bound.
     bool (*leavesBox)(const BoxBlock& box, std::size_t length, const double* x, const double* d, double step);
 
     // Sets status and direction of a block from its point x and gradient g, and adds them to the start of the path
-    // (Byrd et al. 1995, equations 4.1 and 4.2). directionSquared is left alone.
+    // (Byrd et al. 1995, equations 4.1 and 4.2). directionSquared is not changed.
     void (*startPath)(const BoxBlock& box, std::size_t length, const double* x, const double* g, std::int32_t* status,
                       double* direction, PathStart& path);
 };

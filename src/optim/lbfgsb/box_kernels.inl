@@ -12,7 +12,7 @@ void fillSide(const BoundsBlock& bounds, const double* bound, std::int32_t sideC
     for (std::size_t i = 0; i < bounds.length; ++i) {
         any |= ((bounds.code[i] == sideCode) | (bounds.code[i] == 3)) ? 1 : 0;
     }
-    if (any == 0) {  // bounds that no variable has need not come from memory
+    if (any == 0) {  // the bounds of an unused side are not read
         std::fill_n(side, bounds.length, noBound);
         return;
     }

@@ -1,5 +1,6 @@
 #include "optim/lbfgsb/breakpoint_heap.h"
 
+#include <cassert>
 #include <cstddef>
 #include <utility>
 
@@ -7,34 +8,35 @@ namespace voxlith {
 
 namespace {
 
-// Lets the entry at `place` sink until none of the two below it is less.
-void sink(std::span<double> times, std::span<std::int32_t> variables, std::size_t place, std::size_t count) {
-    const double time = times[place];
-    const std::int32_t variable = variables[place];
-    for (std::size_t below = 2 * place + 1; below < count; below = 2 * place + 1) {
-        if (below + 1 < count && times[below + 1] < times[below]) {
-            ++below;
+// Lets entry `at` sink until neither of its two children is less.
+void sink(std::span<double> times, std::span<std::int32_t> variables, std::size_t at, std::size_t count) {
+    const double time = times[at];
+    const std::int32_t variable = variables[at];
+    for (std::size_t child = 2 * at + 1; child < count; child = 2 * at + 1) {
+        if (child + 1 < count && times[child + 1] < times[child]) {
+            ++child;
         }
-        if (!(times[below] < time)) {
+        if (!(times[child] < time)) {
             break;
         }
-        times[place] = times[below];
-        variables[place] = variables[below];
-        place = below;
+        times[at] = times[child];
+        variables[at] = variables[child];
+        at = child;
     }
-    times[place] = time;
-    variables[place] = variable;
+    times[at] = time;
+    variables[at] = variable;
 }
 
 }  // namespace
 
 void makeHeap(std::span<double> times, std::span<std::int32_t> variables, std::size_t count) {
-    for (std::size_t place = count / 2; place-- > 0;) {
-        sink(times, variables, place, count);
+    for (std::size_t at = count / 2; at-- > 0;) {
+        sink(times, variables, at, count);
     }
 }
 
 void popLeast(std::span<double> times, std::span<std::int32_t> variables, std::size_t count) {
+    assert(count > 0 && count <= times.size() && count <= variables.size());
     std::swap(times[0], times[count - 1]);
     std::swap(variables[0], variables[count - 1]);
     sink(times, variables, 0, count - 1);

@@ -1,5 +1,6 @@
-// A binary heap of the breakpoints of the Cauchy search: times and the variables that belong to them, least time first.
-// Numbers that are no numbers may stand anywhere in the heap; no index goes astray by them.
+// A binary heap of the breakpoints of the Cauchy search: times and their variables in two arrays, least time first. Not
+// std::make_heap: the arrays are two parts of the workspace, and the order of equal times must not depend on the
+// library. A NaN may be anywhere in the heap; every index stays within it.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +11,7 @@ namespace voxlith {
 // Orders the first `count` entries as a heap.
 void makeHeap(std::span<double> times, std::span<std::int32_t> variables, std::size_t count);
 
-// Takes the least of `count` > 0 entries from the heap and puts it into entry count - 1; the rest is a heap of count
-// - 1.
+// Moves the least of `count` > 0 entries to entry count - 1; the others are a heap of count - 1 entries.
 void popLeast(std::span<double> times, std::span<std::int32_t> variables, std::size_t count);
 
 }  // namespace voxlith

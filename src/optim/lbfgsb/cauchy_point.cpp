@@ -1,6 +1,7 @@
 #include "optim/lbfgsb/cauchy_point.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -15,17 +16,17 @@ namespace {
 constexpr double epsmch = std::numeric_limits<double>::epsilon();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-// The model along the current block of the path: slope, curvature and its least value that counts as positive.
+// The quadratic model along the current segment of the path.
 struct PathModel {
     double slope = 0.0;      // f' of the paper
     double curvature = 0.0;  // f''
     double curvatureAtStart = 0.0;
-    double time = 0.0;           // where the current block begins
+    double time = 0.0;           // where the segment begins
     double timeToMinimum = 0.0;  // from there
 };
 
-// The breakpoints that are on the heap. Most of a path is never walked: only those up to a limit are sorted, and the
-// limit is raised when they are used up.
+// The breakpoints on the heap. Most paths end after a few segments: only the breakpoints up to a limit are sorted, and
+// the limit is raised when they are used up.
 struct BreakpointQueue {
     double limit = -infinity;
     std::size_t count = 0;
@@ -45,7 +46,7 @@ PathModel startModel(const CorrectionMemory& memory, const PathStart& path, cons
     return model;
 }
 
-// Puts the breakpoints behind the old limit and up to `limit` into the queue.
+// Puts the breakpoints after the old limit and up to `limit` into the queue.
 void collectBreakpoints(const BoxProblem& problem, std::span<const double> x, double limit, const CauchyArrays& arrays,
                         BreakpointQueue& queue) {
     BoxBlock box;
@@ -67,7 +68,7 @@ void collectBreakpoints(const BoxProblem& problem, std::span<const double> x, do
     makeHeap(arrays.breakpoints, arrays.order, queue.count);
 }
 
-// Takes the next breakpoint into the last place of the queue. False if none is left.
+// Moves the next breakpoint to the end of the queue, entry queue.count. False if none is left.
 bool popNextBreakpoint(const BoxProblem& problem, std::span<const double> x, const PathStart& path,
                        const PathModel& model, const CauchyArrays& arrays, BreakpointQueue& queue) {
     if (queue.count == 0) {
@@ -85,8 +86,7 @@ bool popNextBreakpoint(const BoxProblem& problem, std::span<const double> x, con
     return true;
 }
 
-// Stops variable b at the bound that it moves to and returns the way that it has come. arrays.row becomes its row of
-// [Y S].
+// Stops variable b at the bound that it moves to and returns its distance from x. arrays.row becomes its row of [Y S].
 double stopAtBound(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x, std::size_t b,
                    const CauchyArrays& arrays) {
     const bool upwards = arrays.direction[b] > 0.0;
@@ -97,10 +97,10 @@ double stopAtBound(const BoxProblem& problem, const CorrectionMemory& memory, st
     return (upwards ? problem.u[b] : problem.l[b]) - x[b];
 }
 
-// Takes a variable, which has moved by `travel` when it meets its bound at the end of a block of length `length`, out
-// of the direction. `speed` is its component of it. (Paper, algorithm CP, the steps in its loop.)
-void leaveVariable(const CorrectionMemory& memory, double speed, double travel, double length,
-                   const CauchyArrays& arrays, PathModel& model) {
+// Removes a variable from the direction. It has moved by `travel` when it meets its bound at the end of a segment of
+// duration `length`; `speed` is its component of the direction. (Paper, algorithm CP, the updates in its loop.)
+void removeVariable(const CorrectionMemory& memory, double speed, double travel, double length,
+                    const CauchyArrays& arrays, PathModel& model) {
     const double speedSquared = speed * speed;
     model.slope += length * model.curvature + speedSquared - memory.theta * speed * travel;
     model.curvature -= memory.theta * speedSquared;
@@ -137,9 +137,9 @@ double largestSize(std::span<const double> values) {
     return largest;
 }
 
-// Walks from breakpoint to breakpoint until the model has its minimum on the current block.
-CauchyPoint walk(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x, PathStart& path,
-                 const CauchyArrays& arrays) {
+// Goes from breakpoint to breakpoint until the model has its minimum on the current segment.
+CauchyPoint minimiseAlongPath(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
+                              PathStart& path, const CauchyArrays& arrays) {
     PathModel model = startModel(memory, path, arrays);
     CauchyPoint end{0.0, 1};
     BreakpointQueue queue;
@@ -161,13 +161,13 @@ CauchyPoint walk(const BoxProblem& problem, const CorrectionMemory& memory, std:
             end.time = model.time;
             return end;
         }
-        ++end.blocks;
-        leaveVariable(memory, speed, travel, length, arrays, model);
+        ++end.segments;
+        removeVariable(memory, speed, travel, length, arrays, model);
         model.timeToMinimum = left == 1 && path.bounded ? 0.0 : -model.slope / model.curvature;
     }
-    const double way = std::max(model.timeToMinimum, 0.0);
-    moveC(arrays, order, way);
-    end.time = model.time + way;
+    const double duration = std::max(model.timeToMinimum, 0.0);
+    moveC(arrays, order, duration);
+    end.time = model.time + duration;
     return end;
 }
 
@@ -175,15 +175,17 @@ CauchyPoint walk(const BoxProblem& problem, const CorrectionMemory& memory, std:
 
 CauchyPoint findCauchyPoint(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
                             PathStart& path, const CauchyArrays& arrays) {
+    assert(x.size() == arrays.direction.size() && arrays.p.size() >= 2 * memory.count);
     if (!path.moves) {
         return {};
     }
     const std::size_t order = 2 * memory.count;
     const double sizeAtStart = largestSize(arrays.p.first(order));
-    const CauchyPoint end = walk(problem, memory, x, path, arrays);
-    // What is left of p behind many stops is little more than their rounding errors: the subspace step needs better.
+    const CauchyPoint end = minimiseAlongPath(problem, memory, x, path, arrays);
+    // After many stops p may be little more than the rounding errors of its updates. The subspace step needs it
+    // accurate.
     constexpr double muchCancelled = 1.0e-3;
-    if (end.blocks > 1 && largestSize(arrays.p.first(order)) < muchCancelled * sizeAtStart) {
+    if (end.segments > 1 && largestSize(arrays.p.first(order)) < muchCancelled * sizeAtStart) {
         multiplyByPairs(memory, arrays.direction, arrays.products, arrays.p);
     }
     return end;

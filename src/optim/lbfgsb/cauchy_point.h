@@ -10,28 +10,28 @@
 
 namespace voxlith {
 
-// Where the path ends: variables that are still moving have gone `time` times their direction, others are where they
-// were or at the bound that their status tells.
+// Where the path ends: variables that are still moving have moved by `time` times their direction; the others have
+// their old value or that of the bound given by their status.
 struct CauchyPoint {
     double time = 0.0;
-    std::int32_t blocks = 0;  // that were looked at
+    std::int32_t segments = 0;  // of the path that were examined
 };
 
 // Arrays that the search along the path uses.
 struct CauchyArrays {
-    std::span<double> direction;     // n: the path; 0 where it ends, afterwards
+    std::span<double> direction;     // n: the path; afterwards 0 for variables that have stopped
     std::span<std::int32_t> status;  // n: VariableStatus, changed to that at the Cauchy point
     std::span<double> breakpoints;   // n: scratch
     std::span<std::int32_t> order;   // n: scratch
-    std::span<double> p;             // 2 m: W'direction, before and afterwards
-    std::span<double> c;             // 2 m: W'(point - x), afterwards
+    std::span<double> p;             // 2 m: W'direction, updated with it
+    std::span<double> c;             // 2 m: in: 0; out: W'(point - x)
     std::span<double> row, product;  // 2 m each: scratch
     SmallMatrix table;               // the subspace table, changed with the status
     PairProducts products;           // scratch
 };
 
-// Searches the Cauchy point from x along the path that startPathBlock has begun. Changes the number of free variables
-// with their status.
+// Finds the Cauchy point from x along the path that startIterationPass has started. Updates path.freeCount with the
+// status.
 CauchyPoint findCauchyPoint(const BoxProblem& problem, const CorrectionMemory& memory, std::span<const double> x,
                             PathStart& path, const CauchyArrays& arrays);
 

@@ -1,6 +1,7 @@
 #include "optim/lbfgsb/correction_memory.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 namespace voxlith {
@@ -19,6 +20,7 @@ void shiftTowardsOldest(SmallMatrix matrix, std::size_t order) {
 
 void addPairProducts(const CorrectionMemory& memory, std::size_t first, const VectorBlock& vectors,
                      const PairProducts& products) {
+    assert(products.sums.size() >= 2 * vectorsAtOnce * memory.m && first + vectors.length <= memory.n);
     double* const withSteps = products.sums.data();
     double* const withChanges = withSteps + vectorsAtOnce * memory.m;
     const BlockKernels& kernels = blockKernels();
@@ -47,6 +49,7 @@ void multiplyByPairs(const CorrectionMemory& memory, std::span<const double> v, 
 //     [  D^1/2       0 ] [ -D^1/2   D^-1/2 L' ]
 //     [ -L D^-1/2    J ] [  0       J'        ].
 void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const double> v, std::span<double> result) {
+    assert(v.size() >= 2 * memory.count && result.size() >= 2 * memory.count && v.data() != result.data());
     const std::size_t count = memory.count;
     const SmallMatrix& sDotY = memory.sDotY;
     double* const changePart = result.data();

@@ -1,5 +1,5 @@
 // The limited memory of L-BFGS-B: the last pairs of step s and gradient change y, and products with the compact form of
-// the matrix that they stand for (R. H. Byrd, P. Lu, J. Nocedal and C. Zhu, A limited memory algorithm for bound
+// the matrix that they represent (R. H. Byrd, P. Lu, J. Nocedal and C. Zhu, A limited memory algorithm for bound
 // constrained optimization, SIAM J. Sci. Comput. 16, 1995, section 3):
 //
 //     B = theta I - W M W',   W = [Y  theta S],   M^-1 = [ -D      L'      ]
@@ -17,12 +17,12 @@
 
 namespace voxlith {
 
-// A view of the memory as it stands within one call of the engine.
+// A view of the memory within one call of the engine.
 struct CorrectionMemory {
-    std::span<const double> s, y;  // columns of n; pair p lies in column (oldest + p) mod m
+    std::span<const double> s, y;  // columns of n; pair p is column (oldest + p) mod m
     std::size_t n = 0;             // variables
-    std::size_t m = 0;             // pairs that find room
-    std::size_t count = 0;         // pairs fixed
+    std::size_t m = 0;             // pairs at most
+    std::size_t count = 0;         // pairs stored
     std::size_t oldest = 0;        // column of pair 0
     double theta = 1.0;
     SmallMatrix sDotY;         // s_i'y_j, i >= j: D and L
@@ -34,9 +34,9 @@ struct CorrectionMemory {
     double change(std::size_t pair, std::size_t variable) const { return y[columnOf(pair) * n + variable]; }
 };
 
-// Products of all columns with up to four vectors, which are gathered block by block.
+// Products of all columns with up to four vectors, summed block by block.
 struct PairProducts {
-    std::span<double> sums;  // 2 m * vectorsAtOnce: first the columns of s as they lie, then those of y
+    std::span<double> sums;  // 2 m * vectorsAtOnce: first the columns of s in the order of memory, then those of y
 
     double withStep(const CorrectionMemory& memory, std::size_t pair, std::size_t vector) const {
         return sums[vectorsAtOnce * memory.columnOf(pair) + vector];
@@ -46,11 +46,11 @@ struct PairProducts {
     }
 };
 
-// Adds the products with the block of the vectors that begins at variable `first`.
+// Adds the products of the block that begins at variable `first`.
 void addPairProducts(const CorrectionMemory& memory, std::size_t first, const VectorBlock& vectors,
                      const PairProducts& products);
 
-// result := W'v from the products with v, the vector of this number.
+// result := W'v from the products with v, which is vector number `vector`.
 void gatherProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t vector,
                     std::span<double> result);
 
@@ -64,12 +64,12 @@ void multiplyByMiddleMatrix(const CorrectionMemory& memory, std::span<const doub
 // Drops the oldest of `count` pairs from S'Y and S'S.
 void forgetOldestProducts(const CorrectionMemory& memory);
 
-// Fills the rows of the newest pair into S'Y and S'S from its products, vector `stepVector` being its step. `curvature`
-// is s'y and `lengthSquared` is s's of this pair, which the line search knows.
+// Fills the rows of the newest pair in S'Y and S'S from its products; vector `stepVector` is its step. `curvature` is
+// s'y and `lengthSquared` is s's of this pair, known from the line search.
 void storeNewestProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t stepVector,
                          double curvature, double lengthSquared);
 
-// Forms and factors theta S'S + L D^-1 L'. False if it isn't positive definite, which only rounding can bring about.
+// Forms and factors theta S'S + L D^-1 L'. False if it is not positive definite, which only rounding can cause.
 bool factorMiddleMatrix(const CorrectionMemory& memory);
 
 }  // namespace voxlith

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <cassert>
 
 #include "optim/lbfgsb/subspace_matrix.h"
 
@@ -11,7 +11,7 @@ namespace voxlith {
 namespace {
 
 // One block of the variables, and scratch for it.
-struct Piece {
+struct PassBlock {
     std::size_t first = 0;
     std::size_t length = 0;
     bool anyFixed = false;
@@ -19,7 +19,7 @@ struct Piece {
     std::array<double, blockLength> freeChange, fixedStep;
 };
 
-void storePair(const Piece& block, const IterationPassArrays& arrays) {
+void storePair(const PassBlock& block, const IterationPassArrays& arrays) {
     const double* const g = arrays.g.data() + block.first;
     const double* const lastG = arrays.lastG.data() + block.first;
     const double* const d = arrays.direction.data() + block.first;
@@ -33,9 +33,9 @@ void storePair(const Piece& block, const IterationPassArrays& arrays) {
     }
 }
 
-// Lets the table follow the variables that have met a bound or left one since the last Cauchy point.
-void followStatus(const Piece& block, const CorrectionMemory& memory, std::size_t olderPairs,
-                  const IterationPassArrays& arrays) {
+// Updates the table for the variables that have met a bound or left one since the last Cauchy point.
+void updateTable(const PassBlock& block, const CorrectionMemory& memory, std::size_t olderPairs,
+                 const IterationPassArrays& arrays) {
     const std::int32_t* const status = arrays.status.data() + block.first;
     std::size_t changed = 0;
     for (std::size_t i = 0; i < block.length; ++i) {
@@ -52,7 +52,7 @@ void followStatus(const Piece& block, const CorrectionMemory& memory, std::size_
 }
 
 void startPath(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
-               const IterationPassArrays& arrays, Piece& block, PathStart& path) {
+               const IterationPassArrays& arrays, PassBlock& block, PathStart& path) {
     const double* const g = arrays.g.data() + block.first;
     double* const direction = arrays.direction.data() + block.first;
     std::int32_t* const status = arrays.status.data() + block.first;
@@ -76,14 +76,14 @@ void startPath(const BoxProblem& problem, const CorrectionMemory& memory, PathKi
         boxKernels().startPath(box, block.length, arrays.x.data() + block.first, g, status, direction, path);
         const std::size_t olderPairs = memory.count - (arrays.newStep.empty() ? 0 : 1);
         if (memory.count > 0 && olderPairs > 0) {
-            followStatus(block, memory, olderPairs, arrays);
+            updateTable(block, memory, olderPairs, arrays);
         }
     }
     block.anyFixed = path.freeCount - freeBefore < block.length;
 }
 
-// Splits the newest pair: its change where variables are free, its step where they are fixed.
-void splitPair(const IterationPassArrays& arrays, Piece& block) {
+// The newest pair, split: its change where variables are free, its step where they are fixed.
+void splitPair(const IterationPassArrays& arrays, PassBlock& block) {
     const std::int32_t* const status = arrays.status.data() + block.first;
     const double* const change = arrays.newChange.data() + block.first;
     const double* const step = arrays.newStep.data() + block.first;
@@ -94,7 +94,7 @@ void splitPair(const IterationPassArrays& arrays, Piece& block) {
 }
 
 // Where all variables are free, the products with the fixed step are 0 and need not be formed.
-VectorBlock vectorsOf(const IterationPassArrays& arrays, Piece& block) {
+VectorBlock vectorsOf(const IterationPassArrays& arrays, PassBlock& block) {
     VectorBlock vectors;
     vectors.length = block.length;
     vectors.vector[pathVector] = arrays.direction.data() + block.first;
@@ -114,7 +114,7 @@ VectorBlock vectorsOf(const IterationPassArrays& arrays, Piece& block) {
     return vectors;
 }
 
-void prefetchNext(const Piece& block, PathKind kind, const IterationPassArrays& arrays) {
+void prefetchNext(const PassBlock& block, PathKind kind, const IterationPassArrays& arrays) {
     prefetchNextBlock(arrays.g.data() + block.first, block.length);
     prefetchNextBlock(arrays.direction.data() + block.first, block.length);
     if (!arrays.newStep.empty()) {
@@ -135,9 +135,11 @@ double squareOf(const double* values, std::size_t length) {
 
 PathStart startIterationPass(const BoxProblem& problem, const CorrectionMemory& memory, PathKind kind,
                              const IterationPassArrays& arrays) {
+    assert(arrays.g.size() == arrays.x.size() && arrays.direction.size() == arrays.x.size());
+    assert(arrays.newStep.size() == arrays.newChange.size() && (arrays.newStep.empty() || memory.count > 0));
     PathStart path;
     std::fill(arrays.products.sums.begin(), arrays.products.sums.end(), 0.0);
-    Piece block;
+    PassBlock block;
     for (block.first = 0; block.first < arrays.x.size(); block.first += blockLength) {
         block.length = std::min(blockLength, arrays.x.size() - block.first);
         prefetchNext(block, kind, arrays);

@@ -1,6 +1,7 @@
-// The pass over memory that opens an iteration of L-BFGS-B. It stores the newest pair, begins the path of steepest
+// The first pass over memory of an iteration of L-BFGS-B. It stores the newest pair, starts the path of steepest
 // descent and forms all inner products that the iteration needs, block by block, so that corrections, gradient and
-// bounds are read once.
+// bounds are read once. At a million variables they are far larger than the caches, and reading them is most of the
+// time.
 #pragma once
 
 #include <cstddef>
@@ -26,14 +27,14 @@ struct IterationPassArrays {
     std::span<const double> lastG;         // n: gradient where the last iteration began
     std::span<double> direction;           // n: in: direction of the last search; out: path of steepest descent
     std::span<std::int32_t> status;        // n: in: VariableStatus at the last Cauchy point; out: at x
-    std::span<double> newStep, newChange;  // n: columns of the newest pair, which are filled; empty: there is none
+    std::span<double> newStep, newChange;  // n: out: columns of the newest pair; empty: there is none
     double stepLength = 0.0;               // of the last search
-    SmallMatrix table;                     // the subspace table: follows the status, for all pairs but the newest
+    SmallMatrix table;                     // the subspace table: updated with the status, for all pairs but the newest
     PairProducts products;                 // out: with IterationPassVector
     std::span<double> row;                 // 2 m: scratch
 };
 
-// What a path begins from.
+// Start of a path.
 enum class PathKind {
     projected,  // along the bounds: sets status and direction
     straight,   // no bounds at all: the direction is -g

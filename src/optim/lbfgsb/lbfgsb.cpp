@@ -24,7 +24,7 @@ constexpr std::int32_t searchEvaluationLimit = 20;
 constexpr std::array<std::string_view, 5> refusals{"ERROR: N .LE. 0", "ERROR: M .LE. 0", "ERROR: FACTR .LT. 0",
                                                    "ERROR: INVALID NBD", "ERROR: NO FEASIBLE SOLUTION"};
 
-// All that one call works on.
+// The data of one call.
 struct Engine {
     const BoxProblem& problem;
     std::span<double> x;
@@ -63,7 +63,7 @@ void refreshMemory(LbfgsbState& state) {
     state.updateCount = 0;
 }
 
-// The newest pair, as the line search leaves it.
+// The newest pair after the line search.
 struct NewPair {
     bool isGood = false;           // it keeps the model matrix positive definite
     double curvature = 0.0;        // s'y
@@ -89,8 +89,8 @@ PathKind pathKindOf(const Engine& engine, const CorrectionMemory& memory) {
     return engine.state.gradientNorm <= 0.0 ? PathKind::none : PathKind::projected;
 }
 
-// The first pass over the memory: stores the pair, if it is good, and begins the path.
-PathStart open(Engine& engine, const CorrectionMemory& memory, PathKind kind, const NewPair& pair) {
+// The first pass over the memory: stores the pair, if it is good, and starts the path.
+PathStart startIteration(Engine& engine, const CorrectionMemory& memory, PathKind kind, const NewPair& pair) {
     const LbfgsbWorkspace& work = engine.work;
     IterationPassArrays arrays{
         engine.x,           engine.g,           work.r, work.d, work.status, {}, {}, engine.state.step,
@@ -102,7 +102,7 @@ PathStart open(Engine& engine, const CorrectionMemory& memory, PathKind kind, co
     return startIterationPass(engine.problem, memory, kind, arrays);
 }
 
-// Takes the newest pair, which is stored, into the matrices. False if one of them is singular by rounding.
+// Adds the newest pair, which is stored, to the matrices. False if one of them is singular by rounding.
 bool updateCompactMatrices(Engine& engine, const NewPair& pair) {
     engine.state.theta = pair.changeSquared / pair.curvature;
     const CorrectionMemory memory = memoryOf(engine);
@@ -111,8 +111,8 @@ bool updateCompactMatrices(Engine& engine, const NewPair& pair) {
     return factorMiddleMatrix(memory);
 }
 
-// Walks along the path to the Cauchy point (paper 1995, section 4).
-CauchyPoint acceptCauchyPoint(Engine& engine, const CorrectionMemory& memory, PathKind kind, PathStart& path) {
+// Follows the path to the Cauchy point (paper 1995, section 4).
+CauchyPoint cauchyPointOf(Engine& engine, const CorrectionMemory& memory, PathKind kind, PathStart& path) {
     LbfgsbWorkspace& work = engine.work;
     std::fill(work.c.begin(), work.c.end(), 0.0);
     gatherProducts(memory, productsOf(engine), pathVector, work.p);
@@ -133,14 +133,14 @@ CauchyPoint acceptCauchyPoint(Engine& engine, const CorrectionMemory& memory, Pa
     return findCauchyPoint(engine.problem, memory, engine.x, path, arrays);
 }
 
-// From the Cauchy point to the point z at which the quadratic model is least (paper 1995, section 5), and to the
-// beginning of the search. False if a matrix is singular by rounding.
-bool close(Engine& engine, const CorrectionMemory& memory, const PathStart& path, const CauchyPoint& end,
-           SearchDirection& closing) {
+// From the Cauchy point to the minimiser z of the quadratic model (paper 1995, section 5), and to the direction of the
+// search. False if a matrix is singular by rounding.
+bool minimiseOverSubspace(Engine& engine, const CorrectionMemory& memory, const PathStart& path,
+                          const CauchyPoint& cauchyPoint, SearchDirection& search) {
     LbfgsbState& state = engine.state;
     LbfgsbWorkspace& work = engine.work;
     const std::size_t order = 2 * memory.m;
-    const bool leavesX = end.blocks > 0;
+    const bool leavesX = cauchyPoint.segments > 0;
     SearchDirectionArrays arrays{engine.x, engine.g, work.status, work.d, work.z, work.t, work.r, {}};
     if (memory.count > 0 && path.freeCount > 0) {
         if (!factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor)) {
@@ -148,32 +148,32 @@ bool close(Engine& engine, const CorrectionMemory& memory, const PathStart& path
         }
         const std::size_t used = 2 * memory.count;
         const auto factors = work.products.subspan(order, order);
-        subspaceFactors(memory, work.subspaceTable, work.subspaceFactor, leavesX, end.time, work.c, work.p,
+        subspaceFactors(memory, work.subspaceTable, work.subspaceFactor, leavesX, cauchyPoint.time, work.c, work.p,
                         work.products.first(used), factors);
         arrays.factors = factors;
     }
     const bool laterIteration = state.iteration > 0;
-    const SearchDirectionTask task{state.box.constrained, leavesX, end.time, state.box.constrained && laterIteration,
-                                   laterIteration};
-    closing = computeSearchDirection(engine.problem, memory, task, unlimitedStep, arrays);
-    state.stepReachedBound = closing.stepReachedBound;
+    const SearchDirectionTask task{state.box.constrained, leavesX, cauchyPoint.time,
+                                   state.box.constrained && laterIteration, laterIteration};
+    search = computeSearchDirection(engine.problem, memory, task, unlimitedStep, arrays);
+    state.stepReachedBound = search.stepReachedBound;
     return true;
 }
 
-// Finds the point z at which the quadratic model is least, and the direction towards it. False if a matrix is singular
+// Finds the minimiser z of the quadratic model in the box, and the direction towards it. False if a matrix is singular
 // by rounding.
-bool minimiseModel(Engine& engine, const NewPair& pair, SearchDirection& closing) {
+bool minimiseModel(Engine& engine, const NewPair& pair, SearchDirection& search) {
     LbfgsbState& state = engine.state;
-    PathKind kind = pathKindOf(engine, memoryOf(engine));
-    PathStart path = open(engine, memoryOf(engine), kind, pair);
+    const PathKind kind = pathKindOf(engine, memoryOf(engine));
+    PathStart path = startIteration(engine, memoryOf(engine), kind, pair);
     if (pair.isGood && !updateCompactMatrices(engine, pair)) {
         return false;
     }
     const CorrectionMemory memory = memoryOf(engine);
-    const CauchyPoint end = acceptCauchyPoint(engine, memory, kind, path);
-    state.intervals = end.blocks;
+    const CauchyPoint cauchyPoint = cauchyPointOf(engine, memory, kind, path);
+    state.intervals = cauchyPoint.segments;
     state.freeCount = static_cast<std::int32_t>(path.freeCount);
-    return close(engine, memory, path, end, closing);
+    return minimiseOverSubspace(engine, memory, path, cauchyPoint, search);
 }
 
 // The largest and the first step of the search along d (paper 1997, section 3).
@@ -219,19 +219,19 @@ void moveToTrial(Engine& engine) {
     clampToBounds(engine.problem, engine.x);
 }
 
-// Begins the search towards z: the last iterate is kept in t, r and previousValue. From the second iteration on x is at
-// the first trial, the whole step, already.
-SearchOutcome beginLineSearch(Engine& engine, const SearchDirection& closing) {
+// Begins the search towards z. The last iterate is stored in t, r and previousValue. From the second iteration on x is
+// already at the first trial, the whole step.
+SearchOutcome beginLineSearch(Engine& engine, const SearchDirection& search) {
     LbfgsbState& state = engine.state;
     state.previousValue = engine.f;
     state.searchEvaluations = 0;
-    state.directionSquared = closing.directionSquared;
-    state.slope = closing.slope;
+    state.directionSquared = search.directionSquared;
+    state.slope = search.slope;
     state.slopeAtStart = state.slope;
     if (!std::isfinite(engine.f) || !std::isfinite(state.directionSquared) || !std::isfinite(state.slope)) {
         return SearchOutcome::failed;
     }
-    limitSteps(engine, closing.largestStep);
+    limitSteps(engine, search.largestStep);
     beginSearch(engine.f, state.slope, state.step, limitsOf(state), state.search);
     if (taskBegins(state.search.request, "ERROR")) {
         return SearchOutcome::failed;
@@ -276,8 +276,8 @@ void countIteration(LbfgsbState& state) {
     }
 }
 
-// Behind a search without success: back to the last iterate, for a new attempt from steepest descent. False, with the
-// last word in `task`, if this search was from steepest descent already.
+// After a failed search: back to the last iterate, for a new attempt from steepest descent. False, with the final word
+// in `task`, if this search was already from steepest descent.
 bool restartFromSteepestDescent(Engine& engine, TaskWord& task) {
     restoreLastIterate(engine);
     if (engine.state.corrections == 0) {
@@ -289,16 +289,16 @@ bool restartFromSteepestDescent(Engine& engine, TaskWord& task) {
     return true;
 }
 
-// From an iterate x to the first trial of the next search. A singular matrix drops the memory, too; without memory
-// there is none, so that the loop ends.
+// From an iterate x to the first trial of the next search. A singular matrix drops the memory, too. Without memory no
+// matrix is singular, so the loop ends.
 void iterate(Engine& engine, NewPair pair, TaskWord& task) {
     for (;; pair = {}) {
-        SearchDirection closing;
-        if (!minimiseModel(engine, pair, closing)) {
+        SearchDirection search;
+        if (!minimiseModel(engine, pair, search)) {
             refreshMemory(engine.state);
             continue;
         }
-        if (beginLineSearch(engine, closing) == SearchOutcome::evaluate) {
+        if (beginLineSearch(engine, search) == SearchOutcome::evaluate) {
             setTask(task, "FG_LNSRCH");
             return;
         }
@@ -308,7 +308,7 @@ void iterate(Engine& engine, NewPair pair, TaskWord& task) {
     }
 }
 
-// Takes the trial that the caller has evaluated.
+// Processes the trial that the caller has evaluated.
 void processTrial(Engine& engine, TaskWord& task) {
     const SearchOutcome outcome = continueLineSearch(engine);
     if (outcome == SearchOutcome::evaluate) {
@@ -343,7 +343,7 @@ bool valueHasConverged(const Engine& engine, TaskWord& task) {
     return true;
 }
 
-// Makes room for the newest pair and returns its column.
+// Frees a column for the newest pair, that of the oldest pair when all are in use, and returns its number.
 std::size_t nextColumn(LbfgsbState& state, std::int32_t m) {
     if (state.corrections < m) {
         ++state.corrections;
@@ -370,9 +370,10 @@ double squareOfChange(const Engine& engine) {
     return square;
 }
 
-// Makes room for the step and the change of the gradient of the last iteration, unless their product is too small to
-// keep the model matrix positive definite (paper 1995, section 3; the size to compare it with is that of the program of
-// 1997), or y'y is beyond all numbers. This must be known here: room is made by giving up the oldest pair.
+// Reserves a column for the step and the change of the gradient of the last iteration, unless their product is too
+// small to keep the model matrix positive definite (paper 1995, section 3; the threshold is that of the program of
+// 1997), or y'y overflows. This is decided before the pair is stored, because its column may be that of the oldest
+// pair.
 NewPair reservePair(Engine& engine) {
     LbfgsbState& state = engine.state;
     NewPair pair;
@@ -400,7 +401,7 @@ NewPair reservePair(Engine& engine) {
     return pair;
 }
 
-// "START": checks and sets up everything, and asks for f and g at the projected start point.
+// "START": checks and sets up everything, and requests f and g at the projected start point.
 void start(Engine& engine, double factr, TaskWord& task) {
     engine.state = {};
     refreshMemory(engine.state);
@@ -410,7 +411,7 @@ void start(Engine& engine, double factr, TaskWord& task) {
     setTask(task, "FG_START");
 }
 
-// "FG_START": the first iteration of a run, or of one that is carried on.
+// "FG_START": the first iteration of a run, or of a continued one.
 void acceptStartPoint(Engine& engine, double pgtol, TaskWord& task) {
     engine.state.evaluations = 1;
     engine.state.gradientNorm = normOfGradient(engine);
@@ -427,7 +428,7 @@ void finishIteration(Engine& engine, double pgtol, TaskWord& task) {
     iterate(engine, reservePair(engine), task);
 }
 
-// True if n, m and the arrays fit together. m beyond the bound has no workspace on any machine.
+// True if no array is shorter than n and m require. The bound on m keeps m^2 within 64 bits.
 bool arraysAreLongEnough(const BoxProblem& problem, std::size_t x, std::size_t g, std::size_t wa, std::size_t iwa) {
     const std::size_t n = problem.n > 0 ? static_cast<std::size_t>(problem.n) : 0;
     if (std::min({x, g, problem.l.size(), problem.u.size(), problem.nbd.size(), problem.fixedFlag.size(),
@@ -441,8 +442,8 @@ bool arraysAreLongEnough(const BoxProblem& problem, std::size_t x, std::size_t g
     return m <= 400'000'000 && wa >= (2 * m + 4) * n + 12 * m * m + 12 * m && iwa >= 3 * n;
 }
 
-// Remembers the refusal of a "START", or repeats it.
-void recordRefusal(const LbfgsbSavedBlocks& saved, const TaskWord& task) {
+// Stores which error refused a "START", for the next call.
+void recordRefusal(const LbfgsbSavedArrays& saved, const TaskWord& task) {
     LbfgsbState refused;
     const auto found = std::find(refusals.begin(), refusals.end(), taskText(task));
     refused.refusal = static_cast<std::int32_t>(found - refusals.begin()) + 1;
@@ -453,9 +454,9 @@ void recordRefusal(const LbfgsbSavedBlocks& saved, const TaskWord& task) {
 
 void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::span<double> g, double factr,
                 double pgtol, std::span<double> wa, std::span<std::int32_t> iwa, TaskWord& task,
-                const LbfgsbSavedBlocks& saved) {
+                const LbfgsbSavedArrays& saved) {
     if (!arraysAreLongEnough(problem, x.size(), g.size(), wa.size(), iwa.size())) {
-        throw std::invalid_argument("L-BFGS-B: an array is shorter than n and m ask for");
+        throw std::invalid_argument("L-BFGS-B: an array is shorter than n and m require");
     }
     const bool starting = taskIs(task, "START");
     if (starting) {

@@ -2,32 +2,33 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <limits>
 
 namespace voxlith {
 
 namespace {
 
-// Places in isave behind the twenty of the layout, counted from 0.
-enum IntegerPlace : std::size_t {
-    nPlace = 20,
-    mPlace,
-    correctionsPlace,
-    oldestPlace,
-    updateCountPlace,
-    iterationPlace,
-    freeCountPlace,
-    refusalPlace,
-    searchEvaluationsPlace,
-    bracketedPlace,
-    stagePlace,
-    evaluationsPlace,
-    intervalsPlace,
-    skippedUpdatesPlace,
-    stepReachedBoundPlace,
+// Elements of isave after the twenty of the layout, from 0.
+enum IntegerElement : std::size_t {
+    nElement = 20,
+    mElement,
+    correctionsElement,
+    oldestElement,
+    updateCountElement,
+    iterationElement,
+    freeCountElement,
+    refusalElement,
+    searchEvaluationsElement,
+    bracketedElement,
+    stageElement,
+    evaluationsElement,
+    intervalsElement,
+    skippedUpdatesElement,
+    stepReachedBoundElement,
 };
 
-// Hands each real of the state to `visit`, in the order of dsave.
+// Calls visit(real) for each real of the state, in the order of dsave.
 template <typename State, typename Visitor>
 void visitReals(State& state, Visitor visit) {
     visit(state.theta);
@@ -51,10 +52,10 @@ void visitReals(State& state, Visitor visit) {
     visit(search.lowest);
     visit(search.highest);
     visit(search.width);
-    visit(search.widthBefore);
+    visit(search.previousWidth);
 }
 
-// Places of the parts of `wa` counted from 1, as the layout lists them.
+// The sizes of storeLayout and the first elements of the parts of `wa`, from 1.
 std::array<std::int64_t, 20> layoutNumbers(std::int64_t n, std::int64_t m) {
     const std::int64_t square = m * m;
     std::array<std::int64_t, 20> numbers{m * n, square, 4 * square, 1};
@@ -72,56 +73,57 @@ std::int32_t inThirtyTwoBits(std::int64_t value) {
 
 }  // namespace
 
-LbfgsbState loadState(const LbfgsbSavedBlocks& blocks) {
+LbfgsbState loadState(const LbfgsbSavedArrays& arrays) {
     LbfgsbState state;
-    state.box = {blocks.lsave[0], blocks.lsave[1], blocks.lsave[2]};
-    const auto& isave = blocks.isave;
-    state.corrections = isave[correctionsPlace];
-    state.oldest = isave[oldestPlace];
-    state.updateCount = isave[updateCountPlace];
-    state.iteration = isave[iterationPlace];
-    state.freeCount = isave[freeCountPlace];
-    state.refusal = isave[refusalPlace];
-    state.searchEvaluations = isave[searchEvaluationsPlace];
-    state.search.bracketed = isave[bracketedPlace] != 0;
-    state.search.stage = isave[stagePlace];
-    state.search.request = blocks.csave;
-    state.evaluations = isave[evaluationsPlace];
-    state.intervals = isave[intervalsPlace];
-    state.skippedUpdates = isave[skippedUpdatesPlace];
-    state.stepReachedBound = isave[stepReachedBoundPlace] != 0;
-    std::size_t place = 0;
-    visitReals(state, [&](double& value) { value = blocks.dsave[place++]; });
+    state.box = {arrays.lsave[0], arrays.lsave[1], arrays.lsave[2]};
+    const auto& isave = arrays.isave;
+    state.corrections = isave[correctionsElement];
+    state.oldest = isave[oldestElement];
+    state.updateCount = isave[updateCountElement];
+    state.iteration = isave[iterationElement];
+    state.freeCount = isave[freeCountElement];
+    state.refusal = isave[refusalElement];
+    state.searchEvaluations = isave[searchEvaluationsElement];
+    state.search.bracketed = isave[bracketedElement] != 0;
+    state.search.stage = isave[stageElement];
+    state.search.request = arrays.csave;
+    state.evaluations = isave[evaluationsElement];
+    state.intervals = isave[intervalsElement];
+    state.skippedUpdates = isave[skippedUpdatesElement];
+    state.stepReachedBound = isave[stepReachedBoundElement] != 0;
+    std::size_t next = 0;
+    visitReals(state, [&](double& value) { value = arrays.dsave[next++]; });
     return state;
 }
 
-void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks) {
-    blocks.csave = state.search.request;
-    blocks.lsave[0] = state.box.startProjected;
-    blocks.lsave[1] = state.box.constrained;
-    blocks.lsave[2] = state.box.boxed;
-    blocks.lsave[3] = state.updateCount > 0;
-    const auto& isave = blocks.isave;
-    isave[correctionsPlace] = state.corrections;
-    isave[oldestPlace] = state.oldest;
-    isave[updateCountPlace] = state.updateCount;
-    isave[iterationPlace] = state.iteration;
-    isave[freeCountPlace] = state.freeCount;
-    isave[refusalPlace] = state.refusal;
-    isave[searchEvaluationsPlace] = state.searchEvaluations;
-    isave[bracketedPlace] = state.search.bracketed;
-    isave[stagePlace] = state.search.stage;
-    isave[evaluationsPlace] = state.evaluations;
-    isave[intervalsPlace] = state.intervals;
-    isave[skippedUpdatesPlace] = state.skippedUpdates;
-    isave[stepReachedBoundPlace] = state.stepReachedBound;
-    std::size_t place = 0;
-    visitReals(state, [&](const double& value) { blocks.dsave[place++] = value; });
+void storeState(const LbfgsbState& state, const LbfgsbSavedArrays& arrays) {
+    arrays.csave = state.search.request;
+    arrays.lsave[0] = state.box.startProjected;
+    arrays.lsave[1] = state.box.constrained;
+    arrays.lsave[2] = state.box.boxed;
+    arrays.lsave[3] = state.updateCount > 0;
+    const auto& isave = arrays.isave;
+    isave[correctionsElement] = state.corrections;
+    isave[oldestElement] = state.oldest;
+    isave[updateCountElement] = state.updateCount;
+    isave[iterationElement] = state.iteration;
+    isave[freeCountElement] = state.freeCount;
+    isave[refusalElement] = state.refusal;
+    isave[searchEvaluationsElement] = state.searchEvaluations;
+    isave[bracketedElement] = state.search.bracketed;
+    isave[stageElement] = state.search.stage;
+    isave[evaluationsElement] = state.evaluations;
+    isave[intervalsElement] = state.intervals;
+    isave[skippedUpdatesElement] = state.skippedUpdates;
+    isave[stepReachedBoundElement] = state.stepReachedBound;
+    std::size_t next = 0;
+    visitReals(state, [&](const double& value) { arrays.dsave[next++] = value; });
 }
 
 LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double> wa, std::span<std::int32_t> iwa) {
     const std::size_t variables = static_cast<std::size_t>(n);
     const std::size_t corrections = static_cast<std::size_t>(m);
+    assert(n > 0 && m > 0);
     std::size_t next = 0;
     const auto take = [&](std::size_t length) {
         const std::span<double> part = wa.subspan(next, length);
@@ -134,7 +136,7 @@ LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double
     work.y = take(corrections * variables);
     work.sDotY = takeMatrix(corrections);
     work.sDotS = takeMatrix(corrections);
-    takeMatrix(corrections);
+    takeMatrix(corrections);  // yy
     work.middleFactor = takeMatrix(corrections);
     work.subspaceFactor = takeMatrix(2 * corrections);
     work.subspaceTable = takeMatrix(2 * corrections);
@@ -152,14 +154,14 @@ LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double
 }
 
 void storeLayout(std::int32_t n, std::int32_t m, std::span<std::int32_t, 44> isave) {
-    isave[nPlace] = n;
-    isave[mPlace] = m;
+    isave[nElement] = n;
+    isave[mElement] = m;
     const std::array<std::int64_t, 20> numbers = layoutNumbers(n, m);
     std::transform(numbers.begin(), numbers.end(), isave.begin(), inThirtyTwoBits);
 }
 
 bool layoutIsOf(std::int32_t n, std::int32_t m, std::span<const std::int32_t, 44> isave) {
-    return isave[nPlace] == n && isave[mPlace] == m;
+    return isave[nElement] == n && isave[mElement] == m;
 }
 
 }  // namespace voxlith

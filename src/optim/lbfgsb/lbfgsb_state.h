@@ -1,5 +1,4 @@
-// What the L-BFGS-B engine keeps between two calls: its scalars under their names, and how they lie in the caller's
-// arrays.
+// What the L-BFGS-B engine keeps between two calls: its scalars by name, and their layout in the caller's arrays.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +12,8 @@
 
 namespace voxlith {
 
-// The caller's blocks, as they stand in OptimiserState.
-struct LbfgsbSavedBlocks {
+// The caller's arrays, parts of OptimiserState.
+struct LbfgsbSavedArrays {
     TaskWord& csave;
     std::span<bool, 4> lsave;
     std::span<std::int32_t, 44> isave;
@@ -25,7 +24,7 @@ struct LbfgsbSavedBlocks {
 struct LbfgsbState {
     // Limited memory
     double theta = 1.0;            // scale of the initial matrix
-    std::int32_t corrections = 0;  // pairs fixed [col]
+    std::int32_t corrections = 0;  // pairs stored [col]
     std::int32_t oldest = 0;       // column of the oldest pair, from 0
     std::int32_t updateCount = 0;  // updates since "START" or the last refresh
 
@@ -46,17 +45,17 @@ struct LbfgsbState {
     double slope = 0.0, slopeAtStart = 0.0;  // g'd
     std::int32_t searchEvaluations = 0;
 
-    // Counts for the record; no decision depends on them
+    // Counts for information; no decision depends on them
     std::int32_t evaluations = 0;
-    std::int32_t intervals = 0;  // blocks of the Cauchy search in this iteration
+    std::int32_t intervals = 0;  // segments of the Cauchy search in this iteration
     std::int32_t skippedUpdates = 0;
-    bool stepReachedBound = false;  // the subspace step was cut at a bound
+    bool stepReachedBound = false;  // the subspace step was truncated at a bound
 };
 
-LbfgsbState loadState(const LbfgsbSavedBlocks& blocks);
-void storeState(const LbfgsbState& state, const LbfgsbSavedBlocks& blocks);
+LbfgsbState loadState(const LbfgsbSavedArrays& arrays);
+void storeState(const LbfgsbState& state, const LbfgsbSavedArrays& arrays);
 
-// The workspace, carved from the caller's arrays. yy keeps its place in the layout but is not used.
+// The workspace, parts of the caller's arrays. yy is in the layout but not used.
 struct LbfgsbWorkspace {
     std::span<double> s, y;           // m columns of n: steps and changes of the gradient [ws, wy]
     SmallMatrix sDotY, sDotS;         // inner products of all pairs, oldest first [sy, ss]
@@ -66,17 +65,17 @@ struct LbfgsbWorkspace {
     std::span<double> z, r, d, t;     // n each
     std::span<double> products;       // 8m [wa]
     std::span<double> p, c;           // 2m each [sg and sgo, yg and ygo]
-    std::span<std::int32_t> uniform;  // n: whether the variables of a block are [index]
+    std::span<std::int32_t> uniform;  // n: of each block, whether its variables have one code and none is fixed [index]
     std::span<std::int32_t> status;   // n: VariableStatus [iwhere]
     std::span<std::int32_t> order;    // n: variables of the breakpoints [indx2]
 };
 
-// Carves `wa` and `iwa`, which must be long enough, for n > 0 variables and m > 0 corrections.
+// Divides `wa` and `iwa`, which must be long enough, for n > 0 variables and m > 0 corrections.
 LbfgsbWorkspace layOutWorkspace(std::int32_t n, std::int32_t m, std::span<double> wa, std::span<std::int32_t> iwa);
 
-// Stores n, m and the layout: counting from 1, places 1 to 3 the sizes m n, m^2 and 4 m^2, places 4 to 20 the first
-// elements of the parts of `wa` in their order. What does not fit into 32 bits is stored as the largest integer, since
-// the layout follows from n and m in any case.
+// Stores n, m and the layout: elements 1 to 3 the sizes m n, m^2 and 4 m^2, elements 4 to 20 the first elements of the
+// parts of `wa` in their order, all from 1. Numbers beyond 32 bits are stored as the largest integer; the layout
+// follows from n and m in any case.
 void storeLayout(std::int32_t n, std::int32_t m, std::span<std::int32_t, 44> isave);
 
 // True if the layout in isave is that of n and m.

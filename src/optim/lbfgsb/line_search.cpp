@@ -1,14 +1,15 @@
 #include "optim/lbfgsb/line_search.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 namespace voxlith {
 
 namespace {
 
-// Limits of a step as long as no minimiser is bracketed: the trial step plus this much of its distance from the best
-// one.
+// Limits of a step as long as no minimiser is bracketed: the trial step plus this multiple of its distance from the
+// best step.
 constexpr double leastExtrapolation = 1.1;
 constexpr double largestExtrapolation = 4.0;
 constexpr double requiredShrinkage = 0.66;
@@ -23,7 +24,7 @@ CubicTerms cubicTerms(const TrialPoint& from, const TrialPoint& to) {
     const double theta = 3.0 * (from.value - to.value) / (to.step - from.step) + from.slope + to.slope;
     const double scale = std::max({std::abs(theta), std::abs(from.slope), std::abs(to.slope)});
     const double ratio = theta / scale;
-    // Below 0 only by rounding, or where the cubic has no minimiser.
+    // Below 0 by rounding, or where the cubic has no minimiser.
     const double radicand = std::max(0.0, ratio * ratio - (from.slope / scale) * (to.slope / scale));
     return {theta, scale * std::sqrt(radicand)};
 }
@@ -44,7 +45,7 @@ double secantMinimiser(const TrialPoint& trial, const TrialPoint& best) {
     return trial.step + trial.slope / (trial.slope - best.slope) * (best.step - trial.step);
 }
 
-// Case 1: the trial value is higher, so a minimiser lies between. The cubic step if it is closer to the best point than
+// Case 1: the trial value is higher, so a minimiser is between. The cubic step if it is closer to the best point than
 // the parabola through both values and the slope at the best point, else the mean of both.
 double stepAtHigherValue(const TrialPoint& best, const TrialPoint& trial) {
     const double cubic = cubicMinimiser(best, trial);
@@ -56,7 +57,7 @@ double stepAtHigherValue(const TrialPoint& best, const TrialPoint& trial) {
     return cubic + (parabola - cubic) / 2.0;
 }
 
-// Case 2: a lower value and slopes of opposite sign, so a minimiser lies between: the one of the cubic and the secant
+// Case 2: a lower value and slopes of opposite sign, so a minimiser is between: the one of the cubic and the secant
 // step that is farther from the trial point.
 double stepAtOppositeSlope(const TrialPoint& best, const TrialPoint& trial) {
     const double cubic = cubicMinimiser(trial, best);
@@ -64,8 +65,8 @@ double stepAtOppositeSlope(const TrialPoint& best, const TrialPoint& trial) {
     return std::abs(cubic - trial.step) > std::abs(secant - trial.step) ? cubic : secant;
 }
 
-// The cubic step of case 3 counts only if the cubic tends to infinity in the direction of the step, or if its minimiser
-// lies beyond the trial point; otherwise the limit of the step takes its place.
+// The cubic step of case 3 is used only if the cubic tends to infinity in the direction of the step, or if its
+// minimiser is beyond the trial point; otherwise the limit of the step is.
 double cubicBeyondTrial(const TrialPoint& best, const TrialPoint& trial, double lowest, double highest) {
     CubicTerms cubic = cubicTerms(best, trial);
     if (trial.step > best.step) {
@@ -138,10 +139,10 @@ void tilt(TrialPoint& point, double change) {
 
 void keepStepWithinLimits(const LineSearchLimits& limits, TrialPoint& trial, LineSearchState& state) {
     if (state.bracketed) {
-        if (std::abs(state.other.step - state.best.step) >= requiredShrinkage * state.widthBefore) {
+        if (std::abs(state.other.step - state.best.step) >= requiredShrinkage * state.previousWidth) {
             trial.step = state.best.step + 0.5 * (state.other.step - state.best.step);
         }
-        state.widthBefore = state.width;
+        state.previousWidth = state.width;
         state.width = std::abs(state.other.step - state.best.step);
         state.lowest = std::min(state.best.step, state.other.step);
         state.highest = std::max(state.best.step, state.other.step);
@@ -188,6 +189,7 @@ void safeguardedStep(TrialPoint& best, TrialPoint& other, TrialPoint& trial, boo
 }
 
 void beginSearch(double value, double slope, double firstStep, const LineSearchLimits& limits, LineSearchState& state) {
+    assert(limits.smallestStep <= limits.largestStep);
     state = {};
     if (!(firstStep >= limits.smallestStep)) {
         setTask(state.request, "ERROR: STP .LT. STPMIN");
@@ -200,7 +202,7 @@ void beginSearch(double value, double slope, double firstStep, const LineSearchL
         state.best = state.start;
         state.other = state.start;
         state.width = limits.largestStep - limits.smallestStep;
-        state.widthBefore = 2.0 * state.width;
+        state.previousWidth = 2.0 * state.width;
         state.highest = firstStep + largestExtrapolation * firstStep;
         setTask(state.request, "FG");
     }
@@ -216,8 +218,8 @@ void searchStep(const LineSearchLimits& limits, TrialPoint& trial, LineSearchSta
     if (endsSearch(limits, trial, decreasedValue, decreasedSlope, state)) {
         return;
     }
-    // Stage 1 works with psi(step) = phi(step) - phi(0) - mu phi'(0) step while the decrease is not sufficient yet; the
-    // constant does not matter.
+    // Stage 1 works with psi(step) = phi(step) - phi(0) - mu phi'(0) step while the decrease is not sufficient yet. The
+    // constant phi(0) cancels in all differences.
     const bool useAuxiliary = state.stage == 1 && trial.value <= state.best.value && trial.value > decreasedValue;
     if (useAuxiliary) {
         tilt(state.best, -decreasedSlope);

@@ -1,7 +1,7 @@
 #include "optim/lbfgsb/search_direction.h"
 
 #include <algorithm>
-#include <array>
+#include <cassert>
 
 #include "optim/lbfgsb/subspace_matrix.h"
 
@@ -9,15 +9,15 @@ namespace voxlith {
 
 namespace {
 
-struct Piece {
+struct VariableBlock {
     std::size_t first = 0;
     std::size_t length = 0;
 };
 
-// The Cauchy point: variables that have stopped are at their bound, those that haven't are on their way, within the
-// rounding of the box.
-void placeCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, const Piece& block,
-                      const SearchDirectionArrays& arrays) {
+// The Cauchy point: variables that have stopped are at their bound, the others have moved along the path and, apart
+// from rounding, are within the box.
+void setCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, const VariableBlock& block,
+                    const SearchDirectionArrays& arrays) {
     const double* const x = arrays.x.data() + block.first;
     double* const point = arrays.point.data() + block.first;
     if (!task.leavesX) {
@@ -43,7 +43,7 @@ void placeCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, cons
 }
 
 // The step from the Cauchy point to the minimiser, 0 for fixed variables, into `step`.
-void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask& task, const Piece& block,
+void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask& task, const VariableBlock& block,
                       const SearchDirectionArrays& arrays, double* step) {
     const double* const x = arrays.x.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
@@ -63,21 +63,21 @@ void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask&
     }
 }
 
-// Adds the shortened subspace step; the variable that has shortened it lands on its bound exactly.
-void applySubspaceStep(const BoxProblem& problem, const StepToBound& cut, const Piece& block, const double* step,
-                       double* point) {
+// Adds the truncated subspace step; the variable that has shortened it gets the value of its bound exactly.
+void applySubspaceStep(const BoxProblem& problem, const StepToBound& truncated, const VariableBlock& block,
+                       const double* step, double* point) {
     for (std::size_t i = 0; i < block.length; ++i) {
-        point[i] += cut.length * step[i];
+        point[i] += truncated.length * step[i];
     }
-    if (cut.shortened && cut.variable >= block.first && cut.variable < block.first + block.length) {
-        const std::size_t i = cut.variable - block.first;
-        point[i] = step[i] > 0.0 ? problem.u[cut.variable] : problem.l[cut.variable];
+    if (truncated.shortened && truncated.variable >= block.first && truncated.variable < block.first + block.length) {
+        const std::size_t i = truncated.variable - block.first;
+        point[i] = step[i] > 0.0 ? problem.u[truncated.variable] : problem.l[truncated.variable];
     }
 }
 
-// The direction of the search and what it begins with.
-void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Piece& block,
-                 const SearchDirectionArrays& arrays, StepToBound& limit, SearchDirection& closing) {
+// The direction of the line search, d'd, g'd and the largest step.
+void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const VariableBlock& block,
+                 const SearchDirectionArrays& arrays, StepToBound& limit, SearchDirection& search) {
     double* const x = arrays.x.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
@@ -87,8 +87,8 @@ void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Pie
     }
     double products[vectorsAtOnce] = {};
     blockKernels().addProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products);
-    closing.directionSquared += products[0];
-    closing.slope += products[1];
+    search.directionSquared += products[0];
+    search.slope += products[1];
     if (task.limitStep) {
         shortenStep(box, block.first, block.length, x, direction, limit);
     }
@@ -99,7 +99,7 @@ void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Pie
     }
 }
 
-void prefetchNext(const Piece& block, const SearchDirectionArrays& arrays) {
+void prefetchNext(const VariableBlock& block, const SearchDirectionArrays& arrays) {
     prefetchNextBlock(arrays.x.data() + block.first, block.length);
     prefetchNextBlock(arrays.g.data() + block.first, block.length);
     prefetchNextBlock(arrays.direction.data() + block.first, block.length);
@@ -133,51 +133,54 @@ void subspaceFactors(const CorrectionMemory& memory, SmallMatrix table, SmallMat
 SearchDirection computeSearchDirection(const BoxProblem& problem, const CorrectionMemory& memory,
                                        const SearchDirectionTask& task, double largestStep,
                                        const SearchDirectionArrays& arrays) {
-    SearchDirection closing;
-    StepToBound cut, limit;
+    assert(arrays.g.size() == arrays.x.size() && arrays.status.size() == arrays.x.size());
+    assert(arrays.factors.empty() || arrays.factors.size() >= 2 * memory.m);
+    SearchDirection search;
+    StepToBound truncated, limit;
     limit.length = largestStep;
     BoxBlock box;
     const bool steps = !arrays.factors.empty();
     const std::size_t n = arrays.x.size();
-    const auto finish = [&](const Piece& block) {
+    const auto finish = [&](const VariableBlock& block) {
         double* const point = arrays.point.data() + block.first;
         if (steps) {
-            applySubspaceStep(problem, cut, block, arrays.lastG.data() + block.first, point);
+            applySubspaceStep(problem, truncated, block, arrays.lastG.data() + block.first, point);
             if (task.constrained) {
                 clampBlock(box, block.length, point);
             }
         }
-        startSearch(box, task, block, arrays, limit, closing);
+        startSearch(box, task, block, arrays, limit, search);
     };
     for (std::size_t first = 0; first < n; first += blockLength) {
-        const Piece block{first, std::min(blockLength, n - first)};
+        const VariableBlock block{first, std::min(blockLength, n - first)};
         prefetchNext(block, arrays);
         prefetchNextBlock(arrays.status.data() + first, block.length);
         if (task.constrained) {
             boxOfBlock(problem, first, block.length, box);
         }
-        placeCauchyPoint(box, task, block, arrays);
-        double* const step = arrays.lastG.data() + first;
+        setCauchyPoint(box, task, block, arrays);
+        double* const step = arrays.lastG.data() + first;  // free until the last iterate is stored there
         if (steps) {
             formSubspaceStep(memory, task, block, arrays, step);
         }
         if (steps && task.constrained) {
-            shortenStep(box, first, block.length, arrays.point.data() + first, step, cut);
+            shortenStep(box, first, block.length, arrays.point.data() + first, step, truncated);
         }
         if (!task.constrained) {
             finish(block);
         }
     }
+    // With bounds the truncation is known only after all blocks: a second loop applies the step.
     for (std::size_t first = 0; task.constrained && first < n; first += blockLength) {
-        const Piece block{first, std::min(blockLength, n - first)};
+        const VariableBlock block{first, std::min(blockLength, n - first)};
         prefetchNext(block, arrays);
         prefetchNextBlock(arrays.lastX.data() + first, block.length);
         boxOfBlock(problem, first, block.length, box);
         finish(block);
     }
-    closing.stepReachedBound = cut.length < 1.0;
-    closing.largestStep = limit.length;
-    return closing;
+    search.stepReachedBound = truncated.length < 1.0;
+    search.largestStep = limit.length;
+    return search;
 }
 
 }  // namespace voxlith

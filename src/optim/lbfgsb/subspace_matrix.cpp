@@ -1,6 +1,7 @@
 #include "optim/lbfgsb/subspace_matrix.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace voxlith {
 
@@ -37,6 +38,7 @@ void forgetOldestInTable(const CorrectionMemory& memory, SmallMatrix table) {
 }
 
 void gatherRow(const CorrectionMemory& memory, std::size_t pairs, std::size_t variable, std::span<double> row) {
+    assert(pairs <= memory.count && variable < memory.n && row.size() >= 2 * pairs);
     for (std::size_t pair = 0; pair < pairs; ++pair) {
         row[pair] = memory.change(pair, variable);
         row[pairs + pair] = memory.step(pair, variable);
@@ -73,7 +75,7 @@ void storeNewestInTable(const CorrectionMemory& memory, const PairProducts& prod
     }
 }
 
-// S'ZZ'Y and S'ZZ'S are what is left of S'Y and S'S without the fixed variables, where the table has those.
+// Where the table has the sums over fixed variables, those over free ones are S'Y and S'S less these.
 void addFreeProducts(const CorrectionMemory& memory, SmallMatrix table, std::span<const double> v,
                      std::span<double> result) {
     const TableParts parts = partsOf(table, memory.m);
@@ -122,6 +124,7 @@ bool factorSubspaceMatrix(const CorrectionMemory& memory, SmallMatrix table, Sma
 
 // K v = w in blocks: v_2 solves (C + B A^-1 B') v_2 = w_2 + B A^-1 w_1, then A v_1 = B'v_2 - w_1.
 void solveSubspaceMatrix(SmallMatrix factor, std::size_t m, std::size_t count, std::span<double> v) {
+    assert(count <= m && v.size() >= 2 * count);
     const SmallMatrix coupling = factor.block(m, 0);
     const SmallMatrix last = factor.block(m, m);
     double* const first = v.data();

@@ -5,7 +5,7 @@
 //                                               [  L_a - R_z          theta S'AA'S    ]
 //
 // L_a is the strictly lower triangle of S'AA'Y, R_z the upper triangle of S'ZZ'Y with its diagonal. The inner products
-// are kept from one iteration to the next in a table and changed by the newest pair and by the variables that have
+// are stored in a table from one iteration to the next. It is updated by the newest pair and by the variables that have
 // become free or have met a bound, so that an iteration costs O(m n). The table has order 2m: the lower triangle of
 // Y'ZZ'Y; below it, in the columns of Y, L_a + R_z; in the columns of S, the lower triangle of S'AA'S.
 #pragma once
@@ -22,14 +22,14 @@ namespace voxlith {
 // Drops the oldest of `count` pairs from the table.
 void forgetOldestInTable(const CorrectionMemory& memory, SmallMatrix table);
 
-// row := elements of the first `pairs` changes and steps that belong to one variable.
+// row := elements of one variable in the first `pairs` changes, then in as many steps.
 void gatherRow(const CorrectionMemory& memory, std::size_t pairs, std::size_t variable, std::span<double> row);
 
-// Moves the share of one variable between the sums over free and over fixed variables, for the first `pairs` pairs.
+// Moves the terms of one variable between the sums over free and over fixed variables, for the first `pairs` pairs.
 // `row` is that of gatherRow. Costs O(m^2).
 void moveVariable(SmallMatrix table, std::size_t m, std::size_t pairs, std::span<const double> row, bool becomesFree);
 
-// Fills the rows and columns of the newest pair. Among the products are those with its change where variables are free
+// Fills the rows and columns of the newest pair. The products include those with its change where variables are free
 // and with its step where they are fixed, both 0 elsewhere.
 void storeNewestInTable(const CorrectionMemory& memory, const PairProducts& products, std::size_t freeChangeVector,
                         std::size_t fixedStepVector, SmallMatrix table);

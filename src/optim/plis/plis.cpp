@@ -24,7 +24,7 @@ constexpr int initialise = -1;
 constexpr int iterationReady = 0;
 constexpr int trialReady = 3;
 
-// The arguments of one call, with the workspace carved up.
+// The arguments of one call, and the parts of the workspace.
 struct Call {
     Box box;
     std::span<double> x, g;
@@ -79,12 +79,13 @@ int testProgress(double f, const GradientNorms& norms, PlisState& saved) {
     return saved.valuePasses >= valuePassesNeeded ? 2 : 0;
 }
 
-// The termination code of an iteration's start, 0 to go on. Counts the iteration and asks for the periodic restart.
+// The termination code at the start of an iteration, 0 to continue. Counts the iteration and requests the periodic
+// restart.
 int testTermination(double f, const GradientNorms& norms, std::int64_t n, PlisState& saved) {
     if (saved.iterationCount == 0) {
         saved.fo = f + std::min(std::sqrt(std::abs(f)), std::abs(f) / 10.0);
     }
-    // Behind a failed search the last step says nothing about progress.
+    // After a failed search the last step says nothing about progress.
     if (saved.searchStatus != 0) {
         const int code = testProgress(f, norms, saved);
         if (code != 0) {
@@ -131,8 +132,8 @@ int restartMatrix(PlisState& saved) {
     return 0;
 }
 
-// s = -(lowRank lowRank' + shift I) g over the free variables, its slope and the limits of the step. False if s doesn't
-// descend; a direction that is no number does not.
+// s = -(lowRank lowRank' + shift I) g over the free variables, its slope and the limits of the step. False if s does
+// not descend, or is NaN.
 bool findDirection(const Call& call) {
     PlisState& saved = call.saved;
     const std::span<const std::int32_t> nbd = call.box.nbd;
@@ -167,7 +168,7 @@ void endRun(const Call& call, int code) {
     call.state = iterationReady;
 }
 
-// Restarts if asked to, finds a direction and takes the first step along it.
+// Restarts if requested, finds a direction and takes the first step along it.
 void startSearch(const Call& call) {
     PlisState& saved = call.saved;
     do {
@@ -202,8 +203,8 @@ void startIteration(const Call& call) {
     startSearch(call);
 }
 
-// A search has failed: back to where it began, and on with a new matrix.
-void giveUpSearch(const Call& call) {
+// After a failed search: back to its start, and on with a new matrix.
+void abandonSearch(const Call& call) {
     copy(call.xo, call.x);
     copy(call.go, call.g);
     call.f = call.saved.fo;
@@ -220,8 +221,8 @@ double largestRelativeChange(std::span<const double> x, std::span<const double> 
     return largest;
 }
 
-// A search has succeeded: settles the bounds and teaches the matrix. The update works on the gradient at the start of
-// the step, not on the direction: only so is the quasi-Newton condition met.
+// After a successful search: updates the active set and the matrix. The update uses the gradient at the start of the
+// step, not the direction: otherwise the quasi-Newton condition would not hold.
 void acceptStep(const Call& call) {
     PlisState& saved = call.saved;
     const std::span<const std::int32_t> nbd = call.box.nbd;
@@ -238,16 +239,16 @@ void acceptStep(const Call& call) {
     endRun(call, 0);
 }
 
-void judgeTrial(const Call& call) {
+void processTrial(const Call& call) {
     PlisState& saved = call.saved;
     saved.p = maskedDot(saved.boundSwitch, call.box.nbd, call.g, call.s);
-    const SearchEnd end = judgeStep(call.f, saved);
-    if (end == searchGoesOn) {
+    const SearchEnd end = evaluateStep(call.f, saved);
+    if (end == searchContinues) {
         return moveToTrial(call);
     }
     saved.searchStatus = end;
     if (end <= 0) {
-        giveUpSearch(call);
+        abandonSearch(call);
     } else {
         acceptStep(call);
     }
@@ -267,7 +268,7 @@ void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<d
     const std::size_t columns = static_cast<std::size_t>(m);
     if (std::min({x.size(), l.size(), u.size(), nbd.size(), g.size()}) < length ||
         wa.size() < (columns + 4) * length + 2 * columns) {
-        throw std::invalid_argument("plisStep: an array is shorter than n and m ask for");
+        throw std::invalid_argument("plisStep: an array is shorter than n and m require");
     }
     if (state == plis::initialise) {
         plis::clearState(method, n, nb, saved);
@@ -275,19 +276,19 @@ void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<d
         throw std::invalid_argument("plisStep: the saved state belongs to another m");
     }
 
-    std::size_t carved = 0;
-    const auto carve = [&](std::size_t count) {
-        const std::span<double> piece = wa.subspan(carved, count);
-        carved += count;
-        return piece;
+    std::size_t next = 0;
+    const auto take = [&](std::size_t count) {
+        const std::span<double> part = wa.subspan(next, count);
+        next += count;
+        return part;
     };
-    const std::span<double> s = carve(length);
-    const std::span<double> xo = carve(length);
-    const std::span<double> go = carve(length);
-    const std::span<double> shiftedStep = carve(length);
-    const std::span<double> lowRank = carve(length * columns);
-    const std::span<double> gradProjection = carve(columns);
-    const std::span<double> stepProjection = carve(columns);
+    const std::span<double> s = take(length);
+    const std::span<double> xo = take(length);
+    const std::span<double> go = take(length);
+    const std::span<double> shiftedStep = take(length);
+    const std::span<double> lowRank = take(length * columns);
+    const std::span<double> gradProjection = take(columns);
+    const std::span<double> stepProjection = take(columns);
     const plis::Call call{{l.first(length), u.first(length), nbd.first(length)},
                           x.first(length),
                           g.first(length),
@@ -305,7 +306,7 @@ void plisStep(int method, int n, int m, int nb, std::span<double> x, std::span<d
     if (state == plis::initialise) {
         plis::startRun(call);
     } else if (state == plis::trialReady) {
-        plis::judgeTrial(call);
+        plis::processTrial(call);
     } else {
         plis::startIteration(call);
     }

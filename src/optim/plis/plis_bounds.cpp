@@ -17,14 +17,14 @@ bool hasUpper(std::int32_t code) {
     return code == 2 || code == 3 || code == 4;
 }
 
-// The code without the mark of an active bound; codes that mean nothing stay as they are.
+// The code without the mark of an active bound; unknown codes are unchanged.
 std::int32_t passiveCode(std::int32_t code) {
     return code < 0 && code >= -6 ? -code : code;
 }
 
-// True if an active variable would descend by moving off its bound into the box. Neither true nor false is told of a
-// gradient that is no number: it counts as a violation, so that it is not mistaken for convergence.
-bool wantsToLeave(const Box& box, std::size_t i, double x, double g) {
+// True if an active variable would descend by moving off its bound into the box. A gradient of NaN gives true, so that
+// it is not mistaken for convergence.
+bool descendsOffBound(const Box& box, std::size_t i, double x, double g) {
     const std::int32_t code = -box.nbd[i];
     if (code < 1 || code > 4) {
         return false;
@@ -33,8 +33,8 @@ bool wantsToLeave(const Box& box, std::size_t i, double x, double g) {
     return atLower ? !(g >= 0.0) : !(g <= 0.0);
 }
 
-// Larger of the two; a value that is no number stays.
-void raise(double& largest, double value) {
+// largest = max(largest, value); NaN once a value is.
+void includeValue(double& largest, double value) {
     if (!(value <= largest) && !std::isnan(largest)) {
         largest = value;
     }
@@ -90,9 +90,9 @@ GradientNorms gradientNorms(std::int32_t boundSwitch, const Box& box, std::span<
     for (std::size_t i = 0; i < x.size(); ++i) {
         if (boundSwitch == 0 || box.nbd[i] >= 0) {
             norms.anyFree = true;
-            raise(norms.freeGradMax, std::abs(g[i]));
-        } else if (wantsToLeave(box, i, x[i], g[i])) {
-            raise(norms.activeGradMax, std::abs(g[i]));
+            includeValue(norms.freeGradMax, std::abs(g[i]));
+        } else if (descendsOffBound(box, i, x[i], g[i])) {
+            includeValue(norms.activeGradMax, std::abs(g[i]));
         }
     }
     return norms;
@@ -101,7 +101,7 @@ GradientNorms gradientNorms(std::int32_t boundSwitch, const Box& box, std::span<
 std::int32_t releaseBounds(const Box& box, std::span<const double> x, std::span<const double> g) {
     std::int32_t released = 0;
     for (std::size_t i = 0; i < x.size(); ++i) {
-        if (box.nbd[i] < 0 && wantsToLeave(box, i, x[i], g[i])) {
+        if (box.nbd[i] < 0 && descendsOffBound(box, i, x[i], g[i])) {
             box.nbd[i] = -box.nbd[i];
             ++released;
         }

@@ -7,32 +7,32 @@
 
 namespace voxlith::plis {
 
-// The box: bounds and codes of n variables each. The bounds of an unused side are never looked at.
+// The box: bounds and codes of n variables each. The bounds of an unused side are never read.
 struct Box {
     std::span<double> l, u;
     std::span<std::int32_t> nbd;
 };
 
-// Takes active codes back, fixes variables (code 5, both bounds equal to x) whose code is 5 or 6 or whose
-// bounds leave no interval, and moves all others into their bounds.
+// Makes active codes positive, fixes variables (code 5, both bounds equal to x) whose code is 5 or 6 or whose bounds
+// leave no interval, and projects all others into their bounds.
 void startBounds(const Box& box, std::span<double> x);
 
-// Moves x into its bounds; what is nearer to a bound than 1e-8 of the bound, at least of 1, is put upon it.
+// Projects x into its bounds. Values nearer to a bound than 1e-8 of it, at least of 1, become equal to it.
 void projectIntoBounds(const Box& box, std::span<double> x);
 
-// Marks the variables that lie at a bound as active. Returns how many are new.
+// Marks the variables at a bound as active. Returns how many are new.
 std::int32_t updateActiveSet(const Box& box, std::span<const double> x);
 
-// What the gradient says about free and bound variables. Not a number as soon as a component that enters is not.
+// Largest gradient components of free and of active variables. NaN if a component that enters is.
 struct GradientNorms {
     double freeGradMax = 0.0;    // largest |g| of the free variables
-    double activeGradMax = 0.0;  // largest |g| of the variables that want to leave their bound
+    double activeGradMax = 0.0;  // largest |g| of the variables that would descend off their bound
     bool anyFree = false;
 };
 GradientNorms gradientNorms(std::int32_t boundSwitch, const Box& box, std::span<const double> x,
                             std::span<const double> g);
 
-// Frees the variables that want to leave their bound. Returns how many.
+// Frees the variables that would descend off their bound. Returns how many.
 std::int32_t releaseBounds(const Box& box, std::span<const double> x, std::span<const double> g);
 
 // The largest step along s: the mean of `limit`, cut to the first bound that is met, and of the steps to all bounds

@@ -24,14 +24,14 @@ constexpr double descentTol = 1.0e-4;      // least cosine between direction and
 constexpr double stepLimit = 1.0;          // largest length of a step
 constexpr double stepFactorLow = 1.0e-10;  // lower limit of the step, in units of the gradient
 constexpr double stepFactorHigh = 1.0e10;  // upper limit
-constexpr double hugeValue = 1.0e120;      // stands for infinity
-constexpr double boundTol = 1.0e-8;        // what is nearer to a bound is put upon it
+constexpr double hugeValue = 1.0e120;      // used as infinity
+constexpr double boundTol = 1.0e-8;        // values nearer to a bound become equal to it
 
 // Line search.
 constexpr double firstStep = 1.0e-4;        // first step of every search
 constexpr double decreaseTol = 1.0e-4;      // value test
 constexpr double slopeTol = 0.9;            // slope test
-constexpr double valueCeiling = 1.0e20;     // values from here on are no ground for interpolation
+constexpr double valueCeiling = 1.0e20;     // values from here on are not interpolated
 constexpr std::int32_t maxReductions = 10;  // reductions, or extensions, of the step
 
 }  // namespace voxlith::plis

@@ -1,17 +1,19 @@
 #include "optim/plis/plis_kernels.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 namespace voxlith::plis {
 
 namespace {
 
-// An inner product is summed in eight parts, element i in part i mod 8, which are added pairwise at the end.
+// An inner product is summed in eight parts, element i in part i mod 8, which are added pairwise at the end. Unlike the
+// products of L-BFGS-B the parts run through the whole vector, so the two engines cannot share a kernel.
 constexpr std::size_t partCount = 8;
 using Parts = double[partCount];
 
-// Rows that are handled together: a piece of a vector that stays in the cache while the columns go by.
+// Rows that are processed together: a block of a vector that stays in the cache while all columns are read.
 constexpr std::size_t blockRows = 2048;
 static_assert(blockRows % partCount == 0);
 
@@ -75,6 +77,7 @@ void maskedDifference(std::int32_t boundSwitch, std::span<const std::int32_t> nb
 }
 
 double dot(std::span<const double> a, std::span<const double> b) {
+    assert(a.size() == b.size());
     Parts parts = {};
     addProducts(a.data(), b.data(), a.size(), parts);
     return total(parts);
@@ -99,6 +102,7 @@ void combination(double alpha, std::span<const double> x, double beta, std::span
 }
 
 void transposedProduct(std::span<const double> a, std::span<const double> x, std::span<double> y) {
+    assert(a.size() == x.size() * y.size());
     const std::size_t n = x.size();
     for (std::size_t first = 0; first < y.size(); first += columnGroup) {
         const std::size_t count = std::min(columnGroup, y.size() - first);
@@ -117,6 +121,7 @@ void transposedProduct(std::span<const double> a, std::span<const double> x, std
 
 void product(std::span<const double> a, std::span<const double> x, double alpha, std::span<const double> z,
              std::span<double> y) {
+    assert(a.size() == x.size() * y.size() && z.size() == y.size());
     const std::size_t n = y.size();
     for (std::size_t row = 0; row < n; row += blockRows) {
         const std::size_t end = std::min(row + blockRows, n);

@@ -1,9 +1,9 @@
-// Vector and matrix kernels of the PLIS engine. Vectors that belong together have the same length; a matrix A of n x nn
-// lies column by column in an array of n*nn. Every sum has one fixed order, written out, so that all compilers,
-// optimisation levels and instruction sets give the same bytes. Nothing is checked and nothing is allocated here.
+// Vector and matrix kernels of the PLIS engine. Vectors of one call have the same length; a matrix A of n x nn is
+// stored column by column in an array of n*nn. Every sum has one fixed order, written out, so that all compilers,
+// optimisation levels and instruction sets give the same bytes. Nothing is allocated here.
 //
-// Masked kernels take a bound switch and the bound codes: switch 0 counts every position and looks at no code, above 0
-// positions with a negative code are absent, below 0 only those with code -5.
+// Masked kernels take a bound switch and the bound codes: switch 0 counts every element and reads no code, above 0
+// elements with a negative code do not count, below 0 only those with code -5 do not.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace voxlith::plis {
 
-// True if a position with this bound code counts.
+// True if an element with this bound code counts.
 inline bool isCounted(std::int32_t boundSwitch, std::int32_t code) {
     if (boundSwitch == 0) {
         return true;
@@ -19,7 +19,7 @@ inline bool isCounted(std::int32_t boundSwitch, std::int32_t code) {
     return boundSwitch > 0 ? code >= 0 : code != -5;
 }
 
-// Sum of a(i) b(i) over the counted positions; what stands elsewhere, even if no number, has no influence.
+// Sum of a(i) b(i) over the counted elements; other elements, even if NaN, have no influence.
 double maskedDot(std::int32_t boundSwitch, std::span<const std::int32_t> nbd, std::span<const double> a,
                  std::span<const double> b);
 

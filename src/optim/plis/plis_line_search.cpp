@@ -9,7 +9,7 @@ namespace voxlith::plis {
 
 namespace {
 
-// The value has come down enough; or f has come down to the rounding error, and the slope has flattened.
+// The value has decreased enough; or its change is down to the rounding error, and the slope has flattened.
 bool isLowEnough(double f, const PlisState& search) {
     const double change = f - search.fo;
     const double slope = std::abs(search.p);
@@ -19,7 +19,7 @@ bool isLowEnough(double f, const PlisState& search) {
            (slope <= 0.5 * startSlope && std::abs(change) <= 2.0e-13 * size);
 }
 
-// Puts step r into the bracket.
+// Makes step r an end of the bracket.
 void updateBracket(double f, bool lowEnough, PlisState& search) {
     if (search.reducing == 0) {
         search.rLower = search.rUpper;
@@ -35,8 +35,8 @@ void updateBracket(double f, bool lowEnough, PlisState& search) {
     search.pUpper = search.p;
 }
 
-// The minimiser that the ends of the bracket promise, as t with the step rLower + (rUpper - rLower)/t: by the cubic
-// (4), the secant of the slopes (3), the quadratic through the values (2). False if there is none.
+// The minimiser interpolated between the ends of the bracket, as t with the step rLower + (rUpper - rLower)/t: by the
+// cubic (4), the secant of the slopes (3), the quadratic through the values (2). False if there is none.
 bool interpolate(int rule, const PlisState& search, double& t) {
     const double q = search.pUpper / search.pLower;
     const double e = (search.fUpper - search.fLower) / ((search.rUpper - search.rLower) * search.pLower);
@@ -93,7 +93,7 @@ void beginSearch(PlisState& search) {
     search.pLower = search.pUpper = search.po;
 }
 
-SearchEnd judgeStep(double f, PlisState& search) {
+SearchEnd evaluateStep(double f, PlisState& search) {
     if (f <= valueFloor) {
         return endLargestStep;
     }
@@ -126,7 +126,7 @@ SearchEnd judgeStep(double f, PlisState& search) {
         search.r = reducedStep(firstRule, search);
         ++search.reductionCount;
     }
-    return searchGoesOn;
+    return searchContinues;
 }
 
 }  // namespace voxlith::plis

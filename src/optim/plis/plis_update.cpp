@@ -1,6 +1,7 @@
 #include "optim/plis/plis_update.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 
@@ -10,15 +11,15 @@ namespace voxlith::plis {
 
 namespace {
 
-// What the increments and their projection say: the new shift, and what is left of the curvature behind it.
+// From the increments and their projection: the new shift, and the curvature that remains after it.
 struct Curvature {
     double shift = 0.0;
     double bShifted = 0.0;   // go'(xo - shift go)
-    double gradShare = 0.0;  // part of go'H go outside of lowRank, 0 to 1
+    double gradShare = 0.0;  // part of go'H go that is not of lowRank, 0 to 1
     double gradNorm = 0.0;   // go'go
 };
 
-// False if the curvature b = xo'go isn't positive or leaves the range of numbers.
+// False if the curvature b = xo'go is not positive, or a quotient is not finite.
 bool measureCurvature(double shift, std::span<const double> xo, std::span<const double> go,
                       std::span<const double> gradProjection, Curvature& curvature) {
     const double b = dot(xo, go);
@@ -76,7 +77,7 @@ bool changeColumns(std::int32_t method, double r, const UpdateVectors& vectors, 
     const double bShifted = curvature.bShifted;
     const double v = std::sqrt(std::sqrt(curvature.gradShare) * curvature.shift * curvature.gradNorm / bShifted);
     const double w0 = std::copysign(std::sqrt(bShifted * v / xx), gx < 0.0 ? -1.0 : 1.0);
-    // A projection that vanishes, or that is no number, has nothing to teach.
+    // A projection that is 0 or not finite gives no update.
     if (!(xx > 0.0) || !std::isfinite(xx) || !std::isfinite(gx) || !std::isfinite(v / w0)) {
         return false;
     }
@@ -98,6 +99,7 @@ bool changeColumns(std::int32_t method, double r, const UpdateVectors& vectors, 
 
 bool updateMatrix(std::int32_t method, double r, const UpdateVectors& vectors, std::span<double> lowRank,
                   std::int32_t& columnsInUse, double& shift) {
+    assert(lowRank.size() == vectors.xo.size() * vectors.gradProjection.size() && columnsInUse >= 0);
     if (static_cast<std::size_t>(columnsInUse) < vectors.gradProjection.size()) {
         return addColumn(vectors, lowRank, columnsInUse, shift);
     }

@@ -1,4 +1,4 @@
-// The shifted limited-memory update of the PLIS engine: what one accepted step teaches lowRank and shift.
+// The shifted limited-memory update of the PLIS engine: lowRank and shift after an accepted step.
 //
 // The inverse Hessian is lowRank lowRank' + shift I. With the increments xo of x and go of g, the update makes
 // lowRank lowRank' go = v (xo - shift go), v = 1 as long as a column is added (Vlcek and Luksan 2006, sections 2 and
@@ -21,8 +21,8 @@ struct UpdateVectors {
 };
 
 // Updates lowRank, n x m with `columnsInUse` columns in use, and shift after a step of length r. Below m columns one is
-// added and `method` makes no difference; with all in use method 1 adds a matrix of rank 1, every other one of rank 2.
-// False if the matrix was left alone, because the increments show no positive curvature or no update in finite numbers.
+// added and `method` has no influence; with all in use method 1 adds a matrix of rank 1, every other one of rank 2.
+// False if the matrix is unchanged, because the increments have no positive curvature or give no finite update.
 bool updateMatrix(std::int32_t method, double r, const UpdateVectors& vectors, std::span<double> lowRank,
                   std::int32_t& columnsInUse, double& shift);
 

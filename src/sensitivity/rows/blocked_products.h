@@ -3,8 +3,8 @@
 //
 // Both take a range, so that threads can share a product: y by slabs, c by bands. Orders of summation depend on the
 // layout of the rows alone, not on ranges or on the instruction set. A row is summed in eight lanes, an entry of a
-// block in the lane of its place in the block, bands and blocks ascending; then the lanes are added in one tree. A
-// column receives the groups in the order in which they lie in memory, one addition per group, after the rows of a
+// block in the lane of its index in the block, bands and blocks ascending; then the lanes are added in one tree. A
+// column receives the groups in the order of the list, one addition per group, after the rows of a
 // group have been added up, ascending.
 #pragma once
 
@@ -30,7 +30,7 @@ bool allFinite(std::span<const double> values);
 void multiply(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
               bool finite, std::size_t firstSlab, std::size_t endSlab, std::span<double> out);
 
-// compact(column) += value * factor[r] for every coefficient of every row r whose column lies in the bands firstBand up
+// compact(column) += value * factor[r] for every coefficient of every row r whose column is in the bands firstBand up
 // to endBand. `finite` is allFinite(factor).
 void multiplyTransposed(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> factor,
                         bool finite, std::size_t firstBand, std::size_t endBand, std::span<double> compact);

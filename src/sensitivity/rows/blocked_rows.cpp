@@ -123,7 +123,7 @@ std::int64_t wordsOfUnsorted(const RawBatch& batch, const ColumnRanks& ranks) {
 }
 
 // Rows whose indices do not ascend stay unsorted, and so do all rows of a batch that would take more words in blocks
-// than raw: in place, there are no more.
+// than raw: in place, there is no space for them.
 void writeBatch(const RawBatch& batch, const RawRows& raw, const ColumnRanks& ranks,
                 std::span<const std::int32_t> usedColumns, BatchWork& work, GroupTarget& target) {
     const std::int64_t firstWord = target.word;

@@ -1,10 +1,10 @@
 // The form of the compressed rows in memory while the run iterates.
 //
 // The columns that any row of a file uses are renumbered: `usedColumns` lists their positions in the padded array, and
-// a column's place in that list is its compact index. Rows are grouped in slabs, compact indices in bands: the part of
-// the compact array that belongs to a band stays in the first-level cache while all rows of a slab pass over it (cache
-// blocking, as for dense matrices). Without bands nearly every coefficient would load its model value from further
-// away.
+// the index of a column in that list is its compact index. Rows are grouped in slabs, compact indices in bands: the
+// part of the compact array that belongs to a band stays in the first-level cache while all rows of a slab pass over it
+// (cache blocking, as for dense matrices). Without bands nearly every coefficient would load its model value from
+// further away.
 //
 // Rows of neighbouring stations use nearly the same columns. So within a band eight, four or two consecutive rows, or
 // one, share an ascending list of compact indices, whichever takes the least time, and each row of such a group has a
@@ -102,7 +102,7 @@ struct RawRows {
 std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset);
 
 // Turns the raw rows of one file into blocked rows, in place: written from word `targetWord` of the store `words` on,
-// which lies at least headroomWordsFor the store before the raw rows, and never longer than these. Indices are from 1
+// which is at least headroomWordsFor the store before the raw rows, and never longer than these. Indices are from 1
 // to paddedCount. Returns the end word of the blocked rows. Throws std::bad_alloc.
 std::int64_t blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
                        std::size_t paddedCount, BlockedRows& blocked);

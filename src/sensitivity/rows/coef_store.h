@@ -1,4 +1,4 @@
-// The compressed rows of all sensitivity files: how they lie in memory, and the current row when they are read from
+// The compressed rows of all sensitivity files: their layout in memory, and the current row when they are read from
 // disk.
 //
 // These are the rows R of sensitivity/products.h. A transformed row has few large elements, because the response of a

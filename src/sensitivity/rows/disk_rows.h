@@ -9,7 +9,7 @@
 namespace voxlith {
 
 // The next row of file `mtx` (from 0). Allocates only when a row is longer than every row before and than the last
-// file's longest. Throws RunError when the file ends early or an index lies outside the padded array.
+// file's longest. Throws RunError when the file ends early or an index is outside the padded array.
 MtxRowView readNextRow(Sensitivity& sensitivity, std::size_t mtx);
 
 }  // namespace voxlith

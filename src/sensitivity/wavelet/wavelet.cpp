@@ -10,8 +10,8 @@ namespace voxlith {
 
 namespace {
 
-// Axes up to this extent are left alone, though four values allow one step: the writers of sensitivity files do the
-// same.
+// Axes up to this extent are not transformed, though four values allow one step: the writers of sensitivity files do
+// the same.
 constexpr std::size_t longestPlainAxis = 4;
 
 struct CellLines {

@@ -46,7 +46,7 @@ std::size_t waveletWorkSize(const PaddedExtents& extents);
 void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction,
                  std::span<double> work);
 
-// All levels along z, x, y in this order; axes of extent 4 or less are left alone. In place; `work` has
+// All levels along z, x, y in this order; axes of extent 4 or less are not transformed. In place; `work` has
 // waveletWorkSize values. Allocates nothing. The same bytes as line by line with waveletStep, with every instruction
 // set.
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,

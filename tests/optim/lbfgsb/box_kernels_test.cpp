@@ -28,7 +28,7 @@ struct RandomBlock {
 
     RandomBlock(std::size_t length, std::int32_t codes, unsigned seed) {
         std::mt19937 random(seed);
-        const std::vector<double> places{-1.5, -1.0, -0.25, 0.0, -0.0, 0.5, 1.0, 1.5};
+        const std::vector<double> values{-1.5, -1.0, -0.25, 0.0, -0.0, 0.5, 1.0, 1.5};
         const std::vector<double> slopes{-3.0, -0.5, -0.0, 0.0, 0.25, 2.0, infinity, -infinity, notANumber};
         const std::vector<std::int32_t> states{-3, -1, 0, 1, 2, 3};
         for (std::size_t i = 0; i < length; ++i) {
@@ -38,7 +38,7 @@ struct RandomBlock {
             const bool hasLower = hasLowerBound(code.back()), hasUpper = hasUpperBound(code.back());
             lower.push_back(hasLower ? -1.0 : notANumber);
             upper.push_back(hasUpper ? 1.0 : notANumber);
-            x.push_back(places[random() % places.size()]);
+            x.push_back(values[random() % values.size()]);
             g.push_back(slopes[random() % slopes.size()]);
         }
     }
@@ -147,7 +147,7 @@ TEST(BoxKernels, UniformBlocksHaveTheBoxOfTheirArrays) {
 }
 
 // One variable between 0 and 1: its value, its gradient, and the expected status, direction and time.
-TEST(BoxKernels, PathStopsVariablesThatWantToLeaveAndTimesTheOthers) {
+TEST(BoxKernels, PathStopsVariablesThatWouldLeaveAndTimesTheOthers) {
     struct Case {
         double x, g;
         std::int32_t status;

@@ -1,7 +1,7 @@
-// L-BFGS-B against dense matrices: the point at which its quadratic model is least, iteration by iteration. The matrix
-// comes from the BFGS formula applied pair by pair, the Cauchy point from a walk along the projected path, the
-// subspace step from a dense solution. Guards the ring of pairs beyond m iterations, the table that variables enter and
-// leave, and what is left of it where no variable was free.
+// L-BFGS-B compared with dense matrices: the minimiser of its quadratic model in every iteration. The matrix is the
+// BFGS formula applied pair by pair, the Cauchy point is found by following the projected path, the subspace step by a
+// dense solution. Guards the ring of pairs beyond m iterations, the subspace table that variables enter and leave, and
+// the table after an iteration without free variables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -99,7 +99,7 @@ bool isHeld(const OptimiserRun& run, std::size_t i) {
     return run.fixedFlag[i] != 0 || (run.nbd[i] == 3 && run.u[i] <= run.l[i]);
 }
 
-// A free variable in its bounds, to the bit.
+// A free variable is within its bounds, to the bit.
 bool isInside(const OptimiserRun& run, std::size_t i) {
     return run.fixedFlag[i] != 0 || ((!hasLowerBound(run.nbd[i]) || run.x[i] >= run.l[i]) &&
                                      (!hasUpperBound(run.nbd[i]) || run.x[i] <= run.u[i]));
@@ -109,7 +109,7 @@ bool isInside(const OptimiserRun& run, std::size_t i) {
 ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g, const Matrix& matrix) {
     const std::size_t n = x.size();
     ModelPoint cauchy{x, std::vector<bool>(n, true)};
-    Vector meets(n, std::numeric_limits<double>::infinity()), direction(n, 0.0), way(n, 0.0);
+    Vector meets(n, std::numeric_limits<double>::infinity()), direction(n, 0.0), travel(n, 0.0);
     for (std::size_t i = 0; i < n; ++i) {
         if (g[i] > 0.0 && hasLowerBound(run.nbd[i])) {
             meets[i] = (x[i] - run.l[i]) / g[i];
@@ -132,21 +132,21 @@ ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g
         if (next == n) {
             return cauchy;
         }
-        const double slope = dot(g, direction) + dot(times(matrix, way), direction);
+        const double slope = dot(g, direction) + dot(times(matrix, travel), direction);
         const double length = -slope / dot(times(matrix, direction), direction);
         const double step = std::max(0.0, std::min(length, meets[next] - time));
         for (std::size_t i = 0; i < n; ++i) {
-            way[i] += step * direction[i];
+            travel[i] += step * direction[i];
         }
         const bool stops = length < meets[next] - time;
         if (!stops) {
-            way[next] = (direction[next] > 0.0 ? run.u[next] : run.l[next]) - x[next];
+            travel[next] = (direction[next] > 0.0 ? run.u[next] : run.l[next]) - x[next];
             direction[next] = 0.0;
             cauchy.free[next] = false;
             time = meets[next];
         }
         for (std::size_t i = 0; i < n; ++i) {
-            cauchy.z[i] = x[i] + way[i];
+            cauchy.z[i] = x[i] + travel[i];
         }
         if (stops) {
             return cauchy;
@@ -154,7 +154,7 @@ ModelPoint cauchyPoint(const OptimiserRun& run, const Vector& x, const Vector& g
     }
 }
 
-// The point at which the model is least over the free variables, cut back along the way into the box.
+// The point at which the model is least over the free variables, truncated at the box.
 ModelPoint modelPoint(const OptimiserRun& run, const Vector& x, const Vector& g, const std::vector<Pair>& pairs) {
     const std::size_t n = x.size();
     const Matrix matrix = modelMatrix(pairs, n);
@@ -168,11 +168,11 @@ ModelPoint modelPoint(const OptimiserRun& run, const Vector& x, const Vector& g,
     if (pairs.empty()) {
         return point;
     }
-    Vector way(n);
+    Vector travel(n);
     for (std::size_t i = 0; i < n; ++i) {
-        way[i] = point.z[i] - x[i];
+        travel[i] = point.z[i] - x[i];
     }
-    const Vector image = times(matrix, way);
+    const Vector image = times(matrix, travel);
     std::vector<std::size_t> free;
     for (std::size_t i = 0; i < n; ++i) {
         if (point.free[i]) {
@@ -204,16 +204,16 @@ ModelPoint modelPoint(const OptimiserRun& run, const Vector& x, const Vector& g,
     return point;
 }
 
-// What the runs came across.
+// Situations that occurred in the runs.
 struct Seen {
     int iterations = 0;
     int beyondMemory = 0;  // iterations with more updates than pairs
     int exchanges = 0;     // iterations in which a variable entered the free set and another left it
     int drops = 0;         // memories that were dropped
-    int freeAgain = 0;     // iterations with free variables behind one without, with pairs in memory
+    int freeAgain = 0;     // iterations with free variables after one without, with pairs in memory
 };
 
-// Follows a run, and at each new search compares its point z, which lies in `wa` where the layout says.
+// Follows a run, and at each new search compares its point z, whose position in `wa` is in the layout.
 void compareWithDenseModel(OptimiserRun& run, const Function& function, double smallestGradient, Seen& seen) {
     const std::size_t n = run.x.size();
     std::vector<Pair> pairs;
@@ -245,7 +245,7 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
         }
         run.call();
         ASSERT_EQ(run.word(), "FG_LNSRCH");
-        const LbfgsbSavedBlocks saved{run.state.csave, run.state.lsave, run.state.isave, run.state.dsave};
+        const LbfgsbSavedArrays saved{run.state.csave, run.state.lsave, run.state.isave, run.state.dsave};
         if (!pairs.empty() && loadState(saved).corrections == 0) {
             pairs.clear();  // a matrix was singular by rounding
             ++seen.drops;
@@ -325,8 +325,8 @@ Function quartic(std::size_t n, double stiffness, Random& random) {
     };
 }
 
-// No function at all: every trial is good enough to be taken, and the gradient changes there by chance, but to half of
-// the old slope along the step. Variables change sides all the time.
+// No function at all: every trial is accepted, and the gradient changes there at random, but to half of
+// the old slope along the step. Variables enter and leave bounds all the time.
 Function thrownGradients(Random& random) {
     return [&random, lastX = Vector(), lastG = Vector(), f = 0.0](const Vector& x, Vector& g) mutable {
         if (lastX.empty()) {
@@ -369,7 +369,7 @@ OptimiserRun randomRun(unsigned seed, Random& random) {
     return run;
 }
 
-TEST(DenseModel, IsLeastWhereTheEngineGoes) {
+TEST(DenseModel, IsLeastAtThePointOfTheEngine) {
     Seen seen;
     for (unsigned seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -384,13 +384,13 @@ TEST(DenseModel, IsLeastWhereTheEngineGoes) {
     EXPECT_GT(seen.beyondMemory, 1000);
 }
 
-TEST(DenseModel, IsLeastWhereTheEngineGoesWhileVariablesChangeSides) {
+TEST(DenseModel, IsLeastAtThePointOfTheEngineWhileVariablesChangeStatus) {
     Seen seen;
     for (unsigned seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         Random random(seed);
         OptimiserRun run = randomRun(seed, random);
-        run.nbd.assign(run.nbd.size(), 3);  // without a bound x would run away
+        run.nbd.assign(run.nbd.size(), 3);  // without a bound x would diverge
         compareWithDenseModel(run, thrownGradients(random), 1.0e-4, seen);
         if (HasFatalFailure()) {
             return;

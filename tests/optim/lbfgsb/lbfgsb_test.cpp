@@ -1,4 +1,4 @@
-// Behaviour of L-BFGS-B behind the optimiser call: words, codes, flags, limits, failures, saved state.
+// Behaviour of L-BFGS-B through the optimiser call: words, codes, flags, limits, failures, saved state.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace {
 std::size_t allocationCount = 0;
 }
 
-// Counts what is allocated anywhere in this test program. Not inlined: the compiler would see a malloc on one side of a
+// Counts all allocations of this test program. Not inlined: the compiler would see a malloc on one side of a
 // pair and a delete on the other, and warn.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocationCount;
@@ -68,7 +68,7 @@ Function bowl(double centre) {
     };
 }
 
-// The bounds that the codes tell of; fixed variables have none.
+// The bounds by code; fixed variables have none.
 void expectInsideBounds(const OptimiserRun& run) {
     for (std::size_t i = 0; i < run.x.size(); ++i) {
         if (run.fixedFlag[i] != 0) {
@@ -116,7 +116,7 @@ OptimiserRun busyRun(std::int32_t corrections) {
     return run;
 }
 
-TEST(TaskWords, AreBlankPaddedAndComparedWithoutTrailingBlanks) {
+TEST(TaskWords, ArePaddedWithSpacesAndComparedWithoutTrailingSpaces) {
     TaskWord task;
     setTask(task, "FG_LN");
     EXPECT_EQ(std::string(task.text, sizeof task.text), "FG_LN" + std::string(55, ' '));
@@ -167,7 +167,7 @@ TEST(Lbfgsb, StopsAtZeroToleranceOnlyWhenTheProjectedGradientIsZero) {
     EXPECT_EQ(run.word(), normConverged);
 }
 
-TEST(Lbfgsb, TestsTheIterateInTheCallBehindNewX) {
+TEST(Lbfgsb, TestsTheIterateInTheCallAfterNewX) {
     OptimiserRun run(3, 3, 0.0);
     run.callWith("START");
     while (run.wantsEvaluation()) {
@@ -195,7 +195,7 @@ TEST(Lbfgsb, ReadsTheBoundCodesOfModels) {
     }
 }
 
-TEST(Lbfgsb, NeverLooksAtTheBoundOfAnUnusedSide) {
+TEST(Lbfgsb, NeverReadsTheBoundOfAnUnusedSide) {
     OptimiserRun run(4, 4, 0.0);
     run.nbd = {0, 1, 2, 5};
     run.l = {notANumber, -1.0, notANumber, notANumber};
@@ -219,7 +219,7 @@ TEST(Lbfgsb, ReversedBoundsAreRefusedOnlyForFreeVariablesWithBoth) {
     }
 }
 
-TEST(Lbfgsb, RepeatsItsRefusalUntilAGoodStart) {
+TEST(Lbfgsb, RepeatsItsRefusalUntilAValidStart) {
     OptimiserRun run(2, 2, 0.5);
     run.nbd = {6, 0};
     run.callWith("START");
@@ -233,7 +233,7 @@ TEST(Lbfgsb, RepeatsItsRefusalUntilAGoodStart) {
     EXPECT_EQ(run.word(), "FG_START");
 }
 
-TEST(Lbfgsb, HoldsFlaggedVariablesEvenOutsideOfTheirBounds) {
+TEST(Lbfgsb, FixesFlaggedVariablesEvenOutsideTheirBounds) {
     for (const std::int32_t flag : {1, 2, -7}) {
         OptimiserRun run(6, 4, 0.0);
         setBounds(run, 3, -1.0, 1.0);
@@ -246,7 +246,7 @@ TEST(Lbfgsb, HoldsFlaggedVariablesEvenOutsideOfTheirBounds) {
     }
 }
 
-TEST(Lbfgsb, HoldsFlaggedVariablesWithoutAnyBound) {
+TEST(Lbfgsb, FixesFlaggedVariablesWithoutAnyBound) {
     OptimiserRun run(8, 5, -0.5);
     run.fixedFlag[3] = 1;
     run.factr = 10.0;
@@ -255,7 +255,7 @@ TEST(Lbfgsb, HoldsFlaggedVariablesWithoutAnyBound) {
     EXPECT_NE(run.x[2], -0.5);
 }
 
-TEST(Lbfgsb, EndsAtOnceWhenAllVariablesAreHeld) {
+TEST(Lbfgsb, EndsAtOnceWhenAllVariablesAreFixed) {
     OptimiserRun run(3, 3, 0.7);
     run.fixedFlag = {1, 1, 1};
     EXPECT_EQ(minimise(run, bowl(0.0)), 2);
@@ -339,7 +339,7 @@ TEST(Lbfgsb, AFailedSearchRefreshesTheMemoryAndThenEndsTheRun) {
     ASSERT_EQ(run.word(), "FG_LNSRCH");
     ASSERT_GT(corrections(), 0);
     std::vector<double> gradient(4);
-    // From here the values neither fall nor rise, so that each search halves its interval until it is given up.
+    // From here the values neither fall nor rise, so that each search halves its interval until it fails.
     const double plateau = run.f;
     int trials = 0;
     for (; corrections() > 0; ++trials) {
@@ -362,7 +362,7 @@ TEST(Lbfgsb, AFailedSearchRefreshesTheMemoryAndThenEndsTheRun) {
     EXPECT_EQ(run.word(), "FG_START");
 }
 
-TEST(Lbfgsb, AStoppedRunIsCarriedOnWithItsMemory) {
+TEST(Lbfgsb, AStoppedRunContinuesWithItsMemory) {
     OptimiserRun run = busyRun(3);
     run.factr = 1.0e9;
     minimise(run, rosenbrock);
@@ -412,7 +412,7 @@ TEST(Lbfgsb, StartForgetsEverything) {
     }
 }
 
-// Plain data moved to another place between any two calls.
+// Plain data moved to other addresses between any two calls.
 TEST(Lbfgsb, SavedAndReloadedStateChangesNoBit) {
     for (const std::int32_t m : {1, 2, 5}) {
         OptimiserRun whole = busyRun(m);
@@ -439,7 +439,7 @@ TEST(Lbfgsb, SavedAndReloadedStateChangesNoBit) {
     }
 }
 
-TEST(Lbfgsb, LeavesTheThirtiethRealToTheCaller) {
+TEST(Lbfgsb, DoesNotUseTheThirtiethReal) {
     OptimiserRun run = busyRun(2);
     run.state.dsave[29] = 10000.0;
     minimise(run, rosenbrock, 50);
@@ -469,10 +469,10 @@ TEST(Lbfgsb, RefusesArraysThatAreTooShort) {
     EXPECT_THROW(run.callWith("NEW_X"), std::invalid_argument) << "never started";
 }
 
-// x may get no number that is not finite, and every run must end or go on with its words.
-TEST(Lbfgsb, SurvivesNotANumberAndInfinityAtEachCall) {
+// x must stay finite, and every run must end or continue with its task words.
+TEST(Lbfgsb, SurvivesNaNAndInfinityAtEachCall) {
     for (const double poison : {notANumber, infinity, -infinity}) {
-        for (int place = 0; place <= 13; ++place) {
+        for (int position = 0; position <= 13; ++position) {
             for (int badCall = 0; badCall < 45; ++badCall) {
                 OptimiserRun run = busyRun(3);
                 run.callWith("START");
@@ -480,16 +480,16 @@ TEST(Lbfgsb, SurvivesNotANumberAndInfinityAtEachCall) {
                     if (run.wantsEvaluation()) {
                         run.f = rosenbrock(run.x, run.g);
                     }
-                    if (calls == badCall && place == 13) {
+                    if (calls == badCall && position == 13) {
                         run.f = poison;
-                    } else if (calls == badCall && place == 12) {
+                    } else if (calls == badCall && position == 12) {
                         std::fill(run.g.begin(), run.g.end(), poison);
                     } else if (calls == badCall) {
-                        run.g[static_cast<std::size_t>(place)] = poison;
+                        run.g[static_cast<std::size_t>(position)] = poison;
                     }
                     run.call();
                     ASSERT_TRUE(std::all_of(run.x.begin(), run.x.end(), [](double v) { return std::isfinite(v); }))
-                        << "bad call " << badCall << " place " << place;
+                        << "bad call " << badCall << " position " << position;
                     expectInsideBounds(run);
                 }
                 EXPECT_TRUE(run.wantsEvaluation() || run.word() == "NEW_X" || taskBegins(run.task, "CONV") ||
@@ -547,7 +547,7 @@ LbfgsbState stateOf(OptimiserRun& run) {
     return loadState({run.state.csave, run.state.lsave, run.state.isave, run.state.dsave});
 }
 
-TEST(LbfgsbState, ComesBackAsItWasStored) {
+TEST(LbfgsbState, IsRestoredAsStored) {
     OptimiserRun run(1, 1, 0.0);
     for (const bool on : {false, true}) {
         LbfgsbState state;
@@ -577,7 +577,7 @@ TEST(LbfgsbState, ComesBackAsItWasStored) {
         state.search.lowest = 18.5;
         state.search.highest = 19.5;
         state.search.width = 20.5;
-        state.search.widthBefore = 21.5;
+        state.search.previousWidth = 21.5;
         storeState(state, {run.state.csave, run.state.lsave, run.state.isave, run.state.dsave});
         const LbfgsbState back = stateOf(run);
         const auto integers = [](const LbfgsbState& s) {
@@ -606,7 +606,7 @@ TEST(LbfgsbState, ComesBackAsItWasStored) {
                                        s.search.lowest,
                                        s.search.highest,
                                        s.search.width,
-                                       s.search.widthBefore};
+                                       s.search.previousWidth};
         };
         EXPECT_EQ(integers(back), integers(state));
         EXPECT_EQ(reals(back), reals(state));
@@ -617,7 +617,7 @@ TEST(LbfgsbState, ComesBackAsItWasStored) {
     }
 }
 
-// From the second search on: the first trial of the third iteration is asked for.
+// From the second search on: the first trial of the third iteration is requested.
 OptimiserRun runInItsThirdSearch() {
     OptimiserRun run(4, 4, -1.0);
     setBounds(run, 3, -50.0, 50.0);
@@ -633,7 +633,7 @@ OptimiserRun runInItsThirdSearch() {
     return run;
 }
 
-TEST(Lbfgsb, AStopLeavesEverythingAndAStopByTheClockTakesTheLastIterate) {
+TEST(Lbfgsb, AStopKeepsEverythingAndAStopByTheClockRestoresTheLastIterate) {
     OptimiserRun run = runInItsThirdSearch();
     const std::vector<double> trial = run.x;
     std::vector<double> gradient(4);
@@ -654,7 +654,7 @@ TEST(Lbfgsb, AStopLeavesEverythingAndAStopByTheClockTakesTheLastIterate) {
     EXPECT_EQ(run.g, gradient);
 }
 
-TEST(Lbfgsb, AFailedSearchGivesBackTheValueOfTheLastIterate) {
+TEST(Lbfgsb, AFailedSearchRestoresTheValueOfTheLastIterate) {
     OptimiserRun run = runInItsThirdSearch();
     const double last = stateOf(run).previousValue;
     for (int search = 0; search < 2; ++search) {
@@ -665,8 +665,8 @@ TEST(Lbfgsb, AFailedSearchGivesBackTheValueOfTheLastIterate) {
     EXPECT_EQ(run.word(), abnormal);
 }
 
-// A search to a bound along a straight slope shows no curvature: nothing is learnt and nothing forgotten.
-TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
+// A search to a bound along a constant slope has no curvature: no pair is stored and none is dropped.
+TEST(Lbfgsb, AStepWithoutCurvatureKeepsTheMemory) {
     OptimiserRun run = runInItsThirdSearch();
     const LbfgsbState before = stateOf(run);
     const std::vector<double> x(run.wa.begin() + run.state.isave[14] - 1, run.wa.begin() + run.state.isave[14] + 3);
@@ -690,9 +690,9 @@ TEST(Lbfgsb, AStepWithoutCurvatureLeavesTheMemoryAlone) {
     EXPECT_EQ(after.skippedUpdates, before.skippedUpdates + 1);
 }
 
-// The gradient of a fixed variable jumps so far that the square of its change is beyond all numbers: nothing is learnt,
-// and no pair is given up for it though the memory is full.
-TEST(Lbfgsb, AChangeBeyondAllNumbersLeavesTheMemoryAlone) {
+// The gradient of a fixed variable changes so much that the square overflows: no pair is stored, and none is dropped
+// for it although the memory is full.
+TEST(Lbfgsb, AChangeThatOverflowsKeepsTheMemory) {
     OptimiserRun run(4, 2, -1.0);
     run.fixedFlag[3] = 1;
     run.callWith("START");
@@ -722,7 +722,7 @@ TEST(Lbfgsb, AChangeBeyondAllNumbersLeavesTheMemoryAlone) {
     EXPECT_EQ(std::memcmp(now.data(), remembered.data(), now.size() * sizeof(double)), 0);
 }
 
-// Only rounding makes a matrix singular: here it is spoilt in the workspace, where the layout says.
+// Only rounding makes a matrix singular: here it is overwritten in the workspace, at its position in the layout.
 TEST(Lbfgsb, AMatrixThatCannotBeFactoredDropsTheMemory) {
     OptimiserRun run = runInItsThirdSearch();
     while (run.wantsEvaluation()) {
@@ -738,9 +738,9 @@ TEST(Lbfgsb, AMatrixThatCannotBeFactoredDropsTheMemory) {
     EXPECT_EQ(stateOf(run).theta, 1.0);
 }
 
-// The first step shows strong curvature; from there the slope is straight, and the search goes on to the nearest bound,
+// The first step has strong curvature; from there the slope is constant, and the search continues to the nearest bound,
 // which step times direction meets only up to rounding.
-TEST(Lbfgsb, ASearchToABoundEndsExactlyUponIt) {
+TEST(Lbfgsb, ASearchToABoundEndsExactlyOnIt) {
     std::mt19937 random(31);
     const auto uniform = [&](double low, double high) {
         return low + (high - low) * (static_cast<double>(random()) / 4294967296.0);
@@ -775,7 +775,7 @@ TEST(Lbfgsb, ASearchToABoundEndsExactlyUponIt) {
     EXPECT_GT(uponBound, 100);
 }
 
-TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
+TEST(StepLimits, AreSetByTheNearestBoundAndTheLargestStep) {
     const std::vector<double> x{0.0, 0.0, 0.0, 0.0, 1.0}, l{-1.0, -9.0, -6.0, -1.0, 1.0}, u{9.0, 4.0, 6.0, 1.0, 9.0};
     const std::vector<std::int32_t> nbd{1, 2, 3, 0, 3}, flag(5, 0);
     const std::vector<double> maxStep{0.5, 0.0, 3.0, -1.0, 0.0};
@@ -801,7 +801,7 @@ TEST(StepLimits, AreSetByTheNearestBoundAndTheShortestWay) {
     }
 }
 
-// 25 times the quotient 7/25 is rounded to more than 7: the second variable seems to leave its bound even then.
+// 25 times the quotient 7/25 is rounded to more than 7: the second variable seems to leave its box even then.
 TEST(StepLimits, TheFirstOfTwoVariablesThatMeetTheirBoundsTogetherCounts) {
     const std::vector<double> lower(2, -infinity), upper(2, 7.0);
     BoxBlock box;

@@ -53,7 +53,7 @@ LineSearchLimits upTo(double largestStep) {
     return limits;
 }
 
-TEST(LineSearch, MeetsBothConditionsFromFirstStepsOverManyDecades) {
+TEST(LineSearch, SatisfiesBothConditionsFromFirstStepsOverManyDecades) {
     for (const Curve* curve : {&rational, &quintic}) {
         for (const double first : {1.0e-3, 1.0e-1, 1.0e1, 1.0e3}) {
             LineSearchLimits limits = upTo(1.0e10);
@@ -69,7 +69,7 @@ TEST(LineSearch, MeetsBothConditionsFromFirstStepsOverManyDecades) {
     }
 }
 
-TEST(LineSearch, RefusesStepsAndSlopesThatAreNoSearch) {
+TEST(LineSearch, RefusesInvalidStepsAndSlopes) {
     LineSearchState state;
     LineSearchLimits limits = upTo(1.0);
     limits.smallestStep = 0.5;
@@ -98,8 +98,8 @@ TEST(LineSearch, EndsAtTheSmallestStepWhereTheFunctionRises) {
     EXPECT_TRUE(taskIs(result.ending, "WARNING: STP = STPMIN"));
 }
 
-TEST(LineSearch, GivesUpAnIntervalThatHasBecomeNarrow) {
-    // A step down at 1 with a slope that promises more on either side: no point satisfies the curvature condition.
+TEST(LineSearch, StopsAtANarrowInterval) {
+    // A discontinuity at 1 with a slope that descends on both sides: no point satisfies the curvature condition.
     const Curve cliff{[](double a) { return a < 1.0 ? -0.5 * a : 5.0 - 0.5 * a; }, [](double) { return -0.5; }};
     LineSearchLimits limits = upTo(10.0);
     limits.curvature = 0.1;
@@ -109,7 +109,7 @@ TEST(LineSearch, GivesUpAnIntervalThatHasBecomeNarrow) {
     EXPECT_GT(result.point.step, 0.8);
 }
 
-// Each case is judged by the parabola or cubic that its points come from: the minimiser is known.
+// Each case is checked with the parabola or cubic that its points are on: the minimiser is known.
 const Curve parabola{[](double a) { return (a - 1.0) * (a - 1.0); }, [](double a) { return 2.0 * (a - 1.0); }};
 
 TEST(SafeguardedStep, HigherValueBracketsAndInterpolates) {
@@ -199,7 +199,7 @@ TEST(SafeguardedStep, FlatterSlopeWithoutMinimiserGoesToTheLimit) {
     }
 }
 
-TEST(SafeguardedStep, FlatterSlopeInABracketGoesAtMostTwoThirdsOfTheWay) {
+TEST(SafeguardedStep, FlatterSlopeInABracketCoversAtMostTwoThirdsOfTheInterval) {
     TrialPoint best = pointOf(parabola, 0.0);
     TrialPoint other = pointOf(parabola, 0.6);
     other.value = 3.0;
@@ -207,7 +207,7 @@ TEST(SafeguardedStep, FlatterSlopeInABracketGoesAtMostTwoThirdsOfTheWay) {
     bool bracketed = true;
     safeguardedStep(best, other, trial, bracketed, 0.0, 0.6);
     EXPECT_NEAR(trial.step, 0.5 + 0.66 * 0.1, 1.0e-15);
-    // The same mirrored: the trial lies below the best step.
+    // The same mirrored: the trial is below the best step.
     const Curve mirrored{[](double a) { return (a + 1.0) * (a + 1.0); }, [](double a) { return 2.0 * (a + 1.0); }};
     best = pointOf(mirrored, 0.0);
     other = pointOf(mirrored, -0.6);

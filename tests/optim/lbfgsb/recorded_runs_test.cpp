@@ -17,7 +17,7 @@ using testing_support::relativeDifference;
 
 class RecordedCalls : public testing::TestWithParam<const char*> {};
 
-// `live`: f and g are computed, and rounding feeds back. Otherwise the recorded f and g are handed in.
+// `live`: f and g are computed, and rounding feeds back. Otherwise the recorded f and g are passed.
 void compareCalls(const json& recording, bool live) {
     OptimiserRun run(recording);
     const json& spread = recording.at("spread").at(live ? "live" : "replay");
@@ -50,10 +50,10 @@ void compareCalls(const json& recording, bool live) {
     }
 }
 
-TEST_P(RecordedCalls, AreRepeatedWithTheRecordedValues) {
+TEST_P(RecordedCalls, AreReproducedWithTheRecordedValues) {
     compareCalls(readOptimiserData(GetParam()), false);
 }
-TEST_P(RecordedCalls, AreRepeatedWithComputedValues) {
+TEST_P(RecordedCalls, AreReproducedWithComputedValues) {
     compareCalls(readOptimiserData(GetParam()), true);
 }
 

@@ -29,7 +29,7 @@ TEST(PlisBounds, TheStepIsTheMeanOfTheFirstBoundAndAllBoundsAhead) {
     EXPECT_EQ(stepToBounds(test.box(), test.x, away, 7.0), 7.0);
 }
 
-TEST(PlisBounds, ProjectionPutsWhatIsNearUponTheBound) {
+TEST(PlisBounds, ProjectionMovesNearbyValuesToTheBound) {
     BoxCase test{{1.000000009, 100.0000009, -5.0, 5.0, 0.0, 1.0e-7},
                  {1, 100, 0, 0, 0, 0},
                  {2, 200, 1, 1, 1, 1},
@@ -45,7 +45,7 @@ TEST(PlisBounds, OnlyNewlyActiveVariablesAreCounted) {
     EXPECT_EQ(updateActiveSet(test.box(), test.x), 0);
 }
 
-TEST(PlisBounds, NormsTellFreeFromBoundVariables) {
+TEST(PlisBounds, NormsSeparateFreeFromActiveVariables) {
     BoxCase test{{0, 0, 1, 1, 0, 0.5}, Vector(6, 0.0), Vector(6, 1.0), {-1, -3, -2, -3, -5, 3}};
     Vector g{-1, 2, 3, -4, -50, 0.5};
     GradientNorms norms = gradientNorms(2, test.box(), test.x, g);

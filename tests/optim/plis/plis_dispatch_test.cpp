@@ -1,4 +1,4 @@
-// PLIS behind the optimiser call: which word stands for which state, and what the engine doesn't look at.
+// PLIS through the optimiser call: the word of each state, and the arguments that the engine does not read.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -49,7 +49,7 @@ struct DispatchedRun {
     void evaluate() { f = rosenbrockChain(x, g); }
 };
 
-TEST(PlisDispatch, WordsStandForStates) {
+TEST(PlisDispatch, WordsMapToStates) {
     DispatchedRun run;
     EXPECT_EQ(run.callWith("START", 1), "FG_START");
     EXPECT_EQ(run.f, -1.0e60);
@@ -67,7 +67,7 @@ TEST(PlisDispatch, WordsStandForStates) {
     EXPECT_EQ(run.state.plis.method, 2);
 }
 
-// Every word but "START" and "FG_LN" goes on with an iteration.
+// Every word but "START" and "FG_LN" continues with an iteration.
 TEST(PlisDispatch, OtherWordsBeginAnIteration) {
     for (const char* word : {"FG_START", "NEW_X", "SKIP", "FG_", "FG_LNSRCH", "START NOW", "CONVERGED", ""}) {
         DispatchedRun run;
@@ -78,7 +78,7 @@ TEST(PlisDispatch, OtherWordsBeginAnIteration) {
     }
 }
 
-TEST(PlisDispatch, EndsHaveTheirWords) {
+TEST(PlisDispatch, EndsMapToWords) {
     DispatchedRun converged;
     converged.x.assign(4, 1.0);
     converged.callWith("START", 2);

@@ -84,14 +84,14 @@ TEST_P(PlisKernels, MasksCountByTheSwitch) {
     }
 }
 
-TEST_P(PlisKernels, AMaskWithoutAbsentPositionsGivesTheBitsOfThePlainSum) {
+TEST_P(PlisKernels, AMaskThatCountsAllElementsGivesTheBitsOfThePlainSum) {
     const std::vector<std::int32_t> nbd(n, 3);
     const Vector a = randomVector(n);
     const Vector b = randomVector(n);
     EXPECT_EQ(maskedDot(2, nbd, a, b), dot(a, b));
 }
 
-TEST_P(PlisKernels, CombinationsMayWriteUponTheirOperands) {
+TEST_P(PlisKernels, CombinationsMayOverwriteTheirOperands) {
     const Vector x = randomVector(n);
     const Vector z = randomVector(n);
     Vector sum(z), scaled(x), both(x), copied(n), stepped(n);

@@ -31,8 +31,9 @@ struct Outcome {
     std::string word;
 };
 
-// Runs the engine to its end. PLIS stops after 9000 evaluations, or where two steps in a row gain next to nothing,
-// which on badly conditioned problems happens on the way; it is started again until a whole run gains next to nothing.
+// Runs the engine to its end. PLIS stops after 9000 evaluations, or where two steps in a row reduce the value hardly at
+// all, which on badly conditioned problems happens before the minimum; it is restarted until a whole run reduces the
+// value hardly at all.
 Outcome minimise(int method, Problem problem) {
     const std::int32_t m = 10;
     const std::size_t size = problem.x.size();

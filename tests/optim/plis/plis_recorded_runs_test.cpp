@@ -48,8 +48,8 @@ int stateOf(const std::string& word) {
 
 class PlisRecording : public testing::TestWithParam<std::tuple<const char*, const char*>> {};
 
-// "replay": the recorded f and g are handed in. "live": they are computed, and rounding feeds back.
-TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
+// "replay": the recorded f and g are passed. "live": they are computed, and rounding feeds back.
+TEST_P(PlisRecording, IsReproducedWithinItsSpread) {
     const json recording = readOptimiserData(std::get<0>(GetParam()));
     const std::string way = std::get<1>(GetParam());
     const json& spread = recording.at("spread").at(way);
@@ -73,7 +73,7 @@ TEST_P(PlisRecording, IsRepeatedWithinItsSpread) {
         }
         if (call.contains("columnsInUse")) {
             ASSERT_EQ(run.saved.columnsInUse, call.at("columnsInUse").get<std::int32_t>()) << "call " << k;
-            // The shift hangs on differences of points and gradients, and loses more digits than they do.
+            // The shift depends on differences of points and gradients, and is less accurate than they are.
             const double shift = call.at("shift");
             ASSERT_NEAR(run.saved.shift, shift, 1.0e4 * tolerance * shift) << "call " << k;
         }

@@ -1,4 +1,4 @@
-// The PLIS engine as a whole: states, termination codes, restarts, bounds, and what it does with values that are no
+// The PLIS engine as a whole: states, termination codes, restarts, bounds, and its behaviour with values that are not
 // numbers.
 #include "optim/plis/plis.h"
 
@@ -32,7 +32,7 @@ PlisRun rosenbrockRun(int method, std::int32_t n, std::int32_t m) {
     return run;
 }
 
-// All codes from 0 to 6, bounds that act at the minimiser, a start partly outside of them.
+// All codes from 0 to 6, bounds that are active at the minimiser, a start partly outside them.
 PlisRun boundedRun(int method, std::int32_t n, std::int32_t m) {
     PlisRun run = rosenbrockRun(method, n, m);
     run.nb = n;
@@ -44,7 +44,7 @@ PlisRun boundedRun(int method, std::int32_t n, std::int32_t m) {
     return run;
 }
 
-// The gradient points up the hill as soon as `evaluations` evaluations are done.
+// The gradient points uphill as soon as `evaluations` evaluations are done.
 Function turnsAround(int evaluations) {
     return [evaluations, count = 0](const Vector& x, Vector& g) mutable {
         const double f = rosenbrockChain(x, g);
@@ -57,7 +57,7 @@ Function turnsAround(int evaluations) {
     };
 }
 
-TEST(Plis, StartAsksForTheStartPoint) {
+TEST(Plis, StartRequestsTheStartPoint) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.stopCode = 99;
     run.f = 5.0;
@@ -70,7 +70,7 @@ TEST(Plis, StartAsksForTheStartPoint) {
     EXPECT_EQ(run.saved.lastRestartIteration, -999 * 4);
 }
 
-TEST(Plis, AMethodThatIsNotAboveZeroIsTheSecond) {
+TEST(Plis, AMethodOfZeroOrLessIsTheSecond) {
     for (const int method : {0, -3}) {
         PlisRun run = rosenbrockRun(method, 4, 3);
         run.call();
@@ -94,7 +94,7 @@ TEST(Plis, ShortArraysAndForeignStatesAreRefused) {
     EXPECT_THROW(run.call(), std::invalid_argument);
 }
 
-TEST(Plis, WithoutFixedVariablesNoCodeIsLookedAt) {
+TEST(Plis, WithoutFixedVariablesNoCodeIsRead) {
     PlisRun plain = rosenbrockRun(2, 6, 3);
     PlisRun coded = plain;
     coded.nbd = {-5, 3, 77, std::numeric_limits<std::int32_t>::min(), 6, -1};
@@ -109,7 +109,7 @@ TEST(Plis, WithoutFixedVariablesNoCodeIsLookedAt) {
     EXPECT_EQ(coded.evaluations, plain.evaluations);
 }
 
-// x = xo - r g, with r = 0.0001 unless a limit stands against it.
+// x = xo - r g, with r = 0.0001 unless a limit is smaller.
 TEST(Plis, TheFirstStepIsATenThousandthOfTheDirection) {
     PlisRun run = rosenbrockRun(1, 10, 5);
     const Vector start = run.x;
@@ -171,7 +171,7 @@ TEST(Plis, TwoFailedSearchesInARowEndTheRun) {
     }
 }
 
-TEST(Plis, OneFailedSearchStartsTheMatrixAnew) {
+TEST(Plis, OneFailedSearchRestartsTheMatrix) {
     PlisRun run = rosenbrockRun(1, 6, 3);
     run.call();
     for (int iteration = 0; iteration < 6; ++iteration) {
@@ -195,7 +195,7 @@ TEST(Plis, OneFailedSearchStartsTheMatrixAnew) {
     EXPECT_EQ(run.saved.searchStatus, -1);
     EXPECT_EQ(run.f, f);
     EXPECT_EQ(run.g, g);
-    ASSERT_EQ(run.state, 3);  // the same call goes on with steepest descent
+    ASSERT_EQ(run.state, 3);  // the same call continues with steepest descent
     for (std::size_t i = 0; i < x.size(); ++i) {
         EXPECT_EQ(run.x[i], x[i] - run.saved.r * g[i]);
     }
@@ -203,7 +203,7 @@ TEST(Plis, OneFailedSearchStartsTheMatrixAnew) {
     EXPECT_GT(run.stopCode, 0) << calls;
 }
 
-TEST(Plis, TheMethodMakesNoDifferenceUntilTheMatrixIsFull) {
+TEST(Plis, TheMethodHasNoInfluenceUntilTheMatrixIsFull) {
     for (const bool bounded : {false, true}) {
         for (const std::int32_t m : {1, 2, 5}) {
             PlisRun one = bounded ? boundedRun(1, 12, m) : rosenbrockRun(1, 12, m);
@@ -241,7 +241,7 @@ TEST(Plis, StopsAtTheFloor) {
     EXPECT_EQ(run.evaluations, 1);
 }
 
-TEST(Plis, AValueWithoutLimitBelowEndsSearchAndRun) {
+TEST(Plis, AnUnboundedValueEndsSearchAndRun) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.minimise([count = 0](const Vector& x, Vector& g) mutable {
         const double f = rosenbrockChain(x, g);
@@ -259,7 +259,7 @@ TEST(Plis, StopsAtOnceWithoutGradient) {
     EXPECT_EQ(run.evaluations, 1);
 }
 
-TEST(Plis, StopsWhenTheValueStandsStillTwice) {
+TEST(Plis, StopsWhenTheValueStallsTwice) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
     for (int iteration = 0; iteration < 3; ++iteration) {
@@ -283,7 +283,7 @@ TEST(Plis, StopsWhenTheValueStandsStillTwice) {
     EXPECT_EQ(run.saved.valuePasses, 0);  // a failed test clears the count
 }
 
-TEST(Plis, StopsWhenXStandsStillTwice) {
+TEST(Plis, StopsWhenXStallsTwice) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
     for (int iteration = 0; iteration < 3; ++iteration) {
@@ -298,7 +298,7 @@ TEST(Plis, StopsWhenXStandsStillTwice) {
     EXPECT_EQ(run.stopCode, 1);
 }
 
-TEST(Plis, BehindASearchThatEndedAtItsSmallestStepOnlyTheLimitsAreTested) {
+TEST(Plis, AfterASearchThatEndedAtItsSmallestStepOnlyTheLimitsAreTested) {
     PlisRun run = rosenbrockRun(1, 4, 3);
     run.call();
     for (int iteration = 0; iteration < 3; ++iteration) {
@@ -313,7 +313,7 @@ TEST(Plis, BehindASearchThatEndedAtItsSmallestStepOnlyTheLimitsAreTested) {
     EXPECT_EQ(run.state, 3);
     EXPECT_EQ(run.saved.stepPasses, 1);
     run = before;
-    run.saved.searchStatus = -1;  // only a search that ended at its smallest step holds the tests off
+    run.saved.searchStatus = -1;  // only a search that ended at its smallest step suppresses the tests
     run.call();
     EXPECT_EQ(run.stopCode, 1);
     run = before;
@@ -366,7 +366,7 @@ TEST(Plis, RestartsPeriodically) {
     }
 }
 
-TEST(Plis, StartsAfreshAtAnyMoment) {
+TEST(Plis, StartsAfreshBetweenAnyTwoCalls) {
     PlisRun fresh = boundedRun(2, 9, 4);
     PlisRun used = fresh;
     const Vector x = used.x;
@@ -384,7 +384,7 @@ TEST(Plis, StartsAfreshAtAnyMoment) {
     EXPECT_EQ(std::memcmp(&used.saved.shift, &fresh.saved.shift, sizeof(double)), 0);
 }
 
-TEST(Plis, StartTakesActiveCodesBack) {
+TEST(Plis, StartMakesActiveCodesPositive) {
     PlisRun run(1, 6, 2, 0.5);
     run.nb = 1;
     run.nbd = {-1, -2, -3, -4, -5, -6};
@@ -397,7 +397,7 @@ TEST(Plis, StartTakesActiveCodesBack) {
     EXPECT_EQ(run.u[5], 0.5);
 }
 
-TEST(Plis, StartPutsXIntoItsBounds) {
+TEST(Plis, StartProjectsXIntoItsBounds) {
     PlisRun run(1, 7, 2, 0.0);
     run.nb = 1;
     run.nbd = {1, 2, 3, 4, 3, 3, 0};
@@ -406,9 +406,9 @@ TEST(Plis, StartPutsXIntoItsBounds) {
     run.call();
     EXPECT_EQ(run.x[0], 1.0);
     EXPECT_EQ(run.x[1], -1.0);
-    EXPECT_EQ(run.x[2], 0.5e-8);  // near enough to be put upon it
+    EXPECT_EQ(run.x[2], 0.5e-8);  // near enough to become equal to it
     EXPECT_EQ(run.x[3], 0.0);
-    for (const std::size_t i : {4u, 5u}) {  // equal and reversed bounds fix the variable where it is
+    for (const std::size_t i : {4u, 5u}) {  // equal and reversed bounds fix the variable at its value
         EXPECT_EQ(run.x[i], 0.0);
         EXPECT_EQ(run.l[i], 0.0);
         EXPECT_EQ(run.u[i], 0.0);
@@ -479,8 +479,8 @@ TEST(Plis, AllAtBoundsThatPointInwardAreReleased) {
     EXPECT_NEAR(rosenbrockChain(run.x, g), 0.0, 1.0e-10);
 }
 
-// Whether a bound is released is told by the bound that x lies at.
-TEST(Plis, AnActiveVariableIsHeldOnlyWhileItsGradientPointsOutward) {
+// The bound at which x is decides whether it is released.
+TEST(Plis, AnActiveVariableIsFixedOnlyWhileItsGradientPointsOutward) {
     for (const double side : {-1.0, 1.0}) {
         for (const double gradient : {-1.0, 1.0}) {
             PlisRun run(1, 2, 2, side);
@@ -500,8 +500,8 @@ TEST(Plis, AnActiveVariableIsHeldOnlyWhileItsGradientPointsOutward) {
     }
 }
 
-// An iteration's start behind an iteration, with the first `active` of four variables at a lower bound that they want
-// to leave.
+// The start of a second iteration, with the first `active` of four variables at a lower bound off which they
+// would descend.
 PlisRun readyToRelease(int active) {
     PlisRun run(1, 4, 2, 0.5);
     run.nb = 1;
@@ -523,7 +523,7 @@ PlisRun readyToRelease(int active) {
     return run;
 }
 
-TEST(Plis, TwoReleasedBoundsStartTheMatrixAnewOneDoesNot) {
+TEST(Plis, TwoReleasedBoundsRestartTheMatrixOneDoesNot) {
     for (const int active : {1, 2, 4}) {
         PlisRun run = readyToRelease(active);
         run.call();
@@ -533,7 +533,7 @@ TEST(Plis, TwoReleasedBoundsStartTheMatrixAnewOneDoesNot) {
     }
 }
 
-TEST(Plis, BehindANewlyFixedBoundNoneIsReleasedUnlessNothingElseIsFree) {
+TEST(Plis, AfterANewlyFixedBoundNoneIsReleasedUnlessNothingElseIsFree) {
     for (const int active : {1, 2, 4}) {
         PlisRun run = readyToRelease(active);
         run.saved.newlyFixed = 1;
@@ -602,7 +602,7 @@ TEST(Plis, TheLargestStepIsRelativeToXAboveOne) {
 }
 
 // The old value of the first iteration differs from f by sqrt|f| or |f|/10, whichever is less.
-TEST(Plis, TheFirstValueTestHasAnOldValueOfItsOwn) {
+TEST(Plis, TheFirstValueTestHasItsOwnOldValue) {
     const std::pair<double, std::int32_t> cases[] = {
         {5.0e-14, 1}, {2.0e-13, 0}, {1.0e26, 0}, {1.0e30, 1}, {-1.0e30, 1}};
     for (const auto& [f, passes] : cases) {
@@ -616,7 +616,7 @@ TEST(Plis, TheFirstValueTestHasAnOldValueOfItsOwn) {
     }
 }
 
-TEST(Plis, TheCodeOfAFailedRunTellsHowTheSearchFailed) {
+TEST(Plis, TheCodeOfAFailedRunSaysHowTheSearchFailed) {
     PlisRun endless(1, 4, 2, 0.5);
     endless.minimise([](const Vector&, Vector& g) {
         g.assign(4, 1.0);
@@ -658,8 +658,8 @@ TEST(Plis, WithoutColumnsItIsSteepestDescent) {
     }
 }
 
-// A copy of everything plain that is put back between any two calls changes no bit.
-TEST(Plis, SavedAndReloadedItGoesOnTheSameWay) {
+// Restoring a copy of all plain data between any two calls changes no bit.
+TEST(Plis, SavedAndReloadedStateChangesNoBit) {
     for (const int method : {1, 2}) {
         PlisRun whole = boundedRun(method, 15, 4);
         PlisRun stored = whole;
@@ -683,10 +683,10 @@ TEST(Plis, SavedAndReloadedItGoesOnTheSameWay) {
             stored = reloaded;
             stored.advance(rosenbrockChain);
             ++calls;
-            const bool goesOn = whole.advance(rosenbrockChain);
+            const bool continues = whole.advance(rosenbrockChain);
             ASSERT_EQ(whole.x, stored.x) << "call " << calls;
             ASSERT_EQ(whole.state, stored.state) << "call " << calls;
-            if (!goesOn) {
+            if (!continues) {
                 break;
             }
         } while (calls < 5000);
@@ -694,21 +694,21 @@ TEST(Plis, SavedAndReloadedItGoesOnTheSameWay) {
     }
 }
 
-// One evaluation, or all from there on, gives what is no finite number.
-TEST(Plis, OddValuesAtAnyCallEndTheRunUnharmed) {
+// One evaluation, or all from there on, gives infinity or NaN.
+TEST(Plis, NonFiniteValuesAtAnyCallEndTheRun) {
     const double odd[] = {notANumber, infinity, -infinity, 1.0e300, -1.0e300};
     for (const double value : odd) {
         for (int first = 1; first <= 60; ++first) {
             for (int kind = 0; kind < 6; ++kind) {
                 const bool once = kind % 2 == 0;
-                const int place = kind / 2;  // f, one component, all components
+                const int position = kind / 2;  // f, one component, all components
                 const Function function = [&, count = 0](const Vector& x, Vector& g) mutable {
                     double f = rosenbrockChain(x, g);
                     ++count;
                     if (count == first || (count > first && !once)) {
-                        if (place == 0) {
+                        if (position == 0) {
                             f = value;
-                        } else if (place == 1) {
+                        } else if (position == 1) {
                             g[static_cast<std::size_t>(count) % g.size()] = value;
                         } else {
                             g.assign(g.size(), value);
@@ -729,7 +729,7 @@ TEST(Plis, OddValuesAtAnyCallEndTheRunUnharmed) {
     }
 }
 
-TEST(Plis, AGradientThatIsNoNumberIsNotMistakenForConvergence) {
+TEST(Plis, ANaNGradientIsNotMistakenForConvergence) {
     for (const std::int32_t nb : {0, 4}) {
         PlisRun run(1, 4, 2, 0.5);
         run.nb = nb;

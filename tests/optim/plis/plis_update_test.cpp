@@ -1,4 +1,4 @@
-// The shifted update of PLIS: the quasi-Newton condition, the limits of the shift, and when it leaves the matrix alone.
+// The shifted update of PLIS: the quasi-Newton condition, the limits of the shift, and when the matrix is unchanged.
 #include "optim/plis/plis_update.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 using Vector = std::vector<double>;
 
-// A matrix with m columns, and increments that fit: xo = (lowRank lowRank' + shift I) s, curvature above 0.
+// A matrix with m columns, and consistent increments: xo = (lowRank lowRank' + shift I) s, curvature above 0.
 struct UpdateCase {
     std::size_t n, m;
     Vector lowRank, s, xo, go, shiftedStep, gradProjection, stepProjection;
@@ -74,7 +74,7 @@ double largestAbsolute(const Vector& v) {
     return largest;
 }
 
-TEST(PlisUpdate, AColumnThatIsAddedMeetsTheQuasiNewtonCondition) {
+TEST(PlisUpdate, AnAddedColumnSatisfiesTheQuasiNewtonCondition) {
     for (unsigned seed = 1; seed <= 40; ++seed) {
         UpdateCase test(23, 6, seed);
         test.columnsInUse = static_cast<std::int32_t>(seed % 6);
@@ -94,7 +94,7 @@ TEST(PlisUpdate, AColumnThatIsAddedMeetsTheQuasiNewtonCondition) {
 }
 
 // lowRank lowRank' go = v (xo - shift go), with v from its definition.
-TEST(PlisUpdate, AFullMatrixMeetsTheScaledQuasiNewtonCondition) {
+TEST(PlisUpdate, AFullMatrixSatisfiesTheScaledQuasiNewtonCondition) {
     int negativeProjections = 0;
     for (unsigned seed = 1; seed <= 60; ++seed) {
         for (const int method : {1, 2}) {
@@ -125,8 +125,8 @@ TEST(PlisUpdate, AFullMatrixMeetsTheScaledQuasiNewtonCondition) {
     EXPECT_GT(negativeProjections, 2);
 }
 
-// lowRank' go becomes the projection of the step, turned against its old self: a matrix that is right already only
-// turns.
+// lowRank' go becomes the projection of the step, with the opposite sign: a matrix that is
+// already exact only changes sign.
 TEST(PlisUpdate, TheProjectionOfTheGradientFollowsTheSignOfTheOldOne) {
     int signs[2] = {0, 0};
     for (unsigned seed = 1; seed <= 60; ++seed) {
@@ -180,7 +180,7 @@ void expectLeftAlone(UpdateCase test, int method, const char* what) {
     EXPECT_EQ(test.columnsInUse, before.columnsInUse) << what;
 }
 
-TEST(PlisUpdate, LeavesTheMatrixAloneWhereThereIsNothingToLearn) {
+TEST(PlisUpdate, KeepsTheMatrixWithoutCurvature) {
     for (const int method : {1, 2}) {
         for (const std::int32_t columns : {2, 4}) {
             UpdateCase base(12, 4, 9);

@@ -179,15 +179,15 @@ TEST(BlockedRows, MergeSimilarRowsAndLeaveOthersSingle) {
     }
     EXPECT_EQ(similar.store.blocked[0].groups.size(), 4U);
 
-    std::vector<Row> apart(16);
-    for (std::size_t r = 0; r < apart.size(); ++r) {
+    std::vector<Row> disjoint(16);
+    for (std::size_t r = 0; r < disjoint.size(); ++r) {
         for (std::int32_t p = 0; p < 40; ++p) {
-            apart[r].index.push_back(static_cast<std::int32_t>(r) + 1 + 16 * p);
-            apart[r].value.push_back(1.0F);
+            disjoint[r].index.push_back(static_cast<std::int32_t>(r) + 1 + 16 * p);
+            disjoint[r].value.push_back(1.0F);
         }
     }
     Example different;
-    blockRows(different, apart, 640);
+    blockRows(different, disjoint, 640);
     EXPECT_EQ(different.store.blocked[0].groups.size(), 16U);
     expectRightProducts(different, random, "rows without a common position");
 }

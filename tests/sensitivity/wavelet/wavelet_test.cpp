@@ -78,7 +78,7 @@ void transformInPlace(std::vector<double>& a, const PaddedExtents& extents, cons
     waveletTransform3D(a, extents, filter, direction, work);
 }
 
-// Equal to the byte: 0 and -0 are told apart.
+// Equal to the byte: 0 and -0 differ.
 bool sameBytes(const std::vector<double>& a, const std::vector<double>& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
 }
@@ -109,7 +109,7 @@ TEST(WaveletStep, FourTapsByHand) {
     EXPECT_EQ(a, (std::vector<double>{4321.0, 2143.0, 826.0, 2608.0}));
 }
 
-TEST(WaveletStep, LeavesFewerThanFourValuesAlone) {
+TEST(WaveletStep, DoesNotChangeFewerThanFourValues) {
     for (const std::size_t n : {0U, 1U, 2U, 3U}) {
         for (const WaveletDirection direction : bothDirections) {
             std::vector<double> a{3.0, 1.0, 4.0, 1.5};
@@ -119,7 +119,7 @@ TEST(WaveletStep, LeavesFewerThanFourValuesAlone) {
     }
 }
 
-TEST(WaveletStep, FollowsTheIndexRuleWhenTheFilterWrapsRoundTheLine) {
+TEST(WaveletStep, FollowsTheIndexRuleWhenTheFilterWrapsAroundTheLine) {
     std::mt19937 random(11);
     for (const std::size_t taps : {2U, 4U, 8U, 10U, 20U}) {
         for (const std::size_t n : {4U, 8U, 16U}) {
@@ -142,7 +142,7 @@ TEST(WaveletStep, FollowsTheIndexRuleWhenTheFilterWrapsRoundTheLine) {
 
 // The mask of an extent that is no power of two has gaps: of 6 values, the first pair is (a5, a4), then (a5, a0) and
 // (a1, a0); a2 and a3 are never seen. Files with such extents have always been read, and give these numbers.
-TEST(WaveletStep, MasksTheIndexEvenWhereTheExtentIsNoPowerOfTwo) {
+TEST(WaveletStep, MasksTheIndexEvenWhereTheExtentIsNotAPowerOfTwo) {
     const WaveletFilter filter{{2.0F, 3.0F}, {5.0F, 7.0F}};
     const std::vector<double> a{1.0, 10.0, 100.0, 1000.0, 10000.0, 100000.0};
     std::vector<double> b = a;
@@ -219,7 +219,7 @@ TEST(WaveletTransform, KeepsTheSignsOfZeros) {
     }
 }
 
-TEST(WaveletTransform, FollowsTheIndexRuleForExtentsThatAreNoPowersOfTwo) {
+TEST(WaveletTransform, FollowsTheIndexRuleForExtentsThatAreNotPowersOfTwo) {
     std::mt19937 random(29);
     for (const PaddedExtents& extents : {PaddedExtents{5, 6, 7}, PaddedExtents{12, 3, 20}, PaddedExtents{9, 33, 1}}) {
         for (const WaveletDirection direction : bothDirections) {
@@ -251,7 +251,7 @@ TEST(WaveletTransform, InverseIsTheTransposeForAnyTaps) {
     }
 }
 
-TEST(WaveletTransform, GivesBackItsInputForOrthonormalTaps) {
+TEST(WaveletTransform, RestoresItsInputForOrthonormalTaps) {
     std::mt19937 random(37);
     // (1, 1, 1, -1) / 2 is orthonormal without rounding; the taps of Daubechies are so within single precision.
     const std::pair<WaveletFilter, double> filters[] = {{filterOf({0.5F, 0.5F, 0.5F, -0.5F}), 1e-14},
@@ -273,14 +273,14 @@ TEST(WaveletTransform, GivesBackItsInputForOrthonormalTaps) {
     }
 }
 
-TEST(WaveletTransform, IsNoIdentityForOtherTaps) {
+TEST(WaveletTransform, DoesNotRestoreItsInputForOtherTaps) {
     std::vector<double> a(8, 1.0);
     transformInPlace(a, {8, 1, 1}, filterOf({0.5F, 0.5F, 0.5F, 0.5F}), WaveletDirection::forward);
     transformInPlace(a, {8, 1, 1}, filterOf({0.5F, 0.5F, 0.5F, 0.5F}), WaveletDirection::inverse);
     EXPECT_GT(std::abs(a[0] - 1.0), 0.5);
 }
 
-TEST(WaveletTransform, LeavesAxesOfFourOrLessAlone) {
+TEST(WaveletTransform, DoesNotChangeAxesOfFourOrLess) {
     std::mt19937 random(41);
     for (const std::size_t npz : {1U, 2U, 4U}) {
         const PaddedExtents extents{npz, 4, 2};
@@ -289,7 +289,7 @@ TEST(WaveletTransform, LeavesAxesOfFourOrLessAlone) {
         transformInPlace(b, extents, daubechies(4), WaveletDirection::forward);
         EXPECT_EQ(b, a);
     }
-    // Along x alone: layers of npz = 4 stay apart.
+    // Along x alone: layers of npz = 4 do not mix.
     const PaddedExtents extents{4, 8, 1};
     std::vector<double> a(extents.total(), 0.0);
     for (std::size_t x = 0; x < 8; ++x) {
@@ -301,14 +301,14 @@ TEST(WaveletTransform, LeavesAxesOfFourOrLessAlone) {
     }
 }
 
-TEST(WaveletTransform, TouchesNothingBehindThePaddedExtents) {
+TEST(WaveletTransform, ChangesNothingAfterThePaddedExtents) {
     const PaddedExtents extents{1, 8, 8};
     std::vector<double> a(extents.total() * 2, 3.0);
     transformInPlace(a, extents, daubechies(4), WaveletDirection::forward);
     EXPECT_EQ(std::vector<double>(a.begin() + 64, a.end()), std::vector<double>(64, 3.0));
 }
 
-TEST(PaddedCells, MeshSitsAtTheLowCorner) {
+TEST(PaddedCells, MeshIsAtTheLowCorner) {
     const MeshGeometry mesh = meshOf({3, 2, 5}, {4, 4, 8});
     std::vector<double> model(mesh.cellCount());
     std::iota(model.begin(), model.end(), 1.0);
