@@ -25,89 +25,54 @@ namespace {
 
 constexpr std::int32_t memoryDepth = 10;  // corrections that the optimiser remembers
 
-// Position in the cycle of optimiser steps and one conjugate-gradient step: it runs from firstPhase, then over and over
-// from restartPhase, to conjugateGradientPhase. So conjugate-gradient steps come at iterations 12, 22, 32 ...
-constexpr std::int32_t firstPhase = -1;
+// Position in the cycle of optimiser steps and one conjugate-gradient step: it runs from firstCyclePhase, then over and
+// over from restartPhase, to conjugateGradientPhase. So conjugate-gradient steps come at iterations 12, 22, 32 ...
 constexpr std::int32_t restartPhase = 1;
 constexpr std::int32_t conjugateGradientPhase = 10;
 constexpr std::int32_t lastIterationsWithoutIt = 10;  // the last iterations have no conjugate-gradient step
 
 constexpr float firstStep = 0.1F;  // of the step search, as a share of the conjugate-gradient step
 
-struct LoopState {
-    std::int32_t iteration = 0;
-    std::int32_t cyclePhase = firstPhase;
-    bool continueFlag = true;
-    TaskWord task{};
-    OptimiserState optimiser{};
-    Barrier barrier{};
-    ObjectiveTerms fgTerms{};    // of the last evaluation that the optimiser asked for
-    ObjectiveTerms iterTerms{};  // that the reports show
-    double objective = 0;
-    double factr = 0;            // tolerance of the optimiser
-    std::int32_t stepCount = 0;  // accepted trials of the last step search
-};
+std::span<double> modelOf(const InversionProblem& problem) {
+    return std::span(problem.arrays.model).first(problem.modelSize());
+}
 
-// Everything that one iteration works with.
-struct Loop {
-    const InversionProblem& problem;
-    Messages& messages;
-    LineFile& progressTable;
-    std::span<double> model, delm;
-    LoopState state{};
-};
+std::span<double> delmOf(const InversionProblem& problem) {
+    return std::span(problem.arrays.delm).first(problem.modelSize());
+}
 
 // Adds the time since `start` to one of the overhead timers.
 void stopTimer(double& timer, double start) {
     timer += clockSeconds() - start;
 }
 
-ObjectiveTerms evaluateObjective(Loop& loop) {
+ObjectiveTerms evaluateObjective(InversionLoop& loop) {
     const double start = clockSeconds();
-    const ObjectiveTerms terms = calcObjective(loop.problem, loop.state.barrier, loop.model);
+    const ObjectiveTerms terms = calcObjective(loop.problem, loop.state.barrier, modelOf(loop.problem));
     stopTimer(loop.problem.timers.calcObjective, start);
     return terms;
 }
 
-void evaluateGradient(Loop& loop) {
+void evaluateGradient(InversionLoop& loop) {
     const double start = clockSeconds();
-    calcGradient(GradientMode::gradient, loop.problem, loop.state.barrier, loop.model, loop.delm);
+    calcGradient(GradientMode::gradient, loop.problem, loop.state.barrier, modelOf(loop.problem), delmOf(loop.problem));
     stopTimer(loop.problem.timers.calcGradient, start);
 }
 
-void prepareArrays(Loop& loop) {
-    const InversionProblem& problem = loop.problem;
-    buildPreconditioner(problem);
-    std::fill(problem.arrays.maxStep.begin(), problem.arrays.maxStep.end(), 0.0);
-    std::fill(loop.delm.begin(), loop.delm.end(), 0.0);
-    fixDeepCells(problem.style(), problem.mesh, loop.model, problem.bounds);
-}
-
-void evaluateStart(Loop& loop) {
+void evaluateStart(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     LoopState& state = loop.state;
-    state.barrier = startBarrier(problem.options.positivity, problem.mesh, loop.model);
-    state.iterTerms = calcObjective(problem, state.barrier, loop.model);
+    state.barrier = startBarrier(problem.options.positivity, problem.mesh, modelOf(problem));
+    state.iterTerms = calcObjective(problem, state.barrier, modelOf(problem));
     // Compatibility: the gradient's timer has no start yet and takes the plain clock reading.
     problem.timers.calcGradient += clockSeconds();
 }
 
-IterationRow rowOf(const Loop& loop) {
-    const LoopState& state = loop.state;
-    IterationRow row;
-    row.iteration = state.iteration;
-    row.terms = state.iterTerms;
-    row.totalObjective = reportedTotal(state.iterTerms, loop.problem.options.multiplier);
-    row.steppedByConjugateGradients = state.cyclePhase == conjugateGradientPhase;
-    row.stepCount = state.stepCount;
-    return row;
-}
-
-void reportStart(Loop& loop) {
+void reportStart(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     logStartingTerms(loop.messages, loop.state.iterTerms, loop.state.barrier, problem.options.multiplier);
     const double start = clockSeconds();
-    writeRunningFiles(problem, loop.model);
+    writeRunningFiles(problem, modelOf(problem));
     stopTimer(problem.timers.output, start);
     const IterationRow row = rowOf(loop);
     if (problem.options.startIteration == 0) {
@@ -116,39 +81,25 @@ void reportStart(Loop& loop) {
     startScreenTable(row);
 }
 
-void prepare(Loop& loop) {
-    const InversionProblem& problem = loop.problem;
-    reportBeginning(loop.messages);
-    if (problem.sensitivity.header.version > 1 && problem.options.iBackground > 0) {
-        removeBackground(loop.messages, problem);
-    }
-    // In rounding errors of the objective: so small that the optimiser hardly ever stops before the iteration limit.
-    loop.state.factr = hasMagneticLayout(problem.obs.dataType[0]) ? 1.0 : 0.1;
-    loop.state.iteration = problem.options.startIteration;
-    setTask(loop.state.task, "START");
-    prepareArrays(loop);
-    evaluateStart(loop);
-    reportStart(loop);
-}
-
-void callOptimiser(Loop& loop) {
+void callOptimiser(InversionLoop& loop) {
     constexpr double pgtol = 0.0;
     constexpr int iprint = -1;
     LoopState& state = loop.state;
     InversionArrays& arrays = loop.problem.arrays;
     ModelBounds& bounds = loop.problem.bounds;
-    const std::size_t size = loop.model.size();
+    const std::span<double> model = modelOf(loop.problem);
+    const std::size_t size = model.size();
     const double start = clockSeconds();
-    optimiserStep(loop.problem.options.InversionMethod, state.iteration, static_cast<int>(size), memoryDepth,
-                  loop.model, std::span(bounds.lowerBound).first(size), std::span(bounds.upperBound).first(size),
+    optimiserStep(loop.problem.options.InversionMethod, state.iteration, static_cast<int>(size), memoryDepth, model,
+                  std::span(bounds.lowerBound).first(size), std::span(bounds.upperBound).first(size),
                   bounds.nFixedCells, std::span(bounds.boundType).first(size),
                   std::span<const std::int32_t>(bounds.fixedCell).first(size),
-                  std::span<const double>(arrays.maxStep).first(size), state.objective, loop.delm, state.factr, pgtol,
-                  arrays.waBFGS, arrays.iwaBFGS, state.task, iprint, state.optimiser);
+                  std::span<const double>(arrays.maxStep).first(size), state.objective, delmOf(loop.problem),
+                  state.factr, pgtol, arrays.waBFGS, arrays.iwaBFGS, state.task, iprint, state.optimiser);
     stopTimer(loop.problem.timers.optimiser, start);
 }
 
-void optimiserIteration(Loop& loop) {
+void optimiserIteration(InversionLoop& loop) {
     LoopState& state = loop.state;
     callOptimiser(loop);
     while (taskBegins(state.task, "FG")) {
@@ -159,38 +110,39 @@ void optimiserIteration(Loop& loop) {
     }
     // Compatibility: convergence or an error of the optimiser stops nothing; the reports then repeat the terms before.
     if (taskIs(state.task, "NEW_X")) {
-        writeGradientFile(loop.problem, loop.delm);
+        writeGradientFile(loop.problem, delmOf(loop.problem));
         state.iterTerms = state.fgTerms;
     }
 }
 
-void conjugateGradientIteration(Loop& loop) {
+void conjugateGradientIteration(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     LoopState& state = loop.state;
-    std::fill(loop.delm.begin(), loop.delm.end(), 0.0);
+    std::fill(delmOf(problem).begin(), delmOf(problem).end(), 0.0);
 
     double start = clockSeconds();
-    conjugateGradientStep(problem, state.barrier, loop.model, ConjugateGradientLimits{}, loop.delm);
+    conjugateGradientStep(problem, state.barrier, modelOf(problem), ConjugateGradientLimits{}, delmOf(problem));
     stopTimer(problem.timers.conjugateGradient, start);
 
     start = clockSeconds();
     float stepStart = firstStep;
-    state.stepCount = stepSearch(problem, state.barrier, state.iterTerms, loop.delm, stepStart, loop.model).stepCount;
+    state.stepCount =
+        stepSearch(problem, state.barrier, state.iterTerms, delmOf(problem), stepStart, modelOf(problem)).stepCount;
     stopTimer(problem.timers.stepSearch, start);
 
     state.iterTerms = evaluateObjective(loop);
     const Positivity positivity = problem.options.positivity;
     if (isStrict(positivity)) {
         state.iterTerms.barrierNorm =
-            updateBarrier(positivity, state.barrier, problem.mesh, loop.model, state.iterTerms.misfit);
+            updateBarrier(positivity, state.barrier, problem.mesh, modelOf(problem), state.iterTerms.misfit);
     }
 }
 
-void outputStep(Loop& loop) {
+void outputStep(InversionLoop& loop) {
     const double start = clockSeconds();
-    writeRunningFiles(loop.problem, loop.model);
+    writeRunningFiles(loop.problem, modelOf(loop.problem));
     // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.
-    for (double& value : loop.model) {
+    for (double& value : modelOf(loop.problem)) {
         if (value < dummyLimit) {
             value = 0.0;
         }
@@ -198,7 +150,78 @@ void outputStep(Loop& loop) {
     stopTimer(loop.problem.timers.output, start);
 }
 
-// After a conjugate-gradient step the optimiser drops its memory: its corrections are those of another path.
+}  // namespace
+
+void beginInversion(InversionLoop& loop) {
+    const InversionProblem& problem = loop.problem;
+    assert(problem.arrays.model.size() >= problem.modelSize() && problem.arrays.delm.size() >= problem.modelSize());
+    reportBeginning(loop.messages);
+    if (problem.sensitivity.header.version > 1 && problem.options.iBackground > 0) {
+        removeBackground(loop.messages, problem);
+    }
+    // In rounding errors of the objective: so small that the optimiser hardly ever stops before the iteration limit.
+    loop.state.factr = hasMagneticLayout(problem.obs.dataType[0]) ? 1.0 : 0.1;
+    loop.state.iteration = problem.options.startIteration;
+    setTask(loop.state.task, "START");
+    prepareArrays(problem);
+    evaluateStart(loop);
+    reportStart(loop);
+}
+
+void prepareArrays(const InversionProblem& problem) {
+    buildPreconditioner(problem);
+    std::ranges::fill(problem.arrays.maxStep, 0.0);
+    std::ranges::fill(delmOf(problem), 0.0);
+    fixDeepCells(problem.style(), problem.mesh, modelOf(problem), problem.bounds);
+}
+
+void startIteration(InversionLoop& loop) {
+    LoopState& state = loop.state;
+    loop.iterationStart = clockSeconds();
+    // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
+    if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
+        ++state.iteration;
+    }
+    logIterationHeading(loop.messages, state.iteration);
+}
+
+void takeCycleStep(InversionLoop& loop) {
+    const LoopState& state = loop.state;
+    if (state.cyclePhase < conjugateGradientPhase) {
+        optimiserIteration(loop);
+    } else if (state.iteration < loop.problem.options.maxIterations - lastIterationsWithoutIt) {
+        // Compatibility: skipped near the end, the iteration changes nothing and its row still has the "+".
+        conjugateGradientIteration(loop);
+    }
+}
+
+void finishIteration(InversionLoop& loop) {
+    LoopState& state = loop.state;
+    const InversionOptions& options = loop.problem.options;
+    outputStep(loop);
+    IterationRow row = rowOf(loop);
+    row.iterTime = clockSeconds() - loop.iterationStart;
+    reportIteration(loop.messages, loop.progressTable, row, state.barrier);
+    if (state.iteration >= options.maxIterations) {
+        state.continueFlag = false;
+    }
+    if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0) {
+        writeIterationModels(loop.problem, state.iteration, modelOf(loop.problem));
+    }
+}
+
+IterationRow rowOf(const InversionLoop& loop) {
+    const LoopState& state = loop.state;
+    IterationRow row;
+    row.iteration = state.iteration;
+    row.terms = state.iterTerms;
+    row.totalObjective = reportedTotal(state.iterTerms, loop.problem.options.multiplier);
+    row.steppedByConjugateGradients = state.cyclePhase == conjugateGradientPhase;
+    row.stepCount = state.stepCount;
+    return row;
+}
+
+// The optimiser drops its memory after a conjugate-gradient step: its corrections are those of another path.
 void advanceCycle(LoopState& state) {
     if (state.cyclePhase == conjugateGradientPhase) {
         setTask(state.task, "START");
@@ -208,55 +231,22 @@ void advanceCycle(LoopState& state) {
     }
 }
 
-void iterate(Loop& loop) {
-    LoopState& state = loop.state;
-    const InversionOptions& options = loop.problem.options;
-    const double start = clockSeconds();
-    // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
-    if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
-        ++state.iteration;
-    }
-    logIterationHeading(loop.messages, state.iteration);
-
-    if (state.cyclePhase < conjugateGradientPhase) {
-        optimiserIteration(loop);
-    } else if (state.iteration < options.maxIterations - lastIterationsWithoutIt) {
-        // Compatibility: skipped near the end, the iteration changes nothing and its row still has the "+".
-        conjugateGradientIteration(loop);
-    }
-
-    outputStep(loop);
-    IterationRow row = rowOf(loop);
-    row.iterTime = clockSeconds() - start;
-    reportIteration(loop.messages, loop.progressTable, row, state.barrier);
-
-    if (state.iteration >= options.maxIterations) {
-        state.continueFlag = false;
-    }
-    if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0) {
-        writeIterationModels(loop.problem, state.iteration, loop.model);
-    }
-    advanceCycle(state);
-}
-
-void finish(Loop& loop) {
+void finishInversion(InversionLoop& loop) {
     evaluateGradient(loop);  // arrays.delm ends as the gradient of the final model
     screenAndLogLine(loop.messages, "");
     reportOverhead(loop.messages, loop.problem.timers);
 }
 
-}  // namespace
-
 void inversionLoop(const InversionProblem& problem, Messages& messages, LineFile& progressTable) {
-    const std::size_t size = problem.modelSize();
-    assert(problem.arrays.model.size() >= size && problem.arrays.delm.size() >= size);
-    Loop loop{problem, messages, progressTable, std::span(problem.arrays.model).first(size),
-              std::span(problem.arrays.delm).first(size)};
-    prepare(loop);
+    InversionLoop loop{problem, messages, progressTable};
+    beginInversion(loop);
     do {
-        iterate(loop);
+        startIteration(loop);
+        takeCycleStep(loop);
+        finishIteration(loop);
+        advanceCycle(loop.state);
     } while (loop.state.continueFlag);
-    finish(loop);
+    finishInversion(loop);
 }
 
 }  // namespace voxlith
