@@ -2,6 +2,9 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS voxlith RUNTIME)
+if(TARGET voxlith-run)
+    install(TARGETS voxlith-run RUNTIME)
+endif()
 if(TARGET voxlith-tools)
     install(TARGETS voxlith-tools RUNTIME)
 endif()

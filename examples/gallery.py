@@ -156,6 +156,8 @@ def correlation(a, b):
 class Workbench:
     """The folder of a run and the programs that work in it."""
 
+    program = 'voxlith'  # or voxlith-run, which leaves the same results
+
     def __init__(self, build, folder):
         self.build, self.folder = os.path.abspath(build), os.path.abspath(folder)
         os.makedirs(self.folder, exist_ok=True)
@@ -172,9 +174,9 @@ class Workbench:
         self._run([os.path.join(self.build, 'tools', 'voxlith-tools')] + [str(a) for a in arguments], show=True)
 
     def voxlith(self, *arguments):
-        """Runs voxlith; its screen goes to screen.txt. Returns the seconds it took."""
+        """Runs the inversion program; its screen goes to screen.txt. Returns the seconds it took."""
         start = time.monotonic()
-        self._run([os.path.join(self.build, 'voxlith')] + [str(a) for a in arguments], show=False)
+        self._run([os.path.join(self.build, self.program)] + [str(a) for a in arguments], show=False)
         return time.monotonic() - start
 
     def _run(self, command, show):

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Whole runs whose files are compared, byte for byte but for dates and times, with those stored here.
 
-    stored_runs.py --build DIR [--only NAME] [--work DIR] [--accept]
+    stored_runs.py --build DIR [--only NAME] [--work DIR] [--program NAME] [--accept]
 
 Results are the same bytes from every compiler and on every machine, so there are no tolerances. --accept replaces the stored files
-by those of the present programs: for an intended change of results.
+by those of the present programs: for an intended change of results. With --program voxlith-run its files are compared with those of
+voxlith; the screen is its own.
 """
 import argparse
 import os
@@ -118,8 +119,9 @@ def masked(text):
 
 def files_of(bench, before):
     files = {}
+    screen = ['screen.txt'] if bench.program == 'voxlith' else []
     for name in sorted(os.listdir(bench.folder)):
-        if name.startswith('voxlith') and name not in before or name in ('screen.txt', 'obs_surafce_calc.dat', 'obs_fit_pred.dat'):
+        if name.startswith('voxlith') and name not in before or name in screen + ['obs_surafce_calc.dat', 'obs_fit_pred.dat']:
             files[name] = masked(open(bench.path(name)).read())
     return files
 
@@ -131,8 +133,9 @@ def difference(want, got):
     return 'lengths differ: %d and %d characters' % (len(want), len(got))
 
 
-def check(case, build, work, accept):
+def check(case, build, work, accept, program):
     bench = Workbench(build, os.path.join(work, case.__name__))
+    bench.program = program
     case(bench)
     got = files_of(bench, {'voxlith.inp'})
     stored = os.path.join(HERE, 'expected', case.__name__)
@@ -143,7 +146,8 @@ def check(case, build, work, accept):
             with open(os.path.join(stored, name), 'w') as f:
                 f.write(text)
         return []
-    want = {name: open(os.path.join(stored, name)).read() for name in sorted(os.listdir(stored))}
+    want = {name: open(os.path.join(stored, name)).read() for name in sorted(os.listdir(stored))
+            if program == 'voxlith' or name != 'screen.txt'}
     problems = ['%s: %s' % (n, 'missing' if n in want else 'not expected') for n in sorted(set(want) ^ set(got))]
     for name in sorted(set(want) & set(got)):
         if want[name] != got[name]:
@@ -156,14 +160,17 @@ def main():
     parser.add_argument('--build', required=True)
     parser.add_argument('--only')
     parser.add_argument('--work')
+    parser.add_argument('--program', default='voxlith', choices=['voxlith', 'voxlith-run'])
     parser.add_argument('--accept', action='store_true')
     asked = parser.parse_args()
+    if asked.accept and asked.program != 'voxlith':
+        parser.error('the stored files are those of voxlith')
     work = asked.work or tempfile.mkdtemp(prefix='voxlith-runs-')
     failed = 0
     for case in CASES:
         if asked.only and asked.only != case.__name__:
             continue
-        problems = check(case, asked.build, work, asked.accept)
+        problems = check(case, asked.build, work, asked.accept, asked.program)
         print('%s: %s' % (case.__name__, 'ok' if not problems else 'FAILED'))
         for problem in problems:
             print('  ' + problem)

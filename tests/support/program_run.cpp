@@ -35,9 +35,9 @@ namespace {
 }  // namespace
 
 ProgramResult runProgram(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
-                         unsigned long addressSpace) {
+                         unsigned long addressSpace, const std::string& program) {
     const TemporaryFolder output;
-    std::vector<std::string> words{VOXLITH_PROGRAM};
+    std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& word : words) {

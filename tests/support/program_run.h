@@ -18,7 +18,7 @@ struct ProgramResult {
 
 // `addressSpace` limits the memory of the program, in bytes; 0 for no limit.
 ProgramResult runProgram(const TemporaryFolder& folder, const std::vector<std::string>& arguments,
-                         unsigned long addressSpace = 0);
+                         unsigned long addressSpace = 0, const std::string& program = VOXLITH_PROGRAM);
 
 // A control file by its lines; lines are replaced before it is written.
 struct ControlLines {

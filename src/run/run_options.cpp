@@ -1,0 +1,33 @@
+#include "run/run_options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "driver/run_state.h"
+#include "run/keyword_check.h"
+
+namespace voxlith {
+
+ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
+    CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", "voxlith-run");
+    app.set_version_flag("--version", "voxlith-run " + std::string(programVersion));
+    app.add_option("CONTROL", options.controlFile, "control file, by custom voxlith.inp")->required();
+    app.add_option("KEYWORDS", options.keywords,
+                   "keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
+    app.footer(
+        "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
+        "130 or 143 stopped by a signal after a complete iteration.");
+    try {
+        app.parse(argumentCount, arguments);
+        checkKeywords(options.keywords);
+    } catch (const CLI::Success& asked) {
+        app.exit(asked);
+        return ParseResult::shown;
+    } catch (const std::runtime_error& problem) {  // of the parser, or of the keywords
+        std::fprintf(stderr, "voxlith-run: %s\n", problem.what());
+        return ParseResult::wrong;
+    }
+    return ParseResult::run;
+}
+
+}  // namespace voxlith

@@ -1,0 +1,22 @@
+// The command line of voxlith-run.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace voxlith {
+
+struct RunOptions {
+    std::string controlFile;
+    std::vector<std::string> keywords;  // those of voxlith: Misfit=(pct,floor), Tradeoff=val, ...
+};
+
+enum class ParseResult {
+    run,    // `options` say what to run
+    shown,  // --help or --version: the text is on standard output
+    wrong,  // wrong use: one line is on standard error
+};
+
+ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options);
+
+}  // namespace voxlith
