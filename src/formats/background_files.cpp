@@ -13,7 +13,8 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";  // as other programs expect it
+// Compatibility: programs that read the file know it by this name.
+constexpr std::string_view surfaceFile = "obs_surafce_calc.dat";
 constexpr std::string_view star = "           *";
 
 bool bothValid(const ObsSet& obs, std::size_t n) {

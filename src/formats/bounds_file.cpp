@@ -59,7 +59,7 @@ bool areReversed(float lower, float upper) {
     return std::fabs(lower) < 99.0F && std::fabs(upper) < -99.0F && lower >= upper;
 }
 
-CellBounds boundsFromNumbers(Positivity positivity, float lower, float upper) {
+CellBounds boundsFromControlLine(Positivity positivity, float lower, float upper) {
     if (requiresPositive(positivity)) {
         const float smallest = smallestPositive(positivity);
         if (lower < smallest && lower > openSide) {
@@ -87,7 +87,7 @@ CellBounds boundsFromNumbers(Positivity positivity, float lower, float upper) {
 
 // The same for a pair of a file. A side is free above a magnitude of 98.9, not from it on.
 // Compatibility: next to a true upper bound, a lower one counts down to -99990.
-CellBounds boundsFromPair(Positivity positivity, float lower, float upper) {
+CellBounds boundsFromFilePair(Positivity positivity, float lower, float upper) {
     if (requiresPositive(positivity)) {
         const float smallest = smallestPositive(positivity);
         if (lower < smallest && std::fabs(lower) < noBoundMagnitude) {
@@ -143,7 +143,7 @@ void classifyCell(Positivity positivity, std::size_t cell, ModelBounds& bounds) 
         ++bounds.nFixedCells;
         return;
     }
-    const CellBounds found = boundsFromPair(positivity, lower, upper);
+    const CellBounds found = boundsFromFilePair(positivity, lower, upper);
     bounds.fixedCell[cell] = 0;
     bounds.boundType[cell] = found.boundType;
     bounds.lowerBound[cell] = static_cast<double>(found.lower);
@@ -205,7 +205,7 @@ void readBoundsFile(Messages& messages, Positivity positivity, const std::string
         screenAndLogLine(messages, "Error: the lower bound value is greater than the upper bound");
         plainStop();
     }
-    storeEverywhere(boundsFromNumbers(positivity, pair[0], pair[1]), bounds);
+    storeEverywhere(boundsFromControlLine(positivity, pair[0], pair[1]), bounds);
 }
 
 }  // namespace voxlith

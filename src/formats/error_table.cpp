@@ -18,7 +18,7 @@ constexpr std::string_view fourStars = "             *             *            
 constexpr double noValue = -99999.0;
 constexpr int coordinateWidth = 12, valueWidth = 14;
 
-void putFour(TextLine& line, const ObsSet& obs, std::size_t datum) {
+void putFourValues(TextLine& line, const ObsSet& obs, std::size_t datum) {
     const double observed = obs.obsData[datum];
     const double predicted = obs.predData[datum];
     const auto std = static_cast<double>(obs.obsStd[datum]);
@@ -26,25 +26,25 @@ void putFour(TextLine& line, const ObsSet& obs, std::size_t datum) {
     line.fixed((predicted - observed) * std, valueWidth, 2).fixed(predicted - observed, valueWidth, 2);
 }
 
-void putNoFour(TextLine& line) {
+void putFourMissing(TextLine& line) {
     for (int column = 0; column < 4; ++column) {
         line.fixed(noValue, valueWidth, 2);
     }
 }
 
-// A record whose first component is a dummy shows nothing of the second either, as programs that read the table expect.
+// Compatibility: a record whose first component is a dummy shows nothing of the second either.
 void putTwoComponents(TextLine& line, const ObsSet& obs, std::size_t record) {
     const std::size_t second = obs.index(1, record);
     const bool firstValid = isValid(obs.obsData[record]);
     if (firstValid) {
-        putFour(line, obs, record);
+        putFourValues(line, obs, record);
     } else {
-        putNoFour(line);
+        putFourMissing(line);
     }
     if (firstValid && isValid(obs.obsData[second])) {
-        putFour(line, obs, second);
+        putFourValues(line, obs, second);
     } else {
-        putNoFour(line);
+        putFourMissing(line);
     }
 }
 
@@ -63,7 +63,7 @@ void writeErrorTable(const ObsSet& obs) {
         if (obs.nDataTypes > 1) {
             putTwoComponents(line, obs, record);
         } else if (isValid(obs.obsData[record])) {
-            putFour(line, obs, record);
+            putFourValues(line, obs, record);
         } else {
             line.text(fourStars);
         }

@@ -13,7 +13,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr double differenceFactor = 1.0e8;  // part of the stored weights; the model norm divides by it
+constexpr double differenceFactor = 1.0e8;  // (10 km)^2: a weight of 1 balances value and slope at this length
 
 // One section of the weights: the cells (k, i, j) below the three counts.
 struct Section {

@@ -18,8 +18,8 @@ struct BackgroundFit {
     double background = 0;    // b, model unit
 };
 
-// The response of the first layer slot of every file (averaged along lines when there is an integration interval) into
-// obs.predData. Components without a file get dummies. Returns the number of components that have a response.
+// The response of the first layer slot of every file (integrated over line time when there is an integration interval)
+// into obs.predData. Components without a file get dummies. Returns the number of components that have a response.
 std::size_t surfaceResponse(const InversionProblem& problem);
 
 // The least squares fit of component `component` over the stations where datum and response are valid. Not a number

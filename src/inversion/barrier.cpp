@@ -86,7 +86,7 @@ Barrier startBarrier(Positivity positivity, const MeshGeometry& mesh, std::span<
 double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry& mesh, std::span<const double> model,
                      double misfit) {
     constexpr auto decrease = static_cast<double>(0.9F);
-    constexpr auto liftAbove = static_cast<double>(0.1F);
+    constexpr auto raiseLimitAbove = static_cast<double>(0.1F);
     const double norm = calcBarrier(positivity, barrier, mesh, model);
     // Beta falls with the iterations; a barrier that outweighs the misfit is reduced to half of it at once.
     if (2.0 * barrier.barrierWeight * norm > misfit) {
@@ -96,7 +96,7 @@ double updateBarrier(Positivity positivity, Barrier& barrier, const MeshGeometry
     }
     const double largest = largestValue(mesh, model);
     // u stays well above the model, so that the barrier acts on all cells.
-    if (largest > liftAbove) {
+    if (largest > raiseLimitAbove) {
         barrier.barrierLimit = 10.0 * largest;
     }
     return calcBarrier(positivity, barrier, mesh, model);

@@ -95,7 +95,7 @@ void divideBy(const float* depthWeight, std::size_t first, std::size_t count, Bl
     }
 }
 
-void squaredDistances(const ModelColumn& c, std::size_t first, std::size_t count, Block& terms) {
+void referenceTerms(const ModelColumn& c, std::size_t first, std::size_t count, Block& terms) {
     const double* const model = c.model + first;
     const double* const reference = c.reference + first;
     const float* const weight = c.wtS + first;
@@ -133,7 +133,7 @@ void addPartNorms(const ModelColumn& c, const ColumnPart& part, ModelNorms& norm
     const std::size_t pairsX = c.nextX == nullptr ? 0 : part.used;
     const double* const values =
         valuesOf(c.model, c.depthWeight, first, std::max(part.length, part.pairsDown + 1), own);
-    squaredDistances(c, first, part.used, reference);
+    referenceTerms(c, first, part.used, reference);
     squaredDifferences(values, valuesOf(c.nextY, c.depthWeightNextY, first, pairsY, neighbour), c.wtN + first,
                        c.distanceY, pairsY, alongY);
     squaredDifferences(values, valuesOf(c.nextX, c.depthWeightNextX, first, pairsX, neighbour), c.wtE + first,
@@ -167,7 +167,7 @@ void differenceGradientDown(const double* values, const ModelColumn& c, std::siz
     }
 }
 
-// The reference of a cell without one is 0, and so is that of every cell where the column has none.
+// Compatibility: the reference of a cell without one is 0, and so is that of every cell where the column has none.
 void referenceGradient(const ModelColumn& c, const float* referenceWeight, const ColumnPart& part, Block& gradients) {
     const double* const model = c.model + part.first;
     const float* const weight = c.wtS + part.first;

@@ -29,7 +29,8 @@ constexpr std::int32_t memoryDepth = 10;  // corrections that the optimiser reme
 // over from restartPhase, to conjugateGradientPhase. So conjugate-gradient steps come at iterations 12, 22, 32 ...
 constexpr std::int32_t restartPhase = 1;
 constexpr std::int32_t conjugateGradientPhase = 10;
-constexpr std::int32_t lastIterationsWithoutIt = 10;  // the last iterations have no conjugate-gradient step
+constexpr std::int32_t lastIterationsWithoutConjugateGradients =
+    10;  // the last iterations have no conjugate-gradient step
 
 constexpr float firstStep = 0.1F;  // of the step search, as a share of the conjugate-gradient step
 
@@ -189,7 +190,7 @@ void takeCycleStep(InversionLoop& loop) {
     const LoopState& state = loop.state;
     if (state.cyclePhase < conjugateGradientPhase) {
         optimiserIteration(loop);
-    } else if (state.iteration < loop.problem.options.maxIterations - lastIterationsWithoutIt) {
+    } else if (state.iteration < loop.problem.options.maxIterations - lastIterationsWithoutConjugateGradients) {
         // Compatibility: skipped near the end, the iteration changes nothing and its row still has the "+".
         conjugateGradientIteration(loop);
     }

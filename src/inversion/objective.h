@@ -4,12 +4,21 @@
 //   phi_d = |W_d (G m - d)|^2 / N
 //   phi_m = reference term + differences along y, x and z, see regularisation.h
 //
-//   m    model, g/cm3 or SI. The inversion variable is x = W m, W the depth weight, where foldDepthWeight is set; else
-//   m G    sensitivities, data units per model unit, see sensitivity/products.h d    observed data less the reference
-//   data, mGal, Eotvos or nT W_d  diag(1/standard deviation). Data, predictions and rows of G are kept divided by the
-//   standard deviations, so
+// Symbols:
+//
+//   m    model, g/cm3 or SI
+//
+//   x    inversion variable: W m with the depth weight W where foldDepthWeight is set, else m
+//
+//   G    sensitivities, data units per model unit, see sensitivity/products.h
+//
+//   d    observed data less the reference data, mGal, Eotvos or nT
+//
+//   W_d  diag(1/standard deviation). Data, predictions and rows of G are kept divided by the standard deviations:
 //        phi_d has no unit, and its root is the RMS misfit of logs and tables
+//
 //   N    number of stations
+//
 //   mu   trade-off, options.multiplier
 //
 // Data, models and all sums are real64. Rows of G, standard deviations, depth weights and the weights of the norm are

@@ -17,6 +17,7 @@
 //   compatible  D' wS (x - r) + (h G)'MG D x, with D' = diag(1/W) of the model type's own file
 //
 // Compatibility: `voxlith` follows the compatible form, which divides differences by h once and not by W again.
+// Where nodes fall along an axis, h is negative, and the differences change their sign.
 #pragma once
 
 #include <cstdint>

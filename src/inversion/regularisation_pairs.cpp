@@ -75,7 +75,7 @@ double depthWeightAt(const Regularisation& regularisation, std::size_t cell) {
     return regularisation.depthWeight.empty() ? 1.0 : static_cast<double>(regularisation.depthWeight[cell]);
 }
 
-float overSquare(float weight, std::span<const float> depthWeight, std::size_t cell) {
+float weightOverDepthWeightSquared(float weight, std::span<const float> depthWeight, std::size_t cell) {
     if (depthWeight.empty()) {
         return weight;
     }
@@ -132,12 +132,14 @@ void addPreconditionerDiagonal(const Regularisation& regularisation, std::span<f
     const MeshGeometry& mesh = regularisation.mesh;
     assert(diagonal.size() == mesh.cellCount());
     for (std::size_t cell = 0; cell < diagonal.size(); ++cell) {
-        diagonal[cell] += overSquare(regularisation.weights.wtS[cell], regularisation.depthWeight, cell);
+        diagonal[cell] +=
+            weightOverDepthWeightSquared(regularisation.weights.wtS[cell], regularisation.depthWeight, cell);
     }
+    // Compatibility: all axes, also in surface styles, and the depth weight of the first cell for both.
     for (const Axis axis : axes) {
         const std::vector<float>& weights = pairWeights(regularisation.weights, axis);
         visitPairs(mesh, axis, static_cast<std::size_t>(mesh.nz), [&](std::size_t first, std::size_t second, double) {
-            const float term = overSquare(weights[first], regularisation.depthWeight, first);
+            const float term = weightOverDepthWeightSquared(weights[first], regularisation.depthWeight, first);
             diagonal[first] += term;
             diagonal[second] += term;
         });

@@ -26,7 +26,7 @@ void addTypeName(TextLine& name, std::string_view separator, const InversionOpti
     }
 }
 
-std::string_view writtenSuffix(DataType firstType) {
+std::string_view finalSuffix(DataType firstType) {
     return hasMagneticLayout(firstType) ? ".sus" : ".den";
 }
 
@@ -59,13 +59,13 @@ TextLine iterationModelName(DataType firstType, const InversionOptions& options,
     TextLine name("voxlith_iter_");
     name.integerZeros(iteration, digits, digits);
     addTypeName(name, "", options, modelType);
-    return name.text(writtenSuffix(firstType));
+    return name.text(finalSuffix(firstType));
 }
 
 TextLine finalModelName(DataType firstType, const InversionOptions& options, std::size_t modelType) {
     TextLine name("voxlith");
     addTypeName(name, "_", options, modelType);
-    return name.text(writtenSuffix(firstType));
+    return name.text(finalSuffix(firstType));
 }
 
 void writeRunningFiles(const InversionProblem& problem, std::span<const double> model) {

@@ -32,7 +32,7 @@ struct CubicSegment {
     double integral(double h) const { return (((c4 * h / 4.0 + c3) * h / 3.0 + c2) * h / 2.0 + c1) * h; }
 };
 
-CubicSegment blockAt(const double* c, std::size_t i) {
+CubicSegment segmentAt(const double* c, std::size_t i) {
     return {c[4 * i], c[4 * i + 1], c[4 * i + 2], c[4 * i + 3]};
 }
 
@@ -119,7 +119,7 @@ void higherDerivatives(std::size_t n, const CubicTable& c) {
 }
 
 // Index from 0 of the interval for x, also beyond the knots: the search leaves out the last knot.
-std::size_t blockIndex(const double* knot, std::int32_t n, double x) {
+std::size_t segmentIndex(const double* knot, std::int32_t n, double x) {
     return static_cast<std::size_t>(locate(countedSpan(knot, n - 1), x).left) - 1;
 }
 
@@ -155,20 +155,20 @@ extern "C" double CUBVAL(const std::int32_t* n, const double* knot, const double
     if (*n < 2) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const std::size_t i = voxlith::blockIndex(knot, *n, *x);
-    return voxlith::blockAt(c, i).value(*x - knot[i]);
+    const std::size_t i = voxlith::segmentIndex(knot, *n, *x);
+    return voxlith::segmentAt(c, i).value(*x - knot[i]);
 }
 
 extern "C" double CUBINT(const std::int32_t* n, const double* knot, const double* c, const double* a, const double* b) {
     if (*n < 2) {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const std::size_t first = voxlith::blockIndex(knot, *n, *a);
-    const std::size_t last = voxlith::blockIndex(knot, *n, *b);
-    double sum = voxlith::blockAt(c, last).integral(*b - knot[last]);
-    sum -= voxlith::blockAt(c, first).integral(*a - knot[first]);
+    const std::size_t first = voxlith::segmentIndex(knot, *n, *a);
+    const std::size_t last = voxlith::segmentIndex(knot, *n, *b);
+    double sum = voxlith::segmentAt(c, last).integral(*b - knot[last]);
+    sum -= voxlith::segmentAt(c, first).integral(*a - knot[first]);
     for (std::size_t m = first; m < last; ++m) {
-        sum += voxlith::blockAt(c, m).integral(knot[m + 1] - knot[m]);
+        sum += voxlith::segmentAt(c, m).integral(knot[m + 1] - knot[m]);
     }
     return sum;
 }

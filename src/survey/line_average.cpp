@@ -122,6 +122,7 @@ void integrateBackgroundAlongLines(const ObsSet& obs, LineIntegration& lines, st
             const double from = spline.time[i] - half;
             const double to = spline.time[i] + half;
             const bool fits = range.count > 1 && from >= spline.start() && to <= spline.end();
+            // Compatibility: the integral is not divided by its interval.
             values[range.record + i] = fits ? spline.integral(from, to) : dummyValue;
             // Compatibility: component 1 loses the station whichever component is being treated.
             if (from < spline.start()) {

@@ -64,7 +64,7 @@ struct ObsCleaning {
     std::array<std::int32_t, maxFiles> obsClipOn{};
     std::array<double, maxFiles> obsClipMin{};
     std::array<double, maxFiles> obsClipMax{};
-    float misfitPercent = -1.0F;  // both negative: standard deviations stay as they are
+    float misfitPercent = -1.0F;  // one of both negative: standard deviations stay as they are
     float misfitFloor = -1.0F;
     float dataShift = 0.0F;
     float integrationInterval = 0.0F;  // above 0: line names and times are wanted

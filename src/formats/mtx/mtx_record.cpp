@@ -12,9 +12,9 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::int32_t countsLength = 20;    // payload of the first record
-constexpr std::int64_t meshCountsByte = 12;  // ny
-constexpr std::int64_t nodesByte = 28;       // frame of the second record
+constexpr std::int32_t firstRecordLength = 20;  // payload of the first record
+constexpr std::int64_t meshCountsByte = 12;     // ny
+constexpr std::int64_t nodesByte = 28;          // frame of the second record
 constexpr std::int64_t paddedLength = 12;
 constexpr std::int64_t emptyRowBytes = 12;  // two frames and the count
 
@@ -129,7 +129,7 @@ bool isMtxRecordForm(const std::string& name) {
     }
     readBytes(input, start.data(), sizeof start, "the first record");
     const auto [length, nData, nCells, ny, nx, nz, lengthAgain] = start;
-    if (length != countsLength || lengthAgain != countsLength || nData < 1 || ny < 1 || nx < 1 || nz < 1) {
+    if (length != firstRecordLength || lengthAgain != firstRecordLength || nData < 1 || ny < 1 || nx < 1 || nz < 1) {
         return false;
     }
     const std::int64_t plane = std::int64_t{nx} * ny;
@@ -143,7 +143,7 @@ DataType recordDataType(std::string_view name) {
 
 void readRecordDataCount(MtxInput& file) {
     BinaryInput& input = file.input;
-    beginRecord(input, countsLength, countsRecord);
+    beginRecord(input, firstRecordLength, countsRecord);
     const std::int64_t byte = input.position;
     file.header.nData = readInt32(input, "the number of data");
     requirePositive(input, byte, file.header.nData, "a number of data");
@@ -161,7 +161,7 @@ void readRecordMesh(MtxInput& file) {
         throwDamageAt(input, meshCountsByte - 4, "the number of cells " + std::to_string(header.nCells()),
                       std::to_string(nCells));
     }
-    endRecord(input, countsLength, countsRecord);
+    endRecord(input, firstRecordLength, countsRecord);
     skipRecord(input, nodesLength(header), nodesRecord);
     skipRecord(input, topographyLength(header), topographyRecord);
     readFilter(file);

@@ -12,7 +12,7 @@ namespace {
 
 // Axes up to this extent are not transformed, though four values allow one step: the writers of sensitivity files do
 // the same.
-constexpr std::size_t longestPlainAxis = 4;
+constexpr std::size_t longestUntransformedExtent = 4;
 
 struct CellLines {
     std::size_t nx, ny, nz;
@@ -48,11 +48,11 @@ void transformPlanes(double* padded, const PaddedExtents& extents, const Wavelet
     for (std::size_t y = firstPlane; y < endPlane; y += planesAtOnce) {
         const std::size_t planes = std::min(planesAtOnce, endPlane - y);
         double* const group = padded + plane * y;
-        if (extents.npz > longestPlainAxis) {
+        if (extents.npz > longestUntransformedExtent) {
             const AxisLines lines{1, extents.npz, 0, extents.npx * planes};
             kernels.transformLines(group, lines, filter, direction, work);
         }
-        if (extents.npx > longestPlainAxis) {
+        if (extents.npx > longestUntransformedExtent) {
             const AxisLines lines{extents.npz, extents.npx, 0, extents.npz * planes};
             kernels.transformLines(group, lines, filter, direction, work);
         }
@@ -111,7 +111,7 @@ void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, 
     assert(filter.coefHigh.size() == filter.coefLow.size());
     double* const tiles = alignedTiles(work);
     transformPlanes(padded.data(), extents, filter, direction, 0, extents.npy, tiles);
-    if (extents.npy > longestPlainAxis) {
+    if (extents.npy > longestUntransformedExtent) {
         const std::size_t plane = extents.npz * extents.npx;
         waveletKernels().transformLines(padded.data(), {plane, extents.npy, 0, plane}, filter, direction, tiles);
     }
