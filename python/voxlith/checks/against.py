@@ -1,0 +1,119 @@
+"""Checks of a survey against a mesh, a sensitivity file, a terrain and the Earth's field."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Sequence
+
+import numpy as np
+import numpy.typing as npt
+
+from ..igrf import MainField
+from ..io.mtx_header import MtxHeader
+from ..mesh import Mesh
+from ..survey import InducingField
+from .findings import Finding
+
+Reals = npt.NDArray[np.float64]
+Mask = npt.NDArray[np.bool_]
+
+_SUSPECT_ANGLE, _WRONG_ANGLE = 3.0, 15.0  # degrees between field directions
+_SUSPECT_STRENGTH = 0.05
+_IN_GROUND, _FAR_ABOVE = 1.0, 300.0  # metres against the terrain
+
+
+def check_mesh(x: Reals, y: Reals, elevation: Reals, mesh: Mesh, names: Sequence[str], has_terrain: bool) -> list[Finding]:
+    """Stations beside the mesh, or below its top."""
+    beside = outside_mesh(x, y, mesh)
+    findings = []
+    if beside.all() and not outside_mesh(y, x, mesh).any():
+        return [Finding("error", "outside-mesh", "all stations are beside the mesh, but inside it with x and y exchanged",
+                        "exchange the columns of --x and --y")]
+    if beside.any():
+        findings.append(Finding(
+            "error" if beside.mean() > 0.5 else "warning", "outside-mesh", f"{np.count_nonzero(beside)} of {len(x)} stations "
+            f"are beside the mesh, which lies at x {mesh.x_nodes[0]:g} to {mesh.x_nodes[-1]:g}, y {mesh.y_nodes[0]:g} to "
+            f"{mesh.y_nodes[-1]:g}", "make the mesh below these stations, or check their coordinates", _named(names, beside)))
+    below = (elevation < mesh.z_nodes[0]) & ~beside
+    if below.any() and not has_terrain:
+        findings.append(Finding(
+            "error", "below-mesh-top", f"{np.count_nonzero(below)} stations lie below the top of the mesh at elevation "
+            f"{mesh.z_nodes[0]:g}", "give the terrain with --topography, or lower the top of the mesh", _named(names, below)))
+    return findings
+
+
+def outside_mesh(x: Reals, y: Reals, mesh: Mesh) -> Mask:
+    """Stations that are not above or below cells of the mesh."""
+    return np.asarray((x < mesh.x_nodes[0]) | (x > mesh.x_nodes[-1]) | (y < mesh.y_nodes[0]) | (y > mesh.y_nodes[-1]),
+                      dtype=np.bool_)
+
+
+def check_terrain(x: Reals, y: Reals, elevation: Reals, surface: Callable[[Reals, Reals], Reals],
+                  names: Sequence[str]) -> list[Finding]:
+    """Stations in the ground, or far above it."""
+    height = elevation - surface(x, y)
+    buried, far = height < -_IN_GROUND, height > _FAR_ABOVE
+    findings = []
+    if buried.any():
+        findings.append(Finding(
+            "warning", "below-ground", f"{np.count_nonzero(buried)} stations lie below the terrain, the deepest by "
+            f"{-height.min():.4g} m", "check elevations and terrain; voxlith-tools obs --height 0 puts stations on the terrain",
+            _named(names, buried)))
+    if far.any() and not (far.all() and float(np.ptp(height)) < _FAR_ABOVE):
+        findings.append(Finding("warning", "far-above-ground", f"{np.count_nonzero(far)} stations lie more than "
+                                f"{_FAR_ABOVE:g} m above the terrain, the highest by {height.max():.4g} m",
+                                "check the unit of the elevations and that of the terrain", _named(names, far)))
+    return findings
+
+
+def check_sensitivities(x: Reals, y: Reals, elevation: Reals, header: MtxHeader, path: str,
+                        names: Sequence[str]) -> list[Finding]:
+    """The stations must be those of the sensitivity file, in the same order."""
+    if len(x) != header.n_data:
+        return [Finding("error", "station-order", f"{len(x)} stations, but {path} holds rows for {header.n_data}",
+                        "compute the sensitivities from this data file")]
+    if header.stations is None:
+        return []
+    places = np.column_stack([x, y, elevation])
+    slack = 0.1 * min(float(np.abs(np.diff(nodes)).min()) for nodes in (header.x_nodes, header.y_nodes, header.z_nodes))
+    apart = ~(np.abs(places - header.stations) <= slack).all(axis=1)
+    if not apart.any():
+        return []
+    step = max(slack, 1.0e-6)
+    same_places = np.array_equal(_sorted(places, step), _sorted(header.stations, step))
+    if same_places:
+        return [Finding("error", "station-order", f"the stations are those of {path} in another order, "
+                        f"{np.count_nonzero(apart)} of {len(x)} at another place in the list",
+                        "compute the sensitivities from this data file", _named(names, apart))]
+    return [Finding("error", "station-order", f"{np.count_nonzero(apart)} of {len(x)} stations are not those of {path}",
+                    "compute the sensitivities from this data file", _named(names, apart))]
+
+
+def check_field(field: InducingField, expected: MainField, date: str) -> list[Finding]:
+    """The inducing field of a survey against the Earth's field at its place and date."""
+    angle = np.degrees(np.arccos(np.clip(_direction(field.inclination, field.declination)
+                                         @ _direction(expected.inclination, expected.declination), -1.0, 1.0)))
+    text = (f"inclination {expected.inclination:.1f}, declination {expected.declination:.1f}, {expected.strength:.0f} nT by "
+            f"IGRF-14 on {date}")
+    found = f"inclination {field.inclination:g}, declination {field.declination:g}, {field.strength:g} nT"
+    remedy = "use --date with --crs in place of --field; data reduced to the pole keep inclination 90"
+    if angle > _SUSPECT_ANGLE:
+        return [Finding("error" if angle > _WRONG_ANGLE else "warning", "field-direction",
+                        f"the field of the data ({found}) is {angle:.0f} degrees from that of the place ({text})", remedy)]
+    if abs(field.strength / expected.strength - 1.0) > _SUSPECT_STRENGTH:
+        return [Finding("warning", "field-strength", f"the field of the data ({found}) has another strength than that of the "
+                        f"place ({text})", remedy)]
+    return []
+
+
+def _direction(inclination: float, declination: float) -> Reals:
+    incl, decl = np.radians([inclination, declination])
+    return np.array([np.cos(incl) * np.sin(decl), np.cos(incl) * np.cos(decl), np.sin(incl)])
+
+
+def _sorted(places: Reals, step: float) -> Reals:
+    rounded = np.rint(places / step)
+    return np.asarray(rounded[np.lexsort(rounded.T)], dtype=np.float64)
+
+
+def _named(names: Sequence[str], mask: Mask) -> tuple[str, ...]:
+    return tuple(names[number] for number in np.flatnonzero(mask).tolist())

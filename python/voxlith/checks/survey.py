@@ -1,0 +1,77 @@
+"""All checks of a survey together."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+
+import numpy as np
+import numpy.typing as npt
+
+from ..codes import default_uncertainty
+from ..survey import Survey
+from .findings import Finding, ordered
+from .stations import check_coordinates, check_duplicates, check_outliers, looks_like_degrees
+from .trend import check_trend
+from .values import check_values, no_data_codes
+
+Reals = npt.NDArray[np.float64]
+
+
+def station_names(survey: Survey) -> list[str]:
+    """Names by record number, and line where there is one."""
+    numbers = [f"record {number}" for number in range(1, survey.n_stations + 1)]
+    if survey.line is None:
+        return numbers
+    return [f"{number} ({line})" for number, line in zip(numbers, survey.line.tolist())]
+
+
+def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: npt.ArrayLike | None = None) -> list[Finding]:
+    """Check a survey by itself.
+
+    Parameters
+    ----------
+    survey : Survey
+    names : sequence of str, optional
+        Of the stations; by record number otherwise.
+    given : array_like, shape (components, n), optional
+        Standard deviations as the file has them, also those of 0 and below; by default those of the survey.
+
+    Returns
+    -------
+    list of Finding
+        Errors first.
+
+    Examples
+    --------
+    >>> line = np.arange(20.0) * 50.0
+    >>> survey = Survey(line, 0.0 * line, 0.0 * line + 3.0, [np.sin(line / 300.0)], (0,), [0.0 * line + 0.02])
+    >>> [finding.name for finding in check_survey(survey)]
+    []
+    """
+    known = list(names) if names is not None else station_names(survey)
+    findings = list(check_coordinates(survey.x, survey.y, survey.elevation, known))
+    written = survey.uncertainty if given is None else np.atleast_2d(np.asarray(given, dtype=np.float64))
+    metres = not looks_like_degrees(survey.x, survey.y)
+    labels = survey.names
+    for number in range(survey.n_components):
+        label, values = labels[number], survey.data[number]
+        findings += check_values(values, None if written is None else written[number], survey.codes[number], label, known)
+        usable = np.where(no_data_codes(values), np.nan, values)
+        if not np.isfinite(usable).any():
+            continue
+        deviations = _deviations(survey, number)
+        duplicates = check_duplicates(survey.x, survey.y, survey.elevation, usable, deviations, label, known)
+        findings += duplicates
+        findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
+        if metres:
+            findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
+    return ordered(findings)
+
+
+def _deviations(survey: Survey, number: int) -> Reals:
+    """Standard deviations above 0 of a component."""
+    usual = default_uncertainty(survey.codes[0])
+    if survey.uncertainty is None:
+        return np.full(survey.n_stations, usual)
+    given = survey.uncertainty[number]
+    return np.where(given > 0.0, given, usual)

@@ -1,0 +1,142 @@
+"""Checks of the data themselves: no-data codes, constant data, standard deviations, units."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+
+import numpy as np
+import numpy.typing as npt
+
+from ..codes import data_unit, is_magnetic
+from .findings import Finding
+
+Reals = npt.NDArray[np.float64]
+Mask = npt.NDArray[np.bool_]
+
+NO_DATA_CODES = tuple(sorted({sign * code for sign in (-1.0, 1.0) for code in (
+    999.0, 999.9, 999.99, 999.999, 9999.0, 9999.9, 9999.99, 9999.999, 99999.0, 99999.9, 99999.99, 999999.0, 9999999.0,
+    99999999.0, 32767.0, 32768.0, 1.0e10, 1.0e20, 1.0e30, 1.0e31, 1.0e32, 1.0e35, 1.70141e38)}))
+"""Numbers that stand for no datum in files of other programs."""
+
+_FAR = 10.0  # spreads from the median beyond which a code is no datum
+_ABSOLUTE_GRAVITY = (970_000.0, 990_000.0)  # mGal
+_EARTH_FIELD = (18_000.0, 70_000.0)  # nT
+_LARGEST_RANGE = {"mGal": 600.0, "Eotvos": 20_000.0, "nT": 60_000.0}
+_SMALLEST_RANGE = {"mGal": 2.0e-3, "Eotvos": 1.0e-2, "nT": 1.0e-2}
+_TIGHT, _LOOSE = 1.0e-4, 1.0  # standard deviations as a part of the range of the data
+
+
+def no_data_codes(values: Reals) -> Mask:
+    """Data that are a no-data code: they lie far from all others, or occur more than once and are 9999 or more.
+
+    Examples
+    --------
+    >>> no_data_codes(np.array([1.0, 2.0, -9999.0, 1.5, np.nan, 1e30]))
+    array([False, False,  True, False, False,  True])
+    """
+    found = np.zeros(values.shape, dtype=np.bool_)
+    coded = np.isfinite(values) & np.isclose(values[:, None], np.array(NO_DATA_CODES), rtol=1.0e-6, atol=0.0).any(axis=1)
+    others = values[np.isfinite(values) & ~coded]
+    if not coded.any():
+        return found
+    if not len(others):
+        return np.asarray(coded, dtype=np.bool_)
+    middle = float(np.median(others))
+    spread = max(float(np.quantile(np.abs(others - middle), 0.9)), 1.0e-12 * max(abs(middle), 1.0))
+    far = np.abs(values - middle) > _FAR * spread
+    for code in np.unique(values[coded]).tolist():
+        same = coded & (values == code)
+        found |= same & far
+        if np.count_nonzero(same) > 1 and abs(code) >= 9999.0:
+            found |= same
+    return found
+
+
+def check_values(values: Reals, deviations: Reals | None, code: int, label: str, names: Sequence[str]) -> list[Finding]:
+    """Findings of one component.
+
+    Parameters
+    ----------
+    values, deviations : ndarray, shape (n,)
+        NaN where masked; deviations None when the file has none.
+    code : int
+        Data type.
+    label : str
+        What to call the component.
+    names : sequence of str
+        Of the stations.
+    """
+    valid = np.isfinite(values)
+    if not valid.any():
+        return [Finding("error", "no-valid-datum", f"{label}: no datum is valid, all {len(values)} are masked",
+                        "check the column of the data and the text of no-data fields")]
+    findings = []
+    coded = no_data_codes(values)
+    for number in np.unique(values[coded]).tolist():
+        same = values == number
+        findings.append(Finding("error", "no-data-code",
+                                f"{label}: {np.count_nonzero(same)} data are {number:g}, which stands for no datum",
+                                f"convert the table with --dummy {number:g}", _named(names, same)))
+    kept = valid & ~coded
+    if not kept.any():
+        return [*findings, Finding("error", "no-valid-datum", f"{label}: no datum is valid beside no-data codes",
+                                   "check the column of the data")]
+    data = values[kept]
+    if np.count_nonzero(kept) > 1 and float(np.ptp(data)) == 0.0:
+        findings.append(Finding("error", "constant-data", f"{label}: all {len(data)} data are {data[0]:g}",
+                                "check the column of the data"))
+    findings += _check_units(data, code, label)
+    return findings + _check_deviations(data, None if deviations is None else deviations[kept], label,
+                                        [name for name, used in zip(names, kept.tolist()) if used])
+
+
+def _check_units(data: Reals, code: int, label: str) -> list[Finding]:
+    unit = data_unit(code)
+    middle, extent = float(np.median(data)), float(np.ptp(data))
+    if unit == "mGal" and _ABSOLUTE_GRAVITY[0] < middle < _ABSOLUTE_GRAVITY[1]:
+        return [Finding("error", "units", f"{label}: a median of {middle:.8g} mGal is absolute gravity, not an anomaly",
+                        "subtract normal gravity, free-air and Bouguer corrections first")]
+    if is_magnetic(code) and _EARTH_FIELD[0] < abs(middle) < _EARTH_FIELD[1] and extent < abs(middle):
+        return [Finding("error", "units", f"{label}: a median of {middle:.6g} nT is the total field, not an anomaly",
+                        "subtract the Earth's field of place and date (IGRF) first")]
+    if extent > _LARGEST_RANGE[unit]:
+        hint = "microgal or gravity units" if unit == "mGal" else "another unit"
+        return [Finding("error", "units", f"{label}: a range of {extent:.4g} {unit} is larger than rocks make; the data "
+                        f"may be in {hint}", f"convert the data to {unit}")]
+    if 0.0 < extent < _SMALLEST_RANGE[unit]:
+        hint = "m/s2" if unit == "mGal" else "s-2" if unit == "Eotvos" else "T or uT"
+        return [Finding("warning", "units", f"{label}: a range of {extent:.3g} {unit} is below what surveys measure; the "
+                        f"data may be in {hint}", f"convert the data to {unit}")]
+    return []
+
+
+def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: Sequence[str]) -> list[Finding]:
+    if deviations is None:
+        return [Finding("warning", "standard-deviations", f"{label}: the file has no standard deviations",
+                        "convert the table with a column of them, or with --floor and --percent")]
+    findings = []
+    negative = deviations < 0.0
+    absent = ~(deviations > 0.0) & ~negative
+    if negative.any():
+        findings.append(Finding("error", "standard-deviations", f"{label}: {np.count_nonzero(negative)} standard deviations "
+                                "are below 0", "give each datum a standard deviation above 0", _named(names, negative)))
+    if absent.any():
+        findings.append(Finding("warning", "standard-deviations",
+                                f"{label}: {np.count_nonzero(absent)} standard deviations are 0 or missing; a run puts its "
+                                "default there", "give each datum a standard deviation above 0", _named(names, absent)))
+    given, extent = deviations[deviations > 0.0], float(np.ptp(data))
+    if len(given) and extent > 0.0:
+        middle = float(np.median(given))
+        if middle < _TIGHT * extent:
+            findings.append(Finding("warning", "standard-deviations", f"{label}: a median standard deviation of {middle:.3g} "
+                                    f"is {middle / extent:.1g} of the range of the data; no mesh explains them so closely",
+                                    "use the standard deviation of repeated readings, at least 0.5 % of the range"))
+        if middle > _LOOSE * extent:
+            findings.append(Finding("warning", "standard-deviations", f"{label}: a median standard deviation of {middle:.3g} "
+                                    f"is above the range {extent:.3g} of the data; a model without bodies fits them",
+                                    "check the unit of the standard deviations"))
+    return findings
+
+
+def _named(names: Sequence[str], mask: Mask) -> tuple[str, ...]:
+    return tuple(names[number] for number in np.flatnonzero(mask).tolist())

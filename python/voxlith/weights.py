@@ -1,0 +1,232 @@
+"""Weights of the model norm that keep recovered bodies at their depth.
+
+The data of gravity and magnetics decay with depth, so of all models that fit, a norm without weights prefers one close
+to the surface. Here each cell gets the weight
+
+    w = r^p V / V_min,
+
+with r the relative sensitivity of the cell per volume, V its volume, and p chosen so that w falls with depth like
+(depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
+
+- r is the root of the diagonal of G'G over the volume, by its largest value (Li and Oldenburg 2000, Geophysics 65,
+  540-552, eq. 6), or 1/(depth + z0), a power law (Li and Oldenburg 1996, Geophysics 61, 394-408).
+- V / V_min makes padding cells as expensive as the small cells of the core together; without it bodies leak into them.
+- a = 1.3 by experiment, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
+  and on the layout of the stations.
+
+Differences between an active and an inactive cell have the weight 0: ground is not drawn to the value of air.
+"""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Sequence
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+
+from .errors import PathLike, UsageError
+from .io.mtx_header import MtxHeader
+from .io.weight_file import CellWeights
+from .mesh import Mesh
+from .sensitivity import Sensitivity
+
+Reals = npt.NDArray[np.float64]
+Mask = npt.NDArray[np.bool_]
+
+DECAY = 1.3
+"""Power of the depth with which weights fall off below the stations."""
+
+SMALLNESS_OF_CELL = 2.5
+"""alphaS times the square of the cell size that goes with these weights."""
+
+_LEAST = 1.0e-12  # weights are held in single precision and multiplied by volumes
+
+
+@dataclass(frozen=True)
+class DepthWeighting:
+    """Weights and what they were made from.
+
+    Attributes
+    ----------
+    cells : CellWeights
+        The four sections of a weighting file.
+    power : float
+        p, the power of the relative sensitivities.
+    decay : float
+        Power of the depth with which the weights fall off below the stations.
+    active : ndarray of bool, shape (nz, nx, ny)
+        Cells with a response.
+    """
+
+    cells: CellWeights
+    power: float
+    decay: float
+    active: Mask
+
+
+def read_cell_sensitivity(paths: Sequence[PathLike]) -> tuple[MtxHeader, Mesh, Reals]:
+    """Root of the diagonal of G'G over the volume of each cell, from the diagonals that sensitivity files hold.
+
+    Several files each count relative to their largest value.
+
+    Returns
+    -------
+    MtxHeader, Mesh
+        Of the first file.
+    ndarray, shape (cells,)
+        0 where a cell has no response.
+
+    Raises
+    ------
+    FileError
+        For a file that cannot be read.
+    UsageError
+        For files of different meshes, or without any response.
+    """
+    first: tuple[MtxHeader, Mesh] | None = None
+    total: Reals | None = None
+    for path in paths:
+        with Sensitivity(path) as sensitivity:
+            header, mesh = sensitivity.header, sensitivity.mesh
+            diagonal = np.asarray(sensitivity.tail().diagonal, dtype=np.float64)
+        if first is None:
+            first, total = (header, mesh), np.zeros(mesh.n_cells)
+        elif (mesh.nx, mesh.ny, mesh.nz) != (first[1].nx, first[1].ny, first[1].nz):
+            raise UsageError(f"{path}: expected {first[1]} as in {paths[0]}, found {mesh}")
+        # Rows are stored divided by the depth weights.
+        squared = np.maximum(diagonal, 0.0) * np.square(header.depth_weight.astype(np.float64) / mesh.volumes())
+        largest = float(squared.max())
+        if not 0.0 < largest < math.inf:
+            raise UsageError(f"{path}: expected sensitivities above 0")
+        assert total is not None
+        total += squared / largest
+    if first is None or total is None:
+        raise UsageError("weights: expected a sensitivity file")
+    return *first, np.sqrt(total)
+
+
+def sensitivity_weights(mesh: Mesh, sensitivity: npt.ArrayLike, header: MtxHeader | None = None,
+                        decay: float = DECAY) -> DepthWeighting:
+    """Weights from the sensitivity per volume of each cell.
+
+    Parameters
+    ----------
+    mesh : Mesh
+    sensitivity : array_like, shape (cells,)
+        See :func:`read_cell_sensitivity`; 0 where a cell is inactive.
+    header : MtxHeader, optional
+        Its stations say below which columns the decay is fitted; without them all columns of the smallest cells.
+    decay : float
+        a.
+
+    Raises
+    ------
+    UsageError
+        When the sensitivities do not fall with depth.
+    """
+    relative = mesh.cube(np.asarray(sensitivity, dtype=np.float64))
+    active: Mask = relative > 1.0e-9 * float(relative.max())
+    depth = _depths(mesh, active)
+    volume = _volume_ratio(mesh)
+    used = active & _below_stations(mesh, depth, None if header is None else header.stations)
+    logs = np.log(np.where(active, relative, 1.0))
+    fall = _slope(logs, depth, used)
+    growth = _slope(np.log(volume), depth, used)
+    if not fall < 0.0:
+        raise UsageError("weights: the sensitivities do not fall with depth; use a power law")
+    power = (decay + growth) / -fall
+    weights = np.where(active, np.exp(power * (logs - logs[active].max())), 1.0) * volume
+    return DepthWeighting(_sections(weights, active), power, decay, active)
+
+
+def power_law_weights(mesh: Mesh, active: npt.ArrayLike | None = None, *, z0: float | None = None,
+                      decay: float = DECAY) -> DepthWeighting:
+    """Weights that fall like (depth + z0)^-decay below the first active cell of each column.
+
+    Parameters
+    ----------
+    mesh : Mesh
+    active : array_like of bool, shape (cells,), optional
+        All by default.
+    z0 : float, optional
+        Metres; half the first layer by default.
+    decay : float
+    """
+    mask: Mask = np.ones(mesh.shape, dtype=bool) if active is None else mesh.cube(np.asarray(active, dtype=bool))
+    z0 = 0.5 * float(mesh.z_widths[0]) if z0 is None else z0
+    if not (z0 > 0.0 and decay >= 0.0):
+        raise UsageError(f"weights: expected z0 above 0 and a power of 0 or more, found {z0:g}, {decay:g}")
+    weights = np.where(mask, (_depths(mesh, mask) / z0 + 1.0) ** -decay, 1.0) * _volume_ratio(mesh)
+    return DepthWeighting(_sections(weights, mask), decay, decay, mask)
+
+
+def alpha_s_of_cell(cell: float) -> float:
+    """The alphaS of line 9 that goes with these weights, for cells of that size (metres), to one digit."""
+    return float(f"{SMALLNESS_OF_CELL / cell**2:.0e}")
+
+
+def _depths(mesh: Mesh, active: Mask) -> Reals:
+    """Depth of the cell centres below the top of the first active cell of their column, shape (nz, nx, ny)."""
+    tops = np.where(active.any(axis=0), np.argmax(active, axis=0), 0)
+    depths: Reals = mesh.z_nodes[:-1][tops][None, :, :] - mesh.z_centres[:, None, None]
+    return np.maximum(depths, 0.0)
+
+
+def _volume_ratio(mesh: Mesh) -> Reals:
+    volumes = np.asarray(mesh.cube(mesh.volumes()), dtype=np.float64)
+    return volumes / float(volumes.min())
+
+
+def _below_stations(mesh: Mesh, depth: Reals, stations: Reals | None) -> Mask:
+    """Cells below the stations, down to half the length of the survey: deeper, the survey itself looks small."""
+    x, y = mesh.x_widths, mesh.y_widths
+    inside_x, inside_y = x < 1.01 * x.min(), y < 1.01 * y.min()
+    reach = 0.5 * max(float(x[inside_x].sum()), float(y[inside_y].sum()))
+    if stations is not None and len(stations) > 1:
+        west, south, _ = stations.min(axis=0)
+        east, north, _ = stations.max(axis=0)
+        inside_x = _covered(mesh.x_nodes, float(west), float(east))
+        inside_y = _covered(mesh.y_nodes, float(south), float(north))
+        reach = 0.5 * max(float(east - west), float(north - south))
+    layers = max(int(np.searchsorted(np.cumsum(mesh.z_widths), reach)), min(4, mesh.nz))
+    below: Mask = np.zeros(depth.shape, dtype=bool)
+    if not (inside_x.any() and inside_y.any()):
+        inside_x, inside_y = np.ones(mesh.nx, dtype=bool), np.ones(mesh.ny, dtype=bool)
+    below[:layers] = inside_x[:, None] & inside_y[None, :]
+    return below
+
+
+def _covered(nodes: Reals, least: float, most: float) -> Mask:
+    """Cells of an axis that overlap an interval."""
+    covered: Mask = (nodes[1:] >= least) & (nodes[:-1] <= most)
+    return covered
+
+
+def _slope(values: Reals, depth: Reals, used: Mask) -> float:
+    """Slope of values against the logarithm of the depth, by least squares."""
+    logs = np.log(np.maximum(depth[used], 1.0e-3))
+    centred = logs - logs.mean()
+    squared = float(centred @ centred)
+    if not squared > 0.0:
+        raise UsageError("weights: expected two active layers or more below the stations")
+    return float(centred @ values[used]) / squared
+
+
+def _sections(weights: Reals, active: Mask) -> CellWeights:
+    """Weights of cells, and of differences between two active or two inactive cells."""
+    weights = np.maximum(weights, _LEAST)
+    differences = []
+    for axis in (1, 2, 0):
+        a, b = _neighbours(weights, axis)
+        same = np.equal(*_neighbours(active, axis))
+        differences.append(np.where(same, np.sqrt(a * b), 0.0))
+    return CellWeights(weights, *differences)
+
+
+def _neighbours(values: npt.NDArray[Any], axis: int) -> tuple[npt.NDArray[Any], npt.NDArray[Any]]:
+    """Cells and their next ones along an axis."""
+    count = values.shape[axis]
+    return values.take(range(count - 1), axis), values.take(range(1, count), axis)
