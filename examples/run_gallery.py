@@ -27,12 +27,12 @@ CAPTIONS = {
     'sections': 'A layer and two sections through the recovered model; lines show the true bodies.',
     'data': 'Observed and predicted data share one scale; the residual is centred on zero.',
     'convergence': 'Misfit, norm and total against the iteration.',
-    'zscores': 'Residuals over their deviations beside the standard normal.',
+    'zscores': 'Residuals over their standard deviations beside the standard normal.',
     'profiles': 'Each line: observed data and prediction.'}
 
 HEAD = """# The gallery of examples
 
-Each example starts from nothing, makes its own data with noise, inverts them and is held to what it must recover.
+Each example starts from nothing, makes its own data with noise, inverts them and is compared with what it must recover.
 `python3 examples/run_example.py NAME` runs one of them, `python3 examples/run_gallery.py` runs and checks them all.
 `python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
 those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the

@@ -52,11 +52,8 @@ def prose_lines(path):
     text = re.sub(r'(?ms)^```.*?^```$', blank, text)
     text = re.sub(r'(?s)<!--.*?-->', blank, text)
     if re.search(r'[.][1-9]$', path):
-        text = re.sub(r'(?ms)^[.]nf$.*?^[.]fi$', blank, text)
-        text = re.sub(r'(?m)^[.]\\".*$', '', text)
-        text = re.sub(r'(?m)^[.](SH|SS|TP|PP|TH|IP|RS|RE|EX|EE).*$', '', text)
-        text = re.sub(r'(?m)^[.](B|I|BR|BI|IR|RB|IB|RI)\s', '', text)
-        text = re.sub(r'\\f[BIRP]', '', text)
+        text = re.sub(r'(?ms)^[.]Bd.*?^[.]Ed$', blank, text)
+        text = re.sub(r'(?m)^[.]([A-Z][a-z]|\\").*$', '', text)
     text = re.sub(r'`[^`\n]*`', 'code', text)
     text = re.sub(r'\]\([^)]*\)', ']', text)
     return text.split('\n')
