@@ -13,7 +13,7 @@ LONGEST_SENTENCE = 35
 
 # Pattern of a term to avoid, and the term to use.
 AVOIDED = [
-    (r'(?<!standard )\bdeviations?\b', 'standard deviation, uncertainty'),
+    (r'(?<!standard\s)\bdeviations?\b', 'standard deviation, uncertainty'),
     (r'\bheld (fixed|back|at|against|to)\b|\bcells? (is|are) held\b', 'fixed, limited, compared with'),
     (r'\bcells? of (air|ground)\b', 'inactive cells, active cells'),
     (r'\babsent cells?\b', 'no-data cells'),
@@ -60,10 +60,10 @@ def prose_lines(path):
 
 
 def avoided_terms(lines):
-    for number, line in enumerate(lines, start=1):
-        for pattern, better in AVOIDED:
-            for match in re.finditer(pattern, line, re.IGNORECASE):
-                yield number, f'"{match.group(0)}": write {better}'
+    text = '\n'.join(lines)
+    for pattern, better in AVOIDED:
+        for match in re.finditer(pattern, text, re.IGNORECASE):
+            yield text.count('\n', 0, match.start()) + 1, f'"{match.group(0)}": write {better}'
 
 
 def paragraphs(lines):
