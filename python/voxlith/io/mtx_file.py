@@ -34,7 +34,7 @@ Reals = npt.NDArray[np.float64]
 Singles = npt.NDArray[np.float32]
 Integers = npt.NDArray[np.int32]
 
-_BLOCK = 1 << 21  # bytes read at once; still in the cache when the indices are looked at
+_BLOCK = 1 << 19  # bytes read at once; still in the cache when the indices are looked at
 
 
 @dataclass
@@ -159,13 +159,14 @@ class MtxFile:
             values = words.view("<f4")
             for start, count in zip(starts, counts):
                 if count >= 0:
-                    ends.append(begin + 4 * (start + 2 * count + self._frame))
-                    yield MtxRow(words[start: start + count], values[start + count: start + 2 * count])
+                    middle = start + count
+                    yield MtxRow(words[start:middle], values[middle: middle + count])
                 else:
-                    ends.append(begin + 4 * (start + self.header.n_dense))
                     yield MtxRow(self._dense_index(), values[start: start + self.header.n_dense], True)
             done += len(starts)
+            ends += [begin + 4 * (start - 1 - self._frame) for start in starts[1:]]
             begin += taken
+            ends.append(begin)
         self._ends = ends
 
     def row(self, number: int) -> MtxRow:
@@ -304,19 +305,20 @@ class MtxFile:
 
     def _check_indices(self, words: Integers, starts: list[int], counts: list[int], begin: int) -> None:
         """All indices within 1 to the padded cells."""
-        sparse = [(start, start + count) for start, count in zip(starts, counts) if count > 0]
-        if not sparse:
-            return
         unsigned = words.view("<u4")
+        first, count = np.array(starts, dtype=np.intp), np.array(counts, dtype=np.intp)
+        first, count = first[count > 0], count[count > 0]
+        if not len(first):
+            return
         # The extremes of all rows of a block at once; those of the words between the indices are not looked at.
-        bounds = np.array(sparse, dtype=np.intp).ravel()
+        bounds = np.empty(2 * len(first), dtype=np.intp)
+        bounds[::2], bounds[1::2] = first, first + count
         highest = np.maximum.reduceat(unsigned, bounds)[::2]
         lowest = np.minimum.reduceat(unsigned, bounds)[::2]
-        bad = np.flatnonzero((highest > self.header.n_padded) | (lowest == 0))
-        if len(bad):
-            start, end = sparse[bad[0]]
-            inside = (unsigned[start:end] >= 1) & (unsigned[start:end] <= self.header.n_padded)
-            bad_word = start + int(np.flatnonzero(~inside)[0])
+        if highest.max() > self.header.n_padded or not lowest.min():
+            row = int(np.flatnonzero((highest > self.header.n_padded) | (lowest == 0))[0])
+            indices = unsigned[bounds[2 * row]: bounds[2 * row + 1]]
+            bad_word = int(bounds[2 * row] + np.flatnonzero((indices < 1) | (indices > self.header.n_padded))[0])
             raise FileError(self.path, f"expected a coefficient index within 1 to {self.header.n_padded}, found "
                             f"{words[bad_word]}", byte=begin + 4 * bad_word)
 
