@@ -12,5 +12,6 @@ foreach(widest plain avx2)
     set_target_properties(voxlith_${widest} PROPERTIES
         OUTPUT_NAME voxlith RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${widest})
     set_target_properties(voxlith_tools_${widest} PROPERTIES
-        OUTPUT_NAME voxlith-tools RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${widest}/tools)
+        OUTPUT_NAME voxlith-forward RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${widest}/tools)
+    add_start_scripts(${CMAKE_BINARY_DIR}/${widest}/tools)
 endforeach()

@@ -5,9 +5,15 @@ install(TARGETS voxlith RUNTIME)
 if(TARGET voxlith-run)
     install(TARGETS voxlith-run RUNTIME)
 endif()
-if(TARGET voxlith-tools)
-    install(TARGETS voxlith-tools RUNTIME)
+if(TARGET voxlith-forward)
+    install(TARGETS voxlith-forward RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/voxlith)
 endif()
+
+# The Python package, where Debian's own Python looks below /usr, and its programs.
+set(packageHome lib/python3/dist-packages)
+install(DIRECTORY python/voxlith DESTINATION ${packageHome} FILES_MATCHING PATTERN "*.py" PATTERN py.typed
+        PATTERN "data/*" PATTERN __pycache__ EXCLUDE)
+install_start_scripts(${CMAKE_INSTALL_BINDIR} ${packageHome})
 
 # The spline routines, for programs that call find_package(voxlith_spline).
 set(splineConfigFolder ${CMAKE_INSTALL_LIBDIR}/cmake/voxlith_spline)
@@ -44,5 +50,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-matplotlib, python3-numpy")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "python3 (>= 3.11), python3-numpy (>= 1:1.24)")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-matplotlib, python3-pandas, python3-scipy, python3-vtk9")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-h5py, python3-pyproj, python3-rasterio, python3-xarray")
 include(CPack)

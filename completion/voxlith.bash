@@ -10,7 +10,7 @@ _voxlith_values_of() {
     local option=$1 help
     shift
     help=$("$@" --help 2>/dev/null | grep -E -- "^ +$option ")
-    if [[ $help =~ :\{([^}]*)\} ]]; then
+    if [[ $help =~ [:\ ]\{([^}]*)\} ]]; then
         tr ',' ' ' <<<"${BASH_REMATCH[1]}"
     elif [[ $help =~ :\ (.*),\ or\ a\ code ]]; then
         tr ',' ' ' <<<"${BASH_REMATCH[1]}"

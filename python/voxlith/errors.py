@@ -8,7 +8,10 @@ PathLike = str | os.PathLike[str]
 
 
 class VoxlithError(Exception):
-    """Base of all errors of this package."""
+    """Base of all errors of this package. Its text is one line without control characters."""
+
+    def __str__(self) -> str:
+        return escaped(super().__str__())
 
 
 class UsageError(VoxlithError, ValueError):
@@ -61,11 +64,26 @@ def _rebuild(path: str, problem: str, line: int | None, byte: int | None) -> Fil
     return FileError(path, problem, line=line, byte=byte)
 
 
-def shown(text: str, width: int = 60) -> str:
-    """Text as messages show it: in quotes, cut, without control characters.
+def escaped(text: str) -> str:
+    r"""Text as messages show it: control characters, and bytes that are no text, are written as ``\n`` or ``\x1b``.
 
-    >>> shown("1.0\\tx")
-    '"1.0?x"'
+    >>> print(escaped("gz\x1b[2J\n.obs"))
+    gz\x1b[2J\n.obs
     """
-    plain = "".join(c if c.isprintable() else "?" for c in text[:width])
-    return f'"{plain}"'
+    return text if text.isprintable() else "".join(c if c.isprintable() else _escaped(c) for c in text)
+
+
+def _escaped(character: str) -> str:
+    code = ord(character)
+    if 0xDC80 <= code <= 0xDCFF:  # a byte of a name that is no text, as Python holds it
+        return f"\\x{code - 0xDC00:02x}"
+    return character.encode("unicode_escape").decode()
+
+
+def shown(text: str, width: int = 60) -> str:
+    r"""A piece of a file as messages show it: in quotes, cut, escaped.
+
+    >>> print(shown("1.0\tx"))
+    "1.0\tx"
+    """
+    return f'"{escaped(text[:width])}"'

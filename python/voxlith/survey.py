@@ -28,6 +28,10 @@ class Direction:
     declination: float
 
 
+EARTH_FIELD = (15000.0, 80000.0)
+"""Strengths of the Earth's field, nT."""
+
+
 @dataclass(frozen=True)
 class InducingField:
     """The inducing field: its direction in degrees, and its strength in nT."""
@@ -35,6 +39,11 @@ class InducingField:
     inclination: float
     declination: float
     strength: float
+
+    @property
+    def is_of_the_earth(self) -> bool:
+        """Whether the Earth has fields of this strength."""
+        return EARTH_FIELD[0] <= self.strength <= EARTH_FIELD[1]
 
     @property
     def direction(self) -> Direction:

@@ -101,7 +101,8 @@ def subcommand_help():
     program = os.path.join(build, 'tools', 'voxlith-tools')
     ask = lambda *words: subprocess.run([program, *words, '--help'], check=True, stdout=subprocess.PIPE, text=True, timeout=60).stdout
     commands = re.findall(r'(?m)^  ([a-z]+) ', ask().split('Subcommands:')[1])
-    return {command: set(re.findall(r'(?m)^  (?:-\w,)?(--[a-z-]+)', ask(command))) - {'--help'} for command in commands}
+    option = r'(?m)^  (?:-\w, ?)?(--[a-z-]+)(?![a-z-]| +Show the version)'
+    return {command: set(re.findall(option, ask(command))) - {'--help'} for command in commands}
 
 
 class Options(unittest.TestCase):

@@ -60,10 +60,11 @@ class InstallPackages(unittest.TestCase):
                           "--no-install-recommends python3-matplotlib python3-numpy"])
 
     def test_without_sudo_the_command_for_root_is_shown(self):
-        self.machine(1000, ["g++", "cmake", "python3"], ["apt-get"])
+        self.machine(1000, ["g++", "cmake", "python3", "python3-numpy", "python3-vtk9"], ["apt-get"])
         status, shown, calls = self.install("build")
         self.assertEqual((status, calls), (1, []))
-        self.assertIn("    apt-get update && apt-get install --no-install-recommends ninja-build libcli11-dev libtbb-dev\n", shown)
+        self.assertIn("    apt-get update && apt-get install --no-install-recommends ninja-build python3-scipy python3-pandas "
+                      "libcli11-dev libtbb-dev\n", shown)
         self.assertNotIn("command not found", shown)
 
     def test_another_system_is_told_what_is_missing(self):
@@ -71,7 +72,8 @@ class InstallPackages(unittest.TestCase):
         (self.folder / "dpkg-query").unlink()
         status, shown, _ = self.install("build")
         self.assertEqual(status, 1)
-        self.assertIn("g++ cmake ninja-build python3 libcli11-dev libtbb-dev\n", shown)
+        self.assertIn("g++ cmake ninja-build python3 python3-numpy python3-scipy python3-pandas python3-vtk9 libcli11-dev "
+                      "libtbb-dev\n", shown)
         self.assertIn("there is no apt-get here", shown)
 
 

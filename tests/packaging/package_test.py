@@ -63,17 +63,20 @@ class Package(unittest.TestCase):
         for line in lines[1:]:
             self.assertRegex(line, r"^( \S.*|\S.*)$")
 
-    def test_dependencies_are_the_language_libraries_and_tbb(self):
+    def test_dependencies_are_the_language_libraries_tbb_and_numpy(self):
         needed = run("dpkg-deb", "--field", self.package, "Depends").strip()
         names = {entry.split()[0] for entry in needed.split(",")}
-        self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6", "libtbb12"}, needed)
+        self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6", "libtbb12", "python3",
+                                     "python3-numpy"}, needed)
 
     def test_every_kind_of_file_is_there(self):
         usr = self.root / "usr"
         for name in ("bin/voxlith", "bin/voxlith-tools", "bin/voxlith-plot", "share/man/man1/voxlith.1",
                      "share/man/man1/voxlith-tools.1", "share/man/man1/voxlith-plot.1", "share/man/man5/voxlith-inp.5", "share/man/man5/voxlith-mtx.5",
                      "share/doc/voxlith/LICENSE", "share/doc/voxlith/copyright", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
-                     "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h"):
+                     "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h",
+                     "libexec/voxlith/voxlith-forward", "lib/python3/dist-packages/voxlith/py.typed",
+                     "lib/python3/dist-packages/voxlith/io/mtx_file.py", "lib/python3/dist-packages/voxlith/cli/tools.py"):
             found = (usr / name).is_file() or (usr / (name + ".gz")).is_file()
             self.assertTrue(found, name)
 

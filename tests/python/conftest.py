@@ -6,7 +6,9 @@ import os
 import shutil
 import subprocess
 import sys
+from collections.abc import Callable
 from pathlib import Path
+from typing import NamedTuple
 
 import hypothesis
 import numpy as np
@@ -18,6 +20,7 @@ sys.path[:0] = [str(ROOT / "python"), str(HERE)]
 sys.dont_write_bytecode = True
 
 from voxlith import Direction, InducingField, Mesh, Model, Survey  # noqa: E402
+from voxlith.cli.tools import main  # noqa: E402
 
 hypothesis.settings.register_profile("tests", deadline=None, max_examples=60, derandomize=True, database=None,
                                      suppress_health_check=list(hypothesis.HealthCheck))
@@ -25,7 +28,8 @@ hypothesis.settings.register_profile("long", deadline=None, max_examples=2000, d
                                      suppress_health_check=list(hypothesis.HealthCheck))
 hypothesis.settings.load_profile(os.environ.get("VOXLITH_HYPOTHESIS", "tests"))
 
-BUILD = Path(os.environ.get("VOXLITH_BUILD", ROOT / "build" / "release"))
+BUILD = Path(os.environ.get("VOXLITH_BUILD", ROOT / "build" / "release")).resolve()
+os.environ["VOXLITH_FORWARD_PROGRAM"] = str(BUILD / "tools" / "voxlith-forward")
 FIELD = InducingField(60.0, 5.0, 50000.0)
 DIRECTION = Direction(55.0, 8.0)
 
@@ -83,8 +87,45 @@ class Bench:
 @pytest.fixture(scope="session", autouse=True)
 def programs() -> None:
     """The tests hold the package against the programs, so these have to be there."""
-    for program in (BUILD / "voxlith", BUILD / "tools" / "voxlith-tools"):
+    for program in (BUILD / "voxlith", BUILD / "tools" / "voxlith-tools", BUILD / "tools" / "voxlith-forward"):
         assert program.is_file(), f"{program} is missing: build it, or set VOXLITH_BUILD"
+
+
+class Outcome(NamedTuple):
+    """How a program ended, and what it wrote to standard output and standard error."""
+
+    status: int
+    out: str
+    errors: str
+
+
+Tools = Callable[..., Outcome]
+
+
+@pytest.fixture
+def tools(tmp_path: Path, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]) -> Tools:
+    """Runs voxlith-tools in a folder of its own, without a new process but for what computes."""
+    monkeypatch.chdir(tmp_path)
+
+    def run(*arguments: object) -> Outcome:
+        words = [str(word) for word in arguments]
+        if words[0] in ("mtx", "predict"):
+            done = subprocess.run([BUILD / "tools" / "voxlith-tools", *words], capture_output=True, text=True, timeout=120)
+            return Outcome(done.returncode, done.stdout, done.stderr)
+        capsys.readouterr()
+        try:
+            status = main(words)
+        except SystemExit as end:  # by the parser: help, a version, a wrong command line
+            status = int(end.code or 0)
+        return Outcome(status, *capsys.readouterr())
+    return run
+
+
+def one_line(outcome: Outcome, status: int = 1) -> str:
+    """The error of a command that failed, without the name of the program."""
+    assert outcome.status == status, outcome
+    assert outcome.errors.startswith("voxlith-tools: ") and outcome.errors.count("\n") == 1, outcome
+    return outcome.errors.removeprefix("voxlith-tools: ").rstrip("\n")
 
 
 @pytest.fixture

@@ -114,3 +114,10 @@ def test_plain_numbers():
     assert plain_numbers(b"1 2 nan") is None
     assert plain_numbers(b"  \n") is None
     np.testing.assert_array_equal(plain_numbers(b"1\t2\r\n 3"), [1.0, 2.0, 3.0])
+
+
+def test_repeats_that_are_left_are_more_than_the_end():
+    reader = FreeFormat.of_text("3*1", "m.den")
+    reader.reals(np.zeros(2))
+    with pytest.raises(FileError, match='m.den, line 1: expected the end of the file after two, found 1 more of "1"'):
+        reader.expect_end("two")

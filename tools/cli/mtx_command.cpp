@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "base/messages.h"
+#include "cli/error_text.h"
 #include "formats/mtx/mtx_reader.h"
 #include "formats/mtx/mtx_writer.h"
 #include "forward/daubechies_taps.h"
@@ -40,10 +41,6 @@ DepthWeight parseDepthWeight(const std::string& text) {
 std::string checkTolerance(const std::string& text) {
     const std::optional<double> number = parseNumber(text);
     return number && *number >= 0 && *number < 1 ? "" : "expected a number from 0 to below 1, found " + text;
-}
-
-void warn(const std::string& text) {
-    std::fprintf(stderr, "voxlith-tools: warning: %s\n", text.c_str());
 }
 
 // Readers of the record form take the data type from the name of the file.
@@ -189,6 +186,7 @@ MtxReport writeMtxFile(const MtxOptions& options) {
     if (!options.survey.topographyFile.empty() && boundsFileName(options) == options.outFile) {
         throw RunError("--bounds " + options.outFile + ": expected another file than that of --out");
     }
+    checkOutput(options.outFile, options.survey, {});
     LayerPlan plan;
     const MtxContent content = contentOf(options, plan);
     warnOfContent(options, content, plan);

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "cli/survey_options.h"
+#include "forward/bounds_pairs.h"
 #include "forward/layer_plan.h"
 #include "forward/sensitivity_rows.h"
-#include "preparation/bounds_pairs.h"
 
 namespace CLI {
 class App;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "base/messages.h"
+#include "cli/error_text.h"
 #include "formats/observed_data.h"
 #include "forward/cell_values.h"
 #include "forward/number_text.h"
@@ -53,6 +54,7 @@ CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options) {
 
 PredictReport writePrediction(const PredictOptions& options) {
     const auto start = std::chrono::steady_clock::now();
+    checkOutput(options.outFile, options.survey, options.model);
     const Survey survey = readSurvey(options.survey);
     const std::vector<double> model = readModel(options.model, survey.mesh.cellCount());
     const std::vector<double> data = predictData(survey, model, threadCount(options.survey));
@@ -71,7 +73,7 @@ PredictReport writePrediction(const PredictOptions& options) {
 
 void printPredictReport(const PredictReport& report, const PredictOptions& options) {
     for (const std::string& warning : report.warnings) {
-        std::fprintf(stderr, "voxlith-tools: warning: %s\n", warning.c_str());
+        warn(warning);
     }
     const std::string unit(unitOf(options.survey.type));
     std::printf("stations: %lld\n", static_cast<long long>(report.stations));

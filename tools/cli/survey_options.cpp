@@ -3,14 +3,18 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "base/messages.h"
 #include "forward/number_text.h"
 #include "forward/prism.h"
+#include "forward/real_file.h"
 #include "forward/survey_mesh.h"
-#include "preparation/ground_surface.h"
 
 namespace voxlith {
 
@@ -68,20 +72,27 @@ void chooseDirection(const SurveyOptions& options, const StationFile& file, Surv
     }
 }
 
+Surface readSurface(const SurveyOptions& options, const Survey& survey) {
+    const std::size_t columns = survey.mesh.xCentre.size() * survey.mesh.yCentre.size();
+    const std::vector<double> values = readReals(options.surfaceFile, columns + survey.stations.size());
+    const auto end = values.begin() + static_cast<std::ptrdiff_t>(columns);
+    return {{values.begin(), end}, {end, values.end()}};
+}
+
 void chooseGround(const SurveyOptions& options, Survey& survey) {
     if (options.topographyFile.empty()) {
         return;
     }
     const MeshGeometry& mesh = survey.mesh;
-    const Topography topography = surfaceOf(readSurfacePoints(options.topographyFile));
-    survey.ground = groundBelow(topography, mesh, survey.stations);
+    const Surface surface = readSurface(options, survey);
+    survey.ground = groundBelow(surface, mesh, survey.stations);
     if (std::all_of(survey.ground.inactiveCells.begin(), survey.ground.inactiveCells.end(),
                     [&](std::int32_t cells) { return cells == mesh.nz; })) {
         throw RunError(options.topographyFile + ": expected a surface within the mesh, elevations " +
                        numberText(-mesh.zNode.back()) + " to " + numberText(-mesh.zNode.front()) +
                        ", found one below the centres of all cells");
     }
-    const std::size_t cutOff = columnsCutOff(topography, mesh);
+    const std::size_t cutOff = columnsCutOff(surface, mesh);
     if (cutOff > 0) {
         survey.warnings.push_back(options.topographyFile + ": the surface is more than half a cell above the top of " +
                                   "the mesh in " + std::to_string(cutOff) + " of " +
@@ -106,11 +117,30 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_option_function<std::string>(
         "--direction", [&options](const std::string& text) { options.direction = parseDirection(text); },
         "Measured direction aincl,adecl of tmi (default: as in the station file, or along --field)");
-    command.add_option("--topography", options.topographyFile,
-                       "Surface: a file with the number of points, then x y elevation a line (UBC form); cells whose "
-                       "centre is above it are inactive and have no response");
+    CLI::Option* const topography =
+        command.add_option("--topography", options.topographyFile,
+                           "Surface: a file with the number of points, then one point per line, x y elevation (UBC "
+                           "form); cells whose centre is above it are inactive and have no response");
+    command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
+    command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
     command.add_option("--threads", options.threads, "Threads (default: two); the result does not depend on them")
         ->check(CLI::Range(1, 256));
+}
+
+void writeSurfacePoints(const SurveyOptions& options) {
+    const MeshGeometry mesh = readSurveyMesh(options.meshFile);
+    std::vector<double> places;
+    for (const double y : mesh.yCentre) {
+        for (const double x : mesh.xCentre) {
+            places.insert(places.end(), {x, y});
+        }
+    }
+    for (const Station& station : readStationFile(options.stationFile, options.type).stations) {
+        places.insert(places.end(), {station.point.x, station.point.y});
+    }
+    if (std::fwrite(places.data(), sizeof(double), places.size(), stdout) != places.size()) {
+        throw RunError("standard output cannot be written");
+    }
 }
 
 Survey readSurvey(const SurveyOptions& options) {
@@ -127,6 +157,19 @@ Survey readSurvey(const SurveyOptions& options) {
     chooseGround(options, survey);
     checkStations(options.stationFile, survey);
     return survey;
+}
+
+void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile) {
+    const std::pair<const char*, const std::string&> inputs[] = {{"--mesh", options.meshFile},
+                                                                 {"--stations", options.stationFile},
+                                                                 {"--topography", options.topographyFile},
+                                                                 {"--model", modelFile}};
+    for (const auto& [option, name] : inputs) {
+        std::error_code none;
+        if (!name.empty() && std::filesystem::equivalent(name, outFile, none)) {
+            throw RunError("--out " + outFile + ": expected another file than that of " + option);
+        }
+    }
 }
 
 std::size_t threadCount(const SurveyOptions& options) {

@@ -1,4 +1,7 @@
 // The options that subcommands with a forward computation share: mesh, stations, data type, field, topography, threads.
+//
+// The surface of the topography is interpolated by voxlith-tools, which knows the file. It asks for the places by
+// --surface-points and hands over the elevations by --surface; help does not show the two.
 #pragma once
 
 #include <cstddef>
@@ -19,17 +22,26 @@ struct SurveyOptions {
     DataType type = DataType::gz;
     std::optional<InducingField> field;       // none: that of the station file
     std::optional<FieldDirection> direction;  // measured direction; none: see readSurvey
-    std::string topographyFile;               // empty: all cells are active
+    std::string topographyFile;               // empty: all cells are active; else only named in messages
+    std::string surfaceFile;                  // elevations of its surface, real64: columns (x fastest), then stations
+    bool surfacePoints = false;               // only the places of these elevations are wanted
     std::size_t threads = 0;                  // 0: two, or one on a machine with one core
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);
 
-// Reads mesh, stations and topography. The field is that of the options, else of the station file; a magnetic type
+// Writes the places to standard output: x and y of the centre of each column (x fastest), then of each station, real64.
+// Throws RunError.
+void writeSurfacePoints(const SurveyOptions& options);
+
+// Reads mesh, stations and surface. The field is that of the options, else of the station file; a magnetic type
 // without either is refused. The measured direction is that of the options, else the field's when the options give one,
 // else the station file's, else the field's. Stations of the downhole form keep their own directions. Refuses
 // topography that leaves no cell active, and what checkStations refuses. Throws RunError.
 Survey readSurvey(const SurveyOptions& options);
+
+// Throws RunError when the file to write is one of those that are read: mesh, stations, topography, or `modelFile`.
+void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile);
 
 std::size_t threadCount(const SurveyOptions& options);
 

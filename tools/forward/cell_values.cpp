@@ -1,6 +1,5 @@
 #include "forward/cell_values.h"
 
-#include <cmath>
 #include <span>
 
 #include "base/free_format.h"
@@ -12,8 +11,6 @@
 namespace voxlith {
 
 namespace {
-
-constexpr double largestCode = 2147483647.0;
 
 void openCells(TextInput& input, const std::string& fileName, const std::string& what) {
     if (!openTextInput(input, fileName)) {
@@ -56,33 +53,6 @@ std::vector<double> readCellValues(const std::string& fileName, const std::strin
     }
     checkEnd(read, cells);
     return values;
-}
-
-CellCodes readCellCodes(const std::string& fileName, const std::string& what, std::size_t cells) {
-    TextInput input;
-    openCells(input, fileName, what);
-    CellCodes codes;
-    codes.code.reserve(cells);
-    codes.line.reserve(cells);
-    FreeFormatRead read = beginFreeFormatRead(input);
-    for (std::size_t cell = 0; cell < cells; ++cell) {
-        double value = 0;
-        if (readValue(read, value) != ReadStatus::good) {
-            throwReadError(read, std::to_string(cells) + " whole numbers, one a cell");
-        }
-        const bool absent = !isValid(value) && !std::isnan(value);
-        if (!absent && !(value == std::floor(value) && std::abs(value) <= largestCode)) {
-            throwAt(input, input.lineNumber,
-                    "a whole number for cell " + std::to_string(cell + 1) + ", found " + numberText(value));
-        }
-        codes.code.push_back(absent ? absentCode : static_cast<std::int32_t>(value));
-        codes.line.push_back(input.lineNumber);
-        if (read.slashSeen) {
-            checkGiven(read, cells);
-        }
-    }
-    checkEnd(read, cells);
-    return codes;
 }
 
 }  // namespace voxlith

@@ -21,7 +21,36 @@ Touched touchedCells(std::span<const double> nodes, double coordinate) {
     return {nodes[above - 1] == coordinate ? above - 2 : above - 1, above};
 }
 
+std::int32_t inactiveOfColumn(const MeshGeometry& mesh, double surface) {
+    constexpr double onSurface = 1.0e-6;  // of a cell's thickness
+    std::int32_t inactive = 0;
+    for (std::size_t k = 0; k < mesh.zCentre.size(); ++k) {
+        if (-mesh.zCentre[k] <= surface + onSurface * mesh.zWidth[k]) {
+            break;
+        }
+        ++inactive;
+    }
+    return inactive;
+}
+
 }  // namespace
+
+Ground groundBelow(const Surface& surface, const MeshGeometry& mesh, std::span<const Station> stations) {
+    Ground ground;
+    for (const double elevation : surface.column) {
+        ground.inactiveCells.push_back(inactiveOfColumn(mesh, elevation));
+    }
+    for (std::size_t n = 0; n < stations.size(); ++n) {
+        ground.height.push_back(stations[n].elevation - surface.station[n]);
+    }
+    return ground;
+}
+
+std::size_t columnsCutOff(const Surface& surface, const MeshGeometry& mesh) {
+    const double highest = -mesh.zNode.front() + 0.5 * mesh.zWidth.front();
+    return static_cast<std::size_t>(std::count_if(surface.column.begin(), surface.column.end(),
+                                                  [highest](double elevation) { return elevation > highest; }));
+}
 
 StationPosition positionOfStation(const Ground& ground, const MeshGeometry& mesh, const StationPoint& point) {
     const Touched x = touchedCells(mesh.xNode, point.x), y = touchedCells(mesh.yNode, point.y);

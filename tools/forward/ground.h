@@ -23,6 +23,19 @@ struct Ground {
     }
 };
 
+// Elevations of a surface.
+struct Surface {
+    std::vector<double> column;   // at the centre of each column, x fastest, then y
+    std::vector<double> station;  // at each station
+};
+
+// The ground below a surface. A cell is inactive when its centre lies above it by more than a millionth of the cell's
+// thickness, so that a centre on the surface is active whatever the rounding.
+Ground groundBelow(const Surface& surface, const MeshGeometry& mesh, std::span<const Station> stations);
+
+// Columns whose surface lies more than half a cell above the top of the mesh, where ground is missing.
+std::size_t columnsCutOff(const Surface& surface, const MeshGeometry& mesh);
+
 enum class StationPosition { aboveGround, inTopCell, belowTopCell };
 
 // Where a station is: above the ground (also on a face of an inactive cell, or outside the mesh), inside the first

@@ -115,8 +115,10 @@ def write_bounds_file(path: PathLike, pairs: npt.ArrayLike, *, digits: Digits = 
         for first in range(0, len(rows), _AT_ONCE):
             some = rows[first: first + _AT_ONCE]
             if digits == "full":
-                lines = [f"{number_text(lower)} {number_text(upper)}\n" for lower, upper in some.tolist()]
-                output.write("".join(lines).encode())
+                # Most cells share their pair with others.
+                cells = [(lower, upper) for lower, upper in some.tolist()]
+                lines = {pair: f"{number_text(pair[0])} {number_text(pair[1])}\n" for pair in set(cells)}
+                output.write("".join([lines[pair] for pair in cells]).encode())
             else:
                 fields = np.hstack([exponent_fields(some[:, 0]), exponent_fields(some[:, 1])])
                 ends = np.full((len(some), 1), ord("\n"), dtype=np.uint8)

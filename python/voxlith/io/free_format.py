@@ -187,6 +187,9 @@ class FreeFormat:
 
     def expect_end(self, what: str) -> None:
         """Require that nothing but spaces follows. Raises FileError."""
+        if self._repeats and self._repeated:
+            raise FileError(self.path, f"expected the end of the file after {what}, found {self._repeats} more of "
+                            f"{shown(self._repeated)}", line=self.line)
         while self._at < len(self._text) or self._fill():
             rest = self._text[self._at:]
             text = rest.lstrip(b" \t\r\n,")

@@ -115,6 +115,7 @@ class _Form:
     strict: bool
     count: int
     count_line: int
+    any_count: bool = False
     with_uncertainty: bool = True
 
     @property
@@ -129,7 +130,8 @@ class _Form:
 
 
 def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int = 0, lined: bool = False,
-                  reference: bool = False, records: int | None = None, strict: bool = True) -> ObsFile:
+                  reference: bool = False, records: int | None = None, strict: bool = True,
+                  any_count: bool = False) -> ObsFile:
     """Read a file of data.
 
     Parameters
@@ -151,6 +153,8 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
         Whether what is doubtful is an error: a count that does not match, columns left out or too many, lines and
         words that are cut. With ``strict=False`` the file is read as a run reads it; coordinates that are left out
         are NaN (a run keeps those of the sensitivity file).
+    any_count : bool
+        Whether a count that does not match is let pass by a strict read, too; see :attr:`ObsFile.count`.
 
     Returns
     -------
@@ -177,7 +181,7 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
         first = reader.line
     count_text = lines[count_line - 1] if count_line <= len(lines) else ""
     known, found_codes = _components_of(tuple(codes), components, count_text)
-    form = _Form(path, known, found_codes, header, lined, strict, count, count_line)
+    form = _Form(path, known, found_codes, header, lined, strict, count, count_line, any_count)
     if reference or form.downhole:
         return _read_free(form, lines, first, records, reference)
     return _read_lines(form, lines, first, records, 4 if magnetic else 2)
@@ -269,7 +273,7 @@ def _record_lines(form: _Form, lines: list[str], first: int, records: int | None
     if form.strict and found > wanted:
         surplus = lines[first - 1 + wanted]
         raise expected(form.path, first + wanted, f"the end of the file after {wanted} records", surplus)
-    if form.strict and form.count != wanted:
+    if form.strict and not form.any_count and form.count != wanted:
         raise FileError(form.path, f"expected the count {wanted} of the records that follow, found {form.count}",
                         line=form.count_line)
     return lines[first - 1: first - 1 + wanted]

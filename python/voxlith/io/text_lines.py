@@ -13,16 +13,34 @@ from .output import read_bytes
 
 LINE_WIDTH = 256
 TOKEN_WIDTH = 32
+LONGEST_LINE = 1 << 20
+"""Bytes of a line; a file with a longer one is no file of lines."""
+
 _TOKEN = re.compile(r" *([^ ,\t]*)[ ,\t]?")
 
 
 def read_lines(path: PathLike) -> list[str]:
-    """Lines of a file without their ends; a last line without an end counts. Raises FileError."""
+    """Lines of a file without their ends; a last line without an end counts.
+
+    Raises
+    ------
+    FileError
+        When the file cannot be read, or has a line longer than a megabyte.
+    """
     text = read_bytes(path).decode("latin-1")
     lines = text.split("\n")
     if not lines[-1]:
         lines.pop()
+    check_lengths(path, lines)
     return [line.rstrip("\r") for line in lines] if "\r" in text else lines
+
+
+def check_lengths(path: PathLike, lines: list[str]) -> None:
+    """Raise FileError for the first line that is longer than a megabyte."""
+    if lines and max(map(len, lines)) > LONGEST_LINE:
+        number = next(n for n, line in enumerate(lines, 1) if len(line) > LONGEST_LINE)
+        raise FileError(path, f"expected a line of at most {LONGEST_LINE} characters, found {len(lines[number - 1])}",
+                        line=number)
 
 
 def to_text(words: str) -> str:
@@ -72,5 +90,13 @@ def without_comment(line: str) -> str:
 
 def expected(path: PathLike, line: int, what: str, found: str | None) -> FileError:
     """The error ``expected WHAT, found "WORD"``; None means the end of the file."""
-    return FileError(path, f"expected {what}, found {'the end of the file' if found is None else shown(found)}",
+    return FileError(path, f"expected {what}, found {'the end of the file' if found is None else _shown_bytes(found)}",
                      line=line)
+
+
+def _shown_bytes(text: str) -> str:
+    """Text whose characters are bytes, as messages show it."""
+    try:
+        return shown(to_text(text))
+    except UnicodeEncodeError:
+        return shown(text)

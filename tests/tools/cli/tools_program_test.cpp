@@ -1,7 +1,7 @@
 // The program as its user sees it: arguments, exit status, output and errors.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -41,26 +41,6 @@ TEST(ToolsProgram, mtxReportsOneLinePerItem) {
                                         "file size", "time"}));
 }
 
-TEST(ToolsProgram, infoShowsTheLayouts) {
-    const TemporaryFolder folder;
-    writeSurvey(folder);
-    const std::string common = "--mesh m.msh --stations s.obs --type gz --out g.mtx ";
-    for (const auto& [arguments, layout, style] :
-         {std::tuple{"", "layout:               tagged form, version 2\n", "0 standard 3D\n"},
-          {"--version 1", "layout:               tagged form, version 1\n", "0 standard 3D (by the padded mesh)\n"},
-          {"--form bare --layers 1", "layout:               bare form\n", "1 equivalent source (by the padded mesh)\n"},
-          {"--form record", "layout:               record form\n", "0 standard 3D (by the padded mesh)\n"},
-          {"--style 2", "layout:               tagged form, version 2\n", "2 apparent density\n"}}) {
-        ASSERT_EQ(runTools(folder, "mtx " + common + arguments).status, 0) << arguments;
-        const Outcome outcome = runTools(folder, "info g.mtx");
-        EXPECT_EQ(outcome.status, 0) << outcome.errors;
-        EXPECT_NE(outcome.out.find(layout), std::string::npos) << outcome.out;
-        EXPECT_NE(outcome.out.find(std::string("inversion style:      ") + style), std::string::npos) << outcome.out;
-        EXPECT_NE(outcome.out.find("cells x, y, z:        4 x 3 x 2\n"), std::string::npos) << outcome.out;
-        EXPECT_NE(outcome.out.find("z nodes:              0 to 20\n"), std::string::npos) << outcome.out;
-    }
-}
-
 TEST(ToolsProgram, numbersMayBeNegative) {
     const TemporaryFolder folder;
     writeSurvey(folder);
@@ -89,7 +69,6 @@ void expectFailures(const TemporaryFolder& folder, int status, const std::vector
 TEST(ToolsProgram, failuresAreOneLineAndStatusOne) {
     const TemporaryFolder folder;
     writeSurvey(folder);
-    folder.write("short.mtx", "VX3D");
     const std::string common = "mtx --mesh m.msh --stations s.obs --out g.mtx ";
     expectFailures(
         folder, 1,
@@ -102,10 +81,6 @@ TEST(ToolsProgram, failuresAreOneLineAndStatusOne) {
           "no/g.mtx: cannot be created: No such file or directory"},
          {"predict --mesh m.msh --stations s.obs --type gz --model absent --out d.obs",
           "absent: the model file cannot be opened"}});
-    const Outcome damaged = runTools(folder, "info short.mtx");
-    EXPECT_EQ(damaged.status, 1);
-    EXPECT_EQ(damaged.errors.substr(0, 25), "voxlith-tools: short.mtx:");
-    EXPECT_EQ(std::count(damaged.errors.begin(), damaged.errors.end(), '\n'), 1);
 }
 
 TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
@@ -117,7 +92,6 @@ TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
         folder, 2,
         {{"", "A subcommand is required"},
          {"mtx", "--mesh is required"},
-         {"info", "file is required"},
          {"predict --seed x", "Could not convert: --seed = x"},
          {"mtx --mesh m.msh --stations s.obs --out g.mtx --type vka",
           "--type vka: unknown; known are 0 gz, 1 tmi, 2 gzz, 10 gxx, 11 gyy, 12 gzz, 13 gxy, 14 gxz, 15 gyz, 20 tx, "
@@ -142,19 +116,54 @@ TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
          {predict + "--noise 2", "--noise 2: expected percent,floor"},
          {predict + "--noise -1,0", "--noise -1,0: expected percent and floor not below 0"},
          {predict + "--noise 1,-1", "--noise 1,-1: expected percent and floor not below 0"},
-         {predict + "--noise a,b", "--noise a,b: expected percent,floor"}});
+         {predict + "--noise a,b", "--noise a,b: expected percent,floor"},
+         {predict + "--nose 1,1", "--nose: no such option of predict; did you mean --noise?"},
+         {mtx + "--ground-bound=0,1", "--ground-bound: no such option of mtx; did you mean --ground-bounds?"},
+         {mtx + "--fast", "--fast: no such option of mtx"},
+         {mtx + "more", "more: no such option of mtx"},
+         {mtx + "--out h.mtx", "--out: given twice"},
+         {predict + "--seed 1 --seed 2", "--seed: given twice"}});
+}
+
+TEST(ToolsProgram, outputsAreNotInputs) {
+    const TemporaryFolder folder;
+    writeSurvey(folder);
+    expectFailures(folder, 1,
+                   {{"mtx --mesh m.msh --stations s.obs --type gz --out ./m.msh",
+                     "--out ./m.msh: expected another file than that of --mesh"},
+                    {"predict --mesh m.msh --stations s.obs --type gz --model 1 --out s.obs",
+                     "--out s.obs: expected another file than that of --stations"}});
+    EXPECT_EQ(folder.read("s.obs"), "2\n5 5 1 0 1\n15 25 1 0 1\n");
+}
+
+TEST(ToolsProgram, controlCharactersOfNamesAreEscaped) {
+    const TemporaryFolder folder;
+    writeSurvey(folder);
+    expectFailures(folder, 1,
+                   {{"mtx --mesh \"$(printf 'a\\033[2J\\nb')\" --stations s.obs --type gz --out g.mtx",
+                     "a\\x1b[2J\\nb: the mesh file cannot be opened"}});
+}
+
+TEST(ToolsProgram, surfacePointsAreColumnsThenStations) {
+    const TemporaryFolder folder;
+    writeSurvey(folder);
+    const Outcome outcome = runTools(
+        folder, "mtx --mesh m.msh --stations s.obs --type gz --out g.mtx --topography hill.topo --surface-points");
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    std::vector<double> numbers(outcome.out.size() / sizeof(double));
+    std::memcpy(numbers.data(), outcome.out.data(), outcome.out.size());
+    ASSERT_EQ(numbers.size(), 2U * (4 * 3 + 2));
+    EXPECT_EQ(std::vector<double>(numbers.begin(), numbers.begin() + 4), (std::vector<double>{5, 5, 15, 5}));
+    EXPECT_EQ(std::vector<double>(numbers.end() - 4, numbers.end()), (std::vector<double>{5, 5, 15, 25}));
 }
 
 TEST(ToolsProgram, helpShowsAnExampleOfEachSubcommand) {
     const TemporaryFolder folder;
-    const Outcome whole = runTools(folder, "--help");
-    EXPECT_EQ(whole.status, 0);
-    EXPECT_NE(whole.out.find("voxlith-tools SUBCOMMAND --help"), std::string::npos);
-    for (const std::string command : {"mtx", "info", "predict", "mesh", "obs", "init", "bounds", "vtr"}) {
-        EXPECT_NE(whole.out.find("\n  " + command + " "), std::string::npos) << command;
+    for (const std::string command : {"mtx", "predict"}) {
         const Outcome help = runTools(folder, command + " --help");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_NE(help.out.find("\n  voxlith-tools " + command + " "), std::string::npos) << command;
+        EXPECT_EQ(help.out.find("--surface"), std::string::npos) << command;
     }
 }
 

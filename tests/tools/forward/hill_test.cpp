@@ -5,13 +5,14 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
 #include "base/messages.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
 #include "forward/number_text.h"
-#include "preparation/topography.h"
+#include "forward/survey_mesh.h"
 #include "support/temporary_folder.h"
 #include "tools/sensitivity_file.h"
 
@@ -29,21 +30,34 @@ class Hill : public testing::Test {
 protected:
     Hill() {
         options.survey.meshFile = folder.write("m.msh", "8 7 9\n0 0 100\n8*25\n7*30\n4*10 5*15\n");
-        std::string points;
-        for (int x = -20; x <= 220; x += 12) {
-            for (int y = -20; y <= 230; y += 12) {
-                points += std::to_string(x) + " " + std::to_string(y) + " " + numberText(hill(x, y)) + "\n";
-            }
-        }
-        options.survey.topographyFile = folder.write("hill.topo", points);
         std::string stations = "72\n";
         for (int n = 0; n < 72; ++n) {
-            const double x = 12 + 22 * (n % 9), y = 14 + 25 * (n / 9);
+            const int row = n / 9;
+            const double x = 12 + 22 * (n % 9), y = 14 + 25 * row;
             stations += numberText(x) + " " + numberText(y) + " " + numberText(hill(x, y) + 20) + " 0 1\n";
         }
         options.survey.stationFile = folder.write("s.obs", stations);
         options.survey.type = parseDataType("gz");
         options.outFile = folder.file("g.mtx");
+        useSurface(hill);
+    }
+
+    // Makes this the surface of the survey: its elevations at the columns and stations, as voxlith-tools hands them
+    // over.
+    void useSurface(const std::function<double(double, double)>& elevation) {
+        const MeshGeometry mesh = readSurveyMesh(options.survey.meshFile);
+        std::vector<double> values;
+        for (const double y : mesh.yCentre) {
+            for (const double x : mesh.xCentre) {
+                values.push_back(elevation(x, y));
+            }
+        }
+        for (const Station& station : readStationFile(options.survey.stationFile, options.survey.type).stations) {
+            values.push_back(elevation(station.point.x, station.point.y));
+        }
+        options.survey.topographyFile = folder.file("hill.topo");
+        options.survey.surfaceFile = folder.write(
+            "surface", std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(double)));
     }
 
     std::string error() {
@@ -160,7 +174,7 @@ TEST_F(Hill, aFlatSurfaceAtTheTopChangesNothing) {
     writeMtxFile(options);
     const std::string without = folder.read("g.mtx");
     EXPECT_FALSE(std::filesystem::exists(folder.file("g_bounds.txt")));
-    options.survey.topographyFile = folder.write("flat.topo", "1\n0 0 100\n");
+    useSurface([](double, double) { return 100.0; });
     writeMtxFile(options);
     EXPECT_TRUE(folder.read("g.mtx") == without);
     EXPECT_EQ(numbersOf(folder.read("g_bounds.txt")).size(), 2U * 8 * 7 * 9);
@@ -201,26 +215,29 @@ TEST_F(Hill, failuresNameTheirCause) {
         EXPECT_FALSE(std::filesystem::exists(folder.file("g_bounds.txt")));
         options = kept;
     };
+    expectError([&] { options.survey.surfaceFile = folder.write("short", "12345678"); },
+                folder.file("short") + ": expected 128 numbers of 8 bytes");
     const std::string deep = folder.write("deep.obs", "2\n10 10 200\n110 110 21\n");
     expectError(
-        [&] { options.survey.stationFile = deep; },
+        [&] {
+            options.survey.stationFile = deep;
+            useSurface(hill);
+        },
         deep + ": station 2 at x 110, y 110, elevation 21: expected a station on or above the surface, found one " +
-            numberText(static_cast<float>([&] {
-                std::int32_t triangle = 0;
-                const Topography surface = surfaceOf(readSurfacePoints(options.survey.topographyFile));
-                return surfaceElevation(surface, 110, 110, triangle) - 21;
-            }())) +
-            " below the surface");
-    const std::string low = folder.write("low.topo", "0 0 -20\n");
-    expectError([&] { options.survey.topographyFile = low; },
-                low +
+            numberText(static_cast<float>(hill(110, 110) - 21)) + " below the surface");
+    useSurface([](double, double) { return -20.0; });
+    expectError([] {},
+                options.survey.topographyFile +
                     ": expected a surface within the mesh, elevations -15 to 100, found one below the centres of all "
                     "cells");
+    useSurface(hill);
     for (const int style : {1, 2, 3}) {
         expectError([&] { options.layers.style = InversionStyle{style}; },
                     "--topography: expected a file of style 0 or 4, found style " + std::to_string(style) +
                         ", whose layers begin at the top of the mesh");
     }
+    expectError([&] { options.outFile = options.survey.stationFile; },
+                "--out " + options.survey.stationFile + ": expected another file than that of --stations");
     expectError([&] { options.boundsFile = options.outFile; },
                 "--bounds " + options.outFile + ": expected another file than that of --out");
     expectError([&] { options.boundsFile = folder.file("no/b.txt"); },
@@ -229,6 +246,7 @@ TEST_F(Hill, failuresNameTheirCause) {
 
 TEST_F(Hill, stationsInsideTheFirstActiveCellAreNamed) {
     options.survey.stationFile = folder.write("on.obs", "2\n12 14 " + numberText(hill(12, 14) + 20) + "\n56 64 68.8\n");
+    useSurface(hill);
     const Survey survey = readSurvey(options.survey);
     ASSERT_EQ(survey.warnings.size(), 1U);
     EXPECT_EQ(survey.warnings[0], options.survey.stationFile +

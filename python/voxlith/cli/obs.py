@@ -1,0 +1,224 @@
+"""``voxlith-tools obs``: a CSV with named columns to observed data, and observed data to a CSV."""
+
+from __future__ import annotations
+
+import argparse
+from collections.abc import Sequence
+from dataclasses import dataclass
+
+import numpy as np
+
+from ..codes import MOST_FILES, data_type_code, data_type_name, data_unit, has_magnetic_layout
+from ..errors import UsageError
+from ..io.csv_file import write_csv_file
+from ..io.numbers import number_text, parse_integer
+from ..io.obs_file import read_obs_file
+from ..survey import Direction, InducingField, Survey
+from ..survey_table import (SurveyColumns, TableSummary, check_direction, split_columns, survey_of_table,
+                            table_of_survey)
+from .output import check_output, say, warn
+from .parser import Parser, integer_within, number_from, number_list
+from .station_options import add_csv_options, add_station_options, read_table, station_columns
+
+PROGRAM = "voxlith-tools"
+_KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
+
+_EXAMPLES = """\
+Examples:
+  voxlith-tools obs survey.csv --x easting --y northing --z elevation --data gz:gz_err --out gz.obs
+  voxlith-tools obs flight.csv --x E --y N --z height --data tmi --floor 2 --percent 1 --field 65,10,50000 \\
+      --line line --time fid --out tmi.mag
+  voxlith-tools obs levels.csv --z depth --z-down --z-unit ft --data gxx:err --data gzz:err --type gxx gzz --out g.obs
+  voxlith-tools obs voxlith.pre --csv predicted.csv --x easting --y northing --z elevation --data gz:gz_err
+An empty field is a dummy. A standard deviation that no column gives is percent |d| / 100 + floor, or, without these
+options, 1 for magnetic data and 0.01 for all others."""
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(f"{PROGRAM} obs", "Convert a CSV to observed data, or observed data to a CSV", _EXAMPLES)
+    parser.add_argument("file", help="CSV file (with --out) or observed data file (with --csv)")
+    parser.add_argument("--out", metavar="FILE", help="Observed data file to write")
+    parser.add_argument("--csv", metavar="FILE", help="CSV file to write")
+    add_station_options(parser)
+    parser.add_argument("--data", metavar="COLUMN", nargs="+", action="extend",
+                        help="Columns datum or datum:uncertainty of each component, up to six")
+    parser.add_argument("--type", metavar="TYPE", nargs="+", action="extend",
+                        help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code "
+                             "(default: gz, or tmi with --field)")
+    parser.add_argument("--percent", metavar="NUMBER", type=number_from(0.0),
+                        help="Default standard deviation: percent of the datum")
+    parser.add_argument("--floor", metavar="NUMBER", type=number_from(0.0),
+                        help="Default standard deviation: added to the percentage")
+    parser.add_argument("--field", metavar="INCL,DECL,NT", help="Inducing field incl,decl,nT of magnetic data")
+    parser.add_argument("--direction", metavar="AINCL,ADECL",
+                        help="Measured direction aincl,adecl (default: along the field)")
+    parser.add_argument("--angles", metavar="COLUMNS",
+                        help="Columns aincl:adecl of a direction for each record: the downhole form")
+    parser.add_argument("--line", metavar="COLUMN", help="Column of the line name; spaces in names become _")
+    parser.add_argument("--time", metavar="COLUMN", help="Column of the time or distance along the line")
+    parser.add_argument("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
+    parser.add_argument("--components", metavar="COUNT", type=integer_within(1, MOST_FILES),
+                        help="Components of the observed data file (with --csv)")
+    add_csv_options(parser)
+    return parser
+
+
+def run(arguments: Sequence[str]) -> int:
+    """Run the subcommand; gives the exit status. Raises VoxlithError."""
+    parser = make_parser()
+    options = parser.parse(arguments)
+    parser.exclusive(options, "out", "csv")
+    columns = SurveyColumns(station_columns(parser, options), tuple(options.data or ()), options.angles or "",
+                            options.line or "", options.time or "", options.dummy or "", options.percent, options.floor)
+    _check_common(options, columns)
+    output = options.out or options.csv
+    check_output(output, {"the file to convert": options.file})
+    done = _import(options, columns) if options.out else _export(options, columns)
+    _report(output, done)
+    _warn(output, done)
+    return 0
+
+
+@dataclass(frozen=True)
+class _Converted:
+    """What was converted: the survey, what its table left open, the count line of observed data, and whether the data
+    types are known."""
+
+    survey: Survey
+    summary: TableSummary
+    count: int | None
+    types_known: bool
+
+
+def type_code(text: str) -> int:
+    """Code of a data type by its name or number. Raises UsageError for any other text."""
+    code = parse_integer(text)
+    if code is None:
+        try:
+            code = data_type_code(text)
+        except UsageError:
+            code = -1
+    if code not in _KNOWN_TYPES:
+        known = ", ".join(f"{known} {data_type_name(known).lower()}" for known in _KNOWN_TYPES)
+        raise UsageError(f"--type {text}: unknown; known are {known}")
+    return code
+
+
+def _check_common(options: argparse.Namespace, columns: SurveyColumns) -> None:
+    if not options.out and not options.csv:
+        raise UsageError("expected one of --out and --csv")
+    if bool(columns.line) != bool(columns.time):
+        raise UsageError("expected --line and --time together")
+    if len(columns.data) > MOST_FILES:
+        raise UsageError(f"--data: expected at most {MOST_FILES} components")
+
+
+def _codes(types: Sequence[str], components: int, otherwise: str) -> list[int]:
+    """Data type of each component; one type stands for all."""
+    if len(types) not in (0, 1, components):
+        raise UsageError(f"--type: expected one data type, or one for each of the {components} components")
+    codes = [type_code(text) for text in types] or [type_code(otherwise)]
+    return codes * components if len(codes) == 1 else codes
+
+
+def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
+    """A CSV to observed data."""
+    if not columns.data:
+        raise UsageError("expected --data with the column of the data")
+    if options.components:
+        raise UsageError("--components goes with --csv")
+    if columns.angles and not all(split_columns(columns.angles)):
+        raise UsageError(f"--angles {columns.angles}: expected aincl:adecl")
+    if columns.angles and columns.line:
+        raise UsageError("--angles and --line cannot stand together")
+    types = list(options.type or ())
+    codes = _codes(types, len(columns.data), "tmi" if options.field else "gz")
+    inducing, direction = _field(options, codes, (types or ["tmi" if options.field else "gz"])[0])
+    if columns.angles and codes[0] != 1:
+        raise UsageError("--angles: expected data of type tmi")
+    table = read_table(options.file, options)
+    survey, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
+    survey.write(options.out, digits="full")
+    return _Converted(survey, summary, None, True)
+
+
+def _field(options: argparse.Namespace, codes: Sequence[int],
+           first: str) -> tuple[InducingField | None, Direction | None]:
+    """Inducing field and measured direction, where the first component is magnetic."""
+    if not has_magnetic_layout(codes[0]):
+        if options.field:
+            raise UsageError(f"--field: {first} data have no inducing field")
+        return None, None
+    if not options.field:
+        raise UsageError(f"--type {first}: expected --field incl,decl,nT with magnetic data")
+    inclination, declination, strength = number_list("--field", "incl,decl,nT", options.field, 3)
+    inducing = InducingField(inclination, declination, strength)
+    direction = inducing.direction
+    if options.direction:
+        direction = Direction(*number_list("--direction", "aincl,adecl", options.direction, 2))
+    for angles in (inducing.direction, direction):
+        check_direction(angles, "--field, --direction")
+    if not strength > 0.0:
+        raise UsageError(f"--field {options.field}: expected a field strength above 0 nT")
+    return inducing, direction
+
+
+def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
+    """Observed data to a CSV."""
+    for option in ("percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit"):
+        if getattr(options, option) not in (None, "", False):
+            raise UsageError(f"--{option.replace('_', '-')} goes with --out")
+    if options.separator == "blank" or options.decimal_comma:
+        raise UsageError("--separator blank and --decimal-comma go with --out: a CSV is written with commas, semicolons "
+                         "or tabs")
+    types = [type_code(text) for text in options.type or ()]
+    components = options.components or len(types) or len(columns.data)
+    codes = _codes(list(map(str, types)), components, "gz") if types else []
+    found = read_obs_file(options.file, codes=codes, components=0 if codes else components, lined=bool(columns.line),
+                          any_count=True)
+    survey = Survey.from_obs_file(found)
+    write_csv_file(options.csv, table_of_survey(survey, columns), separator=options.separator or "comma")
+    return _Converted(survey, TableSummary(), found.count, bool(found.codes))
+
+
+def _report(output: str, done: _Converted) -> None:
+    survey = done.survey
+    say(f"file:         {output}")
+    say(f"records:      {survey.n_stations}")
+    for label, values in (("x:", survey.x), ("y:", survey.y), ("elevation:", survey.elevation)):
+        say(f"{label:<13} {number_text(float(values.min()))} to {number_text(float(values.max()))}")
+    for number in range(survey.n_components):
+        _report_component(survey, number, done.types_known)
+    if survey.field is not None:
+        field, direction = survey.field, survey.direction or survey.field.direction
+        say("field:        " + ",".join(map(number_text, (field.inclination, field.declination, field.strength))))
+        say(f"direction:    {number_text(direction.inclination)},{number_text(direction.declination)}, direction flag "
+            f"{survey.idir}")
+    if done.summary.default_uncertainties:
+        say(f"by default:   {done.summary.default_uncertainties} standard deviations")
+
+
+def _report_component(survey: Survey, number: int, types_known: bool) -> None:
+    values = survey.data[number]
+    valid = ~np.isnan(values)
+    count = int(np.count_nonzero(valid))
+    text = f"component {number + 1}:  {count} data, {survey.n_stations - count} dummies"
+    if count:
+        unit = f" {data_unit(survey.codes[number])}" if types_known else ""
+        text += f", {values[valid].min():.6g} to {values[valid].max():.6g}{unit}"
+    if count and survey.uncertainty is not None:
+        deviations = np.nan_to_num(survey.uncertainty[number][valid])
+        text += f", standard deviations {deviations.min():.6g} to {deviations.max():.6g}"
+    say(text)
+
+
+def _warn(output: str, done: _Converted) -> None:
+    survey = done.survey
+    if survey.field is not None and not survey.field.is_of_the_earth:
+        warn(PROGRAM, f"{output}: a field of {number_text(survey.field.strength)} nT is not that of the Earth")
+    if done.summary.falling_times:
+        warn(PROGRAM, f"{output}: the time does not rise along its line in {done.summary.falling_times} records; "
+             "averages along lines need it to")
+    if done.count is not None and done.count != survey.n_stations:
+        warn(PROGRAM, f"the count line says {done.count}, the file holds {survey.n_stations} records")

@@ -1,0 +1,71 @@
+"""``voxlith-tools``: prepare surveys for the inversion and look at its files.
+
+A subcommand is a module of this package, imported when it is asked for; ``mtx`` and ``predict`` are handed to the program
+that computes.
+"""
+
+from __future__ import annotations
+
+import importlib
+import sys
+from collections.abc import Sequence
+from typing import Final
+
+from .. import __version__
+from .output import run_program
+from .parser import suggestion
+
+PROGRAM: Final = "voxlith-tools"
+
+SUBCOMMANDS: Final[dict[str, str]] = {
+    "obs": "Convert a CSV to observed data, or observed data to a CSV",
+    "mesh": "Write a padded mesh below the stations of a survey",
+    "mtx": "Compute the sensitivity file of a survey",
+    "init": "Write a control file with comments for data and sensitivity files",
+    "bounds": "Write a bounds file from a lithology model",
+    "predict": "Compute data of a model by prisms, without compression",
+    "info": "Print the header of a sensitivity file",
+    "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",
+}
+_COMPUTED = ("mtx", "predict")
+
+
+def help_text() -> str:
+    """What ``voxlith-tools --help`` shows."""
+    lines = [f"usage: {PROGRAM} SUBCOMMAND [OPTIONS]", "", "Sensitivity files and synthetic data for voxlith", "",
+             "Options:", "  -h, --help     Show this help and end", "  --version      Show the version and end", "",
+             "Subcommands:"]
+    lines += [f"  {name:<14} {text}" for name, text in SUBCOMMANDS.items()]
+    return "\n".join([*lines, "", f"{PROGRAM} SUBCOMMAND --help shows the options of a subcommand, with examples."])
+
+
+def main(arguments: Sequence[str] | None = None) -> int:
+    """Run the program with these arguments, those of the command line by default; gives the exit status."""
+    words = list(sys.argv[1:] if arguments is None else arguments)
+    return run_program(PROGRAM, lambda: _run(words))
+
+
+def _run(words: list[str]) -> int:
+    if not words:
+        return _wrong("a subcommand is required: " + ", ".join(SUBCOMMANDS))
+    name, rest = words[0], words[1:]
+    if name in ("-h", "--help"):
+        print(help_text())
+        return 0
+    if name == "--version":
+        print(f"{PROGRAM} {__version__}")
+        return 0
+    if name in _COMPUTED:
+        from .forward import run_forward
+        return run_forward(name, rest)
+    if name not in SUBCOMMANDS:
+        what = "option" if name.startswith("-") else "subcommand"
+        return _wrong(f"{name}: no such {what}{suggestion(name, ['--help', '--version', *SUBCOMMANDS])}")
+    module = importlib.import_module(f".{name}", __package__)
+    status: int = module.run(rest)
+    return status
+
+
+def _wrong(text: str) -> int:
+    from ..errors import UsageError
+    raise UsageError(text)

@@ -1,0 +1,94 @@
+"""The text of a control file whose lines and values are explained in it."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Sequence
+
+from .control_choices import Choices
+
+_VALUE_WIDTH = 24
+
+
+def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str]) -> str:
+    """Twelve lines with a comment each, product definitions for several files, and after them, where the program reads
+    no more, the reasons for the values.
+
+    Parameters
+    ----------
+    choices : Choices
+    data_file, mtx_files : str
+        Names as the run will find them.
+    """
+    count = len(mtx_files)
+    labels = " dens susc" if choices.model_count == 2 else ""
+    names = " | ".join(mtx_files)
+    lines = [
+        _line(f"0 {count} {count} {choices.model_count}{labels}",
+              "0 new run (1 continue), sensitivity files, data components, model types"),
+        _line("2 0 0", "mode (2), background: 0 kept, 1 fitted and removed, 2 removed with the value after it"),
+        _line(f"{_short(choices.tradeoff)} 0.02 {choices.sign}",
+              "trade-off, not used, sign: -1 negative, 0 either, 1 positive"),
+        _line(data_file, "observed data"),
+        _line(names, "sensitivities") if len(names) < 200 else names,
+        _line(_short(choices.initial), f"initial model: a number or a file, {choices.unit}"),
+        _line("0.0", "reference model: a number or a file"),
+        _line(choices.bounds, "bounds lower,upper, or a file, or null"),
+        _line(f"{_short(choices.alpha_s)} 1 1 1", "alphaS, alphaE, alphaN, alphaZ"),
+        _line("null", "weighting file"),
+        _line("null", "data offset, or file for a refinement"),
+        _line(f"{choices.iterations} 0 0", "iterations, a model written every so many (0 none), method (0)"),
+        *_products(choices), "", "What follows is not read.", "", *_tradeoff_reason(choices, count),
+        *_sign_reason(choices),
+        f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within some ten cells, "
+        "smallness beyond.",
+        "Line 12: the misfit of most runs changes little after 100 iterations, or 200 where values meet a bound;",
+        "  a run continues from where it ended with 1 on line 1.",
+        *_product_reason(choices),
+    ]
+    return "\n".join(lines) + "\n"
+
+
+def _short(value: float) -> str:
+    return f"{value:.6g}"
+
+
+def _line(value: str, comment: str) -> str:
+    return f"{value:<{_VALUE_WIDTH}}{'' if len(value) < _VALUE_WIDTH else ' '}! {comment}"
+
+
+def _products(choices: Choices) -> list[str]:
+    """One product for each component; a single file needs no definition."""
+    if len(choices.model_of) < 2:
+        return []
+    return [f"1 {number} {model + 1} {_short(choices.factor) if model and choices.factor != 1.0 else '1.0'}"
+            for number, model in enumerate(choices.model_of, 1)]
+
+
+def _tradeoff_reason(choices: Choices, count: int) -> list[str]:
+    # The misfit of a joint run is a sum over the components.
+    wanted = "1" if count == 1 else f"{math.sqrt(count):.2f}, the root of {count} components"
+    smaller = "a smaller trade-off or more iterations are needed, far below it noise is being fitted."
+    text = (f"  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near {wanted}: above it")
+    ending = [text, f"  {smaller}"] if count == 1 else [text.removesuffix(" above it"), f"  above it {smaller}"]
+    return [f"Line 3, trade-off: {choices.tradeoff_reason}.", *ending]
+
+
+def _sign_reason(choices: Choices) -> list[str]:
+    word = "positive" if choices.sign > 0 else "negative" if choices.sign < 0 else "of either sign"
+    lines = [f"Line 3, sign, and line 8, bounds: model values {word}, in {choices.unit}."]
+    if choices.sign == 0:
+        lines.append("  A body known to be denser (1) or less dense (-1) than its surroundings is found better with its "
+                     "sign.")
+    return [*lines, "  Narrower bounds that geology gives sharpen the model; 99 or -99 leaves a side free."]
+
+
+def _product_reason(choices: Choices) -> list[str]:
+    if len(choices.model_of) < 2:
+        return []
+    lines = ["After line 12: for each component the number of products, then sensitivity file, model, factor."]
+    if choices.model_count > 1:
+        lines += [f"  Factor of model 2: {choices.factor_reason}.",
+                  "  Model 2 is counted in units of this factor, in the files and in lines 6 to 8. A larger factor gives",
+                  "  it a weaker norm: its data are fitted better, those of model 1 as before."]
+    return lines

@@ -1,0 +1,222 @@
+"""Tables to observed data and back."""
+
+import numpy as np
+import pytest
+from conftest import one_line
+from hypothesis import given
+from hypothesis import strategies as st
+
+from voxlith import Survey
+from voxlith.io.obs_file import read_obs_file
+
+PLACES = ("--x", "E", "--y", "N", "--z", "h")
+
+
+@pytest.fixture
+def convert(tools, tmp_path):
+    """Converts a table with the columns of `PLACES`, or any file."""
+    def run(csv, *arguments, data="d:s", out=("--out", "d.obs")):
+        (tmp_path / "s.csv").write_text(csv, newline="")
+        return tools("obs", "s.csv", *PLACES, *(("--data", data) if data else ()), *out, *arguments)
+    return run
+
+
+def test_the_gravity_layout(convert, tmp_path):
+    done = convert('E,N,h,d,s\n10,20,5.5,0.25,0.01\n"11",21,6,,\n12,22,7,-1e-7,0.5\n')
+    assert (done.status, done.errors) == (0, "")
+    assert (tmp_path / "d.obs").read_text() == (
+        "3  !! # of data\n"
+        "           10           20          5.5          0.25          0.01\n"
+        "           11           21            6             *             *\n"
+        "           12           22            7        -1e-07           0.5\n")
+    assert done.out.splitlines() == [
+        "file:         d.obs", "records:      3", "x:            10 to 12", "y:            20 to 22",
+        "elevation:    5.5 to 7",
+        "component 1:  2 data, 1 dummies, -1e-07 to 0.25 mGal, standard deviations 0.01 to 0.5"]
+
+
+def test_the_magnetic_layout(convert, tmp_path):
+    done = convert("E,N,h,d,line,t\n1,2,-3,5,L 1,10\n1,2,-3,5,L 1,11\n", "--field", "60,-10,48000.5", "--direction",
+                   "55,0", "--percent", 10, "--floor", 2, "--line", "line", "--time", "t", "--z-down", "--z-unit", "km",
+                   data="d")
+    assert done.out.splitlines()[-3:] == ["field:        60,-10,48000.5", "direction:    55,0, direction flag 1",
+                                          "by default:   2 standard deviations"]
+    assert (tmp_path / "d.obs").read_text().startswith(
+        "60 -10 48000.5  !! incl, decl, geomag\n55 0 1  !! aincl, adecl, idir\n2  !! # of data\n"
+        "            1            2         3000             5")
+    survey = Survey.read(tmp_path / "d.obs", "tmi", lined=True)
+    assert survey.uncertainty.tolist() == [[2.5, 2.5]]
+    assert [line.name for line in survey.lines()] == ["L_1"]
+    assert survey.time.tolist() == [10, 11] and survey.field.strength == 48000.5
+
+
+def test_defaults(convert, tools, tmp_path):
+    assert convert("E,N,d\n1,2,5\n", data="d").status == 2
+    (tmp_path / "s.csv").write_text("E,N,d\n1,2,5\n")
+    options = ("obs", "s.csv", "--x", "E", "--y", "N", "--elevation", 30, "--data", "d", "--out", "d.obs")
+    assert tools(*options).status == 0
+    found = Survey.read(tmp_path / "d.obs")
+    assert (found.uncertainty[0, 0], found.elevation[0]) == (0.01, 30.0)
+    assert tools(*options, "--field", "60,0,50000").status == 0
+    assert Survey.read(tmp_path / "d.obs").uncertainty[0, 0] == 1.0
+
+
+HEAD = "E,N,h,d,s\n1,2,3,4,5\n"
+
+
+@pytest.mark.parametrize("csv, problem", [
+    (HEAD + "1,2,,4,5\n", 'column "h": expected a number, found an empty field'),
+    (HEAD + "1,2,3,x,5\n", 'column "d": expected a number, or an empty field for a dummy, found "x"'),
+    (HEAD + "1,2,3,4,0\n", 'column "s": expected a standard deviation above 0, found "0"'),
+    (HEAD + "1,2,3,4,1e-60\n", 'column "s": expected a standard deviation above 0, found "1e-60"'),
+    (HEAD + "1,2,3,4,1e60\n", 'column "s": expected a standard deviation above 0, found "1e60"'),
+    (HEAD + "1,2,3,-1e3,1e-30\n", 'column "d": expected a datum of less than 1e30 standard deviations, found "-1e3"')])
+def test_what_is_wrong_in_the_table(convert, tmp_path, csv, problem):
+    assert one_line(convert(csv)) == f"s.csv, line 3: {problem}"
+    assert not (tmp_path / "d.obs").exists()
+
+
+def test_an_empty_table_is_none(convert):
+    assert one_line(convert("E,N,h,d,s\n")) == "s.csv, line 2: expected a record, found the end of the file"
+
+
+@pytest.mark.parametrize("arguments, data, problem", [
+    ((), "q:s", "--data q: s.csv has no column of that name; it has E, N, h, d, s"),
+    (("--line", "d"), "d:s", "expected --line and --time together"),
+    (("--type", "tmi"), "d", "--type tmi: expected --field incl,decl,nT with magnetic data"),
+    (("--type", "tm"), "d", "--type tm: unknown; known are 0 gz, 1 tmi, 2 gzz, 10 gxx, 11 gyy, 12 gzz, 13 gxy, 14 gxz, "
+                            "15 gyz, 20 tx, 21 ty, 22 tz"),
+    (("--type", "tmi", "--field", "100,0,50000"), "d", "--field, --direction: expected an inclination within 90 degrees "
+                                                       "and a declination within 360, found 100, 0"),
+    (("--field", "60,0,-1"), "d", "--field 60,0,-1: expected a field strength above 0 nT"),
+    (("--field", "60,0"), "d", "--field 60,0: expected incl,decl,nT"),
+    (("--type", "gz", "--field", "60,0,50000"), "d", "--field: gz data have no inducing field"),
+    (("--type", "gz", "gzz"), "d", "--type: expected one data type, or one for each of the 1 components"),
+    (("--angles", "s"), "d", "--angles s: expected aincl:adecl"),
+    (("--angles", "s:s"), "d", "--angles: expected data of type tmi"),
+    (("--components", 2), "d", "--components goes with --csv"),
+    (("--floor", "-1"), "d", "--floor: expected a number of 0 or more, found -1"),
+    (("--z-unit", "miles"), "d", "--z-unit miles: expected one of m, km, ft"),
+    ((), None, "expected --data with the column of the data")])
+def test_what_is_wrong_on_the_command_line(convert, tmp_path, arguments, data, problem):
+    assert one_line(convert(HEAD, *arguments, data=data), 2) == problem
+    assert not (tmp_path / "d.obs").exists()
+
+
+def test_uncertainties_of_nothing(convert):
+    done = convert(HEAD + "1,2,3,0,5\n", "--percent", 5, data="d")
+    assert one_line(done) == ('s.csv, line 3: column "d": expected a datum to which --percent and --floor give a standard '
+                              'deviation above 0, found "0"')
+
+
+def test_names_of_lines(convert):
+    done = convert("E,N,h,d,line,t\n1,2,3,4,12345678901234567,1\n", "--line", "line", "--time", "t", data="d")
+    assert one_line(done) == ('s.csv, line 2: column "line": expected a line name of 1 to 16 characters, found '
+                              '"12345678901234567"')
+    done = convert("E,N,h,d,line,t\n1,2,3,4,a,1\n1,2,3,4,a,1\n1,2,3,4,b,0\n", "--line", "line", "--time", "t", data="d")
+    assert done.errors == ("voxlith-tools: warning: d.obs: the time does not rise along its line in 1 records; averages "
+                           "along lines need it to\n")
+
+
+def test_a_field_that_is_not_that_of_the_earth(convert):
+    done = convert(HEAD, "--field", "60,0,5")
+    assert done.errors == "voxlith-tools: warning: d.obs: a field of 5 nT is not that of the Earth\n"
+
+
+def test_dummies_have_many_names(convert, tmp_path):
+    done = convert("E,N,h,d,s\n1,1,1,NA,1\n1,1,1,*,1\n1,1,1,-9999.0,1\n1,1,1,NaN,1\n1,1,1,-1e31,1\n1,1,1,7,NA\n",
+                   "--dummy", "-9999")
+    assert done.status == 0
+    found = read_obs_file(tmp_path / "d.obs", codes=[0])
+    assert np.isnan(found.data[0]).tolist() == 5 * [True] + [False]
+    assert (found.data[0, 5], found.uncertainty[0, 5]) == (7.0, 0.01)
+
+
+def test_the_downhole_form_keeps_its_angles(convert, tools, tmp_path):
+    csv = "E,N,h,d,s,i,a\n1,2,3,4,5,60,7\n1,2,3,4,5,61,8\n"
+    assert convert(csv, "--angles", "i:a", "--field", "60,0,50000").status == 0
+    survey = Survey.read(tmp_path / "d.obs", "tmi")
+    assert survey.idir == 0 and survey.angles.tolist() == [[60, 7], [61, 8]]
+    assert tools("obs", "d.obs", "--csv", "back.csv").status == 0
+    assert (tmp_path / "back.csv").read_text() == ("x,y,z,aincl,adecl,data1,uncertainty1\n1,2,3,60,7,4,5\n"
+                                                   "1,2,3,61,8,4,5\n")
+    done = convert(csv.replace(",4,", ",,"), "--angles", "i:a", "--field", "60,0,50000")
+    assert one_line(done) == ('s.csv, line 2: column "d": expected a datum, as records with angles have no dummies, found '
+                              "an empty field")
+
+
+NUMBERS = st.floats(-1e4, 1e4).map(lambda value: float(f"{value:.9g}"))
+
+
+@given(components=st.integers(1, 4), magnetic=st.booleans(), with_lines=st.booleans(), data=st.data())
+def test_tables_go_there_and_back(tmp_path_factory, components, magnetic, with_lines, data):
+    """What is read of the observed data is what is in the table, and the table that comes back is the same text."""
+    from voxlith.cli.tools import main
+    folder = tmp_path_factory.mktemp("obs")
+    datum = st.one_of(st.none(), st.tuples(NUMBERS, st.floats(0.001, 100.0).map(lambda value: float(f"{value:.6g}"))))
+    records = data.draw(st.lists(st.tuples(st.tuples(NUMBERS, NUMBERS, NUMBERS),
+                                           st.lists(datum, min_size=components, max_size=components)), min_size=1, max_size=8))
+    names = [f"d{n}:s{n}" for n in range(components)]
+    lines = ["E,N,h," + ",".join(names).replace(":", ",") + (",line,time" if with_lines else "")]
+    for number, (place, values) in enumerate(records):
+        fields = [*map(repr, place)]
+        for value in values:
+            fields += ["", ""] if value is None else [*map(repr, value)]
+        lines.append(",".join(fields + ([f"L{number % 2}", str(number)] if with_lines else [])))
+    (folder / "s.csv").write_text("\n".join(lines) + "\n")
+    columns = [*PLACES, "--data", *names, *(("--line", "line", "--time", "time") if with_lines else ())]
+    field = ["--field", "60.5,-3,51234.5", "--type", "tmi"] if magnetic else []
+    there = [*columns, *field, "--out", str(folder / "d.obs")]
+    assert main(["obs", str(folder / "s.csv"), *there]) == 0
+    found = read_obs_file(folder / "d.obs", codes=components * [1 if magnetic else 0], lined=with_lines)
+    expected = [[np.nan if value is None else value[0] for value in values] for _, values in records]
+    np.testing.assert_array_equal(found.data.T, expected)
+    assert found.x.tolist() == [place[0] for place, _ in records]
+    back = [*columns, "--csv"]
+    observed = (folder / "d.obs").read_text()
+    assert main(["obs", str(folder / "d.obs"), *back, str(folder / "back.csv")]) == 0
+    assert main(["obs", str(folder / "back.csv"), *there]) == 0
+    assert (folder / "d.obs").read_text() == observed
+    assert main(["obs", str(folder / "d.obs"), *back, str(folder / "again.csv")]) == 0
+    assert (folder / "again.csv").read_text() == (folder / "back.csv").read_text()
+
+
+def test_what_the_program_writes_is_read(tools, tmp_path):
+    (tmp_path / "p.pre").write_text("      2                         !! # of data\n"
+                                    "      100.00      200.00       50.00  0.123456E+01  0.100000E-01\n"
+                                    "      110.00      200.00       50.00             *             *\n\n")
+    done = tools("obs", "p.pre", "--csv", "back.csv")
+    assert (done.status, done.errors) == (0, "")
+    assert (tmp_path / "back.csv").read_text() == ("x,y,z,data1,uncertainty1\n100,200,50,1.23456,0.01\n110,200,50,,\n")
+    (tmp_path / "w.obs").write_text("3\n1 2 3 4\n1 2 3 5\n")
+    done = tools("obs", "w.obs", "--csv", "back.csv", "--separator", "semicolon")
+    assert done.errors == "voxlith-tools: warning: the count line says 3, the file holds 2 records\n"
+    assert (tmp_path / "back.csv").read_text() == "x;y;z;data1\n1;2;3;4\n1;2;3;5\n"
+    assert "mGal" not in done.out and "mGal" in tools("obs", "w.obs", "--csv", "back.csv", "--type", "gz").out
+
+
+@pytest.mark.parametrize("text, problem", [
+    ("2\n1 2 3 4 5\n1 2 3 4\n", "line 3: expected 5 columns, found 4"),
+    ("2\n1 2 3 4 5\n\n1 2 3 4 5\n", "line 3: expected a record, found a blank line"),
+    ("2\n1 2 x 4 5\n", 'line 2: expected the elevation, found "x"'),
+    ("1\n1 2,,3 4 5\n", "line 2: expected words of at most 31 characters, found an empty column"),
+    ("", "line 1: expected a header, found the end of the file"),
+    ("1\n", "line 2: expected record 1 of 1, found the end of the file"),
+    ("abc\n", 'line 1: expected the number of data, found "abc"'),
+    ("1\n1 2 3 " + 2000000 * "4" + "\n", "line 2: expected a line of at most 1048576 characters, found 2000006")])
+def test_observed_data_that_cannot_be_read(tools, tmp_path, text, problem):
+    (tmp_path / "bad.obs").write_text(text)
+    assert one_line(tools("obs", "bad.obs", "--csv", "back.csv")) == f"bad.obs, {problem}"
+    assert not (tmp_path / "back.csv").exists()
+
+
+def test_options_of_the_other_direction(tools, tmp_path):
+    (tmp_path / "d.obs").write_text("1\n1 2 3 4 5\n")
+    for option in (("--floor", 1), ("--z-down",), ("--dummy", "x"), ("--angles", "a:b")):
+        assert one_line(tools("obs", "d.obs", "--csv", "c.csv", *option), 2) == f"{option[0]} goes with --out"
+    assert "a CSV is written with commas" in one_line(tools("obs", "d.obs", "--csv", "c.csv", "--decimal-comma"), 2)
+    assert one_line(tools("obs", "d.obs"), 2) == "expected one of --out and --csv"
+    assert one_line(tools("obs", "d.obs", "--out", "a", "--csv", "b"), 2) == "--out and --csv exclude each other"
+    assert one_line(tools("obs", "d.obs", "--csv", "./d.obs"), 2) == (
+        "--out ./d.obs: expected another file than that of the file to convert")
+    assert (tmp_path / "d.obs").read_text() == "1\n1 2 3 4 5\n"
