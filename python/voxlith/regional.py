@@ -1,0 +1,220 @@
+"""Separation of a regional field from the anomalies of a survey.
+
+Three methods: a polynomial in x and y by robust least squares; upward continuation to a height at which the anomalies
+have faded; and the long wavelengths. The last two work on equivalent sources, point masses below the stations, so that
+stations need not be on a grid or at one elevation (Dampney 1969, Geophysics 34, 39-53).
+"""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import Any, Literal
+
+import numpy as np
+import numpy.typing as npt
+
+from .errors import UsageError
+from .packages import require
+from .survey import Survey
+
+Reals = npt.NDArray[np.float64]
+Mask = npt.NDArray[np.bool_]
+Method = Literal["polynomial", "upward", "wavelength"]
+
+_TUKEY = 4.685  # tuning constant of the biweight for 95 % efficiency
+_MOST_SOURCES = 6000
+_DEPTH_OF_SPACING = 2.5  # depth of equivalent sources over the distance of the stations
+_GRID = 128
+
+
+@dataclass(frozen=True)
+class Regional:
+    """A regional field at the stations.
+
+    Attributes
+    ----------
+    values : ndarray, shape (n,)
+        In the unit of the data.
+    method : {"polynomial", "upward", "wavelength"}
+    parameter : float
+        Order, height (m) or wavelength (m).
+    coefficients : ndarray
+        Of a polynomial in (x - x0)/r and (y - y0)/r; empty for the other methods.
+    origin : tuple of 3 float
+        x0, y0 and r, metres.
+    """
+
+    values: Reals
+    method: Method
+    parameter: float
+    coefficients: Reals
+    origin: tuple[float, float, float]
+
+
+def polynomial_regional(survey: Survey, order: int, component: int = 0) -> Regional:
+    """A polynomial of order 0 (a constant) to 3 in x and y by robust least squares.
+
+    Iteratively reweighted with Tukey's biweight, so that anomalies, which lie to one side, count little (Beaton and
+    Tukey 1974, Technometrics 16, 147-185). Terms that the stations do not determine, such as slopes across a single
+    line, stay 0.
+
+    Raises
+    ------
+    UsageError
+        For another order, or too few stations.
+    """
+    if order not in (0, 1, 2, 3):
+        raise UsageError(f"regional: expected an order of 0 to 3, found {order}")
+    values, valid = _data(survey, component)
+    x, y, origin = _scaled(survey)
+    design = np.column_stack([x**i * y**j for i in range(order + 1) for j in range(order + 1 - i)])
+    if np.count_nonzero(valid) < 2 * design.shape[1]:
+        raise UsageError(f"regional: expected {2 * design.shape[1]} data or more for order {order}, found "
+                         f"{np.count_nonzero(valid)}")
+    coefficients = _robust_fit(design[valid], values[valid])
+    return Regional(design @ coefficients, "polynomial", float(order), coefficients, origin)
+
+
+def upward_regional(survey: Survey, height: float, component: int = 0) -> Regional:
+    """The field continued upwards by a height, by equivalent sources. Raises UsageError."""
+    if not height > 0.0:
+        raise UsageError(f"regional: expected a height above 0, found {height:g}")
+    sources = _EquivalentSources(survey, component)
+    raised = sources.predict(survey.x, survey.y, survey.elevation + height)
+    return Regional(raised, "upward", height, np.zeros(0), (0.0, 0.0, 1.0))
+
+
+def wavelength_regional(survey: Survey, wavelength: float, component: int = 0) -> Regional:
+    """The wavelengths above a limit: a Gaussian low pass of half amplitude at it, on a grid of equivalent sources.
+
+    Raises
+    ------
+    UsageError
+        When the wavelength is not above 0, or is longer than twice the survey.
+    """
+    extent = max(float(np.ptp(survey.x)), float(np.ptp(survey.y)))
+    if not 0.0 < wavelength <= 2.0 * extent:
+        raise UsageError(f"regional: expected a wavelength above 0 and up to twice the survey, {2.0 * extent:g} m, found "
+                         f"{wavelength:g}")
+    interpolate = require("scipy.interpolate", "the separation of wavelengths")
+    ndimage = require("scipy.ndimage", "the separation of wavelengths")
+    sources = _EquivalentSources(survey, component)
+    margin = wavelength
+    step = max(extent + 2.0 * margin, 1.0) / _GRID
+    axes = [np.arange(float(values.min()) - margin, float(values.max()) + margin + step, step)
+            for values in (survey.x, survey.y)]
+    grid_x, grid_y = np.meshgrid(*axes, indexing="ij")
+    level = float(np.median(survey.elevation))
+    # Beyond the survey the sources extrapolate; the margin keeps edges of the grid away.
+    grid = sources.predict(grid_x.ravel(), grid_y.ravel(), np.full(grid_x.size, level)).reshape(grid_x.shape)
+    # exp(-2 pi^2 s^2 / wavelength^2) = 1/2
+    width = wavelength * math.sqrt(0.5 * math.log(2.0)) / math.pi
+    smooth = ndimage.gaussian_filter(grid, width / step, mode="nearest")
+    found = interpolate.RegularGridInterpolator(axes, smooth, bounds_error=False, fill_value=None)
+    values = np.asarray(found(np.column_stack([survey.x, survey.y])), dtype=np.float64)
+    return Regional(values, "wavelength", wavelength, np.zeros(0), (0.0, 0.0, 1.0))
+
+
+def subtract(survey: Survey, regional: Regional, component: int = 0) -> Survey:
+    """The survey with the residual in place of a component."""
+    data = survey.data.copy()
+    data[component] -= regional.values
+    return survey.with_data(data)
+
+
+class _EquivalentSources:
+    """Point masses, one below each place of the survey, that reproduce its data.
+
+    A level is fitted beside them. The damping is that at which the data are fitted to their standard deviations.
+    """
+
+    def __init__(self, survey: Survey, component: int) -> None:
+        values, valid = _data(survey, component)
+        linalg = require("scipy.linalg", "equivalent sources")
+        spatial = require("scipy.spatial", "equivalent sources")
+        places = np.column_stack([survey.x, survey.y, survey.elevation])[valid]
+        tree = spatial.cKDTree(places[:, :2])
+        apart = tree.query(places[:, :2], k=2)[0][:, 1]
+        spacing = float(np.median(apart[apart > 0.0])) if (apart > 0.0).any() else 0.0
+        if len(places) < 4 or not spacing > 0.0:
+            raise UsageError("regional: expected four stations or more at different places")
+        if len(places) > _MOST_SOURCES:
+            raise UsageError(f"regional: expected at most {_MOST_SOURCES} stations for equivalent sources, found "
+                             f"{len(places)}; thin them, or use a polynomial")
+        self._depth = _DEPTH_OF_SPACING * spacing
+        keep: npt.NDArray[np.intp] = np.unique(np.rint(places[:, :2] / (0.5 * spacing)), axis=0, return_index=True)[1]
+        self._sources = places[keep] - np.array([0.0, 0.0, self._depth])
+        self._level = float(np.median(values[valid]))
+        deviations = np.nan_to_num(survey.uncertainties()[component][valid], nan=1.0)
+        rows = self._rows(places) / deviations[:, None]
+        target = (values[valid] - self._level) / deviations
+        self._strengths = _damped(linalg, rows, target)
+
+    def predict(self, x: Reals, y: Reals, elevation: Reals) -> Reals:
+        """The field at places."""
+        places = np.column_stack([x, y, elevation])
+        found = np.empty(len(places))
+        for first in range(0, len(places), 2048):
+            found[first: first + 2048] = self._rows(places[first: first + 2048]) @ self._strengths
+        return found + self._level
+
+    def _rows(self, places: Reals) -> Reals:
+        """Attraction of the sources, 1 right above a source."""
+        offset = places[:, None, :] - self._sources[None, :, :]
+        distance = np.sqrt((offset**2).sum(axis=2))
+        rows: Reals = offset[:, :, 2] * self._depth**2 / distance**3
+        return rows
+
+
+def _damped(linalg: Any, rows: Reals, target: Reals) -> Reals:
+    """Least squares with the largest damping that fits to a root mean square of 1."""
+    left, values, right = (np.asarray(part, dtype=np.float64) for part in linalg.svd(rows, full_matrices=False))
+    turned = left.T @ target
+    outside = max(float(target @ target - turned @ turned), 0.0)
+
+    def misfit(damping: float) -> float:
+        rest = turned * damping / (values**2 + damping)
+        return math.sqrt((float(rest @ rest) + outside) / len(target))
+
+    low, high = math.log(float(values[0]) ** 2 * 1.0e-12), math.log(float(values[0]) ** 2 * 1.0e3)
+    for _ in range(60):
+        middle = 0.5 * (low + high)
+        low, high = (middle, high) if misfit(math.exp(middle)) < 1.0 else (low, middle)
+    damping = math.exp(low)
+    return np.asarray(right.T @ (turned * values / (values**2 + damping)), dtype=np.float64)
+
+
+def _robust_fit(design: Reals, values: Reals) -> Reals:
+    weights = np.ones(len(values))
+    coefficients = np.zeros(design.shape[1])
+    for number in range(60):
+        root = np.sqrt(weights)[:, None]
+        found = np.linalg.lstsq(design * root, values * root[:, 0], rcond=1.0e-6)[0]
+        done = number > 3 and np.allclose(found, coefficients, rtol=1.0e-8, atol=1.0e-10 * float(np.abs(found).max()))
+        coefficients = found
+        if done:
+            break
+        residual = values - design @ coefficients
+        middle = float(np.median(residual))
+        scale = _TUKEY * 1.4826 * float(np.median(np.abs(residual - middle)))
+        if not scale > 1.0e-12 * float(np.abs(values).max()):
+            break
+        weights = np.square(np.clip(1.0 - np.square(residual / scale), 0.0, None))
+    return np.asarray(coefficients, dtype=np.float64)
+
+
+def _data(survey: Survey, component: int) -> tuple[Reals, Mask]:
+    if not 0 <= component < survey.n_components:
+        raise UsageError(f"regional: expected a component of 1 to {survey.n_components}, found {component + 1}")
+    values = survey.data[component]
+    valid: Mask = np.isfinite(values)
+    if not valid.any():
+        raise UsageError("regional: no datum is valid")
+    return values, valid
+
+
+def _scaled(survey: Survey) -> tuple[Reals, Reals, tuple[float, float, float]]:
+    x0, y0 = 0.5 * float(survey.x.min() + survey.x.max()), 0.5 * float(survey.y.min() + survey.y.max())
+    radius = max(0.5 * float(np.ptp(survey.x)), 0.5 * float(np.ptp(survey.y)), 1.0e-9)
+    return (survey.x - x0) / radius, (survey.y - y0) / radius, (x0, y0, radius)

@@ -1,0 +1,96 @@
+"""What a file of numbers cannot say of itself: its coordinate reference system, the shift of its origin, and its history.
+
+The side file of ``gz.obs`` is ``gz.obs.json``. Programs that know nothing of it are not disturbed.
+"""
+
+from __future__ import annotations
+
+import json
+import os
+from dataclasses import dataclass, field, replace
+from typing import Any
+
+from .errors import FileError, PathLike
+from .io.output import write_bytes
+
+ENDING = ".json"
+_MARK = "voxlith side file"
+
+
+@dataclass(frozen=True)
+class SideInfo:
+    """Contents of a side file.
+
+    Attributes
+    ----------
+    crs : str
+        Coordinate reference system, such as ``EPSG:32633``, or WKT; empty when unknown.
+    shift : tuple of 2 float
+        Metres that were subtracted from easting and northing; add them for coordinates of the reference system.
+    history : tuple of dict
+        What was done to the data, the first step first; each has an ``operation``.
+    """
+
+    crs: str = ""
+    shift: tuple[float, float] = (0.0, 0.0)
+    history: tuple[dict[str, Any], ...] = field(default=())
+
+    @property
+    def is_empty(self) -> bool:
+        """Whether there is nothing to remember."""
+        return not self.crs and self.shift == (0.0, 0.0) and not self.history
+
+    def with_step(self, operation: str, **details: Any) -> SideInfo:
+        """The same with one more step of the history."""
+        return replace(self, history=(*self.history, {"operation": operation, **details}))
+
+
+def side_path(path: PathLike) -> str:
+    """Name of the side file.
+
+    >>> side_path("gz.obs")
+    'gz.obs.json'
+    """
+    return os.fspath(path) + ENDING
+
+
+def read_side_file(path: PathLike) -> SideInfo:
+    """What is remembered of a file; nothing without a side file.
+
+    Raises
+    ------
+    FileError
+        When there is a side file of another form.
+    """
+    name = side_path(path)
+    try:
+        with open(name, encoding="utf-8") as file:
+            found = json.load(file)
+    except FileNotFoundError:
+        return SideInfo()
+    except (OSError, ValueError) as error:
+        raise FileError(name, f"expected a side file in JSON ({error})") from error
+    try:
+        if found["format"] != _MARK:
+            raise KeyError("format")
+        east, north = (float(value) for value in found.get("shift", (0.0, 0.0)))
+        history = tuple(dict(step) for step in found.get("history", ()))
+        return SideInfo(str(found.get("crs", "")), (east, north), history)
+    except (KeyError, TypeError, ValueError) as error:
+        raise FileError(name, f"expected a side file with format, crs, shift and history ({error!r})") from error
+
+
+def write_side_file(path: PathLike, info: SideInfo) -> bool:
+    """Write the side file of a file, or remove an old one when there is nothing to remember; gives whether there is one
+    now. Raises FileError."""
+    name = side_path(path)
+    if info.is_empty:
+        try:
+            os.remove(name)
+        except OSError:
+            pass
+        return False
+    text = json.dumps({"format": _MARK, "of": os.path.basename(os.fspath(path)), "crs": info.crs,
+                       "shift": list(info.shift), "history": list(info.history)}, indent=1, ensure_ascii=False)
+    write_bytes(name, (text + "\n").encode("utf-8"))
+    return True

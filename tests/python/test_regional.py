@@ -1,0 +1,97 @@
+"""Separation of a regional field: truth recovered, whatever level, slope and anomalies there are."""
+
+from __future__ import annotations
+
+import numpy as np
+import pytest
+
+from voxlith import Survey, UsageError
+from voxlith.regional import polynomial_regional, subtract, upward_regional, wavelength_regional
+
+SD = 0.02
+
+
+def places(count: int = 20) -> tuple[np.ndarray, np.ndarray]:
+    generator = np.random.default_rng(4)
+    x, y = (a.ravel() * 100.0 + generator.normal(0.0, 8.0, count * count)
+            for a in np.meshgrid(np.arange(count), np.arange(count)))
+    return x, y
+
+
+def mass(x, y, x0, y0, depth, amplitude):
+    return amplitude * (1.0 + ((x - x0) ** 2 + (y - y0) ** 2) / depth**2) ** -1.5
+
+
+def survey(data: np.ndarray, x: np.ndarray, y: np.ndarray, noise: float = SD) -> Survey:
+    data = data + np.random.default_rng(7).normal(0.0, noise, data.shape)
+    return Survey(x, y, 10.0 + 0.01 * x, [data], (0,), [np.full(data.shape, SD)])
+
+
+@pytest.mark.parametrize("order", [0, 1, 2, 3])
+def test_polynomial_is_recovered_beside_anomalies(order):
+    x, y = places()
+    u, v = (x - 950.0) / 950.0, (y - 950.0) / 950.0
+    regional = 12.0 + (order > 0) * (2.0 * u - 1.0 * v) + (order > 1) * (0.7 * u * v - u**2) + (order > 2) * 0.5 * v**3
+    found = polynomial_regional(survey(regional + mass(x, y, 600.0, 700.0, 120.0, 2.0), x, y), order)
+    assert np.abs(found.values - regional).max() < (0.15 if order < 2 else 0.3)
+    residual = subtract(survey(regional + mass(x, y, 600.0, 700.0, 120.0, 2.0), x, y), found)
+    assert np.abs(residual.data[0] - mass(x, y, 600.0, 700.0, 120.0, 2.0)).max() < 0.3
+
+
+def test_polynomial_of_a_line_has_no_slope_across_it():
+    x = np.arange(60.0) * 50.0
+    found = polynomial_regional(survey(3.0 + 0.001 * x, x, 0.0 * x), 1)
+    assert np.allclose(found.values, 3.0 + 0.001 * x, atol=0.02)
+    assert abs(found.coefficients[1]) < 1.0e-6
+
+
+def test_masked_data_have_a_regional_too():
+    x, y = places()
+    made = survey(5.0 + 0.001 * x, x, y)
+    made.data[0, :50] = np.nan
+    found = polynomial_regional(made, 1)
+    assert np.allclose(found.values, 5.0 + 0.001 * x, atol=0.02)
+    assert np.isnan(subtract(made, found).data[0, :50]).all()
+
+
+def test_upward_continuation_of_a_point_mass_is_that_of_a_deeper_one():
+    """Noise-free and well inside the survey: the field at height h of a mass at depth d is that at depth d + h."""
+    x, y = places()
+    depth, height = 300.0, 200.0
+    made = survey(mass(x, y, 950.0, 950.0, depth, 2.0), x, y, 0.0)
+    made.elevation[:] = 0.0
+    found = upward_regional(made, height).values
+    expected = mass(x, y, 950.0, 950.0, depth + height, 2.0 * (depth / (depth + height)) ** 2)
+    inner = (np.hypot(x - 950.0, y - 950.0) < 500.0)
+    assert np.abs(found - expected)[inner].max() < 0.05 * expected.max()
+
+
+def test_wavelengths_are_separated():
+    x, y = places(28)
+    long, short = 5.0 * np.sin(2 * np.pi * x / 4000.0), 1.0 * np.sin(2 * np.pi * x / 350.0)
+    found = wavelength_regional(survey(long + short, x, y, 0.0), 1200.0).values
+    inner = (abs(x - 1350.0) < 700.0) & (abs(y - 1350.0) < 700.0)
+    assert np.abs(found - long)[inner].max() < 0.8
+    assert np.std((found - long)[inner]) < 0.4
+
+
+def test_regional_and_residual_add_up():
+    x, y = places()
+    made = survey(12.0 + 0.002 * x + mass(x, y, 900.0, 900.0, 150.0, 2.0), x, y)
+    for regional in (polynomial_regional(made, 2), upward_regional(made, 500.0), wavelength_regional(made, 1500.0)):
+        assert np.allclose(subtract(made, regional).data[0] + regional.values, made.data[0])
+
+
+def test_refusals():
+    x, y = places(4)
+    made = survey(0.0 * x, x, y)
+    for call, message in ((lambda: polynomial_regional(made, 4), "order of 0 to 3"),
+                          (lambda: polynomial_regional(made, 3), "20 data or more"),
+                          (lambda: upward_regional(made, 0.0), "height above 0"),
+                          (lambda: wavelength_regional(made, 1.0e6), "wavelength"),
+                          (lambda: polynomial_regional(made, 1, 3), "component")):
+        with pytest.raises(UsageError, match=message):
+            call()
+    made.data[:] = np.nan
+    with pytest.raises(UsageError, match="no datum"):
+        polynomial_regional(made, 0)
