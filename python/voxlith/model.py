@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 from dataclasses import dataclass
 from typing import Any
+from xml.sax.saxutils import escape
 
 import numpy as np
 import numpy.typing as npt
@@ -213,9 +214,11 @@ def models_to_vtk(models: list[Model]) -> Any:
     mesh = models[0].mesh
     grid = data_model.vtkRectilinearGrid()
     grid.SetDimensions(mesh.nx + 1, mesh.ny + 1, mesh.nz + 1)
-    for put, nodes in ((grid.SetXCoordinates, mesh.x_nodes), (grid.SetYCoordinates, mesh.y_nodes),
-                       (grid.SetZCoordinates, mesh.z_nodes[::-1])):
-        put(support.numpy_to_vtk(nodes, deep=True))
+    for name, put, nodes in (("x", grid.SetXCoordinates, mesh.x_nodes), ("y", grid.SetYCoordinates, mesh.y_nodes),
+                             ("z", grid.SetZCoordinates, mesh.z_nodes[::-1])):
+        array = support.numpy_to_vtk(nodes, deep=True)
+        array.SetName(name)
+        put(array)
     for model in models:
         array = support.numpy_to_vtk(model.to_discretize(), deep=True)
         array.SetName(model.name)
@@ -233,6 +236,10 @@ def models_to_vtk(models: list[Model]) -> Any:
 def write_vtr(path: PathLike, models: list[Model]) -> None:
     """Write models of one mesh into a VTK rectilinear grid (.vtr). Raises FileError and as :func:`models_to_vtk`."""
     grid = models_to_vtk(models)
+    arrays = grid.GetCellData()
+    for number in range(arrays.GetNumberOfArrays()):
+        # The writer of VTK 9 puts names into the file as they are.
+        arrays.GetArray(number).SetName(escape(arrays.GetArray(number).GetName(), {'"': "&quot;"}))
     writer = require("vtkmodules.vtkIOXML", "VTK grids").vtkXMLRectilinearGridWriter()
     writer.SetInputData(grid)
     writer.SetDataModeToAppended()

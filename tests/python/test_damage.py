@@ -17,6 +17,7 @@ from voxlith import FileError, Mesh, Model, Sensitivity, Survey, UsageError
 from voxlith.io import tables
 from voxlith.io.bounds_file import read_bounds_file, write_bounds_file
 from voxlith.io.control_file import read_control_file
+from voxlith.io.csv_file import read_csv_file
 from voxlith.io.line_search_file import read_line_search_file, write_line_search_file
 from voxlith.io.log_file import read_log_file
 from voxlith.io.model_file import read_model_file
@@ -50,6 +51,7 @@ READERS = {
     "bounds": lambda path, strict: read_bounds_file(path, 192, strict=strict),
     "weights": lambda path, strict: read_weight_files([path], 8, 6, 4, strict=strict),
     "topography": lambda path, strict: read_topography_file(path),
+    "table": lambda path, strict: read_csv_file(path, separator="auto", decimal_comma=not strict),
     "gravity data": lambda path, strict: read_obs_file(path, codes=[0], strict=strict),
     "magnetic data": lambda path, strict: read_obs_file(path, codes=[1, 20], records=30, strict=strict),
     "any data": lambda path, strict: Survey.read(path, strict=strict),

@@ -1,0 +1,144 @@
+"""Control files written for given data: the program takes them as they stand and fits the data."""
+
+import os
+import subprocess
+
+import numpy as np
+import pytest
+from conftest import BUILD, DIRECTION, FIELD, one_line
+
+from voxlith import Mesh, Model, Run, Survey
+from voxlith.io.control_file import read_control_file
+
+KINDS = {"gz": 0, "tmi": 1}
+
+
+@pytest.fixture
+def survey(tools, tmp_path):
+    """Makes data of a block, and their sensitivities; a new kind replaces the data but no sensitivity file."""
+    x, y = (a.ravel() for a in np.meshgrid(np.arange(1000.0, 1801, 100), np.arange(0.0, 801, 100)))
+    mesh = Mesh.from_widths((600.0, -400.0, 250.0), 16 * [100.0], 16 * [100.0], 8 * [50.0])
+    mesh.write(tmp_path / "mesh.msh")
+    cx, cy, cz = mesh.centres().T
+    inside = (abs(cx - 1400) < 160) & (abs(cy - 400) < 160) & (cz < 200) & (cz > 0)
+
+    def make(kind, value, mtx="g.mtx", weight=()):
+        field = (FIELD, DIRECTION) if kind == "tmi" else (None, None)
+        Survey(x, y, np.full(81, 250.0), np.zeros((1, 81)), (KINDS[kind],), field=field[0],
+               direction=field[1]).write(tmp_path / "s.obs")
+        Model(mesh, np.where(inside, value, 0.0)).write(tmp_path / "true.mod")
+        noise = "2,0.01" if kind == "gz" else "2,1"
+        for words in (("predict", "--stations", "s.obs", "--model", "true.mod", "--noise", noise, "--out", "d.obs"),
+                      ("mtx", "--stations", "d.obs", "--out", mtx, *weight)):
+            done = tools(*words, "--mesh", "mesh.msh", "--type", kind)
+            assert done.status == 0, done.errors
+        return Survey.read(tmp_path / "d.obs", kind)
+    return make
+
+
+@pytest.fixture
+def two_kinds(survey, tmp_path):
+    """Gravity of one block and total field of another one in one data file; gz.mtx and tmi.mtx."""
+    def make(density, susceptibility, gravity_weight="40,3"):
+        magnetic = survey("tmi", susceptibility, "tmi.mtx", ("--depth-weight", "40,3"))
+        gravity = survey("gz", density, "gz.mtx", ("--depth-weight", gravity_weight))
+        Survey(gravity.x, gravity.y, gravity.elevation, np.vstack([gravity.data, magnetic.data]), (0, 1),
+               np.vstack([gravity.uncertainty, magnetic.uncertainty])).write(tmp_path / "d.obs")
+        return ("--data", "d.obs", "--mtx", "gz.mtx", "tmi.mtx")
+    return make
+
+
+GRAVITY = ("--data", "d.obs", "--mtx", "g.mtx")
+
+
+def run(folder):
+    done = subprocess.run([BUILD / "voxlith", "voxlith.inp"], cwd=folder, capture_output=True, timeout=120)
+    assert done.returncode == 0, done
+    return Run(folder)
+
+
+def misfits(run):
+    return [row.misfit for row in run.table]
+
+
+def test_gravity_data_are_fitted(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    done = tools("init", *GRAVITY, "--mesh", "mesh.msh")
+    text = (tmp_path / "voxlith.inp").read_text()
+    assert done.status == 0 and done.errors == "" and text in done.out
+    assert "\nRun it with: voxlith voxlith.inp\n" in done.out and "81 records, 0 dummies" in done.out
+    found = misfits(run(tmp_path))
+    assert len(found) == 101 and found[0] > 5 and 0.6 < found[-1] < 1.2
+
+
+def test_magnetic_data_give_a_positive_model(survey, tools, tmp_path):
+    survey("tmi", 0.05)
+    assert tools("init", *GRAVITY).status == 0
+    control = read_control_file(tmp_path / "voxlith.inp")
+    assert control.values.positivity == 1
+    assert control.values.bounds == "0,1"
+    done = run(tmp_path)
+    assert misfits(done)[-1] < 1.2 and done.model().values.min() >= 0.0
+
+
+def test_what_is_asked_for_is_kept(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    words = ("init", *GRAVITY, "--sign", "positive", "--tradeoff", "0.125", "--iterations", 3, "--bounds", "0,0.7")
+    assert tools(*words).status == 0
+    text = (tmp_path / "voxlith.inp").read_text()
+    assert "\n0.125 0.02 1 " in text and "\n0,0.7 " in text
+    assert len(misfits(run(tmp_path))) == 4
+    assert one_line(tools(*words)) == "voxlith.inp: there is such a file already; --force replaces it"
+    assert tools(*words, "--force").status == 0
+
+
+def test_two_models_are_both_fitted(two_kinds, tools, tmp_path):
+    words = two_kinds(0.4, 0.05)
+    done = tools("init", *words, "--sign", "either")
+    assert done.status == 0 and done.errors == ""
+    text = (tmp_path / "voxlith.inp").read_text()
+    assert "\n1 1 1 1.0\n1 2 2 " in text
+    finished = run(tmp_path)
+    assert len(misfits(finished)) == 201
+    observed, predicted = Survey.read(tmp_path / "d.obs", ["gz", "tmi"]), finished.predicted
+    rms = np.sqrt(np.mean(((observed.data - predicted.data) / observed.uncertainty) ** 2, axis=1))
+    assert (rms > 0.1).all() and (rms < 1.3).all(), rms
+
+
+def test_depth_weights_that_differ(two_kinds, tools):
+    done = tools("init", *two_kinds(0.4, 0.05, "40,2"))
+    assert done.status == 0
+    assert "the depth weights of gz.mtx and tmi.mtx differ" in done.errors and done.errors.count("\n") == 1
+
+
+@pytest.mark.parametrize("density, sign, warning", [
+    (400.0, "positive", "check the unit of the data"), (0.4, "positive", ""), (-0.4, "negative", ""),
+    (0.4, "negative", "are to be negative: check the sign"), (-0.4, "positive", "are to be positive: check the sign")])
+def test_data_that_make_no_sense(survey, tools, density, sign, warning):
+    survey("gz", density)
+    done = tools("init", *GRAVITY, "--sign", sign)
+    assert done.status == 0 and warning in done.errors and done.errors.count("\n") == bool(warning)
+
+
+def test_what_does_not_belong_together(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    data = (tmp_path / "d.obs").read_text()
+    (tmp_path / "other.msh").write_text("2 2 2\n0 0 0\n2*1\n2*1\n2*1\n")
+    moved = data.replace("1100.00", "1150.00", 1)
+    for text, words, problem in (
+            (moved, GRAVITY, "d.obs, record 2: expected x 1100 as in g.mtx, found 1150"),
+            ("1\n1000 0 250 1 1\n", GRAVITY, "d.obs: expected 81 records as in g.mtx, found 1"),
+            (f"60 0 50000\n60 0 1\n{data}", GRAVITY, "d.obs, line 1: expected the header of gravity data"),
+            (data, (*GRAVITY, "--mesh", "other.msh"), "other.msh: expected 16 x 16 x 8 cells as in g.mtx, found 2 x 2 x 2"),
+            (data, ("--data", "d.obs", "--mtx", "g.mtx", "absent.mtx"), "absent.mtx: cannot be read")):
+        (tmp_path / "d.obs").write_text(text)
+        assert problem.replace(", record", ": record") in one_line(tools("init", *words))
+    for words, problem in (
+            (("--data", "d.obs", "--mtx", "g|.mtx", "g.mtx"), "expected a name of at most 120 characters"),
+            (("--data", "d!.obs", "--mtx", "g.mtx"), "expected a name of at most 80 characters"),
+            ((*GRAVITY, "--out", "d.obs", "--force"), "--out d.obs: expected another file than that of --data"),
+            ((*GRAVITY, "--bounds", "1,0"), "--bounds 1,0: expected a lower bound below the upper one"),
+            ((*GRAVITY, "--sign", "posi"), "--sign posi: expected one of auto, negative, either, positive; did you mean "
+                                           "positive?")):
+        assert problem in one_line(tools("init", *words), 2)
+    assert not os.path.exists(tmp_path / "voxlith.inp")
