@@ -71,7 +71,8 @@ VOXLITH_END_TARGET
 
 namespace voxlith {
 
-namespace {
+// Of one translation unit, like everything of the kernels.
+namespace {  // NOLINT(cert-dcl59-cpp)
 
 // The records of all sets, in the order of InstructionSet.
 #if defined(__x86_64__)

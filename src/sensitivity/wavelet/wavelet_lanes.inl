@@ -5,8 +5,9 @@ namespace voxlith::VOXLITH_SET {
 
 namespace {
 
-// The high half of every level is final. Of adjacent lines it is written to the array at once, of others through a
-// tile.
+// Lines of zeros, as in the padding and where a row has no coefficients, are left as they are: their transform has the
+// same bytes. The high half of every level is final. Of adjacent lines it is written to the array at once, of others
+// through a tile.
 template <std::size_t lanes, std::size_t fixedTaps>
 void forwardTile(double* values, const TileLocation& tile, std::size_t length, const TapTable<fixedTaps>& taps,
                  double* work) {
@@ -17,6 +18,9 @@ void forwardTile(double* values, const TileLocation& tile, std::size_t length, c
     double* const out = adjacent ? values + tile.offset[0] : outTile;
     const std::size_t outStride = adjacent ? tile.stride : lanes;
     loadTile<lanes>(values, tile, length, source);
+    if (isZero<lanes>(source, length)) {
+        return;
+    }
     std::size_t n = length;
     for (; n >= 4; n /= 2) {
         forwardLanes<lanes>(source, low, out, outStride, n, taps);
@@ -39,6 +43,9 @@ void inverseTile(double* values, const TileLocation& tile, std::size_t length, c
     double* target = work + lanes * length;
     double* other = work + 2 * lanes * length;
     loadTile<lanes>(values, tile, length, source);
+    if (isZero<lanes>(source, length)) {
+        return;
+    }
     std::size_t n = 4;
     for (; 2 * n <= length; n *= 2) {
         inverseLanes<lanes>(low, source + lanes * n / 2, target, lanes, n, taps);

@@ -61,6 +61,8 @@ void copyRow(const double* from, double* to) {
     }
 }
 
+typedef std::uint64_t BitRegister __attribute__((vector_size(VOXLITH_REGISTER_BYTES)));
+
 // Exchanges between rows that lie 4, 2 and 1 apart: together they transpose a square of 8, the last two one of 4, the
 // last one a square of 2. Templates, so that only the shuffles of the register's width are compiled.
 template <class Vector>
@@ -146,6 +148,26 @@ void loadTile(const double* values, const TileLocation& location, std::size_t le
             }
         }
     }
+}
+
+// All values are +0 by their bits.
+template <std::size_t lanes>
+bool isZero(const double* tile, std::size_t length) {
+    for (std::size_t j = 0; j < length; ++j) {
+        const double* const row = tile + lanes * j;
+        BitRegister bits{};
+        for (std::size_t l = 0; l < lanes; l += registerWidth) {
+            bits |= reinterpret_cast<BitRegister>(loadRegister(row + l));
+        }
+        std::uint64_t all = 0;
+        for (std::size_t n = 0; n < registerWidth; ++n) {
+            all |= bits[n];
+        }
+        if (all != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // Stores lines that are not adjacent; those are written to the array without a tile.
