@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#include "forward/block_energy.h"
+
 namespace voxlith {
 
 struct RankedCoefficient {
@@ -18,11 +20,17 @@ struct CompressedRow {
     double loss = 0;  // norm of the dropped coefficients over the norm of the row; 0 for a row of zeros
 };
 
+// Work memory of compressRow, reused from row to row.
+struct CompressionWork {
+    std::vector<BlockEnergy> energies;
+    std::vector<RankedCoefficient> candidates, ranked;
+    std::vector<double> scaled;  // a row of very small values
+};
+
 // The smallest set of coefficients of `padded` whose loss is at most `tolerance`. Of equal magnitudes the first ones
 // are kept. The set is never empty: a row of zeros keeps its first coefficient, because a row without any cannot be
 // read back. The memory of `work` and `row` is reused from row to row. Throws RunError when a coefficient is too large
 // for single precision.
-void compressRow(std::span<const double> padded, double tolerance, std::vector<RankedCoefficient>& work,
-                 CompressedRow& row);
+void compressRow(std::span<const double> padded, double tolerance, CompressionWork& work, CompressedRow& row);
 
 }  // namespace voxlith

@@ -35,7 +35,7 @@ std::size_t keptBySorting(std::vector<double> values, double tolerance) {
 }
 
 TEST(RowCompression, keepsTheSmallestSetWithinTheTolerance) {
-    std::vector<RankedCoefficient> work;
+    CompressionWork work;
     CompressedRow row;
     for (unsigned seed = 0; seed < 300; ++seed) {
         std::mt19937 generator(seed);
@@ -67,7 +67,7 @@ TEST(RowCompression, keepsTheSmallestSetWithinTheTolerance) {
 }
 
 TEST(RowCompression, equalMagnitudesAreKeptFromTheFront) {
-    std::vector<RankedCoefficient> work;
+    CompressionWork work;
     CompressedRow row;
     const std::vector<double> padded{1, -1, 1, -1, 1, 1, -1, 1, 1, 1};
     compressRow(padded, 0.55, work, row);  // three of ten may go: 0.3 is below 0.55^2, 0.4 is not
@@ -76,7 +76,7 @@ TEST(RowCompression, equalMagnitudesAreKeptFromTheFront) {
 }
 
 TEST(RowCompression, isNeverEmpty) {
-    std::vector<RankedCoefficient> work;
+    CompressionWork work;
     CompressedRow row;
     compressRow(std::vector<double>(16, 0.0), 0.01, work, row);
     EXPECT_EQ(row.coefIndex, (std::vector<std::int32_t>{1}));
@@ -87,7 +87,7 @@ TEST(RowCompression, isNeverEmpty) {
 }
 
 TEST(RowCompression, doesNotDependOnTheScaleOfTheRow) {
-    std::vector<RankedCoefficient> work;
+    CompressionWork work;
     CompressedRow large, small;
     std::vector<double> padded{5, 0.1, 3, 0.02, 0.3, 0.001};
     compressRow(padded, 0.05, work, small);
@@ -100,7 +100,7 @@ TEST(RowCompression, doesNotDependOnTheScaleOfTheRow) {
 }
 
 TEST(RowCompression, refusesValuesBeyondSinglePrecision) {
-    std::vector<RankedCoefficient> work;
+    CompressionWork work;
     CompressedRow row;
     for (const double value : {1e39, -1e39, std::nan(""), std::numeric_limits<double>::infinity()}) {
         EXPECT_THROW(compressRow(std::vector<double>{1.0, value}, 0.01, work, row), RunError) << value;
