@@ -51,15 +51,15 @@ void copyStations(const Survey& survey, ObsSet& obs) {
 
 // Work memory of one station.
 struct StationWork {
-    std::vector<double> corners, cells;
+    PrismWork prisms;
+    std::vector<double> cells;
     double datum = 0;
 };
 
 void computeDatum(const Survey& survey, std::span<const double> model, std::size_t station, StationWork& work) {
-    work.corners.resize(cornerWorkSize(survey.mesh));
     work.cells.resize(survey.mesh.cellCount());
     meshResponses(survey.mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
-                  work.corners, work.cells);
+                  work.prisms, work.cells);
     clearInactive(survey.ground, survey.mesh.zCentre.size(), work.cells);
     work.datum = 0;
     for (std::size_t cell = 0; cell < model.size(); ++cell) {

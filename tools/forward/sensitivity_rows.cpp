@@ -14,7 +14,6 @@ namespace voxlith {
 namespace {
 
 void resizeWork(const MeshGeometry& mesh, RowWork& work) {
-    work.corners.resize(cornerWorkSize(mesh));
     work.cells.resize(mesh.cellCount());
     work.padded.resize(paddedExtentsOf(mesh).total());
     work.waveletWork.resize(waveletWorkSize(paddedExtentsOf(mesh)));
@@ -79,7 +78,7 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
     const std::size_t nz = mesh.zCentre.size();
     resizeWork(mesh, work);
     meshResponses(mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
-                  work.corners, work.cells);
+                  work.prisms, work.cells);
     clearInactive(survey.ground, nz, work.cells);
     sumLayers(work.cells, nz, work.layers);
     if (sumBelow) {
@@ -91,7 +90,7 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
     padCells(work.cells, {}, mesh, work.padded);
     waveletTransform3D(work.padded, paddedExtentsOf(mesh), content.filter, WaveletDirection::forward, work.waveletWork);
     try {
-        compressRow(work.padded, tolerance, work.ranking, work.compressed);
+        compressRow(work.padded, tolerance, work.compression, work.compressed);
     } catch (const RunError& error) {
         throw RunError("station " + std::to_string(station + 1) + ": " + error.what());
     }

@@ -9,6 +9,7 @@
 
 #include "base/output_file.h"
 #include "forward/mtx_content.h"
+#include "forward/prism.h"
 #include "forward/row_compression.h"
 
 namespace voxlith {
@@ -21,12 +22,12 @@ struct RowStatistics {
 
 // Work memory of one row, filled by computeRow and reused from row to row.
 struct RowWork {
-    std::vector<double> corners;
+    PrismWork prisms;
     std::vector<double> cells;  // the row in the mesh; in the end as it is read back
     std::vector<double> padded;
     std::vector<double> waveletWork;
     std::vector<double> layers;  // nzl + 1 layer responses: layer by layer, then the whole mesh
-    std::vector<RankedCoefficient> ranking;
+    CompressionWork compression;
     CompressedRow compressed;
 };
 

@@ -57,10 +57,11 @@ protected:
     // Norm of the weighted row of each station.
     std::vector<double> rowNorms(const SensitivityFile& file) const {
         const Survey survey = readSurvey(options.survey);
-        std::vector<double> corners(cornerWorkSize(survey.mesh)), cells(survey.mesh.cellCount()), norms;
+        PrismWork work;
+        std::vector<double> cells(survey.mesh.cellCount()), norms;
         for (std::size_t n = 0; n < survey.stations.size(); ++n) {
-            meshResponses(survey.mesh, survey.stations[n].point, weightsOfStation(survey, n), survey.edgeDistance,
-                          corners, cells);
+            meshResponses(survey.mesh, survey.stations[n].point, weightsOfStation(survey, n), survey.edgeDistance, work,
+                          cells);
             double sum = 0;
             for (std::size_t cell = 0; cell < cells.size(); ++cell) {
                 sum += std::pow(cells[cell] / static_cast<double>(file.sensitivity.depthWeight[cell]), 2);

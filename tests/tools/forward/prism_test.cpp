@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/instruction_sets.h"
+
 namespace voxlith {
 namespace {
 
@@ -228,11 +230,11 @@ MeshGeometry unevenMesh() {
 
 TEST(MeshResponses, areThoseOfTheSinglePrismsInCellOrder) {
     const MeshGeometry mesh = unevenMesh();
-    std::vector<double> corners(cornerWorkSize(mesh));
+    PrismWork work;
     std::vector<double> cells(mesh.cellCount());
     for (const Component& component : allComponents()) {
         const StationPoint station{500012.0, 3.0, -104.0};
-        meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), corners, cells);
+        meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), work, cells);
         for (std::size_t j = 0; j < 4; ++j) {
             for (std::size_t i = 0; i < 3; ++i) {
                 for (std::size_t k = 0; k < 2; ++k) {
@@ -250,18 +252,144 @@ TEST(MeshResponses, areThoseOfTheSinglePrismsInCellOrder) {
 TEST(MeshResponses, sumToTheWholeBodyAlsoForStationsOnNodes) {
     const MeshGeometry mesh = unevenMesh();
     const Prism whole{500000.0, 500035.0, -20.0, 44.0, -100.0, -80.0};
-    std::vector<double> corners(cornerWorkSize(mesh));
+    PrismWork work;
     std::vector<double> cells(mesh.cellCount());
     // A node inside the mesh, where edges of four cells meet: the infinite terms cancel in the sum.
     const StationPoint station{500010.0, 7.0, -95.0};
     for (const Component& component : allComponents()) {
-        meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), corners, cells);
+        meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), work, cells);
         double sum = 0;
         for (const double cell : cells) {
             ASSERT_TRUE(std::isfinite(cell)) << component.name;
             sum += cell;
         }
         EXPECT_NEAR(sum, prismResponse(whole, station, component.weights), 1e-9) << component.name;
+    }
+}
+
+// The corner sums in 64-bit precision with the functions of the library, for stations that are on no face.
+long double termOfCorner(long double x, long double y, long double z, const ResponseWeights& w) {
+    const long double r = std::sqrt(x * x + y * y + z * z);
+    return w.z * (z * std::atan(x * y / (z * r)) - x * std::asinh(y / std::hypot(x, z)) -
+                  y * std::asinh(x / std::hypot(y, z))) -
+           w.xx * std::atan(y * z / (x * r)) - w.yy * std::atan(x * z / (y * r)) - w.zz * std::atan(x * y / (z * r)) +
+           w.xy * std::asinh(z / std::hypot(x, y)) + w.xz * std::asinh(y / std::hypot(x, z)) +
+           w.yz * std::asinh(x / std::hypot(y, z));
+}
+
+double exactResponse(const Prism& prism, const StationPoint& station, const ResponseWeights& weights) {
+    long double sum = 0;
+    for (std::size_t corner = 0; corner < 8; ++corner) {
+        const long double x = (corner & 1U) != 0 ? prism.x2 : prism.x1;
+        const long double y = (corner & 2U) != 0 ? prism.y2 : prism.y1;
+        const long double z = (corner & 4U) != 0 ? prism.depth2 : prism.depth1;
+        const long double term = termOfCorner(x - station.x, y - station.y, z - station.depth, weights);
+        sum += (corner == 1 || corner == 2 || corner == 4 || corner == 7) ? term : -term;
+    }
+    return static_cast<double>(sum);
+}
+
+std::vector<Component> allComponentsAndTheirSums() {
+    std::vector<Component> components = allComponents();
+    ResponseWeights inclined;
+    inclined.xx = 0.1, inclined.yy = 0.7, inclined.zz = 0.9, inclined.xy = -0.4, inclined.xz = 0.3, inclined.yz = 1.1;
+    components.push_back({"all second derivatives", inclined, {}});
+    ResponseWeights odd;
+    odd.xz = 0.5, odd.yz = -0.8;
+    components.push_back({"xz and yz", odd, {}});
+    return components;
+}
+
+// A mesh with columns near and far from any station above it, with padding cells.
+MeshGeometry wideMesh() {
+    MeshGeometry mesh;
+    mesh.nx = 120;
+    mesh.ny = 9;
+    mesh.nz = 5;
+    for (int n = 0; n <= mesh.nx; ++n) {
+        mesh.xNode.push_back(n < 110 ? 20.0 * n : mesh.xNode.back() * 1.05);
+    }
+    for (int n = 0; n <= mesh.ny; ++n) {
+        mesh.yNode.push_back(25.0 * n);
+    }
+    mesh.zNode = {-130.0, -118.0, -100.0, -80.0, -55.0, -25.0};
+    return mesh;
+}
+
+struct RowErrors {
+    double inNorm = 0;      // norm of the errors over that of the row
+    double inResponse = 0;  // largest error of a response over the largest of any direction at its distance
+};
+
+RowErrors errorsOfRow(const MeshGeometry& mesh, const StationPoint& station, const Component& component,
+                      std::span<const double> cells) {
+    double errors = 0, squares = 0;
+    RowErrors worst;
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        const auto nx = static_cast<std::size_t>(mesh.nx), nz = static_cast<std::size_t>(mesh.nz);
+        const std::size_t k = cell % nz, i = cell / nz % nx, j = cell / nz / nx;
+        const Prism prism{mesh.xNode[i],     mesh.xNode[i + 1], mesh.yNode[j],
+                          mesh.yNode[j + 1], mesh.zNode[k],     mesh.zNode[k + 1]};
+        const double expected = exactResponse(prism, station, component.weights);
+        const double error = std::abs(cells[cell] - expected);
+        const double distance = std::hypot(prism.x1 - station.x, prism.y1 - station.y, prism.depth1 - station.depth);
+        const double volume = (prism.x2 - prism.x1) * (prism.y2 - prism.y1) * (prism.depth2 - prism.depth1);
+        worst.inResponse =
+            std::max(worst.inResponse, error * std::pow(distance, component.weights.z != 0 ? 2 : 3) / volume);
+        errors += error * error;
+        squares += expected * expected;
+    }
+    worst.inNorm = std::sqrt(errors / squares);
+    return worst;
+}
+
+TEST(MeshResponses, haveSmallErrorsInNearAndFarColumns) {
+    const MeshGeometry mesh = wideMesh();
+    PrismWork work;
+    std::vector<double> cells(mesh.cellCount());
+    for (const StationPoint& station : {StationPoint{73.0, 101.0, -133.0}, StationPoint{1210.0, 11.0, -150.0},
+                                        StationPoint{-1900.0, 3700.0, -200.0}}) {
+        for (const Component& component : allComponentsAndTheirSums()) {
+            meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), work, cells);
+            const RowErrors errors = errorsOfRow(mesh, station, component, cells);
+            EXPECT_LT(errors.inNorm, station.x < 0 ? 1e-10 : 1e-12) << component.name << " at " << station.x;
+            EXPECT_LT(errors.inResponse, 1e-8) << component.name << " at " << station.x;
+        }
+    }
+}
+
+TEST(Prism, keepsItsDigitsAtAnyDistance) {
+    std::mt19937 generator(17);
+    std::uniform_real_distribution<double> coordinate(-1.0, 1.0);
+    const Prism plate{-5.0, 5.0, -4.0, 4.0, 0.0, 1.0};
+    for (const double distance : {20.0, 39.0, 41.0, 60.0, 300.0, 1e3, 1e4, 1e5}) {
+        for (int trial = 0; trial < 40; ++trial) {
+            const double x = coordinate(generator), y = coordinate(generator), z = coordinate(generator);
+            const double scale = 10.0 * distance / std::sqrt(x * x + y * y + z * z);
+            const StationPoint station{x * scale, y * scale, z * scale};
+            for (const Component& component : allComponents()) {
+                const double expected = quadrature(component, plate, station);
+                const double largest = 80.0 / std::pow(10.0 * distance, component.weights.z != 0 ? 2 : 3);
+                EXPECT_NEAR(prismResponse(plate, station, component.weights), expected, 1e-9 * largest)
+                    << component.name << " at " << distance << " widths, trial " << trial << ", seed 17";
+            }
+        }
+    }
+}
+
+TEST(MeshResponses, areTheSameBytesWithAllInstructionSets) {
+    const MeshGeometry mesh = wideMesh();
+    PrismWork work;
+    for (const StationPoint& station : {StationPoint{73.0, 101.0, -133.0}, StationPoint{1200.0, 25.0, -130.0}}) {
+        for (const Component& component : allComponentsAndTheirSums()) {
+            std::vector<std::vector<double>> ofSet;
+            for (const InstructionSet set : testing_support::setsOfThisMachine()) {
+                const testing_support::InstructionSetLimit limit(set);
+                ofSet.emplace_back(mesh.cellCount());
+                meshResponses(mesh, station, component.weights, edgeDistanceOf(mesh), work, ofSet.back());
+                EXPECT_EQ(ofSet.back(), ofSet.front()) << component.name << ", set " << static_cast<int>(set);
+            }
+        }
     }
 }
 
