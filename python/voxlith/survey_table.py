@@ -210,22 +210,31 @@ def _component_columns(table: CsvTable, text: str) -> tuple[int, int | None]:
     return table.column(datum, "--data"), table.column(deviation, "--data") if deviation else None
 
 
-def _masked(words: list[str], dummy: str) -> Mask:
-    """Fields that stand for no number."""
+def is_masked_word(word: str, dummy: str = "", decimal_comma: bool = False) -> bool:
+    """Whether a field stands for no number: an empty one, NA, an asterisk, or what `dummy` says, as a text or a number.
+
+    >>> is_masked_word("-9999,0", "-9999", decimal_comma=True), is_masked_word("-9999.0", "-9999"), is_masked_word("1")
+    (True, True, False)
+    """
+    if word in MASKED_WORDS or "*" in word or (dummy != "" and word == dummy):
+        return True
+    if decimal_comma:
+        word, dummy = word.replace(",", "."), dummy.replace(",", ".")
     value = parse_real(dummy) if dummy else None
+    return value is not None and parse_real(word) == value
 
-    def is_masked(word: str) -> bool:
-        return (word in MASKED_WORDS or "*" in word or (dummy != "" and word == dummy)
-                or (value is not None and parse_real(word) == value))
 
-    return np.array([is_masked(word) for word in words], dtype=np.bool_)
+def _masked(words: list[str], dummy: str, decimal_comma: bool) -> Mask:
+    """Fields that stand for no number."""
+    return np.array([is_masked_word(word, dummy, decimal_comma) for word in words], dtype=np.bool_)
 
 
 def _component(table: CsvTable, place: tuple[int, int | None], columns: SurveyColumns, code: int,
                summary: TableSummary) -> tuple[Reals, Reals]:
     """Data, NaN where masked, and their standard deviations, 0 where masked."""
     column = place[0]
-    datum = table.numbers(column, "a number, or an empty field for a dummy", _masked(table.words(column), columns.dummy))
+    datum = table.numbers(column, "a number, or an empty field for a dummy",
+                          _masked(table.words(column), columns.dummy, table.decimal_comma))
     datum[~(datum > DUMMY_LIMIT)] = np.nan
     valid = ~np.isnan(datum)
     deviation = _given_uncertainty(table, place[1], columns, valid)
@@ -251,7 +260,7 @@ def _given_uncertainty(table: CsvTable, column: int | None, columns: SurveyColum
     """Standard deviations of a column; NaN where none is given."""
     if column is None:
         return np.full(len(valid), np.nan)
-    masked = _masked(table.words(column), columns.dummy) | ~valid
+    masked = _masked(table.words(column), columns.dummy, table.decimal_comma) | ~valid
     deviation = table.numbers(column, "a standard deviation", masked)
     _require(masked | _can_be_kept(deviation), table, column, "a standard deviation above 0")
     return deviation

@@ -3,10 +3,11 @@
 import numpy as np
 import pytest
 from conftest import one_line
-from hypothesis import given
+from hypothesis import assume, given
 from hypothesis import strategies as st
 
 from voxlith import Survey
+from voxlith.checks.stations import looks_like_degrees
 from voxlith.io.obs_file import read_obs_file
 
 PLACES = ("--x", "E", "--y", "N", "--z", "h")
@@ -83,7 +84,7 @@ def test_an_empty_table_is_none(convert):
 @pytest.mark.parametrize("arguments, data, problem", [
     ((), "q:s", "--data q: s.csv has no column of that name; it has E, N, h, d, s"),
     (("--line", "d"), "d:s", "expected --line and --time together"),
-    (("--type", "tmi"), "d", "--type tmi: expected --field incl,decl,nT with magnetic data"),
+    (("--type", "tmi"), "d", "--type tmi: expected --field incl,decl,nT, or --date, with magnetic data"),
     (("--type", "tm"), "d", "--type tm: unknown; known are 0 gz, 1 tmi, 2 gzz, 10 gxx, 11 gyy, 12 gzz, 13 gxy, 14 gxz, "
                             "15 gyz, 20 tx, 21 ty, 22 tz"),
     (("--type", "tmi", "--field", "100,0,50000"), "d", "--field, --direction: expected an inclination within 90 degrees "
@@ -113,7 +114,7 @@ def test_names_of_lines(convert):
     done = convert("E,N,h,d,line,t\n1,2,3,4,12345678901234567,1\n", "--line", "line", "--time", "t", data="d")
     assert one_line(done) == ('s.csv, line 2: column "line": expected a line name of 1 to 16 characters, found '
                               '"12345678901234567"')
-    done = convert("E,N,h,d,line,t\n1,2,3,4,a,1\n1,2,3,4,a,1\n1,2,3,4,b,0\n", "--line", "line", "--time", "t", data="d")
+    done = convert("E,N,h,d,line,t\n1,2,3,4,a,1\n2,2,3,5,a,1\n3,2,3,6,b,0\n", "--line", "line", "--time", "t", data="d")
     assert done.errors == ("voxlith-tools: warning: d.obs: the time does not rise along its line in 1 records; averages "
                            "along lines need it to\n")
 
@@ -156,6 +157,8 @@ def test_tables_go_there_and_back(tmp_path_factory, components, magnetic, with_l
     datum = st.one_of(st.none(), st.tuples(NUMBERS, st.floats(0.001, 100.0).map(lambda value: float(f"{value:.6g}"))))
     records = data.draw(st.lists(st.tuples(st.tuples(NUMBERS, NUMBERS, NUMBERS),
                                            st.lists(datum, min_size=components, max_size=components)), min_size=1, max_size=8))
+    assume(any(value is not None for _, values in records for value in values))
+    assume(not looks_like_degrees([place[0] for place, _ in records], [place[1] for place, _ in records]))
     names = [f"d{n}:s{n}" for n in range(components)]
     lines = ["E,N,h," + ",".join(names).replace(":", ",") + (",line,time" if with_lines else "")]
     for number, (place, values) in enumerate(records):
@@ -220,3 +223,91 @@ def test_options_of_the_other_direction(tools, tmp_path):
     assert one_line(tools("obs", "d.obs", "--csv", "./d.obs"), 2) == (
         "--out ./d.obs: expected another file than that of the file to convert")
     assert (tmp_path / "d.obs").read_text() == "1\n1 2 3 4 5\n"
+
+
+def test_no_valid_datum_is_refused(convert, tmp_path):
+    assert one_line(convert("E,N,h,d,s\n1,2,3,,\n1,5,3,NA,\n")) == (
+        "s.csv: expected a valid datum, found none; check the columns of --data and --dummy")
+    assert not (tmp_path / "d.obs").exists()
+
+
+def test_no_data_codes_with_a_decimal_comma(convert, tmp_path):
+    csv = "E;N;h;d;s\n100;2;3;-9999,0;1\n200;5;3;1,5;0,1\n300;5;3;1,25;0,1\n"
+    done = convert(csv, "--decimal-comma")
+    assert "1 data are -9999, which stands for no datum (record 1)" in done.errors and "--dummy -9999" in done.errors
+    for dummy in ("-9999", "-9999,0"):
+        assert convert(csv, "--decimal-comma", "--dummy", dummy).errors == ""
+        assert np.isnan(Survey.read(tmp_path / "d.obs").data[0]).tolist() == [True, False, False]
+
+
+def test_duplicates_are_seen(convert):
+    csv = "E,N,h,d,s\n" + "".join(f"{100 * n},0,3,{0.1 * n},0.02\n" for n in range(9)) + "300,0,3,1.56,0.02\n"
+    assert "differ by up to 45 standard deviations (record 4 = record 10)" in convert(csv).errors
+
+
+DEGREES = "E,N,h,d,s\n15.01,49.98,300,1,0.1\n15.02,49.98,310,2,0.1\n15.01,49.99,305,1.5,0.1\n"
+
+
+def test_degrees_need_a_reference_system(convert, tmp_path):
+    message = one_line(convert(DEGREES), 2)
+    assert "look like longitude and latitude" in message and "--crs EPSG:4326" in message
+    assert "expected --to beside it" in one_line(convert(DEGREES, "--crs", "EPSG:4326"), 2)
+    assert "projected system in metres" in one_line(convert(DEGREES, "--crs", "EPSG:4326", "--to", "EPSG:4326"), 2)
+    done = convert(DEGREES, "--crs", "EPSG:4326", "--to", "EPSG:32633")
+    assert done.status == 0 and "converted:    from EPSG:4326 to EPSG:32633" in done.out
+    survey = Survey.read(tmp_path / "d.obs")
+    assert abs(survey.x - 501000.0).max() < 1000.0 and abs(survey.y - 5537000.0).max() < 2000.0
+    from voxlith.side_file import read_side_file
+    assert read_side_file(tmp_path / "d.obs").crs == "EPSG:32633"
+
+
+def test_field_of_place_and_date(convert, tmp_path):
+    done = convert(DEGREES, "--crs", "EPSG:4326", "--to", "EPSG:32633", "--date", "2024-05-01", "--type", "tmi")
+    assert done.status == 0
+    survey = Survey.read(tmp_path / "d.obs", "tmi")
+    assert survey.field.inclination == pytest.approx(66.16, abs=0.05) and survey.field.strength == pytest.approx(49450, abs=20)
+    assert survey.direction == survey.field.direction
+    assert "exclude each other" in one_line(convert(DEGREES, "--date", "2024", "--field", "60,0,50000"), 2)
+    assert "have no inducing field" in one_line(convert(HEAD, "--date", "2024", "--type", "gz"), 2)
+
+
+def test_wide_coordinates_are_shifted(convert, tmp_path):
+    csv = "E,N,h,d,s\n-13627665.27,4547675.35,3,1,0.1\n-13627565.27,4547775.35,3,2,0.1\n"
+    done = convert(csv)
+    assert "-13600000,0 was subtracted" in done.errors and "shift:        -13600000,0" in done.out
+    assert Survey.read(tmp_path / "d.obs").x.tolist() == pytest.approx([-27665.27, -27565.27])
+    from voxlith.side_file import read_side_file
+    assert read_side_file(tmp_path / "d.obs").shift == (-13600000.0, 0.0)
+    assert convert(csv, "--shift", "none").status == 0
+    assert Survey.read(tmp_path / "d.obs").x[0] == -13627665.27
+
+
+def test_stations_above_a_terrain(convert, tmp_path):
+    (tmp_path / "topo.csv").write_text("x,y,z\n0,0,100\n1000,0,200\n0,1000,100\n1000,1000,200\n")
+    done = convert("E,N,d,s\n0,500,1,0.1\n500,500,2,0.1\n", "--topography", "topo.csv", "--height", 60)
+    assert done.status == 2  # the column of the elevation is not wanted, too
+    options = ("obs", "s.csv", "--x", "E", "--y", "N", "--data", "d:s", "--out", "d.obs", "--topography", "topo.csv", "--height")
+    from voxlith.cli.tools import main
+    assert main([*map(str, options), "60"]) == 0
+    assert Survey.read(tmp_path / "d.obs").elevation.tolist() == [160.0, 210.0]
+
+
+def test_lines_of_geosoft_xyz(tools, tmp_path):
+    (tmp_path / "f.xyz").write_text("/ X Y Z TMI FID\nLINE 10\n0 0 50 1 0\n0 20 50 * 1\n0 40 50 3 2\nLINE 20\n50 0 50 4 0\n")
+    options = ("obs", "f.xyz", "--x", "X", "--y", "Y", "--z", "Z", "--data", "TMI", "--line", "line", "--time", "FID", "--field",
+               "60,5,48000", "--floor", 2, "--out", "f.mag")
+    assert tools(*options).status == 0
+    survey = Survey.read(tmp_path / "f.mag", "tmi", lined=True)
+    assert [line.name for line in survey.lines()] == ["L10", "L20"] and np.isnan(survey.data[0]).tolist() == [0, 1, 0, 0]
+    done = tools(*options, "--every", 30)
+    assert "thinned:      3 of 4 records" in done.out
+
+
+def test_axes_of_other_programs(convert, tmp_path):
+    """x north and z upwards become x east and z downwards: the tensor of a rotated frame."""
+    csv = "E,N,h,xx,xz,z\n0,0,3,1,2,3\n100,0,3,4,5,6\n"
+    options = ("--data", "xx", "xz", "z", "--type", "gxx", "gxz", "gz", "--floor", 1)
+    assert convert(csv, *options, "--x-north", "--upwards", data=None).status == 0
+    survey = Survey.read(tmp_path / "d.obs")
+    assert survey.codes == (11, 15, 0)
+    assert survey.data.tolist() == [[1, 4], [-2, -5], [-3, -6]]

@@ -60,8 +60,9 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         if not np.isfinite(usable).any():
             continue
         deviations = _deviations(survey, number)
-        duplicates = check_duplicates(survey.x, survey.y, survey.elevation, usable, deviations, label, known)
-        findings += duplicates
+        # Distances in degrees and in metres do not go together.
+        height = survey.elevation if metres else np.zeros(survey.n_stations)
+        findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known)
         findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
         if metres:
             findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])

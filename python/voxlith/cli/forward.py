@@ -10,9 +10,13 @@ import os
 import subprocess
 import sys
 from collections.abc import Sequence
-from typing import NoReturn
+from typing import TYPE_CHECKING, NoReturn
 
 from ..forward_program import find_forward_program, inherited_name, numbers_file
+
+if TYPE_CHECKING:
+    import numpy as np
+    import numpy.typing as npt
 
 
 def run_forward(command: str, arguments: Sequence[str]) -> int:
@@ -30,11 +34,27 @@ def run_forward(command: str, arguments: Sequence[str]) -> int:
         return asked.returncode
     import numpy as np
 
-    from ..terrain import Terrain
+    from ..side_file import read_side_file
+    from ..terrain_input import read_terrain
+    from .output import warn
     places = np.frombuffer(asked.stdout, dtype="<f8").reshape(-1, 2)
-    surface = Terrain.read(topography)(places[:, 0], places[:, 1])
+    side = read_side_file(_value_of("--stations", arguments) or "")
+    terrain, warning = read_terrain(topography, places, _step(places), crs=side.crs, shift=side.shift)
+    if warning:
+        warn("voxlith-tools", warning)
+    surface = terrain(places[:, 0], places[:, 1])
     with numbers_file(surface) as file:
         _become([*words, "--surface", inherited_name(file)])
+
+
+def _step(places: npt.NDArray[np.float64]) -> float:
+    """Distance of points of a raster that shows what lies between the places: half their smallest distance along an axis."""
+    import numpy as np
+    steps = [np.diff(np.unique(places[:, axis])) for axis in (0, 1)]
+    extent = max(float(np.ptp(places[:, axis])) for axis in (0, 1))
+    least = min((float(values[values > 1.0e-3 * extent].min()) for values in steps if (values > 1.0e-3 * extent).any()),
+                default=extent)
+    return max(0.5 * least, extent / 1000.0, 1.0e-3)
 
 
 def _become(words: list[str]) -> NoReturn:

@@ -9,19 +9,30 @@ from dataclasses import dataclass
 import numpy as np
 
 from ..codes import MOST_FILES, data_type_code, data_type_name, data_unit, has_magnetic_layout
-from ..errors import UsageError
+from ..errors import FileError, UsageError
 from ..io.csv_file import write_csv_file
+from ..checks import Finding, check_survey
+from ..checks.findings import listed
+from ..earth_field import inducing_field
+from ..io.csv_file import CsvTable
+from ..io.line_data import read_line_data, table_of_lines
 from ..io.numbers import number_text, parse_integer
 from ..io.obs_file import read_obs_file
+from ..side_file import write_side_file
 from ..survey import Direction, InducingField, Survey
 from ..survey_table import (SurveyColumns, TableSummary, check_direction, split_columns, survey_of_table,
                             table_of_survey)
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
+from .placing import Placed, add_placing_options, place_survey
 from .station_options import add_csv_options, add_station_options, read_table, station_columns
 
 PROGRAM = "voxlith-tools"
 _KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
+
+_X_NORTH = {10: 11, 11: 10, 14: 15, 15: 14, 20: 21, 21: 20}
+_ODD_IN_Z = (0, 14, 15, 22)
+_REPORTED = ("standard-deviations",)  # the report shows them
 
 _EXAMPLES = """\
 Examples:
@@ -29,6 +40,10 @@ Examples:
   voxlith-tools obs flight.csv --x E --y N --z height --data tmi --floor 2 --percent 1 --field 65,10,50000 \\
       --line line --time fid --out tmi.mag
   voxlith-tools obs levels.csv --z depth --z-down --z-unit ft --data gxx:err --data gzz:err --type gxx gzz --out g.obs
+  voxlith-tools obs degrees.csv --x lon --y lat --z h --data tmi --crs EPSG:4326 --to EPSG:32633 --date 2024-05-01 \\
+      --type tmi --floor 2 --out tmi.mag
+  voxlith-tools obs flight.xyz --x X --y Y --data TMI --line line --time FID --height 60 --topography dem.tif \\
+      --every 50 --field 65,10,50000 --floor 2 --out tmi.mag
   voxlith-tools obs voxlith.pre --csv predicted.csv --x easting --y northing --z elevation --data gz:gz_err
 An empty field is a dummy. A standard deviation that no column gives is percent |d| / 100 + floor, or, without these
 options, 1 for magnetic data and 0.01 for all others."""
@@ -37,7 +52,7 @@ options, 1 for magnetic data and 0.01 for all others."""
 def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} obs", "Convert a CSV to observed data, or observed data to a CSV", _EXAMPLES)
-    parser.add_argument("file", help="CSV file (with --out) or observed data file (with --csv)")
+    parser.add_argument("file", help="CSV or Geosoft XYZ file (with --out), or observed data file (with --csv)")
     parser.add_argument("--out", metavar="FILE", help="Observed data file to write")
     parser.add_argument("--csv", metavar="FILE", help="CSV file to write")
     add_station_options(parser)
@@ -46,11 +61,17 @@ def make_parser() -> Parser:
     parser.add_argument("--type", metavar="TYPE", nargs="+", action="extend",
                         help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code "
                              "(default: gz, or tmi with --field)")
+    parser.add_argument("--x-north", action="store_true",
+                        help="Components of the table have x north and y east: gxx and gyy, gxz and gyz, tx and ty change places")
+    parser.add_argument("--upwards", action="store_true",
+                        help="Components of the table have z upwards: gz, gxz, gyz and tz change their sign")
     parser.add_argument("--percent", metavar="NUMBER", type=number_from(0.0),
                         help="Default standard deviation: percent of the datum")
     parser.add_argument("--floor", metavar="NUMBER", type=number_from(0.0),
                         help="Default standard deviation: added to the percentage")
     parser.add_argument("--field", metavar="INCL,DECL,NT", help="Inducing field incl,decl,nT of magnetic data")
+    parser.add_argument("--date", metavar="DATE",
+                        help="Date of a magnetic survey: the field is that of IGRF-14 at its place, in place of --field")
     parser.add_argument("--direction", metavar="AINCL,ADECL",
                         help="Measured direction aincl,adecl (default: along the field)")
     parser.add_argument("--angles", metavar="COLUMNS",
@@ -60,6 +81,7 @@ def make_parser() -> Parser:
     parser.add_argument("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
     parser.add_argument("--components", metavar="COUNT", type=integer_within(1, MOST_FILES),
                         help="Components of the observed data file (with --csv)")
+    add_placing_options(parser)
     add_csv_options(parser)
     return parser
 
@@ -69,6 +91,11 @@ def run(arguments: Sequence[str]) -> int:
     parser = make_parser()
     options = parser.parse(arguments)
     parser.exclusive(options, "out", "csv")
+    parser.exclusive(options, "field", "date")
+    if options.height is not None:
+        parser.exclusive(options, "height", "elevation")
+        parser.exclusive(options, "height", "z")
+        options.elevation = 0.0  # until the terrain is known
     columns = SurveyColumns(station_columns(parser, options), tuple(options.data or ()), options.angles or "",
                             options.line or "", options.time or "", options.dummy or "", options.percent, options.floor)
     _check_common(options, columns)
@@ -89,6 +116,8 @@ class _Converted:
     summary: TableSummary
     count: int | None
     types_known: bool
+    placed: Placed | None = None
+    findings: Sequence[Finding] = ()
 
 
 def type_code(text: str) -> int:
@@ -133,25 +162,51 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     if columns.angles and columns.line:
         raise UsageError("--angles and --line cannot stand together")
     types = list(options.type or ())
-    codes = _codes(types, len(columns.data), "tmi" if options.field else "gz")
-    inducing, direction = _field(options, codes, (types or ["tmi" if options.field else "gz"])[0])
+    magnetic = bool(options.field or options.date)
+    codes = _codes(types, len(columns.data), "tmi" if magnetic else "gz")
+    codes = [_X_NORTH.get(code, code) for code in codes] if options.x_north else codes
+    inducing, direction = _field(options, codes, (types or ["tmi" if magnetic else "gz"])[0])
     if columns.angles and codes[0] != 1:
         raise UsageError("--angles: expected data of type tmi")
-    table = read_table(options.file, options)
-    survey, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
+    table = _table(options)
+    read, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
+    if not read.valid.any():
+        raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
+    if options.upwards:
+        signs = np.array([-1.0 if code in _ODD_IN_Z else 1.0 for code in codes])
+        read = read.with_data(signs[:, None] * read.data + 0.0)
+    placed = place_survey(read, options)
+    survey = placed.survey
+    if options.date:
+        survey.field = inducing_field(survey, placed.side.crs, options.date, placed.side.shift)
+        placed.side = placed.side.with_step("field", model="IGRF-14", date=options.date)
+        survey.direction = direction or survey.field.direction
     survey.write(options.out, digits="full")
-    return _Converted(survey, summary, None, True)
+    write_side_file(options.out, placed.side)
+    return _Converted(survey, summary, None, True, placed, check_survey(survey))
+
+
+def _table(options: argparse.Namespace) -> CsvTable:
+    """The table, of whichever form it is."""
+    if options.file.lower().endswith(".xyz") and not options.separator:
+        return table_of_lines(read_line_data(options.file), options.file)
+    return read_table(options.file, options)
 
 
 def _field(options: argparse.Namespace, codes: Sequence[int],
            first: str) -> tuple[InducingField | None, Direction | None]:
     """Inducing field and measured direction, where the first component is magnetic."""
     if not has_magnetic_layout(codes[0]):
-        if options.field:
-            raise UsageError(f"--field: {first} data have no inducing field")
+        if options.field or options.date:
+            raise UsageError(f"--{'field' if options.field else 'date'}: {first} data have no inducing field")
         return None, None
+    if options.date:
+        found = Direction(*number_list("--direction", "aincl,adecl", options.direction, 2)) if options.direction else None
+        if found:
+            check_direction(found, "--direction")
+        return None, found
     if not options.field:
-        raise UsageError(f"--type {first}: expected --field incl,decl,nT with magnetic data")
+        raise UsageError(f"--type {first}: expected --field incl,decl,nT, or --date, with magnetic data")
     inclination, declination, strength = number_list("--field", "incl,decl,nT", options.field, 3)
     inducing = InducingField(inclination, declination, strength)
     direction = inducing.direction
@@ -166,7 +221,8 @@ def _field(options: argparse.Namespace, codes: Sequence[int],
 
 def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     """Observed data to a CSV."""
-    for option in ("percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit"):
+    for option in ("percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit", "crs",
+                   "to", "shift", "every", "height", "topography", "terrain_crs", "date", "x_north", "upwards"):
         if getattr(options, option) not in (None, "", False):
             raise UsageError(f"--{option.replace('_', '-')} goes with --out")
     if options.separator == "blank" or options.decimal_comma:
@@ -195,6 +251,8 @@ def _report(output: str, done: _Converted) -> None:
         say("field:        " + ",".join(map(number_text, (field.inclination, field.declination, field.strength))))
         say(f"direction:    {number_text(direction.inclination)},{number_text(direction.declination)}, direction flag "
             f"{survey.idir}")
+    for note in done.placed.notes if done.placed else ():
+        say(note)
     if done.summary.default_uncertainties:
         say(f"by default:   {done.summary.default_uncertainties} standard deviations")
 
@@ -215,6 +273,12 @@ def _report_component(survey: Survey, number: int, types_known: bool) -> None:
 
 def _warn(output: str, done: _Converted) -> None:
     survey = done.survey
+    for text in done.placed.warnings if done.placed else ():
+        warn(PROGRAM, f"{output}: {text}")
+    for finding in done.findings:
+        if finding.severity != "note" and finding.name not in _REPORTED:
+            stations = f" ({listed(finding.stations)})" if finding.stations else ""
+            warn(PROGRAM, f"{output}: {finding.text}{stations}; {finding.remedy}")
     if survey.field is not None and not survey.field.is_of_the_earth:
         warn(PROGRAM, f"{output}: a field of {number_text(survey.field.strength)} nT is not that of the Earth")
     if done.summary.falling_times:

@@ -19,8 +19,12 @@ PROGRAM: Final = "voxlith-tools"
 
 SUBCOMMANDS: Final[dict[str, str]] = {
     "obs": "Convert a CSV to observed data, or observed data to a CSV",
+    "check": "Look for what would spoil the inversion of a survey",
+    "regional": "Separate a regional field from the anomalies of a survey",
+    "terrain": "Write points of the ground from a raster or a table",
     "mesh": "Write a padded mesh below the stations of a survey",
     "mtx": "Compute the sensitivity file of a survey",
+    "weights": "Write a weighting file that keeps recovered bodies at their depth",
     "init": "Write a control file with comments for data and sensitivity files",
     "bounds": "Write a bounds file from a lithology model",
     "predict": "Compute data of a model by prisms, without compression",

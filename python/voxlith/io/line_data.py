@@ -14,7 +14,9 @@ import numpy as np
 import numpy.typing as npt
 
 from ..errors import FileError, PathLike, UsageError, shown
-from .numbers import parse_real
+from ..packages import require
+from .csv_file import CsvTable
+from .numbers import number_text, parse_real
 from .text_lines import read_lines
 
 Reals = npt.NDArray[np.float64]
@@ -106,6 +108,17 @@ def _record(path: PathLike, number: int, content: str, columns: int) -> list[flo
             raise FileError(path, f"expected a number or *, found {shown(word)}", line=number)
         values.append(value)
     return values
+
+
+def table_of_lines(data: LineData, path: PathLike) -> CsvTable:
+    """The records as a table of text, with a column ``line`` of the line names beside the channels."""
+    pandas = require("pandas", "tables")
+    texts = [["" if value != value else number_text(value) for value in column] for column in data.values.T.tolist()]
+    columns = [*data.channels, "line"] if "line" not in data.channels else list(data.channels)
+    if "line" not in data.channels:
+        texts.append(list(data.line))
+    frame = pandas.DataFrame(dict(enumerate(texts)), dtype=object)
+    return CsvTable(path, columns, frame, data.records, int(data.records[-1]) + 1)
 
 
 def thin_lines(x: Reals, y: Reals, line: list[str], distance: float) -> npt.NDArray[np.intp]:

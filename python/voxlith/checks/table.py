@@ -1,0 +1,121 @@
+"""A table read for its checks: what cannot be read becomes a finding, and the rest goes on."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Sequence
+from dataclasses import dataclass
+
+import numpy as np
+import numpy.typing as npt
+
+from ..errors import PathLike, shown
+from ..io.csv_file import CsvTable
+from ..io.numbers import parse_real
+from ..io.output import read_bytes
+from ..survey import Survey
+from ..survey_table import METRES, SurveyColumns, is_masked_word, split_columns
+from .findings import Finding
+
+Reals = npt.NDArray[np.float64]
+
+
+@dataclass(frozen=True)
+class LooseSurvey:
+    """A survey with whatever could be read.
+
+    Attributes
+    ----------
+    survey : Survey
+        Records whose coordinates are numbers.
+    given : ndarray, shape (components, n), or None
+        Standard deviations as written, NaN where none is.
+    names : list of str
+    findings : list of Finding
+        What could not be read.
+    """
+
+    survey: Survey
+    given: Reals | None
+    names: list[str]
+    findings: list[Finding]
+
+
+def check_encoding(path: PathLike) -> list[Finding]:
+    """Whether a file is plain text in UTF-8."""
+    content = read_bytes(path)
+    if content[:2] in (b"\xff\xfe", b"\xfe\xff") or b"\x00" in content[:4096]:
+        return [Finding("error", "encoding", "the file is not plain text in UTF-8 (it holds zero bytes, as UTF-16 does)",
+                        "save it as UTF-8, or as CSV (comma delimited)")]
+    try:
+        content.decode("utf-8")
+    except UnicodeDecodeError as error:
+        line = content[: error.start].count(b"\n") + 1
+        return [Finding("note", "encoding", f"line {line} holds a letter that is not UTF-8; it is read as Latin-1",
+                        "save the file as UTF-8 if names look odd")]
+    return []
+
+
+def read_loosely(table: CsvTable, columns: SurveyColumns, codes: Sequence[int], name_column: str = "") -> LooseSurvey:
+    """A survey of a table; fields that are no numbers are findings.
+
+    Raises
+    ------
+    UsageError
+        For names that the table does not have.
+    """
+    findings: list[Finding] = []
+    station = columns.station
+    names = [f"line {line}" for line in table.lines.tolist()]
+    if name_column:
+        names = table.words(table.column(name_column, "--name"))
+    x = _column(table, station.x, "--x", names, "", findings)
+    y = _column(table, station.y, "--y", names, "", findings)
+    if station.elevation is None:
+        z = _column(table, station.z, "--z", names, "", findings) * METRES[station.z_unit]
+        z = -z if station.z_down else z
+    else:
+        z = np.full(len(table), station.elevation)
+    data, given = [], []
+    for text in columns.data:
+        datum, deviation = (text, "") if text in table.columns else split_columns(text)
+        values = _column(table, datum, "--data", names, columns.dummy, findings)
+        data.append(np.where(np.abs(values) < 1.0e300, values, np.nan))
+        chosen = (columns.percent or 0.0) / 100.0 * np.abs(values) + (columns.floor or 0.0)
+        usual = np.where(chosen > 0.0, chosen, np.nan)
+        written = _column(table, deviation, "--data", names, columns.dummy, findings) if deviation else usual
+        given.append(np.where(np.isnan(written), usual, written))
+    placed = np.isfinite(x) & np.isfinite(y) & np.isfinite(z)
+    if not placed.all():
+        findings.append(Finding("error", "coordinates", f"{np.count_nonzero(~placed)} records have no place",
+                                "give each station x, y and an elevation, or remove it",
+                                tuple(name for name, good in zip(names, placed.tolist()) if not good)))
+    deviations = np.array(given)[:, placed]
+    survey = Survey(x[placed], y[placed], z[placed], np.array(data)[:, placed], tuple(codes),
+                    np.where(deviations > 0.0, deviations, np.nan))
+    has_any = any(":" in text for text in columns.data) or columns.percent is not None or columns.floor is not None
+    return LooseSurvey(survey, deviations if has_any else None, [n for n, good in zip(names, placed.tolist()) if good],
+                       findings)
+
+
+def _column(table: CsvTable, name: str, option: str, names: Sequence[str], dummy: str, findings: list[Finding]) -> Reals:
+    """A column as numbers, NaN for fields that stand for no number and for those that are none."""
+    words = table.words(table.column(name, option))
+    values = np.full(len(words), np.nan)
+    bad: list[int] = []
+    for number, word in enumerate(words):
+        if is_masked_word(word, dummy, table.decimal_comma):
+            continue
+        text = word.replace(",", ".") if table.decimal_comma else word
+        value = parse_real(text)
+        if value is None or math.isnan(value):
+            bad.append(number)
+        else:
+            values[number] = value
+    if bad:
+        comma = any("," in words[number] for number in bad) and not table.decimal_comma
+        findings.append(Finding("error", "not-a-number", f"column {shown(name)}: {len(bad)} fields are no numbers, such as "
+                                f"{shown(words[bad[0]])}", "read the table with --decimal-comma" if comma
+                                else "correct them, or name the text of no-data fields with --dummy",
+                                tuple(names[number] for number in bad)))
+    return values

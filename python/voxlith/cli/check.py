@@ -1,0 +1,185 @@
+"""``voxlith-tools check``: look for what would spoil the inversion of a survey."""
+
+from __future__ import annotations
+
+import argparse
+import os
+from collections.abc import Sequence
+
+import numpy as np
+import numpy.typing as npt
+
+from ..checks import Finding, check_survey, findings_json, findings_table, worst
+from ..checks.against import check_field, check_mesh, check_sensitivities, check_terrain
+from ..checks.background import check_background
+from ..checks.findings import ordered
+from ..checks.survey import station_names
+from ..checks.table import check_encoding, read_loosely
+from ..crs import convert, outside_area_of_use, parse_crs
+from ..earth_field import earth_field
+from ..errors import FileError, UsageError
+from ..io.mtx_file import MtxFile
+from ..io.obs_file import read_obs_file
+from ..io.output import write_bytes
+from ..mesh import Mesh
+from ..side_file import SideInfo, read_side_file
+from ..survey import Survey
+from ..survey_table import SurveyColumns
+from ..terrain_input import read_terrain
+from .obs import type_code
+from .output import check_output, say
+from .parser import Parser, number_from
+from .station_options import add_csv_options, add_station_options, read_table, station_columns
+
+PROGRAM = "voxlith-tools"
+Reals = npt.NDArray[np.float64]
+
+_EXAMPLES = """\
+Examples:
+  voxlith-tools check gz.obs --mesh mesh.msh
+  voxlith-tools check survey.csv --x lon --y lat --z h --data gz:err --name station --crs EPSG:4326 --to EPSG:32633
+  voxlith-tools check tmi.mag --mtx tmi.mtx --crs EPSG:32633 --date 2024-05-01 --json findings.json
+The exit status is 1 when a finding would spoil a run (error), else 0."""
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(f"{PROGRAM} check", "Look for what would spoil the inversion of a survey", _EXAMPLES)
+    add = parser.add_argument
+    add("file", help="Observed data file, or a CSV (with --data)")
+    add_station_options(parser)
+    add("--data", metavar="COLUMN", nargs="+", action="extend", help="Columns datum or datum:uncertainty of a CSV")
+    add("--name", metavar="COLUMN", help="Column of the station names of a CSV (default: its lines)")
+    add("--type", metavar="TYPE", nargs="+", action="extend", help="Data type of each component, as for obs")
+    add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
+    add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
+    add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
+    add("--mesh", metavar="FILE", help="Mesh file: whether the stations are above it")
+    add("--mtx", metavar="FILE", help="Sensitivity file: whether its stations are these; the background value they would give")
+    add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain: whether stations are in the ground")
+    add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
+    add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
+    add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")
+    add("--date", metavar="DATE", help="Date of a magnetic survey, to compare its field with IGRF-14")
+    add("--json", metavar="FILE", help="File for all findings as JSON; - for standard output in place of the table")
+    add_csv_options(parser)
+    return parser
+
+
+def run(arguments: Sequence[str]) -> int:
+    """Run the subcommand; gives the exit status. Raises VoxlithError."""
+    parser = make_parser()
+    options = parser.parse(arguments)
+    if options.json and options.json != "-":
+        check_output(options.json, {"the data": options.file, "--mesh": options.mesh, "--mtx": options.mtx})
+    findings = check_encoding(options.file)
+    try:
+        survey, given, names, more = _read_table(parser, options) if options.data else _read_data(options)
+    except FileError as error:
+        if worst(findings) != "error":
+            findings.append(Finding("error", "unreadable", str(error), _remedy(error)))
+        return _finish(options, findings, 0)
+    findings += more
+    survey, side = _placed(options, survey, findings)
+    findings += check_survey(survey, names, given=given)
+    findings += _against(options, survey, side, names)
+    return _finish(options, findings, survey.n_stations)
+
+
+def _remedy(error: FileError) -> str:
+    if ".obs" not in error.path and error.path.lower().endswith((".csv", ".txt", ".tsv")):
+        return "name the columns of a table with --x, --y, --z and --data"
+    return "correct the line, or convert the table once more with voxlith-tools obs"
+
+
+def _finish(options: argparse.Namespace, findings: Sequence[Finding], stations: int) -> int:
+    """Report; gives the exit status."""
+    if options.json == "-":
+        say_raw(findings_json(findings))
+    else:
+        if options.json:
+            write_bytes(options.json, (findings_json(findings) + "\n").encode("utf-8"))
+        for line in findings_table(findings):
+            say(line)
+        counts = [f"{sum(finding.severity == severity for finding in findings)} {severity}s"
+                  for severity in ("error", "warning", "note")]
+        say(f"{options.file}: {stations} stations, {', '.join(counts)}")
+    return 1 if worst(findings) == "error" else 0
+
+
+def say_raw(text: str) -> None:
+    """JSON keeps its line ends and letters."""
+    print(text)
+
+
+def _codes(options: argparse.Namespace, components: int) -> list[int]:
+    codes = [type_code(text) for text in options.type or ["gz"]]
+    if len(codes) not in (1, components):
+        raise UsageError(f"--type: expected one data type, or one for each of the {components} components")
+    return codes * components if len(codes) == 1 else codes
+
+
+def _read_table(parser: Parser, options: argparse.Namespace) -> tuple[Survey, Reals | None, list[str], list[Finding]]:
+    columns = SurveyColumns(station_columns(parser, options), tuple(options.data), "", "", "", options.dummy or "",
+                            options.percent, options.floor)
+    found = read_loosely(read_table(options.file, options), columns, _codes(options, len(options.data)), options.name or "")
+    if not found.survey.n_stations:
+        raise FileError(options.file, "expected a station with x, y and elevation, found none")
+    return found.survey, found.given, found.names, found.findings
+
+
+def _read_data(options: argparse.Namespace) -> tuple[Survey, Reals | None, list[str], list[Finding]]:
+    for name in ("name", "dummy", "percent", "floor"):
+        if getattr(options, name) is not None:
+            raise UsageError(f"--{name} goes with a CSV and --data")
+    codes = [type_code(text) for text in options.type or ()]
+    obs = read_obs_file(options.file, codes=codes, any_count=True)
+    survey = Survey.from_obs_file(obs)
+    findings = []
+    if obs.count != survey.n_stations:
+        findings.append(Finding("warning", "count", f"the count line says {obs.count}, the file holds {survey.n_stations} "
+                                "records", "correct the count"))
+    written = None if obs.uncertainty is None else np.where(np.isnan(survey.data), np.nan, obs.uncertainty)
+    return survey, written, station_names(survey), findings
+
+
+def _placed(options: argparse.Namespace, survey: Survey, findings: list[Finding]) -> tuple[Survey, SideInfo]:
+    """The survey in metres, where it is said how."""
+    side = read_side_file(options.file)
+    crs = options.crs or side.crs
+    if options.to:
+        if not crs:
+            raise UsageError("--to: expected --crs beside it")
+        from dataclasses import replace
+        x, y = convert(survey.x, survey.y, crs, options.to)
+        survey, crs = replace(survey, x=x, y=y), options.to
+    if crs and parse_crs(crs).is_projected:
+        area = outside_area_of_use(survey.x + side.shift[0], survey.y + side.shift[1], crs)
+        if area:
+            findings.append(Finding("warning", "area-of-use", f"the survey lies outside of where {crs} is used ({area})",
+                                    "check the zone, and the order of x and y"))
+    return survey, SideInfo(crs, side.shift, side.history)
+
+
+def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names: Sequence[str]) -> list[Finding]:
+    places = survey.x, survey.y, survey.elevation
+    findings: list[Finding] = []
+    if options.mesh:
+        findings += check_mesh(*places, Mesh.read(options.mesh), names, bool(options.topography))
+    if options.topography:
+        step = max(float(np.ptp(survey.x)), float(np.ptp(survey.y)), 100.0) / 100.0
+        surface, warning = read_terrain(options.topography, np.column_stack(places[:2]), step, crs=side.crs,
+                                        terrain_crs=options.terrain_crs or "", shift=side.shift)
+        findings += check_terrain(*places, surface, names)
+        if warning:
+            findings.append(Finding("warning", "terrain", warning, "use a terrain that covers the mesh"))
+    if options.mtx:
+        with MtxFile(options.mtx) as mtx:
+            findings += check_sensitivities(*places, mtx.header, os.fspath(options.mtx), names)
+        findings += check_background(survey, options.mtx)
+    if options.date:
+        if survey.field is None:
+            raise UsageError("--date: the data have no inducing field to compare with")
+        field = earth_field(survey, side.crs, options.date, side.shift)
+        findings += check_field(survey.field, field, options.date)
+    return ordered(findings)

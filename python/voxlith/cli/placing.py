@@ -1,0 +1,124 @@
+"""Options that place stations: reference systems, heights above the terrain, a shift of the origin, thinning of lines."""
+
+from __future__ import annotations
+
+import argparse
+from dataclasses import dataclass, replace
+
+import numpy as np
+
+from ..checks.stations import looks_like_degrees
+from ..crs import convert, outside_area_of_use, parse_crs, require_metres, shift_for_fields
+from ..errors import UsageError
+from ..io.line_data import thin_lines
+from ..io.numbers import number_text
+from ..side_file import SideInfo
+from ..survey import Survey
+from ..terrain_input import read_terrain
+from .parser import Parser, number, number_from, number_list
+
+
+@dataclass
+class Placed:
+    """A survey whose stations are where the options put them.
+
+    Attributes
+    ----------
+    survey : Survey
+    side : SideInfo
+        What is to be remembered of the coordinates.
+    notes, warnings : list of str
+    """
+
+    survey: Survey
+    side: SideInfo
+    notes: list[str]
+    warnings: list[str]
+
+
+def add_placing_options(parser: Parser) -> None:
+    """The options."""
+    add = parser.add_argument
+    add("--crs", metavar="CRS", help="Reference system of x and y in the table, such as EPSG:4326 for longitude and latitude")
+    add("--to", metavar="CRS", help="Reference system in metres to convert x and y to, such as EPSG:32633")
+    add("--shift", metavar="X,Y", help="Metres to subtract from x and y, or none; remembered in the side file (default: what "
+        "coordinates too wide for the fields of a run need)")
+    add("--every", metavar="METRES", type=number_from(0.0), help="Keep records of a line that are at least so far apart")
+    add("--height", metavar="METRES", type=number, help="Put the stations so far above the terrain of --topography")
+    add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain, for --height")
+    add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
+
+
+def place_survey(survey: Survey, options: argparse.Namespace) -> Placed:
+    """Convert, shift, thin and lift the stations. Raises VoxlithError."""
+    placed = Placed(survey, SideInfo(options.crs or ""), [], [])
+    _convert(placed, options)
+    _shift(placed, options)
+    if options.every is not None:
+        _thin(placed, options.every)
+    if options.height is not None:
+        _lift(placed, options)
+    return placed
+
+
+def _convert(placed: Placed, options: argparse.Namespace) -> None:
+    survey = placed.survey
+    if options.to:
+        if not options.crs:
+            raise UsageError("--to: expected --crs beside it, the reference system of the table")
+        require_metres(options.to)
+        x, y = convert(survey.x, survey.y, options.crs, options.to)
+        placed.survey, placed.side = replace(survey, x=x, y=y), SideInfo(options.to)
+        placed.notes.append(f"converted:    from {options.crs} to {options.to}")
+        area = outside_area_of_use(x, y, options.to)
+        if area:
+            placed.warnings.append(f"the survey lies outside of where {options.to} is used ({area}); check the zone, and the "
+                                   "order of x and y")
+    elif options.crs and not parse_crs(options.crs).is_projected:
+        raise UsageError(f"--crs {options.crs}: expected --to beside it, a reference system in metres such as EPSG:32633")
+    elif looks_like_degrees(survey.x, survey.y):
+        raise UsageError(f"x from {number_text(float(survey.x.min()))} to {number_text(float(survey.x.max()))}, y from "
+                         f"{number_text(float(survey.y.min()))} to {number_text(float(survey.y.max()))} look like longitude and "
+                         "latitude; metres are needed: give --crs EPSG:4326 and --to EPSG:CODE of a system in metres")
+
+
+def _shift(placed: Placed, options: argparse.Namespace) -> None:
+    survey = placed.survey
+    if options.shift == "none":
+        return
+    if options.shift:
+        east, north = number_list("--shift", "x,y or none", options.shift, 2)
+    else:
+        east, north = shift_for_fields(survey.x, survey.y)
+        if (east, north) != (0.0, 0.0):
+            placed.warnings.append("x and y are too wide for the fields of the data files of a run, where they would run "
+                                   f"together; {number_text(east)},{number_text(north)} was subtracted from them and is "
+                                   "remembered in the side file")
+    if (east, north) == (0.0, 0.0):
+        return
+    placed.survey = replace(survey, x=survey.x - east, y=survey.y - north)
+    placed.side = replace(placed.side, shift=(east, north))
+    placed.notes.append(f"shift:        {number_text(east)},{number_text(north)} subtracted from x and y")
+
+
+def _thin(placed: Placed, distance: float) -> None:
+    survey = placed.survey
+    names = survey.line.tolist() if survey.line is not None else ["" for _ in range(survey.n_stations)]
+    kept = thin_lines(survey.x, survey.y, names, distance)
+    placed.survey = survey.select(kept)
+    placed.notes.append(f"thinned:      {len(kept)} of {survey.n_stations} records, at least {number_text(distance)} m apart "
+                        "along a line")
+
+
+def _lift(placed: Placed, options: argparse.Namespace) -> None:
+    if not options.topography:
+        raise UsageError("--height: expected --topography beside it")
+    survey, side = placed.survey, placed.side
+    places = np.column_stack([survey.x, survey.y])
+    step = max(float(np.ptp(survey.x)), float(np.ptp(survey.y)), 100.0) / 200.0
+    surface, warning = read_terrain(options.topography, places, step, crs=side.crs, terrain_crs=options.terrain_crs or "",
+                                    shift=side.shift)
+    if warning:
+        placed.warnings.append(warning)
+    placed.survey = replace(survey, elevation=surface(survey.x, survey.y) + options.height)
+    placed.notes.append(f"height:       {number_text(options.height)} m above the terrain")

@@ -1,0 +1,92 @@
+"""``voxlith-tools regional``: separate a regional field from the anomalies of a survey."""
+
+from __future__ import annotations
+
+import argparse
+from collections.abc import Sequence
+
+import numpy as np
+
+from ..errors import UsageError
+from ..io.numbers import number_text
+from ..regional import Regional, polynomial_regional, subtract, upward_regional, wavelength_regional
+from ..regional_picture import draw_regional
+from ..side_file import read_side_file, write_side_file
+from ..survey import Survey
+from .obs import type_code
+from .output import check_output, say, warn
+from .parser import Parser, integer_within, number_from
+
+PROGRAM = "voxlith-tools"
+
+_EXAMPLES = """\
+Examples:
+  voxlith-tools regional gz.obs --order 1 --out residual.obs --picture regional.png
+  voxlith-tools regional gz.obs --upward 2000 --out residual.obs
+  voxlith-tools regional tmi.mag --wavelength 5000 --out residual.mag
+The subtraction is remembered in the side file, residual.obs.json."""
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(f"{PROGRAM} regional", "Separate a regional field from the anomalies of a survey", _EXAMPLES)
+    add = parser.add_argument
+    add("file", help="Observed data file")
+    add("--order", metavar="NUMBER", type=integer_within(0, 3),
+        help="Polynomial by robust least squares: 0 a constant, 1 a plane, 2 or 3")
+    add("--upward", metavar="METRES", type=number_from(0.0, above=True),
+        help="The field continued upwards by this height, by equivalent sources")
+    add("--wavelength", metavar="METRES", type=number_from(0.0, above=True),
+        help="Wavelengths above this one, on a grid of equivalent sources")
+    add("--component", metavar="NUMBER", type=integer_within(1, 6), default=1, help="Component of the data (default: 1)")
+    add("--type", metavar="TYPE", nargs="+", action="extend",
+        help="Data types of the components (default: those of the file, else gz, or tmi with a field)")
+    add("--out", metavar="FILE", required=True, help="Observed data file of the residual to write")
+    add("--picture", metavar="FILE", help="Picture of field, regional and residual to write (.png or .pdf)")
+    return parser
+
+
+def run(arguments: Sequence[str]) -> int:
+    """Run the subcommand; gives the exit status. Raises VoxlithError."""
+    parser = make_parser()
+    options = parser.parse(arguments)
+    methods = [name for name in ("order", "upward", "wavelength") if getattr(options, name) is not None]
+    if len(methods) != 1:
+        raise UsageError(f"expected one of --order, --upward and --wavelength, found {len(methods)}")
+    check_output(options.out, {"the data": options.file})
+    survey = Survey.read(options.file, [type_code(text) for text in options.type] if options.type else None)
+    number = options.component - 1
+    regional = _separate(survey, options, number)
+    residual = subtract(survey, regional, number)
+    residual.write(options.out, digits="full")
+    write_side_file(options.out, read_side_file(options.file).with_step(
+        "regional", of=options.file, component=options.component, method=regional.method, parameter=regional.parameter,
+        coefficients=regional.coefficients.tolist(), origin=list(regional.origin),
+        subtracted=[float(f"{value:.9g}") for value in regional.values.tolist()]))
+    if options.picture:
+        draw_regional(options.picture, survey, regional, number)
+    _report(options, survey, residual, regional, number)
+    return 0
+
+
+def _separate(survey: Survey, options: argparse.Namespace, number: int) -> Regional:
+    if options.order is not None:
+        return polynomial_regional(survey, options.order, number)
+    if options.upward is not None:
+        return upward_regional(survey, options.upward, number)
+    return wavelength_regional(survey, options.wavelength, number)
+
+
+def _report(options: argparse.Namespace, survey: Survey, residual: Survey, regional: Regional, number: int) -> None:
+    unit = survey.units[number]
+    say(f"file:       {options.out}")
+    for label, values in (("field:", survey.data[number]), ("regional:", regional.values), ("residual:", residual.data[number])):
+        held = values[np.isfinite(values)]
+        low, high = (number_text(float(f"{value:.4g}")) for value in (held.min(), held.max()))
+        say(f"{label:<11} {low} to {high} {unit}")
+    if regional.method == "polynomial" and regional.coefficients.size:
+        say(f"constant:   {number_text(float(f'{regional.coefficients[0]:.4g}'))} {unit} at the middle of the survey")
+    field_range, left = float(np.nanmax(survey.data[number]) - np.nanmin(survey.data[number])), float(np.ptp(regional.values))
+    if regional.method != "polynomial" and left > 0.9 * field_range:
+        warn(PROGRAM, f"{options.out}: the regional field holds nearly all of the range of the data; use a larger height or "
+             "wavelength")

@@ -1,0 +1,66 @@
+"""``voxlith-tools weights``: a weighting file that keeps recovered bodies at their depth."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Sequence
+
+from ..errors import UsageError
+from ..io.numbers import number_text
+from ..io.weight_file import write_weight_file
+from ..mesh import Mesh
+from ..weights import DECAY, alpha_s_of_cell, power_law_weights, read_cell_sensitivity, sensitivity_weights
+from .output import check_output, say
+from .parser import Parser, number_from
+
+PROGRAM = "voxlith-tools"
+
+_EXAMPLES = """\
+Examples:
+  voxlith-tools weights --mtx gz.mtx --out weights.txt
+  voxlith-tools weights --mtx gz.mtx gzz.mtx --out weights.txt
+  voxlith-tools weights --mtx tmi.mtx --law power --z0 30 --out weights.txt
+Name the file on line 10 of the control file. voxlith-tools init writes and names such a file by itself. The weights suit
+voxlith-run with --target-rms or --until-converged, which minimise the model norm exactly."""
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(f"{PROGRAM} weights", "Write a weighting file that keeps recovered bodies at their depth", _EXAMPLES)
+    add = parser.add_argument
+    add("--mtx", metavar="FILE", nargs="+", action="extend", required=True, help="Sensitivity file; several for a joint run")
+    add("--law", choices=["sensitivity", "power"], default="sensitivity",
+        help="sensitivity: by the sensitivities of the files; power: by a power of the depth (default: sensitivity)")
+    add("--decay", metavar="NUMBER", type=number_from(0.0), default=DECAY,
+        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g})")
+    add("--z0", metavar="METRES", type=number_from(0.0, above=True),
+        help="Added to the depth, with --law power (default: half the first layer)")
+    add("--out", metavar="FILE", required=True, help="Weighting file to write")
+    return parser
+
+
+def run(arguments: Sequence[str]) -> int:
+    """Run the subcommand; gives the exit status. Raises VoxlithError."""
+    options = make_parser().parse(arguments)
+    if options.z0 is not None and options.law != "power":
+        raise UsageError("--z0 goes with --law power")
+    check_output(options.out, {f"--mtx {name}": name for name in options.mtx})
+    header, mesh, sensitivity = read_cell_sensitivity(options.mtx)
+    made = sensitivity_weights(mesh, sensitivity, header, options.decay)
+    if options.law == "power":
+        made = power_law_weights(mesh, mesh.flat(made.active), z0=options.z0, decay=options.decay)
+    write_weight_file(options.out, made.cells)
+    weights = made.cells.smallness[made.active]
+    say(f"{options.out}: {mesh.nx} x {mesh.ny} x {mesh.nz} cells, {int(made.active.sum())} active")
+    say(f"weights:        {number_text(float(f'{weights.min():.3g}'))} to {number_text(float(f'{weights.max():.3g}'))}, "
+        f"falling like (depth + z0)^-{number_text(options.decay)} below the stations")
+    if options.law == "sensitivity":
+        say(f"power:          {made.power:.3f} of the relative sensitivities")
+    say(f"alphaS:         {number_text(alpha_s_of_cell(core_cell(mesh)))} goes with these weights on line 9")
+    return 0
+
+
+def core_cell(mesh: Mesh) -> float:
+    """Geometric mean of the smallest widths of the axes with more than one cell, metres."""
+    logs = [math.log(float(widths.min())) for widths in (mesh.x_widths, mesh.y_widths, mesh.z_widths) if len(widths) > 1]
+    return math.exp(sum(logs) / len(logs)) if logs else float(mesh.z_widths[0])

@@ -1,0 +1,96 @@
+"""Terrain from any file: rasters that GDAL reads, tables with column names, and UBC points."""
+
+from __future__ import annotations
+
+import os
+
+import numpy as np
+import numpy.typing as npt
+
+from .crs import convert
+from .dem import Box, check_points, is_raster, read_raster_terrain
+from .errors import FileError, PathLike, UsageError
+from .io.csv_file import read_csv_file
+from .io.topography_file import read_topography_file
+from .terrain import Terrain
+
+Reals = npt.NDArray[np.float64]
+
+TABLE_ENDINGS = (".csv", ".tsv")
+_X_NAMES = ("x", "easting", "east", "e", "lon", "longitude", "utm_x", "easting_m")
+_Y_NAMES = ("y", "northing", "north", "n", "lat", "latitude", "utm_y", "northing_m")
+_Z_NAMES = ("z", "elevation", "height", "h", "elev", "alt", "altitude", "elevation_m", "height_m")
+_LEAST_COVERED = 0.98
+
+
+def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str = "", terrain_crs: str = "",
+                 shift: tuple[float, float] = (0.0, 0.0)) -> tuple[Terrain, str]:
+    """The surface around places.
+
+    Parameters
+    ----------
+    path : path
+        A raster by the ending of its name (:data:`voxlith.dem.RASTER_ENDINGS`), a table with column names
+        (``.csv``), or UBC points.
+    places : array_like, shape (n, 2)
+        x and y where elevations are needed, in the coordinates of the survey.
+    step : float
+        Wanted distance of points from rasters, metres.
+    crs : str
+        Reference system of the survey.
+    terrain_crs : str
+        That of the terrain; by default the raster's own, or that of the survey.
+    shift : tuple of 2 float
+        Subtracted from coordinates of the reference system, as in the survey.
+
+    Returns
+    -------
+    Terrain
+    str
+        A warning, or an empty text.
+
+    Raises
+    ------
+    FileError
+        For a file that cannot be read, and for points that make no surface around the places.
+    """
+    at = np.asarray(places, dtype=np.float64)
+    box = Box(float(at[:, 0].min()), float(at[:, 0].max()), float(at[:, 1].min()), float(at[:, 1].max()))
+    if is_raster(path):
+        found = read_raster_terrain(path, box, step, crs=crs, raster_crs=terrain_crs, shift=shift)
+        warning = ""
+        if found.covered < _LEAST_COVERED:
+            warning = (f"{os.fspath(path)}: the raster covers {100.0 * found.covered:.0f} % of the mesh; elsewhere the elevation "
+                       "of the nearest point is used")
+        return Terrain(check_points(found.points, path)), warning
+    points = _table_points(path) if os.fspath(path).lower().endswith(TABLE_ENDINGS) else read_topography_file(path)
+    if terrain_crs and crs and terrain_crs != crs:
+        x, y = convert(points[:, 0], points[:, 1], terrain_crs, crs)
+        points = np.column_stack([x, y, points[:, 2]])
+    points = points - np.array([shift[0], shift[1], 0.0])
+    return Terrain(check_points(points, path)), _coverage_warning(path, points, box)
+
+
+def _coverage_warning(path: PathLike, points: Reals, box: Box) -> str:
+    low, high = points[:, :2].min(axis=0), points[:, :2].max(axis=0)
+    if low[0] > box.east or high[0] < box.west or low[1] > box.north or high[1] < box.south:
+        raise FileError(path, f"expected points around x {box.west:g} to {box.east:g}, y {box.south:g} to {box.north:g}, found "
+                        f"points at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}")
+    wide = max(box.east - box.west, box.north - box.south)
+    if low[0] > box.west + 0.25 * wide or high[0] < box.east - 0.25 * wide or low[1] > box.south + 0.25 * wide or \
+            high[1] < box.north - 0.25 * wide:
+        return (f"{os.fspath(path)}: the points lie at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}, which leaves out "
+                "much of the mesh; there the elevation of the nearest point is used")
+    return ""
+
+
+def _table_points(path: PathLike) -> Reals:
+    table = read_csv_file(path)
+    columns = []
+    for what, names in (("x", _X_NAMES), ("y", _Y_NAMES), ("elevation", _Z_NAMES)):
+        found = [number for number, name in enumerate(table.columns) if name.strip().lower() in names]
+        if len(found) != 1:
+            raise UsageError(f"{os.fspath(path)}: expected one column of {what} named {', '.join(names)}, found the columns "
+                             f"{', '.join(table.columns)}")
+        columns.append(table.numbers(found[0]))
+    return np.column_stack(columns)

@@ -1,0 +1,165 @@
+"""The subcommands check, weights, terrain and regional, and terrain of any form for mtx."""
+
+from __future__ import annotations
+
+import json
+
+import numpy as np
+import pytest
+from conftest import one_line, stations
+from test_checks import changed, clean
+from test_coordinates import UTM33, slope, write_raster
+
+from voxlith import Mesh, Survey
+from voxlith.crs import longitude_latitude
+from voxlith.io.bounds_file import read_bounds_file
+from voxlith.io.topography_file import read_topography_file
+from voxlith.io.weight_file import read_weight_files
+from voxlith.side_file import SideInfo, read_side_file, write_side_file
+
+
+def messy_table(path) -> None:
+    """A survey in degrees with semicolons, decimal commas, missing values, a duplicate, a -9999, an offset and a slope."""
+    survey = clean()
+    x, y = survey.x.copy(), survey.y + 220000.0
+    data = survey.data[0] + 12.0 + 0.003 * (x - 452000.0)
+    x[200], y[200], data[200] = x[20], y[20], data[20] + 1.3
+    longitude, latitude = longitude_latitude(x, y, UTM33)
+    words = [f"{value:.3f}" for value in data]
+    words[60], words[61], words[62] = "-9999.000", "", "NA"
+    rows = [f"P{n:03d};{a:.7f};{b:.7f};{c:.2f};{d};0.020".replace(".", ",") for n, (a, b, c, d) in
+            enumerate(zip(longitude, latitude, survey.elevation, words))]
+    path.write_text("name;lon;lat;h;gz;err\n" + "\n".join(rows) + "\n")
+
+
+COLUMNS = ("--x", "lon", "--y", "lat", "--z", "h", "--data", "gz:err", "--decimal-comma", "--name", "name")
+
+
+def test_check_finds_all_traps_of_a_messy_table(tools, tmp_path):
+    messy_table(tmp_path / "messy.csv")
+    done = tools("check", "messy.csv", *COLUMNS, "--json", "found.json")
+    assert done.status == 1
+    found = {item["name"]: item for item in json.loads((tmp_path / "found.json").read_text())}
+    assert {"degrees", "no-data-code", "duplicate-stations"} <= set(found)
+    done = tools("check", "messy.csv", *COLUMNS, "--crs", "EPSG:4326", "--to", UTM33, "--json", "-")
+    found = {item["name"]: item for item in json.loads(done.out)}
+    assert set(found) - {"outliers"} == {"no-data-code", "duplicate-stations", "constant-offset", "regional-trend"}
+    assert found["no-data-code"]["stations"] == ["P060"] and set(found["duplicate-stations"]["stations"][0].split(" = ")) == {
+        "P020", "P200"}
+
+
+def test_check_of_clean_data_ends_with_0(tools, tmp_path):
+    clean().write(tmp_path / "gz.obs")
+    done = tools("check", "gz.obs")
+    assert done.status == 0 and done.out.endswith("gz.obs: 256 stations, 0 errors, 0 warnings, 0 notes\n")
+
+
+@pytest.mark.parametrize("content, name", [
+    (clean, "utf16"), (None, "absent"), (b"lon;lat\n1;2\n", "table")])
+def test_files_that_cannot_be_read(tools, tmp_path, content, name):
+    if content is clean:
+        clean().write(tmp_path / "a.obs")
+        (tmp_path / "a.obs").write_bytes((tmp_path / "a.obs").read_text().encode("utf-16"))
+        done = tools("check", "a.obs")
+        assert done.status == 1 and "not plain text in UTF-8" in done.out
+    elif content is None:
+        assert "absent.obs" in one_line(tools("check", "absent.obs"))
+    else:
+        (tmp_path / "a.csv").write_bytes(content)
+        done = tools("check", "a.csv")
+        assert done.status == 1 and "--data" in done.out
+
+
+def test_check_of_numbers_that_are_none(tools, tmp_path):
+    (tmp_path / "a.csv").write_text("x;y;z;d\n1000,5;2;3;1,25\n2000;2;3;1\n")
+    done = tools("check", "a.csv", "--data", "d", "--floor", 1)
+    assert done.status == 1 and "--decimal-comma" in done.out
+    assert "1 fields are no numbers" in done.out and "1 records have no place" in done.out
+
+
+def test_check_against_mesh_sensitivities_and_date(tools, tmp_path, magnetic):
+    data, mesh, mtx = (magnetic.path(name) for name in ("data.obs", "mesh.msh", "data.mtx"))
+    done = tools("check", data, "--type", "tmi", "--mesh", mesh, "--mtx", mtx)
+    assert done.status == 0, done.out
+    survey = Survey.read(data, "tmi")
+    survey.select(np.arange(survey.n_stations)[::-1]).write(tmp_path / "turned.mag")
+    done = tools("check", "turned.mag", "--type", "tmi", "--mtx", mtx)
+    assert done.status == 1 and "in another order" in done.out
+    done = tools("check", data, "--type", "tmi", "--date", "2024-05-01")
+    assert "--crs" in one_line(done, 2)
+
+
+def test_weights(tools, tmp_path, gravity):
+    done = tools("weights", "--mtx", gravity.path("data.mtx"), "--out", "w.txt")
+    assert done.status == 0 and "alphaS:" in done.out
+    mesh = Mesh.read(gravity.path("mesh.msh"))
+    weights = read_weight_files([tmp_path / "w.txt"], mesh.nx, mesh.ny, mesh.nz)
+    middle = weights.smallness[:, 4, 3]
+    assert (np.diff(middle) < 0.0).all()
+    power = tools("weights", "--mtx", gravity.path("data.mtx"), "--out", "p.txt", "--law", "power", "--z0", 25, "--decay", 2)
+    assert power.status == 0
+    law = read_weight_files([tmp_path / "p.txt"], mesh.nx, mesh.ny, mesh.nz).smallness[:, 4, 3]
+    volumes = mesh.cube(mesh.volumes())[:, 4, 3]
+    depth = 120.0 - mesh.z_centres
+    assert np.allclose(law, (1.0 + depth / 25.0) ** -2.0 * volumes / volumes.min())
+    assert one_line(tools("weights", "--mtx", gravity.path("data.mtx"), "--out", "w.txt", "--z0", 3), 2) == (
+        "--z0 goes with --law power")
+    assert tools("weights", "--mtx", gravity.path("data.obs"), "--out", "q.txt").status == 1
+    assert not (tmp_path / "q.txt").exists()
+
+
+def test_terrain_of_a_mesh(tools, tmp_path):
+    write_raster(tmp_path / "dem.tif")
+    mesh = Mesh.from_widths((452000.0, 5538000.0, 400.0), 12 * [100.0], 10 * [100.0], [50.0])
+    mesh.write(tmp_path / "mesh.msh")
+    done = tools("terrain", "dem.tif", "--mesh", "mesh.msh", "--to", UTM33, "--out", "topo.txt")
+    assert done.status == 0 and "EPSG:32633" in done.out
+    points = read_topography_file(tmp_path / "topo.txt")
+    assert np.allclose(points[:, 2], slope(points[:, 0], points[:, 1]), atol=0.05)
+    assert read_side_file(tmp_path / "topo.txt").crs == UTM33
+    assert "one of --mesh and --stations" in one_line(tools("terrain", "dem.tif", "--out", "t.txt"), 2)
+    (tmp_path / "line.txt").write_text("3\n452000 5538000 1\n452500 5538500 1\n453000 5539000 1\n")
+    assert "along one line" in one_line(tools("terrain", "line.txt", "--mesh", "mesh.msh", "--out", "t.txt"))
+    (tmp_path / "far.txt").write_text("3\n0 0 1\n1000 0 1\n0 1000 1\n")
+    assert "expected points around" in one_line(tools("terrain", "far.txt", "--mesh", "mesh.msh", "--out", "t.txt"))
+
+
+def test_sensitivities_over_a_raster_equal_those_over_its_points(tools, tmp_path):
+    """Inactive cells, too: the terrain of a raster and of its points is the same surface."""
+    mesh = Mesh.from_widths((452000.0, 5538000.0, 340.0), 8 * [100.0], 6 * [100.0], 5 * [20.0])
+    mesh.write(tmp_path / "mesh.msh")
+    survey = stations(0)
+    survey = changed(survey, x=survey.x + 451000.0, y=survey.y + 5536000.0, elevation=survey.elevation + 300.0)
+    survey.write(tmp_path / "s.obs")
+    write_side_file(tmp_path / "s.obs", SideInfo(UTM33))
+    write_raster(tmp_path / "dem.tif", pixel=50.0)
+    x, y = (a.ravel() for a in np.meshgrid(np.arange(451000.0, 454000.0, 100.0), np.arange(5537000.0, 5540000.0, 100.0)))
+    (tmp_path / "points.csv").write_text("x,y,z\n" + "\n".join(f"{a},{b},{slope(a, b)}" for a, b in zip(x, y)) + "\n")
+    bounds = []
+    for topography in ("dem.tif", "points.csv"):
+        done = tools("mtx", "--mesh", "mesh.msh", "--stations", "s.obs", "--type", "gz", "--out", "g.mtx", "--topography",
+                     topography)
+        assert done.status == 0, done.errors
+        bounds.append(read_bounds_file(tmp_path / "g_bounds.txt", mesh.n_cells))
+    assert np.array_equal(*bounds) and (bounds[0] == 0.0).all(axis=-1).any()
+
+
+def test_regional(tools, tmp_path):
+    survey = clean()
+    tilted = changed(survey, data=survey.data + 12.0 + 0.002 * (survey.x - 452000.0))
+    tilted.write(tmp_path / "gz.obs")
+    write_side_file(tmp_path / "gz.obs", SideInfo("EPSG:32633"))
+    done = tools("regional", "gz.obs", "--order", 1, "--out", "rest.obs", "--picture", "regional.png")
+    assert done.status == 0 and (tmp_path / "regional.png").read_bytes()[:4] == b"\x89PNG"
+    residual = Survey.read(tmp_path / "rest.obs")
+    assert np.abs(residual.data - survey.data).max() < 0.15
+    side = read_side_file(tmp_path / "rest.obs")
+    assert side.crs == "EPSG:32633" and side.history[0]["operation"] == "regional"
+    restored = residual.data[0] + np.array(side.history[0]["subtracted"])
+    assert np.allclose(restored, Survey.read(tmp_path / "gz.obs").data[0], atol=1.0e-6)
+    assert tools("check", "rest.obs").status == 0
+    assert "one of --order" in one_line(tools("regional", "gz.obs", "--out", "r.obs"), 2)
+    assert ".png or .pdf" in one_line(tools("regional", "gz.obs", "--order", 0, "--out", "r.obs", "--picture", "r.txt"), 2)
+    line = survey.select(np.arange(112, 128))
+    line.write(tmp_path / "line.obs")
+    assert tools("regional", "line.obs", "--upward", 300, "--out", "r.obs", "--picture", "r.pdf").status == 0
