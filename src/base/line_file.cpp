@@ -1,6 +1,7 @@
 #include "base/line_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/file_sync.h"
 #include "base/system_write.h"
 
 namespace voxlith {
@@ -38,6 +40,21 @@ bool completeLastLine(int handle) {
     return last == '\n' || writeWholeLine(handle, {});
 }
 
+// Pipes and devices are not locked. File systems without locks do without.
+bool lockFile(int handle) {
+    struct stat state {};
+    if (::fstat(handle, &state) != 0 || !S_ISREG(state.st_mode)) {
+        return true;
+    }
+    return ::flock(handle, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// Pipes and devices are always empty.
+bool emptyFile(int handle) {
+    struct stat state {};
+    return ::fstat(handle, &state) == 0 && (!S_ISREG(state.st_mode) || ::ftruncate(handle, 0) == 0);
+}
+
 }  // namespace
 
 LineFile::~LineFile() {
@@ -48,26 +65,32 @@ LineFile::~LineFile() {
 }
 
 bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode) {
+    closeLineFile(file);
     std::array<char, 4096> path{};
     if (name.empty() || name.size() >= path.size()) {
         errno = name.empty() ? ENOENT : ENAMETOOLONG;
         return false;
     }
     std::copy(name.begin(), name.end(), path.begin());
-    const int flags = mode == LineFileMode::create ? O_WRONLY | O_CREAT | O_TRUNC | O_APPEND : O_RDWR | O_APPEND;
+    // A link would lead the lines into the file of somebody else. Only a link is removed here, so a failure is
+    // harmless.
+    struct stat state {};
+    if (mode == LineFileMode::create && ::lstat(path.data(), &state) == 0 && S_ISLNK(state.st_mode)) {
+        ::unlink(path.data());
+    }
+    const int flags = mode == LineFileMode::create ? O_WRONLY | O_CREAT | O_APPEND : O_RDWR | O_APPEND;
     // Without O_NONBLOCK a named pipe that nobody reads would block the program forever.
-    const int handle = ::open(path.data(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
+    const int handle = ::open(path.data(), flags | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0666);
     if (handle < 0) {
         return false;
     }
-    const bool usable = ::fcntl(handle, F_SETFL, O_APPEND) == 0;
-    if (!usable || (mode == LineFileMode::append && !completeLastLine(handle))) {
+    const bool usable = ::fcntl(handle, F_SETFL, O_APPEND) == 0 && lockFile(handle);
+    if (!usable || (mode == LineFileMode::append ? !completeLastLine(handle) : !emptyFile(handle))) {
         const int cause = errno;
         ::close(handle);
         errno = cause;
         return false;
     }
-    closeLineFile(file);
     file.handle = handle;
     file.name.fill('\0');
     std::copy_n(name.begin(), std::min(name.size(), file.name.size() - 1), file.name.begin());
@@ -84,16 +107,10 @@ void writeLine(LineFile& file, std::string_view line) {
     }
 }
 
-void flushLineFile(LineFile& file) {
-    if (file.handle < 0) {
-        return;
+void syncLineFile(LineFile& file) {
+    if (file.handle >= 0 && !syncFile(file.handle)) {
+        throwSystemError(nameOf(file), "cannot be written", errno);
     }
-#ifdef __linux__
-    // Starts the writing and does not wait for it. Refused for pipes and terminals, which are not cached.
-    static_cast<void>(::sync_file_range(file.handle, 0, 0, SYNC_FILE_RANGE_WRITE));
-#else
-    static_cast<void>(::fsync(file.handle));
-#endif
 }
 
 void closeLineFile(LineFile& file) {

@@ -1,5 +1,6 @@
 // A text file that grows line by line and can be followed while it grows: the log and the progress tables. Each line is
-// one system write, so that a run that is killed leaves at most its last line incomplete.
+// one system write, so that a run that is killed leaves at most its last line incomplete. Its writer holds a lock on
+// it, which ends with the process: two runs cannot mix their lines.
 #pragma once
 
 #include <array>
@@ -20,8 +21,10 @@ struct LineFile {
 
 enum class LineFileMode { create, append };
 
-// Opens `name`, replacing an earlier file or continuing it (an existing file is then required; a last line without
-// its line end gets one first). False when that fails, with errno.
+// Closes what `file` had open and opens `name`, replacing an earlier file or continuing it (an existing file is then
+// required; a last line without its line end gets one first). A symbolic link is replaced, not followed, and cannot be
+// continued (ELOOP). False when that fails, with errno: EWOULDBLOCK when another process has the file open for writing;
+// it is then unchanged.
 bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode);
 
 bool isOpen(const LineFile& file);
@@ -29,8 +32,8 @@ bool isOpen(const LineFile& file);
 // Appends `line` and a line end in one system write. Throws RunError (file and cause) when it cannot be written whole.
 void writeLine(LineFile& file, std::string_view line);
 
-// Starts writing to the disk what the system has cached. Never fails a run.
-void flushLineFile(LineFile& file);
+// Waits until the lines are on the disk. Nothing happens while closed. Throws RunError.
+void syncLineFile(LineFile& file);
 
 // Throws RunError when the system reports at the close that something was not written. Nothing happens while closed.
 void closeLineFile(LineFile& file);

@@ -1,6 +1,5 @@
 #include "base/output_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,13 +9,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/file_sync.h"
 #include "base/system_write.h"
+#include "base/temporary_file.h"
 
 namespace voxlith {
 
 namespace {
-
-constexpr std::string_view temporarySuffix = ".part";
 
 // Closes and removes the unfinished file; the file of its final name stays.
 void abandon(OutputFile& file) {
@@ -65,30 +64,14 @@ void openOutputFile(OutputFile& file, std::string_view name) {
         throwSystemError(name, "cannot be created", ENAMETOOLONG);
     }
     file.name.fill('\0');
-    file.temporaryName.fill('\0');
     std::copy(name.begin(), name.end(), file.name.begin());
-    char* const nameEnd = std::copy(name.begin(), name.end(), file.temporaryName.begin());
-    std::copy(temporarySuffix.begin(), temporarySuffix.end(), nameEnd);
     if (name.empty() || !mayBeReplaced(file.name.data())) {
         throwSystemError(name, "cannot be created", name.empty() ? ENOENT : errno);
     }
-    // What a killed run left under this name is removed first, and only a new file is accepted: were the name a link,
-    // its target would be overwritten.
-    ::unlink(file.temporaryName.data());
-    file.handle = ::open(file.temporaryName.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    file.handle = createTemporaryFile(file.name.data(), file.temporaryName);
     if (file.handle < 0) {
         throwSystemError(name, "cannot be created", errno);
     }
-}
-
-void expectOutput(OutputFile& file, std::size_t bytes) {
-#if defined(__linux__)
-    // The writes themselves fail where the disk is too small.
-    static_cast<void>(::fallocate(file.handle, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)));
-#else
-    static_cast<void>(file);
-    static_cast<void>(bytes);
-#endif
 }
 
 char* reserveOutput(OutputFile& file, std::size_t count) {
@@ -121,18 +104,19 @@ void appendOutputLine(OutputFile& file, std::string_view line) {
     appendOutput(file, "\n");
 }
 
+void flushOutput(OutputFile& file) {
+    writeBuffer(file);
+}
+
 void finishOutputFile(OutputFile& file) {
     writeBuffer(file);
-    const int handle = file.handle;
-    file.handle = -1;
-    // Some file systems report a full disk only here. After EINTR the descriptor is closed all the same.
-    bool complete = ::close(handle) == 0 || errno == EINTR;
-    complete = complete && std::rename(file.temporaryName.data(), file.name.data()) == 0;
-    if (!complete) {
-        const int cause = errno;
-        ::unlink(file.temporaryName.data());
-        throwSystemError(file.name.data(), "cannot be written", cause);
+    // Renamed before it is closed: the lock on the temporary file ends at the close.
+    if (!syncFile(file.handle) || std::rename(file.temporaryName.data(), file.name.data()) != 0) {
+        failOutput(file, errno);
     }
+    ::close(file.handle);
+    file.handle = -1;
+    syncFolderOf(file.name.data());
 }
 
 }  // namespace voxlith

@@ -1,6 +1,7 @@
-// A text or binary file that is read as a whole later. It is written to a temporary name in the same folder and renamed
-// when it is complete, so that its own name always has either the last complete version or nothing. Nothing is
-// allocated. This is the one place that knows how whole files reach the disk.
+// A text or binary file that is read as a whole later. It is written under a temporary name in the same folder and
+// renamed when it is complete and on the disk, so that its own name always has the last complete version or nothing,
+// also after a power failure. Nothing is allocated. This is the one place that knows how whole files are written;
+// base/staged_files.h replaces files that are written often.
 #pragma once
 
 #include <array>
@@ -17,18 +18,14 @@ struct OutputFile {
 
     int handle = -1;
     std::array<char, 1024> name{};
-    std::array<char, 1040> temporaryName{};
+    std::array<char, 1064> temporaryName{};
     std::size_t used = 0;
-    // Many pages at each write.
-    std::array<char, 262144> buffer;
+    // Several pages at each write; small enough for a short stack.
+    std::array<char, 32768> buffer;
 };
 
 // Throws RunError (file and cause) when the file cannot be created.
 void openOutputFile(OutputFile& file, std::string_view name);
-
-// Announces the length of the file, so that the system can allocate its blocks at once. Best effort: longer and shorter
-// files come out right.
-void expectOutput(OutputFile& file, std::size_t bytes);
 
 // Space for `count` (at most 16384) further characters in the buffer; write there, then call commitOutput with the
 // number of characters used. Throws RunError when the buffer cannot be written out.
@@ -38,7 +35,11 @@ void commitOutput(OutputFile& file, std::size_t count);
 void appendOutput(OutputFile& file, std::string_view text);
 void appendOutputLine(OutputFile& file, std::string_view line);
 
-// Writes out what is left, closes, and renames to the final name. Throws RunError; the earlier version then stays.
+// Writes out what is left in the buffer. Throws RunError; the temporary file is then gone.
+void flushOutput(OutputFile& file);
+
+// Writes out what is left, waits until it is on the disk, renames to the final name, and waits until that name is on
+// the disk. Throws RunError; the earlier version then stays.
 void finishOutputFile(OutputFile& file);
 
 }  // namespace voxlith

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/line_file.h"
+#include "base/temporary_file.h"
 #include "base/text_line.h"
 #include "driver/run_state.h"
 
@@ -15,11 +16,16 @@ namespace {
 constexpr std::string_view logName = "voxlith.log";
 
 void openLog(Messages& messages, LineFileMode mode) {
-    if (openLineFile(messages.log, logName, mode)) {
+    bool opened = openLineFile(messages.log, logName, mode);
+    if (!opened && mode == LineFileMode::append && errno == ENOENT) {
+        opened = openLineFile(messages.log, logName, LineFileMode::create);
+    }
+    if (opened) {
+        removeLeftovers("voxlith");  // the lock on the log says that no other run is at work here
         return;
     }
-    if (mode == LineFileMode::append && errno == ENOENT && openLineFile(messages.log, logName, LineFileMode::create)) {
-        return;
+    if (errno == EWOULDBLOCK) {
+        throw RunError(std::string(logName) + ": another run is writing to this folder");
     }
     throw RunError(std::string(logName) + ": cannot be opened for writing: " + std::strerror(errno));
 }
@@ -58,6 +64,7 @@ void closeLog(Messages& messages, double cpuStart, double julianStart) {
     const double clockSecondsTaken = 24.0 * 60.0 * 60.0 * (julianDay(endedAt) - julianStart);
     screenAndLogMinutes(messages, " cpu time taken (mins):  ", static_cast<double>(cpuMinutes));
     screenAndLogMinutes(messages, " clock time taken (mins): ", clockSecondsTaken / 60.0);
+    syncLineFile(messages.log);
     closeLineFile(messages.log);
 }
 

@@ -9,6 +9,9 @@
 
 namespace voxlith {
 
+// Both take the lock of the run on the log (a second run in the folder is refused, RunError) and then remove the
+// unfinished files of killed runs.
+
 // Replaces an earlier log and writes the head.
 void openLogForNewRun(Messages& messages, const DateTime& startedAt);
 

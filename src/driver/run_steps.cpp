@@ -7,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "base/staged_files.h"
 #include "base/tokens.h"
 #include "driver/command_line.h"
 #include "driver/continuation.h"
@@ -177,6 +178,7 @@ void writeResults(const InversionProblem& problem) {
     if (hasApparentDensityTable(problem.style())) {
         writeApparentDensityTable("voxlith_appden.csv", problem.mesh, problem.arrays.model, obs);
     }
+    removePreviousVersions("voxlith");
 }
 
 void reportCompletion(RunState& run, double cpuStart, double julianStart) {

@@ -7,7 +7,6 @@
 
 #include "base/fixed_field.h"
 #include "base/free_format.h"
-#include "base/output_file.h"
 #include "base/text_input.h"
 #include "base/tokens.h"
 #include "formats/short_name.h"
@@ -79,18 +78,14 @@ void readModelFile(Messages& messages, Positivity positivity, const std::string&
     projectModel(positivity, bounds, allTypes);
 }
 
-void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
-                    std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
-                    InversionStyle inversionStyle) {
+void appendModel(OutputFile& file, const MeshGeometry& mesh, std::int32_t modelType, std::span<const double> source,
+                 std::span<const float> depthWeight, bool foldDepthWeight, InversionStyle inversionStyle) {
     const std::size_t cells = mesh.cellCount();
     const auto nz = static_cast<std::size_t>(mesh.nz);
     assert(source.size() >= (static_cast<std::size_t>(modelType) + 1) * cells);
     assert(!foldDepthWeight || depthWeight.size() >= cells);
     const std::span<const double> values = source.subspan(static_cast<std::size_t>(modelType) * cells, cells);
     const std::size_t ownLayers = writtenCellsPerColumn(inversionStyle, nz);
-    OutputFile file;
-    openOutputFile(file, fileName);
-    expectOutput(file, lineBytes * cells);
     std::array<double, valuesAtOnce> shown;
     for (std::size_t first = 0; first < cells; first += shown.size()) {
         const std::size_t count = std::min(shown.size(), cells - first);
@@ -101,6 +96,14 @@ void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::in
         }
         writeValues(file, std::span(shown).first(count));
     }
+}
+
+void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
+                    std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
+                    InversionStyle inversionStyle) {
+    OutputFile file;
+    openOutputFile(file, fileName);
+    appendModel(file, mesh, modelType, source, depthWeight, foldDepthWeight, inversionStyle);
     finishOutputFile(file);
 }
 

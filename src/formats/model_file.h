@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/messages.h"
+#include "base/output_file.h"
 #include "survey/inversion_style.h"
 #include "survey/mesh_geometry.h"
 #include "survey/model_bounds.h"
@@ -24,5 +25,9 @@ void readModelFile(Messages& messages, Positivity positivity, const std::string&
 void writeModelFile(std::string_view fileName, const MeshGeometry& mesh, std::int32_t modelType,
                     std::span<const double> source, std::span<const float> depthWeight, bool foldDepthWeight,
                     InversionStyle inversionStyle);
+
+// The same content into an open file.
+void appendModel(OutputFile& file, const MeshGeometry& mesh, std::int32_t modelType, std::span<const double> source,
+                 std::span<const float> depthWeight, bool foldDepthWeight, InversionStyle inversionStyle);
 
 }  // namespace voxlith

@@ -5,7 +5,6 @@
 #include <cstddef>
 
 #include "base/free_format.h"
-#include "base/output_file.h"
 #include "base/text_input.h"
 #include "base/text_line.h"
 #include "base/tokens.h"
@@ -346,15 +345,6 @@ void putStars(TextLine& line, const ObsSet& obs) {
     }
 }
 
-// Of the lines of all records.
-std::size_t expectedBytes(const ObsSet& obs, bool downhole) {
-    constexpr std::size_t station = std::size_t{3} * coordinateWidth;
-    constexpr std::size_t angles = std::size_t{2} * angleWidth;
-    constexpr std::size_t datum = std::size_t{2} * dataWidth;
-    const std::size_t line = station + (downhole ? angles : 0) + datum * componentsOf(obs) + 1;
-    return line * static_cast<std::size_t>(obs.nData);
-}
-
 void assertShapes([[maybe_unused]] const ObsSet& obs, [[maybe_unused]] std::size_t values) {
     assert(obs.ObsX.size() >= static_cast<std::size_t>(obs.nData));
     assert(obs.ObsY.size() == obs.ObsX.size() && obs.ObsZ.size() == obs.ObsX.size());
@@ -398,12 +388,9 @@ std::int32_t readObsFile(Messages& messages, ObsReadMode mode, const std::string
     return countInFile;
 }
 
-void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const double> dataArray) {
+void appendObs(OutputFile& file, const ObsSet& obs, std::span<const double> dataArray) {
     assertShapes(obs, dataArray.size());
-    OutputFile file;
-    openOutputFile(file, fileName);
     const bool downhole = isDownhole(obs);
-    expectOutput(file, expectedBytes(obs, downhole));
     if (hasMagneticLayout(obs.dataType[0])) {
         writeFieldHeader(file, obs);
     }
@@ -420,6 +407,12 @@ void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const 
         }
         appendOutputLine(file, line);
     }
+}
+
+void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const double> dataArray) {
+    OutputFile file;
+    openOutputFile(file, fileName);
+    appendObs(file, obs, dataArray);
     finishOutputFile(file);
 }
 

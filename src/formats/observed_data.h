@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "base/messages.h"
+#include "base/output_file.h"
 #include "survey/obs_set.h"
 
 namespace voxlith {
@@ -31,5 +32,8 @@ std::int32_t readObsFile(Messages& messages, ObsReadMode mode, const std::string
 // `dataArray` is shaped like obs.obsData and normalised like it. The file is replaced. Throws RunError when it cannot
 // be written. Allocates nothing.
 void writeObsFile(std::string_view fileName, const ObsSet& obs, std::span<const double> dataArray);
+
+// The same content into an open file.
+void appendObs(OutputFile& file, const ObsSet& obs, std::span<const double> dataArray);
 
 }  // namespace voxlith

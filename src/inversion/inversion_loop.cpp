@@ -73,7 +73,8 @@ void reportStart(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     logStartingTerms(loop.messages, loop.state.iterTerms, loop.state.barrier, problem.options.multiplier);
     const double start = clockSeconds();
-    writeRunningFiles(problem, modelOf(problem));
+    stageRunningFiles(problem, modelOf(problem), loop.staged);
+    publishStagedFiles(loop.staged);
     stopTimer(problem.timers.output, start);
     const IterationRow row = rowOf(loop);
     if (problem.options.startIteration == 0) {
@@ -111,7 +112,7 @@ void optimiserIteration(InversionLoop& loop) {
     }
     // Compatibility: convergence or an error of the optimiser stops nothing; the reports then repeat the terms before.
     if (taskIs(state.task, "NEW_X")) {
-        writeGradientFile(loop.problem, delmOf(loop.problem));
+        stageGradientFile(loop.problem, delmOf(loop.problem), loop.staged);
         state.iterTerms = state.fgTerms;
     }
 }
@@ -139,9 +140,14 @@ void conjugateGradientIteration(InversionLoop& loop) {
     }
 }
 
-void outputStep(InversionLoop& loop) {
+// True when the files are published: they have their names, and are on the disk.
+bool outputStep(InversionLoop& loop) {
     const double start = clockSeconds();
-    writeRunningFiles(loop.problem, modelOf(loop.problem));
+    stageRunningFiles(loop.problem, modelOf(loop.problem), loop.staged);
+    const bool published = loop.state.iteration >= loop.problem.options.maxIterations || publicationIsDue(loop.staged);
+    if (published) {
+        publishStagedFiles(loop.staged);
+    }
     // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.
     for (double& value : modelOf(loop.problem)) {
         if (value < dummyLimit) {
@@ -149,6 +155,7 @@ void outputStep(InversionLoop& loop) {
         }
     }
     stopTimer(loop.problem.timers.output, start);
+    return published;
 }
 
 }  // namespace
@@ -199,15 +206,22 @@ void takeCycleStep(InversionLoop& loop) {
 void finishIteration(InversionLoop& loop) {
     LoopState& state = loop.state;
     const InversionOptions& options = loop.problem.options;
-    outputStep(loop);
+    const bool published = outputStep(loop);
     IterationRow row = rowOf(loop);
     row.iterTime = clockSeconds() - loop.iterationStart;
     reportIteration(loop.messages, loop.progressTable, row, state.barrier);
+    if (published) {
+        syncLineFile(loop.messages.log);
+        syncLineFile(loop.progressTable);
+    }
     if (state.iteration >= options.maxIterations) {
         state.continueFlag = false;
     }
     if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0) {
-        writeIterationModels(loop.problem, state.iteration, modelOf(loop.problem));
+        stageIterationModels(loop.problem, state.iteration, modelOf(loop.problem), loop.staged);
+        if (published) {
+            publishStagedFiles(loop.staged);
+        }
     }
 }
 
@@ -233,6 +247,7 @@ void advanceCycle(LoopState& state) {
 }
 
 void finishInversion(InversionLoop& loop) {
+    publishStagedFiles(loop.staged);
     evaluateGradient(loop);  // arrays.delm ends as the gradient of the final model
     screenAndLogLine(loop.messages, "");
     reportOverhead(loop.messages, loop.problem.timers);

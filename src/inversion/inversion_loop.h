@@ -21,6 +21,7 @@
 
 #include "base/line_file.h"
 #include "base/messages.h"
+#include "base/staged_files.h"
 #include "inversion/barrier.h"
 #include "inversion/inversion_problem.h"
 #include "inversion/iteration_report.h"
@@ -55,6 +56,7 @@ struct InversionLoop {
     LineFile& progressTable;  // voxlith.aux, open
     LoopState state{};
     double iterationStart = 0;  // clock reading, seconds
+    StagedFiles staged{};       // the running files of the last iterations
 };
 
 // Background removal, preconditioner, fixed deep cells, the terms at the starting model; writes the running files and
@@ -72,7 +74,8 @@ void startIteration(InversionLoop& loop);
 // file after a step of the optimiser.
 void takeCycleStep(InversionLoop& loop);
 
-// Writes the running files, the rows of log and tables, and numbered models where the options ask for them. Sets
+// Writes the running files (those of fast iterations are published every few seconds and after the last one), the
+// rows of log and tables, and numbered models where the options ask for them. Sets
 // continueFlag to false when options.maxIterations, counted from the beginning of the first run, is reached.
 void finishIteration(InversionLoop& loop);
 
@@ -82,7 +85,7 @@ IterationRow rowOf(const InversionLoop& loop);
 // Moves on to the next position in the cycle. After a conjugate-gradient step the optimiser starts anew.
 void advanceCycle(LoopState& state);
 
-// Leaves the gradient of the last model in arrays.delm and writes the overhead lines.
+// Publishes the running files, leaves the gradient of the last model in arrays.delm, and writes the overhead lines.
 void finishInversion(InversionLoop& loop);
 
 // All of the above: leaves arrays.model and obs.predData at their last values. Ends after options.maxIterations and

@@ -57,7 +57,6 @@ void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Bar
     // Compatibility: the norm of the starting model has no root here, nor in the first row of the progress table.
     logReal(messages, "initial norm   : ", terms.refNorm + terms.smoothNorm);
     logReal(messages, "initial total  : ", std::sqrt(reportedTotal(terms, multiplier)));
-    flushLineFile(messages.log);
 }
 
 void startProgressTable(LineFile& progressTable, const IterationRow& row) {
@@ -103,8 +102,6 @@ void reportIteration(Messages& messages, LineFile& progressTable, const Iteratio
     if (row.steppedByConjugateGradients) {
         logLine(messages, TextLine("time, steps+: ").fixed(row.iterTime, 10, 1).integer(row.stepCount, 6));
     }
-    flushLineFile(messages.log);
-    flushLineFile(progressTable);
 }
 
 void reportOverhead(Messages& messages, const OverheadTimers& timers) {

@@ -39,10 +39,20 @@ int iterationDigits(std::int32_t iteration, std::int32_t maxIterations) {
     return digits;
 }
 
-void writeModel(const InversionProblem& problem, std::string_view name, std::size_t modelType,
-                std::span<const double> model) {
-    writeModelFile(name, problem.mesh, static_cast<std::int32_t>(modelType), model,
-                   problem.sensitivity.depthWeightOf(0), problem.sensitivity.foldDepthWeight, problem.style());
+void stageModel(const InversionProblem& problem, std::string_view name, std::size_t modelType,
+                std::span<const double> model, PreviousVersion previous, StagedFiles& staged) {
+    OutputFile file;
+    openOutputFile(file, name);
+    appendModel(file, problem.mesh, static_cast<std::int32_t>(modelType), model, problem.sensitivity.depthWeightOf(0),
+                problem.sensitivity.foldDepthWeight, problem.style());
+    stageOutputFile(file, previous, staged);
+}
+
+void stagePrediction(const InversionProblem& problem, StagedFiles& staged) {
+    OutputFile file;
+    openOutputFile(file, "voxlith.pre");
+    appendObs(file, problem.obs, problem.obs.predData);
+    stageOutputFile(file, PreviousVersion::kept, staged);
 }
 
 }  // namespace
@@ -68,27 +78,32 @@ TextLine finalModelName(DataType firstType, const InversionOptions& options, std
     return name.text(finalSuffix(firstType));
 }
 
-void writeRunningFiles(const InversionProblem& problem, std::span<const double> model) {
-    writeObsFile("voxlith.pre", problem.obs, problem.obs.predData);
+void stageRunningFiles(const InversionProblem& problem, std::span<const double> model, StagedFiles& staged) {
+    stagePrediction(problem, staged);
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
-        writeModel(problem, runningModelName(problem.obs.dataType[0], problem.options, type), type, model);
+        stageModel(problem, runningModelName(problem.obs.dataType[0], problem.options, type), type, model,
+                   PreviousVersion::kept, staged);
     }
 }
 
-void writeIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model) {
+void stageIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model,
+                          StagedFiles& staged) {
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
-        writeModel(problem, iterationModelName(problem.obs.dataType[0], problem.options, iteration, type), type, model);
+        stageModel(problem, iterationModelName(problem.obs.dataType[0], problem.options, iteration, type), type, model,
+                   PreviousVersion::dropped, staged);
     }
+}
+
+void stageGradientFile(const InversionProblem& problem, std::span<const double> gradient, StagedFiles& staged) {
+    stageModel(problem, "voxlith_grad.mod", 0, gradient, PreviousVersion::kept, staged);
 }
 
 void writeFinalModels(const InversionProblem& problem, std::span<const double> model) {
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
-        writeModel(problem, finalModelName(problem.obs.dataType[0], problem.options, type), type, model);
+        writeModelFile(finalModelName(problem.obs.dataType[0], problem.options, type), problem.mesh,
+                       static_cast<std::int32_t>(type), model, problem.sensitivity.depthWeightOf(0),
+                       problem.sensitivity.foldDepthWeight, problem.style());
     }
-}
-
-void writeGradientFile(const InversionProblem& problem, std::span<const double> gradient) {
-    writeModel(problem, "voxlith_grad.mod", 0, gradient);
 }
 
 }  // namespace voxlith

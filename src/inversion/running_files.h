@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "base/staged_files.h"
 #include "base/text_line.h"
 #include "inversion/inversion_problem.h"
 #include "survey/data_types.h"
@@ -26,11 +27,13 @@ TextLine iterationModelName(DataType firstType, const InversionOptions& options,
 // As the running name, with ".sus" or ".den".
 TextLine finalModelName(DataType firstType, const InversionOptions& options, std::size_t modelType);
 
-// Each writes arrays shaped (k, i, j, model type), the models in physical units, allocates nothing and throws RunError
-// when a file cannot be written.
-void writeRunningFiles(const InversionProblem& problem, std::span<const double> model);
-void writeIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model);
+// Each takes arrays shaped (k, i, j, model type), writes the models in physical units, allocates nothing and throws
+// RunError when a file cannot be written. The first three stage their files, so that publishStagedFiles brings them
+// under their names.
+void stageRunningFiles(const InversionProblem& problem, std::span<const double> model, StagedFiles& staged);
+void stageIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model,
+                          StagedFiles& staged);
+void stageGradientFile(const InversionProblem& problem, std::span<const double> gradient, StagedFiles& staged);
 void writeFinalModels(const InversionProblem& problem, std::span<const double> model);
-void writeGradientFile(const InversionProblem& problem, std::span<const double> gradient);
 
 }  // namespace voxlith

@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <string>
 
 #include "base/messages.h"
@@ -26,7 +28,7 @@ TEST(LineFile, replacesOrContinuesAFile) {
     EXPECT_TRUE(isOpen(file));
     writeLine(file, " first");
     writeLine(file, "");
-    flushLineFile(file);
+    syncLineFile(file);
     EXPECT_EQ(folder.read("run.log"), " first\n\n");
     closeLineFile(file);
     closeLineFile(file);
@@ -88,19 +90,66 @@ TEST(LineFile, reportsAFullDisk) {
     } catch (const RunError& error) {
         EXPECT_STREQ(error.what(), "/dev/full: cannot be written: No space left on device");
     }
-    EXPECT_NO_THROW(flushLineFile(file));
+    EXPECT_NO_THROW(syncLineFile(file));
 }
 
 TEST(LineFile, reportsAClosedDescriptor) {
     TemporaryFolder folder;
     LineFile file;
     EXPECT_THROW(writeLine(file, "a line"), RunError);
-    EXPECT_NO_THROW(flushLineFile(file));
+    EXPECT_NO_THROW(syncLineFile(file));
     ASSERT_TRUE(openLineFile(file, folder.file("x"), LineFileMode::create));
     ::close(file.handle);
+    EXPECT_THROW(syncLineFile(file), RunError);
     EXPECT_THROW(writeLine(file, "a line"), RunError);
     EXPECT_THROW(closeLineFile(file), RunError);
     EXPECT_FALSE(isOpen(file));
+}
+
+TEST(LineFile, hasOneWriter) {
+    TemporaryFolder folder;
+    LineFile first, second;
+    ASSERT_TRUE(openLineFile(first, folder.file("run.log"), LineFileMode::create));
+    writeLine(first, "first");
+    for (const LineFileMode mode : {LineFileMode::create, LineFileMode::append}) {
+        EXPECT_FALSE(openLineFile(second, folder.file("run.log"), mode));
+        EXPECT_EQ(errno, EWOULDBLOCK);
+    }
+    EXPECT_EQ(folder.read("run.log"), "first\n");
+    closeLineFile(first);
+    ASSERT_TRUE(openLineFile(second, folder.file("run.log"), LineFileMode::append));
+    // Its own lock is no obstacle.
+    EXPECT_TRUE(openLineFile(second, folder.file("run.log"), LineFileMode::create));
+    EXPECT_EQ(folder.read("run.log"), "");
+}
+
+TEST(LineFile, isFreeWhenItsWriterWasKilled) {
+    TemporaryFolder folder;
+    const std::string name = folder.file("run.log");
+    const pid_t writer = ::fork();
+    if (writer == 0) {
+        LineFile file;
+        ::_exit(openLineFile(file, name, LineFileMode::create) && ::raise(SIGKILL) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    LineFile file;
+    EXPECT_TRUE(openLineFile(file, name, LineFileMode::append));
+}
+
+TEST(LineFile, writesThroughNoLink) {
+    TemporaryFolder folder;
+    const std::string other = folder.write("other", "mine\n");
+    ASSERT_EQ(::symlink(other.c_str(), folder.file("run.log").c_str()), 0);
+    LineFile file;
+    EXPECT_FALSE(openLineFile(file, folder.file("run.log"), LineFileMode::append));
+    EXPECT_EQ(errno, ELOOP);
+    ASSERT_TRUE(openLineFile(file, folder.file("run.log"), LineFileMode::create));
+    writeLine(file, "a line");
+    EXPECT_EQ(folder.read("other"), "mine\n");
+    EXPECT_EQ(folder.read("run.log"), "a line\n");
+    EXPECT_FALSE(std::filesystem::is_symlink(folder.file("run.log")));
 }
 
 TEST(LineFile, writesLongLinesWhole) {

@@ -65,7 +65,7 @@ class Faults:
             problems.append('text on standard error: %r' % errors)
         if os.path.isdir(folder):
             problems += surveys.faults_of_whole_files(folder, self.reference[kind.name])
-            problems += ['%s remains' % name for name in os.listdir(folder) if name.endswith('.part')]
+            problems += ['%s remains' % name for name in os.listdir(folder) if name.endswith(('.part', '.previous'))]
         self.report(what, problems)
 
     def finish(self, process):
@@ -145,14 +145,14 @@ class Faults:
     def folders_in_the_way(self):
         """A folder where a file is to be written."""
         kind = self.kinds['plain']
-        for name in ('voxlith.log', 'voxlith.pre', 'voxlith.rho', 'voxlith_grad.mod', 'voxlith.den', 'voxlith_error.dat', 'voxlith.rho.part'):
+        for name in ('voxlith.log', 'voxlith.pre', 'voxlith.rho', 'voxlith_grad.mod', 'voxlith.den', 'voxlith_error.dat'):
             folder = self.folder(kind)
             os.makedirs(os.path.join(folder, name, 'inside'))
             status, errors = surveys.run(self.program, folder, kind)
             if not os.path.isdir(os.path.join(folder, name, 'inside')):
                 self.report('a folder named ' + name, ['it is gone'])
             shutil.rmtree(os.path.join(folder, name))
-            self.judge('a folder named ' + name, folder, kind, status, errors, [name.replace('.part', '')])
+            self.judge('a folder named ' + name, folder, kind, status, errors, [name])
 
     def folder_vanishes(self):
         kind = self.kinds['plain']
@@ -279,7 +279,7 @@ class Faults:
         if surveys.read(folder, 'voxlith.log').count('voxlith.rho: ') != 1:
             problems.append('the log does not have the message exactly once')
         for name in ('voxlith.aux', 'voxlith.pre'):
-            if 'voxlith.rho: ' in surveys.read(folder, name):
+            if surveys.has(folder, name) and 'voxlith.rho: ' in surveys.read(folder, name):
                 problems.append('the message is in ' + name)
         self.report('message while standard error is closed', problems)
 

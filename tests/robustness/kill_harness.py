@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Kills the program at random times of small runs and continues each run, as a user would after a power failure.
+"""Kills the program at random times of small runs and continues each run. Processes are killed, not machines: what the program has
+written is there, whether it had reached the disk or not. The failure of a machine is the subject of power_cut.py.
 
 After each kill every file that is read as a whole is complete or does not exist, and of the iterations in the log at most the last one
 is missing from the progress table. The continuation, which may also be killed, runs to its end. A run that was killed before it had

@@ -144,10 +144,10 @@ def find_disk_limit(program, inputs, work, kind):
 
 
 def line_counts(folder):
-    """Number of lines of each file that is read as a whole."""
+    """Number of lines of each file that is read as a whole. Hidden versions before are those of a run that was interrupted."""
     counts = {}
     for name in os.listdir(folder):
-        if name in INPUTS or name.endswith(('.part', '.log', '.aux', '.lsv')):
+        if name in INPUTS or name.endswith(('.part', '.previous', '.log', '.aux', '.lsv')):
             continue
         counts[name] = read(folder, name).count('\n')
     return counts
