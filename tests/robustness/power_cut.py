@@ -223,7 +223,7 @@ def run_trials(options, disks, work, chance):
         failures = {'during': 0, 'after': 0}
         longest = 0.0
         for number in range(options.count):
-            moment = 'after' if number % 4 == 3 else 'during'
+            moment = 'after' if number % 4 == 1 else 'during'
             trial = Trial(program, disk, kind, truth, seconds, chance)
             trial.prepare(inputs)
             trial.cut_after() if moment == 'after' else trial.cut_during()
@@ -234,7 +234,7 @@ def run_trials(options, disks, work, chance):
                 for fault in trial.faults:
                     print('    ' + fault)
         print('%s: %d cuts during a run, %d failed; %d after its end, %d failed; at most the last %.1f s lost'
-              % (disk.kind, options.count - options.count // 4, failures['during'], options.count // 4, failures['after'], longest))
+              % (disk.kind, options.count - (options.count + 2) // 4, failures['during'], (options.count + 2) // 4, failures['after'], longest))
         failed += sum(failures.values())
     return 1 if failed else 0
 
