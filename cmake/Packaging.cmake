@@ -12,7 +12,7 @@ endif()
 # The Python package, where Debian's own Python looks below /usr, and its programs.
 set(packageHome lib/python3/dist-packages)
 install(DIRECTORY python/voxlith DESTINATION ${packageHome} FILES_MATCHING PATTERN "*.py" PATTERN py.typed
-        PATTERN "data/*" PATTERN __pycache__ EXCLUDE)
+        PATTERN "data/*" PATTERN "report/page/*" PATTERN __pycache__ EXCLUDE)
 install_start_scripts(${CMAKE_INSTALL_BINDIR} ${packageHome})
 
 # The spline routines, for programs that call find_package(voxlith_spline).

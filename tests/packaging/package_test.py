@@ -76,7 +76,8 @@ class Package(unittest.TestCase):
                      "share/doc/voxlith/LICENSE", "share/doc/voxlith/copyright", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
                      "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h",
                      "libexec/voxlith/voxlith-forward", "lib/python3/dist-packages/voxlith/py.typed",
-                     "lib/python3/dist-packages/voxlith/io/mtx_file.py", "lib/python3/dist-packages/voxlith/cli/tools.py"):
+                     "lib/python3/dist-packages/voxlith/io/mtx_file.py", "lib/python3/dist-packages/voxlith/cli/tools.py",
+                     "lib/python3/dist-packages/voxlith/report/page/report.js"):
             found = (usr / name).is_file() or (usr / (name + ".gz")).is_file()
             self.assertTrue(found, name)
 

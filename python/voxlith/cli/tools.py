@@ -30,6 +30,7 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "predict": "Compute data of a model by prisms, without compression",
     "info": "Print the header of a sensitivity file",
     "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",
+    "report": "Write an interactive report of a run (HTML), or follow a run",
 }
 _COMPUTED = ("mtx", "predict")
 

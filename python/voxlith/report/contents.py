@@ -1,0 +1,327 @@
+"""What a report shows: everything that the folder of a run holds at this moment, as plain values for the page."""
+
+from __future__ import annotations
+
+import datetime
+import json
+import math
+import os
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+
+from ..checks import check_survey
+from ..errors import FileError, PathLike, RunError, UsageError
+from ..io.log_file import RunLog
+from ..io.output import read_bytes
+from ..io.progress_file import IterationRow
+from ..io.tradeoff_table import TRADEOFF_TABLE, read_tradeoff_table
+from ..model import Model
+from ..run import Fit, Run
+from ..survey import Survey
+from .coarsening import MOST_CELLS, Window, choose_window, shown_values
+from .encoding import encode_doubles, encode_singles, encode_steps
+
+Contents = dict[str, Any]
+
+TRUE_BODIES = "true_bodies.json"
+_EXACT_CELLS = 200_000  # up to here cells are in single precision
+_MOST_STATIONS = 200_000
+_MOST_CHECKED = 100_000
+_VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "up"))
+
+
+@dataclass(frozen=True)
+class ReportOptions:
+    """What a report shows.
+
+    Attributes
+    ----------
+    title : str
+        Heading; by default the name of the folder.
+    most_cells : int
+        Cells that are shown; larger models are coarsened.
+    whole_mesh : bool
+        Whether padding cells are shown.
+    true_bodies : path or None
+        Outlines of true bodies; by default ``true_bodies.json`` of the run, when there is one.
+    topography : path or None
+        UBC topography file of the ground surface; by default the top of the active cells.
+    vectors : tuple of 3 str, or None
+        Labels of the models that are the vector to the east, to the north and upwards; by default mx, my, mz.
+    tradeoff_table : path or None
+        Table of a search for the trade-off multiplier; by default the one in the folder of the run, when there is one.
+    """
+
+    title: str = ""
+    most_cells: int = MOST_CELLS
+    whole_mesh: bool = False
+    true_bodies: PathLike | None = None
+    topography: PathLike | None = None
+    vectors: tuple[str, str, str] | None = None
+    tradeoff_table: PathLike | None = None
+
+
+def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
+    """Collect the contents of a report.
+
+    Results that the run has not written yet are left out; ``notes`` says so.
+
+    Raises
+    ------
+    FileError
+        When the control file, a sensitivity file or the data cannot be used.
+    """
+    from .. import __version__
+    chosen = options or ReportOptions()
+    notes: list[str] = []
+    log, rows = _log_of(run, notes), _rows_of(run, notes)
+    fit = _fit_of(run, notes)
+    models = _models_of(run, notes)
+    survey = fit.observed if fit is not None else run.observed
+    window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
+    if models and window.note(run.mesh):
+        notes.append(window.note(run.mesh))
+    shown = [_shown_model(model, window) for model in models]
+    kept = _kept_stations(survey.n_stations, notes)
+    return {
+        "title": chosen.title or os.path.basename(os.path.abspath(run.folder)),
+        "subtitle": _subtitle(run, log),
+        "version": f"Made by voxlith-tools report, version {__version__}, from results of voxlith "
+                   f"{log.version if log else 'of unknown version'}.",
+        "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
+        "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
+        "summary": _summary(run, log, rows, models), "fit": _fit_rows(run, fit), "findings": _findings(run.observed),
+        "parameters": _parameters(run, log),
+        "iterations": _iterations(rows), "noise_level": _noise_level(fit),
+        "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
+        "terrain": _terrain(run, chosen, models, window), "bodies": _bodies(run, chosen),
+        "stations": {"x": encode_doubles(survey.x[kept]), "y": encode_doubles(survey.y[kept]),
+                     "elevation": encode_doubles(survey.elevation[kept])},
+        "components": _components(run, fit, kept), "lines": _lines(fit, kept),
+        "lcurve": _tradeoff_curve(run, chosen),
+    }
+
+
+# Reading what there is
+
+def _log_of(run: Run, notes: list[str]) -> RunLog | None:
+    try:
+        log = run.log[-1]
+    except FileError:
+        notes.append("There is no log yet.")
+        return None
+    notes.extend(f"The log says: {message}" for message in log.messages)
+    return log
+
+
+def _rows_of(run: Run, notes: list[str]) -> list[IterationRow]:
+    try:
+        return run.table
+    except FileError:
+        notes.append("There is no table of iterations yet.")
+        return []
+
+
+def _fit_of(run: Run, notes: list[str]) -> Fit | None:
+    try:
+        return run.fit()
+    except FileError as error:
+        if run.path("voxlith.pre").is_file():
+            notes.append(f"The predicted data are left out: {error}")
+        else:
+            notes.append("There are no predicted data yet.")
+        run.observed  # inputs that cannot be used are an error  # noqa: B018
+        return None
+
+
+def _models_of(run: Run, notes: list[str]) -> list[Model]:
+    try:
+        return run.models()
+    except RunError:
+        notes.append("There is no model yet.")
+    except FileError as error:
+        notes.append(f"The model is left out: {error}")
+    return []
+
+
+# Texts
+
+def _number(value: float) -> str:
+    """A number as text, with six significant digits."""
+    return f"{value:.6g}" if math.isfinite(value) else "no value"
+
+
+def _subtitle(run: Run, log: RunLog | None) -> str:
+    state = {"new": "not started", "running": "running", "finished": "finished", "unfinished": "not finished"}[run.state]
+    parts = [f"Run {state}"]
+    if log is not None and log.started is not None:
+        parts.append(f"started {log.started:%Y-%m-%d %H:%M}")
+    if log is not None and log.ended is not None:
+        parts.append(f"ended {log.ended:%Y-%m-%d %H:%M}")
+    parts.append(f"report of {datetime.datetime.now():%Y-%m-%d %H:%M}")
+    return ", ".join(parts)
+
+
+def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: list[Model]) -> list[list[str]]:
+    mesh = run.mesh
+    lines = [["Mesh", f"{mesh.nx} x {mesh.ny} x {mesh.nz} cells (east, north, down)"],
+             ["Stations", str(run.headers[0].n_data)]]
+    if rows:
+        lines += [["Iterations", str(rows[-1].iteration)],
+                  ["RMS misfit at the start", f"{rows[0].misfit:.4f}"], ["RMS misfit at the end", f"{rows[-1].misfit:.4f}"]]
+    if log is not None and log.tradeoff is not None:
+        lines.append(["Trade-off multiplier", _number(log.tradeoff)])
+    for model in models:
+        found = model.values[model.shown]
+        if len(found):
+            lines.append([model.name[:1].upper() + model.name[1:],
+                          f"{_number(float(found.min()))} to {_number(float(found.max()))}"
+                          f"{' x' if model.unit[:1].isdigit() else ''} {model.unit}"])
+    return lines
+
+
+def _fit_rows(run: Run, fit: Fit | None) -> list[list[str]]:
+    if fit is None:
+        return []
+    rows = []
+    for name, unit, z in zip(run.data_names(), fit.observed.units, fit.zscore):
+        used = z[~np.isnan(z)]
+        rms = f"{math.sqrt(float(np.mean(used**2))):.4f}" if len(used) else "no value"
+        rows.append([f"{name} ({unit})", str(len(used)), str(len(z) - len(used)), rms])
+    return rows
+
+
+def _noise_level(fit: Fit | None) -> float | None:
+    """RMS misfit of data that are matched to one standard deviation each: the program divides by the stations."""
+    if fit is None or not fit.observed.n_stations:
+        return None
+    return math.sqrt(float((~np.isnan(fit.zscore)).sum()) / fit.observed.n_stations)
+
+
+def _parameters(run: Run, log: RunLog | None) -> list[list[str]]:
+    """Inputs as the log shows them; those of the control file before there is a log."""
+    if log is not None:
+        return [["Control file", run.control_name], *([key, text] for key, text in log.inputs.items() if text)]
+    values = run.control.values
+    return [["Control file", run.control_name], ["Data file", values.data_file],
+            ["Sensitivity files", ", ".join(values.mtx_files)], ["Initial model", values.initial_model],
+            ["Reference model", values.reference_model], ["Bounds", values.bounds],
+            ["Iterations", str(values.max_iterations)]]
+
+
+def _iterations(rows: list[IterationRow]) -> Contents | None:
+    if not rows:
+        return None
+    texts = [[str(row.iteration), f"{row.misfit:.4f}", f"{row.model_norm:.4f}", f"{row.total:.4f}", f"{row.seconds:.1f}",
+              "" if row.steps is None else str(row.steps)] for row in rows]
+
+    def column(name: str) -> list[float | None]:
+        values = [float(getattr(row, name)) for row in rows]
+        return [value if math.isfinite(value) else None for value in values]
+
+    return {"iteration": [row.iteration for row in rows], "misfit": column("misfit"), "norm": column("model_norm"),
+            "total": column("total"), "texts": texts}
+
+
+# Model and what surrounds it
+
+def _shown_mesh(run: Run, window: Window) -> Contents:
+    mesh = window.shown_mesh(run.mesh)
+    return {"x": mesh.x_nodes.tolist(), "y": mesh.y_nodes.tolist(), "z": mesh.z_nodes.tolist()}
+
+
+def _shown_model(model: Model, window: Window) -> Contents:
+    values = shown_values(model, window)
+    known = values[~np.isnan(values)]
+    low, high = (float(known.min()), float(known.max())) if len(known) else (0.0, 0.0)
+    cells = encode_singles(values) if values.size <= _EXACT_CELLS else encode_steps(values)
+    return {"name": model.name, "unit": model.unit, "low": low, "high": high, "cells": cells}
+
+
+def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> list[int] | None:
+    labels = [label.lower() for label in run.control.values.labels]
+    wanted = [options.vectors] if options.vectors is not None else list(_VECTOR_LABELS)
+    for names in wanted:
+        if all(name.lower() in labels for name in names):
+            return [labels.index(name.lower()) for name in names] if models else None
+    if options.vectors is not None:
+        raise UsageError(f"vectors {','.join(options.vectors)}: expected three labels of models, found "
+                         f"{', '.join(run.control.values.labels) or 'none'}")
+    return None
+
+
+def _terrain(run: Run, options: ReportOptions, models: list[Model], window: Window) -> Contents | None:
+    """Elevation of the ground at the centre of each shown column, shape (y, x)."""
+    shown = window.shown_mesh(run.mesh)
+    if options.topography is not None:
+        from ..terrain import Terrain
+        x, y = np.meshgrid(shown.x_centres, shown.y_centres)
+        return encode_singles(Terrain.read(options.topography)(x, y))
+    if not models or models[0].shown.all():
+        return None
+    active = models[0].mesh.cube(models[0].shown)
+    top = np.where(active.any(axis=0), run.mesh.z_nodes[np.argmax(active, axis=0)], np.nan)
+    columns = top[window.x, window.y]
+    return encode_singles(columns[:: window.factors[0], :: window.factors[1]].T)
+
+
+def _bodies(run: Run, options: ReportOptions) -> list[Contents]:
+    path = run.path(TRUE_BODIES) if options.true_bodies is None else options.true_bodies
+    if options.true_bodies is None and not run.path(TRUE_BODIES).is_file():
+        return []
+    expected = "expected {\"bodies\": [...]} with name, x, y and elevation of each"
+    try:
+        listed = json.loads(read_bytes(path))["bodies"]
+        return [{"name": str(body["name"]), "model": int(body.get("model", 1)),
+                 **{axis: _interval(body[axis]) for axis in ("x", "y", "elevation")}} for body in listed]
+    except (ValueError, KeyError, TypeError, RecursionError) as error:
+        raise FileError(path, expected) from error
+
+
+def _interval(ends: list[float]) -> list[float]:
+    first, second = (float(end) for end in ends)
+    return sorted((first, second))
+
+
+# Data
+
+def _kept_stations(count: int, notes: list[str]) -> npt.NDArray[np.intp]:
+    step = -(-count // _MOST_STATIONS)
+    if step > 1:
+        notes.append(f"Maps and profiles show every {step}th of {count} stations; tables hold all.")
+    return np.arange(0, count, max(step, 1))
+
+
+def _components(run: Run, fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents]:
+    if fit is None:
+        return []
+    sigma = fit.observed.uncertainties()
+    return [{"name": name, "unit": unit, "observed": encode_singles(fit.observed.data[number, kept]),
+             "predicted": encode_singles(fit.predicted[number, kept]), "uncertainty": encode_singles(sigma[number, kept])}
+            for number, (name, unit) in enumerate(zip(run.data_names(), fit.observed.units))]
+
+
+def _lines(fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents] | None:
+    if fit is None or fit.observed.line is None:
+        return None
+    lines = fit.observed.select(kept).lines()
+    return [{"name": line.name, "first": line.first, "last": line.last} for line in lines]
+
+
+def _findings(survey: Survey) -> list[list[str]]:
+    """What a check of the data finds: severity, what was found, and what to do."""
+    if survey.n_stations > _MOST_CHECKED:
+        return []
+    return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(survey)]
+
+
+def _tradeoff_curve(run: Run, options: ReportOptions) -> Contents | None:
+    path = run.path(TRADEOFF_TABLE) if options.tradeoff_table is None else options.tradeoff_table
+    if options.tradeoff_table is None and not run.path(TRADEOFF_TABLE).is_file():
+        return None
+    table = read_tradeoff_table(path)
+    return {"tradeoff": table.tradeoff.tolist(), "misfit": table.misfit.tolist(),
+            "norm": np.sqrt(table.squared_norm).tolist()}
