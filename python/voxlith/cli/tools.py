@@ -30,6 +30,8 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "predict": "Compute data of a model by prisms, without compression",
     "info": "Print the header of a sensitivity file",
     "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",
+    "export": "Write models and data as geoh5, VTK, GeoTIFF, CSV, GemPy or Tomofast-x",
+    "grid": "Read a grid of GemPy or Tomofast-x into a mesh and a model",
     "report": "Write an interactive report of a run (HTML), or follow a run",
 }
 _COMPUTED = ("mtx", "predict")

@@ -1,0 +1,209 @@
+"""``voxlith-tools export``: models and data of a run, or model files, in the formats of other programs."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Callable, Sequence
+from dataclasses import dataclass
+
+from ..errors import UsageError
+from ..export import Placement
+from ..io.numbers import parse_integer
+from ..memory import require_memory
+from ..mesh import Mesh
+from ..model import Model, write_vtr
+from ..run import Fit, Run
+from ..side_file import read_side_file
+from .output import check_output, say
+from .parser import Parser
+from .vtr import split_name
+
+PROGRAM = "voxlith-tools"
+_BYTES_PER_CELL = 80.0
+_ENDINGS = {"geoh5": (".geoh5",), "vtk": (".vtr", ".vti"), "geotiff": (".tif", ".tiff"), "csv": (".csv",),
+            "gempy": (".npz",), "tomofast": (".txt",)}
+
+_EXAMPLES = """\
+The format follows from the ending of --out: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .npz (GemPy), .txt (Tomofast-x).
+
+Examples:
+  voxlith-tools export run1 --out run1.geoh5
+  voxlith-tools export run1 --out run1.vtr
+  voxlith-tools export run1 --out slices.tif --crs EPSG:32633 --layers 1:8
+  voxlith-tools export --mesh m.msh --model density=voxlith.den --out cells.csv"""
+
+
+@dataclass(frozen=True)
+class _Source:
+    """What is exported, and the files that it comes from."""
+
+    models: list[Model]
+    fit: Fit | None
+    placement: Placement
+    inputs: dict[str, str]
+
+
+@dataclass(frozen=True)
+class _Task:
+    """A file to write: models and data at their place, and what was asked for."""
+
+    out: str
+    models: list[Model]
+    fit: Fit | None
+    choice: str | None
+    layers: str | None
+    crs: str
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(f"{PROGRAM} export", "Write models and data of a run in the formats of other programs", _EXAMPLES)
+    add = parser.add_argument
+    add("run", metavar="RUN", nargs="?", help="Folder of the run; or give --mesh and --model")
+    add("--control", metavar="NAME", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
+    add("--mesh", metavar="FILE", help="UBC tensor mesh file, for models without a run")
+    add("--model", metavar="MODEL", nargs="+", action="extend", help="Model file, or NAME=FILE; as often as there are models")
+    add("--out", metavar="FILE", required=True, help="File to write; its ending decides about the format")
+    add("--choose", metavar="NAME", help="One of several models, by its number from 1 or its label (GeoTIFF, GemPy, Tomofast-x)")
+    add("--iteration", metavar="N", help="Models that the run has stored at this iteration")
+    add("--layers", metavar="A:B", help="Layers of a GeoTIFF, counted from 1 at the top (default: all)")
+    add("--crs", metavar="CRS", help="Coordinate reference system (default: that of the data file)")
+    return parser
+
+
+def run(arguments: Sequence[str]) -> int:
+    """Run the subcommand; gives the exit status. Raises VoxlithError."""
+    parser = make_parser()
+    options = parser.parse(arguments)
+    kind = next((kind for kind, endings in _ENDINGS.items() if options.out.lower().endswith(endings)), None)
+    if kind is None:
+        known = ", ".join(ending for endings in _ENDINGS.values() for ending in endings)
+        raise UsageError(f"--out {options.out}: expected a name that ends in one of {known}")
+    if (options.run is None) == (options.mesh is None) or (options.mesh is None) != (not options.model):
+        parser.error("expected either a run, or --mesh and --model")
+    if options.mesh is not None and options.iteration is not None:
+        parser.error("--iteration: expected together with a run")
+    if options.layers and kind != "geotiff":
+        parser.error("--layers: expected together with a GeoTIFF (.tif)")
+    if options.choose and kind not in ("geotiff", "gempy", "tomofast"):
+        parser.error(f"--choose: a file {options.out} holds all models")
+    source = _of_files(options.mesh, options.model) if options.run is None else _of_run(
+        Run(options.run, options.control), _number("--iteration", options.iteration))
+    check_output(options.out, source.inputs)
+    placed = source.placement
+    fit = None if source.fit is None else Fit(placed.survey(source.fit.observed), source.fit.predicted)
+    _WRITERS[kind](_Task(options.out, [placed.model(model) for model in source.models], fit, options.choose, options.layers,
+                         options.crs or placed.crs))
+    return 0
+
+
+def _number(option: str, text: str | None) -> int | None:
+    if text is None:
+        return None
+    value = parse_integer(text)
+    if value is None or value < 0:
+        raise UsageError(f"{option} {text}: expected a whole number of 0 or more")
+    return value
+
+
+def _of_run(work: Run, iteration: int | None) -> _Source:
+    values = work.control.values
+    mesh = work.mesh
+    require_memory(_BYTES_PER_CELL * mesh.n_cells * values.model_count, f"{work.folder}: models of {mesh.n_cells} cells")
+    data_file = os.fspath(work.path(values.data_file))
+    side = read_side_file(data_file)
+    inputs = {"the control file": os.fspath(work.path(work.control_name)), "the data file": data_file}
+    inputs |= {f"sensitivity file {number}": os.fspath(work.path(name)) for number, name in enumerate(values.mtx_files, 1)}
+    fit = None
+    if iteration is None and work.path("voxlith.pre").is_file():
+        fit = work.fit()
+    return _Source(work.models(iteration), fit, Placement(side.crs, side.shift), inputs)
+
+
+def _of_files(mesh_file: str, texts: Sequence[str]) -> _Source:
+    mesh = Mesh.read(mesh_file)
+    require_memory(_BYTES_PER_CELL * mesh.n_cells * len(texts), f"{mesh_file}: a mesh of {mesh.n_cells} cells")
+    named = [split_name(text) for text in texts]
+    if len({name for name, _ in named}) != len(named):
+        raise UsageError("--model: expected names that differ; give NAME=FILE")
+    inputs = {"--mesh": mesh_file, **{f"--model {path}": path for _, path in named}}
+    return _Source([Model.read(path, mesh, name) for name, path in named], None, Placement(), inputs)
+
+
+def _choose(models: list[Model], choice: str | None) -> Model:
+    if choice is None:
+        if len(models) > 1:
+            raise UsageError(f"--choose: expected one of the models {_listed(models)}")
+        return models[0]
+    number = parse_integer(choice)
+    if number is not None and 1 <= number <= len(models):
+        return models[number - 1]
+    found = [model for model in models if choice in (model.name, model.name.rpartition(" ")[2])]
+    if len(found) != 1:
+        raise UsageError(f"--choose {choice}: expected one of the models {_listed(models)}")
+    return found[0]
+
+
+def _listed(models: list[Model]) -> str:
+    return ", ".join(f"{number} {model.name}" for number, model in enumerate(models, 1))
+
+
+def _write_geoh5(task: _Task) -> None:
+    from ..export import write_run_geoh5
+    write_run_geoh5(task.out, task.models, task.fit)
+    stations = "" if task.fit is None else f", {task.fit.observed.n_stations} stations"
+    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {len(task.models)} models{stations}")
+
+
+def _write_vtk(task: _Task) -> None:
+    from ..export import write_stations_vtp, write_vti
+    (write_vti if task.out.lower().endswith(".vti") else write_vtr)(task.out, task.models)
+    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {len(task.models)} models")
+    if task.fit is not None:
+        stations = f"{os.path.splitext(task.out)[0]}_stations.vtp"
+        write_stations_vtp(stations, task.fit)
+        say(f"{stations}: {task.fit.observed.n_stations} stations")
+
+
+def _write_geotiff(task: _Task) -> None:
+    from ..export import write_depth_slices
+    model = _choose(task.models, task.choice)
+    bands, rows, columns = write_depth_slices(task.out, model, task.crs, _layers(task.layers, model.mesh.nz))
+    say(f"{task.out}: {bands} bands of {columns} x {rows} pixels, {task.crs or 'no coordinate reference system'}")
+
+
+def _layers(text: str | None, count: int) -> range | None:
+    if text is None:
+        return None
+    first, colon, last = text.partition(":")
+    ends = [parse_integer(first), parse_integer(last if colon else first)]
+    if ends[0] is None or ends[1] is None or not 1 <= ends[0] <= ends[1] <= count:
+        raise UsageError(f"--layers {text}: expected A:B from 1 to {count}")
+    return range(ends[0] - 1, ends[1])
+
+
+def _write_csv(task: _Task) -> None:
+    from ..export import write_cells_csv
+    say(f"{task.out}: {write_cells_csv(task.out, task.models)} active cells")
+
+
+def _write_gempy(task: _Task) -> None:
+    from ..export import to_gempy
+    from ..io.gempy_file import write_gempy_file
+    grid = to_gempy(_choose(task.models, task.choice))
+    write_gempy_file(task.out, grid)
+    say(f"{task.out}: extent {','.join(f'{value:g}' for value in grid.extent)}, "
+        f"resolution {','.join(map(str, grid.resolution))}")
+
+
+def _write_tomofast(task: _Task) -> None:
+    from ..export import to_tomofast
+    from ..io.tomofast_file import write_tomofast_file
+    chosen = task.models if task.choice is None and len(task.models) == 3 else [_choose(task.models, task.choice)]
+    write_tomofast_file(task.out, to_tomofast(chosen))
+    say(f"{task.out}: {chosen[0].mesh.n_cells} cells, {len(chosen)} components")
+
+
+_WRITERS: dict[str, Callable[[_Task], None]] = {
+    "geoh5": _write_geoh5, "vtk": _write_vtk, "geotiff": _write_geotiff, "csv": _write_csv, "gempy": _write_gempy,
+    "tomofast": _write_tomofast}
