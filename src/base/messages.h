@@ -23,7 +23,8 @@ public:
 };
 
 struct Messages {
-    LineFile log;  // voxlith.log; closed until control line 1 has been read
+    LineFile log;            // voxlith.log; closed until control line 1 has been read
+    bool checkOnly = false;  // a check of the inputs: no file is written, the log stays closed
 };
 
 // One line on the screen, not buffered. Throws RunError when standard output cannot be written.

@@ -174,6 +174,32 @@ void readLineSearchTable(Messages& messages, LineSearchTable& table) {
     }
 }
 
+// Cuts the progress table after the row of `iteration`.
+void cutRowsAfter(Messages& messages, std::int32_t iteration) {
+    const std::string name(progressName);
+    std::ifstream file(name, std::ios::binary);
+    if (!file) {
+        stopForMissing(messages, progressName);
+    }
+    std::uintmax_t kept = 0;
+    std::string line;
+    for (int number = 1; std::getline(file, line) && !file.eof(); ++number) {
+        std::int32_t found = 0;
+        if (number > progressHeadings && !trim(line).starts_with("Iterations") &&
+            (freeFormatRead(std::string_view(line), std::span(&found, 1)) != ReadStatus::good || found > iteration)) {
+            break;
+        }
+        kept += line.size() + 1;
+    }
+    file.close();
+    std::error_code failure;
+    std::filesystem::resize_file(name, kept, failure);
+    if (failure) {
+        throw RunError(name + ": the rows after iteration " + std::to_string(iteration) +
+                       " cannot be cut off: " + failure.message());
+    }
+}
+
 std::int32_t addClamped(std::int32_t a, std::int32_t b) {
     const std::int64_t sum = std::int64_t{a} + b;
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(sum, std::numeric_limits<std::int32_t>::min(),
@@ -201,6 +227,17 @@ void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptio
     LineSearchTable table;
     readLineSearchTable(messages, table);
     continueTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
+}
+
+void resumeProgressFiles(Messages& messages, std::int32_t iMode, const ResumedRun& resumed, InversionOptions& options,
+                         LineFile& progressTable, LineFile& lineSearchTable) {
+    cutRowsAfter(messages, resumed.iteration);
+    options.startIteration = resumed.startIteration;
+    options.maxIterations = addClamped(options.maxIterations, options.startIteration);
+    continueTable(messages, progressTable, progressName, progressHeading);
+    if (iMode == -1) {
+        continueTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
+    }
 }
 
 }  // namespace voxlith

@@ -18,4 +18,15 @@ void openProgressFiles(Messages& messages, std::int32_t iMode, LineFile& progres
 void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptions& options, LineFile& progressTable,
                           LineFile& lineSearchTable);
 
+// Where a run that resumes from a saved state stands.
+struct ResumedRun {
+    std::int32_t startIteration = 0;  // iterations done before the stopped run began
+    std::int32_t iteration = 0;       // the last one of the saved state
+};
+
+// Cuts the rows after resumed.iteration, which the run writes once more, and opens the files for appending. Takes
+// options.startIteration from `resumed` and raises options.maxIterations by it: the limit is that of the stopped run.
+void resumeProgressFiles(Messages& messages, std::int32_t iMode, const ResumedRun& resumed, InversionOptions& options,
+                         LineFile& progressTable, LineFile& lineSearchTable);
+
 }  // namespace voxlith

@@ -1,5 +1,6 @@
 #include "driver/control_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +16,8 @@
 namespace voxlith {
 
 namespace {
+
+constexpr std::size_t checkedWidth = 4 * lineWidth;  // more of a line than is used, to see that something is left out
 
 // The control file while it is read. Line numbers are physical ones.
 struct ControlReader {
@@ -39,9 +42,11 @@ struct ControlReader {
 // Takes the next line, without its comment; false at the end of the file.
 bool nextControlLine(ControlReader& reader) {
     ++reader.lineNumber;
-    if (!readLine(reader.input, reader.line, lineWidth)) {
+    if (!readLine(reader.input, reader.line, checkedWidth)) {
         return false;
     }
+    doubtLine(reader.control.doubts, reader.lineNumber, reader.line, reader.control.nDataTypes);
+    reader.line.resize(std::min(reader.line.size(), lineWidth));
     removeComment(reader.line);
     return true;
 }
@@ -125,8 +130,11 @@ void checkCount(ControlReader& reader, std::int32_t count, std::int32_t shown, s
 
 void openLogOfRun(ControlReader& reader) {
     ControlValues& control = reader.control;
-    if (control.iRestart <= 0) {
-        control.iRestart = 0;
+    control.iRestart = std::max(control.iRestart, control.continues ? 1 : 0);
+    if (reader.messages.checkOnly) {
+        return;
+    }
+    if (control.iRestart == 0) {
         openLogForNewRun(reader.messages, reader.startedAt);
     } else {
         openLogForContinuation(reader.messages, reader.startedAt, control.iRestart);
@@ -159,6 +167,7 @@ void readLine1(ControlReader& reader) {
     checkCount(reader, control.nDataTypes, control.nDataTypes, "number of data types");
     checkCount(reader, control.inversion.nModelTypes, control.nDataTypes, "number of model types");
     checkLabels(control);
+    doubtLabels(reader.control.doubts, control.inversion);
 }
 
 void readLine2(ControlReader& reader) {
@@ -475,6 +484,7 @@ void checkDefinitionCount(ControlReader& reader) {
 
 void readControlFile(Messages& messages, const DateTime& startedAt, ControlValues& control) {
     ControlReader reader{messages, startedAt, control, {}, 0, {}};
+    control.doubts = {fileNameOf(control.controlFileName), {}};
     if (!openTextInput(reader.input, fileNameOf(control.controlFileName))) {
         stopForControlFile(messages, control.controlFileName);
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "driver/control_doubts.h"
 #include "formats/weight_file.h"
 #include "inversion/inversion_problem.h"
 #include "survey/data_types.h"
@@ -14,6 +15,11 @@ namespace voxlith {
 
 struct ControlValues {
     std::string controlFileName;
+    // Set before the control file is read
+    bool continues = false;  // as if iRestart were 1 at least
+    bool resumes = false;    // goes on from a saved state, and reads no initial model
+
+    ControlDoubts doubts;  // what the run takes in silence
 
     // Command line
     double tradeoffOverride = -1.0;  // above 0: replaces multiplier

@@ -23,15 +23,17 @@ bool readsAsNumbers(std::string_view text, std::span<double> numbers) {
     return freeFormatRead(text, numbers, &valuesTaken) == ReadStatus::good && valuesTaken > 0;
 }
 
-void writeResidual(ObsSet& obs) {
+void writeResidual(const Messages& messages, ObsSet& obs) {
     for (std::size_t i = 0; i < obs.predData.size(); ++i) {
         const bool bothValid = isValid(obs.obsData[i]) && isValid(obs.refData[i]);
         obs.predData[i] = bothValid ? obs.obsData[i] - obs.refData[i] : dummyValue;
     }
-    writeObsFile("voxlith_residual.obs", obs, obs.predData);
+    if (!messages.checkOnly) {
+        writeObsFile("voxlith_residual.obs", obs, obs.predData);
+    }
 }
 
-void applyOffsetNumbers(ObsSet& obs, std::string_view text, double first) {
+void applyOffsetNumbers(const Messages& messages, ObsSet& obs, std::string_view text, double first) {
     const auto nDataTypes = static_cast<std::size_t>(obs.nDataTypes);
     std::array<double, maxFiles> offsets{};
     offsets.fill(first);
@@ -47,7 +49,7 @@ void applyOffsetNumbers(ObsSet& obs, std::string_view text, double first) {
         }
     }
     if (nDataTypes > 1) {
-        writeResidual(obs);
+        writeResidual(messages, obs);
     }
 }
 
@@ -56,10 +58,10 @@ void applyReferenceFile(RunState& run, const std::string& text) {
         return;
     }
     readObsFile(run.messages, ObsReadMode::reference, text, run.obs, run.control.cleaning);
-    if (run.obs.nMasked > 0) {
+    if (run.obs.nMasked > 0 && !run.messages.checkOnly) {
         writeObsFile("voxlith_ref_masked.obs", run.obs, run.obs.obsData);
     }
-    writeResidual(run.obs);
+    writeResidual(run.messages, run.obs);
 }
 
 struct Statistics {
@@ -130,7 +132,7 @@ void applyDataOffset(RunState& run) {
     }
     double number = 0.0;
     if (readsAsNumbers(text, std::span(&number, 1))) {
-        applyOffsetNumbers(obs, text, number);
+        applyOffsetNumbers(run.messages, obs, text, number);
     } else {
         applyReferenceFile(run, text);
     }

@@ -71,7 +71,7 @@ void readObservedData(RunState& run) {
         allocateLineTables(obs);
     }
     readObsFile(run.messages, ObsReadMode::observed, run.control.obsFileText, obs, cleaning);
-    if (obs.nMasked > 0) {
+    if (obs.nMasked > 0 && !run.messages.checkOnly) {
         writeObsFile("voxlith_obs_masked.obs", obs, obs.obsData);
     }
     if (averaged) {
@@ -84,9 +84,9 @@ void readModels(RunState& run) {
     const Positivity positivity = control.inversion.positivity;
     readBoundsFile(run.messages, positivity, control.boundsText, run.mesh, control.inversion.nModelTypes, run.bounds);
     fixUncoveredLayers(run);
-    std::string initialModel = control.initialModelText;
+    std::string initialModel = control.resumes ? "null" : control.initialModelText;
     // Compatibility: a continued run reads this one file, which a run with several model types does not write.
-    if (control.iRestart > 0) {
+    if (control.iRestart > 0 && !control.resumes) {
         initialModel = hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
     }
     readModelFile(run.messages, positivity, initialModel, run.mesh, control.inversion.nModelTypes, run.arrays.model,
@@ -139,8 +139,11 @@ void readSurvey(RunState& run) {
     readModels(run);
 }
 
-void openProgress(RunState& run) {
-    if (run.control.iRestart > 0) {
+void openProgress(RunState& run, const ResumedRun& resumed) {
+    if (run.control.resumes) {
+        resumeProgressFiles(run.messages, run.control.iMode, resumed, run.control.inversion, run.progressTable,
+                            run.lineSearchTable);
+    } else if (run.control.iRestart > 0) {
         recoverProgressFiles(run.messages, run.control.iMode, run.control.inversion, run.progressTable,
                              run.lineSearchTable);
     } else {

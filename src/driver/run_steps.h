@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "driver/continuation.h"
 #include "driver/run_state.h"
 
 namespace voxlith {
@@ -19,8 +20,9 @@ void readSensitivities(RunState& run);
 // Weights, observed data, data offset, bounds and models. Divides the sensitivities by the standard deviations.
 void readSurvey(RunState& run);
 
-// Opens the progress files and names the inversion style. A continued run takes its iteration count from them.
-void openProgress(RunState& run);
+// Opens the progress files and names the inversion style. A continued run takes its iteration count from them, one that
+// resumes (control.resumes) from `resumed`.
+void openProgress(RunState& run, const ResumedRun& resumed = {});
 
 // Refers to the parts of `run`, which must outlive it.
 InversionProblem inversionProblemOf(RunState& run);

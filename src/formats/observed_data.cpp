@@ -278,6 +278,17 @@ RecordForm recordFormOf(bool observed, const ObsSet& obs, bool wantsLineTime) {
     return observed ? RecordForm::plain : RecordForm::reference;
 }
 
+// Remembers the first standard deviation below 0; cleaning replaces it.
+void noteNegativeStd(const TextInput& input, ObsSet& obs, std::size_t record) {
+    for (std::size_t component = 0; component < componentsOf(obs) && obs.negativeStdLine == 0; ++component) {
+        const float std = obs.obsStd[obs.index(component, record)];
+        if (obs.hasStd && std < 0.0F) {
+            obs.negativeStdLine = input.lineNumber - 1;
+            obs.negativeStd = std;
+        }
+    }
+}
+
 void cleanRecord(bool observed, ObsSet& obs, const ObsCleaning& cleaning, std::size_t record) {
     for (std::size_t component = 0; component < componentsOf(obs); ++component) {
         if (observed) {
@@ -373,6 +384,8 @@ std::int32_t readObsFile(Messages& messages, ObsReadMode mode, const std::string
     }
     assertShapes(obs, observed ? obs.obsData.size() : obs.refData.size());
     if (observed) {
+        obs.countInFile = countInFile;
+        obs.negativeStdLine = 0;
         std::ranges::fill(obs.obsData, 0.0);
         std::ranges::fill(obs.obsStd, 0.0F);
     }
@@ -380,6 +393,9 @@ std::int32_t readObsFile(Messages& messages, ObsReadMode mode, const std::string
     const auto records = static_cast<std::size_t>(obs.nData);
     for (std::size_t record = 0; record < records; ++record) {
         readRecord(source, form, obs, record);
+        if (observed) {
+            noteNegativeStd(input, obs, record);
+        }
         cleanRecord(observed, obs, cleaning, record);
         if (record + 1 < records && atEnd(input)) {
             fatalStop(messages, tooFewError);

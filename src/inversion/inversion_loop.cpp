@@ -183,6 +183,10 @@ void prepareArrays(const InversionProblem& problem) {
     fixDeepCells(problem.style(), problem.mesh, modelOf(problem), problem.bounds);
 }
 
+void resumeScreenTable(const InversionLoop& loop) {
+    startScreenTable(rowOf(loop));
+}
+
 void startIteration(InversionLoop& loop) {
     LoopState& state = loop.state;
     loop.iterationStart = clockSeconds();

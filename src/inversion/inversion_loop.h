@@ -63,6 +63,9 @@ struct InversionLoop {
 // the first rows of log and tables. Changes arrays.delm, the fixed cells and obs.refData.
 void beginInversion(InversionLoop& loop);
 
+// The heading of the screen table and the row of the last iteration, for a loop whose state has been put back.
+void resumeScreenTable(const InversionLoop& loop);
+
 // The part of beginInversion that depends on no iteration: preconditioner, step limits, zero delm, fixed deep cells. A
 // run that goes on from saved arrays calls it before they are put back.
 void prepareArrays(const InversionProblem& problem);

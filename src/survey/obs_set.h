@@ -44,6 +44,9 @@ struct ObsSet {
     bool hasStd = true;
     bool hasLineTime = false;
     std::int32_t nMasked = 0;
+    std::int32_t countInFile = 0;      // of its header
+    std::int64_t negativeStdLine = 0;  // first line with a standard deviation below 0; such count as not given
+    float negativeStd = 0;             // that one
 
     // Survey lines
     std::int32_t nLines = 0;
