@@ -112,14 +112,16 @@ void checkKeyword(const std::string& argument) {
     if (argument.size() > lineWidth) {
         refuse(argument, "at most 256 characters");
     }
-    const std::size_t equals = argument.find('=');
-    const std::string_view name = trimRight(std::string_view(argument).substr(0, equals));
+    // "Misfit=(5,0.1)" or "Misfit(5,0.1)"
+    const std::size_t nameEnd = argument.find_first_of("=(");
+    const std::string_view name = trimRight(std::string_view(argument).substr(0, nameEnd));
+    const bool hasValue = nameEnd != std::string::npos;
+    const std::size_t valueStart = hasValue && argument[nameEnd] == '=' ? nameEnd + 1 : nameEnd;
+    const std::string_view value = hasValue ? trim(std::string_view(argument).substr(valueStart)) : "";
     for (const Keyword& keyword : known) {
         if (std::ranges::find(keyword.spellings, name) == keyword.spellings.end()) {
             continue;
         }
-        const bool hasValue = equals != std::string::npos;
-        const std::string_view value = hasValue ? trim(std::string_view(argument).substr(equals + 1)) : "";
         if (hasValue == (keyword.form == ValueForm::none) || !fits(keyword.form, value)) {
             refuse(argument, keyword.usage);
         }

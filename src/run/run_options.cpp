@@ -14,6 +14,11 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_option("CONTROL", options.controlFile, "control file, by custom voxlith.inp")->required();
     app.add_option("KEYWORDS", options.keywords,
                    "keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
+    app.add_flag("--continue", options.continueRun,
+                 "go on with the stopped run of this folder: from its checkpoint, else from its running model");
+    app.add_flag("--quiet", options.quiet, "write nothing to the screen but warnings and errors");
+    app.add_option("--json-log", options.jsonLog, "write a JSON object for each iteration to this file")
+        ->type_name("FILE");
     app.footer(
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
         "130 or 143 stopped by a signal after a complete iteration.");

@@ -9,6 +9,9 @@ namespace voxlith {
 struct RunOptions {
     std::string controlFile;
     std::vector<std::string> keywords;  // those of voxlith: Misfit=(pct,floor), Tradeoff=val, ...
+    bool continueRun = false;           // go on with the stopped run of this folder
+    bool quiet = false;                 // nothing on standard output
+    std::string jsonLog;                // file with a JSON object for each iteration; empty for none
 };
 
 enum class ParseResult {

@@ -10,42 +10,112 @@
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
+#include "run/input_checks.h"
+#include "run/iteration_output.h"
+#include "run/loop_checkpoint.h"
+#include "run/screen_capture.h"
+#include "run/stop_signal.h"
 
 namespace voxlith {
 
 namespace {
 
-void invert(RunState& run, const InversionProblem& problem) {
-    InversionLoop loop{problem, run.messages, run.progressTable};
-    beginInversion(loop);
-    do {
-        startIteration(loop);
-        takeCycleStep(loop);
-        finishIteration(loop);
-        advanceCycle(loop.state);
-    } while (loop.state.continueFlag);
-    finishInversion(loop);
+constexpr int signalStatus = 128;
+
+void warn(std::string_view text) {
+    std::fprintf(stderr, "voxlith-run: %.*s\n", static_cast<int>(text.size()), text.data());
 }
 
-void runSequence(RunState& run, const RunOptions& options) {
+// Starts the loop, or puts it back to where the checkpoint stands.
+void beginLoop(InversionLoop& loop, IterationOutput& output, bool resumes) {
+    if (resumes) {
+        prepareArrays(loop.problem);
+        restoreCheckpoint(loop, output.inputs);
+        resumeScreenTable(loop);
+    } else {
+        beginInversion(loop);
+    }
+    reportStart(output, loop);
+}
+
+// False when a signal has stopped the iterations.
+bool iterate(InversionLoop& loop, IterationOutput& output) {
+    while (loop.state.continueFlag) {
+        startIteration(loop);
+        takeCycleStep(loop);
+        beforeReport(output);
+        finishIteration(loop);
+        const bool conjugateGradients = rowOf(loop).steppedByConjugateGradients;
+        advanceCycle(loop.state);
+        if (!betweenIterations(output, loop, conjugateGradients ? "conjugate_gradient" : "optimiser")) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Decides before anything is read where a continued run starts.
+ResumedRun findCheckpoint(bool asked, RunState& run) {
+    const bool continues = run.control.continues;
+    if (!checkpointExists()) {
+        if (asked) {
+            warn("there is no checkpoint here; the run goes on from its running model");
+        }
+        return {};
+    }
+    const CheckpointHead head = readCheckpointHead();
+    if (!continues) {
+        warn("a run that was stopped after iteration " + std::to_string(head.iteration) +
+             " is given up; --continue would have gone on with it");
+        return {};
+    }
+    run.control.resumes = true;
+    return {head.startIteration, head.iteration};
+}
+
+RunStatus runSequence(RunState& run, const RunOptions& options) {
     std::vector<std::string> arguments{options.controlFile};
     arguments.insert(arguments.end(), options.keywords.begin(), options.keywords.end());
+    run.control.continues = checkControlFile(arguments) > 0 || options.continueRun;
+    const ResumedRun resumed = findCheckpoint(options.continueRun, run);
     readInputs(run, arguments);
+    if (!run.control.resumes) {
+        removeCheckpoint();
+    }
     readSensitivities(run);
+    const StationColumns stations = stationsOf(run.obs);
     readSurvey(run);
-    openProgress(run);
+    checkSurvey(run, stations);
+    openProgress(run, resumed);
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
     const InversionProblem problem = inversionProblemOf(run);
-    invert(run, problem);
+    InversionLoop loop{problem, run.messages, run.progressTable};
+    IterationOutput output;
+    beginOutput(output, options, problem, run.control.iRestart > 0);
+    keepIterations();
+    beginLoop(loop, output, run.control.resumes);
+    const bool completed = iterate(loop, output);
+    if (!completed) {
+        closeInversion(run);
+        const std::string text = "stopped by a signal after iteration " + std::to_string(loop.state.iteration) +
+                                 "; voxlith-run --continue goes on from there";
+        warn(text);
+        logLine(run.messages, text);
+        closeLog(run.messages, cpuStart, julianStart);
+        return static_cast<RunStatus>(signalStatus + recordedSignal());
+    }
+    finishInversion(loop);
     closeInversion(run);
     writeResults(problem);
     reportCompletion(run, cpuStart, julianStart);
+    removeCheckpoint();
+    return RunStatus::completed;
 }
 
 // One line on standard error and in the log.
 RunStatus reportFailure(RunState& run, std::string_view problem) {
-    std::fprintf(stderr, "voxlith-run: %.*s\n", static_cast<int>(problem.size()), problem.data());
+    warn(problem);
     try {
         logLine(run.messages, problem);
     } catch (const RunError&) {
@@ -57,10 +127,18 @@ RunStatus reportFailure(RunState& run, std::string_view problem) {
 }  // namespace
 
 RunStatus runProgram(const RunOptions& options) {
+    watchSignals();
     RunState run;
+    ScreenCapture capture;
     try {
-        runSequence(run, options);
+        if (options.quiet) {
+            captureScreen(capture);
+        }
+        return runSequence(run, options);
     } catch (const PlainStop&) {
+        if (options.quiet) {
+            warn(lastScreenLine(capture));
+        }
         return RunStatus::stopped;
     } catch (const RunError& problem) {
         return reportFailure(run, problem.what());
@@ -69,7 +147,6 @@ RunStatus runProgram(const RunOptions& options) {
     } catch (const std::exception& problem) {
         return reportFailure(run, TextLine("the run cannot go on: ").text(problem.what()));
     }
-    return RunStatus::completed;
 }
 
 }  // namespace voxlith

@@ -9,6 +9,7 @@ enum class RunStatus : int {
     completed = 0,
     stopped = 1,   // by a message of the run
     unusable = 2,  // wrong use, or a file that cannot be used
+    // 128 + signal: by a signal, after a complete iteration
 };
 
 RunStatus runProgram(const RunOptions& options);

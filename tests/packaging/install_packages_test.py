@@ -64,7 +64,7 @@ class InstallPackages(unittest.TestCase):
         status, shown, calls = self.install("build")
         self.assertEqual((status, calls), (1, []))
         self.assertIn("    apt-get update && apt-get install --no-install-recommends ninja-build python3-scipy python3-pandas "
-                      "libcli11-dev libtbb-dev\n", shown)
+                      "libcli11-dev libtbb-dev zlib1g-dev\n", shown)
         self.assertNotIn("command not found", shown)
 
     def test_another_system_is_told_what_is_missing(self):
@@ -73,7 +73,7 @@ class InstallPackages(unittest.TestCase):
         status, shown, _ = self.install("build")
         self.assertEqual(status, 1)
         self.assertIn("g++ cmake ninja-build python3 python3-numpy python3-scipy python3-pandas python3-vtk9 libcli11-dev "
-                      "libtbb-dev\n", shown)
+                      "libtbb-dev zlib1g-dev\n", shown)
         self.assertIn("there is no apt-get here", shown)
 
 

@@ -16,9 +16,11 @@ INPUTS = ('voxlith.inp', 'gz.obs', 'tmi.obs', 'both.obs', 'lines.obs', 'gz.mtx',
 class Kind:
     """One kind of run: its control lines, its keywords, and the model files that it rewrites at every iteration."""
 
-    def __init__(self, name, files, line1='', mode=2, interval='', last='40', model='.rho', labels=(), keywords=(), disk=False):
+    def __init__(self, name, files, line1='', mode=2, interval='', last='40', model='.rho', labels=(), keywords=(), disk=False,
+                 positivity=0):
         self.name, self.files, self.line1, self.mode, self.interval, self.last = name, files, line1, mode, interval, last
         self.ending, self.labels, self.keywords, self.disk = model, labels, list(keywords), disk
+        self.positivity = positivity
         self.address_space = None  # bytes, for the kind that reads its rows from disk
 
     @property
@@ -34,7 +36,7 @@ class Kind:
         return 'voxlith' + self.ending
 
     def control(self, restart):
-        lines = ['%d %s' % (restart, self.line1), '%d 0 0' % self.mode, '0.01 0.02 0 %s' % self.interval, self.files[0],
+        lines = ['%d %s' % (restart, self.line1), '%d 0 0' % self.mode, '0.01 0.02 %d %s' % (self.positivity, self.interval), self.files[0],
                  '|'.join(self.files[1:]), '0.001', '0.0', 'null', '0.0001 1. 1. 1.', 'null', 'null', self.last]
         return '\n'.join(lines) + '\n'
 
@@ -49,6 +51,7 @@ def kinds():
         Kind('averaged', ['lines.obs', 'gz.mtx'], interval='2.5'),
         Kind('every-iteration', ['gz.obs', 'gz.mtx'], last='40 1'),
         Kind('line-search', ['gz.obs', 'gz.mtx'], mode=-1),
+        Kind('barrier', ['gz.obs', 'gz.mtx'], positivity=2),
         Kind('from-disk', ['gz.obs', 'dense.mtx'], last='15', disk=True),
     ]
 
@@ -103,16 +106,16 @@ def limits_of(kind):
     return lambda: resource.setrlimit(resource.RLIMIT_AS, (kind.address_space, kind.address_space))
 
 
-def start(program, folder, kind, **options):
+def start(program, folder, kind, arguments=(), **options):
     options.setdefault('stdout', subprocess.DEVNULL)
     options.setdefault('stderr', subprocess.PIPE)
-    return subprocess.Popen([program, 'voxlith.inp'] + kind.keywords, cwd=folder, stdin=subprocess.DEVNULL,
+    return subprocess.Popen([program, 'voxlith.inp'] + list(arguments) + kind.keywords, cwd=folder, stdin=subprocess.DEVNULL,
                             preexec_fn=limits_of(kind), **options)
 
 
-def run(program, folder, kind):
+def run(program, folder, kind, arguments=()):
     """Exit status and standard error of a whole run."""
-    process = start(program, folder, kind)
+    process = start(program, folder, kind, arguments)
     errors = process.communicate()[1].decode(errors='replace')
     return process.returncode, errors
 

@@ -21,8 +21,9 @@ std::string refusalOf(const std::string& keyword) {
 }
 
 TEST(KeywordCheck, acceptsWhatTheUsageTextShows) {
-    for (const char* keyword : {"Misfit=(5,0.1)", "misfit=(0,1)", "MISFIT=( 2 , 3 )", "Tradeoff=0.5", "tradeoff=1e-3",
-                                "Offset=-3", "Clip=4", "ObsClip=(-100,100)", "OBSCLIP=(-1,1,-2,2)", "NOFAST"}) {
+    for (const char* keyword :
+         {"Misfit=(5,0.1)", "misfit=(0,1)", "MISFIT=( 2 , 3 )", "Tradeoff=0.5", "tradeoff=1e-3", "Offset=-3", "Clip=4",
+          "ObsClip=(-100,100)", "OBSCLIP=(-1,1,-2,2)", "Misfit(5,0.1)", "ObsClip(-10,0.6)", "NOFAST"}) {
         EXPECT_EQ(refusalOf(keyword), "") << keyword;
     }
 }
@@ -38,8 +39,8 @@ TEST(KeywordCheck, namesTheNearestKnownKeyword) {
 
 TEST(KeywordCheck, refusesValuesThatAreNotWholeNumbersOrLists) {
     for (const char* keyword : {"Tradeoff", "Tradeoff=", "Tradeoff=abc", "Tradeoff=1 2", "Tradeoff=1x", "Misfit=5,1",
-                                "Misfit=(5)", "Misfit=(5,1,2)", "Misfit(5,1)", "Misfit=(5,1", "Misfit=()", "Clip=2.5",
-                                "ObsClip=(1)", "ObsClip=(1,2,3)", "NOFAST=1", "Offset=,", "Offset=/"}) {
+                                "Misfit=(5)", "Misfit=(5,1,2)", "Misfit(5,1", "Misfit=(5,1", "Tradeoff(2)", "Misfit=()",
+                                "Clip=2.5", "ObsClip=(1)", "ObsClip=(1,2,3)", "NOFAST=1", "Offset=,", "Offset=/"}) {
         EXPECT_NE(refusalOf(keyword), "") << keyword;
     }
 }

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/program_run.h"
@@ -16,12 +19,24 @@ using testing_support::contains;
 using testing_support::ControlLines;
 using testing_support::linesOf;
 using testing_support::ProgramResult;
+using testing_support::smallSurveyMtx;
 using testing_support::TemporaryFolder;
 using testing_support::withoutTimes;
 using testing_support::writeSurvey;
 
 ProgramResult runOf(const TemporaryFolder& folder, const std::vector<std::string>& arguments) {
     return testing_support::runProgram(folder, arguments, 0, VOXLITH_RUN_PROGRAM);
+}
+
+// The small survey with the same stations in the data and in the sensitivity file.
+void writeRunSurvey(const TemporaryFolder& folder, const ControlLines& control = {}) {
+    writeSurvey(folder, control);
+    MtxContents contents = smallSurveyMtx();
+    for (std::size_t record = 0; record < contents.stations.size(); ++record) {
+        const auto number = static_cast<double>(record);
+        contents.stations[record] = {0.5 * number, 0.25 * number, 1.0, 0.0F};
+    }
+    writeMtx(folder.file("g.mtx"), contents, MtxLayout::tagged);
 }
 
 std::set<std::string> namesIn(const TemporaryFolder& folder) {
@@ -35,8 +50,8 @@ std::set<std::string> namesIn(const TemporaryFolder& folder) {
 TEST(RunProgram, leavesTheResultsOfVoxlith) {
     const TemporaryFolder plain;
     const TemporaryFolder run;
-    writeSurvey(plain);
-    writeSurvey(run);
+    writeRunSurvey(plain);
+    writeRunSurvey(run);
     ASSERT_EQ(testing_support::runProgram(plain, {"voxlith.inp"}).exitStatus, 0);
     const ProgramResult result = runOf(run, {"voxlith.inp"});
     ASSERT_EQ(result.exitStatus, 0) << result.errors;
@@ -61,7 +76,7 @@ TEST(RunProgram, refusesWrongUseWithOneLineAndStatus2) {
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{}, {"--nonsense"}, {"voxlith.inp", "Tradof=1"}}) {
         const TemporaryFolder folder;
-        writeSurvey(folder);
+        writeRunSurvey(folder);
         const std::set<std::string> before = namesIn(folder);
         const ProgramResult result = runOf(folder, arguments);
         EXPECT_EQ(result.exitStatus, 2);
@@ -72,7 +87,7 @@ TEST(RunProgram, refusesWrongUseWithOneLineAndStatus2) {
 
 TEST(RunProgram, endsAStopByAMessageWithStatus1) {
     const TemporaryFolder folder;
-    writeSurvey(folder, ControlLines().set(6, "missing.mod"));
+    writeRunSurvey(folder, ControlLines().set(6, "missing.mod"));
     const ProgramResult result = runOf(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_TRUE(contains(result.screen, " Model File missing.mod not found")) << result.screen;
@@ -80,11 +95,141 @@ TEST(RunProgram, endsAStopByAMessageWithStatus1) {
 
 TEST(RunProgram, endsAnUnusableFileWithStatus2) {
     const TemporaryFolder folder;
-    writeSurvey(folder);
+    writeRunSurvey(folder);
     folder.write("g.mtx", "no sensitivities");
     const ProgramResult result = runOf(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 2);
     EXPECT_TRUE(contains(result.errors, "g.mtx")) << result.errors;
+}
+
+// The line of a text that begins with `start`, with `replacement` in its place.
+std::string withLine(const std::string& text, std::size_t number, const std::string& replacement) {
+    std::string all;
+    std::size_t at = 0;
+    for (const std::string& line : linesOf(text)) {
+        ++at;
+        all += (at == number ? replacement : line) + "\n";
+    }
+    return all;
+}
+
+struct ControlRefusal {
+    std::size_t line;
+    std::string text, message;
+};
+
+// What voxlith takes in silence: no file of the folder is touched.
+TEST(RunProgram, refusesControlLinesThatDoNotSayWhatTheyMean) {
+    const std::string longName(90, 'n');
+    const std::vector<ControlRefusal> refusals{
+        {1, "0 one", "line 1: expected the integer #MTX, found \"one\""},
+        {1, "0 1 1 2 dens dens", "line 1: expected labels of model types that differ in their first 8 characters"},
+        {1, "0 1 1 2 densities1 densities2", "line 1: expected labels of model types that differ"},
+        {2, "2 no", "line 2: expected the integer iBackground, found \"no\""},
+        {2, "2 0.5", "line 2: expected the integer iBackground, found \"0.5\""},
+        {3, "1.0 0.02 positive", "line 3: expected the integer positivity flag, found \"positive\""},
+        {4, longName, "line 4: expected a name that ends within the first 80 characters"},
+        {6, longName, "line 6: expected a name that ends within the first 80 characters"},
+        {8, longName, "line 8: expected a name that ends within the first 80 characters"},
+        {11, "nowhere.obs", "line 11: expected a data offset, null, or the name of a file that exists"},
+        {12, "many", "line 12: expected the integer max iterations, found \"many\""},
+        {12, "0", "line 12: expected a number of iterations above 0"},
+        {12, "3 x", "line 12: expected the integer output iteration step, found \"x\""},
+    };
+    for (const ControlRefusal& refusal : refusals) {
+        const TemporaryFolder folder;
+        writeRunSurvey(folder, ControlLines().set(refusal.line, refusal.text));
+        folder.write(longName, "");
+        folder.write("voxlith.log", "the log of an earlier run\n");
+        const std::set<std::string> before = namesIn(folder);
+        const ProgramResult result = runOf(folder, {"voxlith.inp"});
+        const bool refused = result.exitStatus == 2 || (refusal.line == 4 && result.exitStatus == 1);
+        EXPECT_TRUE(refused) << refusal.text;
+        EXPECT_TRUE(contains(result.errors, refusal.message) || refusal.line == 4) << result.errors;
+        EXPECT_EQ(namesIn(folder), before);
+        EXPECT_EQ(folder.read("voxlith.log"), "the log of an earlier run\n");
+    }
+}
+
+TEST(RunProgram, refusesDataThatDoNotFitTheSensitivities) {
+    const std::string data = testing_support::smallSurveyObs();
+    const std::vector<std::pair<std::string, std::string>> refusals{
+        {withLine(data, 1, "11"), "obs.dat: expected 10 data, the stations of g.mtx, found the count 11"},
+        {withLine(data, 4, "1.1 0.5 1.0 1 0.1"),
+         "obs.dat, station 3: expected the position 1 0.5 1 of g.mtx, found 1.1 0.5 1"},
+        {withLine(data, 5, "1.5 0.75 1.0 1 -0.1"),
+         "obs.dat, line 5: expected a standard deviation of 0 or above, found -0.1"},
+        {testing_support::smallSurveyMagneticObs(), "obs.dat"},
+    };
+    for (const auto& [text, message] : refusals) {
+        const TemporaryFolder folder;
+        writeRunSurvey(folder);
+        folder.write("obs.dat", text);
+        const ProgramResult result = runOf(folder, {"voxlith.inp"});
+        EXPECT_EQ(result.exitStatus, 2) << message;
+        EXPECT_TRUE(contains(result.errors, message)) << result.errors;
+    }
+}
+
+TEST(RunProgram, refusesReversedBounds) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder, ControlLines().set(8, "0.5,0.1"));
+    const ProgramResult line = runOf(folder, {"voxlith.inp"});
+    EXPECT_EQ(line.exitStatus, 2);
+    EXPECT_TRUE(contains(line.errors, "0.5,0.1, cell 1: expected a lower bound of at most the upper one"))
+        << line.errors;
+
+    std::string pairs;
+    for (int cell = 0; cell < 36; ++cell) {
+        pairs += cell == 16 ? "0.3 -0.3\n" : "-1 1\n";
+    }
+    folder.write("bounds.txt", pairs);
+    folder.write("voxlith.inp", ControlLines().set(8, "bounds.txt").text());
+    const ProgramResult file = runOf(folder, {"voxlith.inp"});
+    EXPECT_EQ(file.exitStatus, 2);
+    EXPECT_TRUE(contains(file.errors, "bounds.txt, cell 17: expected a lower bound of at most the upper one"))
+        << file.errors;
+}
+
+TEST(RunProgram, writesNothingToTheScreenWhenQuiet) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    const ProgramResult result = runOf(folder, {"voxlith.inp", "--quiet"});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.screen + result.errors, "");
+    EXPECT_TRUE(std::filesystem::exists(folder.file("voxlith.den")));
+
+    folder.write("voxlith.inp", ControlLines().set(7, "missing.mod").text());
+    const ProgramResult stopped = runOf(folder, {"voxlith.inp", "--quiet"});
+    EXPECT_EQ(stopped.exitStatus, 1);
+    EXPECT_EQ(stopped.screen, "");
+    EXPECT_EQ(stopped.errors, "voxlith-run: Model File missing.mod not found\n");
+}
+
+TEST(RunProgram, writesAJsonObjectForEachIteration) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    ASSERT_EQ(runOf(folder, {"voxlith.inp", "--json-log", "run.jsonl"}).exitStatus, 0);
+    const std::vector<std::string> lines = linesOf(folder.read("run.jsonl"));
+    ASSERT_EQ(lines.size(), 4U);
+    const std::vector<std::string> table = linesOf(folder.read("voxlith.aux"));
+    for (std::size_t row = 0; row < lines.size(); ++row) {
+        const nlohmann::json object = nlohmann::json::parse(lines[row]);
+        EXPECT_EQ(object["iteration"], row);
+        EXPECT_EQ(object["step"], row == 0 ? "start" : "optimiser");
+        const double misfit = std::stod(table[3 + row].substr(12, 14));
+        EXPECT_NEAR(object["rms_misfit"].get<double>(), misfit, 1e-4);
+        EXPECT_NEAR(object["phi_d"].get<double>(), std::pow(object["rms_misfit"].get<double>(), 2), 1e-9);
+    }
+}
+
+TEST(RunProgram, refusesADamagedCheckpoint) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    folder.write("voxlith.checkpoint", "VOXLITHC and nothing that was written");
+    const ProgramResult damaged = runOf(folder, {"voxlith.inp", "--continue"});
+    EXPECT_EQ(damaged.exitStatus, 2);
+    EXPECT_TRUE(contains(damaged.errors, "voxlith.checkpoint: the file is damaged")) << damaged.errors;
 }
 
 }  // namespace

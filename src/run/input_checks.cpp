@@ -1,0 +1,134 @@
+#include "run/input_checks.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <limits>
+#include <string_view>
+
+#include "base/messages.h"
+#include "base/tokens.h"
+#include "driver/command_line.h"
+#include "driver/control_file.h"
+#include "formats/short_name.h"
+
+namespace voxlith {
+
+namespace {
+
+std::string numberText(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return text;
+}
+
+std::string positionText(double x, double y, double z) {
+    return numberText(x) + " " + numberText(y) + " " + numberText(z);
+}
+
+// Data files may have their coordinates rounded to centimetres, sensitivity files to single precision.
+bool isSamePosition(double a, double b) {
+    constexpr double rounding = 0.01;
+    constexpr double singlePrecision = 1.2e-7;
+    return std::fabs(a - b) <= rounding + singlePrecision * std::max(std::fabs(a), std::fabs(b));
+}
+
+void checkCount(const RunState& run, const std::string& dataFile, const std::string& sensitivityFile) {
+    if (run.obs.countInFile != run.obs.nData) {
+        throw RunError(dataFile + ": expected " + std::to_string(run.obs.nData) + " data, the stations of " +
+                       sensitivityFile + ", found the count " + std::to_string(run.obs.countInFile) +
+                       "; is it a file of another survey or data type?");
+    }
+}
+
+void checkStations(const ObsSet& obs, const StationColumns& stations, const std::string& dataFile,
+                   const std::string& sensitivityFile) {
+    // Two of the three layouts of sensitivity files hold no positions.
+    const auto isZero = [](double value) { return value == 0.0; };
+    if (std::ranges::all_of(stations.x, isZero) && std::ranges::all_of(stations.y, isZero) &&
+        std::ranges::all_of(stations.z, isZero)) {
+        return;
+    }
+    for (std::size_t record = 0; record < stations.x.size(); ++record) {
+        if (isSamePosition(obs.ObsX[record], stations.x[record]) &&
+            isSamePosition(obs.ObsY[record], stations.y[record]) &&
+            isSamePosition(obs.ObsZ[record], stations.z[record])) {
+            continue;
+        }
+        throw RunError(dataFile + ", station " + std::to_string(record + 1) + ": expected the position " +
+                       positionText(stations.x[record], stations.y[record], stations.z[record]) + " of " +
+                       sensitivityFile + ", found " +
+                       positionText(obs.ObsX[record], obs.ObsY[record], obs.ObsZ[record]));
+    }
+}
+
+void checkField(const ObsSet& obs, const std::string& dataFile) {
+    constexpr float vertical = 90.0F;
+    constexpr float largestDeclination = 360.0F;
+    if (!hasMagneticLayout(obs.dataType[0])) {
+        return;
+    }
+    if (std::fabs(obs.incl) > vertical || std::fabs(obs.decl) > largestDeclination || !(obs.geomag > 0.0F)) {
+        throw RunError(dataFile + ", line 1: expected inclination, declination and strength of the field, found " +
+                       positionText(static_cast<double>(obs.incl), static_cast<double>(obs.decl),
+                                    static_cast<double>(obs.geomag)) +
+                       "; the sensitivities are those of magnetic data");
+    }
+}
+
+void checkDeviations(const ObsSet& obs, const std::string& dataFile) {
+    if (obs.negativeStdLine > 0) {
+        throw RunError(dataFile + ", line " + std::to_string(obs.negativeStdLine) +
+                       ": expected a standard deviation of 0 or above, found " +
+                       numberText(static_cast<double>(obs.negativeStd)));
+    }
+}
+
+void checkBounds(const RunState& run) {
+    const ModelBounds& bounds = run.bounds;
+    const std::size_t cells = run.mesh.cellCount();
+    for (std::size_t cell = 0; cell < cells; ++cell) {
+        const std::int32_t type = bounds.boundType[cell];
+        if ((type == boundBoth || type == boundFixed) && bounds.lowerBound[cell] > bounds.upperBound[cell]) {
+            throw RunError(std::string(trim(shortText(run.control.boundsText))) + ", cell " + std::to_string(cell + 1) +
+                           ": expected a lower bound of at most the upper one; they are reversed");
+        }
+    }
+}
+
+}  // namespace
+
+std::int32_t checkControlFile(std::span<const std::string> arguments) {
+    Messages messages;
+    messages.checkOnly = true;
+    ControlValues control;
+    readCommandLine(arguments, control);
+    readControlFile(messages, DateTime{}, control);
+    const std::vector<std::string>& doubts = control.doubts.lines;
+    if (!doubts.empty()) {
+        std::string all = doubts.front();
+        for (std::size_t at = 1; at < doubts.size(); ++at) {
+            all += "\n" + doubts[at];
+        }
+        throw RunError(all);
+    }
+    return control.iRestart;
+}
+
+StationColumns stationsOf(const ObsSet& obs) {
+    return {obs.ObsX, obs.ObsY, obs.ObsZ};
+}
+
+void checkSurvey(const RunState& run, const StationColumns& sensitivityStations) {
+    const std::string dataFile = shortFileName(run.control.obsFileText);
+    const std::string sensitivityFile = fileNameOf(run.control.mtxFileText[0]);
+    checkField(run.obs, dataFile);
+    checkCount(run, dataFile, sensitivityFile);
+    checkStations(run.obs, sensitivityStations, dataFile, sensitivityFile);
+    checkDeviations(run.obs, dataFile);
+    checkBounds(run);
+}
+
+}  // namespace voxlith

@@ -1,0 +1,16 @@
+// SIGINT and SIGTERM: a run ends after the iteration that is under way, and its exit status tells the signal. A second
+// signal ends it at once.
+#pragma once
+
+namespace voxlith {
+
+// Until keepIterations is called a signal ends the process at once, with status 128 + signal: nothing is lost then.
+void watchSignals();
+
+// From now on the first signal is only recorded.
+void keepIterations();
+
+// The signal that was recorded; 0 for none.
+int recordedSignal();
+
+}  // namespace voxlith

@@ -1,0 +1,158 @@
+#!/usr/bin/env python3
+"""Stops voxlith-run at random times of small runs, by signals that it can act on and by kills, and continues each run until it ends.
+
+All result files must then be those of a run that nobody stopped, byte for byte; times in the progress table and the log, which
+says how often the run was continued, are left out. Processes are stopped here, not machines.
+
+    checkpoint_harness.py --program build/release/voxlith-run --tools build/release/tools/voxlith-tools --count 200 --seed 1
+"""
+import argparse
+import os
+import random
+import shutil
+import signal
+import sys
+import tempfile
+import time
+
+import surveys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'runs'))
+sys.dont_write_bytecode = True
+from stored_runs import difference, masked  # noqa: E402
+
+SIGNALS = [signal.SIGKILL, signal.SIGKILL, signal.SIGTERM, signal.SIGINT]
+CHECKPOINT = 'voxlith.checkpoint'
+MOST_STOPS = 4  # of one run
+
+
+def results(folder):
+    """Result files of a run without the times in them."""
+    return {name: masked(surveys.read(folder, name)) for name in os.listdir(folder)
+            if name not in surveys.INPUTS and name != 'voxlith.log'}
+
+
+def faults_of_stop(process, with_signal):
+    """A signal that the program can act on ends it with 128 + signal, a kill ends it at once."""
+    if process.returncode in (-with_signal, 0) or process.returncode == 128 + with_signal:
+        return []
+    return ['ended with status %d after %s' % (process.returncode, with_signal.name)]
+
+
+def stop_once(program, folder, kind, seconds, chance):
+    """Starts or continues the run and stops it. Returns (was it stopped, faults)."""
+    going_on = surveys.has(folder, CHECKPOINT)
+    process = surveys.start(program, folder, kind, ['--continue'] if going_on else [])
+    time.sleep(chance.uniform(0.0, 1.2 * seconds))
+    with_signal = chance.choice(SIGNALS)
+    process.send_signal(with_signal)
+    process.stderr.read()
+    process.stderr.close()
+    process.wait()
+    faults = faults_of_stop(process, with_signal)
+    if process.returncode == 0 and with_signal != signal.SIGKILL and surveys.has(folder, CHECKPOINT):
+        faults.append('a completed run left its checkpoint')
+    return process.returncode != 0, faults
+
+
+def trial(program, inputs, folder, kind, wanted, seconds, chance):
+    """One run with its stops, compared at its end. Returns (stops, faults)."""
+    surveys.new_folder(folder, inputs, kind)
+    stops, faults = 0, []
+    for _ in range(1 + chance.randrange(MOST_STOPS)):
+        stopped, more = stop_once(program, folder, kind, seconds, chance)
+        faults += more
+        if not stopped:
+            break
+        stops += 1
+    else:
+        going_on = surveys.has(folder, CHECKPOINT)
+        status, errors = surveys.run(program, folder, kind, ['--continue'] if going_on else [])
+        if status != 0:
+            return stops, faults + ['the last part ended with %d: %s' % (status, errors)]
+    found = results(folder)
+    faults += ['%s is %s' % (name, 'missing' if name in wanted else 'left over') for name in sorted(set(found) ^ set(wanted))]
+    faults += ['%s: %s' % (name, difference(wanted[name], found[name])) for name in sorted(set(found) & set(wanted))
+               if found[name] != wanted[name]]
+    return stops, faults
+
+
+def undisturbed(program, inputs, work, kind):
+    """Results and duration of a run that is not stopped."""
+    folder = os.path.join(work, 'reference-' + kind.name)
+    surveys.new_folder(folder, inputs, kind)
+    start = time.monotonic()
+    status, errors = surveys.run(program, folder, kind)
+    seconds = time.monotonic() - start
+    if status != 0 or errors:
+        raise SystemExit('%s: the undisturbed run failed: %d %s' % (kind.name, status, errors))
+    return results(folder), seconds
+
+
+def faults_of_other_inputs(program, inputs, work):
+    """A checkpoint is not combined with other data: what differs is named, and the checkpoint stays."""
+    kind = surveys.kinds()[0]
+    folder = os.path.join(work, 'other-inputs')
+    surveys.new_folder(folder, inputs, kind)
+    process = surveys.start(program, folder, kind)
+    while process.poll() is None and not surveys.has(folder, CHECKPOINT):
+        time.sleep(0.001)
+    process.kill()
+    process.communicate()
+    if not surveys.has(folder, CHECKPOINT):
+        return ['the run ended before it could be killed']
+    data = surveys.read(folder, kind.files[0])
+    os.remove(os.path.join(folder, kind.files[0]))  # it is a link to that of all trials
+    surveys.write(folder, kind.files[0], data.replace(' 0.02\n', ' 0.03\n', 1))
+    status, errors = surveys.run(program, folder, kind, ['--continue'])
+    wanted = 'belongs to another inversion: the observed data or their uncertainties differ'
+    if status != 2 or wanted not in errors or not surveys.has(folder, CHECKPOINT):
+        return ['other data: status %d, %s' % (status, errors)]
+    return []
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('--program', required=True)
+    parser.add_argument('--tools', required=True)
+    parser.add_argument('--count', type=int, default=200, help='stops')
+    parser.add_argument('--seed', type=int, default=int(time.time()))
+    parser.add_argument('--kind', help='only this kind')
+    asked = parser.parse_args()
+    program, tools = os.path.abspath(asked.program), os.path.abspath(asked.tools)
+    chance = random.Random(asked.seed)
+    print('seed %d' % asked.seed)
+    work = tempfile.mkdtemp(prefix='voxlith-checkpoints-')
+    inputs = os.path.join(work, 'inputs')
+    surveys.write_inputs(inputs, tools)
+    cases = []
+    for kind in surveys.kinds():
+        if asked.kind and kind.name != asked.kind:
+            continue
+        if kind.disk and surveys.find_disk_limit(program, inputs, work, kind) is None:
+            print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)
+            continue
+        cases.append((kind,) + undisturbed(program, inputs, work, kind))
+    faults = faults_of_other_inputs(program, inputs, work)
+    for fault in faults:
+        print(fault)
+    stops, trials, failed = 0, 0, len(faults)
+    while stops < asked.count:
+        kind, wanted, seconds = cases[trials % len(cases)]
+        folder = os.path.join(work, 'trial-%d' % trials)
+        count, faults = trial(program, inputs, folder, kind, wanted, seconds, chance)
+        trials += 1
+        stops += count
+        shutil.rmtree(folder)
+        if faults:
+            failed += 1
+            print('trial %d, %s:' % (trials, kind.name))
+            for fault in faults:
+                print('    ' + fault)
+    shutil.rmtree(work)
+    print('%d stops in %d runs, %d failed' % (stops, trials, failed))
+    return 1 if failed else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
