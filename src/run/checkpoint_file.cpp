@@ -156,7 +156,7 @@ void verifyCheckpoint(const std::string& fileName) {
     readHead(fileName, file.get());
 }
 
-void readCheckpoint(const std::string& fileName, std::span<const StateBlock> blocks) {
+void readCheckpoint(const std::string& fileName, std::span<const StateBlock> blocks, OtherBlocks others) {
     const FileHandle file = openForReading(fileName);
     std::map<std::string_view, const StateBlock*> wanted;
     for (const StateBlock& block : blocks) {
@@ -168,6 +168,10 @@ void readCheckpoint(const std::string& fileName, std::span<const StateBlock> blo
         const auto length = readNumber<std::int64_t>(fileName, file.get());
         const auto found = wanted.find(name.data());
         if (found == wanted.end()) {
+            if (others == OtherBlocks::refused) {
+                refuse(fileName, "block \"" + std::string(name.data()) +
+                                     "\" was not expected; it belongs to an inversion with other options");
+            }
             if (length < 0 || ::fseeko(file.get(), static_cast<off_t>(length), SEEK_CUR) != 0) {
                 refuse(fileName, "the file is damaged");
             }

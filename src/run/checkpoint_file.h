@@ -40,9 +40,13 @@ void writeCheckpoint(std::string_view fileName, std::span<const StateBlock> bloc
 // Reads the whole file and compares the checksum. Throws RunError when it is missing, cut or changed.
 void verifyCheckpoint(const std::string& fileName);
 
+enum class OtherBlocks { skipped, refused };
+
 // Fills the bytes of each block from the block of that name. A block that was written empty leaves its bytes unchanged.
-// Throws RunError when a block is missing or has another size.
-void readCheckpoint(const std::string& fileName, std::span<const StateBlock> blocks);
+// Throws RunError when a block is missing or has another size, and where they are refused for blocks that are not asked
+// for.
+void readCheckpoint(const std::string& fileName, std::span<const StateBlock> blocks,
+                    OtherBlocks others = OtherBlocks::skipped);
 
 // Checksum of an array, to compare inputs.
 std::uint32_t checksumOf(std::span<const std::byte> bytes, std::uint32_t start = 0);

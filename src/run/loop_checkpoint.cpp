@@ -143,9 +143,13 @@ void restoreCheckpoint(InversionLoop& loop, const InputChecksums& inputs, std::v
                            " differ from those of the stopped run");
         }
     }
-    std::vector<StateBlock> blocks = blocksOf(loop);
+    CheckpointHead head;
+    std::vector<StateBlock> blocks = headBlocks(head);
+    blocks.push_back(blockOf("inputs", stored));
+    addBlocks(blocks, blocksOf(loop));
     addBlocks(blocks, std::move(more));
-    readCheckpoint(name, blocks);
+    // A block too many is the state of another kind of step.
+    readCheckpoint(name, blocks, OtherBlocks::refused);
     loop.state.continueFlag = loop.state.iteration < loop.problem.options.maxIterations;
 }
 

@@ -10,6 +10,7 @@ struct RunOptions {
     std::string controlFile;
     std::vector<std::string> keywords;  // those of voxlith: Misfit=(pct,floor), Tradeoff=val, ...
     bool continueRun = false;           // go on with the stopped run of this folder
+    bool check = false;                 // read everything, run nothing
     bool quiet = false;                 // nothing on standard output
     std::string jsonLog;                // file with a JSON object for each iteration; empty for none
 };

@@ -10,6 +10,7 @@
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
+#include "run/check_report.h"
 #include "run/input_checks.h"
 #include "run/iteration_output.h"
 #include "run/loop_checkpoint.h"
@@ -73,19 +74,43 @@ ResumedRun findCheckpoint(bool asked, RunState& run) {
     return {head.startIteration, head.iteration};
 }
 
-RunStatus runSequence(RunState& run, const RunOptions& options) {
+std::vector<std::string> argumentsOf(const RunOptions& options) {
     std::vector<std::string> arguments{options.controlFile};
     arguments.insert(arguments.end(), options.keywords.begin(), options.keywords.end());
+    return arguments;
+}
+
+void readSurveyChecked(RunState& run) {
+    readSensitivities(run);
+    const StationColumns stations = stationsOf(run.obs);
+    readSurvey(run);
+    checkSurvey(run, stations);
+}
+
+// --check
+RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture& capture) {
+    const std::vector<std::string> arguments = argumentsOf(options);
+    checkControlFile(arguments);
+    run.messages.checkOnly = true;
+    readInputs(run, arguments);
+    readSurveyChecked(run);
+    const std::string report = describeRun(run);
+    releaseScreen(capture);
+    if (!options.quiet) {
+        screenLine(std::string_view(report).substr(0, report.size() - 1));
+    }
+    return RunStatus::completed;
+}
+
+RunStatus runSequence(RunState& run, const RunOptions& options) {
+    const std::vector<std::string> arguments = argumentsOf(options);
     run.control.continues = checkControlFile(arguments) > 0 || options.continueRun;
     const ResumedRun resumed = findCheckpoint(options.continueRun, run);
     readInputs(run, arguments);
     if (!run.control.resumes) {
         removeCheckpoint();
     }
-    readSensitivities(run);
-    const StationColumns stations = stationsOf(run.obs);
-    readSurvey(run);
-    checkSurvey(run, stations);
+    readSurveyChecked(run);
     openProgress(run, resumed);
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
@@ -130,13 +155,14 @@ RunStatus runProgram(const RunOptions& options) {
     watchSignals();
     RunState run;
     ScreenCapture capture;
+    const bool captured = options.quiet || options.check;
     try {
-        if (options.quiet) {
+        if (captured) {
             captureScreen(capture);
         }
-        return runSequence(run, options);
+        return options.check ? checkSequence(run, options, capture) : runSequence(run, options);
     } catch (const PlainStop&) {
-        if (options.quiet) {
+        if (captured) {
             warn(lastScreenLine(capture));
         }
         return RunStatus::stopped;

@@ -95,6 +95,8 @@ TEST_F(CheckpointFile, refusesBlocksOfOtherSizesAndMissingOnes) {
     std::int32_t other = 0;
     EXPECT_EQ(refusalOf(name, std::vector<StateBlock>{blockOf("other", other)}),
               name + ": block \"other\" is missing; it belongs to an inversion with other options");
+    EXPECT_THROW(readCheckpoint(name, std::vector<StateBlock>{blockOf("number", other)}, OtherBlocks::refused),
+                 RunError);
     EXPECT_EQ(refusalOf(folder.file("nowhere"), {}), folder.file("nowhere") + ": cannot be opened");
 }
 

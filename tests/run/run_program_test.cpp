@@ -223,6 +223,25 @@ TEST(RunProgram, writesAJsonObjectForEachIteration) {
     }
 }
 
+TEST(RunProgram, checksWithoutWriting) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    const std::set<std::string> before = namesIn(folder);
+    const ProgramResult result = runOf(folder, {"voxlith.inp", "--check", "ObsClip=(-10,0.5)"});
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
+    EXPECT_EQ(namesIn(folder), before);
+    EXPECT_TRUE(contains(result.screen, "voxlith.inp: everything can be read\n")) << result.screen;
+    EXPECT_TRUE(contains(result.screen, "data:             10 stations, 1 component\n")) << result.screen;
+    EXPECT_TRUE(contains(result.screen, "model:            36 cells (4 x 3 x 3), 1 model type\n")) << result.screen;
+    EXPECT_TRUE(contains(result.screen, "3 iterations:     about ")) << result.screen;
+
+    folder.write("voxlith.inp", ControlLines().set(6, "missing.mod").text());
+    const ProgramResult stopped = runOf(folder, {"voxlith.inp", "--check"});
+    EXPECT_EQ(stopped.exitStatus, 1);
+    EXPECT_EQ(stopped.errors, "voxlith-run: Model File missing.mod not found\n");
+    EXPECT_EQ(namesIn(folder), before);
+}
+
 TEST(RunProgram, refusesADamagedCheckpoint) {
     const TemporaryFolder folder;
     writeRunSurvey(folder);
