@@ -3,14 +3,16 @@
 The data of gravity and magnetics decay with depth, so of all models that fit, a norm without weights prefers one close
 to the surface. Here each cell gets the weight
 
-    w = r^p V / V_min,
+    w = r^p (V / V_min)^2,
 
 with r the relative sensitivity of the cell per volume, V its volume, and p chosen so that w falls with depth like
 (depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
 
 - r is the root of the diagonal of G'G over the volume, by its largest value (Li and Oldenburg 2000, Geophysics 65,
   540-552, eq. 6), or 1/(depth + z0), a power law (Li and Oldenburg 1996, Geophysics 61, 394-408).
-- V / V_min makes padding cells as expensive as the small cells of the core together; without it bodies leak into them.
+- V / V_min keeps padding cells from being cheap; without it bodies leak into them.
+- The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9 are
+  all 1. The factor 1e8 makes up for the units of the format.
 - a = 1.3 by experiment, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
   and on the layout of the stations.
 
@@ -39,8 +41,10 @@ Mask = npt.NDArray[np.bool_]
 DECAY = 1.3
 """Power of the depth with which weights fall off below the stations."""
 
-SMALLNESS_OF_CELL = 2.5
-"""alphaS times the square of the cell size that goes with these weights."""
+SMALLNESS = 2.5
+"""Weight of the smallness of a cell over that of its differences, times the square of the cell size."""
+
+_SMALLNESS_UNIT = 1.0e8  # the format multiplies the weights of differences by this, and those of smallness by 1
 
 _LEAST = 1.0e-12  # weights are held in single precision and multiplied by volumes
 
@@ -52,7 +56,7 @@ class DepthWeighting:
     Attributes
     ----------
     cells : CellWeights
-        The four sections of a weighting file.
+        The four sections of a weighting file, for alphas of 1.
     power : float
         p, the power of the relative sensitivities.
     decay : float
@@ -130,7 +134,7 @@ def sensitivity_weights(mesh: Mesh, sensitivity: npt.ArrayLike, header: MtxHeade
     relative = mesh.cube(np.asarray(sensitivity, dtype=np.float64))
     active: Mask = relative > 1.0e-9 * float(relative.max())
     depth = _depths(mesh, active)
-    volume = _volume_ratio(mesh)
+    volume = _volume_factor(mesh)
     used = active & _below_stations(mesh, depth, None if header is None else header.stations)
     logs = np.log(np.where(active, relative, 1.0))
     fall = _slope(logs, depth, used)
@@ -139,7 +143,7 @@ def sensitivity_weights(mesh: Mesh, sensitivity: npt.ArrayLike, header: MtxHeade
         raise UsageError("weights: the sensitivities do not fall with depth; use a power law")
     power = (decay + growth) / -fall
     weights = np.where(active, np.exp(power * (logs - logs[active].max())), 1.0) * volume
-    return DepthWeighting(_sections(weights, active), power, decay, active)
+    return DepthWeighting(_sections(mesh, weights, active), power, decay, active)
 
 
 def power_law_weights(mesh: Mesh, active: npt.ArrayLike | None = None, *, z0: float | None = None,
@@ -159,13 +163,14 @@ def power_law_weights(mesh: Mesh, active: npt.ArrayLike | None = None, *, z0: fl
     z0 = 0.5 * float(mesh.z_widths[0]) if z0 is None else z0
     if not (z0 > 0.0 and decay >= 0.0):
         raise UsageError(f"weights: expected z0 above 0 and a power of 0 or more, found {z0:g}, {decay:g}")
-    weights = np.where(mask, (_depths(mesh, mask) / z0 + 1.0) ** -decay, 1.0) * _volume_ratio(mesh)
-    return DepthWeighting(_sections(weights, mask), decay, decay, mask)
+    weights = np.where(mask, (_depths(mesh, mask) / z0 + 1.0) ** -decay, 1.0) * _volume_factor(mesh)
+    return DepthWeighting(_sections(mesh, weights, mask), decay, decay, mask)
 
 
-def alpha_s_of_cell(cell: float) -> float:
-    """The alphaS of line 9 that goes with these weights, for cells of that size (metres), to one digit."""
-    return float(f"{SMALLNESS_OF_CELL / cell**2:.0e}")
+def core_cell(mesh: Mesh) -> float:
+    """Geometric mean of the smallest widths of the axes with more than one cell, metres."""
+    logs = [math.log(float(widths.min())) for widths in (mesh.x_widths, mesh.y_widths, mesh.z_widths) if len(widths) > 1]
+    return math.exp(sum(logs) / len(logs)) if logs else float(mesh.z_widths[0])
 
 
 def _depths(mesh: Mesh, active: Mask) -> Reals:
@@ -175,9 +180,10 @@ def _depths(mesh: Mesh, active: Mask) -> Reals:
     return np.maximum(depths, 0.0)
 
 
-def _volume_ratio(mesh: Mesh) -> Reals:
+def _volume_factor(mesh: Mesh) -> Reals:
+    """(V / V_min)^2 of each cell, shape (nz, nx, ny)."""
     volumes = np.asarray(mesh.cube(mesh.volumes()), dtype=np.float64)
-    return volumes / float(volumes.min())
+    return np.square(volumes / float(volumes.min()))
 
 
 def _below_stations(mesh: Mesh, depth: Reals, stations: Reals | None) -> Mask:
@@ -215,7 +221,7 @@ def _slope(values: Reals, depth: Reals, used: Mask) -> float:
     return float(centred @ values[used]) / squared
 
 
-def _sections(weights: Reals, active: Mask) -> CellWeights:
+def _sections(mesh: Mesh, weights: Reals, active: Mask) -> CellWeights:
     """Weights of cells, and of differences between two active or two inactive cells."""
     weights = np.maximum(weights, _LEAST)
     differences = []
@@ -223,7 +229,7 @@ def _sections(weights: Reals, active: Mask) -> CellWeights:
         a, b = _neighbours(weights, axis)
         same = np.equal(*_neighbours(active, axis))
         differences.append(np.where(same, np.sqrt(a * b), 0.0))
-    return CellWeights(weights, *differences)
+    return CellWeights(weights * (_SMALLNESS_UNIT * SMALLNESS / core_cell(mesh) ** 2), *differences)
 
 
 def _neighbours(values: npt.NDArray[Any], axis: int) -> tuple[npt.NDArray[Any], npt.NDArray[Any]]:

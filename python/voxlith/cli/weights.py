@@ -2,14 +2,12 @@
 
 from __future__ import annotations
 
-import math
 from collections.abc import Sequence
 
 from ..errors import UsageError
 from ..io.numbers import number_text
 from ..io.weight_file import write_weight_file
-from ..mesh import Mesh
-from ..weights import DECAY, alpha_s_of_cell, power_law_weights, read_cell_sensitivity, sensitivity_weights
+from ..weights import DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
 from .output import check_output, say
 from .parser import Parser, number_from
 
@@ -50,17 +48,10 @@ def run(arguments: Sequence[str]) -> int:
     if options.law == "power":
         made = power_law_weights(mesh, mesh.flat(made.active), z0=options.z0, decay=options.decay)
     write_weight_file(options.out, made.cells)
-    weights = made.cells.smallness[made.active]
+    weights = made.cells.smallness[made.active] / float(made.cells.smallness[made.active].max())
     say(f"{options.out}: {mesh.nx} x {mesh.ny} x {mesh.nz} cells, {int(made.active.sum())} active")
-    say(f"weights:        {number_text(float(f'{weights.min():.3g}'))} to {number_text(float(f'{weights.max():.3g}'))}, "
-        f"falling like (depth + z0)^-{number_text(options.decay)} below the stations")
+    say(f"weights:        1 to {number_text(float(f'{weights.min():.3g}'))}, falling like (depth + z0)^-{number_text(options.decay)} below the stations")
     if options.law == "sensitivity":
         say(f"power:          {made.power:.3f} of the relative sensitivities")
-    say(f"alphaS:         {number_text(alpha_s_of_cell(core_cell(mesh)))} goes with these weights on line 9")
+    say("alphas:         1 1 1 1 go with these weights on line 9")
     return 0
-
-
-def core_cell(mesh: Mesh) -> float:
-    """Geometric mean of the smallest widths of the axes with more than one cell, metres."""
-    logs = [math.log(float(widths.min())) for widths in (mesh.x_widths, mesh.y_widths, mesh.z_widths) if len(widths) > 1]
-    return math.exp(sum(logs) / len(logs)) if logs else float(mesh.z_widths[0])
