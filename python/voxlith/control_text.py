@@ -10,7 +10,8 @@ from .control_choices import Choices
 _VALUE_WIDTH = 24
 
 
-def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str]) -> str:
+def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, initial: str = "", bounds: str = "",
+                 weighting: str = "null") -> str:
     """Twelve lines with a comment each, product definitions for several files, and after them, where the program reads
     no more, the reasons for the values.
 
@@ -19,6 +20,10 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str]) -> 
     choices : Choices
     data_file, mtx_files : str
         Names as the run will find them.
+    initial, bounds : str
+        Texts of lines 6 and 8 in place of those of `choices`.
+    weighting : str
+        Text of line 10. With a file of weights the alphas are 1.
     """
     count = len(mtx_files)
     labels = " dens susc" if choices.model_count == 2 else ""
@@ -31,22 +36,29 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str]) -> 
               "trade-off, not used, sign: -1 negative, 0 either, 1 positive"),
         _line(data_file, "observed data"),
         _line(names, "sensitivities") if len(names) < 200 else names,
-        _line(_short(choices.initial), f"initial model: a number or a file, {choices.unit}"),
+        _line(initial or _short(choices.initial), f"initial model: a number or a file, {choices.unit}"),
         _line("0.0", "reference model: a number or a file"),
-        _line(choices.bounds, "bounds lower,upper, or a file, or null"),
-        _line(f"{_short(choices.alpha_s)} 1 1 1", "alphaS, alphaE, alphaN, alphaZ"),
-        _line("null", "weighting file"),
+        _line(bounds or choices.bounds, "bounds lower,upper, or a file, or null"),
+        _line("1 1 1 1" if weighting != "null" else f"{_short(choices.alpha_s)} 1 1 1", "alphaS, alphaE, alphaN, alphaZ"),
+        _line(weighting, "weighting file"),
         _line("null", "data offset, or file for a refinement"),
         _line(f"{choices.iterations} 0 0", "iterations, a model written every so many (0 none), method (0)"),
         *_products(choices), "", "What follows is not read.", "", *_tradeoff_reason(choices, count),
-        *_sign_reason(choices),
-        f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within some ten cells, "
-        "smallness beyond.",
+        *_sign_reason(choices), *_norm_reason(choices, weighting),
         "Line 12: the misfit of most runs changes little after 100 iterations, or 200 where values meet a bound;",
         "  a run continues from where it ended with 1 on line 1.",
         *_product_reason(choices),
     ]
     return "\n".join(lines) + "\n"
+
+
+def _norm_reason(choices: Choices, weighting: str) -> list[str]:
+    """What alphas and weights do."""
+    if weighting != "null":
+        return ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits voxlith-run --target-rms 1,",
+                "  which finds the trade-off, too."]
+    return [f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within some ten cells, "
+            "smallness beyond."]
 
 
 def _short(value: float) -> str:

@@ -19,6 +19,8 @@ from .wavelet import Filter, crop_cells, forward_transform, inverse_transform, p
 
 Reals = npt.NDArray[np.float64]
 
+_SAME_MEAN = 1.0e-9  # rounding of a mean over many cells
+
 
 class Sensitivity:
     """A sensitivity file that is open for reading.
@@ -92,6 +94,19 @@ class Sensitivity:
             cells = self._cells_of(row).ravel()
             diagonal += cells * cells
         return MtxTail(diagonal)
+
+    def inactive_cells(self) -> npt.NDArray[np.bool_]:
+        """Cells above the terrain, in cell order, shape (cells,).
+
+        ``voxlith-tools mtx`` writes the mean of all active cells as their diagonal of G'G. A diagonal of 0 counts as
+        inactive, too. They are at the top of their columns.
+        """
+        diagonal = self.mesh.cube(self.tail().diagonal)
+        mean = float(diagonal.mean())
+        marked = (diagonal == 0.0) | (np.abs(diagonal - mean) <= _SAME_MEAN * mean)
+        # Active cells below the first one that is not marked have that value by chance.
+        at_top = np.logical_and.accumulate(marked, axis=0)
+        return np.asarray(self.mesh.flat(at_top), dtype=np.bool_)
 
     @property
     def style(self) -> int:

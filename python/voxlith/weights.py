@@ -95,7 +95,7 @@ def read_cell_sensitivity(paths: Sequence[PathLike]) -> tuple[MtxHeader, Mesh, R
     for path in paths:
         with Sensitivity(path) as sensitivity:
             header, mesh = sensitivity.header, sensitivity.mesh
-            diagonal = np.asarray(sensitivity.tail().diagonal, dtype=np.float64)
+            diagonal = np.where(sensitivity.inactive_cells(), 0.0, sensitivity.tail().diagonal)
         if first is None:
             first, total = (header, mesh), np.zeros(mesh.n_cells)
         elif (mesh.nx, mesh.ny, mesh.nz) != (first[1].nx, first[1].ny, first[1].nz):
@@ -183,7 +183,7 @@ def _depths(mesh: Mesh, active: Mask) -> Reals:
 def _volume_factor(mesh: Mesh) -> Reals:
     """(V / V_min)^2 of each cell, shape (nz, nx, ny)."""
     volumes = np.asarray(mesh.cube(mesh.volumes()), dtype=np.float64)
-    return np.square(volumes / float(volumes.min()))
+    return np.asarray(np.square(volumes / float(volumes.min())), dtype=np.float64)
 
 
 def _below_stations(mesh: Mesh, depth: Reals, stations: Reals | None) -> Mask:

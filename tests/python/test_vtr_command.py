@@ -100,3 +100,20 @@ def test_what_is_wrong_on_the_command_line(tools, folder):
     (folder / "m.msh").write_text("10000 10000 10000\n0 0 0\n10000*1 10000*1 10000*1\n")
     assert "expected at most 2147483647 cells" in one_line(
         tools("vtr", "--mesh", "m.msh", "--model", "a.den", "--out", "g.vtr"))
+
+
+def test_inactive_cells_show_nothing(tools, tmp_path, gravity):
+    mesh = Mesh.read(gravity.path("mesh.msh"))
+    (tmp_path / "topo.csv").write_text("x,y,z\n0,0,90\n9000,0,90\n0,9000,90\n9000,9000,90\n")
+    done = tools("mtx", "--mesh", gravity.path("mesh.msh"), "--stations", gravity.path("data.obs"), "--type", "gz", "--out", "g.mtx",
+                 "--topography", "topo.csv")
+    assert done.status == 0, done.errors
+    Model(mesh, np.ones(mesh.n_cells)).write(tmp_path / "m.den")
+    done = tools("vtr", "--mesh", gravity.path("mesh.msh"), "--model", "m.den", "--mtx", "g.mtx", "--out", "m.vtr")
+    assert done.status == 0 and f"{mesh.nx * mesh.ny} no-data cells" in done.out
+    grid = read_grid(tmp_path / "m.vtr")
+    values = vtk_to_numpy(grid.GetCellData().GetArray("m.den"))
+    assert np.array_equal(np.isnan(values), centres(grid)[:, 2] > 90.0)
+    Mesh.from_widths((0.0, 0.0, 0.0), [1.0], [1.0], [1.0]).write(tmp_path / "one.msh")
+    (tmp_path / "one.den").write_text("1\n")
+    assert "g.mtx: expected" in one_line(tools("vtr", "--mesh", "one.msh", "--model", "one.den", "--mtx", "g.mtx", "--out", "n.vtr"))

@@ -51,6 +51,6 @@ def background_finding(value: float | None, code: int) -> list[Finding]:
     if value is None or abs(value) <= LARGEST_CONTRAST[unit]:
         return []
     kind = "susceptibility" if is_magnetic(code) else "density contrast"
-    return [Finding("note", "background", f"a background fitted to these data (1 on line 2 of the control file) would be a "
+    return [Finding("warning", "background", f"a background fitted to these data (1 on line 2 of the control file) would be a "
                     f"{kind} of {value:.3g} {unit}, which rocks do not have",
                     "do not remove it by line 2; subtract a regional field with voxlith-tools regional")]

@@ -83,6 +83,8 @@ def run(arguments: Sequence[str]) -> int:
     survey, side = _placed(options, survey, findings)
     findings += check_survey(survey, names, given=given)
     findings += _against(options, survey, side, names)
+    if options.mtx and {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
+        findings += check_background(survey, options.mtx)
     return _finish(options, findings, survey.n_stations)
 
 
@@ -176,7 +178,6 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
     if options.mtx:
         with MtxFile(options.mtx) as mtx:
             findings += check_sensitivities(*places, mtx.header, os.fspath(options.mtx), names)
-        findings += check_background(survey, options.mtx)
     if options.date:
         if survey.field is None:
             raise UsageError("--date: the data have no inducing field to compare with")

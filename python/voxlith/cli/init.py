@@ -20,8 +20,11 @@ from ..io.numbers import number_text
 from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
+from ..checks import check_survey
+from ..checks.findings import listed
 from ..mesh import Mesh
 from ..survey import Survey
+from .init_files import RunFiles, prepare_files
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 
@@ -29,6 +32,10 @@ Reals = npt.NDArray[np.float64]
 PROGRAM = "voxlith-tools"
 _SIGNS = {"auto": None, "negative": -1, "either": 0, "positive": 1}
 _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
+
+_WEIGHTS = "none"
+_FULL_STYLES = (0, 4)
+_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend")
 
 _EXAMPLES = """\
 Examples:
@@ -67,6 +74,8 @@ def make_parser() -> Parser:
     add("--tradeoff", metavar="NUMBER", type=number_from(0.0, above=True), help="Trade-off (default: by the data)")
     add("--iterations", metavar="COUNT", type=integer_within(1, 99999),
         help="Iterations (default: 100; 200 with a sign or two models)")
+    add("--weights", choices=["auto", "none"], default=_WEIGHTS,
+        help=f"auto: write depth weights of the model norm for full 3-D models; none: no weights (default: {_WEIGHTS})")
     return parser
 
 
@@ -85,12 +94,34 @@ def run(arguments: Sequence[str]) -> int:
     choices = choose_values(sensitivities.headers, overrides)
     choose_tradeoff(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties(),
                     overrides)
-    text = control_text(choices, options.data, options.mtx)
+    weighted = options.weights == "auto" and _is_full(sensitivities)
+    files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds))
+    for name in (files.initial, files.bounds, files.weighting):
+        _check_name("--out", name, _LONGEST_NAME, False)
+    text = control_text(choices, options.data, options.mtx, initial=files.initial, bounds=files.bounds,
+                        weighting=files.weighting)
     write_bytes(options.out, to_bytes(text))
-    _report(options, notes, text)
+    _report(options, notes + files.notes, text, files)
+    warnings += _check_warnings(options, survey)
     for warning in warnings + choices.warnings:
         warn(PROGRAM, f"{options.data}: {warning}")
     return 0
+
+
+def _is_full(files: _Sensitivities) -> bool:
+    """Whether the model has all layers free."""
+    return files.first.layers == files.first.nz and files.first.style_of_counts in _FULL_STYLES
+
+
+def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
+    """What would spoil the run, in words of ``check``."""
+    findings = check_survey(survey)
+    texts = []
+    for finding in findings:
+        if finding.severity == "error" or finding.name in _WORTH_SAYING:
+            stations = f" ({listed(finding.stations)})" if finding.stations else ""
+            texts.append(f"{finding.text}{stations}; {finding.remedy}")
+    return texts
 
 
 def _check_name(option: str, name: str, longest: int, several: bool) -> None:
@@ -238,7 +269,7 @@ def _depth_weight_warnings(files: _Sensitivities) -> list[str]:
             "make both with the same --depth-weight"]
 
 
-def _report(options: argparse.Namespace, notes: Sequence[str], text: str) -> None:
+def _report(options: argparse.Namespace, notes: Sequence[str], text: str, files: RunFiles) -> None:
     say(f"{options.out} for {options.data}:")
     for note in notes:
         say(f"  {note}")
@@ -246,4 +277,7 @@ def _report(options: argparse.Namespace, notes: Sequence[str], text: str) -> Non
     for line in text.splitlines():
         say(line)
     say()
-    say(f"Run it with: voxlith {options.out}")
+    if files.weighting != "null":
+        say(f"Run it with: voxlith-run {options.out} --target-rms 1")
+    else:
+        say(f"Run it with: voxlith {options.out}")

@@ -4,14 +4,17 @@ from __future__ import annotations
 
 import os
 from collections.abc import Sequence
+from dataclasses import replace
 
 import numpy as np
 
-from ..errors import UsageError
+from ..errors import FileError, UsageError
 from ..io.numbers import number_text
 from ..memory import require_memory
 from ..mesh import Mesh
 from ..model import Model, write_vtr
+from ..sensitivity import Sensitivity
+from ..side_file import read_side_file, write_side_file
 from .output import check_output, say
 from .parser import Parser
 
@@ -34,6 +37,7 @@ def make_parser() -> Parser:
     add("--model", metavar="MODEL", nargs="+", action="extend", required=True,
         help="Model file, or NAME=FILE to name its data; as often as there are models (default of the name: that of the "
              "file)")
+    add("--mtx", metavar="FILE", help="Sensitivity file: its inactive cells, above the terrain, become no-data cells")
     add("--out", metavar="FILE", required=True, help="Grid file to write")
     return parser
 
@@ -46,10 +50,22 @@ def run(arguments: Sequence[str]) -> int:
     mesh = Mesh.read(options.mesh)
     require_memory(_BYTES_PER_CELL * mesh.n_cells * len(named), f"{options.mesh}: a mesh of {mesh.n_cells} cells")
     models = [Model.read(path, mesh, name) for name, path in named.items()]
+    if options.mtx:
+        models = [_without_inactive(model, options.mtx) for model in models]
     write_vtr(options.out, models)
+    write_side_file(options.out, read_side_file(options.mesh))
     for model in models:
         _report(model)
     return 0
+
+
+def _without_inactive(model: Model, mtx: str) -> Model:
+    """The model with no data in the inactive cells of a sensitivity file."""
+    with Sensitivity(mtx) as sensitivity:
+        if sensitivity.mesh.shape != model.mesh.shape:
+            raise FileError(mtx, f"expected {model.mesh}, found {sensitivity.mesh}")
+        inactive = sensitivity.inactive_cells()
+    return replace(model, values=np.where(inactive, np.nan, model.values))
 
 
 def split_name(text: str) -> tuple[str, str]:

@@ -1,0 +1,124 @@
+"""Files that a control file relies on and that ``init`` writes: weights, bounds and a starting model with inactive cells."""
+
+from __future__ import annotations
+
+import os
+from collections.abc import Sequence
+from dataclasses import dataclass, field
+
+import numpy as np
+import numpy.typing as npt
+
+from ..control_choices import Choices
+from ..errors import FileError, UsageError
+from ..io.bounds_file import read_bounds_file, write_bounds_file
+from ..io.model_file import write_model_file
+from ..io.weight_file import write_weight_file
+from ..mesh import Mesh
+from ..sensitivity import Sensitivity
+from ..weights import read_cell_sensitivity, sensitivity_weights
+
+Reals = npt.NDArray[np.float64]
+Mask = npt.NDArray[np.bool_]
+
+_FREE = 99.0
+
+
+@dataclass
+class RunFiles:
+    """Names for the lines of a control file, and what was said of them.
+
+    Attributes
+    ----------
+    initial, bounds, weighting : str
+        Texts of lines 6, 8 and 10.
+    notes : list of str
+    written : list of str
+        Files that were written.
+    """
+
+    initial: str
+    bounds: str
+    weighting: str = "null"
+    notes: list[str] = field(default_factory=list)
+    written: list[str] = field(default_factory=list)
+
+
+def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
+    """Cells without a response to any datum, in cell order: those above the terrain."""
+    with Sensitivity(mtx) as sensitivity:
+        return sensitivity.mesh, sensitivity.inactive_cells()
+
+
+def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: bool, bounds_asked: bool) -> RunFiles:
+    """Write what the control file needs beside it.
+
+    With inactive cells the bounds are those of the file that ``mtx --topography`` wrote beside the sensitivity file, or,
+    where there is none or other bounds are asked for, a new file; the starting model is a file with 0 in these cells
+    unless it is 0 everywhere.
+
+    Parameters
+    ----------
+    choices : Choices
+    mtx : sequence of str
+        Sensitivity files.
+    out : str
+        Control file; other names begin like it.
+    weighted : bool
+        Whether to write weights of the model norm.
+    bounds_asked : bool
+        Whether the bounds of `choices` are the user's.
+
+    Raises
+    ------
+    FileError
+        When the bounds file beside the sensitivity file leaves an inactive cell free.
+    """
+    stem = os.path.splitext(out)[0]
+    files = RunFiles(f"{choices.initial:.6g}", choices.bounds)
+    mesh, inactive = inactive_cells(mtx[0])
+    if inactive.any() and not inactive.all():
+        _inactive_files(files, choices, mtx[0], stem, inactive, mesh, bounds_asked)
+    if weighted:
+        header, _, sensitivity = read_cell_sensitivity(mtx)
+        files.weighting = f"{stem}_weights.txt"
+        write_weight_file(files.weighting, sensitivity_weights(mesh, sensitivity, header).cells)
+        files.written.append(files.weighting)
+        files.notes.append(f"{files.weighting}: depth weighting from the sensitivities")
+    return files
+
+
+def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inactive: Mask, mesh: Mesh,
+                    bounds_asked: bool) -> None:
+    count = int(np.count_nonzero(inactive))
+    beside = f"{os.path.splitext(mtx)[0]}_bounds.txt"
+    if os.path.exists(beside) and not bounds_asked:
+        pairs = read_bounds_file(beside, mesh.n_cells)
+        free = inactive & (pairs[:, 0] < pairs[:, 1])
+        if free.any():
+            raise FileError(beside, f"expected {count} inactive cells to be fixed, found {np.count_nonzero(free)} of them free; "
+                            "compute sensitivities and bounds from one terrain")
+        files.bounds = beside
+        files.notes.append(f"{beside}: bounds of {mtx}, with {count} inactive cells above the terrain fixed")
+    else:
+        files.bounds = f"{stem}_bounds.txt"
+        pairs = np.tile(_pair(choices.bounds), (mesh.n_cells, 1))
+        pairs[inactive] = 0.0
+        write_bounds_file(files.bounds, pairs)
+        files.written.append(files.bounds)
+        files.notes.append(f"{files.bounds}: bounds {choices.bounds}, with {count} inactive cells above the terrain fixed")
+    if choices.initial != 0.0:
+        files.initial = f"{stem}_start.mod"
+        write_model_file(files.initial, np.where(inactive, 0.0, choices.initial))
+        files.written.append(files.initial)
+        files.notes.append(f"{files.initial}: starting model, 0 in the inactive cells")
+
+
+def _pair(text: str) -> Reals:
+    """Bounds of a text as a pair."""
+    if text == "null":
+        return np.array([-_FREE, _FREE])
+    words = text.split(",")
+    if len(words) != 2:
+        raise UsageError(f"--bounds {text}: expected lower,upper or null beside inactive cells")
+    return np.array([float(words[0]), float(words[1])])
