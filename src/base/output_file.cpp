@@ -17,12 +17,14 @@ namespace voxlith {
 
 namespace {
 
-// Closes and removes the unfinished file; the file of its final name stays.
+// Closes and removes the unfinished file, or keeps it; the file of its final name stays.
 void abandon(OutputFile& file) {
     if (file.handle >= 0) {
         ::close(file.handle);
         file.handle = -1;
-        ::unlink(file.temporaryName.data());
+        if (!file.kept) {
+            ::unlink(file.temporaryName.data());
+        }
     }
     file.used = 0;
 }

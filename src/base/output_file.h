@@ -20,6 +20,7 @@ struct OutputFile {
     std::array<char, 1024> name{};
     std::array<char, 1064> temporaryName{};
     std::size_t used = 0;
+    bool kept = false;  // unfinished, it stays under its temporary name, to be continued by a later process
     // Several pages at each write; small enough for a short stack.
     std::array<char, 32768> buffer;
 };
