@@ -33,7 +33,7 @@ _voxlith_tools() {
     local program=${COMP_WORDS[0]} word=${COMP_WORDS[COMP_CWORD]}
     if [ "$COMP_CWORD" -eq 1 ]; then
         local commands
-        commands=$("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,$s/^  \([a-z]\+\).*/\1/p')
+        commands=$("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,$s/^  \([a-z-]\+\).*/\1/p')
         COMPREPLY=($(compgen -W "$commands --help" -- "$word"))
     elif [[ $word == -* ]]; then
         COMPREPLY=($(compgen -W "$(_voxlith_options_of "$program" "${COMP_WORDS[1]}")" -- "$word"))

@@ -100,7 +100,7 @@ def subcommand_help():
     """Options of each subcommand of voxlith-tools, by its own help."""
     program = os.path.join(build, 'tools', 'voxlith-tools')
     ask = lambda *words: subprocess.run([program, *words, '--help'], check=True, stdout=subprocess.PIPE, text=True, timeout=60).stdout
-    commands = re.findall(r'(?m)^  ([a-z]+) ', ask().split('Subcommands:')[1])
+    commands = re.findall(r'(?m)^  ([a-z-]+) ', ask().split('Subcommands:')[1])
     option = r'(?m)^  (?:-\w, ?)?(--[a-z-]+)(?![a-z-]| +Show the version)'
     return {command: set(re.findall(option, ask(command))) - {'--help'} for command in commands}
 

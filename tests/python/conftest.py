@@ -109,7 +109,7 @@ def tools(tmp_path: Path, monkeypatch: pytest.MonkeyPatch, capsys: pytest.Captur
 
     def run(*arguments: object) -> Outcome:
         words = [str(word) for word in arguments]
-        if words[0] in ("mtx", "predict"):
+        if words[0] in ("mtx", "mtx-join", "predict"):
             done = subprocess.run([BUILD / "tools" / "voxlith-tools", *words], capture_output=True, text=True, timeout=120)
             return Outcome(done.returncode, done.stdout, done.stderr)
         capsys.readouterr()

@@ -28,10 +28,11 @@ int fail(std::string_view text, int status = failed) {
 int runTools(int argumentCount, char** arguments) {
     CLI::App tools("Sensitivity files and synthetic data for voxlith", "voxlith-tools");
     tools.require_subcommand(1);
-    voxlith::MtxOptions mtxOptions;
+    voxlith::MtxOptions mtxOptions, joinOptions;
     voxlith::PredictOptions predictOptions;
     voxlith::TradeoffOptions tradeoffOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
+    const CLI::App* const join = voxlith::addMtxJoinCommand(tools, joinOptions);
     const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
     voxlith::addTradeoffCommand(tools, tradeoffOptions);
     try {
@@ -43,10 +44,15 @@ int runTools(int argumentCount, char** arguments) {
     } catch (const std::runtime_error& error) {  // by a routine of ours that takes an option's text
         return fail(error.what(), wrongUse);
     }
-    if (mtxOptions.survey.surfacePoints || predictOptions.survey.surfacePoints) {
-        voxlith::writeSurfacePoints(mtx->parsed() ? mtxOptions.survey : predictOptions.survey);
+    const voxlith::SurveyOptions& survey = mtx->parsed()    ? mtxOptions.survey
+                                           : join->parsed() ? joinOptions.survey
+                                                            : predictOptions.survey;
+    if (survey.surfacePoints) {
+        voxlith::writeSurfacePoints(survey);
     } else if (mtx->parsed()) {
         voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
+    } else if (join->parsed()) {
+        voxlith::printMtxReport(voxlith::writeMtxFile(joinOptions));
     } else if (predict->parsed()) {
         voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
     } else {

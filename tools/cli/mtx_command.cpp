@@ -12,7 +12,9 @@
 #include "formats/mtx/mtx_writer.h"
 #include "forward/daubechies_taps.h"
 #include "forward/mtx_content.h"
+#include "forward/mtx_parts.h"
 #include "forward/number_text.h"
+#include "forward/row_journal.h"
 #include "forward/sensitivity_rows.h"
 #include "survey/data_types.h"
 #include "survey/inversion_style.h"
@@ -120,10 +122,8 @@ void writeBounds(const MtxOptions& options, const Survey& survey, MtxReport& rep
                      [&](std::size_t cell) { return survey.ground.isInactive(cell, nz) ? fixedPair : active; });
 }
 
-}  // namespace
-
-CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
-    CLI::App* command = tools.add_subcommand("mtx", "Compute the sensitivity file of a survey");
+// The options that say what is in the file.
+void addContentOptions(CLI::App* command, MtxOptions& options) {
     addSurveyOptions(*command, options.survey);
     CLI::Option* const topography = command->get_option("--topography");
     command->add_option("--out", options.outFile, "Sensitivity file to write")->required();
@@ -169,10 +169,37 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
             "lower,upper of the active cells in that file (default: 0,99 for magnetic types, else -99,99; 99 and -99 "
             "mean no bound)")
         ->needs(topography);
+}
+
+}  // namespace
+
+CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options) {
+    CLI::App* command = tools.add_subcommand("mtx-join", "Put sensitivity files of some rows each together");
+    addContentOptions(command, options);
+    command->add_option("parts", options.parts, "Files that mtx --rows wrote, in any order")->required();
+    command->footer(
+        "Give the options of mtx without --rows: the file has the same bytes as that of a single mtx. Rows that no "
+        "part "
+        "holds, and parts of another survey, mesh or option are errors.\n\n"
+        "Example:\n"
+        "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 1/2 --out part1.mtx\n"
+        "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 2/2 --out part2.mtx\n"
+        "  voxlith-tools mtx-join --mesh m.msh --stations gz.obs --type gz --out gz.mtx part1.mtx part2.mtx");
+    return command;
+}
+
+CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
+    CLI::App* command = tools.add_subcommand("mtx", "Compute the sensitivity file of a survey");
+    addContentOptions(command, options);
+    command->add_option("--rows", options.rows,
+                        "Rows to compute: A:B, from 1, or I/N, part I of N (default: all); see mtx-join");
     command->footer(
         "With --topography, name the bounds file on the bounds line of the control file and set the initial model to 0 "
         "in inactive cells. With positivity flag 2, whose barrier is infinite at 0, start from a small value above 0 "
         "instead: inactive cells keep it and have no response.\n\n"
+        "A run that was stopped goes on where it was when it is started again with the same options: OUT.unfinished "
+        "and "
+        "OUT.unfinished.rows hold the rows that are done.\n\n"
         "Examples:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --out gz.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations tmi.obs --type tmi --field 60,10,50000 --out tmi.mtx\n"
@@ -181,30 +208,103 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
     return command;
 }
 
+namespace {
+
+// Arrays that follow the rows.
+struct TailArrays {
+    std::vector<double> gtgdiag, layerResponse;
+};
+
+TailArrays makeTail(const MtxContent& content) {
+    const MeshGeometry& mesh = content.survey.mesh;
+    return {std::vector<double>(mesh.cellCount()),
+            std::vector<double>(content.survey.stations.size() * (static_cast<std::size_t>(mesh.nzl) + 1))};
+}
+
+void writeJoined(const MtxOptions& options, const MtxContent& content, bool sumBelow, OutputFile& file,
+                 MtxReport& report) {
+    const StoredRows stored = findRowsInParts(options.parts, content);
+    openOutputFile(file, options.outFile);
+    writeHead(file, content);
+    TailArrays tail = makeTail(content);
+    RowSources sources;
+    sources.stored = &stored;
+    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadCount(options.survey), sources,
+                                     tail.gtgdiag, tail.layerResponse);
+    writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
+}
+
+// After an error. What could not be written on, as on a full disk, is closed and stays with its journal.
+void abandonFile(std::unique_ptr<OutputFile>& file, const RowJournal& journal) {
+    if (file->handle >= 0 && !journal.failed) {
+        file->kept = false;
+        removeRowJournal(journal);
+    }
+    file.reset();
+}
+
+void writeComputed(const MtxOptions& options, const MtxContent& content, bool sumBelow, OutputFile& file,
+                   RowJournal& journal, MtxReport& report) {
+    const InterruptedRun run = findInterruptedRun(options.outFile, content, sumBelow, options.tolerance);
+    report.continuedRows = static_cast<std::int64_t>(run.rows);
+    if (run.rows > 0) {
+        warn(options.outFile + ": going on after row " + std::to_string(run.rows) + " of " +
+             std::to_string(content.survey.stations.size()) + ", where an earlier run was stopped");
+    }
+    openUnfinishedFile(file, options.outFile, run);
+    if (run.rows == 0) {
+        writeHead(file, content);
+    }
+    openRowJournal(journal, options.outFile, content, sumBelow, options.tolerance, run);
+    TailArrays tail = makeTail(content);
+    const RowSources sources{&run.stored, run.rows, &journal};
+    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadCount(options.survey), sources,
+                                     tail.gtgdiag, tail.layerResponse);
+    writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
+}
+
+}  // namespace
+
 MtxReport writeMtxFile(const MtxOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     if (!options.survey.topographyFile.empty() && boundsFileName(options) == options.outFile) {
         throw RunError("--bounds " + options.outFile + ": expected another file than that of --out");
     }
     checkOutput(options.outFile, options.survey, {});
-    LayerPlan plan;
-    const MtxContent content = contentOf(options, plan);
-    warnOfContent(options, content, plan);
-    const std::size_t rows = content.survey.stations.size();
-    std::vector<double> gtgdiag(content.survey.mesh.cellCount());
-    std::vector<double> layerResponse(rows * (static_cast<std::size_t>(content.survey.mesh.nzl) + 1));
-
-    const auto file = std::make_unique<OutputFile>();
-    openOutputFile(*file, options.outFile);
-    writeHead(*file, content);
-    MtxReport report;
-    report.statistics = writeAllRows(*file, content, plan.sumBelow, options.tolerance, threadCount(options.survey),
-                                     gtgdiag, layerResponse);
-    writeMtxTail(*file, headerOf(content), gtgdiag, layerResponse);
-    if (content.survey.ground.hasInactive()) {
-        writeBounds(options, content.survey, report);
+    for (const std::string& part : options.parts) {
+        std::error_code none;
+        if (std::filesystem::equivalent(part, options.outFile, none)) {
+            throw RunError("--out " + options.outFile + ": expected another file than the parts");
+        }
     }
-    finishOutputFile(*file);
+    LayerPlan plan;
+    MtxContent content = contentOf(options, plan);
+    warnOfContent(options, content, plan);
+    MtxReport report;
+    report.allRows = static_cast<std::int64_t>(content.survey.stations.size());
+    if (!options.rows.empty()) {
+        const RowRange range = parseRows(options.rows, content.survey.stations.size());
+        keepStations(range, content);
+        report.firstRow = static_cast<std::int64_t>(range.first) + 1;
+    }
+    const std::size_t rows = content.survey.stations.size();
+    auto file = std::make_unique<OutputFile>();
+    RowJournal journal;
+    try {
+        if (options.parts.empty()) {
+            writeComputed(options, content, plan.sumBelow, *file, journal, report);
+        } else {
+            writeJoined(options, content, plan.sumBelow, *file, report);
+        }
+        if (content.survey.ground.hasInactive() && options.rows.empty()) {
+            writeBounds(options, content.survey, report);
+        }
+        finishOutputFile(*file);
+    } catch (...) {
+        abandonFile(file, journal);
+        throw;
+    }
+    removeRowJournal(journal);
 
     report.rows = static_cast<std::int64_t>(rows);
     report.paddedCells = static_cast<std::int64_t>(paddedExtentsOf(content.survey.mesh).total());
@@ -217,10 +317,16 @@ void printMtxReport(const MtxReport& report) {
     const auto kept = static_cast<double>(report.statistics.coefficients);
     const auto all = static_cast<double>(report.rows) * static_cast<double>(report.paddedCells);
     std::printf("rows:              %lld\n", static_cast<long long>(report.rows));
+    if (report.rows < report.allRows) {
+        std::printf("part:              rows %lld to %lld of %lld\n", static_cast<long long>(report.firstRow),
+                    static_cast<long long>(report.firstRow + report.rows - 1), static_cast<long long>(report.allRows));
+    }
     std::printf("coefficients kept: %lld of %.0f\n", static_cast<long long>(report.statistics.coefficients), all);
     std::printf("compression:       %.2f\n", all / kept);
-    std::printf("largest row loss:  %.6f\n", report.statistics.largestLoss);
-    std::printf("mean row loss:     %.6f\n", report.statistics.meanLoss);
+    if (report.statistics.rowsWithLoss == report.rows) {
+        std::printf("largest row loss:  %.6f\n", report.statistics.largestLoss);
+        std::printf("mean row loss:     %.6f\n", report.statistics.meanLoss);
+    }
     std::printf("file size:         %lld bytes\n", static_cast<long long>(report.fileSize));
     if (!report.boundsFile.empty()) {
         std::printf("inactive cells:    %lld, fixed by %s\n", static_cast<long long>(report.inactiveCells),

@@ -1,9 +1,11 @@
-// "voxlith-tools mtx": computes the sensitivity file of a survey.
+// "voxlith-tools mtx": computes the sensitivity file of a survey, or some of its rows; "voxlith-tools mtx-join": puts
+// files of some rows each together.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/survey_options.h"
 #include "forward/bounds_pairs.h"
@@ -27,10 +29,14 @@ struct MtxOptions {
     LayerOptions layers;
     std::string boundsFile;                  // with topography; empty: beside outFile, NAME_bounds.txt
     std::optional<BoundsPair> activeBounds;  // of the active cells in that file; none: by the data type
+    std::string rows;                        // see parseRows; empty: all
+    std::vector<std::string> parts;          // of mtx-join
 };
 
 struct MtxReport {
     std::int64_t rows = 0;
+    std::int64_t firstRow = 1, allRows = 0;  // of the survey
+    std::int64_t continuedRows = 0;          // from a run that was stopped
     std::int64_t paddedCells = 0;
     RowStatistics statistics;
     std::int64_t fileSize = 0;
@@ -40,6 +46,7 @@ struct MtxReport {
 };
 
 CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options);
+CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options);
 
 // Writes the file, and with topography a bounds file in which inactive cells are fixed. Both get their names when they
 // are complete. Warnings go to standard error. Throws RunError.

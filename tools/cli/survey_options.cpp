@@ -123,7 +123,9 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
                            "form); cells whose centre is above it are inactive and have no response");
     command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
-    command.add_option("--threads", options.threads, "Threads (default: two); the result does not depend on them")
+    command
+        .add_option("--threads", options.threads,
+                    "Threads (default: all cores that may be used); the result does not depend on them")
         ->check(CLI::Range(1, 256));
 }
 
@@ -176,7 +178,8 @@ std::size_t threadCount(const SurveyOptions& options) {
     if (options.threads > 0) {
         return options.threads;
     }
-    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, 2);
+    constexpr std::size_t most = 256;
+    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, most);
 }
 
 }  // namespace voxlith

@@ -25,7 +25,7 @@ struct SurveyOptions {
     std::string topographyFile;               // empty: all cells are active; else only named in messages
     std::string surfaceFile;                  // elevations of its surface, real64: columns (x fastest), then stations
     bool surfacePoints = false;               // only the places of these elevations are wanted
-    std::size_t threads = 0;                  // 0: two, or one on a machine with one core
+    std::size_t threads = 0;                  // 0: the cores that the process may use
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);

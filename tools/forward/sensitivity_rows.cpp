@@ -97,8 +97,32 @@ void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std:
     reconstructRow(content, work);
 }
 
+namespace {
+
+// A stored row as computeRow leaves it.
+void takeStoredRow(const MtxContent& content, const StoredRows& stored, std::size_t row, RowWork& work) {
+    const MeshGeometry& mesh = content.survey.mesh;
+    resizeWork(mesh, work);
+    readStoredRow(stored, row, work.padded.size(), work.compressed);
+    std::copy_n(stored.layers.begin() + static_cast<std::ptrdiff_t>(row * work.layers.size()), work.layers.size(),
+                work.layers.begin());
+    reconstructRow(content, work);
+}
+
+void addToStatistics(const CompressedRow& row, RowStatistics& statistics) {
+    statistics.coefficients += static_cast<std::int64_t>(row.coefIndex.size());
+    if (row.loss >= 0) {
+        statistics.largestLoss = std::max(statistics.largestLoss, row.loss);
+        statistics.meanLoss += row.loss;
+        ++statistics.rowsWithLoss;
+    }
+}
+
+}  // namespace
+
 RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sumBelow, double tolerance,
-                           std::size_t threads, std::span<double> gtgdiag, std::span<double> layerResponse) {
+                           std::size_t threads, const RowSources& sources, std::span<double> gtgdiag,
+                           std::span<double> layerResponse) {
     const std::size_t count = content.survey.stations.size();
     const std::size_t slots = std::min(threads, count);
     std::vector<RowWork> work(slots);
@@ -107,20 +131,30 @@ RowStatistics writeAllRows(OutputFile& file, const MtxContent& content, bool sum
     ProgressLine progress("rows", count);
     computeInOrder(
         count, slots,
-        [&](std::size_t slot, std::size_t row) { computeRow(content, sumBelow, tolerance, row, work[slot]); },
+        [&](std::size_t slot, std::size_t row) {
+            if (sources.stored != nullptr && sources.stored->holds(row)) {
+                takeStoredRow(content, *sources.stored, row, work[slot]);
+            } else {
+                computeRow(content, sumBelow, tolerance, row, work[slot]);
+            }
+        },
         [&](std::size_t slot, std::size_t row) {
             const RowWork& done = work[slot];
-            writeMtxRow(file, content.form, done.compressed.coefIndex, done.compressed.coefValue);
+            if (row >= sources.inFile) {
+                writeMtxRow(file, content.form, done.compressed.coefIndex, done.compressed.coefValue);
+                if (sources.journal != nullptr) {
+                    appendToJournal(*sources.journal, done.compressed, done.layers);
+                }
+            }
             for (std::size_t cell = 0; cell < gtgdiag.size(); ++cell) {
                 gtgdiag[cell] += done.cells[cell] * done.cells[cell];
             }
             std::copy(done.layers.begin(), done.layers.end(),
                       layerResponse.begin() + static_cast<std::ptrdiff_t>(row * done.layers.size()));
-            statistics.coefficients += static_cast<std::int64_t>(done.compressed.coefIndex.size());
-            statistics.largestLoss = std::max(statistics.largestLoss, done.compressed.loss);
-            statistics.meanLoss += done.compressed.loss / static_cast<double>(count);
+            addToStatistics(done.compressed, statistics);
             progress.show(row + 1);
         });
+    statistics.meanLoss /= std::max(1.0, static_cast<double>(statistics.rowsWithLoss));
     if (content.survey.ground.hasInactive()) {
         fillInactiveDiagonal(content.survey.ground, content.survey.mesh.zCentre.size(), gtgdiag);
     }

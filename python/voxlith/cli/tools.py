@@ -24,6 +24,7 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "terrain": "Write points of the ground from a raster or a table",
     "mesh": "Write a padded mesh below the stations of a survey",
     "mtx": "Compute the sensitivity file of a survey",
+    "mtx-join": "Put sensitivity files of some rows each together",
     "weights": "Write a weighting file that keeps recovered bodies at their depth",
     "init": "Write a control file with comments for data and sensitivity files",
     "bounds": "Write a bounds file from a lithology model",
@@ -34,7 +35,7 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "grid": "Read a grid of GemPy or Tomofast-x into a mesh and a model",
     "report": "Write an interactive report of a run (HTML), or follow a run",
 }
-_COMPUTED = ("mtx", "predict")
+_COMPUTED = ("mtx", "mtx-join", "predict")
 
 
 def help_text() -> str:
