@@ -27,13 +27,13 @@ install(FILES ${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake DESTINATIO
 install(PROGRAMS tools/plot/voxlith-plot DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY tools/plot/voxlith_plot DESTINATION ${CMAKE_INSTALL_DATADIR}/voxlith/plot FILES_MATCHING PATTERN "*.py")
 
-install(FILES man/voxlith.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES man/voxlith.1 man/voxlith-run.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES man/voxlith-inp.5 man/voxlith-mtx.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)  # the name under which Debian looks for it
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
-# One file serves all three programs; the shell looks for it by the name of the program.
-foreach(program voxlith voxlith-tools voxlith-plot)
+# One file serves all programs; the shell looks for it by the name of the program.
+foreach(program voxlith voxlith-run voxlith-tools voxlith-plot)
     install(FILES completion/voxlith.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program})
 endforeach()
 

@@ -1,4 +1,4 @@
-# Completion for voxlith, voxlith-tools and voxlith-plot in bash.
+# Completion for voxlith, voxlith-run, voxlith-tools and voxlith-plot in bash.
 
 # The long options that a command's own --help names: new options need no change here.
 _voxlith_options_of() {
@@ -25,6 +25,23 @@ _voxlith() {
     else
         COMPREPLY=($(compgen -W 'NOFAST Misfit= Tradeoff= Offset= Clip= ObsClip=' -- "$word"))
         [[ ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
+    fi
+    return 0
+}
+
+_voxlith_run() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    if [[ $word == -* ]]; then
+        COMPREPLY=($(compgen -W "$(_voxlith_options_of "${COMP_WORDS[0]}")" -- "$word"))
+    elif [[ $before == --json-log ]]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        compopt -o filenames 2>/dev/null
+    elif [[ " ${COMP_WORDS[*]:1:COMP_CWORD-1} " == *.inp\ * ]]; then
+        COMPREPLY=($(compgen -W 'Misfit= Tradeoff= Offset= Clip= ObsClip=' -- "$word"))
+        [[ ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
+    else
+        mapfile -t COMPREPLY < <(compgen -f -X '!*.inp' -- "$word"; compgen -d -- "$word")
+        compopt -o filenames 2>/dev/null
     fi
     return 0
 }
@@ -78,5 +95,6 @@ _voxlith_plot() {
 }
 
 complete -F _voxlith voxlith
+complete -F _voxlith_run voxlith-run
 complete -F _voxlith_tools voxlith-tools
 complete -F _voxlith_plot voxlith-plot

@@ -24,8 +24,8 @@ from doc_blocks import Session, blocks_of, masked  # noqa: E402
 
 DOCS = os.path.join(ROOT, 'docs')
 MAN = os.path.join(ROOT, 'man')
-PAGES = ['voxlith.1', 'voxlith-tools.1', 'voxlith-inp.5', 'voxlith-mtx.5']
-REFERENCE_PAGES = ['formats.md', 'control-file.md', 'command-line.md', 'log-and-tables.md']
+PAGES = ['voxlith.1', 'voxlith-run.1', 'voxlith-tools.1', 'voxlith-inp.5', 'voxlith-mtx.5']
+REFERENCE_PAGES = ['formats.md', 'control-file.md', 'command-line.md', 'log-and-tables.md', 'voxlith-run.md']
 NUMBER_PAGES = ['choosing-parameters.md', 'when-it-does-not-fit.md']
 STOP_PAGES = ['control-file.md', 'command-line.md', 'log-and-tables.md']
 build = ''
@@ -129,6 +129,14 @@ class Options(unittest.TestCase):
             options = re.findall(r'(?m)^\.It Fl Fl ([a-z-]+)', section)
             documented[section.split('\n')[0].strip()] = {'--' + option for option in options}
         self.assertEqual(documented, self.commands)
+
+    def test_options_of_voxlith_run(self):
+        """Every option of voxlith-run stands on its page and in its manual page, and no other."""
+        shown = subprocess.run([os.path.join(build, 'voxlith-run'), '--help'], check=True, stdout=subprocess.PIPE, text=True).stdout
+        options = set(re.findall(r'(?m)^  (?:-\w,)?(--[a-z-]+)', shown))
+        self.assertIn('--continue', options)
+        self.assertEqual(set(re.findall(r'(?m)^\| `(--[a-z-]+)', read(DOCS, 'voxlith-run.md'))), options)
+        self.assertEqual({'--' + name for name in re.findall(r'(?m)^\.It Fl Fl ([a-z-]+)', read(MAN, 'voxlith-run.1'))}, options)
 
     def test_keywords(self):
         source = read(ROOT, 'src', 'driver', 'command_line.cpp')

@@ -71,8 +71,8 @@ class Package(unittest.TestCase):
 
     def test_every_kind_of_file_is_there(self):
         usr = self.root / "usr"
-        for name in ("bin/voxlith", "bin/voxlith-tools", "bin/voxlith-plot", "share/man/man1/voxlith.1",
-                     "share/man/man1/voxlith-tools.1", "share/man/man1/voxlith-plot.1", "share/man/man5/voxlith-inp.5", "share/man/man5/voxlith-mtx.5",
+        for name in ("bin/voxlith", "bin/voxlith-run", "bin/voxlith-tools", "bin/voxlith-plot", "share/man/man1/voxlith.1",
+                     "share/man/man1/voxlith-run.1", "share/man/man1/voxlith-tools.1", "share/man/man1/voxlith-plot.1", "share/man/man5/voxlith-inp.5", "share/man/man5/voxlith-mtx.5",
                      "share/doc/voxlith/LICENSE", "share/doc/voxlith/copyright", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
                      "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h",
                      "libexec/voxlith/voxlith-forward", "lib/python3/dist-packages/voxlith/py.typed",
