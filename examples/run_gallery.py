@@ -4,7 +4,10 @@
     run_gallery.py [--build DIR] [--work DIR] [--only NAME ...]
     run_gallery.py --pictures [--docs DIR]
     run_gallery.py --compare [--docs DIR]
+    run_gallery.py --report-pictures [--docs DIR]
 
+Each example that passes also gets a report, report.html in its folder. --report-pictures renews the pictures of reports
+in the documents, which a headless Chromium takes.
 The page, docs/gallery.md, shows of each example what it is about, what it found, how long it took, and the pictures
 that its list PICTURES names ('sections' if it has none). Pictures need Matplotlib. The exit status is 1 when an example
 fails its check; the page is not written then. --compare also holds the page to what the examples say now, times apart.
@@ -21,6 +24,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PLOT = os.path.join(HERE, '..', 'tools', 'plot', 'voxlith-plot')
 sys.path.insert(0, HERE)
 sys.dont_write_bytecode = True
+import report_pictures  # noqa: E402
 import run_example  # noqa: E402
 
 CAPTIONS = {
@@ -34,6 +38,7 @@ HEAD = """# The gallery of examples
 
 Each example starts from nothing, makes its own data with noise, inverts them and is compared with what it must recover.
 `python3 examples/run_example.py NAME` runs one of them, `python3 examples/run_gallery.py` runs and checks them all.
+Each gets a [report](report.md), `report.html` in its folder.
 `python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
 those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the
 machine. [pictures-of-a-run.md](pictures-of-a-run.md) tells how to read the pictures.
@@ -48,6 +53,14 @@ def run_one(name, asked):
     start = time.monotonic()
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     return done.returncode == 0, time.monotonic() - start, done.stdout, folder
+
+
+def write_report(name, folder, asked):
+    """Writes the report of an example; gives its path."""
+    path = os.path.join(folder, 'report.html')
+    subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-tools'), 'report', folder, '--out', path, '--title',
+                    'Example ' + name], check=True, stdout=subprocess.DEVNULL)
+    return path
 
 
 def findings(name, said):
@@ -107,24 +120,30 @@ def main():
     parser.add_argument('--only', nargs='+', choices=run_example.names(), metavar='NAME', help='some examples alone')
     parser.add_argument('--pictures', action='store_true', help='draw pictures and write the page')
     parser.add_argument('--compare', action='store_true', help='hold the page to what the examples say now')
+    parser.add_argument('--report-pictures', action='store_true', help='take the pictures of reports')
     parser.add_argument('--docs', default=os.path.join(HERE, '..', 'docs'), help='where the page goes (default: docs)')
     asked = parser.parse_args()
     asked.work = asked.work or os.path.join(asked.build, 'examples-out')
-    if asked.pictures:
+    if asked.pictures or asked.report_pictures:
         os.makedirs(os.path.join(asked.docs, 'pictures'), exist_ok=True)
-    chapters, failed = [], []
+    chapters, failed, reports = [], [], {}
     for name in asked.only or run_example.names():
         passed, seconds, said, folder = run_one(name, asked)
         print('%-20s %-7s %5.1f s' % (name, 'passed' if passed else 'FAILED', seconds), flush=True)
         if not passed:
             failed.append(name)
             print(said)
-        elif asked.compare and not same_but_for_times(findings(name, said), findings_on_page(name, asked.docs)):
+            continue
+        reports[name] = write_report(name, folder, asked)
+        if asked.compare and not same_but_for_times(findings(name, said), findings_on_page(name, asked.docs)):
             failed.append(name)
             print('The page says of %s:\n%s\nThe example says:\n%s\nTo renew the page: run_gallery.py --pictures'
                   % (name, findings_on_page(name, asked.docs), findings(name, said)))
         elif asked.pictures:
             chapters.append(chapter(name, seconds, said, draw(name, folder, asked.docs)))
+    if asked.report_pictures and not failed:
+        for path in report_pictures.take(reports, asked.docs, small_copy):
+            print('%s: %.0f kB' % (os.path.relpath(path), os.path.getsize(path) / 1000))
     if asked.pictures and not failed:
         with open(os.path.join(asked.docs, 'gallery.md'), 'w') as f:
             f.write(HEAD + '\n' + '\n'.join(chapters))

@@ -107,9 +107,11 @@ function drawProfile(report) {
     observed.forEach((value, n) => strokePath(pen, [[plot.x(along[n]), plot.y(value - sigma[n])],
       [plot.x(along[n]), plot.y(value + sigma[n])]]));
   });
+  const third = Math.ceil(predicted.length / 3), highest = (values) => Math.max(...values.filter(Number.isFinite), -Infinity);
   drawCurve(plot, along, predicted, PREDICTED_COLOUR);
   drawMarks(plot, along, observed, OBSERVED_COLOUR, 2.5);
-  drawLegend(plot, [["observed, one standard deviation", OBSERVED_COLOUR], ["predicted", PREDICTED_COLOUR]]);
+  drawLegend(plot, [["observed, one standard deviation", OBSERVED_COLOUR], ["predicted", PREDICTED_COLOUR]],
+    highest(predicted.slice(-third)) > highest(predicted.slice(0, third)));
   byId("profile-text").textContent = text;
   byId("profile").setAttribute("aria-label", `Profile of ${component.name} in ${component.unit}: ${text}`);
 }

@@ -41,12 +41,20 @@ function putSurfaces(report) {
   return triangles;
 }
 
+/** Opacity of a cell of a section, of 255: little where the model is next to its background, so that bodies are seen. */
+function cellOpacity(model, value) {
+  const background = model.low <= 0 && model.high >= 0 ? 0 : model.low;
+  const most = Math.max(model.high - background, background - model.low) || 1;
+  return Math.round(70 + 165 * Math.min(1, Math.abs(value - background) / (0.3 * most)));
+}
+
 /** Put the three sections as cells of one colour each. */
 function putSlices(report) {
   const { scene, data, at } = report, { x, y, z } = data.mesh;
-  ["slice x", "slice y", "slice z"].forEach((name) => removeLayer(scene, name));
+  ["slice x", "slice y", "slice z"].forEach((name) => [name, `${name} edge`].forEach((layer) => removeLayer(scene, layer)));
   if (!report.shown.slices) { return; }
-  const values = valuesOf(report, report.model), scale = modelScale(report), centre = data.mesh.centres;
+  const model = data.models[report.model], centre = data.mesh.centres;
+  const values = valuesOf(report, report.model), scale = modelScale(report);
   const put = (name, us, vs, point, value) => {
     const count = (us.length - 1) * (vs.length - 1);
     const positions = new Float32Array(18 * count), colours = new Uint8Array(24 * count);
@@ -55,18 +63,22 @@ function putSlices(report) {
       for (let u = 0; u < us.length - 1; u++) {
         const found = value(u, v);
         if (!(found === found)) { continue; }
-        const colour = colourOf(scale, found);
+        const colour = colourOf(scale, found), opacity = cellOpacity(model, found);
         for (const [a, b] of [[0, 0], [1, 0], [1, 1], [0, 0], [1, 1], [0, 1]]) {
           positions.set(point(us[u + a], vs[v + b]), p);
           colours.set(colour, c);
-          colours[c + 3] = 255;
+          colours[c + 3] = opacity;
           p += 3;
           c += 4;
         }
       }
     }
     putLayer(scene, name, { kind: "triangles", positions: positions.subarray(0, p), colours: colours.subarray(0, c),
-      opacity: 0.75 });
+      opacity: 0.99 });
+    const [u0, u1, v0, v1] = [us[0], us[us.length - 1], vs[0], vs[vs.length - 1]];
+    const edge = [[u0, v0], [u1, v0], [u1, v0], [u1, v1], [u1, v1], [u0, v1], [u0, v1], [u0, v0]];
+    putLayer(scene, `${name} edge`, { kind: "lines", positions: edge.flatMap(([u, v]) => point(u, v)),
+      colour: [110, 110, 110, 255] });
   };
   put("slice x", y, z, (v, w) => [centre.x[at.i], v, w], (j, k) => values[cellIndex(data.mesh, at.i, j, k)]);
   put("slice y", x, z, (u, w) => [u, centre.y[at.j], w], (i, k) => values[cellIndex(data.mesh, i, at.j, k)]);

@@ -93,7 +93,7 @@ function drawTicks(plot, xAxis, yAxis, options) {
     const at = left + (tick.value - xAxis.low) / (xAxis.high - xAxis.low) * width;
     strokePath(pen, [[at, top], [at, top + height]]);
     const half = pen.measureText(tick.text).width / 2;
-    if (at - half > free) {
+    if (at - half > free && at + half <= left + width + 12) {
       pen.fillText(tick.text, at, top + height + 5);
       free = at + half + 6;
     }
@@ -128,7 +128,7 @@ function drawBar(plot, bar) {
   pen.textAlign = "left";
   pen.textBaseline = "middle";
   const { low, high } = bar.scale;
-  for (const tick of ticksOf(low, high, 4)) {
+  for (const tick of ticksOf(low, high, 6)) {
     const at = top + height - (tick.value - low) / (high - low) * height;
     pen.fillRect(x + 12, at - 0.5, 3, 1);
     pen.fillText(tick.text, x + 17, Math.max(at, top + 6));
@@ -213,12 +213,12 @@ function drawCells(plot, xNodes, yNodes, value, scale) {
   plot.pen.strokeRect(plot.left, plot.top, plot.width, plot.height);
 }
 
-/** A legend in the upper right corner: pairs of text and colour. */
-function drawLegend(plot, entries) {
+/** A legend in the upper right corner, or the left one: pairs of text and colour. */
+function drawLegend(plot, entries, onLeft) {
   const { pen } = plot;
   pen.font = "12px sans-serif";
   const wide = Math.max(...entries.map(([text]) => pen.measureText(text).width)) + 30;
-  const x = plot.left + plot.width - wide - 4;
+  const x = onLeft ? plot.left + 4 : plot.left + plot.width - wide - 4;
   pen.fillStyle = "rgba(255,255,255,0.8)";
   pen.fillRect(x, plot.top + 4, wide, 16 * entries.length + 4);
   pen.textAlign = "left";

@@ -28,7 +28,7 @@ void main() {
  * labels  canvas above it for the axis labels
  */
 function openScene(canvas, labels, box) {
-  const gl = canvas.getContext("webgl2", { antialias: true, preserveDrawingBuffer: true });
+  const gl = canvas.getContext("webgl2", { alpha: false, antialias: true, preserveDrawingBuffer: true });
   if (!gl) { return null; }
   const program = gl.createProgram();
   for (const [kind, text] of [[gl.VERTEX_SHADER, VERTEX_SHADER], [gl.FRAGMENT_SHADER, FRAGMENT_SHADER]]) {
