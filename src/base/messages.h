@@ -27,8 +27,16 @@ struct Messages {
     bool checkOnly = false;  // a check of the inputs: no file is written, the log stays closed
 };
 
-// One line on the screen, not buffered. Throws RunError when standard output cannot be written.
+// One line on the screen, not buffered; on a terminal with control characters escaped. Throws RunError when standard
+// output cannot be written.
 void screenLine(std::string_view line);
+
+// One line on standard error, with control characters escaped. Allocates nothing: the problem may be that there is no
+// memory. Standard error that cannot be written is ignored.
+void errorLine(std::string_view line);
+
+// "warning: TEXT" on standard error: something that the run accepts and that its user may not have meant.
+void warningLine(std::string_view text);
 
 // One line in the log; nothing happens while the log is closed. Throws RunError when the log cannot be written.
 void logLine(Messages& messages, std::string_view line);

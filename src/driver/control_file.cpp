@@ -11,6 +11,7 @@
 #include "base/text_input.h"
 #include "base/text_line.h"
 #include "base/tokens.h"
+#include "driver/overwritten_inputs.h"
 #include "driver/run_log.h"
 
 namespace voxlith {
@@ -488,6 +489,7 @@ void readControlFile(Messages& messages, const DateTime& startedAt, ControlValue
     if (!openTextInput(reader.input, fileNameOf(control.controlFileName))) {
         stopForControlFile(messages, control.controlFileName);
     }
+    refuseOverwrittenInputs(reader.input, control.controlFileName);
     readLine1(reader);
     readLine2(reader);
     readLine3(reader);

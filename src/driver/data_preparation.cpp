@@ -10,6 +10,7 @@
 
 #include "base/free_format.h"
 #include "base/tokens.h"
+#include "driver/overwritten_inputs.h"
 #include "formats/observed_data.h"
 #include "survey/dummy_value.h"
 
@@ -57,8 +58,10 @@ void applyReferenceFile(RunState& run, const std::string& text) {
     if (!fileExists(fileNameOf(text))) {
         return;
     }
+    refuseOverwrittenBy(run.control, "voxlith_residual.obs");
     readObsFile(run.messages, ObsReadMode::reference, text, run.obs, run.control.cleaning);
     if (run.obs.nMasked > 0 && !run.messages.checkOnly) {
+        refuseOverwrittenBy(run.control, "voxlith_ref_masked.obs");
         writeObsFile("voxlith_ref_masked.obs", run.obs, run.obs.obsData);
     }
     writeResidual(run.messages, run.obs);
@@ -132,6 +135,9 @@ void applyDataOffset(RunState& run) {
     }
     double number = 0.0;
     if (readsAsNumbers(text, std::span(&number, 1))) {
+        if (obs.nDataTypes > 1) {
+            refuseOverwrittenBy(run.control, "voxlith_residual.obs");
+        }
         applyOffsetNumbers(run.messages, obs, text, number);
     } else {
         applyReferenceFile(run, text);

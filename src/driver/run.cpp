@@ -1,22 +1,41 @@
 #include "driver/run.h"
 
-#include <cstdio>
+#include <array>
 #include <exception>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "base/messages.h"
+#include "base/printable_text.h"
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "driver/usage.h"
 #include "inversion/inversion_loop.h"
+#include "inversion/running_files.h"
 
 namespace voxlith {
 
 namespace {
 
+void warnOfEqualNames(const ControlValues& control) {
+    const auto nameOf = [&](std::size_t type) {
+        return std::string(finalModelName(DataType{}, control.inversion, type).view());
+    };
+    for (std::size_t second = 1; second < static_cast<std::size_t>(control.inversion.nModelTypes); ++second) {
+        for (std::size_t first = 0; first < second; ++first) {
+            if (nameOf(first) == nameOf(second)) {
+                warningLine(control.controlFileName + ", line 1: model types " + std::to_string(first + 1) + " and " +
+                            std::to_string(second + 1) +
+                            " have the same label: the model files of the second replace those of the first");
+            }
+        }
+    }
+}
+
 void runSequence(RunState& run, std::span<const std::string> arguments) {
     readInputs(run, arguments);
+    warnOfEqualNames(run.control);
     readSensitivities(run);
     readSurvey(run);
     openProgress(run);
@@ -31,9 +50,10 @@ void runSequence(RunState& run, std::span<const std::string> arguments) {
 
 // One line on standard error and in the log. Allocates nothing: the problem may be that there is no memory.
 void reportUnusableFile(Messages& messages, std::string_view problem) {
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(problem.size()), problem.data());
+    errorLine(problem);
     try {
-        logLine(messages, problem);
+        std::array<char, 4096> space;
+        logLine(messages, printableText(problem, space));
     } catch (const std::exception&) {
         closeLineFile(messages.log);  // the log itself is what cannot be written: standard error has the line
     }

@@ -15,6 +15,7 @@
 #include "driver/data_preparation.h"
 #include "driver/integration_windows.h"
 #include "driver/mtx_files.h"
+#include "driver/overwritten_inputs.h"
 #include "driver/product_definitions.h"
 #include "driver/run_log.h"
 #include "driver/run_state.h"
@@ -72,6 +73,7 @@ void readObservedData(RunState& run) {
     }
     readObsFile(run.messages, ObsReadMode::observed, run.control.obsFileText, obs, cleaning);
     if (obs.nMasked > 0 && !run.messages.checkOnly) {
+        refuseOverwrittenBy(run.control, "voxlith_obs_masked.obs");
         writeObsFile("voxlith_obs_masked.obs", obs, obs.obsData);
     }
     if (averaged) {
@@ -126,6 +128,7 @@ void readInputs(RunState& run, std::span<const std::string> arguments) {
 void readSensitivities(RunState& run) {
     readMtxFiles(run);
     setDataTypes(run);
+    refuseOverwrittenModels(run);
     reportSummary(run);
 }
 

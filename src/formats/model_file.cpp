@@ -7,7 +7,9 @@
 
 #include "base/fixed_field.h"
 #include "base/free_format.h"
+#include "base/staged_files.h"
 #include "base/text_input.h"
+#include "base/text_line.h"
 #include "base/tokens.h"
 #include "formats/short_name.h"
 
@@ -36,14 +38,30 @@ void fillWithNumber(Messages& messages, Positivity positivity, float number, std
     std::fill(target.begin(), target.end(), static_cast<double>(number));
 }
 
+// Such a file may be what a power failure left.
+void warnOfMissingValues(const std::string& name, std::size_t expected, std::int64_t found) {
+    TextLine text(shownName(name));
+    text.text(": expected ").text(std::to_string(expected)).text(" values, found ").text(std::to_string(found));
+    text.text("; the others are 0");
+    const std::string previous = previousVersionName(shortFileName(name));
+    if (fileExists(previous)) {
+        text.text("; the version before is in ").text(previous);
+    }
+    warningLine(text);
+}
+
 // Cells that a short file does not reach stay as they are.
 void fillFromFile(Messages& messages, const std::string& name, std::span<double> cells) {
     TextInput input;
     if (!openTextInput(input, shortFileName(name))) {
         fatalStop(messages, " Model File " + shownName(name) + " not found");
     }
-    const ReadStatus status = freeFormatRead(input, cells);
+    FreeFormatRead read = beginFreeFormatRead(input);
+    const ReadStatus status = readValues(read, cells);
     closeTextInput(input);
+    if (status == ReadStatus::endOfText) {
+        warnOfMissingValues(name, cells.size(), read.valuesRead);
+    }
     if (status == ReadStatus::badText) {
         screenAndLogLine(messages, " An error occurred while reading the model " + shownName(name));
         plainStop();

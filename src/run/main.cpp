@@ -1,10 +1,11 @@
 // voxlith-run: the inversion of voxlith for everyday work. It refuses doubtful input and tells by its exit status how
 // the run ended.
 
-#include <cstdio>
 #include <exception>
 
+#include "base/messages.h"
 #include "base/process_setup.h"
+#include "base/text_line.h"
 #include "run/run_program.h"
 
 int main(int argumentCount, char** arguments) {
@@ -21,7 +22,7 @@ int main(int argumentCount, char** arguments) {
                 return static_cast<int>(RunStatus::unusable);
         }
     } catch (const std::exception& problem) {
-        std::fprintf(stderr, "voxlith-run: %s\n", problem.what());
+        errorLine(TextLine("voxlith-run: ").text(problem.what()));
     }
     return static_cast<int>(RunStatus::unusable);
 }

@@ -1,8 +1,9 @@
 #include "run/run_options.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 
+#include "base/messages.h"
+#include "base/text_line.h"
 #include "driver/run_state.h"
 #include "run/keyword_check.h"
 
@@ -31,7 +32,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         app.exit(asked);
         return ParseResult::shown;
     } catch (const std::runtime_error& problem) {  // of the parser, or of the keywords
-        std::fprintf(stderr, "voxlith-run: %s\n", problem.what());
+        errorLine(TextLine("voxlith-run: ").text(problem.what()));
         return ParseResult::wrong;
     }
     return ParseResult::run;

@@ -1,12 +1,13 @@
 #include "run/run_program.h"
 
-#include <cstdio>
+#include <array>
 #include <exception>
 #include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/printable_text.h"
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
@@ -24,7 +25,7 @@ namespace {
 constexpr int signalStatus = 128;
 
 void warn(std::string_view text) {
-    std::fprintf(stderr, "voxlith-run: %.*s\n", static_cast<int>(text.size()), text.data());
+    errorLine(TextLine("voxlith-run: ").text(text));
 }
 
 // Starts the loop, or puts it back to where the checkpoint stands.
@@ -122,6 +123,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     beginLoop(loop, output, run.control.resumes);
     const bool completed = iterate(loop, output);
     if (!completed) {
+        publishStagedFiles(loop.staged);
         closeInversion(run);
         const std::string text = "stopped by a signal after iteration " + std::to_string(loop.state.iteration) +
                                  "; voxlith-run --continue goes on from there";
@@ -142,7 +144,8 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
 RunStatus reportFailure(RunState& run, std::string_view problem) {
     warn(problem);
     try {
-        logLine(run.messages, problem);
+        std::array<char, 4096> space;
+        logLine(run.messages, printableText(problem, space));
     } catch (const RunError&) {
         closeLineFile(run.messages.log);  // the log itself is what cannot be written: standard error has the line
     }
