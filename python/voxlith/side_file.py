@@ -40,6 +40,11 @@ class SideInfo:
         """Whether there is nothing to remember."""
         return not self.crs and self.shift == (0.0, 0.0) and not self.history
 
+    @property
+    def regional_removed(self) -> bool:
+        """Whether a regional field was subtracted."""
+        return any(step.get("operation") == "regional" for step in self.history)
+
     def with_step(self, operation: str, **details: Any) -> SideInfo:
         """The same with one more step of the history."""
         return replace(self, history=(*self.history, {"operation": operation, **details}))

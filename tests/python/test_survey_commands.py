@@ -161,6 +161,10 @@ def test_regional(tools, tmp_path):
     assert tools("check", "rest.obs").status == 0
     assert "one of --order" in one_line(tools("regional", "gz.obs", "--out", "r.obs"), 2)
     assert ".png or .pdf" in one_line(tools("regional", "gz.obs", "--order", 0, "--out", "r.obs", "--picture", "r.txt"), 2)
+    curved = changed(survey, data=survey.data + 1.0e-5 * (survey.x - 452000.0) ** 2)
+    curved.write(tmp_path / "curved.obs")
+    assert tools("regional", "curved.obs", "--order", 0, "--out", "flat.obs").status == 0
+    assert "regional-trend" not in tools("check", "flat.obs").out  # the user has decided
     line = survey.select(np.arange(112, 128))
     line.write(tmp_path / "line.obs")
     assert tools("regional", "line.obs", "--upward", 300, "--out", "r.obs", "--picture", "r.pdf").status == 0

@@ -25,7 +25,8 @@ def station_names(survey: Survey) -> list[str]:
     return [f"{number} ({line})" for number, line in zip(numbers, survey.line.tolist())]
 
 
-def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: npt.ArrayLike | None = None) -> list[Finding]:
+def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: npt.ArrayLike | None = None,
+                 regional_removed: bool = False) -> list[Finding]:
     """Check a survey by itself.
 
     Parameters
@@ -35,6 +36,9 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         Of the stations; by record number otherwise.
     given : array_like, shape (components, n), optional
         Standard deviations as the file has them, also those of 0 and below; by default those of the survey.
+
+    regional_removed : bool
+        Whether a regional field was subtracted already: then the edge of the survey says nothing of an offset.
 
     Returns
     -------
@@ -64,7 +68,7 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         height = survey.elevation if metres else np.zeros(survey.n_stations)
         findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known)
         findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
-        if metres:
+        if metres and not regional_removed:
             findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
     return ordered(findings)
 

@@ -81,7 +81,7 @@ def run(arguments: Sequence[str]) -> int:
         return _finish(options, findings, 0)
     findings += more
     survey, side = _placed(options, survey, findings)
-    findings += check_survey(survey, names, given=given)
+    findings += check_survey(survey, names, given=given, regional_removed=side.regional_removed)
     findings += _against(options, survey, side, names)
     if options.mtx and {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
         findings += check_background(survey, options.mtx)

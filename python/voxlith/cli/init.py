@@ -23,6 +23,7 @@ from ..io.text_lines import to_bytes
 from ..checks import check_survey
 from ..checks.findings import listed
 from ..mesh import Mesh
+from ..side_file import read_side_file
 from ..survey import Survey
 from .init_files import RunFiles, prepare_files
 from .output import check_output, say, warn
@@ -115,7 +116,7 @@ def _is_full(files: _Sensitivities) -> bool:
 
 def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
     """What would spoil the run, in words of ``check``."""
-    findings = check_survey(survey)
+    findings = check_survey(survey, regional_removed=read_side_file(options.data).regional_removed)
     texts = []
     for finding in findings:
         if finding.severity == "error" or finding.name in _WORTH_SAYING:
