@@ -55,8 +55,8 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, 
 def _norm_reason(choices: Choices, weighting: str) -> list[str]:
     """What alphas and weights do."""
     if weighting != "null":
-        return ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits voxlith-run --target-rms 1,",
-                "  which finds the trade-off, too."]
+        return ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits",
+                "  voxlith-run --target-rms 1."]
     return [f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within some ten cells, "
             "smallness beyond."]
 

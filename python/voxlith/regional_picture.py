@@ -51,7 +51,7 @@ def draw_regional(path: PathLike, survey: Survey, regional: Regional, component:
         _maps(drawn, survey, panels, unit)
     import io
     buffer = io.BytesIO()
-    drawn.savefig(buffer, format=ending[1:], dpi=130)
+    drawn.savefig(buffer, format=ending[1:], dpi=90)
     write_bytes(path, buffer.getvalue())
 
 

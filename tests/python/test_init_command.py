@@ -164,16 +164,26 @@ def inactive_of(tmp_path, mesh):
 
 def test_inactive_cells_follow_by_themselves(hill, tools, tmp_path):
     done = tools("init", *GRAVITY, "--sign", "positive", "--iterations", 5)
-    assert done.status == 0 and "g_bounds.txt: bounds of g.mtx" in done.out and "voxlith_start.mod" in done.out
+    assert done.status == 0 and "voxlith_bounds.txt: bounds those of g_bounds.txt" in done.out
+    assert "voxlith_start.mod" in done.out
     control = read_control_file(tmp_path / "voxlith.inp")
-    assert (control.values.initial_model, control.values.bounds) == ("voxlith_start.mod", "g_bounds.txt")
+    assert (control.values.initial_model, control.values.bounds) == ("voxlith_start.mod", "voxlith_bounds.txt")
     inactive = inactive_of(tmp_path, hill)
     assert 0 < inactive.sum() < hill.n_cells / 2
     start = Model.read(tmp_path / "voxlith_start.mod", hill).values
     assert (start[inactive] == 0.0).all() and np.allclose(start[~inactive], 0.001)
     run(tmp_path)
     model = Model.read(tmp_path / "voxlith.den", hill).values
-    assert (model[inactive] == 0.0).all() and model[~inactive].max() > 0.01
+    assert (model[inactive] == 0.0).all() and model[~inactive].max() > 0.01 and model.min() >= 0.0
+
+
+def test_bounds_of_a_lithology_are_taken_as_they_are(hill, tools, tmp_path):
+    from voxlith.io.bounds_file import read_bounds_file, write_bounds_file
+    pairs = read_bounds_file(tmp_path / "g_bounds.txt", hill.n_cells)
+    pairs[pairs[:, 0] < pairs[:, 1]] = [0.1, 2.5]
+    write_bounds_file(tmp_path / "g_bounds.txt", pairs)
+    done = tools("init", *GRAVITY, "--sign", "positive")
+    assert done.status == 0 and "g_bounds.txt: bounds of g.mtx" in done.out
 
 
 def test_bounds_that_are_asked_for_fix_inactive_cells_too(hill, tools, tmp_path):

@@ -168,3 +168,11 @@ def test_regional(tools, tmp_path):
     line = survey.select(np.arange(112, 128))
     line.write(tmp_path / "line.obs")
     assert tools("regional", "line.obs", "--upward", 300, "--out", "r.obs", "--picture", "r.pdf").status == 0
+
+
+def test_mesh_remembers_the_reference_system(tools, tmp_path):
+    clean().write(tmp_path / "gz.obs")
+    write_side_file(tmp_path / "gz.obs", SideInfo(UTM33, (1.0e5, 0.0)).with_step("regional"))
+    options = ("mesh", "--stations", "gz.obs", "--cell", 50, "--depth", 400, "--out", "m.msh")
+    assert tools(*options).status == 0
+    assert read_side_file(tmp_path / "m.msh") == SideInfo(UTM33, (1.0e5, 0.0))

@@ -96,6 +96,8 @@ def run(arguments: Sequence[str]) -> int:
     choose_tradeoff(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties(),
                     overrides)
     weighted = options.weights == "auto" and _is_full(sensitivities)
+    if weighted and options.tradeoff is None:
+        choices.tradeoff_reason = "a starting value; voxlith-run --target-rms 1 finds the one that fits the data"
     files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds))
     for name in (files.initial, files.bounds, files.weighting):
         _check_name("--out", name, _LONGEST_NAME, False)

@@ -22,6 +22,7 @@ Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
 
 _FREE = 99.0
+_FREE_FROM = 98.9  # magnitudes from which on a side of a bounds file is free
 
 
 @dataclass
@@ -53,8 +54,8 @@ def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
 def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: bool, bounds_asked: bool) -> RunFiles:
     """Write what the control file needs beside it.
 
-    With inactive cells the bounds are those of the file that ``mtx --topography`` wrote beside the sensitivity file, or,
-    where there is none or other bounds are asked for, a new file; the starting model is a file with 0 in these cells
+    With inactive cells the bounds are those of the file that ``mtx --topography`` wrote beside the sensitivity file. A new
+    file is written where there is none, where its sides are free, or where other bounds are asked for. The starting model is a file with 0 in these cells
     unless it is 0 everywhere.
 
     Parameters
@@ -92,26 +93,43 @@ def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inac
                     bounds_asked: bool) -> None:
     count = int(np.count_nonzero(inactive))
     beside = f"{os.path.splitext(mtx)[0]}_bounds.txt"
+    pairs = np.tile(_pair(choices.bounds), (mesh.n_cells, 1))
+    taken = ""
     if os.path.exists(beside) and not bounds_asked:
         pairs = read_bounds_file(beside, mesh.n_cells)
         free = inactive & (pairs[:, 0] < pairs[:, 1])
         if free.any():
             raise FileError(beside, f"expected {count} inactive cells to be fixed, found {np.count_nonzero(free)} of them free; "
                             "compute sensitivities and bounds from one terrain")
+        taken = beside
+    chosen = _closed(pairs, _pair(choices.bounds), choices.sign)
+    chosen[inactive] = 0.0
+    if taken and np.array_equal(chosen, pairs):
         files.bounds = beside
         files.notes.append(f"{beside}: bounds of {mtx}, with {count} inactive cells above the terrain fixed")
     else:
         files.bounds = f"{stem}_bounds.txt"
-        pairs = np.tile(_pair(choices.bounds), (mesh.n_cells, 1))
-        pairs[inactive] = 0.0
-        write_bounds_file(files.bounds, pairs)
+        write_bounds_file(files.bounds, chosen)
         files.written.append(files.bounds)
-        files.notes.append(f"{files.bounds}: bounds {choices.bounds}, with {count} inactive cells above the terrain fixed")
+        source = f"those of {taken}, free sides by {choices.bounds}" if taken else choices.bounds
+        files.notes.append(f"{files.bounds}: bounds {source}; {count} inactive cells above the terrain are fixed")
     if choices.initial != 0.0:
         files.initial = f"{stem}_start.mod"
         write_model_file(files.initial, np.where(inactive, 0.0, choices.initial))
         files.written.append(files.initial)
         files.notes.append(f"{files.initial}: starting model, 0 in the inactive cells")
+
+
+def _closed(pairs: Reals, usual: Reals, sign: int) -> Reals:
+    """Bounds with the usual ones in place of free sides, and with the sign of the model.
+
+    A run does not apply its positivity flag to a side of a bounds file that is free.
+    """
+    closed = np.where(np.abs(pairs) >= _FREE_FROM, usual, pairs)
+    fixed = closed[:, 0] >= closed[:, 1]
+    limits = (0.0 if sign > 0 else -np.inf, 0.0 if sign < 0 else np.inf)
+    signed = np.clip(closed, *limits)
+    return np.where(fixed[:, None], closed, signed)
 
 
 def _pair(text: str) -> Reals:

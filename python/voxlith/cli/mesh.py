@@ -14,6 +14,7 @@ from ..io.numbers import number_text, parse_real
 from ..io.obs_file import read_obs_file
 from ..io.text_lines import words_of
 from ..layers import plan_layers
+from ..side_file import SideInfo, read_side_file, write_side_file
 from ..mesh_plan import Extent, MeshPlan, Padding, PlannedMesh, far_station, plain_coordinate, plan_mesh
 from ..survey_table import stations_of_table
 from .output import check_output, say, warn
@@ -95,6 +96,9 @@ def run(arguments: Sequence[str]) -> int:
         stations = _read_stations(options.stations)
     planned = _planned(_plan(options, cell, stations), stations)
     planned.mesh.write(options.out)
+    if options.stations:
+        side = read_side_file(options.stations)
+        write_side_file(options.out, SideInfo(side.crs, side.shift))
     _report(planned, stations)
     return 0
 

@@ -68,7 +68,8 @@ def _convert(placed: Placed, options: argparse.Namespace) -> None:
             raise UsageError("--to: expected --crs beside it, the reference system of the table")
         require_metres(options.to)
         x, y = convert(survey.x, survey.y, options.crs, options.to)
-        placed.survey, placed.side = replace(survey, x=x, y=y), SideInfo(options.to)
+        # Millimetres are finer than any survey.
+        placed.survey, placed.side = replace(survey, x=np.round(x, 3), y=np.round(y, 3)), SideInfo(options.to)
         placed.notes.append(f"converted:    from {options.crs} to {options.to}")
         area = outside_area_of_use(x, y, options.to)
         if area:
