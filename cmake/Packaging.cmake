@@ -23,10 +23,6 @@ install(EXPORT voxlith_spline_targets FILE voxlith_splineConfig.cmake NAMESPACE 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake DESTINATION ${splineConfigFolder})
 
-# Pictures of runs; the start script finds its modules in share/voxlith/plot.
-install(PROGRAMS tools/plot/voxlith-plot DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY tools/plot/voxlith_plot DESTINATION ${CMAKE_INSTALL_DATADIR}/voxlith/plot FILES_MATCHING PATTERN "*.py")
-
 install(FILES man/voxlith.1 man/voxlith-run.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES man/voxlith-inp.5 man/voxlith-mtx.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -1,6 +1,6 @@
 # Start scripts of the Python programs. In the build folder they use the package of the source tree; installed, the one
 # beside them.
-set(pythonPrograms voxlith-tools)
+set(pythonPrograms voxlith-tools voxlith-plot)
 set(startScriptTemplate ${PROJECT_SOURCE_DIR}/cmake/start_script.py.in)
 
 # Writes the scripts into a folder of the build.

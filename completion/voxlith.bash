@@ -81,9 +81,12 @@ _voxlith_plot() {
             COMPREPLY=($(compgen -W 'convergence data sections zscores' -- "$word"))
             return ;;
         --format)
-            COMPREPLY=($(compgen -W 'png pdf' -- "$word"))
+            COMPREPLY=($(compgen -W 'png pdf svg' -- "$word"))
             return ;;
-        --control | --true)
+        --at)
+            COMPREPLY=($(compgen -W 'middle largest' -- "$word"))
+            return ;;
+        --control | --true | --topography)
             if [ "$at" -eq $((COMP_CWORD - 1)) ]; then
                 mapfile -t COMPREPLY < <(compgen -f -- "$word")
                 compopt -o filenames 2>/dev/null

@@ -21,15 +21,14 @@ import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-PLOT = os.path.join(HERE, '..', 'tools', 'plot', 'voxlith-plot')
 sys.path.insert(0, HERE)
 sys.dont_write_bytecode = True
 import report_pictures  # noqa: E402
 import run_example  # noqa: E402
 
 CAPTIONS = {
-    'sections': 'A layer and two sections through the recovered model; lines show the true bodies.',
-    'data': 'Observed and predicted data share one scale; the residual is centred on zero.',
+    'sections': 'A depth slice, two sections and a histogram of the recovered model; lines show the true bodies.',
+    'data': 'Observed and predicted data share one scale; residuals are in standard deviations.',
     'convergence': 'Misfit, norm and total against the iteration.',
     'zscores': 'Residuals over their standard deviations beside the standard normal.',
     'profiles': 'Each line: observed data and prediction.'}
@@ -41,7 +40,7 @@ Each example starts from nothing, makes its own data with noise, inverts them an
 Each gets a [report](report.md), `report.html` in its folder.
 `python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
 those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the
-machine. [pictures-of-a-run.md](pictures-of-a-run.md) tells how to read the pictures.
+machine. [pictures-of-a-run.md](pictures-of-a-run.md) shows how to read the pictures.
 """
 
 
@@ -78,15 +77,16 @@ def small_copy(source, target):
     palette.save(target, optimize=True)
 
 
-def draw(name, folder, docs):
+def draw(name, folder, asked):
     """Draws the pictures of an example into the docs; gives their names within these."""
     wanted = getattr(run_example.load(name), 'PICTURES', ['sections'])
     made = []
     with tempfile.TemporaryDirectory() as out:
-        subprocess.run([PLOT, folder, '--out', out], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), folder, '--out', out, '--at', 'largest'], check=True,
+                       stdout=subprocess.DEVNULL)
         for picture in wanted:
             target = 'pictures/%s_%s.png' % (name, picture)
-            small_copy(os.path.join(out, picture + '.png'), os.path.join(docs, target))
+            small_copy(os.path.join(out, picture + '.png'), os.path.join(asked.docs, target))
             made.append((picture, target))
     return made
 
@@ -140,7 +140,7 @@ def main():
             print('The page says of %s:\n%s\nThe example says:\n%s\nTo renew the page: run_gallery.py --pictures'
                   % (name, findings_on_page(name, asked.docs), findings(name, said)))
         elif asked.pictures:
-            chapters.append(chapter(name, seconds, said, draw(name, folder, asked.docs)))
+            chapters.append(chapter(name, seconds, said, draw(name, folder, asked)))
     if asked.report_pictures and not failed:
         for path in report_pictures.take(reports, asked.docs, small_copy):
             print('%s: %.0f kB' % (os.path.relpath(path), os.path.getsize(path) / 1000))

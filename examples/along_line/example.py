@@ -1,8 +1,8 @@
 """A gradiometer that averages along its flight lines, with lines and tie lines over a small body.
 
 Each datum is the mean of the vertical gradient over 400 m of the line, eight stations long: along a line from the west
-the anomaly is smeared east-west, along a tie line north-south. The fourth number of the third control line tells the
-run so. Without it no model can explain both directions at once, and the second run shows it. The means are worked out
+the anomaly is smeared east-west, along a tie line north-south. The fourth number of the third control line gives the
+run so. Without it no model can explain both directions at once, and the second run shows it. The means are computed
 here from predictions every 10 m, so that the run's own averaging is not used to make its data. Data nearer than half
 the interval to the end of their line have no whole window and are left out.
 """

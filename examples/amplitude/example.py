@@ -1,9 +1,9 @@
 """The amplitude of the magnetic anomaly, which hardly depends on where the magnetisation points.
 
 Three sensitivity files hold the components tx, ty and tz; one definition with the word RMS combines their predictions
-as sqrt(tx^2 + ty^2 + tz^2). The data are made likewise from three predictions by closed-form prisms, with noise of 1
-nT. The deviation is 1 for all data because a run divides by deviations only as many sensitivity files as it has
-components, here one.
+as sqrt(tx^2 + ty^2 + tz^2). The data are made likewise from three predictions by analytical prisms, with noise of 1
+nT. The standard deviation is 1 for all data because a run divides by standard deviations only as many sensitivity files
+as it has components, here one.
 """
 from gallery import (Body, Mesh, grid, noisy, read_data, read_values, write_bodies, write_data, write_stations,
                      write_values)

@@ -1,4 +1,4 @@
-"""Apparent density: one density a column from the surface to the bottom of the mesh, read off as a map.
+"""Apparent density: one density per column from the surface to the bottom of the mesh, read off as a map.
 
 The ground is 300 m of rock whose density changes from place to place but not with depth: a dense square, a light strip.
 With a file of style 2 each column has a single unknown. The run writes the density below each station to

@@ -1,7 +1,7 @@
 """A magnetised body seen by total field data, with susceptibilities held above zero.
 
 The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations fly 30 m above it in an inclined field. The data are computed by
-closed-form prisms, which the inversion never sees, and carry noise of 2 percent plus 1 nT.
+analytical prisms, which the inversion never sees, and carry noise of 2 percent plus 1 nT.
 """
 from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 

@@ -1,6 +1,6 @@
 """Two dense blocks at different depths, seen by vertical gravity.
 
-The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations measure 2 m above it. The data are computed by closed-form prisms,
+The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations measure 2 m above it. The data are computed by analytical prisms,
 which the inversion never sees, and carry noise of 1 percent plus 0.005 mGal.
 """
 from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values

@@ -8,6 +8,7 @@
 ``write_sensitivity``  a sensitivity file of any matrix
 ``Run``                the folder of a run: start it, follow it, read its results
 ``Terrain``            the surface of the ground between points of known elevation
+``voxlith.plot``       pictures as Matplotlib figures
 ``voxlith.io``         the file formats, one module each
 ====================== ==============================================================================
 
@@ -54,6 +55,8 @@ _MODULE_OF = {name: module for module, names in _MODULES.items() for name in nam
 
 
 def __getattr__(name: str) -> Any:
+    if name in ("io", "plot"):
+        return importlib.import_module(f".{name}", __name__)
     module = _MODULE_OF.get(name)
     if module is None:
         raise AttributeError(f"module {__name__!r} has no attribute {name!r}")

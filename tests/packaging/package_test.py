@@ -63,11 +63,11 @@ class Package(unittest.TestCase):
         for line in lines[1:]:
             self.assertRegex(line, r"^( \S.*|\S.*)$")
 
-    def test_dependencies_are_the_language_libraries_tbb_and_numpy(self):
+    def test_dependencies_are_the_language_libraries_tbb_zlib_and_numpy(self):
         needed = run("dpkg-deb", "--field", self.package, "Depends").strip()
         names = {entry.split()[0] for entry in needed.split(",")}
         self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6", "libtbb12", "python3",
-                                     "python3-numpy"}, needed)
+                                     "python3-numpy", "zlib1g"}, needed)
 
     def test_every_kind_of_file_is_there(self):
         usr = self.root / "usr"

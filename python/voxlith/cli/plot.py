@@ -1,0 +1,183 @@
+"""``voxlith-plot``: pictures of a run, finished or going on."""
+
+from __future__ import annotations
+
+import argparse
+import os
+import sys
+from collections.abc import Iterator, Sequence
+from typing import TYPE_CHECKING, Any, Final
+
+
+from ..errors import FileError, RunError, UsageError, VoxlithError, escaped
+from .output import run_program, say
+from .parser import Parser, integer_within, number_list
+
+if TYPE_CHECKING:
+    from ..run import Run
+
+PROGRAM: Final = "voxlith-plot"
+PICTURES: Final = ("convergence", "data", "sections", "zscores")
+_FORMATS = ("png", "pdf", "svg")
+_CONTROL = "voxlith.inp"
+
+_EXAMPLES = """\
+Examples:
+  voxlith-plot run1                             all pictures of the run in run1, as PNG in run1/plots
+  voxlith-plot run1 --only sections             the sections alone
+  voxlith-plot . --format png pdf --out paper   PNG and PDF, in the folder paper
+  voxlith-plot run1 --at 500,650,-200           sections through x 500, y 650, elevation -200
+  voxlith-plot run1 --at largest                sections through the cell of the largest magnitude
+  voxlith-plot run1 --iteration 40              the model stored at iteration 40 (voxlith_iter_040.den)
+  voxlith-plot run1 --limits -0.1,0.4           colours of the sections from -0.1 to 0.4
+
+A run may still be going on: the last finished iteration is drawn. A picture whose files are not there yet is left out
+with a line on standard error; one that --only asks for is an error then. Pictures of data need the control file, the
+data file and the sensitivity files of the run.
+
+Exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong arguments."""
+
+
+
+def make_parser() -> Parser:
+    """The options."""
+    parser = Parser(PROGRAM, "Pictures of a run of voxlith, finished or going on: convergence, data, sections through the "
+                    "model, z-scores.", _EXAMPLES)
+    # The folder comes first: after an option that takes any number of words it would be taken for one of them.
+    parser.usage = (f"{PROGRAM} FOLDER [--control FILE] [--out DIR] [--only PICTURE ...] [--at X,Y,Z]\n"
+                    "                    [--iteration N] [--whole-mesh] [--true FILE] [--topography FILE]\n"
+                    "                    [--format KIND ...] [--dpi NUMBER] [--colormap NAME] [--limits LOW,HIGH]\n"
+                    f"       {PROGRAM} -h | --help | --version")
+    add = parser.add_argument
+    add("folder", metavar="FOLDER", help="Folder of the run")
+    add("--control", metavar="FILE", help=f"Control file, seen from FOLDER (default: {_CONTROL})")
+    add("--out", metavar="DIR", help="Folder of the pictures (default: FOLDER/plots)")
+    add("--only", metavar="PICTURE", nargs="+", choices=PICTURES,
+        help=f"Some pictures of: {', '.join(PICTURES)} (default: all)")
+    add("--at", metavar="X,Y,Z",
+        help="Where the sections meet: a point, Z its elevation; middle, that of the stations' extent; or largest, the cell "
+             "of the largest magnitude below the stations (default: middle)")
+    add("--iteration", metavar="N", type=integer_within(0, 99999), help="Sections of the model stored at iteration N")
+    add("--whole-mesh", action="store_true", help="Sections with padding cells and great depths")
+    add("--true", metavar="FILE",
+        help="Outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it is there)")
+    add("--topography", metavar="FILE", help="Topography; its surface is drawn on the sections")
+    add("--format", metavar="KIND", nargs="+", choices=_FORMATS, help="png, pdf, svg or several (default: png)")
+    add("--dpi", metavar="NUMBER", type=integer_within(30, 1200), help="Pixels per inch (default: 110)")
+    add("--colormap", metavar="NAME", help="Colour map of Matplotlib for sections and maps (default: by the values)")
+    add("--limits", metavar="LOW,HIGH", help="Limits of the colours of the sections (default: by the values)")
+    return parser
+
+
+def main(arguments: Sequence[str] | None = None) -> int:
+    """Run the program with these arguments, those of the command line by default; gives the exit status."""
+    words = list(sys.argv[1:] if arguments is None else arguments)
+    return run_program(PROGRAM, lambda: _run(words))
+
+
+def _run(words: Sequence[str]) -> int:
+    options = make_parser().parse(words)
+    options.at = _place(options.at)
+    options.limits = _limits(options.limits)
+    from ..run import Run
+    run = Run(options.folder, options.control or _CONTROL, strict=False)
+    for path in (options.true, options.topography, run.path(options.control) if options.control else None):
+        if path and not os.path.isfile(path):
+            raise VoxlithError(f"{path}: there is no such file")
+    from ..plot.style import check_colormap
+    check_colormap(options.colormap)
+    return _draw_all(run, options)
+
+
+def _place(text: str | None) -> Any:
+    if text in (None, "middle", "largest"):
+        return text or "middle"
+    return tuple(number_list("--at", "X,Y,Z, middle or largest", text or "", 3))
+
+
+def _limits(text: str | None) -> tuple[float, float] | None:
+    if text is None:
+        return None
+    low, high = number_list("--limits", "LOW,HIGH", text, 2)
+    if not low < high:
+        raise UsageError(f"--limits {text}: expected two numbers that rise")
+    return low, high
+
+
+def _convergence(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    from .. import plot
+    yield "convergence", plot.convergence(run)
+
+
+def _zscores(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    from .. import plot
+    yield "zscores", plot.zscores(run)
+
+
+def _data(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    from .. import plot
+    from ..plot.data_view import view_of
+    survey = view_of(run).survey
+    for component in range(survey.n_components):
+        suffix = f"_{component + 1}" if survey.n_components > 1 else ""
+        yield f"data{suffix}", plot.data(run, component, colormap=options.colormap)
+        if survey.line is not None and survey.time is not None:
+            yield f"profiles{suffix}", plot.line_profiles(run, component)
+
+
+def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    from .. import plot
+    from ..io.bodies_file import read_bodies_file
+    from ..terrain import Terrain
+    usual = run.path("true_bodies.json")
+    named = options.true or (usual if usual.is_file() else None)
+    bodies = read_bodies_file(named) if named else []
+    surface = Terrain.read(options.topography) if options.topography else None
+    values = run.control.values
+    for number in range(values.model_count):
+        label = "" if values.model_count == 1 else values.labels[number].strip() if number < len(values.labels) else ""
+        label = label or ("" if values.model_count == 1 else f"{number + 1:02d}")
+        figure = plot.sections(run, number, iteration=options.iteration, at=options.at, surface=surface, bodies=bodies,
+                               whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
+        yield f"sections_{label}" if label else "sections", figure
+
+
+_DRAWERS = {"convergence": _convergence, "data": _data, "sections": _sections, "zscores": _zscores}
+
+
+def _draw_all(run: Run, options: argparse.Namespace) -> int:
+    """Draws one picture after the other. One that cannot be drawn keeps no other from being drawn."""
+    from ..plot.files import USUAL_DPI, save
+    out = options.out or os.path.join(options.folder, "plots")
+    drawn, failed = 0, False
+    for picture in dict.fromkeys(options.only or PICTURES):
+        try:
+            for name, figure in _DRAWERS[picture](run, options):
+                _make_folder(out)
+                for kind in dict.fromkeys(options.format or ["png"]):
+                    path = os.path.join(out, f"{name.replace(os.sep, '_')}.{kind}")
+                    save(figure, path, dpi=options.dpi or USUAL_DPI)
+                    say(path)
+                drawn += 1
+        except UsageError:
+            raise
+        except VoxlithError as error:
+            missing = not options.only and _is_missing(error)
+            failed = failed or not missing
+            sys.stdout.flush()
+            print(f"{PROGRAM}: {escaped(f'no {picture}: {error}' if missing else str(error))}", file=sys.stderr)
+    if not drawn and not failed:
+        raise VoxlithError(f"{options.folder}: holds nothing to draw")
+    return 1 if failed else 0
+
+
+def _is_missing(error: VoxlithError) -> bool:
+    """Whether files are not there yet, as in a run that has just begun."""
+    return isinstance(error, RunError) or (isinstance(error, FileError) and "No such file" in error.problem)
+
+
+def _make_folder(path: str) -> None:
+    try:
+        os.makedirs(path, exist_ok=True)
+    except OSError as error:
+        raise FileError(path, f"cannot be made a folder: {error.strerror}") from error

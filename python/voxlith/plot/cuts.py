@@ -1,0 +1,241 @@
+"""Which part of a mesh a picture shows, and where planes cut it."""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass
+from typing import Literal
+
+import numpy as np
+import numpy.typing as npt
+
+from ..errors import UsageError
+from ..mesh import Mesh
+from ..model import Model
+from ..survey import Survey
+from .data_view import Line, straight_line
+from .lengths import metres
+
+Reals = npt.NDArray[np.float64]
+Indices = npt.NDArray[np.intp]
+At = tuple[float, float, float] | Literal["middle", "largest"]
+
+_ALIKE = 1.05  # cells of the core are at most so many times as wide as the widest one below the stations
+_CORE = 1.5  # without stations: times as wide as the narrowest
+_BEYOND = 0.02  # of its length: what a section along a profile shows beyond the stations
+
+
+@dataclass(frozen=True)
+class Window:
+    """Cells that are shown: first and end (one past the last) of each axis, counted from 0."""
+
+    x: tuple[int, int]
+    y: tuple[int, int]
+    z: tuple[int, int]
+
+    def nodes(self, mesh: Mesh) -> tuple[Reals, Reals, Reals]:
+        """Nodes of the shown cells."""
+        return (mesh.x_nodes[self.x[0]: self.x[1] + 1], mesh.y_nodes[self.y[0]: self.y[1] + 1],
+                mesh.z_nodes[self.z[0]: self.z[1] + 1])
+
+    def part(self, cube: Reals) -> Reals:
+        """The shown part of an array of shape (nz, nx, ny)."""
+        return cube[self.z[0]: self.z[1], self.x[0]: self.x[1], self.y[0]: self.y[1]]
+
+
+@dataclass(frozen=True)
+class Section:
+    """A vertical plane through columns of cells.
+
+    Attributes
+    ----------
+    axis : {"x", "y", ""}
+        Coordinate along it; empty for a section along an oblique profile.
+    nodes : ndarray, shape (m + 1,)
+        That coordinate, or the distance, where the plane enters and leaves columns.
+    i, j : ndarray of int, shape (m,)
+        Columns.
+    title : str
+    across : tuple of float
+        The coordinate across the plane, between the sides of the cells that it cuts.
+    line : Line or None
+        The profile.
+    """
+
+    axis: str
+    nodes: Reals
+    i: Indices
+    j: Indices
+    title: str
+    across: tuple[float, float]
+    line: Line | None = None
+
+    def stations(self, survey: Survey) -> tuple[Reals, Reals]:
+        """Position along the plane and elevation of the stations within the cells that it cuts, or within half the usual
+        distance between stations."""
+        if self.line is not None:
+            along, off = _project(self.line, survey.x, survey.y)
+        else:
+            along, off = (survey.x, survey.y) if self.axis == "x" else (survey.y, survey.x)
+        middle = 0.5 * (self.across[0] + self.across[1])
+        half = max(0.5 * (self.across[1] - self.across[0]), 0.5 * _usual_distance(survey))
+        near = np.abs(off - middle) <= half
+        return along[near], survey.elevation[near]
+
+    def points(self, along: Reals) -> tuple[Reals, Reals]:
+        """Easting and northing of places along the plane."""
+        if self.line is not None:
+            (x, y), (east, north) = self.line.start, self.line.direction
+            return x + along * east, y + along * north
+        middle = np.full(len(along), 0.5 * (self.across[0] + self.across[1]))
+        return (along, middle) if self.axis == "x" else (middle, along)
+
+
+def _usual_distance(survey: Survey) -> float:
+    """Distance between stations that cover their extent evenly; 0 for those on one line."""
+    if not survey.n_stations:
+        return 0.0
+    area = float(np.ptp(survey.x)) * float(np.ptp(survey.y))
+    return math.sqrt(area / survey.n_stations) if np.isfinite(area) else 0.0
+
+
+def _project(line: Line, x: Reals, y: Reals) -> tuple[Reals, Reals]:
+    dx, dy = x - line.start[0], y - line.start[1]
+    east, north = line.direction
+    return dx * east + dy * north, dy * east - dx * north
+
+
+def shown_window(mesh: Mesh, survey: Survey | None, whole: bool) -> Window:
+    """The cells to show: all of them, or those below the stations with their like, without padding.
+
+    No cell that lies within the extent of the stations is left out. Layers deeper than the shown part is wide are.
+    """
+    if whole:
+        return Window((0, mesh.nx), (0, mesh.ny), (0, mesh.nz))
+    x = _core(mesh.x_nodes, None if survey is None else survey.x)
+    y = _core(mesh.y_nodes, None if survey is None else survey.y)
+    reach = max(mesh.x_nodes[x[1]] - mesh.x_nodes[x[0]], mesh.y_nodes[y[1]] - mesh.y_nodes[y[0]])
+    depth = mesh.z_nodes[0] - mesh.z_nodes
+    return Window(x, y, (0, max(1, int(np.searchsorted(depth, reach * 1.001, side="right")) - 1)))
+
+
+def _core(nodes: Reals, stations: Reals | None) -> tuple[int, int]:
+    """First and end cell of an axis."""
+    widths = np.diff(nodes)
+    inside = np.zeros(0) if stations is None else stations[(stations >= nodes[0]) & (stations <= nodes[-1])]
+    if not len(inside):
+        core = np.flatnonzero(widths <= _CORE * widths.min())
+        return int(core[0]), int(core[-1]) + 1
+    first = min(max(int(np.searchsorted(nodes, inside.min(), side="right")) - 1, 0), len(widths) - 1)
+    end = min(max(int(np.searchsorted(nodes, inside.max(), side="left")), first + 1), len(widths))
+    widest = _ALIKE * widths[first:end].max()
+    while first > 0 and widths[first - 1] <= widest:
+        first -= 1
+    while end < len(widths) and widths[end] <= widest:
+        end += 1
+    return first, end
+
+
+def station_window(mesh: Mesh, survey: Survey | None, window: Window) -> Window:
+    """The shown cells within the stations' extent; the whole window without stations over it."""
+    if survey is None:
+        return window
+    ranges = []
+    for nodes, values, (first, end) in ((mesh.x_nodes, survey.x, window.x), (mesh.y_nodes, survey.y, window.y)):
+        low = max(int(np.searchsorted(nodes, np.nanmin(values), side="right")) - 1, first)
+        high = min(max(int(np.searchsorted(nodes, np.nanmax(values), side="left")), low + 1), end)
+        if low >= high:
+            return window
+        ranges.append((low, high))
+    return Window(ranges[0], ranges[1], window.z)
+
+
+def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -> tuple[float, float, float]:
+    """Where the planes of the picture meet: easting, northing, elevation.
+
+    ``"middle"``: the middle of the stations' extent, in the layer of the largest magnitude below the stations.
+    ``"largest"``: the cell of the largest magnitude below the stations.
+
+    Raises
+    ------
+    UsageError
+        For a point outside the mesh, and when no cell has a value.
+    """
+    mesh = model.mesh
+    if not isinstance(at, str):
+        for axis, nodes, value in zip(("x", "y", "elevation"), (mesh.x_nodes, mesh.y_nodes, mesh.z_nodes), at):
+            low, high = float(nodes.min()), float(nodes.max())
+            if not low <= value <= high:
+                raise UsageError(f"{axis} {metres(value)} lies outside the mesh, {metres(low)} to {metres(high)}")
+        return at
+    below = station_window(mesh, survey, window)
+    magnitude = np.abs(below.part(shown_cube(model)))
+    if not np.isfinite(magnitude).any():
+        below = window
+        magnitude = np.abs(below.part(shown_cube(model)))
+    if not np.isfinite(magnitude).any():
+        raise UsageError("no cell of the model has a value")
+    k, i, j = (int(n) for n in np.unravel_index(int(np.nanargmax(magnitude)), magnitude.shape))
+    x, y = float(mesh.x_centres[below.x[0] + i]), float(mesh.y_centres[below.y[0] + j])
+    if at == "middle":
+        x = _middle(mesh.x_nodes, None if survey is None else survey.x, below.x)
+        y = _middle(mesh.y_nodes, None if survey is None else survey.y, below.y)
+    return x, y, float(mesh.z_centres[below.z[0] + k])
+
+
+def _middle(nodes: Reals, stations: Reals | None, cells: tuple[int, int]) -> float:
+    low, high = float(nodes[cells[0]]), float(nodes[cells[1]])
+    if stations is None:
+        return 0.5 * (low + high)
+    return min(max(0.5 * float(np.nanmin(stations) + np.nanmax(stations)), low), high)
+
+
+def shown_cube(model: Model) -> Reals:
+    """Values of shape (nz, nx, ny); NaN in cells that are inactive or have no value."""
+    cube: Reals = model.mesh.cube(np.where(model.shown, model.values, np.nan))
+    return cube
+
+
+def cell_of(nodes: Reals, value: float) -> int:
+    """The interval of monotonic nodes that holds a value within them, from 0."""
+    rising = nodes if nodes[-1] > nodes[0] else nodes[::-1]
+    cell = min(max(int(np.searchsorted(rising, value, side="right")) - 1, 0), len(nodes) - 2)
+    return cell if nodes[-1] > nodes[0] else len(nodes) - 2 - cell
+
+
+def section_across(mesh: Mesh, window: Window, normal: Literal["x", "y"], value: float) -> Section:
+    """The section at an easting (`normal` x) or a northing (`normal` y)."""
+    own = mesh.x_nodes if normal == "x" else mesh.y_nodes
+    cell = cell_of(own, value)
+    first, end = window.y if normal == "x" else window.x
+    along = np.arange(first, end)
+    fixed = np.full(len(along), cell)
+    nodes = (mesh.y_nodes if normal == "x" else mesh.x_nodes)[first: end + 1]
+    title = f"Section at {normal} {metres(own[cell])} to {metres(own[cell + 1])} m"
+    i, j = (fixed, along) if normal == "x" else (along, fixed)
+    return Section("y" if normal == "x" else "x", nodes, i, j, title, (float(own[cell]), float(own[cell + 1])))
+
+
+def section_along(mesh: Mesh, survey: Survey) -> Section | None:
+    """The section below stations on one oblique line; None for other surveys."""
+    line = straight_line(survey.x, survey.y)
+    if line is None or line.axis:
+        return None
+    length = float(line.distance.max())
+    low, high = -_BEYOND * length, (1.0 + _BEYOND) * length
+    for start, slope, nodes in zip(line.start, line.direction, (mesh.x_nodes, mesh.y_nodes)):
+        ends = sorted(((nodes[0] - start) / slope, (nodes[-1] - start) / slope))
+        low, high = max(low, float(ends[0])), min(high, float(ends[1]))
+    if not low < high:
+        return None
+    crossed = [(nodes - start) / slope for start, slope, nodes in
+               zip(line.start, line.direction, (mesh.x_nodes, mesh.y_nodes))]
+    inner = np.concatenate(crossed)
+    nodes = np.unique(np.concatenate([[low, high], inner[(inner > low) & (inner < high)]]))
+    nodes = nodes[np.append(True, np.diff(nodes) > 1e-9 * length)]
+    middles = 0.5 * (nodes[1:] + nodes[:-1])
+    x, y = line.start[0] + middles * line.direction[0], line.start[1] + middles * line.direction[1]
+    i = np.array([cell_of(mesh.x_nodes, float(value)) for value in x], dtype=np.intp)
+    j = np.array([cell_of(mesh.y_nodes, float(value)) for value in y], dtype=np.intp)
+    half = 0.5 * math.hypot(float(mesh.x_widths[i].max()), float(mesh.y_widths[j].max()))
+    return Section("", nodes, i, j, "Section below the profile", (-half, half), line)
