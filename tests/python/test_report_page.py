@@ -234,3 +234,33 @@ def test_server_answers_nothing_else(gravity: Bench) -> None:
     finally:
         server.close()
         thread.join()
+
+
+@pytest.fixture(scope="module")
+def vector(tmp_path_factory: pytest.TempPathFactory) -> Bench:
+    """A finished run of three models that are a vector, with true bodies and a ground surface."""
+    bench = Bench(tmp_path_factory.mktemp("vector"))
+    lay_survey(bench)
+    bench.control(l1="0 1 1 3 mx my mz", l13="1 1 1 1.0", l14="1 1 2 0.5", l15="1 1 3 -0.3")
+    bench.voxlith()
+    bench.write("true_bodies.json", '{"bodies": [{"name": "<i>a", "x": [1250, 1550], "y": [2150, 2450], '
+                                    '"elevation": [-60, 60]}]}')
+    bench.write("ground.topo", "4\n1000 2000 118\n1800 2000 90\n1000 2600 118\n1800 2600 60\n")
+    return bench
+
+
+def test_surroundings_are_drawn(browser: Browser, vector: Bench, tmp_path: Path) -> None:
+    show(browser, vector, tmp_path / "report.html", topography=vector.path("ground.topo"))
+    assert browser.script("return report.data.vectors") == [0, 1, 2]
+    for part, layer in (("terrain", "terrain"), ("bodies", "bodies"), ("arrows", "arrows")):
+        assert browser.script("return report.scene.layers.get(arguments[0]).count", layer) > 3
+        before = browser.canvas("scene-canvas")
+        browser.set(f"show-{part}", False)
+        assert (browser.canvas("scene-canvas") != before).any(), part
+        browser.set(f"show-{part}", True)
+        assert (browser.canvas("scene-canvas") == before).all(), part
+    few = browser.script("return report.scene.layers.get('arrows').count")
+    browser.set("threshold", 100)
+    assert browser.script("return report.scene.layers.get('arrows').count") > few
+    assert browser.errors() == []
+    assert_like_stored(browser.canvas("scene-canvas"), "report-vectors")

@@ -150,7 +150,7 @@ function putArrows(report) {
       points.push(...tip, ...tip.map((value, axis) => value - part * (0.3 * way[axis] + 0.15 * sign * side[axis])));
     }
   }
-  putLayer(scene, "arrows", { kind: "lines", positions: points, colour: [0, 0, 0, 255] });
+  putLayer(scene, "arrows", { kind: "lines", positions: points, colour: [0, 0, 0, 255], onTop: true });
 }
 
 /** Draw the depth slice and the two vertical sections. */
@@ -171,7 +171,8 @@ function drawSections(report) {
       strokePath(pen, [[plot.x(cross[0]), plot.top], [plot.x(cross[0]), plot.top + plot.height]]);
       strokePath(pen, [[plot.left, plot.y(cross[1])], [plot.left + plot.width, plot.y(cross[1])]]);
     });
-    byId(`${id}-text`).textContent = text;
+    const stretched = Math.abs(plot.stretch - 1) < 0.05 ? "" : `, vertical axis stretched ${plot.stretch.toFixed(1)} times`;
+    byId(`${id}-text`).textContent = text + stretched;
     byId(id).setAttribute("aria-label", `${text}, ${model.name} in ${model.unit}`);
     report.plots[id] = plot;
     return plot;

@@ -1,6 +1,7 @@
 // Axes, lines, marks and images on a canvas. Positions in data units go through the axes that openPlot gives.
 
 const SHARPNESS = 2;  // pixels of the canvas per pixel of the page: prints stay sharp
+const LEAST_SIDE = 100;  // pixels of the page: of the axes of a section that is flat or narrow
 const INK = "#222", FAINT = "#ddd";
 
 /** Tick positions of an axis, about `count` of them. */
@@ -37,18 +38,20 @@ function logTicksOf(low, high) {
  *
  * options: x and y {range, label, log, unit: {factor, name}}, height in pixels of the page, equal: one scale for both
  *          axes, bar: {scale, label} for a colour bar
- * returns  {pen, x(value), y(value), atX(pixel), atY(pixel), left, top, width, height}
+ * returns  {pen, x(value), y(value), atX(pixel), atY(pixel), left, top, width, height, stretch}; the scale of y is
+ *          `stretch` times that of x, which is 1 but for very flat and very narrow images
  */
 function openPlot(canvas, options) {
   const wide = Math.max(canvas.clientWidth, 240), barRoom = options.bar ? 78 : 12;
   const left = 66, top = 10;
+  let width = wide - left - barRoom, height = options.height - top - 42, stretch = 1;
   const xAxis = axisOf(options.x), yAxis = axisOf(options.y);
-  let width = wide - left - barRoom, height = options.height - top - 42;
   if (options.equal) {
     const xSpan = xAxis.high - xAxis.low, ySpan = Math.abs(yAxis.high - yAxis.low);
     const perPixel = Math.max(xSpan / width, ySpan / height);
-    width = Math.max(xSpan / perPixel, 24);
-    height = Math.max(ySpan / perPixel, 24);
+    width = Math.max(xSpan / perPixel, LEAST_SIDE);
+    height = Math.max(ySpan / perPixel, LEAST_SIDE);
+    stretch = height / width * xSpan / ySpan;
   }
   const tall = Math.round(height + top + 42);
   canvas.width = wide * SHARPNESS;
@@ -59,7 +62,7 @@ function openPlot(canvas, options) {
   pen.fillStyle = "#fff";
   pen.fillRect(0, 0, wide, tall);
   const plot = {
-    pen, left, top, width, height, canvas,
+    pen, left, top, width, height, canvas, stretch,
     x: (value) => left + (xAxis.of(value) - xAxis.low) / (xAxis.high - xAxis.low) * width,
     y: (value) => top + height - (yAxis.of(value) - yAxis.low) / (yAxis.high - yAxis.low) * height,
     atX: (pixel) => xAxis.back(xAxis.low + (pixel - left) / width * (xAxis.high - xAxis.low)),
@@ -100,7 +103,8 @@ function drawTicks(plot, xAxis, yAxis, options) {
   }
   pen.textAlign = "right";
   pen.textBaseline = "middle";
-  for (const tick of yAxis.ticks) {
+  const each = Math.ceil(15 * yAxis.ticks.length / height);  // ticks need 15 pixels
+  for (const tick of yAxis.ticks.filter((_, n) => n % each === 0)) {
     const at = top + height - (tick.value - yAxis.low) / (yAxis.high - yAxis.low) * height;
     strokePath(pen, [[left, at], [left + width, at]]);
     pen.fillText(tick.text, left - 5, at);

@@ -56,7 +56,7 @@ function openScene(canvas, labels, box) {
  * Add or replace a layer.
  *
  * shape  {positions in data units, normals, colours (4 bytes each) or colour, indices, kind: "triangles", "lines" or
- *        "points", opacity, size}
+ *        "points", opacity, size, onTop: seen through everything else}
  */
 function putLayer(scene, name, shape) {
   removeLayer(scene, name);
@@ -88,7 +88,7 @@ function putLayer(scene, name, shape) {
   scene.layers.set(name, {
     array, buffers, colour: shape.colour, lit: Boolean(shape.normals), opacity: shape.opacity || 1,
     kind: { triangles: gl.TRIANGLES, lines: gl.LINES, points: gl.POINTS }[shape.kind], size: shape.size || 1,
-    indexed: Boolean(shape.indices), count: shape.indices ? shape.indices.length : count,
+    onTop: Boolean(shape.onTop), indexed: Boolean(shape.indices), count: shape.indices ? shape.indices.length : count,
   });
 }
 
@@ -119,9 +119,10 @@ function drawScene(scene) {
   gl.uniformMatrix4fv(at.view, false, scene.view);
   gl.uniform3f(at.scale, 1, 1, scene.stretch);
   gl.uniform3fv(at.light, lightDirection(scene));
-  const order = [...scene.layers.values()].sort((a, b) => b.opacity - a.opacity);
+  const order = [...scene.layers.values()].sort((a, b) => a.onTop - b.onTop || b.opacity - a.opacity);
   for (const layer of order) {
     gl.depthMask(layer.opacity === 1);
+    gl.depthFunc(layer.onTop ? gl.ALWAYS : gl.LESS);
     gl.uniform1f(at.opacity, layer.opacity);
     gl.uniform1f(at.size, layer.size * SHARPNESS);
     gl.uniform1i(at.round, layer.kind === gl.POINTS ? 1 : 0);
