@@ -41,8 +41,11 @@ constexpr bool holdsName(int lineNumber) {
 }
 
 void addDoubt(ControlDoubts& doubts, int lineNumber, std::string_view expected, std::string_view found) {
+    constexpr std::size_t shownWidth = 60;
+    found = trim(found);
+    const std::string shown = std::string(found.substr(0, shownWidth)) + (found.size() > shownWidth ? "..." : "");
     doubts.lines.push_back(doubts.fileName + ", line " + std::to_string(lineNumber) + ": expected " +
-                           std::string(expected) + ", found \"" + std::string(trim(found)) + "\"");
+                           std::string(expected) + ", found \"" + shown + "\"");
 }
 
 ReadStatus readItem(FreeFormatRead& read, bool isInteger, double& value) {

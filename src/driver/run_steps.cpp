@@ -89,7 +89,7 @@ void readModels(RunState& run) {
     std::string initialModel = control.resumes ? "null" : control.initialModelText;
     // Compatibility: a continued run reads this one file, which a run with several model types does not write.
     if (control.iRestart > 0 && !control.resumes) {
-        initialModel = hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
+        initialModel = control.continuedModel.empty() ? runningModelOf(run) : control.continuedModel;
     }
     readModelFile(run.messages, positivity, initialModel, run.mesh, control.inversion.nModelTypes, run.arrays.model,
                   run.bounds, 0.0F);
@@ -114,6 +114,10 @@ std::string_view styleLabel(InversionStyle style) {
 }
 
 }  // namespace
+
+std::string runningModelOf(const RunState& run) {
+    return hasMagneticLayout(run.obs.dataType[0]) ? "voxlith.kap" : "voxlith.rho";
+}
 
 void readInputs(RunState& run, std::span<const std::string> arguments) {
     run.startedAt = currentDateTime();

@@ -17,6 +17,9 @@ void readInputs(RunState& run, std::span<const std::string> arguments);
 // All sensitivity files, with the arrays that they size; then the sizes on the screen and in the log.
 void readSensitivities(RunState& run);
 
+// The running model that a continued run starts from. The sensitivities have been read.
+std::string runningModelOf(const RunState& run);
+
 // Weights, observed data, data offset, bounds and models. Divides the sensitivities by the standard deviations.
 void readSurvey(RunState& run);
 

@@ -8,10 +8,14 @@
 #include <limits>
 #include <string_view>
 
+#include "base/free_format.h"
 #include "base/messages.h"
+#include "base/staged_files.h"
+#include "base/text_input.h"
 #include "base/tokens.h"
 #include "driver/command_line.h"
 #include "driver/control_file.h"
+#include "driver/run_steps.h"
 #include "formats/short_name.h"
 
 namespace voxlith {
@@ -98,6 +102,62 @@ void checkBounds(const RunState& run) {
     }
 }
 
+// Whether a text of the control file names a file: it is neither null nor a number (or two, for bounds).
+bool namesFile(std::string_view text) {
+    double number = 0;
+    std::int64_t given = 0;
+    const ReadStatus status = freeFormatRead(text, std::span(&number, 1), &given);
+    return !isBlank(text) && !isNullWord(text) && (status == ReadStatus::badText || given == 0);
+}
+
+// Values in the file, counted up to `most`. A file that cannot be opened is left to its reader, and so is bad text.
+std::int64_t countValues(const std::string& name, std::int64_t most) {
+    TextInput input;
+    if (!openTextInput(input, name)) {
+        return most;
+    }
+    std::array<double, 4096> block{};
+    FreeFormatRead read = beginFreeFormatRead(input);
+    std::int64_t left = most;
+    while (left > 0 && read.status == ReadStatus::good) {
+        const auto next = std::min<std::int64_t>(left, static_cast<std::int64_t>(block.size()));
+        readValues(read, std::span(block).first(static_cast<std::size_t>(next)));
+        left -= next;
+    }
+    return read.status == ReadStatus::endOfText ? read.valuesRead : most;
+}
+
+std::string countText(const std::string& name, std::int64_t expected, std::int64_t found) {
+    return name + ": expected " + std::to_string(expected) + " values, found " + std::to_string(found);
+}
+
+void checkValueCount(std::string_view text, std::int64_t expected) {
+    if (!namesFile(shortText(text))) {
+        return;
+    }
+    const std::string name = shortFileName(text);
+    const std::int64_t found = countValues(name, expected);
+    if (found < expected) {
+        throw RunError(countText(name, expected, found));
+    }
+}
+
+// The running model, or the version before it.
+std::string checkRunningModel(RunState& run, std::int64_t cells) {
+    const std::string name = runningModelOf(run);
+    const std::int64_t found = countValues(name, cells);
+    if (found == cells) {
+        return {};
+    }
+    const std::string before = previousVersionName(name);
+    const std::string problem = countText(name, cells, found);
+    if (!fileExists(before) || countValues(before, cells) < cells) {
+        throw RunError(problem + "; there is no complete version before it");
+    }
+    run.control.continuedModel = before;
+    return problem + "; the run goes on from the version before, " + before;
+}
+
 }  // namespace
 
 std::int32_t checkControlFile(std::span<const std::string> arguments) {
@@ -115,6 +175,21 @@ std::int32_t checkControlFile(std::span<const std::string> arguments) {
         throw RunError(all);
     }
     return control.iRestart;
+}
+
+std::string checkModelFiles(RunState& run) {
+    const ControlValues& control = run.control;
+    const auto cells = static_cast<std::int64_t>(run.mesh.cellCount());
+    checkValueCount(control.referenceModelText, cells);
+    checkValueCount(control.boundsText, 2 * cells);
+    if (control.resumes) {
+        return {};
+    }
+    if (control.iRestart > 0) {
+        return checkRunningModel(run, cells);
+    }
+    checkValueCount(control.initialModelText, cells);
+    return {};
 }
 
 StationColumns stationsOf(const ObsSet& obs) {

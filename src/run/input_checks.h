@@ -13,6 +13,11 @@ namespace voxlith {
 // says what the run would not do; the stops of the control file come as they are.
 std::int32_t checkControlFile(std::span<const std::string> arguments);
 
+// After the sensitivities have been read: models and bounds must have a value for each cell. A running model that is
+// empty or cut, as a power failure may leave it, is replaced by the version before, if that is complete; `run` then
+// continues from that. Returns a warning that says so, or nothing. Throws RunError for what is cut.
+std::string checkModelFiles(RunState& run);
+
 // Where the sensitivity files have the stations.
 struct StationColumns {
     std::vector<double> x, y, z;

@@ -83,6 +83,10 @@ std::vector<std::string> argumentsOf(const RunOptions& options) {
 
 void readSurveyChecked(RunState& run) {
     readSensitivities(run);
+    const std::string replacement = checkModelFiles(run);
+    if (!replacement.empty()) {
+        warn(replacement);
+    }
     const StationColumns stations = stationsOf(run.obs);
     readSurvey(run);
     checkSurvey(run, stations);

@@ -191,6 +191,55 @@ TEST(RunProgram, refusesReversedBounds) {
         << file.errors;
 }
 
+std::string valuesText(int count) {
+    std::string text;
+    for (int value = 0; value < count; ++value) {
+        text += "0.01\n";
+    }
+    return text;
+}
+
+TEST(RunProgram, refusesModelsAndBoundsWithoutAValueForEachCell) {
+    for (const std::size_t line : {std::size_t{6}, std::size_t{7}, std::size_t{8}}) {
+        const int complete = line == 8 ? 72 : 36;
+        const TemporaryFolder folder;
+        writeRunSurvey(folder, ControlLines().set(line, "cells.txt"));
+        folder.write("cells.txt", valuesText(complete - 1));
+        const ProgramResult result = runOf(folder, {"voxlith.inp"});
+        EXPECT_EQ(result.exitStatus, 2) << line;
+        EXPECT_EQ(result.errors, "voxlith-run: cells.txt: expected " + std::to_string(complete) + " values, found " +
+                                     std::to_string(complete - 1) + "\n");
+        folder.write("cells.txt", valuesText(complete));
+        EXPECT_EQ(runOf(folder, {"voxlith.inp"}).exitStatus, 0) << line;
+    }
+}
+
+// A power failure may leave a running model empty; the version before is a hidden file.
+TEST(RunProgram, continuesFromTheVersionBeforeACutModel) {
+    const TemporaryFolder whole;
+    const TemporaryFolder damaged;
+    for (const TemporaryFolder* folder : {&whole, &damaged}) {
+        writeRunSurvey(*folder);
+        ASSERT_EQ(runOf(*folder, {"voxlith.inp"}).exitStatus, 0);
+        folder->write("voxlith.inp", ControlLines().set(1, "1").text());
+    }
+    const std::string model = damaged.read("voxlith.rho");
+    damaged.write("voxlith.rho", model.substr(0, model.size() / 2));
+    const ProgramResult stopped = runOf(damaged, {"voxlith.inp"});
+    EXPECT_EQ(stopped.exitStatus, 2);
+    EXPECT_EQ(stopped.errors,
+              "voxlith-run: voxlith.rho: expected 36 values, found 18; there is no complete version before it\n");
+
+    damaged.write(".voxlith.rho.previous", model);
+    const ProgramResult continued = runOf(damaged, {"voxlith.inp"});
+    EXPECT_EQ(continued.exitStatus, 0) << continued.errors;
+    EXPECT_EQ(continued.errors,
+              "voxlith-run: voxlith.rho: expected 36 values, found 18; the run goes on from the version before, "
+              ".voxlith.rho.previous\n");
+    ASSERT_EQ(runOf(whole, {"voxlith.inp"}).exitStatus, 0);
+    EXPECT_EQ(damaged.read("voxlith.den"), whole.read("voxlith.den"));
+}
+
 TEST(RunProgram, writesNothingToTheScreenWhenQuiet) {
     const TemporaryFolder folder;
     writeRunSurvey(folder);
