@@ -13,7 +13,7 @@ from test_damage import damaged, examples  # noqa: F401
 import voxlith
 from voxlith.cli.tools import SUBCOMMANDS, main
 
-HERE = [name for name in SUBCOMMANDS if name not in ("mtx", "predict")]
+HERE = [name for name in SUBCOMMANDS if name not in ("mtx", "mtx-join", "predict")]
 
 
 def start(*words, **options):
