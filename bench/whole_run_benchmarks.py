@@ -21,6 +21,7 @@ from benchmarks import Line
 
 ROUNDS = 3
 LARGE_MESH = (128, 128, 64)
+ITERATION_GOAL = 0.45  # at 23 M coefficients
 GROWTH_GOAL = 1.5  # 1 is growth in proportion; larger sizes leave the caches
 CAT = 'cat FILE >/dev/null from the cache'
 CLEARING = re.compile(r'clear_(huge_)?page|clear_subpage|clear_user|folio_zero')
@@ -238,7 +239,7 @@ def iteration(settings):
     run.run(1)  # brings the sensitivity file into the cache
     shares = sorted(outside / (inside + outside) for inside, outside in (profile(run) for _ in range(ROUNDS)))
     yield Line('iteration without its products, %.0f M coefficients' % (run.coefficients / 1e6), 'the whole iteration',
-               statistics.median(shares), 0.1, shares[0], shares[-1], '%d cells, two models written' % run.cells)
+               statistics.median(shares), ITERATION_GOAL, shares[0], shares[-1], '%d cells, two models written' % run.cells)
 
 
 def reading_pass(coefficients):
