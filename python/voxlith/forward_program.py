@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import shutil
 import sys
 import tempfile
 from typing import IO, TYPE_CHECKING
@@ -21,8 +22,8 @@ def find_forward_program() -> str:
     """Full name of the program that computes.
 
     It is what the environment variable ``VOXLITH_FORWARD_PROGRAM`` names; else ``voxlith-forward`` beside the start
-    script, in ``libexec/voxlith`` of the same installation, or in the build folder of the source tree that holds this
-    package.
+    script, in ``libexec/voxlith`` of the same installation, in the build folder of the source tree that holds this
+    package, or in the installation or build folder of the ``voxlith`` on the PATH.
 
     Raises
     ------
@@ -41,6 +42,10 @@ def find_forward_program() -> str:
                    (os.path.dirname(start), os.path.normpath(os.path.join(package, "../../../..")), sys.prefix)]
     candidates += [os.path.join(os.path.dirname(os.path.dirname(package)), "build", folder, "tools", _NAME)
                    for folder in ("release", "")]
+    main = shutil.which("voxlith")
+    if main:
+        beside = os.path.dirname(os.path.realpath(main))
+        candidates += [os.path.join(os.path.dirname(beside), "libexec", "voxlith", _NAME), os.path.join(beside, "tools", _NAME)]
     for candidate in candidates:
         if _is_program(candidate):
             return os.path.normpath(candidate)
