@@ -6,6 +6,7 @@ import base64
 import hashlib
 import html
 import json
+import os
 import re
 import signal
 import subprocess
@@ -133,6 +134,9 @@ def test_surroundings(copied, joint: Bench, tmp_path: Path) -> None:
     contents = report_contents(Run(bench.folder), ReportOptions(topography=bench.path("ground.topo")))
     assert contents["bodies"] == [{"name": "a", "model": 2, "x": [1, 2], "y": [1, 2], "elevation": [-5, 0]}]
     assert contents["lcurve"] == {"tradeoff": [1.0, 0.1], "misfit": [2.0, 1.0], "norm": [3.0, 4.0]}
+    assert ["Trade-off multiplier", "0.1, found by the run"] in contents["summary"]
+    os.utime(bench.path("voxlith_tradeoff.csv"), (0, 0))
+    assert report_contents(Run(bench.folder))["lcurve"] is None, "a table that is older than the run"
     assert decoded(contents["terrain"]).shape == (48,) and contents["vectors"] is None
     for text in ("{}", "[", '{"bodies": [{"name": 1}]}', '{"bodies": [{"name": "a", "x": [1], "y": 2, "elevation": 3}]}'):
         bench.write("true_bodies.json", text)

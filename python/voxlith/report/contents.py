@@ -85,6 +85,7 @@ def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
     if models and window.note(run.mesh):
         notes.append(window.note(run.mesh))
     shown = [_shown_model(model, window) for model in models]
+    curve = _tradeoff_curve(run, chosen, log)
     kept = _kept_stations(survey.n_stations, notes)
     return {
         "title": chosen.title or os.path.basename(os.path.abspath(run.folder)),
@@ -93,7 +94,7 @@ def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
         "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, models), "fit": _fit_rows(run, fit), "findings": _findings(run.observed),
+        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run.observed),
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows), "noise_level": _noise_level(fit),
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
@@ -101,7 +102,7 @@ def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
         "stations": {"x": encode_doubles(survey.x[kept]), "y": encode_doubles(survey.y[kept]),
                      "elevation": encode_doubles(survey.elevation[kept])},
         "components": _components(run, fit, kept), "lines": _lines(fit, kept),
-        "lcurve": _tradeoff_curve(run, chosen),
+        "lcurve": curve,
     }
 
 
@@ -165,14 +166,17 @@ def _subtitle(run: Run, log: RunLog | None) -> str:
     return ", ".join(parts)
 
 
-def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: list[Model]) -> list[list[str]]:
+def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: list[Model],
+             curve: Contents | None) -> list[list[str]]:
     mesh = run.mesh
     lines = [["Mesh", f"{mesh.nx} x {mesh.ny} x {mesh.nz} cells (east, north, down)"],
              ["Stations", str(run.headers[0].n_data)]]
     if rows:
         lines += [["Iterations", str(rows[-1].iteration)],
                   ["RMS misfit at the start", f"{rows[0].misfit:.4f}"], ["RMS misfit at the end", f"{rows[-1].misfit:.4f}"]]
-    if log is not None and log.tradeoff is not None:
+    if curve is not None and curve["tradeoff"]:
+        lines.append(["Trade-off multiplier", f"{_number(curve['tradeoff'][-1])}, found by the run"])
+    elif log is not None and log.tradeoff is not None:
         lines.append(["Trade-off multiplier", _number(log.tradeoff)])
     for model in models:
         found = model.values[model.shown]
@@ -318,10 +322,16 @@ def _findings(survey: Survey) -> list[list[str]]:
     return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(survey)]
 
 
-def _tradeoff_curve(run: Run, options: ReportOptions) -> Contents | None:
+def _tradeoff_curve(run: Run, options: ReportOptions, log: RunLog | None) -> Contents | None:
+    """Trials of trade-off multipliers; a table that is older than the run is not of this run."""
     path = run.path(TRADEOFF_TABLE) if options.tradeoff_table is None else options.tradeoff_table
-    if options.tradeoff_table is None and not run.path(TRADEOFF_TABLE).is_file():
-        return None
+    if options.tradeoff_table is None:
+        try:
+            written = os.stat(path).st_mtime
+        except OSError:
+            return None
+        if log is not None and log.started is not None and written < log.started.timestamp():
+            return None
     table = read_tradeoff_table(path)
     return {"tradeoff": table.tradeoff.tolist(), "misfit": table.misfit.tolist(),
             "norm": np.sqrt(table.squared_norm).tolist()}

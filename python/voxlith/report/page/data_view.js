@@ -189,8 +189,11 @@ function drawTradeoff(report) {
   const take = (values) => order.map((n) => values[n]);
   drawCurve(plot, take(curve.norm), take(curve.misfit), NORM_COLOUR);
   drawMarks(plot, curve.norm, curve.misfit, NORM_COLOUR, 4);
-  plot.pen.textAlign = "left";
-  curve.norm.forEach((norm, n) => plot.pen.fillText(shortNumber(curve.tradeoff[n]), plot.x(norm) + 7, plot.y(curve.misfit[n]) - 7));
+  curve.norm.forEach((norm, n) => {
+    const x = plot.x(norm), onLeft = x > plot.left + 0.85 * plot.width;
+    plot.pen.textAlign = onLeft ? "right" : "left";
+    plot.pen.fillText(shortNumber(curve.tradeoff[n]), x + (onLeft ? -8 : 8), plot.y(curve.misfit[n]) + (onLeft ? 7 : -7));
+  });
   const text = `L-curve: RMS misfit against the root of the model norm for ${curve.norm.length} trade-off multipliers, which ` +
     "stand beside the points";
   byId("lcurve-text").textContent = text;
