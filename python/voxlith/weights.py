@@ -3,14 +3,15 @@
 The data of gravity and magnetics decay with depth, so of all models that fit, a norm without weights prefers one close
 to the surface. Here each cell gets the weight
 
-    w = r^p (V / V_min)^2,
+    w = r^p (V / V_core)^2,
 
-with r the relative sensitivity of the cell per volume, V its volume, and p chosen so that w falls with depth like
+with r the relative sensitivity of the cell per volume, V / V_core the volume of a padding cell over that of the core's
+cells, and p chosen so that w falls with depth like
 (depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
 
 - r is the root of the diagonal of G'G over the volume, by its largest value (Li and Oldenburg 2000, Geophysics 65,
   540-552, eq. 6), or 1/(depth + z0), a power law (Li and Oldenburg 1996, Geophysics 61, 394-408).
-- V / V_min keeps padding cells from being cheap; without it bodies leak into them.
+- V / V_core keeps padding cells from being cheap; without it bodies leak into them.
 - The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9 are
   all 1. The factor 1e8 makes up for the units of the format.
 - a = 1.3 by experiment, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
@@ -40,6 +41,9 @@ Mask = npt.NDArray[np.bool_]
 
 DECAY = 1.3
 """Power of the depth with which weights fall off below the stations."""
+
+POWER_LAW_DECAY = 1.8
+"""The same for a power law, which knows nothing of the gaps between the stations."""
 
 SMALLNESS = 2.5
 """Weight of the smallness of a cell over that of its differences, times the square of the cell size."""
@@ -134,20 +138,20 @@ def sensitivity_weights(mesh: Mesh, sensitivity: npt.ArrayLike, header: MtxHeade
     relative = mesh.cube(np.asarray(sensitivity, dtype=np.float64))
     active: Mask = relative > 1.0e-9 * float(relative.max())
     depth = _depths(mesh, active)
-    volume = _volume_factor(mesh)
-    used = active & _below_stations(mesh, depth, None if header is None else header.stations)
+    inside_x, inside_y, layers = _core(mesh, None if header is None else header.stations)
+    used: Mask = np.zeros(active.shape, dtype=bool)
+    used[:layers] = active[:layers] & inside_x[:, None] & inside_y[None, :]
     logs = np.log(np.where(active, relative, 1.0))
     fall = _slope(logs, depth, used)
-    growth = _slope(np.log(volume), depth, used)
     if not fall < 0.0:
         raise UsageError("weights: the sensitivities do not fall with depth; use a power law")
-    power = (decay + growth) / -fall
-    weights = np.where(active, np.exp(power * (logs - logs[active].max())), 1.0) * volume
+    power = decay / -fall
+    weights = np.where(active, np.exp(power * (logs - logs[active].max())), 1.0) * _padding_factor(mesh, layers)
     return DepthWeighting(_sections(mesh, weights, active), power, decay, active)
 
 
 def power_law_weights(mesh: Mesh, active: npt.ArrayLike | None = None, *, z0: float | None = None,
-                      decay: float = DECAY) -> DepthWeighting:
+                      decay: float = POWER_LAW_DECAY) -> DepthWeighting:
     """Weights that fall like (depth + z0)^-decay below the first active cell of each column.
 
     Parameters
@@ -163,7 +167,8 @@ def power_law_weights(mesh: Mesh, active: npt.ArrayLike | None = None, *, z0: fl
     z0 = 0.5 * float(mesh.z_widths[0]) if z0 is None else z0
     if not (z0 > 0.0 and decay >= 0.0):
         raise UsageError(f"weights: expected z0 above 0 and a power of 0 or more, found {z0:g}, {decay:g}")
-    weights = np.where(mask, (_depths(mesh, mask) / z0 + 1.0) ** -decay, 1.0) * _volume_factor(mesh)
+    weights = np.where(mask, (_depths(mesh, mask) / z0 + 1.0) ** -decay, 1.0)
+    weights *= _padding_factor(mesh, _core(mesh, None)[2])
     return DepthWeighting(_sections(mesh, weights, mask), decay, decay, mask)
 
 
@@ -180,14 +185,18 @@ def _depths(mesh: Mesh, active: Mask) -> Reals:
     return np.maximum(depths, 0.0)
 
 
-def _volume_factor(mesh: Mesh) -> Reals:
-    """(V / V_min)^2 of each cell, shape (nz, nx, ny)."""
-    volumes = np.asarray(mesh.cube(mesh.volumes()), dtype=np.float64)
-    return np.asarray(np.square(volumes / float(volumes.min())), dtype=np.float64)
+def _padding_factor(mesh: Mesh, layers: int) -> Reals:
+    """(V / V_core)^2 of each cell, shape (nz, nx, ny): by its area over the smallest one, and below the core by its
+    thickness over that of the lowest core layer. Layers of the core may grow with depth; that makes no padding of them."""
+    thickness = mesh.z_widths / mesh.z_widths[layers - 1]
+    thickness[:layers] = 1.0
+    area = np.outer(mesh.x_widths / mesh.x_widths.min(), mesh.y_widths / mesh.y_widths.min())
+    return np.asarray(np.square(thickness[:, None, None] * area[None, :, :]), dtype=np.float64)
 
 
-def _below_stations(mesh: Mesh, depth: Reals, stations: Reals | None) -> Mask:
-    """Cells below the stations, down to half the length of the survey: deeper, the survey itself looks small."""
+def _core(mesh: Mesh, stations: Reals | None) -> tuple[Mask, Mask, int]:
+    """Columns along x and along y below the stations, and the layers down to half the length of the survey: deeper, the
+    survey itself looks small."""
     x, y = mesh.x_widths, mesh.y_widths
     inside_x, inside_y = x < 1.01 * x.min(), y < 1.01 * y.min()
     reach = 0.5 * max(float(x[inside_x].sum()), float(y[inside_y].sum()))
@@ -198,11 +207,9 @@ def _below_stations(mesh: Mesh, depth: Reals, stations: Reals | None) -> Mask:
         inside_y = _covered(mesh.y_nodes, float(south), float(north))
         reach = 0.5 * max(float(east - west), float(north - south))
     layers = max(int(np.searchsorted(np.cumsum(mesh.z_widths), reach)), min(4, mesh.nz))
-    below: Mask = np.zeros(depth.shape, dtype=bool)
     if not (inside_x.any() and inside_y.any()):
         inside_x, inside_y = np.ones(mesh.nx, dtype=bool), np.ones(mesh.ny, dtype=bool)
-    below[:layers] = inside_x[:, None] & inside_y[None, :]
-    return below
+    return inside_x, inside_y, min(layers, mesh.nz)
 
 
 def _covered(nodes: Reals, least: float, most: float) -> Mask:

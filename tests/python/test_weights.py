@@ -8,7 +8,7 @@ import pytest
 from voxlith import Mesh, UsageError, write_sensitivity
 from voxlith.io.weight_file import read_weight_files, write_weight_file
 from voxlith.survey import Survey
-from voxlith.weights import DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
+from voxlith.weights import DECAY, POWER_LAW_DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
 
 CELL = 60.0
 
@@ -118,7 +118,7 @@ def test_inactive_cells():
     assert (made.cells.x_difference[:2, 9] == 0.0).all() and (made.cells.x_difference[2:, 9] > 0.0).all()
     law = power_law_weights(mesh, mesh.flat(made.active))
     below = law.cells.smallness[2, 4, 4] / law.cells.smallness[2, 15, 4]
-    assert below == pytest.approx((2.0 / 6.0) ** -DECAY * (mesh.x_widths[4] / mesh.x_widths[15]) ** 2)
+    assert below == pytest.approx((2.0 / 6.0) ** -POWER_LAW_DECAY * (mesh.x_widths[4] / mesh.x_widths[15]) ** 2)
 
 
 def test_sensitivities_of_files(tmp_path):

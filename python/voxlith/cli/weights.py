@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from ..errors import UsageError
 from ..io.numbers import number_text
 from ..io.weight_file import write_weight_file
-from ..weights import DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
+from ..weights import DECAY, POWER_LAW_DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
 from .output import check_output, say
 from .parser import Parser, number_from
 
@@ -29,8 +29,9 @@ def make_parser() -> Parser:
     add("--mtx", metavar="FILE", nargs="+", action="extend", required=True, help="Sensitivity file; several for a joint run")
     add("--law", choices=["sensitivity", "power"], default="sensitivity",
         help="sensitivity: by the sensitivities of the files; power: by a power of the depth (default: sensitivity)")
-    add("--decay", metavar="NUMBER", type=number_from(0.0), default=DECAY,
-        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g})")
+    add("--decay", metavar="NUMBER", type=number_from(0.0),
+        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g}; "
+             f"{POWER_LAW_DECAY:g} with --law power)")
     add("--z0", metavar="METRES", type=number_from(0.0, above=True),
         help="Added to the depth, with --law power (default: half the first layer)")
     add("--out", metavar="FILE", required=True, help="Weighting file to write")
@@ -42,15 +43,18 @@ def run(arguments: Sequence[str]) -> int:
     options = make_parser().parse(arguments)
     if options.z0 is not None and options.law != "power":
         raise UsageError("--z0 goes with --law power")
+    decay = options.decay
+    if decay is None:
+        decay = POWER_LAW_DECAY if options.law == "power" else DECAY
     check_output(options.out, {f"--mtx {name}": name for name in options.mtx})
     header, mesh, sensitivity = read_cell_sensitivity(options.mtx)
-    made = sensitivity_weights(mesh, sensitivity, header, options.decay)
+    made = sensitivity_weights(mesh, sensitivity, header, DECAY if options.law == "power" else decay)
     if options.law == "power":
-        made = power_law_weights(mesh, mesh.flat(made.active), z0=options.z0, decay=options.decay)
+        made = power_law_weights(mesh, mesh.flat(made.active), z0=options.z0, decay=decay)
     write_weight_file(options.out, made.cells)
     weights = made.cells.smallness[made.active] / float(made.cells.smallness[made.active].max())
     say(f"{options.out}: {mesh.nx} x {mesh.ny} x {mesh.nz} cells, {int(made.active.sum())} active")
-    say(f"weights:        1 to {number_text(float(f'{weights.min():.3g}'))}, falling like (depth + z0)^-{number_text(options.decay)} below the stations")
+    say(f"weights:        1 to {number_text(float(f'{weights.min():.3g}'))}, falling like (depth + z0)^-{number_text(decay)} below the stations")
     if options.law == "sensitivity":
         say(f"power:          {made.power:.3f} of the relative sensitivities")
     say("alphas:         1 1 1 1 go with these weights on line 9")
