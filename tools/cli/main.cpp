@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/messages.h"
+#include "base/process_setup.h"
 #include "cli/error_text.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
@@ -64,6 +65,7 @@ int runTools(int argumentCount, char** arguments) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+    voxlith::prepareProcess();
     try {
         return runTools(argumentCount, arguments);
     } catch (const voxlith::PlainStop&) {
