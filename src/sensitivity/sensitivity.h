@@ -39,8 +39,9 @@ struct Sensitivity {
     SparseCoefStore store;
     std::array<MtxInput, maxFiles> files;
     std::int32_t nMtx = 1;
-    std::int32_t idisk = 0;       // 0: rows in memory; 1: rows read from disk at every product
-    bool foldDepthWeight = true;  // the inversion variable holds the depth weight already
+    std::int32_t idisk = 0;        // 0: rows in memory; 1: rows read from disk at every product
+    bool foldDepthWeight = true;   // the inversion variable holds the depth weight already
+    bool ownDepthWeights = false;  // without folding, forward products take each file's own depth weight
 
     std::vector<float> depthWeight;     // (k, i, j) by file
     std::vector<double> gtgdiag;        // (k, i, j) by file
