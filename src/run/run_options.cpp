@@ -2,6 +2,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
 #include "base/messages.h"
 #include "base/text_line.h"
 #include "driver/run_state.h"
@@ -9,12 +16,59 @@
 
 namespace voxlith {
 
+namespace {
+
+bool isNumber(const std::string& text) {
+    char* end = nullptr;
+    std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0';
+}
+
+// Options whose number may be left out: "--target-rms 2" becomes "--target-rms=2", "--target-rms" gets its default.
+std::vector<std::string> joinNumbers(int argumentCount, const char* const* arguments) {
+    std::vector<std::string> joined;
+    for (int n = 1; n < argumentCount; ++n) {
+        joined.emplace_back(arguments[n]);
+        const bool isRms = joined.back() == "--target-rms";
+        if (isRms || joined.back() == "--until-converged") {
+            const bool given = n + 1 < argumentCount && isNumber(arguments[n + 1]);
+            joined.back() += given ? "=" + std::string(arguments[n + 1]) : isRms ? "=1" : "=1e-6";
+            n += given ? 1 : 0;
+        }
+    }
+    return joined;
+}
+
+void checkConvergedOptions(const RunOptions& options) {
+    if (!(options.tolerance > 0.0 && options.tolerance < 1.0)) {
+        throw RunError("--until-converged: expected a number above 0 and below 1");
+    }
+    if (!(options.rms > 0.0) || !std::isfinite(options.rms)) {
+        throw RunError("--target-rms: expected a number above 0");
+    }
+    for (const std::string& keyword : options.keywords) {
+        const std::string name = keyword.substr(0, keyword.find('='));
+        if (options.targetRms && (name == "Tradeoff" || name == "tradeoff" || name == "TRADEOFF")) {
+            throw RunError("command line, \"" + keyword + "\": --target-rms finds the trade-off itself");
+        }
+    }
+}
+
+}  // namespace
+
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
     CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", "voxlith-run");
     app.set_version_flag("--version", "voxlith-run " + std::string(programVersion));
     app.add_option("CONTROL", options.controlFile, "control file, by custom voxlith.inp")->required();
     app.add_option("KEYWORDS", options.keywords,
                    "keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
+    app.add_option("--until-converged", options.tolerance,
+                   "minimise the objective of the iteration table exactly, until a step promises to lower it by less "
+                   "than this share (default 1e-6; 1e-4 with --target-rms)")
+        ->type_name("[TOL]");
+    app.add_option("--target-rms", options.rms,
+                   "find the trade-off at which the converged RMS misfit is this number (default 1)")
+        ->type_name("[R]");
     app.add_flag("--continue", options.continueRun,
                  "go on with the stopped run of this folder: from its checkpoint, else from its running model");
     app.add_flag("--check", options.check,
@@ -26,8 +80,17 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
         "130 or 143 stopped by a signal after a complete iteration.");
     try {
-        app.parse(argumentCount, arguments);
+        std::vector<std::string> joined = joinNumbers(argumentCount, arguments);
+        std::reverse(joined.begin(), joined.end());
+        app.parse(joined);
         checkKeywords(options.keywords);
+        options.targetRms = app.count("--target-rms") > 0;
+        const bool toleranceGiven = app.count("--until-converged") > 0;
+        options.untilConverged = toleranceGiven || options.targetRms;
+        if (options.targetRms && !toleranceGiven) {
+            options.tolerance = 1.0e-4;
+        }
+        checkConvergedOptions(options);
     } catch (const CLI::Success& asked) {
         app.exit(asked);
         return ParseResult::shown;

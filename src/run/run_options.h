@@ -13,6 +13,10 @@ struct RunOptions {
     bool check = false;                 // read everything, run nothing
     bool quiet = false;                 // nothing on standard output
     std::string jsonLog;                // file with a JSON object for each iteration; empty for none
+    bool untilConverged = false;        // --until-converged, or --target-rms
+    double tolerance = 1.0e-6;          // of the objective; 1e-4 by default with --target-rms
+    bool targetRms = false;             // --target-rms
+    double rms = 1.0;
 };
 
 enum class ParseResult {

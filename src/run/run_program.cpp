@@ -1,6 +1,7 @@
 #include "run/run_program.h"
 
 #include <array>
+#include <cstdio>
 #include <exception>
 #include <new>
 #include <string>
@@ -12,6 +13,7 @@
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
 #include "run/check_report.h"
+#include "run/convergence/converged_mode.h"
 #include "run/input_checks.h"
 #include "run/iteration_output.h"
 #include "run/loop_checkpoint.h"
@@ -28,16 +30,41 @@ void warn(std::string_view text) {
     errorLine(TextLine("voxlith-run: ").text(text));
 }
 
-// Starts the loop, or puts it back to where the checkpoint stands.
-void beginLoop(InversionLoop& loop, IterationOutput& output, bool resumes) {
-    if (resumes) {
+void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& stored) {
+    const auto text = [](const ConvergedSettings& settings) {
+        std::array<char, 100> line{};
+        std::snprintf(line.data(), line.size(), "--until-converged %.17g", settings.tolerance);
+        std::string options = line.data();
+        if (settings.searchTradeoff) {
+            std::snprintf(line.data(), line.size(), " --target-rms %.17g", settings.targetRms);
+            options += line.data();
+        }
+        return options;
+    };
+    if (wanted.searchTradeoff != stored.searchTradeoff || wanted.tolerance != stored.tolerance ||
+        wanted.targetRms != stored.targetRms) {
+        throw RunError(std::string(checkpointName) + ": written with " + text(stored) + ", found " + text(wanted));
+    }
+}
+
+// Starts the loop, or puts it back to where the checkpoint stands. `mode` is null for the steps of voxlith.
+void beginLoop(InversionLoop& loop, IterationOutput& output, RunState& run, ConvergedMode* mode) {
+    const std::vector<StateBlock> more = mode != nullptr ? blocksOf(*mode) : std::vector<StateBlock>{};
+    if (run.control.resumes) {
         prepareArrays(loop.problem);
-        restoreCheckpoint(loop, output.inputs);
+        const ConvergedSettings wanted = mode != nullptr ? mode->state.settings : ConvergedSettings{};
+        restoreCheckpoint(loop, output.inputs, more);
+        if (mode != nullptr) {
+            compareSettings(wanted, mode->state.settings);
+        }
         resumeScreenTable(loop);
     } else {
         beginInversion(loop);
     }
-    reportStart(output, loop);
+    if (mode != nullptr) {
+        beginConvergedMode(*mode, loop, run.control.inversion);
+    }
+    reportStart(output, loop, more);
 }
 
 // False when a signal has stopped the iterations.
@@ -50,6 +77,20 @@ bool iterate(InversionLoop& loop, IterationOutput& output) {
         const bool conjugateGradients = rowOf(loop).steppedByConjugateGradients;
         advanceCycle(loop.state);
         if (!betweenIterations(output, loop, conjugateGradients ? "conjugate_gradient" : "optimiser")) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMode& mode, InversionOptions& options) {
+    while (loop.state.continueFlag) {
+        startIteration(loop);
+        takeConvergedStep(mode, loop, options);
+        beforeReport(output);
+        finishIteration(loop);
+        advanceConvergedMode(mode, loop);
+        if (!betweenIterations(output, loop, "newton", blocksOf(mode))) {
             return false;
         }
     }
@@ -124,8 +165,11 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     IterationOutput output;
     beginOutput(output, options, problem, run.control.iRestart > 0);
     keepIterations();
-    beginLoop(loop, output, run.control.resumes);
-    const bool completed = iterate(loop, output);
+    ConvergedMode mode;
+    mode.state.settings = {options.targetRms, options.rms, options.tolerance};
+    beginLoop(loop, output, run, options.untilConverged ? &mode : nullptr);
+    const bool completed =
+        options.untilConverged ? iterateConverged(loop, output, mode, run.control.inversion) : iterate(loop, output);
     if (!completed) {
         publishStagedFiles(loop.staged);
         closeInversion(run);
@@ -135,6 +179,9 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
         logLine(run.messages, text);
         closeLog(run.messages, cpuStart, julianStart);
         return static_cast<RunStatus>(signalStatus + recordedSignal());
+    }
+    if (options.untilConverged) {
+        reportConvergence(mode, loop);
     }
     finishInversion(loop);
     closeInversion(run);

@@ -1,0 +1,78 @@
+// The modes of voxlith-run that minimise the objective: with the trade-off of the control file (--until-converged), or
+// with the one at which the misfit is a target (--target-rms). One Newton step is one iteration of the table.
+//
+//   ConvergedMode mode;
+//   mode.state.settings = ...;
+//   beginConvergedMode(mode, loop, options);       after beginInversion or a restored loop
+//   while (loop.state.continueFlag) {
+//       startIteration(loop);
+//       takeConvergedStep(mode, loop, options);
+//       finishIteration(loop);
+//       advanceConvergedMode(mode, loop);
+//   }
+//   reportConvergence(mode, loop);
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
+#include "inversion/inversion_loop.h"
+#include "run/checkpoint_file.h"
+#include "run/convergence/newton_step.h"
+#include "run/convergence/tradeoff_search.h"
+
+namespace voxlith {
+
+struct ConvergedSettings {
+    bool searchTradeoff = false;  // --target-rms
+    double targetRms = 1.0;
+    double tolerance = 1.0e-6;  // predicted decrease of phi over phi at the end
+};
+
+// Largest number of Newton steps of a run; the limit of the control file counts steps of another kind.
+constexpr std::int32_t mostNewtonSteps = 1000;
+
+enum class ConvergedEnd : std::int32_t { running, tolerance, noDecrease, mostSteps };
+
+// What lasts from one iteration to the next, beside the model: plain data for the checkpoint.
+struct ConvergedState {
+    ConvergedSettings settings;
+    bool begun = false;
+    double multiplier = 0;         // of the next step
+    double predictedDecrease = 0;  // of the last step
+    double gradientNorm = 0, firstGradientNorm = 0;
+    double objective = 0;
+    std::int64_t products = 0;
+    std::int32_t stepsAtTradeoff = 0;
+    bool improved = true;
+    ConvergedEnd end = ConvergedEnd::running;
+    TradeoffSearch search;
+};
+static_assert(std::is_trivially_copyable_v<ConvergedState>);
+
+struct ConvergedMode {
+    ConvergedState state;
+    NewtonWork work;
+};
+
+// The blocks of a checkpoint.
+std::vector<StateBlock> blocksOf(ConvergedMode& mode);
+
+// Brings the model within its bounds and, for a new search, sets the first trade-off in `options`, which must be those
+// of the loop's problem. A mode whose state was put back from a checkpoint goes on from it. Throws RunError for data
+// without an exact gradient.
+void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, InversionOptions& options);
+
+// One Newton step with the trade-off of the state: changes arrays.model, obs.predData, iterTerms and
+// options.multiplier, and writes the gradient file.
+void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, InversionOptions& options);
+
+// Decides what comes next: another step, another trade-off, or the end (continueFlag).
+void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop);
+
+// Lines on the screen and in the log: which rule ended the run, how far the objective can be from its minimum, and for
+// a target that was not reached the reasons. Leaves the gradient at the model in work.gradient.
+void reportConvergence(ConvergedMode& mode, InversionLoop& loop);
+
+}  // namespace voxlith

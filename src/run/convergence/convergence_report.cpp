@@ -1,0 +1,220 @@
+#include "run/convergence/convergence_report.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/messages.h"
+
+namespace voxlith {
+
+namespace {
+
+std::span<double> modelOf(const InversionProblem& problem) {
+    return std::span(problem.arrays.model).first(problem.modelSize());
+}
+
+std::string shortNumber(double value) {
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), "%.4g", value);
+    return text.data();
+}
+
+void say(InversionLoop& loop, const std::string& line) {
+    screenAndLogLine(loop.messages, line);
+}
+
+double rmsOf(const ComponentMisfit& misfit) {
+    return misfit.count > 0 ? std::sqrt(misfit.squares / misfit.count) : 0.0;
+}
+
+ComponentMisfit totalMisfit(const InversionProblem& problem) {
+    ComponentMisfit total;
+    for (const ComponentMisfit& misfit : componentMisfits(problem)) {
+        total.count += misfit.count;
+        total.squares += misfit.squares;
+    }
+    return total;
+}
+
+std::size_t componentCount(const InversionProblem& problem) {
+    return static_cast<std::size_t>(problem.obs.nDataTypes);
+}
+
+std::string componentName(const InversionProblem& problem, std::size_t c) {
+    return "component " + std::to_string(c + 1) + " (" + std::string(dataTypeName(problem.obs.dataType[c])) + ")";
+}
+
+void reportMisfits(InversionLoop& loop) {
+    const auto misfits = componentMisfits(loop.problem);
+    for (std::size_t c = 0; componentCount(loop.problem) > 1 && c < componentCount(loop.problem); ++c) {
+        say(loop, "RMS misfit of " + componentName(loop.problem, c) + ": " + shortNumber(rmsOf(misfits[c])));
+    }
+}
+
+void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
+    const ConvergedState& state = mode.state;
+    const double relative = state.objective > 0.0 ? state.predictedDecrease / state.objective : 0.0;
+    switch (state.end) {
+        case ConvergedEnd::tolerance:
+            say(loop, "Converged: the last step promised to lower the objective by " + shortNumber(relative) +
+                          " of it; norm of the projected gradient " + shortNumber(state.gradientNorm) + ", " +
+                          shortNumber(state.firstGradientNorm) + " at the first step with this trade-off");
+            break;
+        case ConvergedEnd::noDecrease:
+            say(loop, "Converged: no step lowers the objective beyond rounding");
+            break;
+        default:
+            say(loop, "Not converged: the limit of " + std::to_string(mostNewtonSteps) +
+                          " steps is reached; the last step promised to lower the objective by " +
+                          shortNumber(relative) + " of it");
+            break;
+    }
+    if (mode.work.data.amplitude) {
+        say(loop, "Amplitude data: the objective is not convex, this is a local minimum");
+        return;
+    }
+    const double bound = largestPossibleDecrease(loop.problem, mode.work);
+    const std::string share = state.objective > 0.0 ? shortNumber(100.0 * bound / state.objective) : "0";
+    say(loop, std::isfinite(bound)
+                  ? "The objective, " + shortNumber(state.objective) + ", is at most " + share + " % above its minimum"
+                  : "Without bounds and reference model there is no limit for the distance from the minimum");
+}
+
+// The RMS misfit that is reached from the model in some steps; the model is put back by the caller.
+double rmsAfterSteps(ConvergedMode& mode, InversionLoop& loop, std::span<const std::size_t> components) {
+    constexpr std::int32_t mostSteps = 12;
+    constexpr double enough = 1.0e-3;
+    const InversionProblem& problem = loop.problem;
+    ScaledObjective current = evaluateObjective(problem, mode.work, modelOf(problem));
+    for (std::int32_t step = 0; step < mostSteps; ++step) {
+        const NewtonResult result = takeNewtonStep(problem, mode.work, current, NewtonLimits{});
+        current = {result.terms, result.misfit, result.objective};
+        if (!result.improved || result.predictedDecrease <= enough * result.objective) {
+            break;
+        }
+    }
+    const auto misfits = componentMisfits(problem);
+    ComponentMisfit total;
+    for (const std::size_t c : components) {
+        total.count += misfits[c].count;
+        total.squares += misfits[c].squares;
+    }
+    return rmsOf(total);
+}
+
+std::vector<std::size_t> allComponents(const InversionProblem& problem) {
+    std::vector<std::size_t> components(componentCount(problem));
+    for (std::size_t c = 0; c < components.size(); ++c) {
+        components[c] = c;
+    }
+    return components;
+}
+
+bool boundsAct(const InversionProblem& problem, const NewtonWork& work) {
+    const std::span<const double> model = modelOf(problem);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        if (problem.bounds.fixedCell[n] == 0 && (model[n] <= work.lower[n] || model[n] >= work.upper[n])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The same trade-off without bounds, then with one component at a time.
+void findReasons(ConvergedMode& mode, InversionLoop& loop) {
+    const InversionProblem& problem = loop.problem;
+    NewtonWork& work = mode.work;
+    const double target = mode.state.settings.targetRms;
+    const double reached = rmsOf(totalMisfit(problem));
+    const std::vector<double> model(modelOf(problem).begin(), modelOf(problem).end());
+    const auto putBack = [&] { std::copy(model.begin(), model.end(), modelOf(problem).begin()); };
+    bool explained = false;
+    if (boundsAct(problem, work)) {
+        const std::vector<double> lower = work.lower, upper = work.upper;
+        std::fill(work.lower.begin(), work.lower.end(), -std::numeric_limits<double>::infinity());
+        std::fill(work.upper.begin(), work.upper.end(), std::numeric_limits<double>::infinity());
+        const double rms = rmsAfterSteps(mode, loop, allComponents(problem));
+        work.lower = lower;
+        work.upper = upper;
+        putBack();
+        if (rms < 0.5 * (reached + target)) {
+            explained = true;
+            say(loop, "Reason: the bounds. Without them the RMS misfit falls to " + shortNumber(rms) +
+                          ": wider bounds, another sign, or a background to remove");
+        }
+    }
+    bool eachAlone = componentCount(problem) > 1;
+    for (std::size_t c = 0; componentCount(problem) > 1 && c < componentCount(problem); ++c) {
+        work.data.componentScale.fill(0.0);
+        work.data.componentScale[c] = 1.0;
+        const double rms = rmsAfterSteps(mode, loop, std::array{c});
+        putBack();
+        eachAlone = eachAlone && rms <= 1.02 * target;
+        if (rms > 1.02 * target) {
+            explained = true;
+            say(loop, "Reason: " + componentName(problem, c) + " alone is fitted to an RMS misfit of " +
+                          shortNumber(rms) +
+                          " at best: its standard deviations are too small, or the cells too coarse");
+        }
+    }
+    work.data.componentScale.fill(1.0);
+    if (eachAlone) {
+        explained = true;
+        say(loop,
+            "Reason: each component alone is fitted, all together are not: they contradict each other (constant "
+            "offsets, units, positions, or a property that they do not share)");
+    }
+    if (!explained) {
+        say(loop,
+            "Reason: the cells are too coarse or the mesh too small for the data, or the standard deviations are too "
+            "small for their noise");
+    }
+    evaluateObjective(problem, work, modelOf(problem));  // the predictions of the model again
+}
+
+void reportSearchEnd(ConvergedMode& mode, InversionLoop& loop) {
+    const TradeoffSearch& search = mode.state.search;
+    const std::string rms = shortNumber(rmsOf(totalMisfit(loop.problem)));
+    const std::string target = shortNumber(mode.state.settings.targetRms);
+    const std::string tradeoff = shortNumber(loop.problem.options.multiplier);
+    switch (search.end) {
+        case SearchEnd::reached:
+            say(loop, "Target RMS misfit " + target + ": reached " + rms + " with trade-off " + tradeoff + " after " +
+                          std::to_string(search.trialCount) + " trade-offs");
+            break;
+        case SearchEnd::noModelNeeded:
+            say(loop, "Target RMS misfit " + target + ": the misfit stays below it, " + rms +
+                          ", however large the trade-off: the data need no structure in the model");
+            break;
+        default:
+            say(loop,
+                "Target RMS misfit " + target + ": not reached, the best is " + rms + " with trade-off " + tradeoff);
+            break;
+    }
+    say(loop, "The trade-offs tried are in voxlith_tradeoff.csv");
+}
+
+}  // namespace
+
+void reportConvergedEnd(ConvergedMode& mode, InversionLoop& loop) {
+    say(loop, "");
+    if (mode.state.settings.searchTradeoff && mode.state.search.end != SearchEnd::searching) {
+        reportSearchEnd(mode, loop);
+    }
+    reportMisfits(loop);
+    reportAccuracy(mode, loop);
+    const SearchEnd end = mode.state.search.end;
+    if (end == SearchEnd::misfitStays || end == SearchEnd::mostTrials) {
+        findReasons(mode, loop);
+    }
+    say(loop,
+        "Products with the sensitivities, forward and transposed: " + std::to_string(mode.work.data.productCount));
+}
+
+}  // namespace voxlith
