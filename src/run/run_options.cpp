@@ -1,7 +1,6 @@
 #include "run/run_options.h"
 
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
