@@ -61,10 +61,12 @@ void checkStations(const ObsSet& obs, const StationColumns& stations, const std:
             isSamePosition(obs.ObsZ[record], stations.z[record])) {
             continue;
         }
-        throw RunError(dataFile + ", station " + std::to_string(record + 1) + ": expected the position " +
-                       positionText(stations.x[record], stations.y[record], stations.z[record]) + " of " +
-                       sensitivityFile + ", found " +
-                       positionText(obs.ObsX[record], obs.ObsY[record], obs.ObsZ[record]));
+        std::string problem = dataFile;
+        problem.append(", station ").append(std::to_string(record + 1)).append(": expected the position ");
+        problem.append(positionText(stations.x[record], stations.y[record], stations.z[record]));
+        problem.append(" of ").append(sensitivityFile).append(", found ");
+        problem.append(positionText(obs.ObsX[record], obs.ObsY[record], obs.ObsZ[record]));
+        throw RunError(problem);
     }
 }
 

@@ -8,6 +8,7 @@ says how often the run was continued, are left out. Processes are stopped here, 
 """
 import argparse
 import os
+import pty
 import random
 import shutil
 import signal
@@ -111,6 +112,46 @@ def faults_of_other_inputs(program, inputs, work):
     return []
 
 
+def faults_of_signals(program, inputs, work):
+    """SIGINT and SIGTERM end the run after an iteration with status 130 and 143; a terminal shows the progress and the time left."""
+    faults = []
+    kind = surveys.Kind('long', ['gz.obs', 'gz.mtx'], last='3000')
+    for with_signal in (signal.SIGINT, signal.SIGTERM):
+        folder = os.path.join(work, with_signal.name)
+        surveys.new_folder(folder, inputs, kind)
+        terminal, errors = pty.openpty()
+        process = surveys.start(program, folder, kind, stderr=errors)
+        os.close(errors)
+        while process.poll() is None and len(surveys.whole_rows(folder)) < 5:
+            time.sleep(0.001)
+        process.send_signal(with_signal)
+        shown = shown_on(terminal)
+        process.wait()
+        done = surveys.whole_rows(folder)[-1]
+        if process.returncode != 128 + with_signal:
+            faults.append('%s: ended with status %d' % (with_signal.name, process.returncode))
+        for wanted in ('iteration 1 of 3000, RMS misfit', ' left', 'stopped by a signal after iteration %d' % done):
+            if wanted not in shown:
+                faults.append('%s: the terminal does not show "%s"' % (with_signal.name, wanted))
+        if not surveys.has(folder, CHECKPOINT):
+            faults.append('%s: there is no checkpoint' % with_signal.name)
+    return faults
+
+
+def shown_on(terminal):
+    """All that a process writes to its terminal until it ends."""
+    shown = b''
+    while True:
+        try:
+            more = os.read(terminal, 65536)
+        except OSError:  # the other end is closed
+            more = b''
+        if not more:
+            os.close(terminal)
+            return shown.decode(errors='replace')
+        shown += more
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--program', required=True)
@@ -133,7 +174,7 @@ def main():
             print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)
             continue
         cases.append((kind,) + undisturbed(program, inputs, work, kind))
-    faults = faults_of_other_inputs(program, inputs, work)
+    faults = faults_of_other_inputs(program, inputs, work) + faults_of_signals(program, inputs, work)
     for fault in faults:
         print(fault)
     stops, trials, failed = 0, 0, len(faults)
