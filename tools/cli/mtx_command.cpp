@@ -16,6 +16,7 @@
 #include "forward/number_text.h"
 #include "forward/row_journal.h"
 #include "forward/sensitivity_rows.h"
+#include "forward/worker_count.h"
 #include "survey/data_types.h"
 #include "survey/inversion_style.h"
 
@@ -215,6 +216,11 @@ struct TailArrays {
     std::vector<double> gtgdiag, layerResponse;
 };
 
+std::size_t threadsOf(const MtxOptions& options, const MtxContent& content) {
+    const MeshGeometry& mesh = content.survey.mesh;
+    return threadCount(options.survey, rowWorkBytes(mesh.cellCount(), paddedExtentsOf(mesh).total()));
+}
+
 TailArrays makeTail(const MtxContent& content) {
     const MeshGeometry& mesh = content.survey.mesh;
     return {std::vector<double>(mesh.cellCount()),
@@ -229,7 +235,7 @@ void writeJoined(const MtxOptions& options, const MtxContent& content, bool sumB
     TailArrays tail = makeTail(content);
     RowSources sources;
     sources.stored = &stored;
-    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadCount(options.survey), sources,
+    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadsOf(options, content), sources,
                                      tail.gtgdiag, tail.layerResponse);
     writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
 }
@@ -258,7 +264,7 @@ void writeComputed(const MtxOptions& options, const MtxContent& content, bool su
     openRowJournal(journal, options.outFile, content, sumBelow, options.tolerance, run);
     TailArrays tail = makeTail(content);
     const RowSources sources{&run.stored, run.rows, &journal};
-    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadCount(options.survey), sources,
+    report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadsOf(options, content), sources,
                                      tail.gtgdiag, tail.layerResponse);
     writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
 }

@@ -10,6 +10,7 @@
 #include "formats/observed_data.h"
 #include "forward/cell_values.h"
 #include "forward/number_text.h"
+#include "forward/worker_count.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
@@ -57,7 +58,8 @@ PredictReport writePrediction(const PredictOptions& options) {
     checkOutput(options.outFile, options.survey, options.model);
     const Survey survey = readSurvey(options.survey);
     const std::vector<double> model = readModel(options.model, survey.mesh.cellCount());
-    const std::vector<double> data = predictData(survey, model, threadCount(options.survey));
+    const std::vector<double> data =
+        predictData(survey, model, threadCount(options.survey, datumWorkBytes(survey.mesh.cellCount())));
     ObsSet obs;
     fillObservedData(survey, data, options.noise, options.seed, obs);
     writeObsFile(options.outFile, obs, obs.obsData);

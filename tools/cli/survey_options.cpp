@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "base/messages.h"
@@ -15,6 +14,7 @@
 #include "forward/prism.h"
 #include "forward/real_file.h"
 #include "forward/survey_mesh.h"
+#include "forward/worker_count.h"
 
 namespace voxlith {
 
@@ -125,7 +125,8 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
     command
         .add_option("--threads", options.threads,
-                    "Threads (default: all cores that may be used); the result does not depend on them")
+                    "Threads (default: all cores that may be used, fewer where memory is short); the result does not "
+                    "depend on them")
         ->check(CLI::Range(1, 256));
 }
 
@@ -174,12 +175,8 @@ void checkOutput(const std::string& outFile, const SurveyOptions& options, const
     }
 }
 
-std::size_t threadCount(const SurveyOptions& options) {
-    if (options.threads > 0) {
-        return options.threads;
-    }
-    constexpr std::size_t most = 256;
-    return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, most);
+std::size_t threadCount(const SurveyOptions& options, std::size_t bytesPerThread) {
+    return options.threads > 0 ? options.threads : defaultThreads(bytesPerThread);
 }
 
 }  // namespace voxlith

@@ -25,7 +25,7 @@ struct SurveyOptions {
     std::string topographyFile;               // empty: all cells are active; else only named in messages
     std::string surfaceFile;                  // elevations of its surface, real64: columns (x fastest), then stations
     bool surfacePoints = false;               // only the places of these elevations are wanted
-    std::size_t threads = 0;                  // 0: the cores that the process may use
+    std::size_t threads = 0;                  // 0: defaultThreads
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);
@@ -43,6 +43,7 @@ Survey readSurvey(const SurveyOptions& options);
 // Throws RunError when the file to write is one of those that are read: mesh, stations, topography, or `modelFile`.
 void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile);
 
-std::size_t threadCount(const SurveyOptions& options);
+// Those of the options, or defaultThreads.
+std::size_t threadCount(const SurveyOptions& options, std::size_t bytesPerThread);
 
 }  // namespace voxlith

@@ -20,7 +20,8 @@
 //
 // The differences of corner terms cancel: at distance D they have errors of about D^3 / volume units in the last
 // place. From 30 times the largest width of a column on, the series of forward/far_cells.h is used. So the error stays
-// below 1e-8 of the largest response at that distance, at any distance, for cells up to 100 times wider than thick.
+// below 1e-8 of the largest response at that distance, at any distance, for cells up to 100 times wider than thick and
+// columns of up to 200 cells.
 #pragma once
 
 #include <span>
