@@ -46,6 +46,7 @@ void checkAmplitude(const InversionProblem& problem) {
 LineMeans findLineMeans(const InversionProblem& problem) {
     constexpr double negligible = 1.0e-15;
     const ObsSet& obs = problem.obs;
+    const auto lines = std::span(obs.lineFirstLast).first(static_cast<std::size_t>(obs.nLines));
     struct Entry {
         std::size_t row;
         std::int32_t station;
@@ -54,18 +55,18 @@ LineMeans findLineMeans(const InversionProblem& problem) {
     std::vector<Entry> entries;
     std::vector<double> unit(dataCount(problem));
     std::int32_t longest = 0;
-    for (const auto& [first, last] : obs.lineFirstLast) {
+    for (const auto& [first, last] : lines) {
         longest = std::max(longest, last - first + 1);
     }
     for (std::int32_t position = 0; position < longest; ++position) {
         std::fill(unit.begin(), unit.end(), 0.0);
-        for (const auto& [first, last] : obs.lineFirstLast) {
+        for (const auto& [first, last] : lines) {
             if (first + position <= last) {
                 unit[static_cast<std::size_t>(first) - 1 + static_cast<std::size_t>(position)] = 1.0;
             }
         }
         averageAlongLines(obs, problem.lines, unit);
-        for (const auto& [first, last] : obs.lineFirstLast) {
+        for (const auto& [first, last] : lines) {
             for (std::int32_t n = first - 1; n < last && first + position <= last; ++n) {
                 const double weight = unit[static_cast<std::size_t>(n)];
                 if (isValid(weight) && std::abs(weight) > negligible) {

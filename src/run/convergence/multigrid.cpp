@@ -15,6 +15,16 @@ std::size_t coarseExtent(std::size_t fine) {
     return (fine + 1) / 2;
 }
 
+AxisTransfer keepAxis(std::size_t cells) {
+    AxisTransfer transfer;
+    transfer.fine.resize(cells);
+    transfer.coarse.resize(cells);
+    for (std::size_t k = 0; k < cells; ++k) {
+        transfer.fine[k][0] = transfer.coarse[k][0] = {k, 1.0};
+    }
+    return transfer;
+}
+
 AxisTransfer makeTransfer(std::size_t fine) {
     const std::size_t coarse = coarseExtent(fine);
     AxisTransfer transfer;
@@ -124,7 +134,8 @@ void fillCoarser(const GridLevel& fine, GridLevel& coarse) {
         std::fill(array->begin(), array->end(), 0.0);
     }
     std::fill(coarse.isFree.begin(), coarse.isFree.end(), std::uint8_t{0});
-    const double shareX = fine.nx > 1 ? 0.5 : 1.0, shareY = fine.ny > 1 ? 0.5 : 1.0, shareZ = fine.nz > 1 ? 0.5 : 1.0;
+    const double shareX = fine.nx > 1 ? 0.5 : 1.0, shareY = fine.ny > 1 ? 0.5 : 1.0,
+                 shareZ = fine.coarsensZ ? 0.5 : 1.0;
     std::vector<double>& own = coarse.diagonal;
     for (std::size_t j = 0; j < fine.ny; ++j) {
         for (std::size_t i = 0; i < fine.nx; ++i) {
@@ -133,7 +144,7 @@ void fillCoarser(const GridLevel& fine, GridLevel& coarse) {
                 if (fine.isFree[n] == 0) {
                     continue;
                 }
-                const std::size_t parent = indexOf(coarse, k / 2, i / 2, j / 2);
+                const std::size_t parent = indexOf(coarse, fine.coarsensZ ? k / 2 : k, i / 2, j / 2);
                 coarse.isFree[parent] = 1;
                 double rest = fine.diagonal[n];
                 rest -= fine.east[n] + fine.north[n] + fine.down[n];
@@ -147,7 +158,7 @@ void fillCoarser(const GridLevel& fine, GridLevel& coarse) {
                 if (j % 2 == 1) {
                     coarse.north[parent] += shareY * fine.north[n];
                 }
-                if (k % 2 == 1) {
+                if (k % 2 == 1 || !fine.coarsensZ) {
                     coarse.down[parent] += shareZ * fine.down[n];
                 }
             }
@@ -302,7 +313,7 @@ void cycle(Multigrid& grid, std::size_t n) {
 
 }  // namespace
 
-Multigrid makeMultigrid(const MeshGeometry& mesh) {
+Multigrid makeMultigrid(const MeshGeometry& mesh, bool vertical) {
     Multigrid grid;
     GridLevel level;
     level.nz = static_cast<std::size_t>(mesh.nz);
@@ -315,10 +326,11 @@ Multigrid makeMultigrid(const MeshGeometry& mesh) {
         if (last.nx == 1 && last.ny == 1) {
             return grid;
         }
-        last.alongZ = makeTransfer(last.nz);
+        last.coarsensZ = vertical && last.nz > 1;
+        last.alongZ = last.coarsensZ ? makeTransfer(last.nz) : keepAxis(last.nz);
         last.alongX = makeTransfer(last.nx);
         last.alongY = makeTransfer(last.ny);
-        level.nz = coarseExtent(last.nz);
+        level.nz = last.coarsensZ ? coarseExtent(last.nz) : last.nz;
         level.nx = coarseExtent(last.nx);
         level.ny = coarseExtent(last.ny);
     }

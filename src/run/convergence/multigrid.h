@@ -36,6 +36,7 @@ struct AxisTransfer {
 // A grid of the hierarchy; all arrays (k, i, j). Cells that are not free have diagonal 1 and no links.
 struct GridLevel {
     std::size_t nz = 0, nx = 0, ny = 0;
+    bool coarsensZ = true;
     std::vector<double> east, north, down;  // links to the next cell
     std::vector<double> diagonal, inversePivot;
     std::vector<std::uint8_t> isFree;
@@ -47,8 +48,8 @@ struct Multigrid {
     std::vector<GridLevel> levels;
 };
 
-// Sizes the hierarchy for a mesh.
-Multigrid makeMultigrid(const MeshGeometry& mesh);
+// Sizes the hierarchy for a mesh. Without `vertical` terms layers do not belong together and stay as they are.
+Multigrid makeMultigrid(const MeshGeometry& mesh, bool vertical);
 
 // Fills all levels. `dataDiagonal` is c diag(J'J)/N in units of the inversion variable; `isFree` (k, i, j).
 void updateMultigrid(const Regularisation& regularisation, double multiplier, std::span<const double> refModel,

@@ -249,7 +249,7 @@ NewtonWork prepareNewton(const InversionProblem& problem) {
           &work.preconditioned, &work.product, &work.trial}) {
         array->assign(size, 0.0);
     }
-    work.grids.assign(problem.modelTypes(), makeMultigrid(problem.mesh));
+    work.grids.assign(problem.modelTypes(), makeMultigrid(problem.mesh, hasVerticalTerms(problem.style())));
     work.scaled.assign(cells, 0.0);
     work.isFree.assign(size, 0);
     work.dataVector.assign(work.data.validData.size(), 0.0);

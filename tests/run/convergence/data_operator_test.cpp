@@ -124,6 +124,7 @@ TEST(DataOperator, IsExactForMeansAlongLines) {
     options.nData = 12;
     SmallProblem small(options);
     small.setLines(2, 1.5F);
+    small.obs.lineFirstLast.resize(5);  // the table is longer than the number of lines
     DataOperator data = makeDataOperator(small.problem());
     ASSERT_FALSE(data.means.rowStart.empty());
     expectAdjoint(small, data);

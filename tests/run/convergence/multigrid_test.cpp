@@ -34,7 +34,7 @@ struct GridProblem {
         options.nData = 2;
         return options;
     }
-    explicit GridProblem(std::int32_t side) : small(optionsOf(side)), grid(makeMultigrid(small.mesh)) {
+    explicit GridProblem(std::int32_t side) : small(optionsOf(side)), grid(makeMultigrid(small.mesh, true)) {
         std::mt19937 random(3);
         std::uniform_real_distribution<double> uniform(0.0, 1.0);
         for (std::size_t n = 0; n < small.cells(); ++n) {
