@@ -62,7 +62,7 @@ void multiply(ProductSetup& setup) {
     const BlockedRows& rows = setup.store.blocked[0];
     gatherUsed(rows, setup.padded, setup.store.compact);
     const bool finite = allFinite(std::span<const double>(setup.store.compact));
-    multiply(rows, setup.words(), setup.store.compact, finite, 0, rows.slabs.size(), setup.rowSums);
+    multiply(rows, setup.words(), setup.store.compact, finite, 0, setup.rowSums.size(), setup.rowSums);
 }
 
 void multiplyTransposed(ProductSetup& setup) {

@@ -11,6 +11,7 @@
 
 #include "base/allocation_failure.h"
 #include "base/large_array.h"
+#include "base/workers.h"
 
 namespace voxlith {
 
@@ -224,8 +225,10 @@ void allocateTopography(RunState& run) {
 void allocateModelArrays(RunState& run) {
     run.memoryTally = 0;
     const ModelSizes sizes = modelSizesOf(run);
-    allocateGroup(run, "", 0.0, "Error: Not enough memory for the wavelet data arrays",
-                  [&] { run.sensitivity.waveletWork.assign(waveletWorkSize(paddedExtentsOf(run.mesh)), 0.0); });
+    allocateGroup(run, "", 0.0, "Error: Not enough memory for the wavelet data arrays", [&] {
+        const std::size_t each = waveletWorkSize(paddedExtentsOf(run.mesh));
+        run.sensitivity.waveletWork.assign(each * workersOfProcess().count, 0.0);
+    });
     allocateWorkVectors(run, sizes);
     allocateSensitivityArrays(run, sizes);
     allocateOptimiserArrays(run, sizes);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 
+#include "base/workers.h"
 #include "sensitivity/rows/blocked_products.h"
 #include "sensitivity/rows/disk_rows.h"
 #include "sensitivity/rows/row_kernels.h"
@@ -11,6 +12,13 @@ namespace voxlith {
 
 namespace {
 
+void clear(std::span<double> values) {
+    forEachRange(values.size(), [&](std::size_t first, std::size_t end) {
+        std::fill(values.begin() + static_cast<std::ptrdiff_t>(first),
+                  values.begin() + static_cast<std::ptrdiff_t>(end), 0.0);
+    });
+}
+
 // Rows that are not blocked yet are multiplied one by one.
 void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<double> out) {
     SparseCoefStore& store = sensitivity.store;
@@ -18,7 +26,7 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
         const BlockedRows& rows = store.blocked[mtx];
         gatherUsed(rows, sensitivity.paddedWork, store.compact);
         const bool finite = allFinite(std::span<const double>(store.compact).first(rows.usedColumns.size()));
-        multiply(rows, wordsOf(store), store.compact, finite, 0, rows.slabs.size(), out);
+        multiplyShared(rows, wordsOf(store), store.compact, finite, out);
         return;
     }
     const RowKernels& kernels = rowKernels();
@@ -40,9 +48,9 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
         if (!rows.usedColumns.empty() && static_cast<std::size_t>(rows.usedColumns.back()) >= cleared) {
             gatherUsed(rows, sensitivity.paddedWork, store.compact);
         } else {
-            std::fill(store.compact.begin(), store.compact.end(), 0.0);
+            clear(store.compact);
         }
-        multiplyTransposed(rows, wordsOf(store), residual, allFinite(residual), 0, bandCount(rows), store.compact);
+        multiplyTransposedShared(rows, wordsOf(store), residual, allFinite(residual), store.compact);
         scatterUsed(rows, store.compact, sensitivity.paddedWork);
         return;
     }
@@ -114,7 +122,7 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     assert(gradient.size() == mesh.cellCount() && mtx < static_cast<std::size_t>(sensitivity.nMtx));
     assert(residual.size() == static_cast<std::size_t>(sensitivity.header.nData));
     const PaddedExtents extents = paddedExtentsOf(mesh);
-    std::fill_n(sensitivity.paddedWork.begin(), extents.total(), 0.0);
+    clear(std::span(sensitivity.paddedWork).first(extents.total()));
     if (sensitivity.idisk == 0) {
         const double passStart = clockSeconds();
         scatterFromMemory(sensitivity, mtx, residual, extents.total());

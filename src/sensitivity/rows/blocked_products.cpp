@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cassert>
 #include <cstring>
 
+#include "base/workers.h"
 #include "sensitivity/rows/row_kernels.h"
 
 #define VOXLITH_KERNELS "sensitivity/rows/blocked_products.inl"
@@ -84,6 +86,34 @@ void addNonFinite(std::span<const RowGroup> groups, const std::int32_t* words, c
     }
 }
 
+struct RowRange {
+    std::size_t first = 0, end = 0;
+    bool has(const RowGroup& group) const {
+        const auto row = static_cast<std::size_t>(group.firstRow);
+        return row >= first && row < end;
+    }
+};
+
+// Calls visit(groups) for those of a slab's groups that are in the range, in their order: all at once, or run by run.
+template <typename Visit>
+void forGroupsOfRows(std::span<const RowGroup> groups, const RowRange& range, const RowSlab& slab, const Visit& visit) {
+    if (range.end - range.first == slab.rowCount) {
+        visit(groups);
+        return;
+    }
+    for (std::size_t g = 0; g < groups.size();) {
+        if (!range.has(groups[g])) {
+            ++g;
+            continue;
+        }
+        const std::size_t first = g;
+        while (g < groups.size() && range.has(groups[g])) {
+            ++g;
+        }
+        visit(groups.subspan(first, g - first));
+    }
+}
+
 // The groups in blocks of a slab whose bands begin in the columns firstColumn up to endColumn.
 std::span<const RowGroup> groupsOfBands(const BlockedRows& rows, const RowSlab& slab, std::int32_t firstColumn,
                                         std::int32_t endColumn) {
@@ -99,19 +129,25 @@ std::span<const RowGroup> groupsOfBands(const BlockedRows& rows, const RowSlab& 
 
 void gatherUsed(const BlockedRows& rows, std::span<const double> padded, std::span<double> compact) {
     assert(compact.size() >= rows.usedColumns.size());
-    for (std::size_t i = 0; i < rows.usedColumns.size(); ++i) {
-        compact[i] = padded[static_cast<std::size_t>(rows.usedColumns[i])];
-    }
+    forEachRange(rows.usedColumns.size(), [&](std::size_t first, std::size_t end) {
+        for (std::size_t i = first; i < end; ++i) {
+            compact[i] = padded[static_cast<std::size_t>(rows.usedColumns[i])];
+        }
+    });
 }
 
 void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::span<double> padded) {
     assert(compact.size() >= rows.usedColumns.size());
-    for (std::size_t i = 0; i < rows.usedColumns.size(); ++i) {
-        padded[static_cast<std::size_t>(rows.usedColumns[i])] = compact[i];
-    }
+    forEachRange(rows.usedColumns.size(), [&](std::size_t first, std::size_t end) {
+        for (std::size_t i = first; i < end; ++i) {
+            padded[static_cast<std::size_t>(rows.usedColumns[i])] = compact[i];
+        }
+    });
 }
 
-bool allFinite(std::span<const double> values) {
+namespace {
+
+bool rangeIsFinite(std::span<const double> values) {
     // Sums of zeros unless one value is infinite or NaN.
     std::array<double, 8> sum{};
     std::size_t i = 0;
@@ -126,24 +162,40 @@ bool allFinite(std::span<const double> values) {
     return std::all_of(sum.begin(), sum.end(), [](double lane) { return lane == 0.0; });
 }
 
+}  // namespace
+
+bool allFinite(std::span<const double> values) {
+    std::atomic<bool> finite{true};
+    forEachRange(values.size(), [&](std::size_t first, std::size_t end) {
+        if (!rangeIsFinite(values.subspan(first, end - first))) {
+            finite = false;
+        }
+    });
+    return finite;
+}
+
 void multiply(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
-              bool finite, std::size_t firstSlab, std::size_t endSlab, std::span<double> out) {
-    assert(compact.size() >= rows.usedColumns.size() && endSlab <= rows.slabs.size());
+              bool finite, std::size_t firstRow, std::size_t endRow, std::span<double> out) {
+    assert(compact.size() >= rows.usedColumns.size() && endRow <= out.size() && firstRow % tileRows == 0);
     const auto multiplyGroups = finite ? widestKernels().multiplyGroups : multiplyNonFinite;
     SlabSums sums;
     double* const lanes = sums.lane.data();
-    for (std::size_t s = firstSlab; s < endSlab; ++s) {
+    for (std::size_t s = firstRow / slabRows; s < rows.slabs.size() && rows.slabs[s].firstRow < endRow; ++s) {
         const RowSlab& slab = rows.slabs[s];
-        assert(slab.firstRow + slab.rowCount <= out.size());
+        const RowRange range{std::max(firstRow, slab.firstRow), std::min(endRow, slab.firstRow + slab.rowCount)};
         std::fill_n(lanes, slab.rowCount * blockWidth, 0.0);
-        multiplyGroups(groupsOf(rows, slab.firstGroup, slab.firstUnsorted), words.data(), compact.data(), slab.firstRow,
-                       lanes);
+        forGroupsOfRows(groupsOf(rows, slab.firstGroup, slab.firstUnsorted), range, slab,
+                        [&](std::span<const RowGroup> groups) {
+                            multiplyGroups(groups, words.data(), compact.data(), slab.firstRow, lanes);
+                        });
         for (const RowGroup& row : groupsOf(rows, slab.firstUnsorted, slab.endGroup)) {
-            multiplyUnsorted(words.data() + row.firstWord, row.count, compact.data(),
-                             lanes + blockWidth * (static_cast<std::size_t>(row.firstRow) - slab.firstRow));
+            if (range.has(row)) {
+                multiplyUnsorted(words.data() + row.firstWord, row.count, compact.data(),
+                                 lanes + blockWidth * (static_cast<std::size_t>(row.firstRow) - slab.firstRow));
+            }
         }
-        for (std::size_t r = 0; r < slab.rowCount; ++r) {
-            out[slab.firstRow + r] = sumOfRowLanes(lanes + blockWidth * r);
+        for (std::size_t row = range.first; row < range.end; ++row) {
+            out[row] = sumOfRowLanes(lanes + blockWidth * (row - slab.firstRow));
         }
     }
 }
@@ -161,6 +213,27 @@ void multiplyTransposed(const BlockedRows& rows, std::span<const std::int32_t> w
                         firstColumn, endColumn, compact.data());
         }
     }
+}
+
+void multiplyShared(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
+                    bool finite, std::span<double> out) {
+    const std::span<const std::int64_t> work(rows.wordsBeforeTile);
+    const std::size_t pieces = piecesFor(static_cast<std::size_t>(work.back()));
+    forEachPiece(pieces, [&](std::size_t piece) {
+        const std::size_t first = tileRows * startOfPiece(work, piece, pieces);
+        const std::size_t end = tileRows * startOfPiece(work, piece + 1, pieces);
+        multiply(rows, words, compact, finite, first, std::min(end, out.size()), out);
+    });
+}
+
+void multiplyTransposedShared(const BlockedRows& rows, std::span<const std::int32_t> words,
+                              std::span<const double> factor, bool finite, std::span<double> compact) {
+    const std::span<const std::int64_t> work(rows.wordsBeforeBand);
+    const std::size_t pieces = piecesFor(static_cast<std::size_t>(rows.wordsBeforeTile.back()));
+    forEachPiece(pieces, [&](std::size_t piece) {
+        multiplyTransposed(rows, words, factor, finite, startOfPiece(work, piece, pieces),
+                           startOfPiece(work, piece + 1, pieces), compact);
+    });
 }
 
 }  // namespace voxlith

@@ -1,7 +1,7 @@
 // Products with the blocked rows of one file, A, and with their transpose: y = A c and c += A'r, where c is the compact
 // array of the used columns.
 //
-// Both take a range, so that threads can share a product: y by slabs, c by bands. Orders of summation depend on the
+// Both take a range, so that threads can share a product: y by rows, c by bands. Orders of summation depend on the
 // layout of the rows alone, not on ranges or on the instruction set. A row is summed in eight lanes, an entry of a
 // block in the lane of its index in the block, bands and blocks ascending; then the lanes are added in one tree. A
 // column receives the groups in the order of the list, one addition per group, after the rows of a
@@ -16,7 +16,7 @@
 
 namespace voxlith {
 
-// compact[i] = padded[usedColumns[i]].
+// compact[i] = padded[usedColumns[i]]. These three are shared by all workers, too.
 void gatherUsed(const BlockedRows& rows, std::span<const double> padded, std::span<double> compact);
 
 // padded[usedColumns[i]] = compact[i]; all other positions stay as they are.
@@ -25,15 +25,22 @@ void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::
 // True if no value is infinite or NaN.
 bool allFinite(std::span<const double> values);
 
-// out[r] = sum over row r of value * compact(column), 0 for a row without coefficients, for the rows of the slabs
-// firstSlab up to endSlab. `words` is the whole store; `finite` is allFinite of the used columns of `compact`.
+// out[r] = sum over row r of value * compact(column), 0 for a row without coefficients, for the rows firstRow up to
+// endRow; both are multiples of tileRows, or the end of the rows. `words` is the whole store; `finite` is allFinite of
+// the used columns of `compact`.
 void multiply(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
-              bool finite, std::size_t firstSlab, std::size_t endSlab, std::span<double> out);
+              bool finite, std::size_t firstRow, std::size_t endRow, std::span<double> out);
 
 // compact(column) += value * factor[r] for every coefficient of every row r whose column is in the bands firstBand up
 // to endBand. `finite` is allFinite(factor).
 void multiplyTransposed(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> factor,
                         bool finite, std::size_t firstBand, std::size_t endBand, std::span<double> compact);
+
+// The same by all workers: y by tiles, c by bands, in shares of equal length as stored.
+void multiplyShared(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> compact,
+                    bool finite, std::span<double> out);
+void multiplyTransposedShared(const BlockedRows& rows, std::span<const std::int32_t> words,
+                              std::span<const double> factor, bool finite, std::span<double> compact);
 
 struct BlockedRowKernels {
     // Adds the products of groups in blocks to the lanes of their rows; the eight lanes of row `firstRow` come first.

@@ -156,6 +156,20 @@ RowSlab orderSlab(std::size_t firstRow, std::size_t rowCount, std::size_t firstG
     return {firstRow, rowCount, firstGroup, static_cast<std::size_t>(unsorted - groups.begin()), groups.size()};
 }
 
+void countWords(BlockedRows& blocked, std::size_t rowCount) {
+    blocked.wordsBeforeTile.assign((rowCount + tileRows - 1) / tileRows + 1, 0);
+    blocked.wordsBeforeBand.assign(bandCount(blocked) + 1, 0);
+    for (const RowGroup& group : blocked.groups) {
+        blocked.wordsBeforeTile[static_cast<std::size_t>(group.firstRow) / tileRows + 1] += wordsOfGroup(group);
+        if (group.form == GroupForm::blocks) {
+            blocked.wordsBeforeBand[static_cast<std::size_t>(group.firstColumn) / bandWidth + 1] += wordsOfGroup(group);
+        }
+    }
+    for (std::vector<std::int64_t>* words : {&blocked.wordsBeforeTile, &blocked.wordsBeforeBand}) {
+        std::partial_sum(words->begin(), words->end(), words->begin());
+    }
+}
+
 }  // namespace
 
 std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset) {
@@ -194,6 +208,7 @@ std::int64_t blockRows(std::span<std::int32_t> words, const RawRows& raw, std::i
         }
         blocked.slabs.push_back(orderSlab(slabRow, endRow - slabRow, firstGroup, blocked.groups));
     }
+    countWords(blocked, raw.length.size());
     return target.word;
 }
 

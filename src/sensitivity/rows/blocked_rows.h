@@ -60,6 +60,9 @@ struct BlockedRows {
     std::vector<RowSlab> slabs;
     std::vector<RowGroup> groups;
     std::vector<std::int32_t> usedColumns;  // ascending positions in the padded array, from 0
+    // Words of all tiles and bands before each one, and the total at the end: equal shares of the products.
+    std::vector<std::int64_t> wordsBeforeTile;
+    std::vector<std::int64_t> wordsBeforeBand;  // of the groups in blocks
 };
 
 inline std::size_t bandCount(const BlockedRows& rows) {

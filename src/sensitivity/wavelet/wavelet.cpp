@@ -4,6 +4,7 @@
 #include <cassert>
 #include <memory>
 
+#include "base/workers.h"
 #include "sensitivity/wavelet/wavelet_lanes.h"
 
 namespace voxlith {
@@ -109,18 +110,31 @@ void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, 
                         WaveletDirection direction, std::span<double> work) {
     assert(padded.size() >= extents.total() && work.size() >= waveletWorkSize(extents));
     assert(filter.coefHigh.size() == filter.coefLow.size());
-    double* const tiles = alignedTiles(work);
-    transformPlanes(padded.data(), extents, filter, direction, 0, extents.npy, tiles);
-    if (extents.npy > longestUntransformedExtent) {
-        const std::size_t plane = extents.npz * extents.npx;
-        waveletKernels().transformLines(padded.data(), {plane, extents.npy, 0, plane}, filter, direction, tiles);
+    const std::size_t pieces = std::min(piecesFor(extents.total()), work.size() / waveletWorkSize(extents));
+    const auto tilesOf = [&](std::size_t piece) {
+        return alignedTiles(work.subspan(piece * waveletWorkSize(extents), waveletWorkSize(extents)));
+    };
+    forEachPiece(pieces, [&](std::size_t piece) {
+        const std::size_t first = startOfPiece(extents.npy, 1, piece, pieces);
+        const std::size_t end = startOfPiece(extents.npy, 1, piece + 1, pieces);
+        transformPlanes(padded.data(), extents, filter, direction, first, end, tilesOf(piece));
+    });
+    if (extents.npy <= longestUntransformedExtent) {
+        return;
     }
+    const std::size_t plane = extents.npz * extents.npx;
+    forEachPiece(pieces, [&](std::size_t piece) {
+        const std::size_t first = startOfPiece(plane, widestTileLines, piece, pieces);
+        const std::size_t end = startOfPiece(plane, widestTileLines, piece + 1, pieces);
+        const AxisLines lines{plane, extents.npy, first, end};
+        waveletKernels().transformLines(padded.data(), lines, filter, direction, tilesOf(piece));
+    });
 }
 
 void padCells(std::span<const double> model, std::span<const float> weight, const MeshGeometry& mesh,
               std::span<double> padded) {
     const CellLines c = cellLinesOf(mesh);
-    for (std::size_t y = 0; y < c.npy; ++y) {
+    const auto padPlane = [&](std::size_t y) {
         for (std::size_t x = 0; x < c.npx; ++x) {
             double* const line = padded.data() + c.npz * (x + c.npx * y);
             if (x >= c.nx || y >= c.ny) {
@@ -137,13 +151,18 @@ void padCells(std::span<const double> model, std::span<const float> weight, cons
             }
             std::fill_n(line + c.shared, c.npz - c.shared, 0.0);
         }
-    }
+    };
+    forEachRange(c.npy, 1, c.npz * c.npx, [&](std::size_t first, std::size_t end) {
+        for (std::size_t y = first; y < end; ++y) {
+            padPlane(y);
+        }
+    });
 }
 
 void cropCells(std::span<const double> padded, std::span<const float> weight, const MeshGeometry& mesh,
                std::span<double> model) {
     const CellLines c = cellLinesOf(mesh);
-    for (std::size_t y = 0; y < c.ny; ++y) {
+    const auto cropPlane = [&](std::size_t y) {
         for (std::size_t x = 0; x < c.nx; ++x) {
             const double* const line = padded.data() + c.npz * (x + c.npx * y);
             const std::size_t cell = mesh.cellIndex(0, x, y);
@@ -157,7 +176,12 @@ void cropCells(std::span<const double> padded, std::span<const float> weight, co
             // A surface layer is spread down its column with the weight of its own last cell.
             std::fill_n(model.data() + cell + c.shared, c.nz - c.shared, model[cell + c.shared - 1]);
         }
-    }
+    };
+    forEachRange(c.ny, 1, c.nz * c.nx, [&](std::size_t first, std::size_t end) {
+        for (std::size_t y = first; y < end; ++y) {
+            cropPlane(y);
+        }
+    });
 }
 
 }  // namespace voxlith

@@ -38,7 +38,7 @@ enum class WaveletDirection { forward = 1, inverse = -1 };
 // The quadrature mirror of `coefLow`: coefHigh(n+1-k) = s coefLow(k), s = -1, +1, ... for k = 1, 2, ...
 std::vector<float> mirrorTaps(std::span<const float> coefLow);
 
-// Values of the work array of the transform.
+// Values of the work array of the transform, for each worker that is to share it.
 std::size_t waveletWorkSize(const PaddedExtents& extents);
 
 // One level on the first n values of `a`; `work` has n values at least. Nothing happens below n = 4. This is the
@@ -47,8 +47,8 @@ void waveletStep(std::span<double> a, std::size_t n, const WaveletFilter& filter
                  std::span<double> work);
 
 // All levels along z, x, y in this order; axes of extent 4 or less are not transformed. In place; `work` has
-// waveletWorkSize values. Allocates nothing. The same bytes as line by line with waveletStep, with every instruction
-// set.
+// waveletWorkSize values, or a multiple of it: as many workers share the transform. Allocates nothing. The same bytes
+// as line by line with waveletStep, with every instruction set and any number of workers.
 void waveletTransform3D(std::span<double> padded, const PaddedExtents& extents, const WaveletFilter& filter,
                         WaveletDirection direction, std::span<double> work);
 

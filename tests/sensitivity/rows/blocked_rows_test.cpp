@@ -54,7 +54,7 @@ void blockRows(Example& example, std::vector<Row> rows, std::size_t paddedCount)
     buildBlockedRows(store, example.rows.size(), 1, paddedCount);
 }
 
-// The product with all slabs at once, or slab by slab from the last one to the first.
+// The product with all rows at once, or a few tiles at a time from the last ones to the first.
 std::vector<double> forward(Example& example, const std::vector<double>& padded, InstructionSet set, bool split) {
     const InstructionSetLimit limit(set);
     const BlockedRows& blocked = example.store.blocked[0];
@@ -62,12 +62,14 @@ std::vector<double> forward(Example& example, const std::vector<double>& padded,
     gatherUsed(blocked, padded, example.store.compact);
     const std::span<const double> compact(example.store.compact.data(), blocked.usedColumns.size());
     const bool finite = allFinite(compact);
-    const std::size_t slabs = blocked.slabs.size();
-    for (std::size_t first = slabs; split && first-- > 0;) {
-        multiply(blocked, wordsOf(example.store), compact, finite, first, first + 1, out);
+    constexpr std::size_t rowsAtOnce = 11 * tileRows;
+    for (std::size_t end = out.size(); split && end > 0;) {
+        const std::size_t first = (end - 1) / rowsAtOnce * rowsAtOnce;
+        multiply(blocked, wordsOf(example.store), compact, finite, first, end, out);
+        end = first;
     }
     if (!split) {
-        multiply(blocked, wordsOf(example.store), compact, finite, 0, slabs, out);
+        multiply(blocked, wordsOf(example.store), compact, finite, 0, out.size(), out);
     }
     return out;
 }
