@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cassert>
 
+#include "optim/lbfgsb/block_waves.h"
+
 #define VOXLITH_KERNELS "optim/lbfgsb/block_kernels.inl"
 #include "simd/compile_kernels.h"
 
@@ -14,12 +16,20 @@ const BlockKernels& blockKernels() {
 
 double longProduct(std::span<const double> a, std::span<const double> b) {
     assert(a.size() == b.size());
-    const BlockKernels& kernels = blockKernels();
+    double sum = 0.0;
+    std::array<double, mostSlots> products;
+    forEachBlock(
+        a.size(), mostSlots, 2,
+        [&](std::size_t slot, std::size_t first, std::size_t length) {
+            products[slot] = blockProduct(a.data() + first, b.data() + first, length);
+        },
+        [&](std::size_t slot, std::size_t, std::size_t) { sum += products[slot]; });
+    return sum;
+}
+
+double blockProduct(const double* a, const double* b, std::size_t length) {
     double products[vectorsAtOnce] = {};
-    for (std::size_t first = 0; first < a.size(); first += blockLength) {
-        const std::size_t length = std::min(blockLength, a.size() - first);
-        kernels.addProducts({a.data() + first, 0, 1}, {{b.data() + first}, 1, length}, products);
-    }
+    blockKernels().addProducts({a, 0, 1}, {{b}, 1, length}, products);
     return products[0];
 }
 

@@ -45,6 +45,9 @@ const BlockKernels& blockKernels();
 // a'b of two vectors of the same length, of any length.
 double longProduct(std::span<const double> a, std::span<const double> b);
 
+// The same of one block.
+double blockProduct(const double* a, const double* b, std::size_t length);
+
 // Prefetches the block after this one: a pass reads more vectors side by side than the hardware prefetcher follows.
 template <class Value>
 inline void prefetchNextBlock(const Value* block, std::size_t length) {

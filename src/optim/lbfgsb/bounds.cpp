@@ -6,6 +6,8 @@
 #include <cmath>
 #include <limits>
 
+#include "base/workers.h"
+
 namespace voxlith {
 
 bool argumentsAreValid(const BoxProblem& problem, double factr, TaskWord& task) {
@@ -104,6 +106,12 @@ struct LargestValues {
             addToLane(k, values[i]);
         }
     }
+    void add(const LargestValues& others) {
+        for (std::size_t k = 0; k < laneCount; ++k) {
+            lane[k] = std::max(lane[k], others.lane[k]);
+            nonFinite[k] += others.nonFinite[k];
+        }
+    }
     void addToLane(std::size_t k, double value) {
         const double size = std::abs(value);
         lane[k] = size > lane[k] ? size : lane[k];
@@ -135,17 +143,28 @@ void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> unifor
 
 double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
     assert(x.size() == g.size() && x.size() == static_cast<std::size_t>(problem.n));
+    const std::size_t pieces = piecesFor(x.size());
+    std::array<LargestValues, mostWorkers> ofPiece;
+    forEachPiece(pieces, [&](std::size_t piece) {
+        LargestValues values;
+        BoxBlock box;
+        std::array<double, blockLength> projected;
+        const std::size_t end = startOfPiece(x.size(), blockLength, piece + 1, pieces);
+        for (std::size_t first = startOfPiece(x.size(), blockLength, piece, pieces); first < end;
+             first += blockLength) {
+            const std::size_t length = std::min(blockLength, end - first);
+            const BoundsBlock bounds = boundsOfBlock(problem, first, length);
+            prefetchNextBlock(x.data() + first, length);
+            prefetchNextBlock(g.data() + first, length);
+            formBox(bounds, box);
+            boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
+            values.add(projected.data(), length);
+        }
+        ofPiece[piece] = values;
+    });
     LargestValues values;
-    BoxBlock box;
-    std::array<double, blockLength> projected;
-    for (std::size_t first = 0; first < x.size(); first += blockLength) {
-        const std::size_t length = std::min(blockLength, x.size() - first);
-        const BoundsBlock bounds = boundsOfBlock(problem, first, length);
-        prefetchNextBlock(x.data() + first, length);
-        prefetchNextBlock(g.data() + first, length);
-        formBox(bounds, box);
-        boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
-        values.add(projected.data(), length);
+    for (std::size_t piece = 0; piece < pieces; ++piece) {
+        values.add(ofPiece[piece]);
     }
     return values.largest();
 }
@@ -197,6 +216,17 @@ void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, con
             }
         }
     }
+}
+
+void shortenStepAsBlock(const BoxProblem& problem, std::size_t first, std::size_t length, const double* x,
+                        const double* d, const StepToBound& ofBlock, StepToBound& step) {
+    constexpr double surelyShorter = 1.0 - 1e-12;
+    if (!ofBlock.shortened || step.length < surelyShorter * ofBlock.length) {
+        return;
+    }
+    BoxBlock box;
+    boxOfBlock(problem, first, length, box);
+    shortenStep(box, first, length, x, d, step);
 }
 
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit) {

@@ -68,6 +68,12 @@ struct StepToBound {
 void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, const double* x, const double* d,
                  StepToBound& step);
 
+// The same after a call for the block alone, which has given `ofBlock` from a step at least as long as this one. Only a
+// block that can shorten the step further is passed over again. Blocks in ascending order give the same bytes as one
+// pass.
+void shortenStepAsBlock(const BoxProblem& problem, std::size_t first, std::size_t length, const double* x,
+                        const double* d, const StepToBound& ofBlock, StepToBound& step);
+
 // The largest step, at most `limit`, along d that changes no variable by more than its maxStep.
 double largestAllowedStep(const BoxProblem& problem, std::span<const double> d, double limit);
 

@@ -19,9 +19,9 @@ void shiftTowardsOldest(SmallMatrix matrix, std::size_t order) {
 }  // namespace
 
 void addPairProducts(const CorrectionMemory& memory, std::size_t first, const VectorBlock& vectors,
-                     const PairProducts& products) {
-    assert(products.sums.size() >= 2 * vectorsAtOnce * memory.m && first + vectors.length <= memory.n);
-    double* const withSteps = products.sums.data();
+                     std::span<double> products) {
+    assert(products.size() >= 2 * vectorsAtOnce * memory.m && first + vectors.length <= memory.n);
+    double* const withSteps = products.data();
     double* const withChanges = withSteps + vectorsAtOnce * memory.m;
     const BlockKernels& kernels = blockKernels();
     kernels.addProducts({memory.s.data() + first, memory.n, memory.count}, vectors, withSteps);
@@ -40,7 +40,7 @@ void multiplyByPairs(const CorrectionMemory& memory, std::span<const double> v, 
                      std::span<double> result) {
     std::fill(products.sums.begin(), products.sums.end(), 0.0);
     for (std::size_t first = 0; first < memory.n; first += blockLength) {
-        addPairProducts(memory, first, {{v.data() + first}, 1, std::min(blockLength, memory.n - first)}, products);
+        addPairProducts(memory, first, {{v.data() + first}, 1, std::min(blockLength, memory.n - first)}, products.sums);
     }
     gatherProducts(memory, products, 0, result);
 }

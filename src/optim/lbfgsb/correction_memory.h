@@ -46,9 +46,10 @@ struct PairProducts {
     }
 };
 
-// Adds the products of the block that begins at variable `first`.
+// Adds the products of the block that begins at variable `first` to `products`, which are laid out as
+// PairProducts::sums.
 void addPairProducts(const CorrectionMemory& memory, std::size_t first, const VectorBlock& vectors,
-                     const PairProducts& products);
+                     std::span<double> products);
 
 // result := W'v from the products with v, which is vector number `vector`.
 void gatherProducts(const CorrectionMemory& memory, const PairProducts& products, std::size_t vector,

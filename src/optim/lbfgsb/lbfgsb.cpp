@@ -6,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "optim/lbfgsb/block_waves.h"
 #include "optim/lbfgsb/cauchy_point.h"
 #include "optim/lbfgsb/correction_memory.h"
 #include "optim/lbfgsb/iteration_pass.h"
@@ -213,9 +214,11 @@ void moveToTrial(Engine& engine) {
         copyTo(work.z, engine.x);
         return;
     }
-    for (std::size_t i = 0; i < engine.x.size(); ++i) {
-        engine.x[i] = state.step * work.d[i] + work.t[i];
-    }
+    forEachRange(engine.x.size(), [&](std::size_t first, std::size_t end) {
+        for (std::size_t i = first; i < end; ++i) {
+            engine.x[i] = state.step * work.d[i] + work.t[i];
+        }
+    });
     clampToBounds(engine.problem, engine.x);
 }
 
@@ -357,16 +360,18 @@ std::size_t nextColumn(LbfgsbState& state, std::int32_t m) {
 // y'y of the last iteration, y being the change of the gradient.
 double squareOfChange(const Engine& engine) {
     const std::span<const double> g = engine.g, lastG = engine.work.r;
-    std::array<double, blockLength> change;
     double square = 0.0;
-    for (std::size_t first = 0; first < g.size(); first += blockLength) {
-        const std::size_t length = std::min(blockLength, g.size() - first);
-        for (std::size_t i = 0; i < length; ++i) {
-            change[i] = g[first + i] - lastG[first + i];
-        }
-        const std::span<const double> block(change.data(), length);
-        square += longProduct(block, block);
-    }
+    std::array<double, mostSlots> squares;
+    forEachBlock(
+        g.size(), mostSlots, 2,
+        [&](std::size_t slot, std::size_t first, std::size_t length) {
+            std::array<double, blockLength> change;
+            for (std::size_t i = 0; i < length; ++i) {
+                change[i] = g[first + i] - lastG[first + i];
+            }
+            squares[slot] = blockProduct(change.data(), change.data(), length);
+        },
+        [&](std::size_t slot, std::size_t, std::size_t) { square += squares[slot]; });
     return square;
 }
 

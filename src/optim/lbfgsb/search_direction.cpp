@@ -1,8 +1,10 @@
 #include "optim/lbfgsb/search_direction.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 
+#include "optim/lbfgsb/block_waves.h"
 #include "optim/lbfgsb/subspace_matrix.h"
 
 namespace voxlith {
@@ -75,9 +77,16 @@ void applySubspaceStep(const BoxProblem& problem, const StepToBound& truncated, 
     }
 }
 
-// The direction of the line search, d'd, g'd and the largest step.
+// What the blocks of a wave add, in ascending order.
+struct BlockSearch {
+    double directionSquared = 0.0;
+    double slope = 0.0;
+    StepToBound limit;
+};
+
+// The direction of the line search, d'd, g'd and the largest step, `limit.length` at most.
 void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const VariableBlock& block,
-                 const SearchDirectionArrays& arrays, StepToBound& limit, SearchDirection& search) {
+                 const SearchDirectionArrays& arrays, BlockSearch& search) {
     double* const x = arrays.x.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
@@ -87,10 +96,10 @@ void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Var
     }
     double products[vectorsAtOnce] = {};
     blockKernels().addProducts({direction, 0, 1}, {{direction, g}, 2, block.length}, products);
-    search.directionSquared += products[0];
-    search.slope += products[1];
+    search.directionSquared = products[0];
+    search.slope = products[1];
     if (task.limitStep) {
-        shortenStep(box, block.first, block.length, x, direction, limit);
+        shortenStep(box, block.first, block.length, x, direction, search.limit);
     }
     std::copy_n(x, block.length, arrays.lastX.data() + block.first);
     std::copy_n(g, block.length, arrays.lastG.data() + block.first);
@@ -135,13 +144,16 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
                                        const SearchDirectionArrays& arrays) {
     assert(arrays.g.size() == arrays.x.size() && arrays.status.size() == arrays.x.size());
     assert(arrays.factors.empty() || arrays.factors.size() >= 2 * memory.m);
+    const bool steps = !arrays.factors.empty();
+    const std::size_t n = arrays.x.size();
+    const std::size_t columnCost = steps ? memory.count + 4 : 4;
     SearchDirection search;
     StepToBound truncated, limit;
     limit.length = largestStep;
-    BoxBlock box;
-    const bool steps = !arrays.factors.empty();
-    const std::size_t n = arrays.x.size();
-    const auto finish = [&](const VariableBlock& block) {
+    std::array<BlockSearch, mostSlots> searches;
+    std::array<StepToBound, mostSlots> truncations;
+
+    const auto finish = [&](std::size_t slot, const VariableBlock& block, const BoxBlock& box) {
         double* const point = arrays.point.data() + block.first;
         if (steps) {
             applySubspaceStep(problem, truncated, block, arrays.lastG.data() + block.first, point);
@@ -149,34 +161,57 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
                 clampBlock(box, block.length, point);
             }
         }
-        startSearch(box, task, block, arrays, limit, search);
+        searches[slot] = {};
+        searches[slot].limit.length = largestStep;
+        startSearch(box, task, block, arrays, searches[slot]);
     };
-    for (std::size_t first = 0; first < n; first += blockLength) {
-        const VariableBlock block{first, std::min(blockLength, n - first)};
+    const auto addSearch = [&](std::size_t slot, std::size_t first, std::size_t length) {
+        search.directionSquared += searches[slot].directionSquared;
+        search.slope += searches[slot].slope;
+        if (task.limitStep) {
+            shortenStepAsBlock(problem, first, length, arrays.lastX.data() + first, arrays.direction.data() + first,
+                               searches[slot].limit, limit);
+        }
+    };
+    const auto compute = [&](std::size_t slot, std::size_t first, std::size_t length) {
+        const VariableBlock block{first, length};
+        BoxBlock box;
         prefetchNext(block, arrays);
-        prefetchNextBlock(arrays.status.data() + first, block.length);
+        prefetchNextBlock(arrays.status.data() + first, length);
         if (task.constrained) {
-            boxOfBlock(problem, first, block.length, box);
+            boxOfBlock(problem, first, length, box);
         }
         setCauchyPoint(box, task, block, arrays);
         double* const step = arrays.lastG.data() + first;  // free until the last iterate is stored there
         if (steps) {
             formSubspaceStep(memory, task, block, arrays, step);
         }
-        if (steps && task.constrained) {
-            shortenStep(box, first, block.length, arrays.point.data() + first, step, truncated);
-        }
         if (!task.constrained) {
-            finish(block);
+            finish(slot, block, box);
+        } else if (steps) {
+            truncations[slot] = {};
+            shortenStep(box, first, length, arrays.point.data() + first, step, truncations[slot]);
         }
-    }
-    // With bounds the truncation is known only after all blocks: a second loop applies the step.
-    for (std::size_t first = 0; task.constrained && first < n; first += blockLength) {
-        const VariableBlock block{first, std::min(blockLength, n - first)};
-        prefetchNext(block, arrays);
-        prefetchNextBlock(arrays.lastX.data() + first, block.length);
-        boxOfBlock(problem, first, block.length, box);
-        finish(block);
+    };
+    forEachBlock(n, mostSlots, columnCost, compute, [&](std::size_t slot, std::size_t first, std::size_t length) {
+        if (!task.constrained) {
+            addSearch(slot, first, length);
+        } else if (steps) {
+            shortenStepAsBlock(problem, first, length, arrays.point.data() + first, arrays.lastG.data() + first,
+                               truncations[slot], truncated);
+        }
+    });
+    if (task.constrained) {
+        // The truncation is known only after all blocks: a second pass applies the step.
+        const auto apply = [&](std::size_t slot, std::size_t first, std::size_t length) {
+            const VariableBlock block{first, length};
+            BoxBlock box;
+            prefetchNext(block, arrays);
+            prefetchNextBlock(arrays.lastX.data() + first, length);
+            boxOfBlock(problem, first, length, box);
+            finish(slot, block, box);
+        };
+        forEachBlock(n, mostSlots, columnCost, apply, addSearch);
     }
     search.stepReachedBound = truncated.length < 1.0;
     search.largestStep = limit.length;
