@@ -1,9 +1,9 @@
 #include "formats/model_file.h"
 
 #include <algorithm>
-#include <array>
 #include <cassert>
 #include <cstddef>
+#include <vector>
 
 #include "base/fixed_field.h"
 #include "base/free_format.h"
@@ -11,6 +11,7 @@
 #include "base/text_input.h"
 #include "base/text_line.h"
 #include "base/tokens.h"
+#include "base/workers.h"
 #include "formats/short_name.h"
 
 namespace voxlith {
@@ -19,7 +20,9 @@ namespace {
 
 constexpr int fieldWidth = 14, fieldDigits = 6;
 constexpr std::size_t lineBytes = fieldWidth + 1;
-constexpr std::size_t valuesAtOnce = 1024;  // their lines fit what reserveOutput promises
+constexpr std::size_t valuesAtOnce = 1024;   // their lines fit what reserveOutput promises
+constexpr std::size_t valuesShared = 32768;  // at once by several workers
+constexpr std::size_t costOfValue = 8;       // writing its line takes as long as reading so many values
 
 // A text such as "/data/start.den", in which the read ends before any value, is the name of a file.
 bool isNumber(std::string_view text, float& number) {
@@ -68,13 +71,8 @@ void fillFromFile(Messages& messages, const std::string& name, std::span<double>
     }
 }
 
-void writeValues(OutputFile& file, std::span<const double> values) {
-    char* out = reserveOutput(file, lineBytes * values.size());
-    for (const double value : values) {
-        out = putExponent(out, value, fieldWidth, fieldDigits);
-        *out++ = '\n';
-    }
-    commitOutput(file, lineBytes * values.size());
+void putLine(char* out, double value) {
+    *putExponent(out, value, fieldWidth, fieldDigits) = '\n';
 }
 
 }  // namespace
@@ -104,15 +102,28 @@ void appendModel(OutputFile& file, const MeshGeometry& mesh, std::int32_t modelT
     assert(!foldDepthWeight || depthWeight.size() >= cells);
     const std::span<const double> values = source.subspan(static_cast<std::size_t>(modelType) * cells, cells);
     const std::size_t ownLayers = writtenCellsPerColumn(inversionStyle, nz);
-    std::array<double, valuesAtOnce> shown;
-    for (std::size_t first = 0; first < cells; first += shown.size()) {
-        const std::size_t count = std::min(shown.size(), cells - first);
-        for (std::size_t n = 0; n < count; ++n) {
-            const std::size_t k = ownLayers < nz ? (first + n) % nz : 0;
-            const std::size_t cell = first + n - (k < ownLayers ? 0 : k - (ownLayers - 1));
-            shown[n] = foldDepthWeight ? values[cell] / static_cast<double>(depthWeight[cell]) : values[cell];
+    const auto shownValue = [&](std::size_t n) {
+        const std::size_t k = ownLayers < nz ? n % nz : 0;
+        const std::size_t cell = n - (k < ownLayers ? 0 : k - (ownLayers - 1));
+        return foldDepthWeight ? values[cell] / static_cast<double>(depthWeight[cell]) : values[cell];
+    };
+    // Lines have one length, so every worker knows where its own begin.
+    const bool shared = piecesFor(cells * costOfValue) > 1;
+    std::vector<char> text(shared ? lineBytes * std::min(cells, valuesShared) : 0);
+    const std::size_t atOnce = shared ? valuesShared : valuesAtOnce;
+    for (std::size_t first = 0; first < cells; first += atOnce) {
+        const std::size_t count = std::min(atOnce, cells - first);
+        char* const lines = shared ? text.data() : reserveOutput(file, lineBytes * count);
+        forEachRange(count, 64, costOfValue, [&](std::size_t start, std::size_t end) {
+            for (std::size_t n = start; n < end; ++n) {
+                putLine(lines + lineBytes * n, shownValue(first + n));
+            }
+        });
+        if (shared) {
+            appendOutput(file, {lines, lineBytes * count});
+        } else {
+            commitOutput(file, lineBytes * count);
         }
-        writeValues(file, std::span(shown).first(count));
     }
 }
 

@@ -47,8 +47,8 @@ struct ColumnGradient {
     const double* adjoint = nullptr;  // arrays of the column, from its first cell
     const std::int32_t* fixedCell = nullptr;
     const float* referenceWeight = nullptr;  // depth weight of the reference term; null with the column's
-    double* out = nullptr;
-    double* outNextY = nullptr;  // receives the pair gradients along y of this row; null in the last row
+    double* out = nullptr;                   // of the block, from its first cell
+    double* outNextY = nullptr;              // receives the pair gradients along y of this row; null in the last row
 };
 
 struct ColumnKernels {

@@ -187,7 +187,7 @@ void combine(const ColumnGradient& gradient, const ColumnPart& part, Block& sums
     const double multiplier = gradient.multiplier, nData = gradient.nData;
     const double* const adjoint = gradient.adjoint + part.first;
     const std::int32_t* const fixed = gradient.fixedCell + part.first;
-    double* const out = gradient.out + part.first;
+    double* const out = gradient.out;
     for (std::size_t k = 0; k < part.length; ++k) {
         sums[k] = multiplier * sums[k] + adjoint[k] / nData;
     }
@@ -224,7 +224,7 @@ void addGradient(const ModelColumn& c, std::size_t first, ColumnGradient& gradie
     if (gradient.firstRow) {
         clearFrom(0, part.length, sums.data());
     } else {
-        std::copy_n(gradient.out + first, part.length, sums.data());
+        std::copy_n(gradient.out, part.length, sums.data());
     }
     // A pair adds its gradient to its first cell and subtracts it from the second.
     for (std::size_t k = 0; k < part.length; ++k) {

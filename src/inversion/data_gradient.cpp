@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/workers.h"
 #include "sensitivity/products.h"
 #include "survey/dummy_value.h"
 
@@ -63,9 +64,11 @@ void addProduct(const InversionProblem& problem, std::size_t product) {
                 continue;
             }
             double* sum = problem.arrays.adjointSum.data() + static_cast<std::size_t>(term.model) * cells;
-            for (std::size_t n = 0; n < cells; ++n) {
-                sum[n] += term.coefficient * adjoint[n];
-            }
+            forEachRange(cells, [&](std::size_t first, std::size_t end) {
+                for (std::size_t n = first; n < end; ++n) {
+                    sum[n] += term.coefficient * adjoint[n];
+                }
+            });
         }
     }
 }
@@ -91,7 +94,9 @@ void sumAdjoints(const InversionProblem& problem) {
     assert(problem.arrays.trialModel.size() >= problem.mesh.cellCount());
     // Compatibility: the first component decides for all whether amplitudes are fitted.
     const bool amplitude = problem.products.isAmplitude[0];
-    std::fill(problem.arrays.adjointSum.begin(), problem.arrays.adjointSum.end(), 0.0);
+    std::vector<double>& sum = problem.arrays.adjointSum;
+    forEachRange(sum.size(),
+                 [&](std::size_t first, std::size_t end) { std::fill(sum.data() + first, sum.data() + end, 0.0); });
     // Without products no residual is used, and there is no product row to work with.
     if (problem.lines.integrationInterval > 0.0F && !amplitude && !problem.products.products.empty()) {
         spreadResiduals(problem);

@@ -1,8 +1,11 @@
 #include "inversion/regularisation.h"
 
+#include <array>
 #include <cassert>
 #include <cstddef>
 #include <vector>
+
+#include "base/workers.h"
 
 namespace voxlith {
 
@@ -46,6 +49,13 @@ ModelColumn columnOf(const Regularisation& regularisation, std::span<const doubl
     return column;
 }
 
+// Where the gradient of a row goes.
+struct RowOutput {
+    double* block = nullptr;  // for each column, one over the other; null: to the gradient itself
+    bool fresh = false;       // the row before has left nothing there
+    bool toNextRow = false;
+};
+
 }  // namespace
 
 void addModelNorms(const Regularisation& regularisation, std::span<const double> model,
@@ -68,26 +78,36 @@ void addRegularisationGradient(const Regularisation& regularisation, std::span<c
     assert(model.size() == mesh.cellCount() && fixedCell.size() == model.size() && adjoint.size() == model.size());
     assert(out.size() == model.size() && out.data() != model.data() && out.data() != adjoint.data());
     assert(referenceWeight.size() == regularisation.depthWeight.size());
-    const ColumnKernels& kernels = columnKernels();
     const auto nx = static_cast<std::size_t>(mesh.nx), ny = static_cast<std::size_t>(mesh.ny);
     const auto height = static_cast<std::size_t>(mesh.nz);
-    for (std::size_t j = 0; j < ny; ++j) {
-        for (std::size_t first = 0; first < height; first += columnBlock) {
-            ColumnGradient gradient;
-            gradient.firstRow = j == 0;
-            gradient.multiplier = multiplier;
-            gradient.nData = nData;
-            for (std::size_t i = 0; i < nx; ++i) {
-                const std::size_t cell = mesh.cellIndex(0, i, j);
-                gradient.adjoint = adjoint.data() + cell;
-                gradient.fixedCell = fixedCell.data() + cell;
-                gradient.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;
-                gradient.out = out.data() + cell;
-                gradient.outNextY = j + 1 < ny ? gradient.out + height * nx : nullptr;
-                kernels.addGradient(columnOf(regularisation, model, refModel, i, j), first, gradient);
+    const auto gradientOfRow = [&](std::size_t j, std::size_t first, const RowOutput& output) {
+        ColumnGradient gradient;
+        gradient.firstRow = output.fresh;
+        gradient.multiplier = multiplier;
+        gradient.nData = nData;
+        for (std::size_t i = 0; i < nx; ++i) {
+            const std::size_t cell = mesh.cellIndex(0, i, j);
+            gradient.adjoint = adjoint.data() + cell;
+            gradient.fixedCell = fixedCell.data() + cell;
+            gradient.referenceWeight = referenceWeight.empty() ? nullptr : referenceWeight.data() + cell;
+            gradient.out = output.block == nullptr ? out.data() + cell + first : output.block;
+            gradient.outNextY = output.toNextRow ? out.data() + cell + height * nx : nullptr;
+            columnKernels().addGradient(columnOf(regularisation, model, refModel, i, j), first, gradient);
+        }
+    };
+    // A worker repeats the row before its first one for what it leaves in that, and leaves nothing in the row after its
+    // last one.
+    forEachRange(ny, 1, height * nx, [&](std::size_t firstRow, std::size_t endRow) {
+        std::array<double, columnBlock> unused;
+        for (std::size_t first = 0; firstRow > 0 && first < height; first += columnBlock) {
+            gradientOfRow(firstRow - 1, first, {unused.data(), true, true});
+        }
+        for (std::size_t j = firstRow; j < endRow; ++j) {
+            for (std::size_t first = 0; first < height; first += columnBlock) {
+                gradientOfRow(j, first, {nullptr, j == 0, j + 1 < endRow});
             }
         }
-    }
+    });
 }
 
 }  // namespace voxlith
