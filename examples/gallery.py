@@ -157,6 +157,8 @@ class Workbench:
     """The folder of a run and the programs that work in it."""
 
     program = 'voxlith'  # or voxlith-run, which leaves the same results
+    launcher = ()  # a command in front of the program
+    options = ()  # of voxlith-run
 
     def __init__(self, build, folder):
         self.build, self.folder = os.path.abspath(build), os.path.abspath(folder)
@@ -176,7 +178,8 @@ class Workbench:
     def voxlith(self, *arguments):
         """Runs the inversion program; its screen goes to screen.txt. Returns the seconds it took."""
         start = time.monotonic()
-        self._run([os.path.join(self.build, self.program)] + [str(a) for a in arguments], show=False)
+        command = [*self.launcher, os.path.join(self.build, self.program), *self.options]
+        self._run(command + [str(a) for a in arguments], show=False)
         return time.monotonic() - start
 
     def _run(self, command, show):

@@ -12,6 +12,7 @@
 #include "base/text_line.h"
 #include "driver/run_state.h"
 #include "run/keyword_check.h"
+#include "run/thread_team.h"
 
 namespace voxlith {
 
@@ -75,6 +76,11 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_flag("--quiet", options.quiet, "write nothing to the screen but warnings and errors");
     app.add_option("--json-log", options.jsonLog, "write a JSON object for each iteration to this file")
         ->type_name("FILE");
+    options.threads = std::min(coresOfProcess(), mostWorkers);
+    app.add_option("--threads", options.threads, "threads; results are the same bytes with any number")
+        ->check(CLI::Range(std::size_t{1}, mostWorkers))
+        ->capture_default_str();
+    app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
         "130 or 143 stopped by a signal after a complete iteration.");

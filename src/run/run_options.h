@@ -1,6 +1,7 @@
 // The command line of voxlith-run.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ struct RunOptions {
     double tolerance = 1.0e-6;          // of the objective; 1e-4 by default with --target-rms
     bool targetRms = false;             // --target-rms
     double rms = 1.0;
+    std::size_t threads = 1;
+    std::size_t smallestPiece = 4096;  // see Workers; tests make it 1, so that small problems are shared, too
 };
 
 enum class ParseResult {

@@ -19,6 +19,7 @@
 #include "run/loop_checkpoint.h"
 #include "run/screen_capture.h"
 #include "run/stop_signal.h"
+#include "run/thread_team.h"
 
 namespace voxlith {
 
@@ -214,6 +215,7 @@ RunStatus runProgram(const RunOptions& options) {
         if (captured) {
             captureScreen(capture);
         }
+        const SharedLoops sharedLoops(options.threads, options.smallestPiece);
         return options.check ? checkSequence(run, options, capture) : runSequence(run, options);
     } catch (const PlainStop&) {
         if (captured) {

@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""Whole runs of voxlith-run with several threads, whose files must be those of voxlith byte for byte (dates and times aside).
+
+    shared_runs.py --build DIR [--threads 1 2 3 7] [--only NAME ...] [--work DIR]
+
+The runs are those of stored_runs.py and larger ones, in which every loop has enough pieces for all threads. Without --only it is
+the whole check; the tests take a sample of it.
+"""
+import argparse
+import os
+import shutil
+import sys
+import tempfile
+
+sys.dont_write_bytecode = True
+import stored_runs  # noqa: E402
+from gallery import Body, Mesh, Workbench, grid, write_stations, write_values  # noqa: E402
+from stored_runs import control, difference, files_of  # noqa: E402
+
+MESH = Mesh(32 * [50], 30 * [50], 8 * [40])
+BODIES = [Body('block', (500, 900), (400, 800), (80, 200), 0.5), Body('small', (1100, 1250), (900, 1100), (40, 120), -0.3)]
+STATIONS = grid(25, 1575, 40, 25, 1475, 33, 5.0)
+
+
+def write_survey(bench, mtx=()):
+    MESH.write(bench.path('mesh.msh'))
+    write_values(bench.path('true.den'), MESH.model(BODIES))
+    write_stations(bench.path('s.obs'), STATIONS)
+    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.obs', '--type', 'gz', '--model', 'true.den', '--out',
+                'd.obs', '--noise', '1,0.01', '--seed', 3)
+    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'd.obs', '--type', 'gz', '--out', 'g.mtx', *mtx)
+
+
+def large_free(bench):
+    write_survey(bench)
+    bench.write('voxlith.inp', control(l12='16 4'))
+    bench.voxlith('voxlith.inp')
+
+
+def large_bounded(bench):
+    """Bounds that many cells meet: steps are cut, cells change between free and fixed."""
+    write_survey(bench)
+    bench.write('voxlith.inp', control(l3='0.0001 0.02 1', l6='0.01', l8='0.0,0.2', l12='26'))
+    bench.voxlith('voxlith.inp')
+
+
+def large_barrier(bench):
+    write_survey(bench, ['--depth-weight', 'none'])
+    bench.write('voxlith.inp', control(l3='0.01 0.02 2', l12='14'))
+    bench.voxlith('voxlith.inp')
+
+
+def large_other_method(bench):
+    write_survey(bench)
+    bench.write('voxlith.inp', control(l12='8 0 1'))
+    bench.voxlith('voxlith.inp')
+
+
+LARGE = [large_free, large_bounded, large_barrier, large_other_method]
+
+
+def run_case(case, build, work, label, program, options=()):
+    bench = Workbench(build, os.path.join(work, case.__name__, label))
+    bench.program, bench.options = program, options
+    case(bench)
+    return files_of(bench, {'voxlith.inp'})
+
+
+def problems_of(want, got, label):
+    want = {name: text for name, text in want.items() if name != 'screen.txt'}
+    found = ['%s, %s: %s' % (label, name, 'missing' if name in want else 'not expected') for name in sorted(set(want) ^ set(got))]
+    return found + ['%s, %s: %s' % (label, name, difference(want[name], got[name]))
+                    for name in sorted(set(want) & set(got)) if want[name] != got[name]]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('--build', required=True)
+    parser.add_argument('--threads', nargs='+', type=int, default=[1, 2, 3, 7])
+    parser.add_argument('--only', nargs='+', help='names of runs')
+    parser.add_argument('--work')
+    asked = parser.parse_args()
+    cases = {case.__name__: case for case in stored_runs.CASES + LARGE}
+    work = asked.work or tempfile.mkdtemp(prefix='voxlith-shared-')
+    failed = 0
+    for name in asked.only or cases:
+        want = run_case(cases[name], asked.build, work, 'voxlith', 'voxlith')
+        problems = []
+        for threads in asked.threads:
+            got = run_case(cases[name], asked.build, work, '%d' % threads, 'voxlith-run',
+                           ['--threads', str(threads), '--smallest-piece', '1'])
+            problems += problems_of(want, got, '%d threads' % threads)
+        print('%s: %s' % (name, 'ok' if not problems else 'FAILED'))
+        for problem in problems:
+            print('  ' + problem)
+        failed += bool(problems)
+    if not asked.work:
+        shutil.rmtree(work, ignore_errors=True)
+    return 1 if failed else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
