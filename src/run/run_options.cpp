@@ -77,9 +77,9 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_option("--json-log", options.jsonLog, "write a JSON object for each iteration to this file")
         ->type_name("FILE");
     options.threads = std::min(coresOfProcess(), mostWorkers);
-    app.add_option("--threads", options.threads, "threads; results are the same bytes with any number")
-        ->check(CLI::Range(std::size_t{1}, mostWorkers))
-        ->capture_default_str();
+    app.add_option("--threads", options.threads, "threads, by custom as many as the cores that the process may use")
+        ->type_name("NUMBER")
+        ->check(CLI::Range(std::size_t{1}, mostWorkers));
     app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"

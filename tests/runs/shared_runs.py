@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Whole runs of voxlith-run with several threads, whose files must be those of voxlith byte for byte (dates and times aside).
 
-    shared_runs.py --build DIR [--threads 1 2 3 7] [--only NAME ...] [--work DIR]
+    shared_runs.py --build DIR [--run-build DIR] [--threads 1 2 3 7] [--only NAME ...] [--work DIR]
 
 The runs are those of stored_runs.py and larger ones, in which every loop has enough pieces for all threads. Without --only it is
 the whole check; the tests take a sample of it.
@@ -59,7 +59,7 @@ def large_other_method(bench):
 LARGE = [large_free, large_bounded, large_barrier, large_other_method]
 
 
-def run_case(case, build, work, label, program, options=()):
+def run_case(case, build, work, label, program='voxlith', options=()):
     bench = Workbench(build, os.path.join(work, case.__name__, label))
     bench.program, bench.options = program, options
     case(bench)
@@ -76,6 +76,7 @@ def problems_of(want, got, label):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--build', required=True)
+    parser.add_argument('--run-build', help='where voxlith-run is, if not in --build')
     parser.add_argument('--threads', nargs='+', type=int, default=[1, 2, 3, 7])
     parser.add_argument('--only', nargs='+', help='names of runs')
     parser.add_argument('--work')
@@ -84,10 +85,11 @@ def main():
     work = asked.work or tempfile.mkdtemp(prefix='voxlith-shared-')
     failed = 0
     for name in asked.only or cases:
-        want = run_case(cases[name], asked.build, work, 'voxlith', 'voxlith')
+        want = run_case(cases[name], asked.build, work, 'voxlith')
         problems = []
         for threads in asked.threads:
-            got = run_case(cases[name], asked.build, work, '%d' % threads, 'voxlith-run',
+            program = os.path.abspath(os.path.join(asked.run_build or asked.build, 'voxlith-run'))
+            got = run_case(cases[name], asked.build, work, '%d' % threads, program,
                            ['--threads', str(threads), '--smallest-piece', '1'])
             problems += problems_of(want, got, '%d threads' % threads)
         print('%s: %s' % (name, 'ok' if not problems else 'FAILED'))
