@@ -1,11 +1,13 @@
 """Sensitivity files of any matrix, against the writer of the tools; and their products."""
 
+import subprocess
+import tempfile
 from functools import lru_cache
+from pathlib import Path
 
 import numpy as np
-import prisms
 import pytest
-from conftest import DIRECTION, FIELD, Bench, block_mesh, lay_survey, stations
+from conftest import BUILD, DIRECTION, FIELD, Bench, block_mesh, lay_survey, stations
 from scipy import sparse
 
 from voxlith import DepthWeight, FileError, Mesh, Model, Run, Sensitivity, Survey, UsageError, write_sensitivity
@@ -32,10 +34,16 @@ def survey(code, mesh=MESH):
 
 @lru_cache
 def matrix(code):
-    weights = prisms.weights_of(code, (FIELD.inclination, FIELD.declination, FIELD.strength),
-                                (DIRECTION.inclination, DIRECTION.declination))
-    data = survey(code)
-    return np.array([prisms.dense_row(MESH, place, weights) for place in zip(data.x, data.y, data.elevation)])
+    """Responses of the cells, as the writer of the tools gets them: the internal option --responses writes them."""
+    with tempfile.TemporaryDirectory() as folder:
+        mesh, data = Path(folder) / "mesh.msh", Path(folder) / "s.obs"
+        MESH.write(mesh)
+        survey(code).write(data)
+        done = subprocess.run([BUILD / "tools" / "voxlith-forward", "mtx", "--mesh", mesh, "--stations", data, "--type",
+                               NAMES[code], "--out", "none", "--responses"], stdout=subprocess.PIPE, check=True, timeout=60)
+    rows = np.frombuffer(done.stdout).reshape(-1, MESH.n_cells)
+    rows.flags.writeable = False
+    return rows
 
 
 def tool_file(bench, code, *options):

@@ -50,6 +50,8 @@ int runTools(int argumentCount, char** arguments) {
                                                             : predictOptions.survey;
     if (survey.surfacePoints) {
         voxlith::writeSurfacePoints(survey);
+    } else if (survey.responses) {
+        voxlith::writeResponses(survey);
     } else if (mtx->parsed()) {
         voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
     } else if (join->parsed()) {

@@ -123,6 +123,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
                            "form); cells whose centre is above it are inactive and have no response");
     command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
+    command.add_flag("--responses", options.responses)->group("");
     command
         .add_option("--threads", options.threads,
                     "Threads (default: all cores that may be used, fewer where memory is short); the result does not "
@@ -143,6 +144,19 @@ void writeSurfacePoints(const SurveyOptions& options) {
     }
     if (std::fwrite(places.data(), sizeof(double), places.size(), stdout) != places.size()) {
         throw RunError("standard output cannot be written");
+    }
+}
+
+void writeResponses(const SurveyOptions& options) {
+    const Survey survey = readSurvey(options);
+    PrismWork work;
+    std::vector<double> cells(survey.mesh.cellCount());
+    for (std::size_t station = 0; station < survey.stations.size(); ++station) {
+        meshResponses(survey.mesh, survey.stations[station].point, weightsOfStation(survey, station),
+                      survey.edgeDistance, work, cells);
+        if (std::fwrite(cells.data(), sizeof(double), cells.size(), stdout) != cells.size()) {
+            throw RunError("standard output cannot be written");
+        }
     }
 }
 

@@ -1,7 +1,8 @@
 // The options that subcommands with a forward computation share: mesh, stations, data type, field, topography, threads.
 //
 // The surface of the topography is interpolated by voxlith-tools, which knows the file. It asks for the places by
-// --surface-points and hands over the elevations by --surface; help does not show the two.
+// --surface-points and hands over the elevations by --surface. --responses gives the responses of all cells, so that a
+// test can hand the same rows to another writer. Help does not show the three.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +26,7 @@ struct SurveyOptions {
     std::string topographyFile;               // empty: all cells are active; else only named in messages
     std::string surfaceFile;                  // elevations of its surface, real64: columns (x fastest), then stations
     bool surfacePoints = false;               // only the places of these elevations are wanted
+    bool responses = false;                   // only the responses of the cells are wanted
     std::size_t threads = 0;                  // 0: defaultThreads
 };
 
@@ -33,6 +35,10 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options);
 // Writes the places to standard output: x and y of the centre of each column (x fastest), then of each station, real64.
 // Throws RunError.
 void writeSurfacePoints(const SurveyOptions& options);
+
+// Writes the response of each cell (z fastest, then x, then y) at each station, real64, to standard output: before
+// depth weights, and as if all cells were active. Throws RunError.
+void writeResponses(const SurveyOptions& options);
 
 // Reads mesh, stations and surface. The field is that of the options, else of the station file; a magnetic type
 // without either is refused. The measured direction is that of the options, else the field's when the options give one,
