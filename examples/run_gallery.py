@@ -57,6 +57,7 @@ def run_one(name, asked):
 def write_report(name, folder, asked):
     """Writes the report of an example; gives its path."""
     path = os.path.join(folder, 'report.html')
+    folder = os.path.join(folder, getattr(run_example.load(name), 'FOLDERS', [''])[0])
     subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-tools'), 'report', folder, '--out', path, '--title',
                     'Example ' + name], check=True, stdout=subprocess.DEVNULL)
     return path
@@ -79,15 +80,17 @@ def small_copy(source, target):
 
 def draw(name, folder, asked):
     """Draws the pictures of an example into the docs; gives their names within these."""
-    wanted = getattr(run_example.load(name), 'PICTURES', ['sections'])
+    example = run_example.load(name)
+    wanted = getattr(example, 'PICTURES', ['sections'])
     made = []
-    with tempfile.TemporaryDirectory() as out:
-        subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), folder, '--out', out, '--at', 'largest'], check=True,
-                       stdout=subprocess.DEVNULL)
-        for picture in wanted:
-            target = 'pictures/%s_%s.png' % (name, picture)
-            small_copy(os.path.join(out, picture + '.png'), os.path.join(asked.docs, target))
-            made.append((picture, target))
+    for part in getattr(example, 'FOLDERS', ['']):
+        with tempfile.TemporaryDirectory() as out:
+            subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), os.path.join(folder, part), '--out', out, '--at',
+                            'largest'], check=True, stdout=subprocess.DEVNULL)
+            for picture in wanted:
+                target = 'pictures/%s_%s%s.png' % (name, picture, part and '_' + part)
+                small_copy(os.path.join(out, picture + '.png'), os.path.join(asked.docs, target))
+                made.append((picture, target))
     return made
 
 
