@@ -40,10 +40,10 @@ def faults_of_stop(process, with_signal):
     return ['ended with status %d after %s' % (process.returncode, with_signal.name)]
 
 
-def stop_once(program, folder, kind, seconds, chance):
+def stop_once(program, folder, kind, options, seconds, chance):
     """Starts or continues the run and stops it. Returns (was it stopped, faults)."""
     going_on = surveys.has(folder, CHECKPOINT)
-    process = surveys.start(program, folder, kind, ['--continue'] if going_on else [])
+    process = surveys.start(program, folder, kind, options + (['--continue'] if going_on else []))
     time.sleep(chance.uniform(0.0, 1.2 * seconds))
     with_signal = chance.choice(SIGNALS)
     process.send_signal(with_signal)
@@ -56,19 +56,19 @@ def stop_once(program, folder, kind, seconds, chance):
     return process.returncode != 0, faults
 
 
-def trial(program, inputs, folder, kind, wanted, seconds, chance):
+def trial(program, inputs, folder, kind, options, wanted, seconds, chance):
     """One run with its stops, compared at its end. Returns (stops, faults)."""
     surveys.new_folder(folder, inputs, kind)
     stops, faults = 0, []
     for _ in range(1 + chance.randrange(MOST_STOPS)):
-        stopped, more = stop_once(program, folder, kind, seconds, chance)
+        stopped, more = stop_once(program, folder, kind, options, seconds, chance)
         faults += more
         if not stopped:
             break
         stops += 1
     else:
         going_on = surveys.has(folder, CHECKPOINT)
-        status, errors = surveys.run(program, folder, kind, ['--continue'] if going_on else [])
+        status, errors = surveys.run(program, folder, kind, options + (['--continue'] if going_on else []))
         if status != 0:
             return stops, faults + ['the last part ended with %d: %s' % (status, errors)]
     found = results(folder)
@@ -78,12 +78,12 @@ def trial(program, inputs, folder, kind, wanted, seconds, chance):
     return stops, faults
 
 
-def undisturbed(program, inputs, work, kind):
+def undisturbed(program, inputs, work, kind, options):
     """Results and duration of a run that is not stopped."""
     folder = os.path.join(work, 'reference-' + kind.name)
     surveys.new_folder(folder, inputs, kind)
     start = time.monotonic()
-    status, errors = surveys.run(program, folder, kind)
+    status, errors = surveys.run(program, folder, kind, options)
     seconds = time.monotonic() - start
     if status != 0 or errors:
         raise SystemExit('%s: the undisturbed run failed: %d %s' % (kind.name, status, errors))
@@ -159,7 +159,9 @@ def main():
     parser.add_argument('--count', type=int, default=200, help='stops')
     parser.add_argument('--seed', type=int, default=int(time.time()))
     parser.add_argument('--kind', help='only this kind')
+    parser.add_argument('--options', default='', help='of voxlith-run, such as "--target-rms 1"')
     asked = parser.parse_args()
+    options = asked.options.split()
     program, tools = os.path.abspath(asked.program), os.path.abspath(asked.tools)
     chance = random.Random(asked.seed)
     print('seed %d' % asked.seed)
@@ -170,10 +172,10 @@ def main():
     for kind in surveys.kinds():
         if asked.kind and kind.name != asked.kind:
             continue
-        if kind.disk and surveys.find_disk_limit(program, inputs, work, kind) is None:
+        if kind.disk and surveys.find_disk_limit(program, inputs, work, kind, options) is None:
             print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)
             continue
-        cases.append((kind,) + undisturbed(program, inputs, work, kind))
+        cases.append((kind,) + undisturbed(program, inputs, work, kind, options))
     faults = faults_of_other_inputs(program, inputs, work) + faults_of_signals(program, inputs, work)
     for fault in faults:
         print(fault)
@@ -181,7 +183,7 @@ def main():
     while stops < asked.count:
         kind, wanted, seconds = cases[trials % len(cases)]
         folder = os.path.join(work, 'trial-%d' % trials)
-        count, faults = trial(program, inputs, folder, kind, wanted, seconds, chance)
+        count, faults = trial(program, inputs, folder, kind, options, wanted, seconds, chance)
         trials += 1
         stops += count
         shutil.rmtree(folder)

@@ -129,14 +129,14 @@ def has(folder, name):
     return os.path.exists(os.path.join(folder, name))
 
 
-def find_disk_limit(program, inputs, work, kind):
+def find_disk_limit(program, inputs, work, kind, arguments=()):
     """An address space large enough for everything but the rows. None when there is none (a program under a sanitizer)."""
     for kilobytes in range(4096, 65536, 512):
         kind.address_space = kilobytes * 1024
         folder = os.path.join(work, 'limit')
         shutil.rmtree(folder, ignore_errors=True)
         new_folder(folder, inputs, kind)
-        status, _ = run(program, folder, kind)
+        status, _ = run(program, folder, kind, arguments)
         log = read(folder, 'voxlith.log') if has(folder, 'voxlith.log') else ''
         if status == 0 and 'accessed from disk' in log and ' ended on' in log.lower():
             return kind.address_space

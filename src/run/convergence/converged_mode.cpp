@@ -121,6 +121,8 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, InversionOptio
     if (mode.state.begun) {
         options.multiplier = mode.state.multiplier;
         mode.work.data.productCount = mode.state.products;
+        // The limit of the control file, by which the loop was put back, counts steps of another kind.
+        loop.state.continueFlag = mode.state.end == ConvergedEnd::running;
         return;
     }
     mode.state.begun = true;
@@ -128,6 +130,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, InversionOptio
         beginSearch(mode, problem, options);
     }
     mode.state.multiplier = options.multiplier;
+    mode.state.products = mode.work.data.productCount;
 }
 
 void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, InversionOptions& options) {
