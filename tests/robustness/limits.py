@@ -57,6 +57,23 @@ def sweep(name, command, folder, kind, limits, usage, enough=10):
     return faults
 
 
+def refuse_out_of_proportion(forward, folder):
+    """Inputs of a few bytes that ask for gigabytes, and a line without end, are refused with little memory."""
+    surveys.write(folder, 'huge.msh', '800 800 800\n0 0 0\n800*1\n800*1\n800*1\n')
+    surveys.write(folder, 'line.msh', '8 8 8\n' + '1 ' * 600000 + '\n')
+    with open(os.path.join(folder, 'zeros.msh'), 'wb') as f:
+        f.truncate(1 << 31)
+    faults = []
+    for name, words in (('huge.msh', 'can be stored'), ('line.msh', 'line 2: expected a line of at most 1000000 characters'),
+                        ('zeros.msh', 'line 1: expected a line of at most 1000000 characters')):
+        command = [forward, 'mtx', '--mesh', name, '--stations', 'gz.obs', '--type', 'gz', '--threads', '1', '--out', 'never.mtx']
+        status, errors = run_limited(command, folder, resource.RLIMIT_AS, 200000)
+        print('mtx, %s: status %d' % (name, status))
+        if status != 1 or words not in errors or errors.count('\n') != 1:
+            faults.append('mtx --mesh %s: status %d, %r' % (name, status, errors[:200]))
+    return faults
+
+
 def go(options, work):
     program, forward = os.path.abspath(options.program), os.path.abspath(options.forward)
     inputs = os.path.join(work, 'inputs')
@@ -70,7 +87,7 @@ def go(options, work):
         cases.append(('voxlith, ' + name, [program], [program, 'voxlith.inp'], folder, (2,)))
     mtx = [forward, 'mtx', '--mesh', 'survey.msh', '--stations', 'gz.obs', '--type', 'gz', '--out', 'new.mtx']
     cases.append(('mtx', [forward, '--help'], mtx, inputs, (1, 2)))
-    faults = []
+    faults = refuse_out_of_proportion(forward, inputs)
     for name, start, command, folder, usage in cases:
         least = first_start(start, folder)
         faults += sweep(name + ', address space', command, folder, resource.RLIMIT_AS, range(least, least + 40000, STEP), usage)

@@ -1,7 +1,9 @@
 #include "cli/mtx_command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -101,8 +103,8 @@ MtxContent contentOf(const MtxOptions& options, LayerPlan& plan) {
     content.depthWeight = options.depthWeight
                               ? *options.depthWeight
                               : defaultDepthWeight(survey.type, survey.mesh, survey.stations, survey.ground);
+    checkMtxLimits(headerOf(content));  // before an array of the size of the mesh is taken
     content.cellWeights = cellDepthWeights(content.depthWeight, survey.mesh, survey.ground);
-    checkMtxLimits(headerOf(content));
     return content;
 }
 
@@ -269,6 +271,22 @@ void writeComputed(const MtxOptions& options, const MtxContent& content, bool su
     writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
 }
 
+// What a computation of more than a few seconds will take. The rate is that of one core of a common machine.
+void announceLargeWork(const MtxOptions& options, const MtxContent& content) {
+    constexpr double worthTelling = 2.0e9, responsesPerSecond = 4.0e7;  // rows times cells
+    constexpr double bytesPerCoefficient = 8.0, bytesPerGigabyte = 1.0e9, secondsPerMinute = 60.0;
+    const auto rows = static_cast<double>(content.survey.stations.size());
+    const auto cells = static_cast<double>(content.survey.mesh.cellCount());
+    const auto padded = static_cast<double>(paddedExtentsOf(content.survey.mesh).total());
+    if (!options.parts.empty() || rows * cells < worthTelling) {
+        return;
+    }
+    const double seconds = rows * cells / responsesPerSecond / static_cast<double>(threadsOf(options, content));
+    std::fprintf(stderr, "voxlith-tools: %.0f rows of %.0f cells, a file of at most %.1f GB, about %.0f min\n", rows,
+                 cells, bytesPerCoefficient * rows * padded / bytesPerGigabyte,
+                 std::max(1.0, std::round(seconds / secondsPerMinute)));
+}
+
 }  // namespace
 
 MtxReport writeMtxFile(const MtxOptions& options) {
@@ -293,6 +311,7 @@ MtxReport writeMtxFile(const MtxOptions& options) {
         keepStations(range, content);
         report.firstRow = static_cast<std::int64_t>(range.first) + 1;
     }
+    announceLargeWork(options, content);
     const std::size_t rows = content.survey.stations.size();
     auto file = std::make_unique<OutputFile>();
     RowJournal journal;

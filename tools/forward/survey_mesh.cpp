@@ -16,6 +16,8 @@ namespace voxlith {
 
 namespace {
 
+constexpr std::size_t longestLine = 1000000;
+
 // The words of the file one by one, comments left out, with the line of the last one.
 struct MeshWords {
     TextInput input;
@@ -29,8 +31,12 @@ struct MeshWords {
 bool fillWords(MeshWords& source) {
     while (source.next == source.words.size()) {
         source.lineNumber = source.input.lineNumber;
-        if (!readLine(source.input, source.line, std::numeric_limits<std::size_t>::max())) {
+        if (!readLine(source.input, source.line, longestLine + 1)) {
             return false;
+        }
+        if (source.line.size() > longestLine) {
+            throw RunError(source.input.name + ", line " + std::to_string(source.lineNumber) +
+                           ": expected a line of at most " + std::to_string(longestLine) + " characters");
         }
         source.line.resize(std::min(source.line.size(), source.line.find('!')));
         source.words = splitWords(source.line);
