@@ -64,10 +64,10 @@ class ReportOptions:
     tradeoff_table: PathLike | None = None
 
 
-def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
+def report_contents(run: Run, options: ReportOptions | None = None, findings: list[list[str]] | None = None) -> Contents:
     """Collect the contents of a report.
 
-    Results that the run has not written yet are left out; ``notes`` says so.
+    `findings` are those of an earlier report of the same data, which are not looked for again. Results that the run has not written yet are left out; ``notes`` says so.
 
     Raises
     ------
@@ -94,7 +94,7 @@ def report_contents(run: Run, options: ReportOptions | None = None) -> Contents:
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
         "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run.observed),
+        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run.observed) if findings is None else findings,
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows), "noise_level": _noise_level(fit),
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),

@@ -74,7 +74,8 @@ class Follower:
         with self._lock:
             status = self.status()
             if self._kept is None or self._kept[0] != status.stamp:
-                found = report_contents(self.run, self.options)
+                known = None if self._kept is None else self._kept[1]["findings"]
+                found = report_contents(self.run, self.options, known)
                 self._kept = status.stamp, found
             return {**self._kept[1], "live": True, "stamp": status.stamp, "status": {"text": status.text}}
 
