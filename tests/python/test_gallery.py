@@ -25,7 +25,9 @@ def test_every_example_has_a_chapter_and_its_pictures():
         assert example.__doc__.strip() in text, f"{name} has changed: run_gallery.py --pictures"
         assert re.search(r"The whole example took \d+\.\d s", text)
         shown = re.findall(rf"\]\(pictures/{name}_(\w+)\.png\)", text)
-        assert shown == getattr(example, "PICTURES", ["sections"])
+        pictures = getattr(example, "PICTURES", ["sections"])
+        parts = getattr(example, "FOLDERS", [""])  # a run in each
+        assert shown == [f"{picture}_{part}" if part else picture for part in parts for picture in pictures]
 
 
 def test_pictures_are_small():
