@@ -44,8 +44,8 @@ void runLoop(void* address, std::size_t pieces, PieceCall call, const void* loop
         team.call = call;
         team.loop = loop;
         team.running = pieces - 1;
+        team.begun.notify_all();
     }
-    team.begun.notify_all();
     call(loop, 0);
     std::unique_lock lock(team.mutex);
     team.ended.wait(lock, [&] { return team.running == 0; });
@@ -55,8 +55,8 @@ void stopTeam(ThreadTeam& team) {
     {
         const std::lock_guard lock(team.mutex);
         team.stopping = true;
+        team.begun.notify_all();
     }
-    team.begun.notify_all();
     for (std::thread& thread : team.threads) {
         thread.join();
     }
