@@ -68,8 +68,7 @@ void handleFault(int signal, siginfo_t* information, void* /*context*/) {
 }
 
 void watchStack() {
-    const char here = 0;
-    stackStart = reinterpret_cast<std::uintptr_t>(&here);
+    stackStart = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     stack_t ownStack{};
     ownStack.ss_sp = faultStack.data();
     ownStack.ss_size = faultStack.size();
