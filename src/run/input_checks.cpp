@@ -12,6 +12,7 @@
 #include "base/messages.h"
 #include "base/staged_files.h"
 #include "base/text_input.h"
+#include "base/text_line.h"
 #include "base/tokens.h"
 #include "driver/command_line.h"
 #include "driver/control_file.h"
@@ -170,11 +171,10 @@ std::int32_t checkControlFile(std::span<const std::string> arguments) {
     readControlFile(messages, DateTime{}, control);
     const std::vector<std::string>& doubts = control.doubts.lines;
     if (!doubts.empty()) {
-        std::string all = doubts.front();
-        for (std::size_t at = 1; at < doubts.size(); ++at) {
-            all += "\n" + doubts[at];
+        for (std::size_t at = 0; at + 1 < doubts.size(); ++at) {
+            errorLine(TextLine("voxlith-run: ").text(doubts[at]));
         }
-        throw RunError(all);
+        throw RunError(doubts.back());
     }
     return control.iRestart;
 }

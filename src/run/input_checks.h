@@ -9,8 +9,9 @@
 
 namespace voxlith {
 
-// Reads the control file once and writes nothing. Returns iRestart. Throws RunError, a line for each finding, when it
-// says what the run would not do; the stops of the control file come as they are.
+// Reads the control file once and writes nothing. Returns iRestart. When it says what the
+// run would not do, all findings but the last go to standard error, a line each, and the last is thrown as RunError;
+// the stops of the control file come as they are.
 std::int32_t checkControlFile(std::span<const std::string> arguments);
 
 // After the sensitivities have been read: models and bounds must have a value for each cell. A running model that is

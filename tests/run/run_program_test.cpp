@@ -151,6 +151,15 @@ TEST(RunProgram, refusesControlLinesThatDoNotSayWhatTheyMean) {
     }
 }
 
+TEST(RunProgram, showsALineForEachFindingInTheControlFile) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder, ControlLines().set(2, "2 no").set(12, "3 x"));
+    const std::vector<std::string> lines = linesOf(runOf(folder, {"voxlith.inp"}).errors);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], "voxlith-run: voxlith.inp, line 2: expected the integer iBackground, found \"no\"");
+    EXPECT_EQ(lines[1], "voxlith-run: voxlith.inp, line 12: expected the integer output iteration step, found \"x\"");
+}
+
 TEST(RunProgram, refusesDataThatDoNotFitTheSensitivities) {
     const std::string data = testing_support::smallSurveyObs();
     const std::vector<std::pair<std::string, std::string>> refusals{
