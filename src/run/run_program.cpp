@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/printable_text.h"
+#include "driver/overwritten_inputs.h"
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
@@ -164,6 +165,9 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     const InversionProblem problem = inversionProblemOf(run);
     InversionLoop loop{problem, run.messages, run.progressTable};
     IterationOutput output;
+    if (!options.jsonLog.empty()) {
+        refuseOverwrittenBy(run.control, options.jsonLog);
+    }
     beginOutput(output, options, problem, run.control.iRestart > 0);
     keepIterations();
     ConvergedMode mode;

@@ -264,6 +264,16 @@ TEST(RunProgram, writesNothingToTheScreenWhenQuiet) {
     EXPECT_EQ(stopped.errors, "voxlith-run: Model File missing.mod not found\n");
 }
 
+TEST(RunProgram, keepsInputsFromTheJsonLog) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    const std::string data = folder.read("obs.dat");
+    const ProgramResult result = runOf(folder, {"voxlith.inp", "--json-log", "obs.dat"});
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_TRUE(contains(result.errors, "obs.dat")) << result.errors;
+    EXPECT_EQ(folder.read("obs.dat"), data);
+}
+
 TEST(RunProgram, writesAJsonObjectForEachIteration) {
     const TemporaryFolder folder;
     writeRunSurvey(folder);
