@@ -97,8 +97,8 @@ void modelProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::span<
     const double start = clockSeconds();
     assert(model.size() == mesh.cellCount() && mtx < static_cast<std::size_t>(sensitivity.nMtx));
     assert(out.size() == static_cast<std::size_t>(sensitivity.header.nData));
-    // Compatibility: unless ownDepthWeights is set, all files take the depth weight of the first here; the transposed
-    // product takes each file's own.
+    // Compatibility: all files take the depth weight of the first here.
+    // The transposed product, and this one with ownDepthWeights, take each file's own.
     const std::span<const float> weight = sensitivity.foldDepthWeight
                                               ? std::span<const float>()
                                               : sensitivity.depthWeightOf(sensitivity.ownDepthWeights ? mtx : 0);
