@@ -24,6 +24,8 @@ from voxlith.cli.tools import main  # noqa: E402
 
 hypothesis.settings.register_profile("tests", deadline=None, max_examples=60, derandomize=True, database=None,
                                      suppress_health_check=list(hypothesis.HealthCheck))
+hypothesis.settings.register_profile("quick", deadline=None, max_examples=15, derandomize=True, database=None,
+                                     suppress_health_check=list(hypothesis.HealthCheck))
 hypothesis.settings.register_profile("long", deadline=None, max_examples=2000, database=None,
                                      suppress_health_check=list(hypothesis.HealthCheck))
 hypothesis.settings.load_profile(os.environ.get("VOXLITH_HYPOTHESIS", "tests"))

@@ -196,7 +196,7 @@ def test_follows_a_run(browser: Browser, tmp_path: Path) -> None:
         assert program.poll() is None
         server.close()
         thread.join()
-        browser.wait(lambda: "does not answer" in browser.text("live"))
+        browser.wait(lambda: "does not answer" in browser.text("live"), seconds=120)
         assert program.poll() is None, "the run goes on without the server"
     finally:
         server.close()
