@@ -17,7 +17,6 @@ namespace voxlith {
 
 namespace {
 
-constexpr std::size_t mostFiles = 16;
 constexpr std::string_view previousSuffix = ".previous";
 
 // Where the interval does not limit it, publishing takes at most one part in this many of the time.
