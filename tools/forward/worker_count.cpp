@@ -30,7 +30,8 @@ std::size_t memoryOfGroup() {
         }
         std::ifstream limit("/sys/fs/cgroup" + line.substr(3) + "/memory.max");
         std::size_t bytes = 0;
-        return limit >> bytes ? bytes : SIZE_MAX;
+        limit >> bytes;
+        return limit ? bytes : SIZE_MAX;
     }
     return SIZE_MAX;
 }
