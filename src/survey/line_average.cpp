@@ -78,7 +78,7 @@ void averageAlongLines(const ObsSet& obs, LineIntegration& lines, std::span<doub
     if (!(lines.integrationInterval > 0.0F)) {
         return;
     }
-    assert(values.size() == static_cast<std::size_t>(obs.nData));
+    assert(values.size() >= static_cast<std::size_t>(obs.nData));
     const double half = halfWindow(lines);
     const auto interval = static_cast<double>(lines.integrationInterval);
     for (std::size_t line = 0; line < static_cast<std::size_t>(obs.nLines); ++line) {
