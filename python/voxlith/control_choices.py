@@ -226,7 +226,7 @@ def _add_warnings(choices: Choices, result: TradeoffResult, unit: str) -> None:
 
 
 def _choose_factor(choices: Choices, first: TradeoffResult, second: TradeoffResult, overrides: Overrides) -> None:
-    """One pair of bounds holds for both models, so it leaves room for what the larger one may become."""
+    """One pair of bounds holds for both models, so it is wide enough for the larger one."""
     if not (first.magnitude > 0.0 and second.magnitude > 0.0):
         choices.factor_reason = "1, as the data of one model need no model"
         return

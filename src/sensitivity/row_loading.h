@@ -11,8 +11,8 @@ namespace voxlith {
 // and the counts. Throws RunError on damage.
 void countRows(Sensitivity& sensitivity, std::size_t file);
 
-// Second pass: all rows of all files into the store, for which reserveRows has made room; closes the files. Throws
-// RunError on damage.
+// Second pass: all rows of all files into the store, for which reserveRows has reserved the memory; closes the files.
+// Throws RunError on damage.
 void loadRows(Sensitivity& sensitivity);
 
 }  // namespace voxlith

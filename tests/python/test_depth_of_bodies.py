@@ -2,16 +2,13 @@
 
 from __future__ import annotations
 
-import importlib.util
 import sys
 
 import pytest
 from conftest import BUILD, ROOT
 
-spec = importlib.util.spec_from_file_location("recovered_depth", ROOT / "bench" / "recovered_depth.py")
-recovered_depth = importlib.util.module_from_spec(spec)
-sys.modules["recovered_depth"] = recovered_depth
-spec.loader.exec_module(recovered_depth)
+sys.path.insert(0, str(ROOT / "bench"))
+import recovered_depth  # noqa: E402
 
 CELL = 50.0
 

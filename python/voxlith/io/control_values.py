@@ -28,7 +28,7 @@ class ProductTerm:
 
     @property
     def takes_part(self) -> bool:
-        """Whether the term counts; others are passed over."""
+        """Whether the term counts; others are ignored."""
         return self.mtx > 0 and self.model > 0 and self.coefficient != 0.0
 
 

@@ -69,7 +69,7 @@ void shortenStep(const BoxBlock& box, std::size_t first, std::size_t length, con
                  StepToBound& step);
 
 // The same after a call for the block alone, which has given `ofBlock` from a step at least as long as this one. Only a
-// block that can shorten the step further is passed over again. Blocks in ascending order give the same bytes as one
+// block that can shorten the step further is visited again. Blocks in ascending order give the same bytes as one
 // pass.
 void shortenStepAsBlock(const BoxProblem& problem, std::size_t first, std::size_t length, const double* x,
                         const double* d, const StepToBound& ofBlock, StepToBound& step);

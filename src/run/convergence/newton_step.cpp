@@ -200,10 +200,10 @@ bool searchAlongProjection(const InversionProblem& problem, NewtonWork& work, co
     return false;
 }
 
-double bestTangentDecrease(double gradient, double curvature, double room) {
-    // max over 0 <= t <= room of 2 gradient t - curvature t^2, gradient > 0
+double bestTangentDecrease(double gradient, double curvature, double longest) {
+    // max over 0 <= t <= longest of 2 gradient t - curvature t^2, gradient > 0
     const double best = curvature > 0.0 ? gradient / curvature : infinite;
-    const double t = std::min(best, room);
+    const double t = std::min(best, longest);
     return t < infinite ? 2.0 * gradient * t - curvature * t * t : infinite;
 }
 
@@ -333,8 +333,8 @@ double largestPossibleDecrease(const InversionProblem& problem, const NewtonWork
             hasReference
                 ? problem.options.multiplier * static_cast<double>(problem.weights.wtS[n % cells]) / (weight * weight)
                 : 0.0;
-        const double room = work.gradient[n] > 0.0 ? model[n] - work.lower[n] : work.upper[n] - model[n];
-        sum += bestTangentDecrease(std::abs(work.gradient[n]), curvature, room);
+        const double longest = work.gradient[n] > 0.0 ? model[n] - work.lower[n] : work.upper[n] - model[n];
+        sum += bestTangentDecrease(std::abs(work.gradient[n]), curvature, longest);
     }
     return sum;
 }

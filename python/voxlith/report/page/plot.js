@@ -42,9 +42,9 @@ function logTicksOf(low, high) {
  *          `stretch` times that of x, which is 1 but for very flat and very narrow images
  */
 function openPlot(canvas, options) {
-  const wide = Math.max(canvas.clientWidth, 240), barRoom = options.bar ? 78 : 12;
+  const wide = Math.max(canvas.clientWidth, 240), barWidth = options.bar ? 78 : 12;
   const left = 66, top = 10;
-  let width = wide - left - barRoom, height = options.height - top - 42, stretch = 1;
+  let width = wide - left - barWidth, height = options.height - top - 42, stretch = 1;
   const xAxis = axisOf(options.x), yAxis = axisOf(options.y);
   if (options.equal) {
     const xSpan = xAxis.high - xAxis.low, ySpan = Math.abs(yAxis.high - yAxis.low);

@@ -216,8 +216,8 @@ function drawLabels(scene, wide, tall) {
     const size = Math.hypot(...middle) || 1, away = middle.map((value) => value / size);
     pen.textBaseline = "middle";
     pen.textAlign = Math.abs(away[0]) < 0.3 ? "center" : away[0] < 0 ? "right" : "left";
-    const room = Math.hypot(b[0] - a[0], b[1] - a[1]) / 60;
-    for (const tick of ticksOf(start[axis] * unit.factor, end[axis] * unit.factor, Math.min(room, 5))) {
+    const tickCount = Math.hypot(b[0] - a[0], b[1] - a[1]) / 60;
+    for (const tick of ticksOf(start[axis] * unit.factor, end[axis] * unit.factor, Math.min(tickCount, 5))) {
       const point = [...start];
       point[axis] = tick.value / unit.factor;
       const [x, y] = project(scene, point, wide, tall);
