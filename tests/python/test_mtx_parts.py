@@ -40,8 +40,9 @@ def mtx(tools, folder):
 
 
 @pytest.mark.parametrize("options", [(), ("--topography", "hill.topo"), ("--form", "bare"), ("--taps", "6", "--version", "1"),
-                                     ("--form", "record"), ("--style", "2", "--layers", "1")],
-                         ids=["plain", "terrain", "bare", "version1", "record", "apparent"])
+                                     ("--form", "record"), ("--style", "2", "--layers", "1"),
+                                     ("--magnetisation", "-20,200", "--boreholes", "--cavity", "sphere")],
+                         ids=["plain", "terrain", "bare", "version1", "record", "apparent", "remanent"])
 def test_parts_make_the_file_of_one_job(mtx, options):
     whole = mtx("mag.mtx", *options)
     for number in (1, 2, 3):
@@ -56,6 +57,14 @@ def test_a_part_has_the_depth_weight_of_the_survey(mtx):
     mtx("a.mtx", "--rows", "1:7", kind="gz")
     mtx("b.mtx", "--rows", f"8:{STATIONS}", kind="gz")
     assert mtx("joined.mtx", "a.mtx", "b.mtx", command="mtx-join", kind="gz") == mtx("whole.mtx", kind="gz")
+
+
+def test_a_part_of_another_magnetisation_is_refused(mtx, tools):
+    mtx("a.mtx", "--rows", "1/2", "--magnetisation", "x")
+    mtx("b.mtx", "--rows", "2/2", "--magnetisation", "y")
+    done = tools("mtx-join", *SURVEY, "--type", "tmi", "--out", "x.mtx", "--magnetisation", "x", "a.mtx", "b.mtx")
+    assert one_line(done).endswith("b.mtx: expected the responses of the options, found others; compare --magnetisation, "
+                                   "--cavity and --topography")
 
 
 def test_stations_that_repeat_are_joined(mtx, folder):

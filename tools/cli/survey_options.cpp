@@ -30,6 +30,41 @@ FieldDirection parseDirection(const std::string& text) {
     return {numbers[0], numbers[1]};
 }
 
+void checkDirection(const FieldDirection& direction, const std::string& source);
+
+FieldDirection parseMagnetisation(const std::string& text) {
+    constexpr double rightAngle = 90.0;
+    if (text == "x") {
+        return {0.0, rightAngle};
+    }
+    if (text == "y") {
+        return {0.0, 0.0};
+    }
+    if (text == "z") {
+        return {rightAngle, 0.0};
+    }
+    const std::vector<double> numbers = parseNumberList("--magnetisation", "x, y, z or incl,decl", text, 2);
+    const FieldDirection direction{numbers[0], numbers[1]};
+    checkDirection(direction, "--magnetisation");
+    return direction;
+}
+
+CavityShares parseCavity(const std::string& text) {
+    if (text == "needle") {
+        return {};
+    }
+    if (text == "sphere") {
+        return sphericalCavity;
+    }
+    if (text == "disc") {
+        return discCavity;
+    }
+    const std::vector<double> numbers = parseNumberList("--cavity", "needle, sphere, disc or incl,decl", text, 2);
+    const FieldDirection axis{numbers[0], numbers[1]};
+    checkDirection(axis, "--cavity");
+    return boreholeCavity(axis);
+}
+
 void checkDirection(const FieldDirection& direction, const std::string& source) {
     constexpr double rightAngle = 90.0;
     if (std::abs(direction.incl) > rightAngle || std::abs(direction.decl) > 4 * rightAngle) {
@@ -70,6 +105,19 @@ void chooseDirection(const SurveyOptions& options, const StationFile& file, Surv
     if (survey.type == DataType::totalMagnetic) {
         checkDirection(survey.measured, source);
     }
+}
+
+void chooseSource(const SurveyOptions& options, Survey& survey) {
+    if (options.magnetisation && !isMagnetic(survey.type)) {
+        throw RunError("--magnetisation: expected a magnetic type (tmi, tx, ty, tz), found " +
+                       std::string(dataTypeName(survey.type)));
+    }
+    if (options.cavity && survey.type == DataType::gz) {
+        throw RunError("--cavity: expected a magnetic type or a gradient, found gz, which no cavity changes");
+    }
+    survey.magnetisation = options.magnetisation.value_or(survey.field.direction);
+    survey.cavity = options.cavity.value_or(CavityShares{});
+    survey.mayBeBelowGround = options.boreholes;
 }
 
 Surface readSurface(const SurveyOptions& options, const Survey& survey) {
@@ -117,6 +165,17 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_option_function<std::string>(
         "--direction", [&options](const std::string& text) { options.direction = parseDirection(text); },
         "Measured direction aincl,adecl of tmi (default: as in the station file, or along --field)");
+    command.add_option_function<std::string>(
+        "--magnetisation", [&options](const std::string& text) { options.magnetisation = parseMagnetisation(text); },
+        "Direction in which the cells are magnetised: x east, y north, z down, or incl,decl (default: along the "
+        "field); "
+        "nT for a magnetisation of 1 SI times the inducing field");
+    command.add_flag("--boreholes", options.boreholes, "Stations may be below the surface and among the cells");
+    command.add_option_function<std::string>(
+        "--cavity", [&options](const std::string& text) { options.cavity = parseCavity(text); },
+        "Cavity around a sensor inside a cell: needle (the field H of the rock, default), sphere, disc (B of the "
+        "rock), "
+        "or incl,decl, the direction of a borehole");
     CLI::Option* const topography =
         command.add_option("--topography", options.topographyFile,
                            "Surface: a file with the number of points, then one point per line, x y elevation (UBC "
@@ -168,6 +227,7 @@ Survey readSurvey(const SurveyOptions& options) {
     StationFile file = readStationFile(options.stationFile, survey.type);
     chooseField(options, file, survey);
     chooseDirection(options, file, survey);
+    chooseSource(options, survey);
     survey.stations = std::move(file.stations);
     survey.idir = file.idir;
     survey.measuredHere = std::move(file.measuredHere);

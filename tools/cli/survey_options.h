@@ -21,13 +21,16 @@ struct SurveyOptions {
     std::string meshFile;
     std::string stationFile;
     DataType type = DataType::gz;
-    std::optional<InducingField> field;       // none: that of the station file
-    std::optional<FieldDirection> direction;  // measured direction; none: see readSurvey
-    std::string topographyFile;               // empty: all cells are active; else only named in messages
-    std::string surfaceFile;                  // elevations of its surface, real64: columns (x fastest), then stations
-    bool surfacePoints = false;               // only the places of these elevations are wanted
-    bool responses = false;                   // only the responses of the cells are wanted
-    std::size_t threads = 0;                  // 0: defaultThreads
+    std::optional<InducingField> field;           // none: that of the station file
+    std::optional<FieldDirection> direction;      // measured direction; none: see readSurvey
+    std::optional<FieldDirection> magnetisation;  // none: along the inducing field
+    std::optional<CavityShares> cavity;           // none: that of a needle
+    bool boreholes = false;                       // stations may be below the surface
+    std::string topographyFile;                   // empty: all cells are active; else only named in messages
+    std::string surfaceFile;     // elevations of its surface, real64: columns (x fastest), then stations
+    bool surfacePoints = false;  // only the places of these elevations are wanted
+    bool responses = false;      // only the responses of the cells are wanted
+    std::size_t threads = 0;     // 0: defaultThreads
 };
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options);

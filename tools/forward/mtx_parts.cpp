@@ -1,11 +1,13 @@
 #include "forward/mtx_parts.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 #include "base/messages.h"
 #include "forward/mtx_file.h"
 #include "forward/number_text.h"
+#include "forward/sensitivity_rows.h"
 
 namespace voxlith {
 
@@ -94,6 +96,27 @@ void enterRows(const MtxFile& part, std::size_t first, StoredRows& stored) {
     }
 }
 
+// Direction of magnetisation, cavity and topography are not in the header: the layer responses of the first row of the
+// part tell them apart.
+void checkResponses(const MtxFile& part, const MtxContent& content, std::size_t first, const std::string& name) {
+    if (!part.sensitivity.files[0].header.holdsLayers()) {
+        return;
+    }
+    constexpr double tolerance = 1.0e-6;  // of the largest layer: an earlier version may round differently
+    RowWork work;
+    computeLayerResponses(content, first, work);
+    double largest = 0, difference = 0;
+    for (std::size_t k = 0; k < work.layers.size(); ++k) {
+        largest = std::max(largest, std::abs(work.layers[k]));
+        difference = std::max(difference, std::abs(work.layers[k] - part.sensitivity.layerResponse[k]));
+    }
+    if (!(difference <= tolerance * largest)) {
+        throw RunError(name +
+                       ": expected the responses of the options, found others; compare --magnetisation, --cavity "
+                       "and --topography");
+    }
+}
+
 void checkComplete(const StoredRows& stored) {
     const auto missing = [](const StoredRow& row) { return row.count < 0; };
     const auto first = std::find_if(stored.rows.begin(), stored.rows.end(), missing);
@@ -165,6 +188,7 @@ StoredRows findRowsInParts(const std::vector<std::string>& fileNames, const MtxC
                 throw RunError(name + ": " + rowsText(n, n + 1) + " is also in another part");
             }
         }
+        checkResponses(part, content, first, name);
         stored.files.emplace_back(name);
         enterRows(part, first, stored);
         next = first + count;

@@ -60,7 +60,7 @@ struct StationCase {
     double leastSquareXz = 0;  // of all corners
     double largestLayerWidth = 0;
     double heightAbove = 0;  // vertical distance from the station to the nearest centre of a layer
-    double angleSum = 0;     // weight of pi / 2 at each corner with the sign of xyz
+    double angleSum = 0;     // weight of pi / 2 at each corner with the sign of xyz; less the cavity
 };
 
 // Fills the arrays of a plane that are the same for all planes, and those of the layers.
@@ -359,6 +359,7 @@ void meshResponses(const MeshGeometry& mesh, const StationPoint& station, const 
         c.weights.zz = 0;
         c.angleSum = weights.zz;
     }
+    c.angleSum -= weights.cavity;
     computeResponses(c, work, cells);
 }
 

@@ -14,6 +14,9 @@
 // symmetric bodies. Of three angles only two are computed: at each corner the three add up to pi / 2 with the sign of
 // xyz, which is 0 in the sum over the corners unless the station is inside the cell or on its surface.
 //
+// Inside a prism the second derivatives are those in the body itself, U_xx + U_yy + U_zz = -4 pi: the gradients in the
+// rock, and of magnetised cells the field H. The weight `cavity` adds what the cavity of the sensor changes.
+//
 // Stations on the surface of a prism get finite values. On a face, where a second derivative jumps, it is the mean of
 // the two sides. On an edge, where the mixed derivative of the two directions across it is infinite, the station
 // is treated as if at `edgeDistance` from the edge.

@@ -8,6 +8,7 @@ struct ResponseWeights {
     double z = 0;
     double xx = 0, yy = 0, zz = 0;
     double xy = 0, xz = 0, yz = 0;
+    double cavity = 0;  // added inside a cell, times 4 pi: by the cavity around the sensor, see forward/cavity.h
 };
 
 struct StationPoint {

@@ -53,7 +53,9 @@ std::string journalHead(const MtxContent& content, bool sumBelow, double toleran
     }
     for (const double number :
          {content.survey.field.direction.incl, content.survey.field.direction.decl, content.survey.field.strength,
-          content.survey.measured.incl, content.survey.measured.decl}) {
+          content.survey.measured.incl, content.survey.measured.decl, content.survey.magnetisation.incl,
+          content.survey.magnetisation.decl, content.survey.cavity.xx, content.survey.cavity.yy,
+          content.survey.cavity.zz, content.survey.cavity.xy, content.survey.cavity.xz, content.survey.cavity.yz}) {
         put(head, number);
     }
     return head;

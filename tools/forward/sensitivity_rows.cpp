@@ -72,15 +72,20 @@ void fillInactiveDiagonal(const Ground& ground, std::size_t nz, std::span<double
 
 }  // namespace
 
+void computeLayerResponses(const MtxContent& content, std::size_t station, RowWork& work) {
+    const Survey& survey = content.survey;
+    resizeWork(survey.mesh, work);
+    meshResponses(survey.mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
+                  work.prisms, work.cells);
+    clearInactive(survey.ground, survey.mesh.zCentre.size(), work.cells);
+    sumLayers(work.cells, survey.mesh.zCentre.size(), work.layers);
+}
+
 void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std::size_t station, RowWork& work) {
     const Survey& survey = content.survey;
     const MeshGeometry& mesh = survey.mesh;
     const std::size_t nz = mesh.zCentre.size();
-    resizeWork(mesh, work);
-    meshResponses(mesh, survey.stations[station].point, weightsOfStation(survey, station), survey.edgeDistance,
-                  work.prisms, work.cells);
-    clearInactive(survey.ground, nz, work.cells);
-    sumLayers(work.cells, nz, work.layers);
+    computeLayerResponses(content, station, work);
     if (sumBelow) {
         sumColumnsFrom(work.cells, nz, static_cast<std::size_t>(mesh.npz) - 1);
     }

@@ -37,6 +37,9 @@ struct RowWork {
 // Row of one station, from 0. `sumBelow`: the last layer of the padded array is the sum of all layers from there down.
 void computeRow(const MtxContent& content, bool sumBelow, double tolerance, std::size_t station, RowWork& work);
 
+// The nzl + 1 layer responses of one station, from 0.
+void computeLayerResponses(const MtxContent& content, std::size_t station, RowWork& work);
+
 // Where rows come from that need not be computed, and what is noted of all others.
 struct RowSources {
     const StoredRows* stored = nullptr;  // null: all are computed

@@ -19,15 +19,20 @@ std::string countText(std::size_t count, const Survey& survey) {
     return std::to_string(count) + " of " + std::to_string(survey.stations.size()) + " stations are ";
 }
 
-// Stations of the downhole form are meant to be below the surface.
+// Stations of the downhole form are meant to be below the surface, too.
+bool areMeantBelowGround(const Survey& survey) {
+    return survey.mayBeBelowGround || !survey.measuredHere.empty();
+}
+
 void checkAgainstGround(const std::string& stationFile, Survey& survey) {
     std::size_t inside = 0, first = 0;
-    for (std::size_t n = 0; n < survey.stations.size() && survey.measuredHere.empty(); ++n) {
+    for (std::size_t n = 0; n < survey.stations.size() && !areMeantBelowGround(survey); ++n) {
         const StationPosition position = positionOfStation(survey.ground, survey.mesh, survey.stations[n].point);
         if (position == StationPosition::belowTopCell) {
             throw RunError(stationFile + ": " + stationText(survey, n) +
                            ": expected a station on or above the surface, found one " +
-                           numberText(static_cast<float>(-survey.ground.height[n])) + " below the surface");
+                           numberText(static_cast<float>(-survey.ground.height[n])) +
+                           " below the surface; give --boreholes where that is meant");
         }
         if (position == StationPosition::inTopCell) {
             first = inside == 0 ? n : first;
@@ -44,7 +49,7 @@ void checkAgainstGround(const std::string& stationFile, Survey& survey) {
 // Coordinates of another system and elevations that count downwards give sensitivities that look like any others.
 void checkAgainstMesh(const std::string& stationFile, Survey& survey) {
     const MeshGeometry& mesh = survey.mesh;
-    const bool mayBeInside = survey.ground.hasInactive() || !survey.measuredHere.empty();
+    const bool mayBeInside = survey.ground.hasInactive() || areMeantBelowGround(survey);
     std::vector<std::size_t> outside, below;
     for (std::size_t n = 0; n < survey.stations.size(); ++n) {
         const StationPoint& point = survey.stations[n].point;
@@ -73,7 +78,9 @@ void checkAgainstMesh(const std::string& stationFile, Survey& survey) {
 
 ResponseWeights weightsOfStation(const Survey& survey, std::size_t station) {
     const FieldDirection& measured = survey.measuredHere.empty() ? survey.measured : survey.measuredHere[station];
-    return responseWeights(survey.type, survey.field, measured);
+    ResponseWeights weights = responseWeights(survey.type, {survey.magnetisation, survey.field.strength}, measured);
+    weights.cavity = cavityWeight(weights, survey.cavity);
+    return weights;
 }
 
 void checkStations(const std::string& stationFile, Survey& survey) {

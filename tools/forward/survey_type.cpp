@@ -39,19 +39,6 @@ constexpr std::array<std::pair<DataType, std::string_view>, 12> surveyTypes{{{Da
     throw RunError("--type " + text + ": unknown; known are " + known);
 }
 
-std::array<double, 3> unitVector(const FieldDirection& direction) {
-    constexpr double degree = std::numbers::pi / 180.0;
-    const double incl = direction.incl * degree;
-    const double decl = direction.decl * degree;
-    // The cosine of a right angle is not exactly 0. Set to 0, a vertical field needs one derivative instead of six.
-    constexpr double roundOff = 1.0e-15;
-    std::array<double, 3> vector{std::cos(incl) * std::sin(decl), std::cos(incl) * std::cos(decl), std::sin(incl)};
-    for (double& component : vector) {
-        component = std::abs(component) < roundOff ? 0.0 : component;
-    }
-    return vector;
-}
-
 // strength / (4 pi) times the component along t of the second derivatives applied to f.
 ResponseWeights magneticWeights(double strength, const std::array<double, 3>& f, const std::array<double, 3>& t) {
     const double scale = strength / (4.0 * std::numbers::pi);
@@ -66,6 +53,19 @@ ResponseWeights magneticWeights(double strength, const std::array<double, 3>& f,
 }
 
 }  // namespace
+
+std::array<double, 3> unitVector(const FieldDirection& direction) {
+    constexpr double degree = std::numbers::pi / 180.0;
+    const double incl = direction.incl * degree;
+    const double decl = direction.decl * degree;
+    // The cosine of a right angle is not exactly 0. Set to 0, a vertical field needs one derivative instead of six.
+    constexpr double roundOff = 1.0e-15;
+    std::array<double, 3> vector{std::cos(incl) * std::sin(decl), std::cos(incl) * std::cos(decl), std::sin(incl)};
+    for (double& component : vector) {
+        component = std::abs(component) < roundOff ? 0.0 : component;
+    }
+    return vector;
+}
 
 DataType parseDataType(const std::string& text) {
     std::string wanted = text;

@@ -7,10 +7,11 @@
 //   1         tmi            anomalous field along the measured direction, nT for a susceptibility of 1 SI
 //   20 to 22  tx, ty, tz     anomalous field to the east, to the north and down, nT for 1 SI
 //
-// Magnetisation is induced only, along the inducing field. Inclinations are positive downwards, declinations clockwise
-// from north.
+// Magnetic cells have a magnetisation of 1 SI times the inducing field, strength / mu0 in A/m, along the field or in
+// any other one direction. Inclinations are positive downwards, declinations clockwise from north.
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 
@@ -37,7 +38,11 @@ DataType parseDataType(const std::string& text);
 
 std::string_view unitOf(DataType type);
 
-// Weights for one datum of a known data type. Field and measured direction are used for magnetic types only.
+// Unit vector to the east, to the north and down. Components that are 0 but for rounding are 0.
+std::array<double, 3> unitVector(const FieldDirection& direction);
+
+// Weights for one datum of a known data type. Field and measured direction are used for magnetic types only; the
+// direction of `field` is that of the magnetisation, its strength scales it.
 ResponseWeights responseWeights(DataType type, const InducingField& field, const FieldDirection& measured);
 
 }  // namespace voxlith

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <random>
@@ -265,6 +266,29 @@ TEST_F(MtxCommand, downholeStationsAreMeasuredAlongTheirOwnDirections) {
     EXPECT_NEAR(product[0], byPrisms(model)[0], 1e-3 * std::abs(product[0]));
     options.survey.type = parseDataType("tx");
     EXPECT_NEAR(product[1], byPrisms(model)[1], 1e-3 * std::abs(product[1]));
+}
+
+// The file of a magnetisation holds its responses, and those of x, y and z add up to them.
+TEST_F(MtxCommand, magnetisationsAddUp) {
+    options.survey.type = parseDataType("tmi");
+    options.survey.field = InducingField{{65, 10}, 50000};
+    options.tolerance = 0;
+    const FieldDirection remanent{-20, 200};
+    const std::array<double, 3> m = unitVector(remanent);
+    const std::vector<double> model = randomModel(462, 4);
+    const auto productOf = [&](const FieldDirection& direction) {
+        options.survey.magnetisation = direction;
+        writeMtxFile(options);
+        SensitivityFile file(options.outFile);
+        return file.product(file.weighted(model));
+    };
+    const std::vector<double> whole = productOf(remanent), prisms = byPrisms(model);
+    const std::vector<double> x = productOf({0, 90}), y = productOf({0, 0}), z = productOf({90, 0});
+    for (std::size_t n = 0; n < whole.size(); ++n) {
+        const double sum = m[0] * x[n] + m[1] * y[n] + m[2] * z[n];
+        EXPECT_NEAR(whole[n], prisms[n], 1e-3 * std::abs(prisms[n]) + 0.1) << n;
+        EXPECT_NEAR(whole[n], sum, 1e-3 * std::abs(sum) + 0.1) << n;
+    }
 }
 
 TEST_F(MtxCommand, aFailureLeavesTheEarlierFileAndNoOther) {

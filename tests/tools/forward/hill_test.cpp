@@ -224,7 +224,15 @@ TEST_F(Hill, failuresNameTheirCause) {
             useSurface(hill);
         },
         deep + ": station 2 at x 110, y 110, elevation 21: expected a station on or above the surface, found one " +
-            numberText(static_cast<float>(hill(110, 110) - 21)) + " below the surface");
+            numberText(static_cast<float>(hill(110, 110) - 21)) +
+            " below the surface; give --boreholes where that is meant");
+    expectError(
+        [&] {
+            options.survey.stationFile = deep;
+            options.survey.boreholes = true;
+            options.layers.style = InversionStyle{1};
+        },
+        "--topography: expected a file of style 0 or 4, found style 1, whose layers begin at the top of the mesh");
     useSurface([](double, double) { return -20.0; });
     expectError([] {},
                 options.survey.topographyFile +

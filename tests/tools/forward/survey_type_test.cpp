@@ -83,7 +83,7 @@ TEST(SurveyType, mixedGradientsArePositiveTowardsTheBody) {
     EXPECT_LT(prismResponse(cubeAt(500, -600, 700, 100), {}, responseWeights(DataType{15}, noField, {})), 0);
 }
 
-std::array<double, 3> unitVector(const FieldDirection& direction) {
+std::array<double, 3> cosinesOf(const FieldDirection& direction) {
     const double degree = std::numbers::pi / 180.0;
     return {std::cos(direction.incl * degree) * std::sin(direction.decl * degree),
             std::cos(direction.incl * degree) * std::cos(direction.decl * degree), std::sin(direction.incl * degree)};
@@ -103,7 +103,7 @@ TEST(SurveyType, magneticComponentsAreThoseOfADipole) {
         const std::array<double, 3> position{300.0, -400.0, 1200.0};
         const double r = std::sqrt(dot(position, position));
         const std::array<double, 3> u{-position[0] / r, -position[1] / r, -position[2] / r};
-        const std::array<double, 3> f = unitVector(field.direction);
+        const std::array<double, 3> f = cosinesOf(field.direction);
         const double scale = 50000.0 * 1.0e3 / (4 * std::numbers::pi * r * r * r);
         std::array<double, 3> b{};
         for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -117,7 +117,7 @@ TEST(SurveyType, magneticComponentsAreThoseOfADipole) {
         EXPECT_NEAR(response(20), b[0], tolerance) << "trial " << trial << ", seed 3";
         EXPECT_NEAR(response(21), b[1], tolerance) << "trial " << trial << ", seed 3";
         EXPECT_NEAR(response(22), b[2], tolerance) << "trial " << trial << ", seed 3";
-        EXPECT_NEAR(response(1), dot(b, unitVector(measured)), tolerance) << "trial " << trial << ", seed 3";
+        EXPECT_NEAR(response(1), dot(b, cosinesOf(measured)), tolerance) << "trial " << trial << ", seed 3";
     }
 }
 
