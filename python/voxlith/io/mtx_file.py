@@ -108,7 +108,8 @@ class MtxFile:
         self.path = os.fspath(path)
         self.strict = strict
         self._input = BinaryInput(open_input(path), self.path)
-        self._ends: list[int] = []  # byte after each row that has been read
+        self._ends: list[int] = []  # byte after each row, once the counts have been read
+        self._rows_end = 0  # byte after the last row, once it is known
         try:
             self.header = read_header(self._input, name or self.path, strict)
         except BaseException:
@@ -146,30 +147,26 @@ class MtxFile:
         """
         begin = self.header.rows_begin
         done = 0
-        ends: list[int] = []
         new_row = tuple.__new__
         while done < self.header.n_data:
             block = self._input.bytes_at(begin, _BLOCK)
-            starts, counts, taken = self._cut_rows(block, begin, self.header.n_data - done)
-            if not starts:
+            bounds, taken = self._cut_rows(block, begin, self.header.n_data - done)
+            if not bounds:
                 block = self._input.bytes_at(begin, self._row_bytes(block, begin))
-                starts, counts, taken = self._cut_rows(block, begin, 1)
+                bounds, taken = self._cut_rows(block, begin, 1)
             words = np.frombuffer(block, dtype="<i4", count=taken // 4)
             if check:
-                self._check_indices(words, starts, counts, begin)
+                self._check_indices(words, bounds, begin)
             values = words.view("<f4")
-            for start, count in zip(starts, counts):
-                if count >= 0:
-                    middle = start + count
+            for start, middle in zip(bounds[::2], bounds[1::2]):
+                if middle >= start:
                     # As MtxRow(...), in a third of the time.
-                    yield new_row(MtxRow, (words[start:middle], values[middle: middle + count], False))
+                    yield new_row(MtxRow, (words[start:middle], values[middle: 2 * middle - start], False))
                 else:
                     yield MtxRow(self._dense_index(), values[start: start + self.header.n_dense], True)
-            done += len(starts)
-            ends += [begin + 4 * (start - 1 - self._frame) for start in starts[1:]]
+            done += len(bounds) // 2
             begin += taken
-            ends.append(begin)
-        self._ends = ends
+        self._rows_end = begin
 
     def row(self, number: int) -> MtxRow:
         """One row by its number from 0; the counts of all rows are read once. Raises FileError and IndexError."""
@@ -180,14 +177,13 @@ class MtxFile:
         ends = self._row_ends()
         begin = ends[number - 1] if number else self.header.rows_begin
         block = self._input.bytes_at(begin, ends[number] - begin)
-        starts, counts, taken = self._cut_rows(block, begin, 1)
+        (start, middle), taken = self._cut_rows(block, begin, 1)
         words = np.frombuffer(block, dtype="<i4", count=taken // 4)
-        self._check_indices(words, starts, counts, begin)
-        start, count = starts[0], counts[0]
+        self._check_indices(words, [start, middle], begin)
         values = words.view("<f4")
-        if count < 0:
+        if middle < start:
             return MtxRow(self._dense_index(), values[start: start + self.header.n_dense], True)
-        return MtxRow(words[start: start + count], values[start + count: start + 2 * count])
+        return MtxRow(words[start:middle], values[middle: 2 * middle - start])
 
     def row_counts(self) -> Integers:
         """Number of coefficients of each row, shape (n_data,). Only the counts are read."""
@@ -223,7 +219,7 @@ class MtxFile:
         head, source = self.header, self._input
         if head.form == "record":
             return None
-        source.position = self._row_ends()[-1]
+        source.position = self._rows_end or self._row_ends()[-1]
         versioned = head.form == "tagged" and head.version > 1
         layers = (head.layers + 1) * head.n_data
         source.require(8 * head.n_cells + (4 + 8 * layers if versioned else 0), "the diagonal and what follows it")
@@ -243,7 +239,7 @@ class MtxFile:
         return np.arange(1, self.header.n_dense + 1, dtype=np.int32)
 
     def _row_ends(self) -> list[int]:
-        """Byte after each row; the counts are read unless all rows have been read already."""
+        """Byte after each row. The counts are read once."""
         if not self._ends:
             begin, ends = self.header.rows_begin, []
             for _ in range(self.header.n_data):
@@ -271,36 +267,37 @@ class MtxFile:
                             f"{self._input.size - begin} to the end of the file", byte=begin)
         return length
 
-    def _cut_rows(self, block: bytes, begin: int, most: int) -> tuple[list[int], list[int], int]:
+    def _cut_rows(self, block: bytes, begin: int, most: int) -> tuple[list[int], int]:
         """Rows that a block holds whole.
 
         Returns
         -------
-        starts : list of int
-            Word at which the indices of each row begin (its values, where it has no indices).
-        counts : list of int
-            Count of each row as stored.
+        bounds : list of int
+            Of each row the word at which its indices begin, and the word at which its values begin. The second is
+            smaller than the first for a dense row, whose values begin at the first.
         taken : int
             Bytes of the rows.
         """
         words = memoryview(block)[: len(block) // 4 * 4].cast("i")
         frame, size = self._frame, len(words)
         dense = self.header.n_dense
-        starts: list[int] = []
-        counts: list[int] = []
+        bounds: list[int] = []
         at = 0
         if not frame:
             # The usual rows of the layouts without frames; the first other one ends them.
-            add_start, add_count = starts.append, counts.append
-            while at < size and len(starts) < most:
-                count = words[at]
-                end = at + 1 + 2 * count
-                if count <= 0 or end > size:
-                    break
-                add_start(at + 1)
-                add_count(count)
-                at = end
-        while len(starts) < most and at + 1 + 2 * frame <= size:
+            add = bounds.append
+            while at < size and (count := words[at]) > 0:
+                add(at + 1)
+                at += count + 1
+                add(at)
+                at += count
+            if at > size:
+                at = bounds[-2] - 1
+                del bounds[-2:]
+            if len(bounds) > 2 * most:
+                at = bounds[2 * most] - 1
+                del bounds[2 * most:]
+        while len(bounds) < 2 * most and at + 1 + 2 * frame <= size:
             count = words[at + frame]
             first = at + 1 + frame
             end = first + (2 * count if count >= 0 else dense) + frame
@@ -311,26 +308,28 @@ class MtxFile:
             if frame and words[end - 1] != words[at]:
                 raise FileError(self.path, f"expected the record of a row to end with its length {words[at]}, found "
                                 f"{words[end - 1]}", byte=begin + 4 * (end - 1))
-            starts.append(first)
-            counts.append(count)
+            bounds += (first, first + count)
             at = end
-        return starts, counts, 4 * at
+        return bounds, 4 * at
 
-    def _check_indices(self, words: Integers, starts: list[int], counts: list[int], begin: int) -> None:
-        """All indices within 1 to the padded cells."""
-        unsigned = words.view("<u4")
+    def _check_indices(self, words: Integers, bounds: list[int], begin: int) -> None:
+        """All indices within 1 to the padded cells; those of a row are words[start:middle]."""
+        index = np.array(bounds)
+        if (index[1:] <= index[:-1]).any():
+            pairs = index.reshape(-1, 2)
+            index = pairs[pairs[:, 0] < pairs[:, 1]].ravel()
+            if not len(index):
+                return
         # The extremes of all rows of a block at once; those of the words between the indices are not looked at.
-        ends = [end for start, count in zip(starts, counts) if count > 0 for end in (start, start + count)]
-        if not ends:
-            return
-        bounds = np.array(ends, dtype=np.intp)
-        highest = np.maximum.reduceat(unsigned, bounds)[::2]
-        lowest = np.minimum.reduceat(unsigned, bounds)[::2]
-        if np.maximum.reduce(highest) > self.header.n_padded or not np.minimum.reduce(lowest):
-            row = int(np.flatnonzero((highest > self.header.n_padded) | (lowest == 0))[0])
-            indices = unsigned[bounds[2 * row]: bounds[2 * row + 1]]
-            bad_word = int(bounds[2 * row] + np.flatnonzero((indices < 1) | (indices > self.header.n_padded))[0])
-            raise FileError(self.path, f"expected a coefficient index within 1 to {self.header.n_padded}, found "
+        unsigned, highest_allowed = words.view("<u4"), self.header.n_padded
+        highest = np.maximum.reduceat(unsigned, index)[::2]
+        lowest = np.minimum.reduceat(unsigned, index)[::2]
+        if highest.max() > highest_allowed or not lowest.min():
+            row = int(np.flatnonzero((highest > highest_allowed) | (lowest == 0))[0])
+            start, middle = index[2 * row: 2 * row + 2]
+            indices = unsigned[start:middle]
+            bad_word = int(start + np.flatnonzero((indices < 1) | (indices > highest_allowed))[0])
+            raise FileError(self.path, f"expected a coefficient index within 1 to {highest_allowed}, found "
                             f"{words[bad_word]}", byte=begin + 4 * bad_word)
 
 
