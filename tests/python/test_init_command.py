@@ -1,6 +1,7 @@
 """Control files written for given data: the program takes them as they stand and fits the data."""
 
 import os
+import re
 import subprocess
 
 import numpy as np
@@ -8,6 +9,7 @@ import pytest
 from conftest import BUILD, DIRECTION, FIELD, one_line
 
 from voxlith import Mesh, Model, Run, Survey
+from voxlith.checks.background import background_values
 from voxlith.io.control_file import read_control_file
 
 KINDS = {"gz": 0, "tmi": 1}
@@ -222,3 +224,33 @@ def test_what_check_would_say_stands_in_warnings(survey, tools, tmp_path):
     made.with_data(data + 12.0 * (data > -9000.0)).write(tmp_path / "d.obs")
     errors = tools("init", *GRAVITY).errors
     assert "1 data are -9999" in errors and "has a level of 12" in errors
+
+
+def test_a_background_that_rocks_do_not_have(survey, tools, tmp_path):
+    """A slope across the survey would be fitted by a layer of hundreds of g/cm3."""
+    made = survey("gz", 0.4)
+    made.with_data(made.data + 0.05 * (made.x - 1000.0) + 0.03 * made.y).write(tmp_path / "d.obs")
+    done = tools("init", *GRAVITY)
+    assert done.status == 0 and "which rocks do not have" in done.errors and "leave 0 as the background on line 2" in done.errors
+    checked = tools("check", "d.obs", "--control", "voxlith.inp")
+    assert checked.status == 0 and "warning  background" in checked.out
+    text = (tmp_path / "voxlith.inp").read_text()
+    for line, words in (("2 1 0", "removes a fitted background of a density contrast of"), ("2 2 30", "a background of a density "
+                         "contrast of 30 g/cm3")):
+        (tmp_path / "voxlith.inp").write_text(text.replace("2 0 0", line, 1))
+        checked = tools("check", "d.obs", "--control", "voxlith.inp")
+        assert checked.status == 1 and "error    background" in checked.out and words in checked.out
+    (tmp_path / "voxlith.inp").write_text(text.replace("2 0 0", "2 2 0.3", 1))
+    assert "background" not in tools("check", "d.obs", "--control", "voxlith.inp").out
+
+
+def test_fitted_background_is_that_of_a_run(survey, tools, tmp_path):
+    made = survey("gz", 0.4)
+    made.with_data(made.data + 5.0 + 0.001 * (made.x - 1000.0) ** 2 / 100.0).write(tmp_path / "d.obs")
+    assert tools("init", *GRAVITY, "--iterations", 1).status == 0
+    text = (tmp_path / "voxlith.inp").read_text()
+    (tmp_path / "voxlith.inp").write_text(text.replace("2 0 0", "2 1 0", 1))
+    run(tmp_path)
+    removed = re.search(r"Background Value Removed: *(\S+)", (tmp_path / "voxlith.log").read_text())
+    values = background_values(Survey.read(tmp_path / "d.obs", "gz"), [tmp_path / "g.mtx"])
+    assert values == [(pytest.approx(float(removed[1]), abs=1e-4), 0)]

@@ -43,7 +43,7 @@ def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str
         findings.append(Finding(
             "warning", "constant-offset", f"{label}: the edge of the survey has a level of {plane[0]:.4g} {unit}, and the "
             f"anomalies a range of {anomalies:.3g} {unit}; a body cannot explain a level",
-            "subtract it with voxlith-tools regional (order 0 or 1), or put 1 as the background on line 2 of the control file"))
+            "subtract it with voxlith-tools regional (order 0 or 1)"))
     if swing > _TREND * least:
         direction = np.degrees(np.arctan2(plane[1], plane[2])) % 360.0
         findings.append(Finding(

@@ -18,6 +18,7 @@ from ..checks.table import check_encoding, read_loosely
 from ..crs import convert, outside_area_of_use, parse_crs
 from ..earth_field import earth_field
 from ..errors import FileError, UsageError
+from ..io.control_file import read_control_file
 from ..io.mtx_file import MtxFile
 from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
@@ -56,6 +57,7 @@ def make_parser() -> Parser:
     add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
     add("--mesh", metavar="FILE", help="Mesh file: whether the stations are above it")
     add("--mtx", metavar="FILE", help="Sensitivity file: whether its stations are these; the background value they would give")
+    add("--control", metavar="FILE", help="Control file of the run: whether the background that its line 2 removes is one of rocks")
     add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain: whether stations are in the ground")
     add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
     add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
@@ -83,9 +85,19 @@ def run(arguments: Sequence[str]) -> int:
     survey, side = _placed(options, survey, findings)
     findings += check_survey(survey, names, given=given, regional_removed=side.regional_removed)
     findings += _against(options, survey, side, names)
-    if options.mtx and {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
-        findings += check_background(survey, options.mtx)
+    findings += _background(options, survey, findings)
     return _finish(options, findings, survey.n_stations)
+
+
+def _background(options: argparse.Namespace, survey: Survey, findings: Sequence[Finding]) -> list[Finding]:
+    """The background that the control file removes, or could remove where the data have an offset or a slope."""
+    if options.control:
+        values = read_control_file(options.control).values
+        return check_background(survey, [options.mtx] if options.mtx else values.mtx_files, values.background,
+                                values.background_value)
+    if options.mtx and {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
+        return check_background(survey, [options.mtx])
+    return []
 
 
 def _remedy(error: FileError) -> str:

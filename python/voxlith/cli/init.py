@@ -21,6 +21,7 @@ from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..checks import check_survey
+from ..checks.background import check_background
 from ..checks.findings import listed
 from ..mesh import Mesh
 from ..side_file import read_side_file
@@ -36,7 +37,7 @@ _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
 
 _WEIGHTS = "none"
 _FULL_STYLES = (0, 4)
-_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend")
+_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background")
 
 _EXAMPLES = """\
 Examples:
@@ -119,9 +120,11 @@ def _is_full(files: _Sensitivities) -> bool:
 def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
     """What would spoil the run, in words of ``check``."""
     findings = check_survey(survey, regional_removed=read_side_file(options.data).regional_removed)
+    if {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
+        findings += check_background(survey, options.mtx)
     texts = []
     for finding in findings:
-        if finding.severity == "error" or finding.name in _WORTH_SAYING:
+        if finding.severity == "error" or (finding.severity == "warning" and finding.name in _WORTH_SAYING):
             stations = f" ({listed(finding.stations)})" if finding.stations else ""
             texts.append(f"{finding.text}{stations}; {finding.remedy}")
     return texts
