@@ -160,9 +160,14 @@ def check_points(points: npt.ArrayLike, path: PathLike) -> Reals:
     Raises
     ------
     FileError
-        For fewer than three points, and for points along one line: the elevation beside it would be a guess.
+        For fewer than three points, for points along one line, beside which the elevation would be a guess, and for
+        elevations that are a no-data code.
     """
     rows = np.asarray(points, dtype=np.float64)
+    coded = np.flatnonzero(no_data_codes(rows[:, 2]))
+    if len(coded):
+        raise FileError(path, f"expected elevations, found {len(coded)} points of {rows[coded[0], 2]:g}, which stands for no "
+                        "data; leave these points out")
     if len(rows) < 3:
         raise FileError(path, f"expected three points of terrain or more, found {len(rows)}")
     centred = rows[:, :2] - rows[:, :2].mean(axis=0)

@@ -58,8 +58,13 @@ def _is_program(name: str) -> bool:
 
 def numbers_file(values: npt.NDArray[np.float64]) -> IO[bytes]:
     """A file without a name that holds numbers of 8 bytes, for a program that is started."""
+    return content_file(values.astype("<f8").tobytes())
+
+
+def content_file(content: bytes) -> IO[bytes]:
+    """A file without a name, for a program that is started."""
     file = tempfile.TemporaryFile()
-    file.write(values.astype("<f8").tobytes())
+    file.write(content)
     file.flush()
     file.seek(0)
     os.set_inheritable(file.fileno(), True)

@@ -1,4 +1,4 @@
-"""What a file of numbers cannot say of itself: its coordinate reference system, the shift of its origin, and its history.
+"""What a file of numbers cannot say of itself: its reference system, the shift of its origin, and its history.
 
 The side file of ``gz.obs`` is ``gz.obs.json``. Programs that know nothing of it are not disturbed.
 """
@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import json
 import os
+from collections.abc import Iterable
 from dataclasses import dataclass, field, replace
 from typing import Any
 
@@ -44,6 +45,11 @@ class SideInfo:
     def regional_removed(self) -> bool:
         """Whether a regional field was subtracted."""
         return any(step.get("operation") == "regional" for step in self.history)
+
+    @property
+    def coordinates(self) -> SideInfo:
+        """The same without the history, which belongs to one file."""
+        return replace(self, history=())
 
     def with_step(self, operation: str, **details: Any) -> SideInfo:
         """The same with one more step of the history."""
@@ -85,17 +91,59 @@ def read_side_file(path: PathLike) -> SideInfo:
         raise FileError(name, f"expected a side file with format, crs, shift and history ({error!r})") from error
 
 
+def first_coordinates(paths: Iterable[PathLike]) -> SideInfo:
+    """Coordinates that the first of some files with a side file says. Raises FileError."""
+    for path in paths:
+        found = read_side_file(path).coordinates
+        if not found.is_empty:
+            return found
+    return SideInfo()
+
+
 def write_side_file(path: PathLike, info: SideInfo) -> bool:
     """Write the side file of a file, or remove an old one when there is nothing to remember; gives whether there is one
-    now. Raises FileError."""
+    now.
+
+    Raises
+    ------
+    FileError
+        When the name is that of a file of another kind, which stays.
+    """
     name = side_path(path)
     if info.is_empty:
         try:
+            read_side_file(path)
             os.remove(name)
-        except OSError:
+        except (OSError, FileError):
             pass
         return False
+    read_side_file(path)
+    write_bytes(name, side_content(path, info))
+    return True
+
+
+def side_content(path: PathLike, info: SideInfo) -> bytes:
+    """Content of the side file of a file; empty when there is nothing to remember."""
+    if info.is_empty:
+        return b""
     text = json.dumps({"format": _MARK, "of": os.path.basename(os.fspath(path)), "crs": info.crs,
                        "shift": list(info.shift), "history": list(info.history)}, indent=1, ensure_ascii=False)
-    write_bytes(name, (text + "\n").encode("utf-8"))
-    return True
+    return (text + "\n").encode("utf-8")
+
+
+def other_coordinates(first: SideInfo, second: SideInfo) -> str:
+    """How the coordinates of two files differ, where both files say what theirs are; empty when they agree.
+
+    >>> other_coordinates(SideInfo("EPSG:32633"), SideInfo("EPSG:32632"))
+    'EPSG:32633 and EPSG:32632'
+    >>> other_coordinates(SideInfo("EPSG:32633"), SideInfo()), other_coordinates(SideInfo("a"), SideInfo("a"))
+    ('', '')
+    """
+    if not first.crs or not second.crs:
+        return ""
+    from .crs import parse_crs  # brings NumPy, which a computation does without
+    if first.crs != second.crs and not parse_crs(first.crs).equals(parse_crs(second.crs)):
+        return f"{first.crs} and {second.crs}"
+    if first.shift != second.shift:
+        return " and ".join(f"a shift of the origin of {east:.12g},{north:.12g}" for east, north in (first.shift, second.shift))
+    return ""

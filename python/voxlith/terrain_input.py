@@ -7,9 +7,11 @@ import os
 import numpy as np
 import numpy.typing as npt
 
+from .checks.stations import looks_like_degrees
 from .crs import convert
 from .dem import Box, check_points, is_raster, read_raster_terrain
 from .errors import FileError, PathLike, UsageError
+from .grid_table import read_grid_data
 from .io.csv_file import read_csv_file
 from .io.topography_file import read_topography_file
 from .terrain import Terrain
@@ -56,14 +58,19 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
     """
     at = np.asarray(places, dtype=np.float64)
     box = Box(float(at[:, 0].min()), float(at[:, 0].max()), float(at[:, 1].min()), float(at[:, 1].max()))
-    if is_raster(path):
+    gxf = os.fspath(path).lower().endswith(".gxf")
+    if is_raster(path) and not gxf:
         found = read_raster_terrain(path, box, step, crs=crs, raster_crs=terrain_crs, shift=shift)
         warning = ""
         if found.covered < _LEAST_COVERED:
             warning = (f"{os.fspath(path)}: the raster covers {100.0 * found.covered:.0f} % of the mesh; elsewhere the elevation "
                        "of the nearest point is used")
         return Terrain(check_points(found.points, path)), warning
-    points = _table_points(path) if os.fspath(path).lower().endswith(TABLE_ENDINGS) else read_topography_file(path)
+    if gxf:
+        points, own = _gxf_points(path, step)
+        terrain_crs = terrain_crs or own
+    else:
+        points = _table_points(path) if os.fspath(path).lower().endswith(TABLE_ENDINGS) else read_topography_file(path)
     if terrain_crs and crs and terrain_crs != crs:
         x, y = convert(points[:, 0], points[:, 1], terrain_crs, crs)
         points = np.column_stack([x, y, points[:, 2]])
@@ -71,11 +78,24 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
     return Terrain(check_points(points, path)), _coverage_warning(path, points, box)
 
 
+def _gxf_points(path: PathLike, step: float) -> tuple[Reals, str]:
+    """Points of a grid with values, and its reference system."""
+    grid = read_grid_data(path)
+    if grid.step < 0.5 * step and not looks_like_degrees(grid.x.ravel(), grid.y.ravel()):
+        grid = read_grid_data(path, step)
+    heights, = grid.bands.values()
+    held = np.isfinite(heights)
+    return np.column_stack([grid.x[held], grid.y[held], heights[held]]), grid.crs
+
+
 def _coverage_warning(path: PathLike, points: Reals, box: Box) -> str:
     low, high = points[:, :2].min(axis=0), points[:, :2].max(axis=0)
     if low[0] > box.east or high[0] < box.west or low[1] > box.north or high[1] < box.south:
+        hint = ""
+        if looks_like_degrees(points[:, 0], points[:, 1]):
+            hint = "; degrees need --terrain-crs EPSG:4326, and a reference system of the survey"
         raise FileError(path, f"expected points around x {box.west:g} to {box.east:g}, y {box.south:g} to {box.north:g}, found "
-                        f"points at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}")
+                        f"points at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}{hint}")
     wide = max(box.east - box.west, box.north - box.south)
     if low[0] > box.west + 0.25 * wide or high[0] < box.east - 0.25 * wide or low[1] > box.south + 0.25 * wide or \
             high[1] < box.north - 0.25 * wide:

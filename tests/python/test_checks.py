@@ -253,3 +253,11 @@ def test_tutorial_data_raise_no_error():
         table["sd"] = 0.02
         survey = Survey.from_pandas(table, column, "sd", code, x="easting_m", y="northing_m", elevation="elevation_m")
         assert worst(check_survey(survey)) is None, name
+
+
+def test_missing_data_are_noted():
+    survey = clean()
+    data = survey.data.copy()
+    data[0, [4, 9]] = np.nan
+    finding = found(changed(survey, data=data))["missing-data"]
+    assert finding.severity == "note" and "2 of 256" in finding.text and finding.stations == ("record 5", "record 10")

@@ -11,6 +11,7 @@ from voxlith.crs import (convert, grid_convergence, longitude_latitude, outside_
 from voxlith.dem import Box, check_points, is_raster, read_raster_terrain
 from voxlith.earth_field import earth_field, inducing_field
 from voxlith.side_file import SideInfo, read_side_file, side_path, write_side_file
+from voxlith.terrain_input import read_terrain
 
 UTM33 = "EPSG:32633"
 BOX = Box(452000.0, 453200.0, 5538000.0, 5539200.0)
@@ -158,3 +159,40 @@ def test_points_that_make_no_surface():
     with pytest.raises(FileError, match="along one line"):
         check_points([[n, 2.0 * n, 1.0] for n in range(9)], "topo.txt")
     assert check_points([[0.0, 0.0, 1.0], [1.0, 0.0, 1.0], [0.0, 1.0, 1.0]], "topo.txt").shape == (3, 3)
+
+
+def test_side_file_spares_other_files(tmp_path):
+    other = tmp_path / "a.obs.json"
+    other.write_text('{"mine": 1}')
+    assert not write_side_file(tmp_path / "a.obs", SideInfo())
+    with pytest.raises(FileError, match="expected a side file"):
+        write_side_file(tmp_path / "a.obs", SideInfo(UTM33))
+    assert other.read_text() == '{"mine": 1}'
+
+
+def test_no_data_codes_and_degrees_among_points(tmp_path):
+    places = np.array([[BOX.west, BOX.south], [BOX.east, BOX.north]])
+    rows = [(x, y, 400.0 + 0.01 * n) for n, (x, y) in enumerate((x, y) for x in (452000, 452600, 453200)
+                                                                for y in (5538000, 5539200))]
+    write = lambda points: (tmp_path / "t.csv").write_text("x,y,z\n" + "\n".join(f"{a},{b},{c}" for a, b, c in points))
+    write(rows)
+    assert read_terrain(tmp_path / "t.csv", places, 10.0)[1] == ""
+    write([*rows[:-1], (453200, 5539200, -9999)])
+    with pytest.raises(FileError, match="1 points of -9999"):
+        read_terrain(tmp_path / "t.csv", places, 10.0)
+    write([(14.31, 49.91, 400), (14.35, 49.92, 410), (14.33, 49.96, 420)])
+    with pytest.raises(FileError, match="--terrain-crs EPSG:4326"):
+        read_terrain(tmp_path / "t.csv", places, 10.0, crs=UTM33)
+
+
+def test_terrain_of_a_rotated_gxf(tmp_path):
+    """The rotation counts, and the grid may be finer than is wanted."""
+    from test_grid_table import gxf
+    heights = np.add.outer(10.0 * np.arange(40), 1.0 * np.arange(80))
+    (tmp_path / "a.gxf").write_text(gxf(heights, ROTATION=30, XORIGIN=453000, YORIGIN=5536000))
+    places = np.array([[454000.0, 5538000.0], [454500.0, 5538600.0]])
+    surface, _ = read_terrain(tmp_path / "a.gxf", places, 150.0, crs=UTM33, terrain_crs=UTM33)
+    at = np.array([454200.0, 5538300.0])
+    offset, angle = at - [453000.0, 5536000.0], np.radians(30.0)
+    along, up = (np.cos(angle) * offset[0] + np.sin(angle) * offset[1], -np.sin(angle) * offset[0] + np.cos(angle) * offset[1])
+    assert surface(*at) == pytest.approx(along / 50.0 + up / 10.0, abs=1e-6)

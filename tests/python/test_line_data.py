@@ -7,8 +7,8 @@ import numpy as np
 import pytest
 from hypothesis import given
 
-from voxlith import FileError, UsageError
-from voxlith.io.line_data import read_line_data, thin_lines
+from voxlith import FileError
+from voxlith.io.line_data import read_line_data, table_of_lines, thin_lines
 
 TEXT = """/ exported 2024
 /   X          Y        Z   TMI
@@ -31,10 +31,8 @@ def test_lines_ties_dummies_and_channels(tmp_path):
     assert found.channels == ["X", "Y", "Z", "TMI"]
     assert found.line == ["L100", "L100", "TT9", "L101:2", "L102"]
     assert found.is_tie.tolist() == [False, False, True, False, False]
-    assert np.array_equal(found.channel("tmi"), [12.5, np.nan, -3.25, 100.0, 7.0], equal_nan=True)
+    assert [words[3] for words in found.words] == ["12.5", "", "-3.25", "1e2", "7"]
     assert found.records.tolist() == [5, 6, 8, 10, 12]
-    with pytest.raises(UsageError, match="X, Y, Z, TMI"):
-        found.channel("gz")
 
 
 def test_without_names(tmp_path):
@@ -45,12 +43,53 @@ def test_without_names(tmp_path):
 
 @pytest.mark.parametrize("text, message", [("", "found none"), ("/ x\nLINE 1\n", "found none"),
                                            ("1 2 3\n1 2\n", "line 2: expected 3 columns"),
-                                           ("1 2 x\n", 'line 1: expected a number or \\*, found "x"'),
-                                           ("1 2 inf\n", "expected a number")])
+                                           ("x 1 2\n", 'line 1: expected a heading, a number or \\*, found "x"')])
 def test_refusals(tmp_path, text, message):
     (tmp_path / "a.xyz").write_text(text)
     with pytest.raises(FileError, match=message):
         read_line_data(tmp_path / "a.xyz")
+
+
+EXPORT = """/ ------------------------------------------------------
+/ XYZ EXPORT [06/15/2011]
+/ DATABASE   [.\\mag.gdb : Super]
+/ ------------------------------------------------------
+/
+/         X           Y      DATE        MAG
+/========== =========== ========== =========
+/
+Line  100
+//Flight 1
+//Date 2011/05/03
+ 452000,50  5318000,25  2011/05/03     12,5
+ 452010,50  5318000,25  2011/05/03        *
+Line  110
+ 452010,50  5318100,25  2011/05/04     -3,5
+"""
+
+
+def test_an_export_with_rules_dates_and_decimal_commas(tmp_path):
+    (tmp_path / "a.xyz").write_text(EXPORT)
+    found = read_line_data(tmp_path / "a.xyz")
+    assert found.channels == ["X", "Y", "DATE", "MAG"] and found.line == ["L100", "L100", "L110"]
+    assert found.words[1] == ["452010,50", "5318000,25", "2011/05/03", ""]
+    table = table_of_lines(found, tmp_path / "a.xyz", True)
+    assert table.numbers(table.column("X")).tolist() == [452000.5, 452010.5, 452010.5]
+    with pytest.raises(FileError, match='line 12: column "DATE": expected a number, found "2011/05/03"'):
+        table.numbers(table.column("DATE"))
+    with pytest.raises(FileError, match='line 12: column "X": expected a number, found "452000,50"'):
+        plain = table_of_lines(found, tmp_path / "a.xyz")
+        plain.numbers(plain.column("X"))
+
+
+def test_fields_between_commas(tmp_path):
+    (tmp_path / "a.xyz").write_text("LINE 1\n1,2,,4\n5, 6, *, 8\n")
+    assert read_line_data(tmp_path / "a.xyz").words == [["1", "2", "", "4"], ["5", "6", "", "8"]]
+
+
+def test_lines_of_two_surveys_that_alternate():
+    x = np.repeat(np.arange(6.0), 2)
+    assert thin_lines(x, 0.0 * x, ["a", "b"] * 6, 2.0).tolist() == [0, 1, 4, 5, 8, 9]
 
 
 @given(st.binary(max_size=300))

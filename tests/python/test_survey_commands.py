@@ -43,7 +43,9 @@ def test_check_finds_all_traps_of_a_messy_table(tools, tmp_path):
     assert {"degrees", "no-data-code", "duplicate-stations"} <= set(found)
     done = tools("check", "messy.csv", *COLUMNS, "--crs", "EPSG:4326", "--to", UTM33, "--json", "-")
     found = {item["name"]: item for item in json.loads(done.out)}
-    assert set(found) - {"outliers"} == {"no-data-code", "duplicate-stations", "constant-offset", "regional-trend"}
+    assert set(found) - {"outliers"} == {"no-data-code", "duplicate-stations", "constant-offset", "regional-trend",
+                                         "missing-data"}
+    assert found["missing-data"]["stations"] == ["P061", "P062"]
     assert found["no-data-code"]["stations"] == ["P060"] and set(found["duplicate-stations"]["stations"][0].split(" = ")) == {
         "P020", "P200"}
 
@@ -174,3 +176,37 @@ def test_mesh_remembers_the_reference_system(tools, tmp_path):
     options = ("mesh", "--stations", "gz.obs", "--cell", 50, "--depth", 400, "--out", "m.msh")
     assert tools(*options).status == 0
     assert read_side_file(tmp_path / "m.msh") == SideInfo(UTM33, (1.0e5, 0.0))
+
+
+def test_coordinates_go_from_data_to_exports(tools, tmp_path):
+    """Data, mesh, sensitivities, predicted data, VTK and GeoTIFF: all know where they are."""
+    import rasterio
+    mesh = Mesh.from_widths((2000.0, 5538000.0, 340.0), 8 * [100.0], 6 * [100.0], 5 * [20.0])
+    survey = stations(0)
+    survey.x, survey.y, survey.elevation = survey.x + 1000.0, survey.y + 5536000.0, survey.elevation + 300.0
+    survey.write(tmp_path / "gz.obs")
+    mesh.write(tmp_path / "mesh.msh")
+    known = SideInfo(UTM33, (450000.0, 0.0), ({"operation": "regional"},))
+    write_side_file(tmp_path / "gz.obs", known)
+    common = ("--mesh", "mesh.msh", "--stations", "gz.obs", "--type", "gz")
+    assert tools("mtx", *common, "--out", "gz.mtx").status == 0
+    assert tools("predict", *common, "--model", 0.5, "--out", "predicted.obs").status == 0
+    for name in ("gz.mtx", "predicted.obs"):
+        assert read_side_file(tmp_path / name) == known.coordinates, name
+    (tmp_path / "m.den").write_text("\n".join(["0.1"] * mesh.n_cells) + "\n")
+    assert tools("vtr", "--mesh", "mesh.msh", "--model", "m.den", "--mtx", "gz.mtx", "--out", "m.vtr").status == 0
+    assert read_side_file(tmp_path / "m.vtr") == known.coordinates
+    write_side_file(tmp_path / "mesh.msh", known.coordinates)
+    assert tools("export", "--mesh", "mesh.msh", "--model", "m.den", "--out", "m.tif").status == 0
+    with rasterio.open(tmp_path / "m.tif") as file:
+        assert file.crs.to_epsg() == 32633 and file.bounds.left == 452000.0
+    assert tools("export", "--mesh", "mesh.msh", "--model", "m.den", "--out", "m.csv").status == 0
+    assert read_side_file(tmp_path / "m.csv") == SideInfo(UTM33)
+    write_side_file(tmp_path / "mesh.msh", SideInfo("EPSG:32632", known.shift))
+    assert "found EPSG:32633 and EPSG:32632" in one_line(tools("mtx", *common, "--out", "other.mtx"), 2)
+    assert not (tmp_path / "other.mtx").exists()
+    assert "reference-system" in tools("check", "gz.obs", "--mesh", "mesh.msh").out
+    (tmp_path / "mesh.msh.json").unlink()
+    (tmp_path / "gz.obs.json").unlink()
+    assert tools("mtx", *common, "--out", "gz.mtx").status == 0
+    assert not (tmp_path / "gz.mtx.json").exists()

@@ -330,6 +330,7 @@ MtxReport writeMtxFile(const MtxOptions& options) {
         throw;
     }
     removeRowJournal(journal);
+    writeSideFile(options.outFile, options.survey);
 
     report.rows = static_cast<std::int64_t>(rows);
     report.paddedCells = static_cast<std::int64_t>(paddedExtentsOf(content.survey.mesh).total());

@@ -63,6 +63,7 @@ PredictReport writePrediction(const PredictOptions& options) {
     ObsSet obs;
     fillObservedData(survey, data, options.noise, options.seed, obs);
     writeObsFile(options.outFile, obs, obs.obsData);
+    writeSideFile(options.outFile, options.survey);
     PredictReport report;
     report.warnings = survey.warnings;
     report.stations = obs.nData;

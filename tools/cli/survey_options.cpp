@@ -6,10 +6,14 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
 #include <system_error>
 #include <utility>
 
 #include "base/messages.h"
+#include "base/output_file.h"
 #include "forward/number_text.h"
 #include "forward/prism.h"
 #include "forward/real_file.h"
@@ -181,6 +185,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
                            "Surface: a file with the number of points, then one point per line, x y elevation (UBC "
                            "form); cells whose centre is above it are inactive and have no response");
     command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
+    command.add_option("--side", options.sideFile)->group("");
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
     command.add_flag("--responses", options.responses)->group("");
     command
@@ -247,6 +252,37 @@ void checkOutput(const std::string& outFile, const SurveyOptions& options, const
             throw RunError("--out " + outFile + ": expected another file than that of " + option);
         }
     }
+}
+
+namespace {
+
+// An old one; a file of another kind that happens to have the name stays.
+void removeSideFile(const std::string& name) {
+    std::ifstream old(name, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(old), std::istreambuf_iterator<char>()};
+    if (content.find("\"voxlith side file\"") != std::string::npos) {
+        std::error_code none;
+        std::filesystem::remove(name, none);
+    }
+}
+
+}  // namespace
+
+void writeSideFile(const std::string& outFile, const SurveyOptions& options) {
+    if (options.sideFile.empty()) {
+        return;
+    }
+    std::ifstream source(options.sideFile, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(source), std::istreambuf_iterator<char>()};
+    const std::string name = outFile + ".json";
+    if (content.empty()) {
+        removeSideFile(name);
+        return;
+    }
+    const auto file = std::make_unique<OutputFile>();
+    openOutputFile(*file, name);
+    appendOutput(*file, content);
+    finishOutputFile(*file);
 }
 
 std::size_t threadCount(const SurveyOptions& options, std::size_t bytesPerThread) {

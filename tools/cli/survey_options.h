@@ -1,8 +1,10 @@
 // The options that subcommands with a forward computation share: mesh, stations, data type, field, topography, threads.
 //
 // The surface of the topography is interpolated by voxlith-tools, which knows the file. It asks for the places by
-// --surface-points and hands over the elevations by --surface. --responses gives the responses of all cells, so that a
-// test can hand the same rows to another writer. Help does not show the three.
+// --surface-points and hands over the elevations by --surface. It also knows what is to be remembered of the
+// coordinates (reference system, shift of the origin), and hands over the content of the output's side file by --side.
+// --responses gives the responses of all cells, so that a test can hand the same rows to another writer. Help does not
+// show the four.
 #pragma once
 
 #include <cstddef>
@@ -28,6 +30,7 @@ struct SurveyOptions {
     bool boreholes = false;                       // stations may be below the surface
     std::string topographyFile;                   // empty: all cells are active; else only named in messages
     std::string surfaceFile;     // elevations of its surface, real64: columns (x fastest), then stations
+    std::string sideFile;        // content of the side file of the output; empty: it gets none
     bool surfacePoints = false;  // only the places of these elevations are wanted
     bool responses = false;      // only the responses of the cells are wanted
     std::size_t threads = 0;     // 0: defaultThreads
@@ -51,6 +54,10 @@ Survey readSurvey(const SurveyOptions& options);
 
 // Throws RunError when the file to write is one of those that are read: mesh, stations, topography, or `modelFile`.
 void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile);
+
+// Writes the side file of an output that is complete, OUT.json, or removes an old one when the content is empty. Throws
+// RunError.
+void writeSideFile(const std::string& outFile, const SurveyOptions& options);
 
 // Those of the options, or defaultThreads.
 std::size_t threadCount(const SurveyOptions& options, std::size_t bytesPerThread);

@@ -10,6 +10,7 @@ import numpy.typing as npt
 from ..igrf import MainField
 from ..io.mtx_header import MtxHeader
 from ..mesh import Mesh
+from ..side_file import SideInfo, other_coordinates
 from ..survey import InducingField
 from .findings import Finding
 
@@ -19,6 +20,15 @@ Mask = npt.NDArray[np.bool_]
 _SUSPECT_ANGLE, _WRONG_ANGLE = 3.0, 15.0  # degrees between field directions
 _SUSPECT_STRENGTH = 0.05
 _IN_GROUND, _FAR_ABOVE = 1.0, 300.0  # metres against the terrain
+
+
+def check_reference_systems(survey: SideInfo, other: SideInfo, path: str) -> list[Finding]:
+    """The coordinates of the survey must be those of a mesh or sensitivity file, as far as both are known."""
+    found = other_coordinates(survey, other)
+    if not found:
+        return []
+    return [Finding("error", "reference-system", f"the coordinates of the survey and of {path} differ: {found}",
+                    "make both from one data file")]
 
 
 def check_mesh(x: Reals, y: Reals, elevation: Reals, mesh: Mesh, names: Sequence[str], has_terrain: bool) -> list[Finding]:

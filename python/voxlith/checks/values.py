@@ -71,6 +71,10 @@ def check_values(values: Reals, deviations: Reals | None, code: int, label: str,
         return [Finding("error", "no-valid-datum", f"{label}: no datum is valid, all {len(values)} are masked",
                         "check the column of the data and the text of no-data fields")]
     findings = []
+    if not valid.all():
+        findings.append(Finding("note", "missing-data", f"{label}: {np.count_nonzero(~valid)} of {len(values)} data are missing, "
+                                "such as empty fields, NA and *", "nothing, if these stations have no datum; a run leaves them "
+                                "out", _named(names, ~valid)))
     coded = no_data_codes(values)
     for number in np.unique(values[coded]).tolist():
         same = values == number

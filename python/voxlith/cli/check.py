@@ -10,7 +10,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ..checks import Finding, check_survey, findings_json, findings_table, worst
-from ..checks.against import check_field, check_mesh, check_sensitivities, check_terrain
+from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities,
+                              check_terrain)
 from ..checks.background import check_background
 from ..checks.findings import ordered
 from ..checks.survey import station_names
@@ -178,6 +179,8 @@ def _placed(options: argparse.Namespace, survey: Survey, findings: list[Finding]
 def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names: Sequence[str]) -> list[Finding]:
     places = survey.x, survey.y, survey.elevation
     findings: list[Finding] = []
+    for name in (options.mesh, options.mtx):
+        findings += check_reference_systems(side, read_side_file(name), name) if name else []
     if options.mesh:
         findings += check_mesh(*places, Mesh.read(options.mesh), names, bool(options.topography))
     if options.topography:

@@ -13,7 +13,7 @@ from ..memory import require_memory
 from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..run import Fit, Run
-from ..side_file import read_side_file
+from ..side_file import SideInfo, first_coordinates, write_side_file
 from .output import check_output, say
 from .parser import Parser
 from .vtr import split_name
@@ -92,8 +92,11 @@ def run(arguments: Sequence[str]) -> int:
     check_output(options.out, source.inputs)
     placed = source.placement
     fit = None if source.fit is None else Fit(placed.survey(source.fit.observed), source.fit.predicted)
-    _WRITERS[kind](_Task(options.out, [placed.model(model) for model in source.models], fit, options.choose, options.layers,
-                         options.crs or placed.crs))
+    task = _Task(options.out, [placed.model(model) for model in source.models], fit, options.choose, options.layers,
+                 options.crs or placed.crs)
+    _WRITERS[kind](task)
+    if kind != "geotiff":  # which names its reference system itself
+        write_side_file(options.out, SideInfo(task.crs))
     return 0
 
 
@@ -111,7 +114,7 @@ def _of_run(work: Run, iteration: int | None) -> _Source:
     mesh = work.mesh
     require_memory(_BYTES_PER_CELL * mesh.n_cells * values.model_count, f"{work.folder}: models of {mesh.n_cells} cells")
     data_file = os.fspath(work.path(values.data_file))
-    side = read_side_file(data_file)
+    side = first_coordinates([data_file, *map(work.path, values.mtx_files)])
     inputs = {"the control file": os.fspath(work.path(work.control_name)), "the data file": data_file}
     inputs |= {f"sensitivity file {number}": os.fspath(work.path(name)) for number, name in enumerate(values.mtx_files, 1)}
     fit = None
@@ -127,7 +130,9 @@ def _of_files(mesh_file: str, texts: Sequence[str]) -> _Source:
     if len({name for name, _ in named}) != len(named):
         raise UsageError("--model: expected names that differ; give NAME=FILE")
     inputs = {"--mesh": mesh_file, **{f"--model {path}": path for _, path in named}}
-    return _Source([Model.read(path, mesh, name) for name, path in named], None, Placement(), inputs)
+    side = first_coordinates([mesh_file, *(path for _, path in named)])
+    models = [Model.read(path, mesh, name) for name, path in named]
+    return _Source(models, None, Placement(side.crs, side.shift), inputs)
 
 
 def _choose(models: list[Model], choice: str | None) -> Model:

@@ -1,7 +1,8 @@
 """``voxlith-tools mtx`` and ``predict``: handed to the program that computes.
 
 Options go through as they are. Of topography, the surface is interpolated here: the program says where it needs the
-elevations, and gets them in a file without a name.
+elevations, and gets them in a file without a name. In another such file it gets what is to be remembered of the
+coordinates beside its output.
 """
 
 from __future__ import annotations
@@ -12,7 +13,9 @@ import sys
 from collections.abc import Sequence
 from typing import TYPE_CHECKING, NoReturn
 
-from ..forward_program import find_forward_program, inherited_name, numbers_file
+from ..errors import UsageError
+from ..forward_program import content_file, find_forward_program, inherited_name, numbers_file
+from ..side_file import SideInfo, other_coordinates, read_side_file, side_content
 
 if TYPE_CHECKING:
     import numpy as np
@@ -20,31 +23,54 @@ if TYPE_CHECKING:
 
 
 def run_forward(command: str, arguments: Sequence[str]) -> int:
-    """Become the program that computes. Returns only when it cannot say where it needs the surface.
+    """Become the program that computes. Returns its status when it cannot say where it needs the surface.
 
     Raises VoxlithError.
     """
-    program = find_forward_program()
-    words = [program, command, *arguments]
-    topography = _value_of("--topography", arguments)
-    if topography is None or "--help" in arguments or "-h" in arguments:
+    words = [find_forward_program(), command, *arguments]
+    if "--help" in arguments or "-h" in arguments:
         _become(words)
-    asked = subprocess.run([*words, "--surface-points"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=False)
-    if asked.returncode != 0:
-        return asked.returncode
+    side = _side(arguments)
+    topography = _value_of("--topography", arguments)
+    surface = None
+    if topography is not None:
+        asked = subprocess.run([*words, "--surface-points"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=False)
+        if asked.returncode != 0:
+            return asked.returncode
+        surface = _surface(topography, asked.stdout, side)
+    files = []  # open until the program has taken the place of this one
+    out = _value_of("--out", arguments)
+    if out:
+        read_side_file(out)  # a file of another kind under that name is an error now rather than after hours
+        files.append(content_file(side_content(out, side)))
+        words += ["--side", inherited_name(files[-1])]
+    if surface is not None:
+        files.append(numbers_file(surface))
+        words += ["--surface", inherited_name(files[-1])]
+    _become(words)
+
+
+def _side(arguments: Sequence[str]) -> SideInfo:
+    """Coordinates of the stations, else of the mesh. Raises UsageError when both are known and differ."""
+    stations, mesh = (_value_of(option, arguments) or "" for option in ("--stations", "--mesh"))
+    first, second = (read_side_file(name).coordinates if name else SideInfo() for name in (stations, mesh))
+    other = other_coordinates(first, second)
+    if other:
+        raise UsageError(f"{stations} and {mesh}: expected the same coordinates, found {other}")
+    return second if first.is_empty else first
+
+
+def _surface(topography: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:
+    """Elevations where the program needs them."""
     import numpy as np
 
-    from ..side_file import read_side_file
     from ..terrain_input import read_terrain
     from .output import warn
-    places = np.frombuffer(asked.stdout, dtype="<f8").reshape(-1, 2)
-    side = read_side_file(_value_of("--stations", arguments) or "")
+    places = np.frombuffer(places_as_bytes, dtype="<f8").reshape(-1, 2)
     terrain, warning = read_terrain(topography, places, _step(places), crs=side.crs, shift=side.shift)
     if warning:
         warn("voxlith-tools", warning)
-    surface = terrain(places[:, 0], places[:, 1])
-    with numbers_file(surface) as file:
-        _become([*words, "--surface", inherited_name(file)])
+    return terrain(places[:, 0], places[:, 1])
 
 
 def _step(places: npt.NDArray[np.float64]) -> float:

@@ -14,8 +14,6 @@ from ..io.csv_file import write_csv_file
 from ..checks import Finding, check_survey
 from ..checks.findings import listed
 from ..earth_field import inducing_field
-from ..io.csv_file import CsvTable
-from ..io.line_data import read_line_data, table_of_lines
 from ..io.numbers import number_text, parse_integer
 from ..io.obs_file import read_obs_file
 from ..side_file import write_side_file
@@ -44,6 +42,7 @@ Examples:
       --type tmi --floor 2 --out tmi.mag
   voxlith-tools obs flight.xyz --x X --y Y --data TMI --line line --time FID --height 60 --topography dem.tif \\
       --every 50 --field 65,10,50000 --floor 2 --out tmi.mag
+  voxlith-tools obs bouguer.gxf --data band1 --height 0 --topography dem.tif --every 200 --floor 0.05 --out gz.obs
   voxlith-tools obs voxlith.pre --csv predicted.csv --x easting --y northing --z elevation --data gz:gz_err
 An empty field is a dummy. A standard deviation that no column gives is percent |d| / 100 + floor, or, without these
 options, 1 for magnetic data and 0.01 for all others."""
@@ -52,7 +51,7 @@ options, 1 for magnetic data and 0.01 for all others."""
 def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} obs", "Convert a CSV to observed data, or observed data to a CSV", _EXAMPLES)
-    parser.add_argument("file", help="CSV or Geosoft XYZ file (with --out), or observed data file (with --csv)")
+    parser.add_argument("file", help="CSV, Geosoft XYZ file or grid (with --out), or observed data file (with --csv)")
     parser.add_argument("--out", metavar="FILE", help="Observed data file to write")
     parser.add_argument("--csv", metavar="FILE", help="CSV file to write")
     add_station_options(parser)
@@ -168,7 +167,7 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     inducing, direction = _field(options, codes, (types or ["tmi" if magnetic else "gz"])[0])
     if columns.angles and codes[0] != 1:
         raise UsageError("--angles: expected data of type tmi")
-    table = _table(options)
+    table = read_table(options.file, options)
     read, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
     if not read.valid.any():
         raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
@@ -184,13 +183,6 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
     return _Converted(survey, summary, None, True, placed, check_survey(survey))
-
-
-def _table(options: argparse.Namespace) -> CsvTable:
-    """The table, of whichever form it is."""
-    if options.file.lower().endswith(".xyz") and not options.separator:
-        return table_of_lines(read_line_data(options.file), options.file)
-    return read_table(options.file, options)
 
 
 def _field(options: argparse.Namespace, codes: Sequence[int],

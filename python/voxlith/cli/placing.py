@@ -43,7 +43,8 @@ def add_placing_options(parser: Parser) -> None:
     add("--to", metavar="CRS", help="Reference system in metres to convert x and y to, such as EPSG:32633")
     add("--shift", metavar="X,Y", help="Metres to subtract from x and y, or none; remembered in the side file (default: what "
         "coordinates too wide for the fields of a run need)")
-    add("--every", metavar="METRES", type=number_from(0.0), help="Keep records of a line that are at least so far apart")
+    add("--every", metavar="METRES", type=number_from(0.0), 
+        help="Keep records of a line that are at least so far apart, or rows and columns of a grid")
     add("--height", metavar="METRES", type=number, help="Put the stations so far above the terrain of --topography")
     add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain, for --height")
     add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
@@ -104,8 +105,10 @@ def _shift(placed: Placed, options: argparse.Namespace) -> None:
 
 def _thin(placed: Placed, distance: float) -> None:
     survey = placed.survey
-    names = survey.line.tolist() if survey.line is not None else ["" for _ in range(survey.n_stations)]
-    kept = thin_lines(survey.x, survey.y, names, distance)
+    # Records without a datum must not take the place of their neighbours.
+    used = np.flatnonzero(survey.valid.any(axis=0))
+    names = [""] * len(used) if survey.line is None else survey.line[used].tolist()
+    kept = used[thin_lines(survey.x[used], survey.y[used], names, distance)]
     placed.survey = survey.select(kept)
     placed.notes.append(f"thinned:      {len(kept)} of {survey.n_stations} records, at least {number_text(distance)} m apart "
                         "along a line")

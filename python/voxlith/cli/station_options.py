@@ -4,7 +4,11 @@ from __future__ import annotations
 
 import argparse
 
+from ..crs import parse_crs
+from ..errors import UsageError
+from ..grid_table import is_grid, read_grid_data, table_of_grid
 from ..io.csv_file import CsvTable, read_csv_file
+from ..io.line_data import read_line_data, table_of_lines
 from ..survey_table import METRES, StationColumns
 from .parser import Parser, number
 
@@ -39,5 +43,23 @@ def station_columns(parser: Parser, options: argparse.Namespace) -> StationColum
 
 
 def read_table(path: str, options: argparse.Namespace) -> CsvTable:
-    """The CSV, as the options say. Raises FileError."""
+    """The table, as its name and the options say: Geosoft XYZ, a grid, or a CSV. Raises VoxlithError.
+
+    A grid brings its reference system into ``options.crs``, and is thinned by ``options.every``.
+    """
+    if not options.separator:
+        if path.lower().endswith(".xyz"):
+            return table_of_lines(read_line_data(path), path, options.decimal_comma)
+        if is_grid(path):
+            return _grid_table(path, options)
     return read_csv_file(path, separator=options.separator or "auto", decimal_comma=options.decimal_comma)
+
+
+def _grid_table(path: str, options: argparse.Namespace) -> CsvTable:
+    grid = read_grid_data(path, getattr(options, "every", None) or 0.0)
+    options.every = None
+    asked = getattr(options, "crs", None)
+    if asked and grid.crs and not parse_crs(asked).equals(parse_crs(grid.crs)):
+        raise UsageError(f"--crs {asked}: {path} is in {grid.crs}")
+    options.crs = asked or grid.crs or None
+    return table_of_grid(grid, path)

@@ -14,7 +14,7 @@ from ..memory import require_memory
 from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..sensitivity import Sensitivity
-from ..side_file import read_side_file, write_side_file
+from ..side_file import first_coordinates, write_side_file
 from .output import check_output, say
 from .parser import Parser
 
@@ -53,7 +53,7 @@ def run(arguments: Sequence[str]) -> int:
     if options.mtx:
         models = [_without_inactive(model, options.mtx) for model in models]
     write_vtr(options.out, models)
-    write_side_file(options.out, read_side_file(options.mesh))
+    write_side_file(options.out, first_coordinates([options.mesh, *filter(None, [options.mtx]), *named.values()]))
     for model in models:
         _report(model)
     return 0

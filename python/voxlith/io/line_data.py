@@ -1,7 +1,7 @@
 """Line data of other programs: Geosoft XYZ, text with a row per record and headings ``LINE`` and ``TIE``.
 
-Lines that begin with ``/`` are comments; the last one in front of the records with as many words as there are columns
-names the channels. ``*`` stands for no value.
+Lines that begin with ``/`` are comments; the last one in front of the records with as many names as there are columns
+names the channels. ``*`` stands for no value. Channels may hold text, such as dates.
 """
 
 from __future__ import annotations
@@ -16,7 +16,7 @@ import numpy.typing as npt
 from ..errors import FileError, PathLike, UsageError, shown
 from ..packages import require
 from .csv_file import CsvTable
-from .numbers import number_text, parse_real
+from .numbers import parse_real
 from .text_lines import read_lines
 
 Reals = npt.NDArray[np.float64]
@@ -33,8 +33,8 @@ class LineData:
     ----------
     channels : list of str
         Names of the columns; ``X``, ``Y``, ``C3``, ... without a comment that names them.
-    values : ndarray, shape (records, channels)
-        NaN where there is no value.
+    words : list of list of str
+        Text of each record; empty where there is no value.
     line : list of str
         Name of the line of each record.
     is_tie : ndarray of bool, shape (records,)
@@ -43,17 +43,10 @@ class LineData:
     """
 
     channels: list[str]
-    values: Reals
+    words: list[list[str]]
     line: list[str]
     is_tie: npt.NDArray[np.bool_]
     records: npt.NDArray[np.int64]
-
-    def channel(self, name: str, option: str = "--channel") -> Reals:
-        """A column by its name, in any case. Raises UsageError."""
-        known = [channel.lower() for channel in self.channels]
-        if known.count(name.lower()) != 1:
-            raise UsageError(f"{option} {name}: expected one of the channels {', '.join(self.channels)}")
-        return self.values[:, known.index(name.lower())]
 
 
 def read_line_data(path: PathLike) -> LineData:
@@ -62,11 +55,12 @@ def read_line_data(path: PathLike) -> LineData:
     Raises
     ------
     FileError
-        For a record with another number of columns, a word that is no number, or a file without a record.
+        For a record with another number of columns, a line that begins with a word that is neither a heading nor a
+        number, or a file without a record.
     """
     names: list[str] = []
     comments: list[list[str]] = []
-    rows: list[list[float]] = []
+    rows: list[list[str]] = []
     lines: list[str] = []
     ties: list[bool] = []
     numbers: list[int] = []
@@ -91,34 +85,40 @@ def read_line_data(path: PathLike) -> LineData:
         numbers.append(number)
     if not rows:
         raise FileError(path, "expected a record, found none")
-    names = next((words for words in reversed(comments) if len(words) == len(rows[0])), [])
-    if not names:
-        names = ["X", "Y", *(f"C{n}" for n in range(3, len(rows[0]) + 1))][: len(rows[0])]
-    return LineData(names, np.array(rows), lines, np.array(ties, dtype=np.bool_), np.array(numbers, dtype=np.int64))
+    columns = len(rows[0])
+    names = next((words for words in reversed(comments) if len(words) == columns and all(map(_is_name, words))), [])
+    if len({name.lower() for name in names}) < columns:
+        names = ["X", "Y", *(f"C{n}" for n in range(3, columns + 1))][:columns]
+    return LineData(names, rows, lines, np.array(ties, dtype=np.bool_), np.array(numbers, dtype=np.int64))
 
 
-def _record(path: PathLike, number: int, content: str, columns: int) -> list[float]:
-    words = [word for word in _SPACES.split(content) if word]
+def _is_name(word: str) -> bool:
+    """Whether a word of a comment may name a channel: it is no rule, and no number."""
+    return any(character.isalpha() for character in word) and parse_real(word) is None
+
+
+def _record(path: PathLike, number: int, content: str, columns: int) -> list[str]:
+    words = content.split()
+    # Commas separate fields only where no space does: elsewhere they are decimal commas, or follow a field.
+    words = [word.strip() for word in content.split(",")] if len(words) == 1 else [word.rstrip(",") for word in words]
     if columns and len(words) != columns:
         raise FileError(path, f"expected {columns} columns as in the first record, found {len(words)}", line=number)
-    values = []
-    for word in words:
-        value = math.nan if set(word) == {"*"} else parse_real(word)
-        if value is None or math.isinf(value):
-            raise FileError(path, f"expected a number or *, found {shown(word)}", line=number)
-        values.append(value)
-    return values
+    words = ["" if set(word) == {"*"} else word for word in words]
+    if words[0] and parse_real(words[0].replace(",", ".", 1)) is None and not words[0][0].isdigit():
+        raise FileError(path, f"expected a heading, a number or *, found {shown(words[0])}", line=number)
+    return words
 
 
-def table_of_lines(data: LineData, path: PathLike) -> CsvTable:
+def table_of_lines(data: LineData, path: PathLike, decimal_comma: bool = False) -> CsvTable:
     """The records as a table of text, with a column ``line`` of the line names beside the channels."""
     pandas = require("pandas", "tables")
-    texts = [["" if value != value else number_text(value) for value in column] for column in data.values.T.tolist()]
-    columns = [*data.channels, "line"] if "line" not in data.channels else list(data.channels)
-    if "line" not in data.channels:
+    columns = list(data.channels)
+    texts = [list(column) for column in zip(*data.words)]
+    if "line" not in columns:
+        columns.append("line")
         texts.append(list(data.line))
     frame = pandas.DataFrame(dict(enumerate(texts)), dtype=object)
-    return CsvTable(path, columns, frame, data.records, int(data.records[-1]) + 1)
+    return CsvTable(path, columns, frame, data.records, int(data.records[-1]) + 1, decimal_comma)
 
 
 def thin_lines(x: Reals, y: Reals, line: list[str], distance: float) -> npt.NDArray[np.intp]:
@@ -132,9 +132,10 @@ def thin_lines(x: Reals, y: Reals, line: list[str], distance: float) -> npt.NDAr
     if not distance >= 0.0:
         raise UsageError(f"--every: expected a distance of 0 or more, found {distance:g}")
     kept: list[int] = []
-    for number in range(len(x)):
-        last = kept[-1] if kept else -1
-        new_line = last < 0 or line[number] != line[last]
-        if new_line or math.hypot(x[number] - x[last], y[number] - y[last]) >= distance:
+    last: dict[str, int] = {}
+    for number, name in enumerate(line):
+        before = last.get(name, -1)
+        if before < 0 or math.hypot(x[number] - x[before], y[number] - y[before]) >= distance:
             kept.append(number)
+            last[name] = number
     return np.array(kept, dtype=np.intp)
