@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
+#include <exception>
 #include <limits>
 #include <span>
 
@@ -112,7 +113,7 @@ void optimiserIteration(InversionLoop& loop) {
     }
     // Compatibility: convergence or an error of the optimiser stops nothing; the reports then repeat the terms before.
     if (taskIs(state.task, "NEW_X")) {
-        stageGradientFile(loop.problem, delmOf(loop.problem), loop.staged);
+        loop.stepGradient = delmOf(loop.problem);
         state.iterTerms = state.fgTerms;
     }
 }
@@ -140,13 +141,25 @@ void conjugateGradientIteration(InversionLoop& loop) {
     }
 }
 
+// The files of this iteration in place of those of the last one.
+void stageIteration(InversionLoop& loop) {
+    if (!loop.stepGradient.empty()) {
+        stageGradientFile(loop.problem, loop.stepGradient, loop.staged);
+        loop.unwritten.hasGradient = false;
+    }
+    stageRunningFiles(loop.problem, modelOf(loop.problem), loop.staged);
+    loop.unwritten.hasModel = false;
+}
+
 // True when the files are published: they have their names, and are on the disk.
 bool outputStep(InversionLoop& loop) {
     const double start = clockSeconds();
-    stageRunningFiles(loop.problem, modelOf(loop.problem), loop.staged);
     const bool published = loop.state.iteration >= loop.problem.options.maxIterations || publicationIsDue(loop.staged);
     if (published) {
-        publishStagedFiles(loop.staged);
+        stageIteration(loop);
+        publishRunningFiles(loop);
+    } else {
+        keepUnwritten(loop.problem, modelOf(loop.problem), loop.stepGradient, loop.unwritten);
     }
     // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.
     for (double& value : modelOf(loop.problem)) {
@@ -160,6 +173,19 @@ bool outputStep(InversionLoop& loop) {
 
 }  // namespace
 
+InversionLoop::~InversionLoop() {
+    try {
+        stageUnwritten(problem, unwritten, staged);
+    } catch (const std::exception&) {
+        // Reached only when a failure ends the run; that failure is what is reported, and the versions before stay.
+    }
+}
+
+void publishRunningFiles(InversionLoop& loop) {
+    stageUnwritten(loop.problem, loop.unwritten, loop.staged);
+    publishStagedFiles(loop.staged);
+}
+
 void beginInversion(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     assert(problem.arrays.model.size() >= problem.modelSize() && problem.arrays.delm.size() >= problem.modelSize());
@@ -171,6 +197,7 @@ void beginInversion(InversionLoop& loop) {
     loop.state.factr = hasMagneticLayout(problem.obs.dataType[0]) ? 1.0 : 0.1;
     loop.state.iteration = problem.options.startIteration;
     setTask(loop.state.task, "START");
+    reserveUnwritten(problem, loop.unwritten);
     prepareArrays(problem);
     evaluateStart(loop);
     reportStart(loop);
@@ -190,6 +217,7 @@ void resumeScreenTable(const InversionLoop& loop) {
 void startIteration(InversionLoop& loop) {
     LoopState& state = loop.state;
     loop.iterationStart = clockSeconds();
+    loop.stepGradient = {};
     // A run that is continued from the largest number of all keeps it, so that the limit still ends it.
     if (state.iteration < std::numeric_limits<std::int32_t>::max()) {
         ++state.iteration;
@@ -224,7 +252,7 @@ void finishIteration(InversionLoop& loop) {
     if (state.continueFlag && options.outputStep > 0 && state.iteration % options.outputStep == 0) {
         stageIterationModels(loop.problem, state.iteration, modelOf(loop.problem), loop.staged);
         if (published) {
-            publishStagedFiles(loop.staged);
+            publishRunningFiles(loop);
         }
     }
 }
@@ -251,7 +279,7 @@ void advanceCycle(LoopState& state) {
 }
 
 void finishInversion(InversionLoop& loop) {
-    publishStagedFiles(loop.staged);
+    publishRunningFiles(loop);
     evaluateGradient(loop);  // arrays.delm ends as the gradient of the final model
     screenAndLogLine(loop.messages, "");
     reportOverhead(loop.messages, loop.problem.timers);

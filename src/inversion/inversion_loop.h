@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <type_traits>
 
 #include "base/line_file.h"
@@ -26,6 +27,7 @@
 #include "inversion/inversion_problem.h"
 #include "inversion/iteration_report.h"
 #include "inversion/objective.h"
+#include "inversion/running_files.h"
 #include "optim/optimiser_step.h"
 
 namespace voxlith {
@@ -55,9 +57,17 @@ struct InversionLoop {
     Messages& messages;
     LineFile& progressTable;  // voxlith.aux, open
     LoopState state{};
-    double iterationStart = 0;  // clock reading, seconds
-    StagedFiles staged{};       // the running files of the last iterations
+    double iterationStart = 0;   // clock reading, seconds
+    StagedFiles staged{};        // files of the last iterations
+    UnwrittenFiles unwritten{};  // of the last iteration, until they are staged
+    // That the step of this iteration leaves for the gradient file; empty after a step without one.
+    std::span<const double> stepGradient{};
+
+    ~InversionLoop();  // publishes the files, as far as that is possible
 };
+
+// Brings the files of all iterations so far under their names and to the disk. Throws RunError.
+void publishRunningFiles(InversionLoop& loop);
 
 // Background removal, preconditioner, fixed deep cells, the terms at the starting model; writes the running files and
 // the first rows of log and tables. Changes arrays.delm, the fixed cells and obs.refData.
@@ -73,8 +83,8 @@ void prepareArrays(const InversionProblem& problem);
 // Counts the iteration and writes its heading to the log.
 void startIteration(InversionLoop& loop);
 
-// One step of the cycle: changes arrays.model, arrays.delm and obs.predData, sets iterTerms, and writes the gradient
-// file after a step of the optimiser.
+// One step of the cycle: changes arrays.model, arrays.delm and obs.predData, sets iterTerms and, after a step of the
+// optimiser, stepGradient.
 void takeCycleStep(InversionLoop& loop);
 
 // Writes the running files (those of fast iterations are published every few seconds and after the last one), the

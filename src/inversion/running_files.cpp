@@ -48,11 +48,20 @@ void stageModel(const InversionProblem& problem, std::string_view name, std::siz
     stageOutputFile(file, previous, staged);
 }
 
-void stagePrediction(const InversionProblem& problem, StagedFiles& staged) {
+void stagePrediction(const InversionProblem& problem, std::span<const double> predData, StagedFiles& staged) {
     OutputFile file;
     openOutputFile(file, "voxlith.pre");
-    appendObs(file, problem.obs, problem.obs.predData);
+    appendObs(file, problem.obs, predData);
     stageOutputFile(file, PreviousVersion::kept, staged);
+}
+
+void stageModelAndPrediction(const InversionProblem& problem, std::span<const double> model,
+                             std::span<const double> predData, StagedFiles& staged) {
+    stagePrediction(problem, predData, staged);
+    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
+        stageModel(problem, runningModelName(problem.obs.dataType[0], problem.options, type), type, model,
+                   PreviousVersion::kept, staged);
+    }
 }
 
 }  // namespace
@@ -78,12 +87,36 @@ TextLine finalModelName(DataType firstType, const InversionOptions& options, std
     return name.text(finalSuffix(firstType));
 }
 
-void stageRunningFiles(const InversionProblem& problem, std::span<const double> model, StagedFiles& staged) {
-    stagePrediction(problem, staged);
-    for (std::size_t type = 0; type < problem.modelTypes(); ++type) {
-        stageModel(problem, runningModelName(problem.obs.dataType[0], problem.options, type), type, model,
-                   PreviousVersion::kept, staged);
+void reserveUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten) {
+    unwritten.model.reserve(problem.modelSize());
+    unwritten.gradient.reserve(problem.modelSize());
+    unwritten.predData.reserve(problem.obs.predData.size());
+}
+
+void keepUnwritten(const InversionProblem& problem, std::span<const double> model, std::span<const double> gradient,
+                   UnwrittenFiles& unwritten) {
+    unwritten.model.assign(model.begin(), model.end());
+    unwritten.predData.assign(problem.obs.predData.begin(), problem.obs.predData.end());
+    unwritten.hasModel = true;
+    if (!gradient.empty()) {
+        unwritten.gradient.assign(gradient.begin(), gradient.end());
+        unwritten.hasGradient = true;
     }
+}
+
+void stageUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten, StagedFiles& staged) {
+    if (unwritten.hasGradient) {
+        stageGradientFile(problem, unwritten.gradient, staged);
+        unwritten.hasGradient = false;
+    }
+    if (unwritten.hasModel) {
+        stageModelAndPrediction(problem, unwritten.model, unwritten.predData, staged);
+        unwritten.hasModel = false;
+    }
+}
+
+void stageRunningFiles(const InversionProblem& problem, std::span<const double> model, StagedFiles& staged) {
+    stageModelAndPrediction(problem, model, problem.obs.predData, staged);
 }
 
 void stageIterationModels(const InversionProblem& problem, std::int32_t iteration, std::span<const double> model,

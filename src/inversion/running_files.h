@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
+#include "base/large_array.h"
 #include "base/staged_files.h"
 #include "base/text_line.h"
 #include "inversion/inversion_problem.h"
@@ -26,6 +28,24 @@ TextLine iterationModelName(DataType firstType, const InversionOptions& options,
 
 // As the running name, with ".sus" or ".den".
 TextLine finalModelName(DataType firstType, const InversionOptions& options, std::size_t modelType);
+
+// What the running files say of an iteration that is too fast to write them: a copy, written when files are published.
+// Formatting a model takes several times as long as copying it.
+struct UnwrittenFiles {
+    LargeArray<double> model, gradient;  // (k, i, j, model type)
+    std::vector<double> predData;
+    bool hasModel = false, hasGradient = false;
+};
+
+// Allocates the copies.
+void reserveUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten);
+
+// Copies `model` and the predicted data, and `gradient` unless it is empty. Allocates nothing after reserveUnwritten.
+void keepUnwritten(const InversionProblem& problem, std::span<const double> model, std::span<const double> gradient,
+                   UnwrittenFiles& unwritten);
+
+// Stages the files of the copies, if there are any. Throws RunError.
+void stageUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten, StagedFiles& staged);
 
 // Each takes arrays shaped (k, i, j, model type), writes the models in physical units, allocates nothing and throws
 // RunError when a file cannot be written. The first three stage their files, so that publishStagedFiles brings them

@@ -20,7 +20,7 @@ bool checkpointIsDue(const IterationOutput& output) {
 void save(IterationOutput& output, InversionLoop& loop, const std::vector<StateBlock>& more) {
     const double start = clockSeconds();
     // What the iterations have written must not be behind the state from which the run goes on.
-    publishStagedFiles(loop.staged);
+    publishRunningFiles(loop);
     syncLineFile(loop.messages.log);
     syncLineFile(loop.progressTable);
     saveCheckpoint(loop, output.inputs, more);

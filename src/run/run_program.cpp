@@ -176,7 +176,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     const bool completed =
         options.untilConverged ? iterateConverged(loop, output, mode, run.control.inversion) : iterate(loop, output);
     if (!completed) {
-        publishStagedFiles(loop.staged);
+        publishRunningFiles(loop);
         closeInversion(run);
         const std::string text = "stopped by a signal after iteration " + std::to_string(loop.state.iteration) +
                                  "; voxlith-run --continue goes on from there";

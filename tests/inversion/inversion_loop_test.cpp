@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -85,15 +86,38 @@ protected:
         ASSERT_TRUE(openLineFile(small.messages.log, "voxlith.log", LineFileMode::create));
         ASSERT_TRUE(openLineFile(small.progressTable, "voxlith.aux", LineFileMode::create));
         testing::internal::CaptureStdout();
-        allocations = 0;
-        counting = true;
         inversionLoop(small.problem(), small.messages, small.progressTable);
-        counting = false;
         screen_ = testing::internal::GetCapturedStdout();
         EXPECT_TRUE(isOpen(small.messages.log));
         EXPECT_TRUE(isOpen(small.progressTable));
         closeLineFile(small.messages.log);
         closeLineFile(small.progressTable);
+    }
+
+    // Allocations of the iterations and the end.
+    long allocationsOf(SmallProblem& small) {
+        openLineFile(small.messages.log, "voxlith.log", LineFileMode::create);
+        openLineFile(small.progressTable, "voxlith.aux", LineFileMode::create);
+        testing::internal::CaptureStdout();
+        {
+            const InversionProblem& problem = small.problem();
+            voxlith::InversionLoop loop{problem, small.messages, small.progressTable};
+            beginInversion(loop);
+            allocations = 0;
+            counting = true;
+            while (loop.state.continueFlag) {
+                startIteration(loop);
+                takeCycleStep(loop);
+                finishIteration(loop);
+                advanceCycle(loop.state);
+            }
+            finishInversion(loop);
+            counting = false;
+        }
+        testing::internal::GetCapturedStdout();
+        closeLineFile(small.messages.log);
+        closeLineFile(small.progressTable);
+        return allocations;
     }
 
     void runTo(SmallProblem& small, std::int32_t maxIterations) {
@@ -592,6 +616,41 @@ TEST_F(InversionLoop, RepeatsItselfToTheBit) {
 }
 
 // From its first line to its last: neither preparation nor iterations take memory.
+TEST_F(InversionLoop, ThatEndsEarlyLeavesTheFilesOfItsLastIteration) {
+    constexpr std::int32_t last = 7;
+    const auto cutShort = makeSmallProblem(SmallOptions{});
+    cutShort->inversion.maxIterations = 100;
+    openLineFile(cutShort->messages.log, "voxlith.log", LineFileMode::create);
+    openLineFile(cutShort->progressTable, "voxlith.aux", LineFileMode::create);
+    testing::internal::CaptureStdout();
+    {
+        const InversionProblem problem = cutShort->problem();
+        voxlith::InversionLoop loop{problem, cutShort->messages, cutShort->progressTable};
+        beginInversion(loop);
+        for (std::int32_t iteration = 0; iteration < last; ++iteration) {
+            startIteration(loop);
+            takeCycleStep(loop);
+            finishIteration(loop);
+            advanceCycle(loop.state);
+        }
+        // As after a failure: the arrays are those of a step that was not finished.
+        std::ranges::fill(problem.arrays.model, 9.0);
+        std::ranges::fill(problem.arrays.delm, 9.0);
+        std::ranges::fill(problem.obs.predData, 9.0);
+    }
+    testing::internal::GetCapturedStdout();
+    closeLineFile(cutShort->messages.log);
+    closeLineFile(cutShort->progressTable);
+    const std::string model = read("voxlith.rho");
+    const std::string gradient = read("voxlith_grad.mod");
+    const std::string prediction = read("voxlith.pre");
+    const auto whole = makeSmallProblem(SmallOptions{});
+    runTo(*whole, last);
+    EXPECT_EQ(model, read("voxlith.rho"));
+    EXPECT_EQ(gradient, read("voxlith_grad.mod"));
+    EXPECT_EQ(prediction, read("voxlith.pre"));
+}
+
 TEST_F(InversionLoop, AllocatesNothing) {
     for (const std::int32_t method : {0, 2}) {
         for (const int form : {0, 1, 2, 3}) {
@@ -609,8 +668,7 @@ TEST_F(InversionLoop, AllocatesNothing) {
             asked.outputStep = 5;
             asked.iBackground = 1;
             asked.InversionMethod = method;
-            run(*small);
-            EXPECT_EQ(allocations, 0) << "method " << method << " form " << form;
+            EXPECT_EQ(allocationsOf(*small), 0) << "method " << method << " form " << form;
             EXPECT_TRUE(exists(form == 2 ? "voxlith_iter_03502.den" : "voxlith_iter_035.den"));
         }
     }

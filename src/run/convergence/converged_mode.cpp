@@ -148,7 +148,7 @@ void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, InversionOption
     state.products = mode.work.data.productCount;
     loop.state.iterTerms = result.terms;
     loop.state.stepCount = result.trials;
-    stageGradientFile(loop.problem, mode.work.gradient, loop.staged);
+    loop.stepGradient = mode.work.gradient;
 }
 
 void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop) {
