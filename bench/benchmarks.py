@@ -1,7 +1,7 @@
 """What all benchmarks share: their settings and the lines of the table.
 
 A module of benchmarks has a routine run(settings, name) that yields a `Line` for each comparison. To add a benchmark, write it in a
-module of this folder and name it in the list of bench/run.
+module of this folder and name it in the list of bench/run_all.
 """
 import os
 from dataclasses import dataclass

@@ -17,7 +17,7 @@ struct Run {
     bool tabs = false;
 };
 
-// The layout that bench/run reads: fields between tabs, no heading.
+// The layout that bench/run_all reads: fields between tabs, no heading.
 void printFields(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
     std::printf("%s\t%s\t%.6f\t%.6f\t%.6f\t", benchmarkCase.work.c_str(), benchmarkCase.reference.c_str(), result.ratio,
                 result.lowest, result.highest);
