@@ -13,7 +13,7 @@ from matplotlib.patches import Rectangle
 from voxlith import Mesh, Model, Run, Survey, UsageError, VoxlithError, plot
 from voxlith.io.bodies_file import TrueBody, read_bodies_file
 from voxlith.plot.convergence import noise_level, unchanged
-from voxlith.plot.cuts import section_along, shown_window
+from voxlith.plot.cuts import peak_layer, section_along, shown_window
 from voxlith.plot.data import gapless_triangles
 from voxlith.plot.data_view import straight_line, view_of
 from voxlith.plot.lengths import length_scale
@@ -196,9 +196,9 @@ def test_named_lines():
 # Axes
 
 @pytest.mark.parametrize("low, high, label, tick", [
-    (0.0, 1600.0, "x (m)", "500"), (0.0, 16000.0, "x (km)", "0.5"), (452000.0, 453200.0, "x − 450000 (m)", "-449500"),
+    (0.0, 1600.0, "x (m)", "500"), (0.0, 16000.0, "x (km)", "0.5"), (452000.0, 453200.0, "x − 450000 (m)", "−449500"),
     (7445400.0, 7577900.0, "x (km)", "0.5"), (-80.0, 40.0, "x (m)", "500"), (99000.0, 99900.0, "x (m)", "500"),
-    (1e9, 1e9 + 20000.0, "x − 1000000 (km)", "-999999.5")])
+    (1e9, 1e9 + 20000.0, "x − 1000000 (km)", "−999999.5")])
 def test_lengths(low, high, label, tick):
     scale = length_scale(low, high)
     assert scale.label("x") == label and scale.shown(500.0) == tick
@@ -212,7 +212,9 @@ def test_sections_lie_below_the_middle_of_the_stations(gravity: Bench):
     model, survey = run.model(), run.observed
     figure = plot.sections(run, bodies=[BODY])
     layer, at_y, at_x = figure.axes[:3]
-    k = np.nanargmax(np.abs(model.cube[:, :, :].reshape(4, -1)).max(axis=1))
+    size = np.abs(model.cube)
+    k = np.argmax((size[:-1] * (size[:-1] > size[1:])).reshape(3, -1).max(axis=1))
+    assert layer.get_title().startswith("Depth slice at the peak, elevation")
     np.testing.assert_array_equal(colours(layer), model.cube[k].T.ravel())
     middle = 0.5 * (survey.x.min() + survey.x.max()), 0.5 * (survey.y.min() + survey.y.max())
     np.testing.assert_array_equal(colours(at_y), model.slice_at(y=middle[1]).ravel())
@@ -233,6 +235,35 @@ def test_the_largest_cell_on_request(gravity: Bench):
     _, at_y, at_x = plot.sections(run, at="largest").axes[:3]
     np.testing.assert_array_equal(colours(at_y), model.cube[:, :, j].ravel())
     np.testing.assert_array_equal(colours(at_x), model.cube[:, i].ravel())
+
+
+def test_the_layer_of_the_peak():
+    """A body inside the mesh counts, not a larger value that goes on to the bottom."""
+    mesh = Mesh.from_widths((0.0, 0.0, 0.0), 8 * [50.0], 8 * [50.0], 6 * [50.0])
+    values = np.zeros(mesh.shape)
+    values[1:3, 3, 3] = 0.2, 0.3
+    values[3:, 5, 5] = 0.3, 0.4, 0.5
+    survey = survey_at([25.0, 375.0], [25.0, 300.0], 1.0)
+    for at, words in (("middle", "at the peak, depth 100 to 150 m"), ("largest", "at the largest value, depth 250 to 300 m")):
+        assert words in plot.sections(Model(mesh, values), survey=survey, at=at).axes[0].get_title()
+    values[2, 3, 3] = 0.0  # the peak is the upper cell now
+    assert peak_layer(values) == 1
+    assert peak_layer(values[3:]) == 2 and peak_layer(values[5:]) == 0  # nothing but growth
+    assert peak_layer(np.where(values > 0.0, values, np.nan)) == 1  # the cell below it has no value
+
+
+def test_free_space_holds_the_range_of_each_layer():
+    """Of the cells below the stations alone; a layer without a value leaves a gap."""
+    mesh = Mesh.from_widths((0.0, 0.0, 0.0), 5 * [50.0], 20 * [50.0], [50.0, 50.0, 50.0])
+    values = np.random.default_rng(2).normal(size=mesh.shape)
+    values[1] = np.nan
+    values[0, 4, 19] = 90.0
+    figure = drawn(plot.sections(Model(mesh, values), survey=survey_at([25.0, 160.0, 90.0], [25.0, 900.0, 460.0], 1.0)))
+    panel = next(panel for panel in figure.axes if panel.get_title() == "Range of each layer below the stations")
+    low, high = (step.get_data().values for step in panel.patches)
+    np.testing.assert_array_equal(low, values[:, :4, :18].min(axis=(1, 2)))
+    np.testing.assert_array_equal(high, values[:, :4, :18].max(axis=(1, 2)))
+    assert_nothing_cut(figure)
 
 
 def test_a_given_point(gravity: Bench):

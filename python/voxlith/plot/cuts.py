@@ -153,7 +153,7 @@ def station_window(mesh: Mesh, survey: Survey | None, window: Window) -> Window:
 def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -> tuple[float, float, float]:
     """Where the planes of the picture meet: easting, northing, elevation.
 
-    ``"middle"``: the middle of the stations' extent, in the layer of the largest magnitude below the stations.
+    ``"middle"``: the middle of the stations' extent, in the layer of :func:`peak_layer`.
     ``"largest"``: the cell of the largest magnitude below the stations.
 
     Raises
@@ -180,7 +180,25 @@ def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -
     if at == "middle":
         x = _middle(mesh.x_nodes, None if survey is None else survey.x, below.x)
         y = _middle(mesh.y_nodes, None if survey is None else survey.y, below.y)
+        k = peak_layer(magnitude)
     return x, y, float(mesh.z_centres[below.z[0] + k])
+
+
+def peak_layer(magnitude: Reals) -> int:
+    """The layer of the largest magnitude that does not go on growing downwards, from 0 at the top.
+
+    The data hardly see the deepest layers, and a model that grows to the bottom of the mesh has its largest value in
+    the last one. So a value counts where the cell below it is smaller or has none; without such a cell, every value.
+
+    Parameters
+    ----------
+    magnitude : ndarray, shape (nz, nx, ny)
+        NaN in cells without a value; not in all of them.
+    """
+    known = np.nan_to_num(magnitude, nan=-1.0)
+    peaks = known[:-1] * (known[:-1] > known[1:])
+    largest = peaks if len(peaks) and peaks.max() > 0.0 else known
+    return int(np.unravel_index(int(np.argmax(largest)), largest.shape)[0])
 
 
 def _middle(nodes: Reals, stations: Reals | None, cells: tuple[int, int]) -> float:
@@ -211,7 +229,8 @@ def section_across(mesh: Mesh, window: Window, normal: Literal["x", "y"], value:
     along = np.arange(first, end)
     fixed = np.full(len(along), cell)
     nodes = (mesh.y_nodes if normal == "x" else mesh.x_nodes)[first: end + 1]
-    title = f"Section at {normal} {metres(own[cell])} to {metres(own[cell + 1])} m"
+    west, east = own[cell: cell + 2]
+    title = f"Section at {normal} {metres(west, east - west)} to {metres(east, east - west)} m"
     i, j = (fixed, along) if normal == "x" else (along, fixed)
     return Section("y" if normal == "x" else "x", nodes, i, j, title, (float(own[cell]), float(own[cell + 1])))
 

@@ -32,7 +32,7 @@ class LengthScale:
     def shown(self, metres: float) -> str:
         """Text of a tick."""
         value = (metres - self.offset) / self.unit_length
-        return f"{round(value, 6) + 0.0:.10g}"
+        return f"{round(value, 6) + 0.0:.10g}".replace("-", "−")
 
     def label(self, name: str, meaning: str = "") -> str:
         """Label of an axis.
@@ -75,6 +75,11 @@ def map_axes(panel: Any, x_limits: tuple[float, float], y_limits: tuple[float, f
         axis.set_label_text(scale.label(name, meaning))
 
 
-def metres(value: float) -> str:
-    """A coordinate in full, without an exponent and without a minus in front of zero."""
-    return f"{value + 0.0:.12g}"
+def metres(value: float, cell: float = 0.0) -> str:
+    """A coordinate without an exponent and without a minus in front of zero, to a hundredth of the width of a cell.
+
+    >>> metres(5318549.5455, 50.0), metres(-0.0), metres(2.25)
+    ('5318549.5', '0', '2.25')
+    """
+    decimals = max(2 - math.floor(math.log10(cell)), 0) if cell > 0.0 else 12
+    return f"{round(float(value), decimals) + 0.0:.12g}"

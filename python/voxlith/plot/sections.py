@@ -33,8 +33,11 @@ _LONGEST = 8.2  # inches of both columns of panels
 _TALLEST = 6.0  # inches of the depth slice
 _LEAST_HEIGHT = 0.6  # inches of a vertical section before its scale is stretched
 _LEAST_WIDTH = 2.1  # inches of the column of the histogram
+_LEAST_RANGES = 1.2  # inches of the panel below the histogram; with less it is left out
 _TOP, _BOTTOM, _BAR, _BETWEEN = 0.95, 0.85, 1.2, 0.75
 _GROUND = "#5b3a1a"
+_CHOSEN = {"middle": " at the peak", "largest": " at the largest value"}
+_SLICE_TITLE, _SECTION_TITLE = 3.4, 2.4  # inches of their titles
 _PLAIN_POWERS = (-3, 5)  # of ten: values within are written in full
 
 
@@ -58,7 +61,7 @@ def sections(source: Run | Model, model_type: int | str = 0, *, iteration: int |
         Of a run: a stored iteration.
     at : {"middle", "largest"} or (x, y, elevation)
         Where the planes meet: the middle of the stations' extent, in the layer of the largest magnitude below the
-        stations; the cell of the largest magnitude below the stations; or a point, metres.
+        stations that has a smaller one below it; the cell of the largest magnitude there; or a point, metres.
     survey : Survey, optional
         Stations; of a run, those of its data.
     surface : callable, optional
@@ -134,6 +137,7 @@ class _Page:
         self.mesh = model.mesh
         self.cube = drawable(shown_cube(model))
         self.where = meeting_point(model, survey, window, at)
+        self.chosen = "Depth slice" + (_CHOSEN[at] if isinstance(at, str) else "")
         self.x, self.y, self.z = window.nodes(self.mesh)
         self.layer = cell_of(self.mesh.z_nodes, self.where[2])
         self.depth = self.mesh.z_nodes[0] == 0.0
@@ -168,11 +172,13 @@ class _Page:
         elif inversion_style in (1, 2):
             self._slice(self.slices[0], 0, "Top layer")
         else:
-            self._slice(self.slices[0], self.layer, "Depth slice")
+            self._slice(self.slices[0], self.layer, self.chosen)
         for panel, plane in zip(self.verticals, self.planes):
             self._section(panel, plane)
         if self.corner is not None:
             self._histogram(self.corner)
+        if self.ranges is not None:
+            self._ranges(self.ranges)
         self._finish(title)
 
     def _layout(self, two: bool) -> None:
@@ -198,9 +204,12 @@ class _Page:
         lower = upper - _BETWEEN - deep
         self.verticals = [place(left, lower, wide, deep), place(second, lower, along * scale, deep)]
         tall = min(high - 0.35, 3.6)
-        self.corner = None
+        self.corner = self.ranges = None
         if not two and tall > 0.8:
-            self.corner = place(second, height - _TOP - tall, min(column, 4.0), tall)
+            self.corner = place(second, height - _TOP - tall, column, tall)
+            rest = high - tall - _BETWEEN - 0.35
+            if rest > _LEAST_RANGES:
+                self.ranges = place(second, upper, column, rest)
         self.bar = place(width - _BAR + 0.3, lower, 0.16, height - _TOP - lower)
 
     def _slice(self, panel: Any, layer: int, words: str) -> None:
@@ -219,19 +228,24 @@ class _Page:
             limits = _with(limits[0], self.survey.x), _with(limits[1], self.survey.y)
         panel.set_xlim(limits[0])
         panel.set_ylim(limits[1])
-        panel.axvline(self.where[0], color=self.cross, linewidth=0.8, linestyle=":")
         panel.axhline(self.where[1], color=self.cross, linewidth=0.8, linestyle=":")
-        along = self.planes[1].line
-        if along is not None:
+        if self.planes[1].line is None:
+            panel.axvline(self.where[0], color=self.cross, linewidth=0.8, linestyle=":")
+        else:
             ends = np.array([self.planes[1].nodes[0], self.planes[1].nodes[-1]])
             panel.plot(*self.planes[1].points(ends), color=self.cross, linewidth=0.8, linestyle="--")
         map_axes(panel, *limits)
-        panel.set_title(f"{words}, {self._heights(lower, upper)}")
+        narrow = self._is_narrow(panel, _SLICE_TITLE)
+        panel.set_title(f"{words},{chr(10) if narrow else ' '}{self._heights(lower, upper)}", loc="left" if narrow else "center")
+
+    def _is_narrow(self, panel: Any, inches: float) -> bool:
+        """Whether a title of this length does not fit above the panel."""
+        return bool(self.figure.get_size_inches()[0] * panel.get_position().width < inches)
 
     def _heights(self, lower: float, upper: float) -> str:
         if self.depth:
-            return f"depth {metres(-upper)} to {metres(-lower)} m"
-        return f"elevation {metres(lower)} to {metres(upper)} m"
+            return f"depth {metres(-upper, upper - lower)} to {metres(-lower, upper - lower)} m"
+        return f"elevation {metres(lower, upper - lower)} to {metres(upper, upper - lower)} m"
 
     def _section(self, panel: Any, plane: Section) -> None:
         z0, z1 = self.window.z
@@ -256,7 +270,6 @@ class _Page:
         panel.set_xlim(limits)
         vertical = sign * float(self.z[-1]), sign * self.top
         panel.set_ylim(vertical)
-        panel.axhspan(sign * float(self.z[0]), sign * self.top, color="white", linewidth=0.0, zorder=0.5)
         across = length_scale(*limits)
         show_lengths(panel.xaxis, across)
         names = {"x": ("x", "east"), "y": ("y", "north"), "": ("distance along the profile", "")}
@@ -264,7 +277,7 @@ class _Page:
         upwards = length_scale(*vertical)
         show_lengths(panel.yaxis, upwards)
         panel.set_ylabel(upwards.label("depth" if self.depth else "elevation"))
-        panel.set_title(plane.title)
+        panel.set_title(plane.title, loc="left" if self._is_narrow(panel, _SECTION_TITLE) else "center")
 
     def _surface(self, panel: Any, plane: Section, sign: float) -> None:
         """The ground: that of the surface, else the top of the uppermost active cells where some are inactive."""
@@ -284,9 +297,15 @@ class _Page:
         self.ground = True
 
     def _field(self, panel: Any, across: Reals, along: Reals, values: Reals) -> None:
-        panel.set_facecolor(_NO_VALUE)
-        self.last = panel.pcolormesh(across, along, values, cmap=self.colormap, vmin=self.low,
+        colours = matplotlib.colormaps[self.colormap].with_extremes(bad=_NO_VALUE)
+        self._edge(panel, across, along)
+        self.last = panel.pcolormesh(across, along, values, cmap=colours, vmin=self.low,
                                      vmax=self.high, rasterized=True)
+
+    def _edge(self, panel: Any, across: Reals, along: Reals) -> None:
+        """A thin line round the shown cells, seen where the panel reaches beyond them."""
+        (west, east), (first, last) = across[[0, -1]], along[[0, -1]]
+        panel.plot([west, east, east, west, west], [first, first, last, last, first], color="0.5", linewidth=0.5)
 
     def _outline(self, panel: Any, a: tuple[float, float], b: tuple[float, float], inside: bool) -> None:
         """The box of a true body: solid where the plane of the panel cuts it, dashed where it lies beside it."""
@@ -315,6 +334,28 @@ class _Page:
         panel.set_xlabel(self._quantity())
         panel.set_ylabel("cells")
         panel.set_title(f"Histogram of the {len(values)} shown cells")
+
+    def _ranges(self, panel: Any) -> None:
+        """Smallest and largest value of each layer below the stations, and the layer of the depth slice."""
+        sign = -1.0 if self.depth else 1.0
+        values = station_window(self.mesh, self.survey, self.window).part(self.cube)
+        known = np.isfinite(values)
+        shown = known.any(axis=(1, 2))
+        low, high = (np.where(shown, found, np.nan) for found in
+                     (np.where(known, values, np.inf).min(axis=(1, 2)), np.where(known, values, -np.inf).max(axis=(1, 2))))
+        for ends in (low, high):
+            panel.stairs(ends, sign * self.z, baseline=None, orientation="horizontal", color=style.BLUE, linewidth=1.2)
+        panel.fill_betweenx(sign * self.z, np.append(low, low[-1]), np.append(high, high[-1]), step="post",
+                            color=style.BLUE, alpha=0.25, linewidth=0.0)
+        panel.axhline(sign * self.where[2], color="0.3", linewidth=0.8, linestyle=":")
+        panel.set_ylim(sign * float(self.z[-1]), sign * float(self.z[0]))
+        panel.grid(True, color="0.9", linewidth=0.6)
+        upwards = length_scale(*panel.get_ylim())
+        show_lengths(panel.yaxis, upwards)
+        panel.set_ylabel(upwards.label("depth" if self.depth else "elevation"))
+        panel.xaxis.get_major_formatter().set_powerlimits(_PLAIN_POWERS)
+        panel.set_xlabel(self._quantity())
+        panel.set_title("Range of each layer" + (" below the stations" if self.survey is not None else ""))
 
     def _quantity(self) -> str:
         unit = f" ({unit_text(self.model.unit)})" if self.model.unit else ""
@@ -350,7 +391,9 @@ class _Page:
         value = float(self.cube[self.layer, i, j])
         upward = ("depth", -self.where[2]) if self.depth else ("elevation", self.where[2])
         found = f"{value:.4g} {unit_text(self.model.unit)}".strip() if np.isfinite(value) else "No value"
-        words = f"{found} at x {metres(self.where[0])}, y {metres(self.where[1])}, {upward[0]} {metres(upward[1])} m"
+        widths = self.mesh.x_widths[i], self.mesh.y_widths[j], self.mesh.z_widths[self.layer]
+        x, y, z = (metres(value, float(width)) for value, width in zip((*self.where[:2], upward[1]), widths))
+        words = f"{found} at x {x}, y {y}, {upward[0]} {z} m"
         below = station_window(self.mesh, self.survey, self.window)
         values = below.part(self.cube)
         if np.isfinite(values).any():
