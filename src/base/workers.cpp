@@ -30,7 +30,8 @@ std::size_t startOfPiece(std::span<const std::int64_t> workBefore, std::size_t p
     }
     // In real64, since the product of work and pieces may leave the integers.
     const double share = static_cast<double>(piece) / static_cast<double>(pieces);
-    const auto target = static_cast<std::int64_t>(share * static_cast<double>(workBefore.back()));
+    const auto work = static_cast<double>(workBefore.back() - workBefore.front());
+    const std::int64_t target = workBefore.front() + static_cast<std::int64_t>(share * work);
     const auto found = std::lower_bound(workBefore.begin(), workBefore.end() - 1, target);
     return static_cast<std::size_t>(found - workBefore.begin());
 }

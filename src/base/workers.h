@@ -74,8 +74,8 @@ void forEachRange(std::size_t size, const Loop& loop) {
     forEachRange(size, valuesOfLine, 1, loop);
 }
 
-// Splits parts of unequal work. `workBefore` has the work of all parts before each one, and the total at its end; the
-// result is the first part of a piece.
+// Splits parts of unequal work. `workBefore` has the work of all parts before each one, from any start on, and the
+// total at its end; the result is the first part of a piece.
 std::size_t startOfPiece(std::span<const std::int64_t> workBefore, std::size_t piece, std::size_t pieces);
 
 }  // namespace voxlith

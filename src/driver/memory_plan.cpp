@@ -11,6 +11,7 @@
 
 #include "base/allocation_failure.h"
 #include "base/large_array.h"
+#include "base/ranks.h"
 #include "base/workers.h"
 
 namespace voxlith {
@@ -242,9 +243,16 @@ void allocateCoefStore(RunState& run) {
         store.totalCoef += count;
     }
     sensitivity.idisk = 0;
-    if (reserveCoefficients(store, store.totalCoef, headroomWordsFor(store.rowOffset))) {
+    // With several ranks the rows of this one. The tally keeps those of all.
+    const bool reserved = reserveCoefficients(store, store.rowOffset.back() - 1, headroomWordsFor(store.rowOffset));
+    if (largestOfRanks(reserved ? 0 : 1) == 0) {
         run.memoryTally += storeBytes(store.totalCoef);
         return;
+    }
+    if (ranksOfRun().count > 1) {
+        throw RunError(
+            "not enough memory for the sensitivities; they need more processes on more machines, since several "
+            "processes cannot read them from disk at every product");
     }
     // Compatibility: a run of exactly two files ends here; all others go on with the rows on disk.
     if (run.control.nMtx == 2) {

@@ -205,6 +205,7 @@ void readMtxFiles(RunState& run) {
         }
     }
     buildMeshArrays(run.mesh);
+    keepOwnRows(sensitivity);
     allocateCoefStore(run);
     if (sensitivity.idisk == 0) {
         loadRows(sensitivity);

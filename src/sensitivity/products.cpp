@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cassert>
 
+#include "base/ranks.h"
 #include "base/workers.h"
+#include "sensitivity/row_loading.h"
 #include "sensitivity/rows/blocked_products.h"
 #include "sensitivity/rows/disk_rows.h"
 #include "sensitivity/rows/row_kernels.h"
@@ -27,6 +29,9 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
         gatherUsed(rows, sensitivity.paddedWork, store.compact);
         const bool finite = allFinite(std::span<const double>(store.compact).first(rows.usedColumns.size()));
         multiplyShared(rows, wordsOf(store), store.compact, finite, out);
+        if (const std::size_t ranks = ranksOfRun().count; ranks > 1) {
+            ranksOfRun().gather(out, std::span(store.firstRowOfRank).subspan(mtx * (ranks + 1), ranks + 1));
+        }
         return;
     }
     const RowKernels& kernels = rowKernels();
@@ -50,7 +55,11 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
         } else {
             clear(store.compact);
         }
-        multiplyTransposedShared(rows, wordsOf(store), residual, allFinite(residual), store.compact);
+        if (ranksOfRun().count > 1) {
+            multiplyTransposedAlongRanks(rows, wordsOf(store), residual, allFinite(residual), store.compact);
+        } else {
+            multiplyTransposedShared(rows, wordsOf(store), residual, allFinite(residual), store.compact);
+        }
         scatterUsed(rows, store.compact, sensitivity.paddedWork);
         return;
     }
@@ -139,9 +148,17 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
 }
 
 void buildBlockedRows(Sensitivity& sensitivity, std::span<const float> obsStd) {
-    if (sensitivity.idisk == 0) {
-        buildBlockedRows(sensitivity.store, static_cast<std::size_t>(sensitivity.header.nData),
-                         static_cast<std::size_t>(sensitivity.nMtx), sensitivity.paddedWork.size(), obsStd);
+    if (sensitivity.idisk != 0) {
+        return;
+    }
+    const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
+    const auto files = static_cast<std::size_t>(sensitivity.nMtx);
+    const std::size_t paddedCount = sensitivity.paddedWork.size();
+    const bool sameLayout = buildBlockedRows(sensitivity.store, nData, files, paddedCount, obsStd);
+    if (largestOfRanks(sameLayout ? 0 : 1) > 0) {
+        reserveRows(sensitivity.store, RankOrder::inTurn);
+        loadRows(sensitivity);
+        buildBlockedRows(sensitivity.store, nData, files, paddedCount, obsStd, RankOrder::inTurn);
     }
 }
 

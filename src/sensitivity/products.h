@@ -49,7 +49,7 @@ double forwardData(Sensitivity& sensitivity, const MeshGeometry& mesh, const Pro
 
 // Turns the rows in memory into blocked rows, for which the products run fastest, once. The rows of each file are
 // divided by the standard deviations in real32, where these are above 0; `obsStd` has a column (nData) for each of the
-// first files, or none. Throws std::bad_alloc.
+// first files, or none. Several ranks may have to load theirs once more. Throws std::bad_alloc, then RunError, too.
 void buildBlockedRows(Sensitivity& sensitivity, std::span<const float> obsStd = {});
 
 }  // namespace voxlith

@@ -11,8 +11,12 @@ namespace voxlith {
 // and the counts. Throws RunError on damage.
 void countRows(Sensitivity& sensitivity, std::size_t file);
 
-// Second pass: all rows of all files into the store, for which reserveRows has reserved the memory; closes the files.
-// Throws RunError on damage.
+// With several ranks, after all rows are counted: gives each rank whole slabs of rows, in shares of equal coefficients,
+// and leaves the other rows empty. Nothing happens with one rank.
+void keepOwnRows(Sensitivity& sensitivity);
+
+// Second pass: all rows of all files that are this rank's into the store, for which reserveRows has reserved the
+// memory; closes the files. Throws RunError on damage.
 void loadRows(Sensitivity& sensitivity);
 
 }  // namespace voxlith

@@ -36,6 +36,13 @@ void openMtxFile(MtxInput& file, const std::string& name, bool recordForm) {
     }
 }
 
+void reopenMtxFile(MtxInput& file) {
+    const std::string name = file.input.name;
+    if (!openBinaryInput(file.input, name)) {
+        throw RunError(name + ": the sensitivity file cannot be opened: " + std::strerror(errno));
+    }
+}
+
 void readMtxDataType(MtxInput& file) {
     if (file.header.form == MtxForm::record) {
         file.header.dataType = recordDataType(file.input.name);

@@ -68,6 +68,12 @@ void readMtxTail(MtxInput& file, std::span<double> gtgdiag, std::span<double> la
 // Back to the first row.
 void rewindMtxRows(MtxInput& file);
 
+// A file that was closed after its rows were read, once more. Throws RunError.
+void reopenMtxFile(MtxInput& file);
+
+// Second pass, over rows that are not wanted: without touching their coefficients.
+void skipMtxRows(MtxInput& file, std::size_t rows);
+
 // Second pass: the next rows.size() rows, each as long as it was counted.
 void readMtxRows(MtxInput& file, std::span<const RawRow> rows);
 

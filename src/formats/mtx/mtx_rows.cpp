@@ -217,6 +217,22 @@ void readMtxRows(MtxInput& file, std::span<const RawRow> rows) {
     }
 }
 
+// Compatibility: a row of count 0 is passed over like a dense one, as readStreamRow does.
+void skipMtxRows(MtxInput& file, std::size_t rows) {
+    BinaryInput& input = file.input;
+    const bool inRecords = file.header.form == MtxForm::record;
+    setReadAhead(input, inRecords ? 12 : 4);
+    for (std::size_t r = 0; r < rows; ++r) {
+        if (inRecords) {
+            scanRow(file);
+            continue;
+        }
+        const std::int32_t count = readInt32(input, rowCountText);
+        skip(input, count > 0 ? std::int64_t{8} * count : 4 * file.header.nPadTotal(), coefficientsText);
+    }
+    setReadAhead(input, largeReadAhead);
+}
+
 MtxRowView nextMtxRow(MtxInput& file, std::span<std::int32_t> buffer) {
     const std::int64_t start = file.input.position;
     const MtxRowView row =

@@ -6,6 +6,7 @@
 #include <cassert>
 #include <cstring>
 
+#include "base/ranks.h"
 #include "base/workers.h"
 #include "sensitivity/rows/row_kernels.h"
 
@@ -226,14 +227,38 @@ void multiplyShared(const BlockedRows& rows, std::span<const std::int32_t> words
     });
 }
 
+namespace {
+
+// Bands firstBand up to endBand by all workers.
+void multiplyBandsShared(const BlockedRows& rows, std::span<const std::int32_t> words, std::span<const double> factor,
+                         bool finite, std::size_t firstBand, std::size_t endBand, std::span<double> compact) {
+    const auto work = std::span(rows.wordsBeforeBand).subspan(firstBand, endBand - firstBand + 1);
+    const std::int64_t unsortedWords = rows.wordsBeforeTile.back() - rows.wordsBeforeBand.back();
+    const std::size_t pieces = piecesFor(static_cast<std::size_t>(work.back() - work.front() + unsortedWords));
+    forEachPiece(pieces, [&](std::size_t piece) {
+        multiplyTransposed(rows, words, factor, finite, firstBand + startOfPiece(work, piece, pieces),
+                           firstBand + startOfPiece(work, piece + 1, pieces), compact);
+    });
+}
+
+}  // namespace
+
 void multiplyTransposedShared(const BlockedRows& rows, std::span<const std::int32_t> words,
                               std::span<const double> factor, bool finite, std::span<double> compact) {
-    const std::span<const std::int64_t> work(rows.wordsBeforeBand);
-    const std::size_t pieces = piecesFor(static_cast<std::size_t>(rows.wordsBeforeTile.back()));
-    forEachPiece(pieces, [&](std::size_t piece) {
-        multiplyTransposed(rows, words, factor, finite, startOfPiece(work, piece, pieces),
-                           startOfPiece(work, piece + 1, pieces), compact);
-    });
+    multiplyBandsShared(rows, words, factor, finite, 0, bandCount(rows), compact);
+}
+
+void multiplyTransposedAlongRanks(const BlockedRows& rows, std::span<const std::int32_t> words,
+                                  std::span<const double> factor, bool finite, std::span<double> compact) {
+    const std::span<const std::size_t> firstBand(rows.firstBandOfChunk);
+    std::array<std::size_t, mostChunks + 1> start{};
+    for (std::size_t chunk = 0; chunk < firstBand.size(); ++chunk) {
+        start[chunk] = std::min(firstBand[chunk] * bandWidth, rows.usedColumns.size());
+    }
+    passAlongRanks(
+        compact.first(rows.usedColumns.size()), std::span(start).first(firstBand.size()), [&](std::size_t chunk) {
+            multiplyBandsShared(rows, words, factor, finite, firstBand[chunk], firstBand[chunk + 1], compact);
+        });
 }
 
 }  // namespace voxlith

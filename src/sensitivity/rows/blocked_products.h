@@ -42,6 +42,11 @@ void multiplyShared(const BlockedRows& rows, std::span<const std::int32_t> words
 void multiplyTransposedShared(const BlockedRows& rows, std::span<const std::int32_t> words,
                               std::span<const double> factor, bool finite, std::span<double> compact);
 
+// The second by all workers of all ranks: chunk by chunk of the bands, each rank adds its rows to what the ranks before
+// have added. All get the whole of c.
+void multiplyTransposedAlongRanks(const BlockedRows& rows, std::span<const std::int32_t> words,
+                                  std::span<const double> factor, bool finite, std::span<double> compact);
+
 struct BlockedRowKernels {
     // Adds the products of groups in blocks to the lanes of their rows; the eight lanes of row `firstRow` come first.
     void (*multiplyGroups)(std::span<const RowGroup> groups, const std::int32_t* words, const double* compact,

@@ -6,6 +6,8 @@
 #include <cassert>
 #include <numeric>
 
+#include "base/ranks.h"
+#include "base/workers.h"
 #include "sensitivity/rows/band_tiles.h"
 #include "sensitivity/rows/column_ranks.h"
 
@@ -29,7 +31,9 @@ struct RawBatch {
 // Kept from batch to batch.
 struct BatchWork {
     std::vector<RemainingRow> rows;  // empty ones for rows whose indices do not ascend
+    std::vector<std::int64_t> tileWords;
     TileWork tile;
+    bool everyTileFits = true;
 };
 
 std::int64_t sumOf(std::span<const std::int64_t> lengths) {
@@ -84,6 +88,7 @@ bool writeBands(BatchWork& work, const ColumnRanks& ranks, std::span<const std::
     for (std::size_t firstColumn = 0; firstColumn < usedColumns.size(); firstColumn += bandWidth) {
         const ColumnBand band = bandAt(firstColumn, ranks, usedColumns);
         for (std::size_t first = 0; first < rows.size(); first += tileRows) {
+            const std::int64_t firstWord = target.word;
             const std::size_t end = std::min(first + tileRows, rows.size());
             const std::size_t nextEnd = std::min(end + tileRows, rows.size());
             prefetchTile(rows.subspan(end, nextEnd - end), work.tile);
@@ -91,6 +96,7 @@ bool writeBands(BatchWork& work, const ColumnRanks& ranks, std::span<const std::
                            work.tile, target)) {
                 return false;
             }
+            work.tileWords[first / tileRows] += target.word - firstWord;
         }
     }
     return true;
@@ -114,12 +120,24 @@ void writeUnsorted(const std::int32_t* row, std::size_t length, float divisor, s
     target.word += wordsOfGroup(group);
 }
 
-std::int64_t wordsOfUnsorted(const RawBatch& batch, const ColumnRanks& ranks) {
+// Words of the raw rows that ascend.
+std::int64_t wordsOfAscending(const RawBatch& batch, const ColumnRanks& ranks, std::size_t first, std::size_t end) {
     std::int64_t words = 0;
-    for (std::size_t r = 0; r < batch.length.size(); ++r) {
-        words += ranks.ascends[batch.firstRow + r] != 0 ? 0 : 2 * batch.length[r];
+    for (std::size_t r = first; r < end; ++r) {
+        words += ranks.ascends[batch.firstRow + r] != 0 ? 2 * batch.length[r] : 0;
     }
     return words;
+}
+
+// Whether each tile of the batch, which has been written in blocks, takes no more words than its raw rows.
+bool tilesFit(const RawBatch& batch, const ColumnRanks& ranks, std::span<const std::int64_t> tileWords) {
+    for (std::size_t t = 0; t < tileWords.size(); ++t) {
+        const std::size_t end = std::min((t + 1) * tileRows, batch.length.size());
+        if (tileWords[t] > wordsOfAscending(batch, ranks, t * tileRows, end)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // Rows whose indices do not ascend stay unsorted, and so do all rows of a batch that would take more words in blocks
@@ -128,9 +146,11 @@ void writeBatch(const RawBatch& batch, const RawRows& raw, const ColumnRanks& ra
                 std::span<const std::int32_t> usedColumns, BatchWork& work, GroupTarget& target) {
     const std::int64_t firstWord = target.word;
     const std::size_t firstGroup = target.groups->size();
-    target.limit = firstWord + 2 * sumOf(batch.length) - wordsOfUnsorted(batch, ranks);
+    target.limit = firstWord + wordsOfAscending(batch, ranks, 0, batch.length.size());
     collectRows(batch, raw, ranks, work.rows);
+    work.tileWords.assign((batch.length.size() + tileRows - 1) / tileRows, 0);
     const bool inBlocks = writeBands(work, ranks, usedColumns, batch.firstRow, target);
+    work.everyTileFits = work.everyTileFits && inBlocks && tilesFit(batch, ranks, work.tileWords);
     if (!inBlocks) {
         target.word = firstWord;
         target.groups->resize(firstGroup);
@@ -170,6 +190,65 @@ void countWords(BlockedRows& blocked, std::size_t rowCount) {
     }
 }
 
+// Where the words of the raw and the blocked rows of a file end so far.
+struct FileProgress {
+    std::int64_t rawWord = 0;
+    GroupTarget target;
+    std::int64_t savedWords = 0;  // by the blocked rows, those of the ranks before included
+};
+
+void writeSlabs(const RawRows& raw, const ColumnRanks& ranks, std::int64_t fileCoefficients, FileProgress& progress,
+                BatchWork& work, BlockedRows& blocked) {
+    const std::int64_t fileShare = fileCoefficients / batchShare;
+    GroupTarget& target = progress.target;
+    for (std::size_t slabRow = 0; slabRow < raw.length.size(); slabRow += slabRows) {
+        const std::size_t endRow = std::min(slabRow + slabRows, raw.length.size());
+        const std::size_t firstGroup = blocked.groups.size();
+        if (sumOf(raw.length.subspan(slabRow, endRow - slabRow)) == 0) {  // of another rank
+            blocked.slabs.push_back({slabRow, endRow - slabRow, firstGroup, firstGroup, firstGroup});
+            continue;
+        }
+        for (std::size_t row = slabRow; row < endRow;) {
+            const std::int64_t firstWord = target.word;
+            const std::int64_t coefficientLimit = std::max(fileShare, progress.savedWords / 2);
+            const std::size_t count = rowsOfBatch(raw.length.subspan(row, endRow - row), coefficientLimit);
+            const RawBatch batch{target.words.data() + progress.rawWord, row, raw.length.subspan(row, count)};
+            const std::int64_t batchWords = 2 * sumOf(batch.length);
+            // Nothing is written over rows that are still to be read.
+            assert(firstWord + batchWords <= progress.rawWord);
+            writeBatch(batch, raw, ranks, blocked.usedColumns, work, target);
+            progress.rawWord += batchWords;
+            progress.savedWords += batchWords - (target.word - firstWord);
+            row += count;
+        }
+        blocked.slabs.push_back(orderSlab(slabRow, endRow - slabRow, firstGroup, blocked.groups));
+    }
+}
+
+// For passAlongRanks: one chunk of one value. Whole numbers far below 2^53 are exact in it.
+constexpr std::array<std::size_t, 2> oneValue{0, 1};
+
+std::int64_t sumOfRanks(std::int64_t own) {
+    double sum = 0;
+    passAlongRanks(std::span(&sum, 1), oneValue, [&](std::size_t) { sum += static_cast<double>(own); });
+    return static_cast<std::int64_t>(sum);
+}
+
+// All ranks take the chunks of the first one, whose rows use the bands much as those of the others do. There are enough
+// chunks that ranks wait little for each other at the beginning and the end of a product.
+void splitIntoChunks(BlockedRows& blocked) {
+    constexpr std::size_t chunksOfRank = 8;
+    const std::size_t bands = bandCount(blocked);
+    const std::size_t chunks = std::clamp<std::size_t>(
+        std::min(chunksOfRank * ranksOfRun().count, bands / workersOfProcess().count), 1, mostChunks);
+    std::array<std::size_t, mostChunks + 2> start{chunks};
+    for (std::size_t chunk = 0; chunk <= chunks; ++chunk) {
+        start[chunk + 1] = startOfPiece(blocked.wordsBeforeBand, chunk, chunks);
+    }
+    copyFirstRank(start);
+    blocked.firstBandOfChunk.assign(start.begin() + 1, start.begin() + static_cast<std::ptrdiff_t>(start[0] + 2));
+}
+
 }  // namespace
 
 std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset) {
@@ -184,32 +263,38 @@ std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset) {
     return 2 * most;
 }
 
-std::int64_t blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
-                       std::size_t paddedCount, BlockedRows& blocked) {
+std::int64_t headroomWordsInTurn(std::span<const std::int64_t> rowOffset) {
+    std::int64_t most = headroomWordsFor(rowOffset);
+    for (std::size_t entry = 0; entry < rowOffset.size(); ++entry) {
+        const std::size_t end = std::min(entry + slabRows, rowOffset.size() - 1);
+        most = std::max(most, 2 * (rowOffset[end] - rowOffset[entry]));
+    }
+    return most;
+}
+
+BlockedEnd blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
+                     std::size_t paddedCount, RankOrder order, BlockedRows& blocked) {
     blocked = {};
     const ColumnRanks ranks = rankColumns(words, raw, paddedCount, blocked.usedColumns);
-    const std::int64_t fileShare = sumOf(raw.length) / batchShare;
-    GroupTarget target{words, targetWord, 0, &blocked.groups};
     BatchWork work;
-    std::int64_t rawWord = raw.firstWord;
-    for (std::size_t slabRow = 0; slabRow < raw.length.size(); slabRow += slabRows) {
-        const std::size_t endRow = std::min(slabRow + slabRows, raw.length.size());
-        const std::size_t firstGroup = blocked.groups.size();
-        for (std::size_t row = slabRow; row < endRow;) {
-            const std::int64_t savedWords = (rawWord - raw.firstWord) - (target.word - targetWord);
-            const std::int64_t coefficientLimit = std::max(fileShare, savedWords / 2);
-            const std::size_t count = rowsOfBatch(raw.length.subspan(row, endRow - row), coefficientLimit);
-            const RawBatch batch{words.data() + rawWord, row, raw.length.subspan(row, count)};
-            const std::int64_t batchWords = 2 * sumOf(batch.length);
-            assert(target.word + batchWords <= rawWord);  // nothing is written over rows that are still to be read
-            writeBatch(batch, raw, ranks, blocked.usedColumns, work, target);
-            rawWord += batchWords;
-            row += count;
-        }
-        blocked.slabs.push_back(orderSlab(slabRow, endRow - slabRow, firstGroup, blocked.groups));
+    FileProgress progress{raw.firstWord, {words, targetWord, 0, &blocked.groups}, 0};
+    const std::int64_t coefficients = sumOf(raw.length);
+    if (ranksOfRun().count == 1 || order == RankOrder::atOnce) {
+        writeSlabs(raw, ranks, coefficients, progress, work, blocked);
+    } else {
+        double savedWords = 0;
+        const std::int64_t ofAllRanks = sumOfRanks(coefficients);
+        passAlongRanks(std::span(&savedWords, 1), oneValue, [&](std::size_t) {
+            progress.savedWords = static_cast<std::int64_t>(savedWords);
+            writeSlabs(raw, ranks, ofAllRanks, progress, work, blocked);
+            savedWords = static_cast<double>(progress.savedWords);
+        });
     }
     countWords(blocked, raw.length.size());
-    return target.word;
+    if (ranksOfRun().count > 1) {
+        splitIntoChunks(blocked);
+    }
+    return {progress.target.word, work.everyTileFits};
 }
 
 }  // namespace voxlith

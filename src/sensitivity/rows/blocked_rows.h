@@ -16,7 +16,8 @@
 //
 // The groups, and the order in which they are listed, are a function of the rows of the file alone. They do not depend
 // on the other files of a run, on free memory or on the number of threads, so products give the same bytes however they
-// are split.
+// are split. Several ranks have whole slabs each, with the groups that one process has; rows of others are empty, and
+// used columns are those of all ranks.
 #pragma once
 
 #include <cstddef>
@@ -63,6 +64,8 @@ struct BlockedRows {
     // Words of all tiles and bands before each one, and the total at the end: equal shares of the products.
     std::vector<std::int64_t> wordsBeforeTile;
     std::vector<std::int64_t> wordsBeforeBand;  // of the groups in blocks
+    // With several ranks: the bands with which chunks of equal work begin, and the number of bands at the end.
+    std::vector<std::size_t> firstBandOfChunk;
 };
 
 inline std::size_t bandCount(const BlockedRows& rows) {
@@ -104,10 +107,23 @@ struct RawRows {
 // store, all files.
 std::int64_t headroomWordsFor(std::span<const std::int64_t> rowOffset);
 
+// How several ranks lay out their rows. Rows are written in batches, and a batch that would take more words in blocks
+// than raw stays unsorted: which rows share a batch depends on all rows before. As a rule every tile fits by itself, so
+// that batches do not matter, and all ranks work at once. Otherwise they must work in turn.
+enum class RankOrder { atOnce, inTurn };
+
+// headroomWordsFor ranks in turn, whose batches have the size of those of one process: a slab.
+std::int64_t headroomWordsInTurn(std::span<const std::int64_t> rowOffset);
+
+struct BlockedEnd {
+    std::int64_t word = 0;      // end of the blocked rows
+    bool everyTileFits = true;  // false: with several ranks at once the layout may be another one than in turn
+};
+
 // Turns the raw rows of one file into blocked rows, in place: written from word `targetWord` of the store `words` on,
-// which is at least headroomWordsFor the store before the raw rows, and never longer than these. Indices are from 1
-// to paddedCount. Returns the end word of the blocked rows. Throws std::bad_alloc.
-std::int64_t blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
-                       std::size_t paddedCount, BlockedRows& blocked);
+// which is at least headroomWordsFor (or headroomWordsInTurn) the store before the raw rows, and never longer than
+// these. Indices are from 1 to paddedCount. Throws std::bad_alloc.
+BlockedEnd blockRows(std::span<std::int32_t> words, const RawRows& raw, std::int64_t targetWord,
+                     std::size_t paddedCount, RankOrder order, BlockedRows& blocked);
 
 }  // namespace voxlith

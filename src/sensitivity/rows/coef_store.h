@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "base/large_array.h"
@@ -24,10 +25,13 @@ namespace voxlith {
 // (real32, stored by their bits). Before the iterations they are turned into blocked rows, in place: these are written
 // from the first word on, and some words are free in front of the raw rows for them.
 struct SparseCoefStore {
-    std::vector<std::int64_t> rowOffset;    // (nData + 1) for each file; coefficients count from 1, through all files
-    std::unique_ptr<std::int32_t[]> words;  // two for each coefficient
-    std::int64_t capacity = 0;              // coefficients allocated: all, or one row in disk mode
-    std::int64_t headroomWords = 0;         // further words, in front of the raw rows
+    // (nData + 1) for each file; coefficients count from 1, through all files. With several ranks, rows of others are
+    // empty once keepOwnRows has taken its share.
+    std::vector<std::int64_t> rowOffset;
+    std::vector<std::size_t> firstRowOfRank;  // (ranks + 1) for each file; empty with one rank
+    std::unique_ptr<std::int32_t[]> words;    // two for each coefficient
+    std::int64_t capacity = 0;                // coefficients allocated: all, or one row in disk mode
+    std::int64_t headroomWords = 0;           // further words, in front of the raw rows
     std::int64_t totalCoef = 0;
     std::int32_t rowMax = 0;  // longest row of the last file scanned
 
@@ -40,7 +44,10 @@ struct SparseCoefStore {
 void reserveStore(SparseCoefStore& store, std::int64_t capacity, std::int64_t headroomWords);
 
 // Allocates all rows of rowOffset and the headroom for buildBlockedRows.
-void reserveRows(SparseCoefStore& store);
+void reserveRows(SparseCoefStore& store, RankOrder order = RankOrder::atOnce);
+
+// The rows of file `file` that rank `rank` has: first and end.
+std::pair<std::size_t, std::size_t> rowsOfRank(const SparseCoefStore& store, std::size_t file, std::size_t rank);
 
 // All words of the store.
 std::span<const std::int32_t> wordsOf(const SparseCoefStore& store);
@@ -51,8 +58,9 @@ RawRow rawRowOf(SparseCoefStore& store, std::size_t entry);
 // Turns the raw rows of all files (nData rows each), for which reserveRows has allocated the store, into blocked rows.
 // The values of a row are divided by its divisor, in real32, where that is above 0; `divisor` has nData for each of the
 // first files, or none at all. `paddedCount` is the largest coefIndex possible. Memory that becomes free is given back
-// to the system. Throws std::bad_alloc, and std::logic_error if the store has not enough headroom.
-void buildBlockedRows(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount,
-                      std::span<const float> divisor = {});
+// to the system. False when ranks at once may not have got the layout of one process; then all of them load their rows
+// again and take turns. Throws std::bad_alloc, and std::logic_error if the store has not enough headroom.
+bool buildBlockedRows(SparseCoefStore& store, std::size_t nData, std::size_t files, std::size_t paddedCount,
+                      std::span<const float> divisor = {}, RankOrder order = RankOrder::atOnce);
 
 }  // namespace voxlith

@@ -3,6 +3,8 @@
 #include <bit>
 #include <cassert>
 
+#include "base/ranks.h"
+
 namespace voxlith {
 
 namespace {
@@ -64,6 +66,9 @@ ColumnRanks rankColumns(std::span<const std::int32_t> words, const RawRows& raw,
         markPositions(indices, used.data());
         ranks.ascends[r] = indicesAscend(indices) ? 1 : 0;
         word += 2 * length;
+    }
+    if (ranksOfRun().count > 1) {
+        ranksOfRun().unite(used);
     }
     ranks.columnOfGroup.resize((paddedCount + rankGroup - 1) / rankGroup);
     ranks.rankInGroup.resize(paddedCount);

@@ -28,8 +28,8 @@ inline std::int32_t compactIndexOf(std::int32_t index, const std::int32_t* colum
     return columnOfGroup[position / rankGroup] + rankInGroup[position];
 }
 
-// Goes over the indices of all rows once, each from 1 to paddedCount; usedColumns gets the position of each compact
-// index. Throws std::bad_alloc.
+// Goes over the indices of all rows of this rank once, each from 1 to paddedCount; usedColumns gets the
+// position of each compact index, of the rows of all ranks. Throws std::bad_alloc.
 ColumnRanks rankColumns(std::span<const std::int32_t> words, const RawRows& raw, std::size_t paddedCount,
                         std::vector<std::int32_t>& usedColumns);
 
