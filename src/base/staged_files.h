@@ -44,6 +44,7 @@ struct StagedFiles {
     // Staged, and published ones that have a hidden version: the first `count`.
     std::array<StagedFile, 16> files;
     std::size_t count = 0;
+    bool discarded = false;  // nothing is staged: this process helps another one, which writes the files
     bool everPublished = false;
     double publishedAt = 0;     // seconds of a steady clock, at the end of the last publication
     double publishSeconds = 0;  // that it took

@@ -158,7 +158,7 @@ bool outputStep(InversionLoop& loop) {
     if (published) {
         stageIteration(loop);
         publishRunningFiles(loop);
-    } else {
+    } else if (!loop.staged.discarded) {
         keepUnwritten(loop.problem, modelOf(loop.problem), loop.stepGradient, loop.unwritten);
     }
     // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.

@@ -25,6 +25,13 @@ void logSmoothness(Messages& messages, std::string_view text, const ObjectiveTer
     logLine(messages, addReal(line, terms.smoothZ));
 }
 
+// A process that helps another one has no table.
+void writeRow(LineFile& progressTable, std::string_view row) {
+    if (isOpen(progressTable)) {
+        writeLine(progressTable, row);
+    }
+}
+
 TextLine rowStart(std::int32_t iteration, double misfit, double norm, double total) {
     TextLine line;
     line.spaces(4).integer(iteration, 8);
@@ -60,9 +67,9 @@ void logStartingTerms(Messages& messages, const ObjectiveTerms& terms, const Bar
 }
 
 void startProgressTable(LineFile& progressTable, const IterationRow& row) {
-    writeLine(progressTable, "   Iterations    RMS_Misfit    Model_Norm    Total_Norm      Time");
-    writeLine(progressTable, rowStart(row.iteration, std::sqrt(row.terms.misfit),
-                                      row.terms.refNorm + row.terms.smoothNorm, std::sqrt(row.totalObjective)));
+    writeRow(progressTable, "   Iterations    RMS_Misfit    Model_Norm    Total_Norm      Time");
+    writeRow(progressTable, rowStart(row.iteration, std::sqrt(row.terms.misfit),
+                                     row.terms.refNorm + row.terms.smoothNorm, std::sqrt(row.totalObjective)));
 }
 
 void startScreenTable(const IterationRow& row) {
@@ -98,7 +105,7 @@ void reportIteration(Messages& messages, LineFile& progressTable, const Iteratio
 
     const TextLine line = tableRow(row);
     screenLine(line);
-    writeLine(progressTable, line);
+    writeRow(progressTable, line);
     if (row.steppedByConjugateGradients) {
         logLine(messages, TextLine("time, steps+: ").fixed(row.iterTime, 10, 1).integer(row.stepCount, 6));
     }

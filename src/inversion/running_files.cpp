@@ -41,6 +41,9 @@ int iterationDigits(std::int32_t iteration, std::int32_t maxIterations) {
 
 void stageModel(const InversionProblem& problem, std::string_view name, std::size_t modelType,
                 std::span<const double> model, PreviousVersion previous, StagedFiles& staged) {
+    if (staged.discarded) {
+        return;
+    }
     OutputFile file;
     openOutputFile(file, name);
     appendModel(file, problem.mesh, static_cast<std::int32_t>(modelType), model, problem.sensitivity.depthWeightOf(0),
@@ -49,6 +52,9 @@ void stageModel(const InversionProblem& problem, std::string_view name, std::siz
 }
 
 void stagePrediction(const InversionProblem& problem, std::span<const double> predData, StagedFiles& staged) {
+    if (staged.discarded) {
+        return;
+    }
     OutputFile file;
     openOutputFile(file, "voxlith.pre");
     appendObs(file, problem.obs, predData);

@@ -2,7 +2,9 @@
 
 #include <cmath>
 
+#include "base/messages.h"
 #include "base/overhead_timers.h"
+#include "base/ranks.h"
 #include "run/stop_signal.h"
 
 namespace voxlith {
@@ -28,6 +30,15 @@ void save(IterationOutput& output, InversionLoop& loop, const std::vector<StateB
     output.checkpointSeconds = output.checkpointAt - start;
 }
 
+// Machines that compute differently would go on with different models.
+void compareRanks(const InversionLoop& loop) {
+    const auto terms = static_cast<std::int64_t>(checksumOf(std::as_bytes(std::span(&loop.state.iterTerms, 1))));
+    if (largestOfRanks(terms) != -largestOfRanks(-terms)) {
+        throw RunError("the processes computed different misfits or norms in iteration " +
+                       std::to_string(loop.state.iteration) + ": their machines do not compute alike");
+    }
+}
+
 IterationRow timedRow(const InversionLoop& loop) {
     IterationRow row = rowOf(loop);
     row.iterTime = clockSeconds() - loop.iterationStart;
@@ -38,16 +49,19 @@ IterationRow timedRow(const InversionLoop& loop) {
 
 void beginOutput(IterationOutput& output, const RunOptions& options, const InversionProblem& problem, bool continues) {
     output.inputs = checksumsOf(problem);
-    output.progress = startProgressLine(options.quiet, problem.options.startIteration);
-    if (!options.jsonLog.empty()) {
+    output.progress = startProgressLine(options.quiet || !isFirstRank(), problem.options.startIteration);
+    if (!options.jsonLog.empty() && isFirstRank()) {
         openJsonLog(output.json, options.jsonLog, continues);
     }
 }
 
 void reportStart(IterationOutput& output, InversionLoop& loop, const std::vector<StateBlock>& more) {
     output.progress.firstIteration = loop.state.iteration;
-    writeJsonRow(output.json, rowOf(loop), loop.problem.options.multiplier, "start");
-    save(output, loop, more);
+    compareRanks(loop);
+    if (isFirstRank()) {
+        writeJsonRow(output.json, rowOf(loop), loop.problem.options.multiplier, "start");
+        save(output, loop, more);
+    }
 }
 
 void beforeReport(IterationOutput& output) {
@@ -57,8 +71,10 @@ void beforeReport(IterationOutput& output) {
 bool betweenIterations(IterationOutput& output, InversionLoop& loop, std::string_view step,
                        const std::vector<StateBlock>& more) {
     writeJsonRow(output.json, timedRow(loop), loop.problem.options.multiplier, step);
-    const bool stops = recordedSignal() != 0;
-    if (stops || checkpointIsDue(output)) {
+    compareRanks(loop);
+    output.signal = static_cast<int>(largestOfRanks(recordedSignal()));
+    const bool stops = output.signal != 0;
+    if (isFirstRank() && (stops || checkpointIsDue(output))) {
         save(output, loop, more);
     }
     if (!stops) {

@@ -18,6 +18,7 @@ struct IterationOutput {
     InputChecksums inputs;
     double checkpointAt = 0;       // clock reading at the end of the last checkpoint, seconds
     double checkpointSeconds = 0;  // that it took
+    int signal = 0;                // that one of the ranks was sent; 0 for none
 };
 
 // Before the first iteration of the loop, whose problem is complete. Opens the JSON log. Throws RunError.
@@ -31,7 +32,7 @@ void beforeReport(IterationOutput& output);
 
 // After an iteration whose state is complete. `step` names its kind in the JSON log; `more` are the blocks of another
 // kind of step. Writes a checkpoint when that takes no more than a small share of the run, and before a stop. False
-// when a signal asks for the stop.
+// when a signal asks for the stop. All ranks call it; the first one writes.
 bool betweenIterations(IterationOutput& output, InversionLoop& loop, std::string_view step,
                        const std::vector<StateBlock>& more = {});
 

@@ -57,8 +57,8 @@ void checkConvergedOptions(const RunOptions& options) {
 }  // namespace
 
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
-    CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", "voxlith-run");
-    app.set_version_flag("--version", "voxlith-run " + std::string(programVersion));
+    CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", options.program);
+    app.set_version_flag("--version", options.program + " " + std::string(programVersion));
     app.add_option("CONTROL", options.controlFile, "control file, by custom voxlith.inp")->required();
     app.add_option("KEYWORDS", options.keywords,
                    "keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
@@ -100,7 +100,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         app.exit(asked);
         return ParseResult::shown;
     } catch (const std::runtime_error& problem) {  // of the parser, or of the keywords
-        errorLine(TextLine("voxlith-run: ").text(problem.what()));
+        errorLine(TextLine(options.program).text(": ").text(problem.what()));
         return ParseResult::wrong;
     }
     return ParseResult::run;

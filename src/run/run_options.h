@@ -8,6 +8,7 @@
 namespace voxlith {
 
 struct RunOptions {
+    std::string program = "voxlith-run";  // in messages; set before the command line is parsed
     std::string controlFile;
     std::vector<std::string> keywords;  // those of voxlith: Misfit=(pct,floor), Tradeoff=val, ...
     bool continueRun = false;           // go on with the stopped run of this folder

@@ -1,14 +1,19 @@
 #include "run/run_program.h"
 
+#include <unistd.h>
+
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <new>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "base/printable_text.h"
+#include "base/ranks.h"
 #include "driver/overwritten_inputs.h"
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
@@ -29,7 +34,14 @@ namespace {
 constexpr int signalStatus = 128;
 
 void warn(std::string_view text) {
-    errorLine(TextLine("voxlith-run: ").text(text));
+    const Ranks& ranks = ranksOfRun();
+    TextLine line(ranks.count > 1 ? "voxlith-run-mpi: " : "voxlith-run: ");
+    if (!isFirstRank()) {
+        std::array<char, 256> host{};
+        ::gethostname(host.data(), host.size() - 1);
+        line.text("process ").text(std::to_string(ranks.rank + 1)).text(" on ").text(host.data()).text(": ");
+    }
+    errorLine(line.text(text));
 }
 
 void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& stored) {
@@ -49,6 +61,11 @@ void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& s
     }
 }
 
+// All ranks have read what the first one is about to replace.
+void waitForRanks() {
+    largestOfRanks(0);
+}
+
 // Starts the loop, or puts it back to where the checkpoint stands. `mode` is null for the steps of voxlith.
 void beginLoop(InversionLoop& loop, IterationOutput& output, RunState& run, ConvergedMode* mode) {
     const std::vector<StateBlock> more = mode != nullptr ? blocksOf(*mode) : std::vector<StateBlock>{};
@@ -56,6 +73,7 @@ void beginLoop(InversionLoop& loop, IterationOutput& output, RunState& run, Conv
         prepareArrays(loop.problem);
         const ConvergedSettings wanted = mode != nullptr ? mode->state.settings : ConvergedSettings{};
         restoreCheckpoint(loop, output.inputs, more);
+        waitForRanks();  // the first one replaces the checkpoint
         if (mode != nullptr) {
             compareSettings(wanted, mode->state.settings);
         }
@@ -100,8 +118,7 @@ bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMod
 }
 
 // Decides before anything is read where a continued run starts.
-ResumedRun findCheckpoint(bool asked, RunState& run) {
-    const bool continues = run.control.continues;
+ResumedRun findCheckpoint(bool asked, bool continues, bool& resumes) {
     if (!checkpointExists()) {
         if (asked) {
             warn("there is no checkpoint here; the run goes on from its running model");
@@ -114,8 +131,34 @@ ResumedRun findCheckpoint(bool asked, RunState& run) {
              " is given up; --continue would have gone on with it");
         return {};
     }
-    run.control.resumes = true;
+    resumes = true;
     return {head.startIteration, head.iteration};
+}
+
+// The control file and the checkpoint: what the first rank finds holds for all.
+ResumedRun findStart(const std::vector<std::string>& arguments, const RunOptions& options, RunState& run) {
+    struct Start {
+        bool continues = false, resumes = false;
+        ResumedRun resumed;
+    } start;
+    if (isFirstRank()) {
+        start.continues = checkControlFile(arguments) > 0 || options.continueRun;
+        start.resumed = findCheckpoint(options.continueRun, start.continues, start.resumes);
+    }
+    copyFirstRank(start);
+    run.control.continues = start.continues;
+    run.control.resumes = start.resumes;
+    return start.resumed;
+}
+
+// Other ranks than the first open no files and take its count of iterations.
+void openProgressOfRanks(RunState& run, const ResumedRun& resumed) {
+    waitForRanks();
+    if (isFirstRank()) {
+        openProgress(run, resumed);
+    }
+    copyFirstRank(run.control.inversion.startIteration);
+    copyFirstRank(run.control.inversion.maxIterations);
 }
 
 std::vector<std::string> argumentsOf(const RunOptions& options) {
@@ -127,7 +170,7 @@ std::vector<std::string> argumentsOf(const RunOptions& options) {
 void readSurveyChecked(RunState& run) {
     readSensitivities(run);
     const std::string replacement = checkModelFiles(run);
-    if (!replacement.empty()) {
+    if (!replacement.empty() && isFirstRank()) {
         warn(replacement);
     }
     const StationColumns stations = stationsOf(run.obs);
@@ -138,32 +181,39 @@ void readSurveyChecked(RunState& run) {
 // --check
 RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture& capture) {
     const std::vector<std::string> arguments = argumentsOf(options);
-    checkControlFile(arguments);
+    if (isFirstRank()) {
+        checkControlFile(arguments);
+    }
     run.messages.checkOnly = true;
     readInputs(run, arguments);
     readSurveyChecked(run);
     const std::string report = describeRun(run);
     releaseScreen(capture);
-    if (!options.quiet) {
-        screenLine(std::string_view(report).substr(0, report.size() - 1));
+    if (!options.quiet && isFirstRank()) {
+        // Line by line: a terminal is shown control characters as text.
+        for (std::size_t start = 0, end = 0; start < report.size(); start = end + 1) {
+            end = report.find('\n', start);
+            screenLine(std::string_view(report).substr(start, end - start));
+        }
     }
     return RunStatus::completed;
 }
 
 RunStatus runSequence(RunState& run, const RunOptions& options) {
     const std::vector<std::string> arguments = argumentsOf(options);
-    run.control.continues = checkControlFile(arguments) > 0 || options.continueRun;
-    const ResumedRun resumed = findCheckpoint(options.continueRun, run);
+    const ResumedRun resumed = findStart(arguments, options, run);
+    run.messages.checkOnly = !isFirstRank();
     readInputs(run, arguments);
-    if (!run.control.resumes) {
+    if (!run.control.resumes && isFirstRank()) {
         removeCheckpoint();
     }
     readSurveyChecked(run);
-    openProgress(run, resumed);
+    openProgressOfRanks(run, resumed);
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
     const InversionProblem problem = inversionProblemOf(run);
     InversionLoop loop{problem, run.messages, run.progressTable};
+    loop.staged.discarded = !isFirstRank();
     IterationOutput output;
     if (!options.jsonLog.empty()) {
         refuseOverwrittenBy(run.control, options.jsonLog);
@@ -178,26 +228,41 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     if (!completed) {
         publishRunningFiles(loop);
         closeInversion(run);
+        if (!isFirstRank()) {
+            return static_cast<RunStatus>(signalStatus + output.signal);
+        }
         const std::string text = "stopped by a signal after iteration " + std::to_string(loop.state.iteration) +
                                  "; voxlith-run --continue goes on from there";
         warn(text);
         logLine(run.messages, text);
         closeLog(run.messages, cpuStart, julianStart);
-        return static_cast<RunStatus>(signalStatus + recordedSignal());
+        return static_cast<RunStatus>(signalStatus + output.signal);
     }
     if (options.untilConverged) {
         reportConvergence(mode, loop);
     }
     finishInversion(loop);
     closeInversion(run);
+    if (!isFirstRank()) {
+        return RunStatus::completed;
+    }
     writeResults(problem);
     reportCompletion(run, cpuStart, julianStart);
     removeCheckpoint();
     return RunStatus::completed;
 }
 
+// What ends one rank mostly ends the first one, too, which reports it and ends all others.
+void waitForFirstRank() {
+    constexpr std::chrono::seconds patience{3};
+    if (!isFirstRank()) {
+        std::this_thread::sleep_for(patience + std::chrono::milliseconds(ranksOfRun().rank));
+    }
+}
+
 // One line on standard error and in the log.
 RunStatus reportFailure(RunState& run, std::string_view problem) {
+    waitForFirstRank();
     warn(problem);
     try {
         std::array<char, 4096> space;
@@ -214,7 +279,7 @@ RunStatus runProgram(const RunOptions& options) {
     watchSignals();
     RunState run;
     ScreenCapture capture;
-    const bool captured = options.quiet || options.check;
+    const bool captured = options.quiet || options.check || !isFirstRank();
     try {
         if (captured) {
             captureScreen(capture);
@@ -222,6 +287,7 @@ RunStatus runProgram(const RunOptions& options) {
         const SharedLoops sharedLoops(options.threads, options.smallestPiece);
         return options.check ? checkSequence(run, options, capture) : runSequence(run, options);
     } catch (const PlainStop&) {
+        waitForFirstRank();
         if (captured) {
             warn(lastScreenLine(capture));
         }

@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "base/ranks.h"
 #include "inversion/running_files.h"
 #include "run/convergence/convergence_report.h"
 #include "run/convergence/norm_operator.h"
@@ -97,7 +98,9 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop) {
     trial.iteration = loop.state.iteration;
     state.multiplier = chooseTradeoff(search, trial);
     state.stepsAtTradeoff = 0;
-    writeTradeoffTable("voxlith_tradeoff.csv", search, loop.problem.obs.nData, validCountOf(loop.problem));
+    if (isFirstRank()) {
+        writeTradeoffTable("voxlith_tradeoff.csv", search, loop.problem.obs.nData, validCountOf(loop.problem));
+    }
     const bool solved = state.multiplier == multiplier && trial.remaining <= search.finalAccuracy;
     if (search.end != SearchEnd::searching && (solved || !state.improved)) {
         state.end = ConvergedEnd::tolerance;
