@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Whole runs of voxlith-run with several threads, whose files must be those of voxlith byte for byte (dates and times aside).
 
-    shared_runs.py --build DIR [--run-build DIR] [--threads 1 2 3 7] [--only NAME ...] [--work DIR]
+    shared_runs.py --build DIR [--run-build DIR] [--threads 1 2 3 7] [--ranks 1 2 3 5] [--only NAME ...] [--work DIR]
 
-The runs are those of stored_runs.py and larger ones, in which every loop has enough pieces for all threads. Without --only it is
+With --ranks the program is voxlith-run-mpi, with each number of threads in as many processes. Converged runs are compared with one
+thread of one process. The runs are those of stored_runs.py and larger ones, in which every loop has enough pieces for all threads. Without --only it is
 the whole check; the tests take a sample of it.
 """
 import argparse
@@ -56,12 +57,40 @@ def large_other_method(bench):
     bench.voxlith('voxlith.inp')
 
 
-LARGE = [large_free, large_bounded, large_barrier, large_other_method]
+def converged(bench):
+    write_survey(bench)
+    bench.write('voxlith.inp', control(l8='0.0,0.2'))
+    bench.options = [*bench.options, '--until-converged', '1e-4']
+    bench.voxlith('voxlith.inp')
 
 
-def run_case(case, build, work, label, program='voxlith', options=()):
+def target_misfit(bench):
+    write_survey(bench)
+    bench.write('voxlith.inp', control())
+    bench.options = [*bench.options, '--target-rms', '1']
+    bench.voxlith('voxlith.inp')
+
+
+def large_sparse(bench):
+    """Rows of few coefficients, some of which take more memory in blocks: several processes lay out their rows in turn."""
+    write_survey(bench, ['--tolerance', '0.6'])
+    bench.write('voxlith.inp', control(l12='14'))
+    bench.voxlith('voxlith.inp')
+
+
+LARGE = [large_free, large_bounded, large_barrier, large_other_method, large_sparse]
+CONVERGED = [converged, target_misfit]
+
+
+def launcher_of(ranks):
+    """The command in front of the program; processes of one machine may be more than its cores."""
+    command = ['mpirun', '--oversubscribe', '--bind-to', 'none', '-n', str(ranks)]
+    return command + ['--allow-run-as-root'] if os.geteuid() == 0 else command
+
+
+def run_case(case, build, work, label, program='voxlith', options=(), launcher=()):
     bench = Workbench(build, os.path.join(work, case.__name__, label))
-    bench.program, bench.options = program, options
+    bench.program, bench.options, bench.launcher = program, options, launcher
     case(bench)
     return files_of(bench, {'voxlith.inp'})
 
@@ -78,20 +107,28 @@ def main():
     parser.add_argument('--build', required=True)
     parser.add_argument('--run-build', help='where voxlith-run is, if not in --build')
     parser.add_argument('--threads', nargs='+', type=int, default=[1, 2, 3, 7])
+    parser.add_argument('--ranks', nargs='+', type=int)
     parser.add_argument('--only', nargs='+', help='names of runs')
     parser.add_argument('--work')
     asked = parser.parse_args()
-    cases = {case.__name__: case for case in stored_runs.CASES + LARGE}
+    build = os.path.abspath(asked.run_build or asked.build)
+    if asked.ranks and not (shutil.which('mpirun') and os.path.exists(os.path.join(build, 'voxlith-run-mpi'))):
+        print('skipped: there is no MPI here')
+        return 77
+    cases = {case.__name__: case for case in stored_runs.CASES + LARGE + CONVERGED}
+    program = os.path.join(build, 'voxlith-run-mpi' if asked.ranks else 'voxlith-run')
     work = asked.work or tempfile.mkdtemp(prefix='voxlith-shared-')
     failed = 0
     for name in asked.only or cases:
-        want = run_case(cases[name], asked.build, work, 'voxlith')
+        reference = os.path.join(build, 'voxlith-run') if cases[name] in CONVERGED else 'voxlith'
+        want = run_case(cases[name], asked.build, work, 'reference', reference, () if reference == 'voxlith' else ('--threads', '1'))
         problems = []
-        for threads in asked.threads:
-            program = os.path.abspath(os.path.join(asked.run_build or asked.build, 'voxlith-run'))
-            got = run_case(cases[name], asked.build, work, '%d' % threads, program,
-                           ['--threads', str(threads), '--smallest-piece', '1'])
-            problems += problems_of(want, got, '%d threads' % threads)
+        for ranks in asked.ranks or [0]:
+            for threads in asked.threads:
+                label = '%d threads' % threads if ranks == 0 else '%d processes of %d threads' % (ranks, threads)
+                got = run_case(cases[name], asked.build, work, label.replace(' ', '-'), program,
+                               ['--threads', str(threads), '--smallest-piece', '1'], launcher_of(ranks) if ranks else ())
+                problems += problems_of(want, got, label)
         print('%s: %s' % (name, 'ok' if not problems else 'FAILED'))
         for problem in problems:
             print('  ' + problem)
