@@ -98,6 +98,6 @@ _voxlith_plot() {
 }
 
 complete -F _voxlith voxlith
-complete -F _voxlith_run voxlith-run
+complete -F _voxlith_run voxlith-run voxlith-run-mpi
 complete -F _voxlith_tools voxlith-tools
 complete -F _voxlith_plot voxlith-plot

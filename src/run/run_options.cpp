@@ -83,7 +83,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
-        "130 or 143 stopped by a signal after a complete iteration.");
+        "130, 138 or 143 stopped by a signal after a complete iteration.");
     try {
         std::vector<std::string> joined = joinNumbers(argumentCount, arguments);
         std::reverse(joined.begin(), joined.end());

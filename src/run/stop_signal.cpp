@@ -27,7 +27,7 @@ void handle(void (*handler)(int), int flags) {
     action.sa_handler = handler;
     action.sa_flags = flags;
     ::sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) {
         struct sigaction present {};
         // What the caller of the program switched off stays so: nohup, and background work of a shell.
         if (::sigaction(signal, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) {

@@ -1,5 +1,5 @@
-// SIGINT and SIGTERM: a run ends after the iteration that is under way, and its exit status tells the signal. A second
-// signal ends it at once.
+// SIGINT, SIGTERM and SIGUSR1: a run ends after the iteration that is under way, and its exit status tells the signal.
+// A second signal ends it at once.
 #pragma once
 
 namespace voxlith {
