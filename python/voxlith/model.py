@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any
 from xml.sax.saxutils import escape
@@ -233,9 +234,29 @@ def models_to_vtk(models: list[Model]) -> Any:
     return grid
 
 
-def write_vtr(path: PathLike, models: list[Model]) -> None:
-    """Write models of one mesh into a VTK rectilinear grid (.vtr). Raises FileError and as :func:`models_to_vtk`."""
+def write_vtr(path: PathLike, models: list[Model], vectors: Mapping[str, Reals] | None = None) -> None:
+    """Write models of one mesh into a VTK rectilinear grid (.vtr).
+
+    Parameters
+    ----------
+    path : path
+    models : list of Model
+    vectors : dict of ndarray, shape (cells, 3), optional
+        Vectors per cell by name, to the east, to the north and upwards.
+
+    Raises
+    ------
+    FileError
+    UsageError, MissingPackageError
+        As :func:`models_to_vtk`.
+    """
     grid = models_to_vtk(models)
+    for name, values in (vectors or {}).items():
+        support = require("vtkmodules.util.numpy_support", "VTK grids")
+        columns = np.stack([Model(models[0].mesh, values[:, axis]).to_discretize() for axis in range(3)], axis=1)
+        array = support.numpy_to_vtk(np.ascontiguousarray(columns), deep=True)
+        array.SetName(name)
+        grid.GetCellData().SetVectors(array)
     arrays = grid.GetCellData()
     for number in range(arrays.GetNumberOfArrays()):
         # The writer of VTK 9 puts names into the file as they are.

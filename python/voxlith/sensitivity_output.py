@@ -51,7 +51,8 @@ class RowStatistics:
 
 def write_sensitivity(path: PathLike, matrix: Any, mesh: Mesh, survey: Survey, *, component: int = 0,
                       order: Literal["voxlith", "discretize"] = "voxlith", tolerance: float = 0.01, taps: int = 4,
-                      depth_weight: DepthWeight | None = None, form: Form = "tagged", version: int = 2,
+                      depth_weight: DepthWeight | None = None, cell_weights: npt.ArrayLike | None = None,
+                      row_weights: npt.ArrayLike | None = None, form: Form = "tagged", version: int = 2,
                       layers: int | None = None, style: int | None = None,
                       inactive: npt.ArrayLike | None = None, height: npt.ArrayLike | None = None) -> RowStatistics:
     """Write a sensitivity file.
@@ -76,6 +77,12 @@ def write_sensitivity(path: PathLike, matrix: Any, mesh: Mesh, survey: Survey, *
         Wavelet filter length: 4, 6 or 8.
     depth_weight : DepthWeight, optional
         By default that of :func:`~voxlith.depth_weight.default_depth_weight`; ``DepthWeight()`` for none.
+    cell_weights : array_like, shape (cells,), optional
+        Depth weights of the cells, above 0, in place of those that `depth_weight` gives; its numbers still go into the
+        header.
+    row_weights : array_like, shape (stations,), optional
+        Weight of each row in the diagonal of G'G that the file holds, which preconditions the inversion; 1 by default.
+        For rows in different units.
     form : {"tagged", "bare", "record"}
         Layout. The record layout holds no data type: its readers take it from "mag" in the name of the file.
     version : int
@@ -113,7 +120,14 @@ def write_sensitivity(path: PathLike, matrix: Any, mesh: Mesh, survey: Survey, *
     code = survey.codes[component]
     weight = depth_weight or default_depth_weight(code, mesh, survey.elevation, counts, height)
     header = _header(mesh, survey, code, plan, weight, taps, form, version, counts)
-    work = _Rows(matrix, mesh, header, plan, tolerance, order, counts)
+    if cell_weights is not None:
+        header.depth_weight = np.asarray(cell_weights, dtype=np.float32)
+        if header.depth_weight.shape != (mesh.n_cells,) or not (header.depth_weight > 0.0).all():
+            raise UsageError(f"cell weights: expected {mesh.n_cells} numbers above 0")
+    in_diagonal = np.ones(header.n_data) if row_weights is None else np.asarray(row_weights, dtype=np.float64)
+    if in_diagonal.shape != (header.n_data,) or not (in_diagonal >= 0.0).all():
+        raise UsageError(f"row weights: expected {header.n_data} numbers of 0 or more")
+    work = _Rows(matrix, mesh, header, plan, tolerance, order, counts, in_diagonal)
     write_mtx_file(path, header, work, work.tail)
     return work.statistics
 
@@ -143,7 +157,8 @@ class _Rows:
     """Compresses the rows one after the other, and sums what follows from them."""
 
     def __init__(self, matrix: Any, mesh: Mesh, header: MtxHeader, plan: LayerPlan, tolerance: float, order: str,
-                 inactive: Indices | None) -> None:
+                 inactive: Indices | None, in_diagonal: Reals) -> None:
+        self._in_diagonal = in_diagonal
         self._matrix = matrix
         self._mesh = mesh
         self._header = header
@@ -205,7 +220,7 @@ class _Rows:
             raise UsageError(f"row {number + 1}: {error}") from error
         found = MtxRow(kept.positions, kept.values)
         back = reconstruct(found, self._header, self._filter)
-        self._diagonal += back * back
+        self._diagonal += back * back * self._in_diagonal[number]
         self.statistics.rows += 1
         self.statistics.coefficients += len(kept.positions)
         self.statistics.largest_loss = max(self.statistics.largest_loss, kept.loss)

@@ -1,0 +1,110 @@
+"""A run of a stacked model, seen by property and by type of data."""
+
+from __future__ import annotations
+
+import os
+from dataclasses import dataclass
+
+import numpy as np
+import numpy.typing as npt
+
+from .errors import FileError, PathLike
+from .model import Model
+from .run import Run
+from .stack import Stack
+from .survey import Survey
+from .vectors import VectorModel
+
+Reals = npt.NDArray[np.float64]
+
+
+@dataclass(frozen=True)
+class ComponentFit:
+    """Data of one type beside their predictions.
+
+    Attributes
+    ----------
+    name, unit : str
+    observed : Survey
+        Of one component.
+    predicted : ndarray, shape (n,)
+        In data units; NaN where the datum is masked.
+    """
+
+    name: str
+    unit: str
+    observed: Survey
+    predicted: Reals
+
+    @property
+    def zscore(self) -> Reals:
+        """Residuals, predicted minus observed, in units of the standard deviation."""
+        return np.asarray((self.predicted - self.observed.data[0]) / self.observed.uncertainties()[0])
+
+    @property
+    def valid(self) -> int:
+        """Data that are not masked."""
+        return int(np.count_nonzero(~np.isnan(self.zscore)))
+
+    @property
+    def rms(self) -> float:
+        """RMS misfit over the valid data; NaN where there are none."""
+        scores = self.zscore[~np.isnan(self.zscore)]
+        return float(np.sqrt(np.mean(scores * scores))) if len(scores) else np.nan
+
+
+class StackedRun:
+    """The results of a stacked run.
+
+    Parameters
+    ----------
+    run : Run
+    stack : path or Stack, optional
+        What :meth:`Stack.write` has written; by default ``NAME.json`` beside ``NAME.mtx``.
+
+    Raises
+    ------
+    FileError
+        When the stack cannot be read or is not that of the run.
+    """
+
+    def __init__(self, run: Run, stack: PathLike | Stack | None = None) -> None:
+        self.run = run
+        named = stack
+        if named is None:
+            named = run.path(os.path.splitext(run.control.values.mtx_files[0])[0] + ".json")
+        self.stack = named if isinstance(named, Stack) else Stack.read(named)
+        header = run.headers[0]
+        cells = len(self.stack.properties) * self.stack.mesh.n_cells
+        rows = sum(one.count for one in self.stack.components)
+        if header.n_cells != cells or header.n_data != rows:
+            where = "stack" if isinstance(named, Stack) else named
+            raise FileError(where, f"expected the stack of the run, {header.n_cells} cells and {header.n_data} rows, found {cells} and "
+                            f"{rows}")
+
+    def models(self, iteration: int | None = None) -> list[Model]:
+        """A model for each property, in its unit; see :meth:`Run.model`."""
+        whole = self.run.model(0, iteration)
+        cells = self.stack.mesh.n_cells
+        models = []
+        for number, (values, known) in enumerate(zip(self.stack.split(whole.values), self.stack.properties)):
+            active = None if whole.active is None else whole.active[number * cells: (number + 1) * cells]
+            models.append(Model(self.stack.mesh, values, known.name, known.unit, active))
+        return models
+
+    def vector(self, iteration: int | None = None) -> VectorModel | None:
+        """The magnetisation; None where no property is one of its components."""
+        chosen = [(model, known.direction) for model, known in zip(self.models(iteration), self.stack.properties)
+                  if known.direction is not None]
+        if not chosen or self.stack.field is None:
+            return None
+        return VectorModel.from_components(self.stack.mesh, [model.values for model, _ in chosen],
+                                           [direction for _, direction in chosen if direction is not None],
+                                           self.stack.field.strength, chosen[0][0].active)
+
+    def fits(self) -> list[ComponentFit]:
+        """Data of each type beside their predictions."""
+        fit = self.run.fit()
+        rows = np.arange(fit.observed.n_stations)
+        return [ComponentFit(one.name, one.unit, fit.observed.select(rows[one.rows]), fit.predicted[0, one.rows])
+                for one in self.stack.components]

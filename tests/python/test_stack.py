@@ -1,0 +1,344 @@
+"""Stacked runs: rows, models and weights are those of their properties, and a run equals the same problem by product definitions."""
+
+from __future__ import annotations
+
+import signal
+import subprocess
+import time
+
+import numpy as np
+import pytest
+from conftest import BUILD, one_line
+
+from voxlith import Direction, InducingField, Mesh, Model, Run, Sensitivity, Survey, UsageError
+from voxlith.compact import Compactness, amplitudes, compact_weights, next_eps
+from voxlith.io.model_file import read_model_file, write_model_file
+from voxlith.io.weight_file import CellWeights, read_weight_files, section_shapes, write_weight_file
+from voxlith.stack import Stack, StackedProperty, property_of
+from voxlith.stacked_run import StackedRun
+from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
+
+FIELD = InducingField(65.0, 10.0, 50000.0)
+FIELD_TEXT = "65,10,50000"
+SHAPE = (8, 10, 6)
+STATIONS = 48
+
+
+@pytest.fixture(scope="module")
+def made(tmp_path_factory):
+    """Gravity and magnetics over a dense block and a magnetic one, a borehole beside, and their sensitivity files."""
+    folder = tmp_path_factory.mktemp("stack")
+    mesh = Mesh.from_widths((0.0, 0.0, 0.0), SHAPE[0] * [50.0], SHAPE[1] * [50.0], [20.0, 30.0, 40.0, 50.0, 60.0, 70.0])
+    mesh.write(folder / "mesh.msh")
+    x, y = (a.ravel() for a in np.meshgrid(np.linspace(25, 375, 6), np.linspace(25, 475, 8)))
+    Survey(x, y, np.full(STATIONS, 10.0), np.zeros((1, STATIONS)), (1,), field=FIELD).write(folder / "s.obs")
+    depths = -np.arange(15.0, 165.0, 25.0)
+    Survey(np.full(6, 212.0), np.full(6, 263.0), depths, np.zeros((1, 6)), (1,), field=FIELD).write(folder / "hole.obs")
+    cells = mesh.centres()
+    dense = (np.abs(cells[:, 0] - 125) < 60) & (np.abs(cells[:, 1] - 175) < 60) & (cells[:, 2] < -40) & (cells[:, 2] > -150)
+    magnetic = (np.abs(cells[:, 0] - 275) < 60) & (np.abs(cells[:, 1] - 325) < 60) & (cells[:, 2] < -40) & (cells[:, 2] > -150)
+    write_model_file(folder / "dense.mod", np.where(dense, 0.5, 0.0))
+    write_model_file(folder / "magnetic.mod", np.where(magnetic, 0.05, 0.0))
+
+    def tools(*words):
+        done = subprocess.run([BUILD / "tools" / "voxlith-tools", *words], cwd=folder, capture_output=True, text=True, timeout=120)
+        assert done.returncode == 0, done.stderr
+        return done.stdout
+
+    fine = ("--mesh", "mesh.msh", "--field", FIELD_TEXT)
+    for kind, model, stations, name in (("gz", "dense.mod", "s.obs", "gz"), ("tmi", "magnetic.mod", "s.obs", "tmi"),
+                                        ("tz", "magnetic.mod", "hole.obs", "tz")):
+        tools("predict", *fine, "--stations", stations, "--type", kind, "--model", model, "--noise", "1,0.001" if kind == "gz" else "1,0.5",
+              "--seed", "4", "--boreholes", "--out", f"{name}.obs")
+        tools("mtx", *fine, "--stations", f"{name}.obs", "--type", kind, "--tolerance", "1e-5", "--depth-weight", "40,3", "--boreholes",
+              "--out", f"{name}.mtx")
+    for axis in "xyz":
+        tools("mtx", *fine, "--stations", "tmi.obs", "--type", "tmi", "--tolerance", "1e-5", "--depth-weight", "40,3", "--magnetisation", axis,
+              "--out", f"tmi_{axis}.mtx")
+    return folder, mesh, tools
+
+
+@pytest.fixture
+def folder(made, tmp_path, monkeypatch):
+    """A folder with these files; the commands start the program of this build."""
+    monkeypatch.setenv("VOXLITH_PROGRAM", str(BUILD / "voxlith"))
+    for path in made[0].iterdir():
+        (tmp_path / path.name).symlink_to(path)
+    return tmp_path
+
+
+@pytest.fixture
+def stack(folder, tools):
+    def run(*words):
+        done = tools("stack", *words)
+        assert done.status == 0, done
+        return done
+    return run
+
+
+def voxlith_run(folder, *words, program="voxlith-run"):
+    done = subprocess.run([BUILD / program, *words], cwd=folder, capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0, done.stdout[-2000:] + done.stderr
+
+
+TWO = ("--properties", "density", "susc", "--rows", "gz.obs", "gz.mtx", "-", "--rows", "tmi.obs", "-", "tmi.mtx")
+
+
+def test_rows_are_those_of_the_files_side_by_side(made, stack, folder):
+    _, mesh, _ = made
+    stack(*TWO, "--rows", "tz.obs", "-", "tz.mtx", "--scale", "1", "0.1", "--tolerance", "1e-6", "--out", "two")
+    rng = np.random.default_rng(3)
+    density, susceptibility = rng.normal(size=(2, mesh.n_cells))
+    known = Stack.read("two.json")
+    assert [(one.name, one.first, one.count) for one in known.components] == [("Gz", 0, 48), ("TMI", 48, 48), ("Tz", 96, 6)]
+    assert known.stacked_mesh == Mesh.read("two.msh") and known.field == FIELD
+    with Sensitivity("two.mtx") as whole:
+        data = whole.forward(known.join([density, susceptibility]))
+    for one, name, model in zip(known.components, ("gz", "tmi", "tz"), (density, susceptibility, susceptibility)):
+        with Sensitivity(f"{name}.mtx") as part:
+            assert data[one.rows] == pytest.approx(part.forward(model), abs=1e-4 * np.abs(data[one.rows]).max())
+    observed = Survey.read("two.obs")
+    for one, name in zip(known.components, ("gz", "tmi", "tz")):
+        given = Survey.read(f"{name}.obs", codes=one.code)
+        # The file holds six digits, and standard deviations of each datum.
+        assert observed.data[0, one.rows] == pytest.approx(given.data[0], abs=1e-3)
+        assert observed.uncertainties()[0, one.rows] == pytest.approx(given.uncertainties()[0], rel=1e-3)
+
+
+def test_a_stacked_run_equals_product_definitions(made, stack, folder, tools):
+    """Gravity and magnetics with a model each on the same stations: the same minimum within 1 percent."""
+    _, mesh, _ = made
+    alphas, tradeoff, scale = "0.0001 1 1 1", 1.0, 0.05
+    gz, tmi = Survey.read("gz.obs"), Survey.read("tmi.obs")
+    both = Survey(gz.x, gz.y, gz.elevation, np.concatenate([gz.data, tmi.data]), (0, 1),
+                  np.concatenate([gz.uncertainties(), tmi.uncertainties()]))
+    both.write("joint.obs")
+    (folder / "joint.inp").write_text(f"0 2 2 2 dens susc\n2 0 0\n{tradeoff} 0.02 0\njoint.obs\ngz.mtx | tmi.mtx\n0.0\n0.0\nnull\n{alphas}\nnull\nnull\n"
+                                      f"50 0 0\n1 1 1 1.0\n1 2 2 {scale}\n")
+    voxlith_run(folder, "joint.inp", "--until-converged", "1e-7")
+    by_products = [read_model_file("voxlith_dens.den", mesh.n_cells), scale * read_model_file("voxlith_susc.den", mesh.n_cells)]
+    stack(*TWO, "--scale", "1", str(scale), "--weights", "none", "--tolerance", "1e-6", "--out", "two")
+    text = (folder / "two.inp").read_text().splitlines()
+    text[2], text[8] = f"{tradeoff} 0.02 0", alphas
+    (folder / "two.inp").write_text("\n".join(text) + "\n")
+    voxlith_run(folder, "two.inp", "--until-converged", "1e-7")
+    for one, expected in zip(StackedRun(Run(folder, "two.inp")).models(), by_products):
+        assert np.linalg.norm(one.values - expected) < 0.01 * np.linalg.norm(expected)
+    done = tools("unstack", ".", "--control", "two.inp", "--no-vtr")
+    assert done.status == 0, done
+    for name, expected in zip(("density", "susc"), by_products):
+        assert np.linalg.norm(read_model_file(f"properties/{name}.mod", mesh.n_cells) - expected) < 0.01 * np.linalg.norm(expected)
+
+
+def test_memory_disk_kill_and_continue(stack, folder):
+    """The same bytes with the sensitivities in memory or on disk, and after a run that was killed."""
+    stack(*TWO, "--scale", "1", "0.05", "--out", "two")
+    text = (folder / "two.inp").read_text()
+    for mode, name in (("2 0 0", "memory"), ("1 0 0", "disk")):
+        there = folder / name
+        there.mkdir()
+        for path in folder.glob("two*"):
+            (there / path.name).write_bytes(path.read_bytes())
+        lines = text.splitlines()
+        lines[1], lines[11] = mode, "120 0 0"
+        (there / "two.inp").write_text("\n".join(lines) + "\n")
+        voxlith_run(there, "two.inp", "--quiet")
+    model = (folder / "memory" / "voxlith.sus").read_bytes()
+    assert (folder / "disk" / "voxlith.sus").read_bytes() == model
+    there = folder / "memory"
+    for path in there.glob("voxlith*"):
+        path.unlink()
+    process = subprocess.Popen([BUILD / "voxlith-run", "two.inp", "--quiet"], cwd=there)
+    while process.poll() is None and (not (there / "voxlith.aux").exists() or len((there / "voxlith.aux").read_text().splitlines()) < 6):
+        time.sleep(0.001)
+    process.send_signal(signal.SIGTERM)
+    process.wait(timeout=60)
+    if process.returncode != 0:
+        voxlith_run(there, "two.inp", "--continue", "--quiet")
+    assert (there / "voxlith.sus").read_bytes() == model
+
+
+def test_a_remanent_body_by_a_vector_run(made, stack, folder, tools):
+    """Magnetisation far from the inducing field; the compact rounds find direction, position and the misfit."""
+    _, mesh, forward = made
+    remanence = Direction(-20.0, 200.0)
+    forward("predict", "--mesh", "mesh.msh", "--stations", "s.obs", "--type", "tmi", "--field", FIELD_TEXT, "--magnetisation", "-20,200",
+            "--model", "magnetic.mod", "--noise", "2,1", "--seed", "2", "--out", str(folder / "remanent.obs"))
+    stack("--properties", "mx", "my", "mz", "--rows", "remanent.obs", "tmi_x.mtx", "tmi_y.mtx", "tmi_z.mtx", "--bounds", "-0.06,0.06",
+          "--out", "vector")
+    done = tools("compact", ".", "--control", "vector.inp", "--rounds", "6")
+    assert done.status == 0, done
+    run = StackedRun(Run(folder, "vector_compact.inp"))
+    assert run.fits()[0].rms == pytest.approx(1.0, abs=0.05)
+    vector = run.vector()
+    assert vector is not None
+    assert angle_between(direction_of(vector.moment()), remanence) < 8.0
+    assert np.abs(np.array(vector.centre(0.3)) - [275.0, 325.0, -90.0]).max() < 50.0
+    done = tools("unstack", ".", "--control", "vector_compact.inp")
+    assert done.status == 0 and "moment: " in done.out, done
+    names = {path.name for path in (folder / "properties").iterdir()}
+    assert names == {"mx.mod", "my.mod", "mz.mod", "amplitude.mod", "inclination.mod", "declination.mod", "mesh.msh", "properties.vtr",
+                     "TMI.csv", "components.csv"}
+    assert read_model_file("properties/amplitude.mod", mesh.n_cells) == pytest.approx(vector.amplitude, rel=1e-5, abs=1e-9)
+
+
+def test_seams_do_not_smooth_one_property_into_the_next():
+    mesh = Mesh([0, 1, 3], [0, 2, 3, 4], [0, -1])
+    known = Stack(mesh, (StackedProperty("a", "SI"), StackedProperty("b", "SI"), StackedProperty("c", "SI")), ())
+    shapes = section_shapes(mesh.nx, mesh.ny, mesh.nz)
+    joined = known.join_weights([CellWeights(*(np.full(shape, number + 1.0) for shape in shapes)) for number in range(3)], [1.0, 4.0, 1.0])
+    assert [section.shape for section in joined.sections()] == section_shapes(mesh.nx, 3 * mesh.ny, mesh.nz)
+    assert joined.y_difference[0, 0].tolist() == [1, 1, 0, 2, 2, 0, 3, 3]
+    assert joined.smallness[0, 0].tolist() == [1, 1, 1, 8, 8, 8, 3, 3, 3]
+
+
+def test_split_undoes_join():
+    mesh = Mesh([0, 1, 3], [0, 2, 3, 4], [0, -1, -3])
+    known = Stack(mesh, (StackedProperty("a", "SI", None, 0.02), StackedProperty("b", "g/cm3", None, 5.0)), ())
+    values = np.random.default_rng(1).normal(size=(2, mesh.n_cells))
+    for part, given in zip(known.split(known.join(list(values))), values):
+        assert part == pytest.approx(given, rel=1e-14)
+    assert known.join([0.02, 5.0]).tolist() == [1.0] * (2 * mesh.n_cells)
+    with pytest.raises(UsageError, match="98 times the scale"):
+        known.join_bounds([(0.0, 3.0), (0.0, 1.0)])
+    assert np.isinf(known.join_bounds([(-99.0, 99.0), (0.0, 1.0)])[:mesh.n_cells]).all()
+
+
+def test_a_stack_with_terrain_fixes_inactive_cells(made, stack, folder):
+    _, mesh, forward = made
+    (folder / "hill.topo").write_text("4\n0 0 0\n400 0 -45\n0 500 0\n400 500 -45\n")
+    x, y = (a.ravel() for a in np.meshgrid(np.linspace(25, 375, 4), np.linspace(25, 475, 4)))
+    Survey(x, y, np.full(16, 10.0), np.ones((1, 16)), (1,), np.ones((1, 16)), field=FIELD).write(folder / "slope.obs")
+    for axis in "xy":
+        forward("mtx", "--mesh", "mesh.msh", "--stations", str(folder / "slope.obs"), "--type", "tmi", "--magnetisation", axis, "--topography",
+                str(folder / "hill.topo"), "--out", str(folder / f"hill_{axis}.mtx"))
+    stack("--properties", "mx", "my", "--rows", "slope.obs", "hill_x.mtx", "hill_y.mtx", "--start", "0.01", "--bounds", "-1,1", "--out", "hill")
+    with Sensitivity("hill_x.mtx") as one, Sensitivity("hill.mtx") as both:
+        inactive = one.inactive_cells()
+        assert 0 < inactive.sum() < mesh.n_cells
+        assert both.inactive_cells().tolist() == np.tile(inactive, 2).tolist()
+    bounds = Run(folder, "hill.inp").bounds()
+    assert bounds.fixed.tolist() == np.tile(inactive, 2).tolist()
+    assert read_model_file("hill_start.mod", 2 * mesh.n_cells)[np.tile(inactive, 2)].tolist() == [0.0] * (2 * int(inactive.sum()))
+
+
+@pytest.mark.parametrize(("words", "message"), [
+    (("--properties", "a", "--rows", "gz.obs", "gz.mtx"), "expected two or more of different names"),
+    (("--properties", "a", "a", "--rows", "gz.obs", "gz.mtx", "gz.mtx"), "expected two or more of different names"),
+    (("--properties", "a", "b", "--rows", "gz.obs", "gz.mtx"), "expected observed data and 2 sensitivity files or -, found 1"),
+    (("--properties", "a", "b", "--rows", "gz.obs", "-", "-"), "expected a sensitivity file"),
+    (("--properties", "a", "b", "--rows", "gz.obs", "gz.mtx", "-"), "property b: expected a sensitivity file for it"),
+    (("--properties", "a", "b/c", "--rows", "gz.obs", "gz.mtx", "gz.mtx"), "expected a name of letters"),
+    (("--properties", "a=x", "b", "--rows", "gz.obs", "gz.mtx", "gz.mtx"), "expected magnetic data for a direction"),
+    (("--properties", "a=q", "b", "--rows", "tmi.obs", "tmi.mtx", "tmi.mtx"), "expected NAME=x, y, z or INC,DEC"),
+    (("--properties", "a=99,0", "b", "--rows", "tmi.obs", "tmi.mtx", "tmi.mtx"), "within 90 degrees"),
+    (("--properties", "a", "b", "--rows", "hole.obs", "tmi.mtx", "tmi.mtx"), "tmi.mtx: expected 6 rows as hole.obs has data, found 48"),
+    (("--properties", "a", "b", "--rows", "gz.obs:2", "gz.mtx", "gz.mtx"), "expected a component from 1 to 1"),
+    ((*TWO, "--scale", "1", "-2"), "--scale -2: expected a number above 0"),
+    ((*TWO, "--scale", "1", "2", "3"), "--scale: expected one value or 2"),
+    ((*TWO, "--bounds", "1,0"), "expected a lower bound below the upper one"),
+    ((*TWO, "--start", "none.mod"), "--start none.mod: expected a number or a model file"),
+    ((*TWO, "--tolerance", "1"), "--tolerance 1: expected a number from 0 to below 1"),
+    ((*TWO, "--out", "tmi"), "tmi.mtx is among the files to read")])
+def test_what_does_not_go_together_is_refused(tools, folder, words, message):
+    done = tools("stack", *words, *(() if "--out" in words else ("--out", "two")))
+    assert done.status in (1, 2) and message in one_line(done, done.status)
+    assert not list(folder.glob("two*"))
+
+
+def test_earlier_files_are_kept(tools, folder):
+    (folder / "two.inp").write_text("mine")
+    done = tools("stack", *TWO, "--scale", "1", "1", "--out", "two")
+    assert "two.inp: there is such a file already" in one_line(done)
+    assert (folder / "two.inp").read_text() == "mine" and not (folder / "two.mtx").exists()
+
+
+@pytest.mark.parametrize("text", ["", "{}", "[1]", '{"format": "voxlith stack 1"}', "[" * 100000, '{"format": "voxlith stack 1", "nodes": 1}',
+                                  '{"format": "voxlith stack 1", "nodes": {"x": [0, 1], "y": [0, 1], "z": [0, 1]}}'])
+def test_a_damaged_stack_is_refused(tools, stack, folder, text):
+    stack(*TWO, "--scale", "1", "1", "--out", "two")
+    (folder / "two.json").write_text(text)
+    assert "two.json: expected" in one_line(tools("unstack", ".", "--control", "two.inp"))
+
+
+def test_the_stack_of_another_run_is_refused(tools, stack, folder):
+    stack(*TWO, "--scale", "1", "1", "--out", "two")
+    stack(*TWO, "--rows", "tz.obs", "-", "tz.mtx", "--scale", "1", "1", "--out", "three")
+    message = one_line(tools("unstack", ".", "--control", "two.inp", "--stack", "three.json"))
+    assert "three.json: expected the stack of the run, 960 cells and 96 rows, found 960 and 102" in message
+
+
+def test_vectors_along_any_directions():
+    mesh = Mesh([0, 1], [0, 1, 2], [0, -1])
+    directions = [Direction(65.0, 10.0), Direction(0.0, 100.0), Direction(-25.0, 10.0)]
+    given = VectorModel(mesh, np.array([0.1, 0.0]), np.array([-0.2, 0.0]), np.array([0.3, 0.0]), 50000.0)
+    values = [given.component(direction) for direction in directions]
+    again = VectorModel.from_components(mesh, values, directions, 50000.0)
+    assert again.vectors == pytest.approx(given.vectors, abs=1e-12)
+    assert again.amplitude[0] == pytest.approx(np.sqrt(0.14))
+    # 1 SI in 50000 nT is 39.789 A/m.
+    assert given.moment() == pytest.approx(39.78874 * np.array([0.1, -0.2, 0.3]), rel=1e-6)
+    assert again.model("declination").values[0] == pytest.approx(np.degrees(np.arctan2(0.1, -0.2)))
+    assert unit_vector(direction_of([1.0, -2.0, 0.5])) == pytest.approx(np.array([1.0, -2.0, 0.5]) / np.sqrt(5.25))
+
+
+def test_property_texts():
+    assert property_of("p=-20,200", [1]).direction == Direction(-20.0, 200.0)
+    assert property_of("density", [0, 12]).unit == "g/cm3" and property_of("mx", [1]).direction == Direction(0.0, 90.0)
+    with pytest.raises(UsageError, match="found both"):
+        property_of("a", [0, 1])
+
+
+def test_compact_weights_follow_the_amplitude_of_the_vector():
+    mesh = Mesh([0, 1, 2], [0, 1], [0, -1])
+    axes = [StackedProperty(name, "SI", direction) for name, direction in (("mx", Direction(0, 90)), ("my", Direction(0, 0)))]
+    known = Stack(mesh, (*axes, StackedProperty("density", "g/cm3")), ())
+    base = CellWeights(*(np.ones(shape) for shape in section_shapes(2, 3, 1)))
+    values = [3.0, 0.0, 4.0, 0.0, 0.0, 2.0]
+    assert [one.tolist() for one in amplitudes(known, values)] == [[5.0, 0.0], [0.0, 2.0]]
+    eps = next_eps(amplitudes(known, values), None)
+    assert eps == pytest.approx((0.5, 0.2))
+    found = compact_weights(known, base, values, Compactness(eps, 0.0, 0.1))
+    assert found.smallness[0, :, 0] == pytest.approx([1 / 101, 1.0]) and found.smallness[0, :, 1] == pytest.approx([1 / 101, 1.0])
+    assert found.smallness[0, :, 2] == pytest.approx([1.0, 1 / 101]) and found.x_difference[0, 0, 0] == 0.1
+    unchanged = compact_weights(known, base, values, Compactness(eps, 2.0, 1.0))
+    assert all((a == b).all() for a, b in zip(unchanged.sections(), base.sections()))
+
+
+def test_weights_of_a_stack_are_read_back(stack, folder):
+    stack(*TWO, "--scale", "1", "0.05", "--smallness", "1", "2", "--out", "two")
+    found = read_weight_files([folder / "two_weights.txt"], SHAPE[0], 2 * SHAPE[1], SHAPE[2])
+    assert (found.y_difference[:, :, SHAPE[1] - 1] == 0.0).all() and (found.y_difference > 0.0).sum() == 2 * 9 * 48
+    write_weight_file(folder / "again.txt", found)
+    assert (folder / "again.txt").read_bytes() == (folder / "two_weights.txt").read_bytes()
+    assert Model(Mesh.read("two.msh"), np.zeros(960)).values.size == 960
+
+
+def test_components_reach_the_target_misfit_together(made, stack, folder, tools):
+    """TMI, gravity and a borehole: the rounds bring the data of each property to the target."""
+    stack(*TWO, "--rows", "tz.obs", "-", "tz.mtx", "--scale", "1", "0.5", "--out", "two")
+    done = tools("compact", ".", "--control", "two.inp", "--norm", "2")
+    assert done.status == 0 and "warning" not in done.errors, done
+    rounds = [line.split(",") for line in (folder / "two_compact.csv").read_text().splitlines()]
+    assert rounds[0] == ["round", "rms_Gz", "rms_TMI", "rms_Tz", "amplitude_density", "amplitude_susc", "change"]
+    known = Stack.read("two.json")
+    last = dict(zip(rounds[0], map(float, rounds[-1])))
+    assert last["rms_Gz"] == pytest.approx(1.0, abs=0.06)
+    assert [known.components_of(group) for group in known.groups()] == [[0], [1, 2]]
+    magnetic = np.sqrt((48 * last["rms_TMI"] ** 2 + 6 * last["rms_Tz"] ** 2) / 54)
+    assert magnetic == pytest.approx(1.0, abs=0.06)
+
+
+@pytest.mark.parametrize(("words", "message"), [
+    (("--norm", "3"), "--norm 3: expected a number from 0 to 2"), (("--rounds", "0"), "expected a whole number from 1 to 50"),
+    (("--control", "none.inp"), "none.inp: cannot be read")])
+def test_wrong_rounds_are_refused(tools, stack, folder, words, message):
+    stack(*TWO, "--scale", "1", "1", "--out", "two")
+    assert message in one_line(tools("compact", ".", *(words if "--control" in words else ("--control", "two.inp", *words))),
+                               1 if "--control" in words else 2)
+
+
+def test_a_run_that_fails_is_reported(tools, stack, folder):
+    stack(*TWO, "--scale", "1", "1", "--out", "two")
+    (folder / "two_weights.txt").write_text("1 2 3\n")
+    assert "two_weights.txt" in one_line(tools("compact", ".", "--control", "two.inp"))
