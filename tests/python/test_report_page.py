@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+import json
 import re
+import socket
+import struct
 import subprocess
 import threading
 import time
@@ -101,6 +104,34 @@ def test_sections_meet_where_a_map_is_clicked(browser: Browser, gravity: Bench, 
     i = int(np.searchsorted(mesh.x_nodes, survey.x[n], side="right")) - 1
     browser.wait(lambda: f"({i + 1} of 8)" in browser.text("slice-x-value"))
     assert f"northing {survey.y[n]:g} m" in browser.text("profile-text")
+
+
+def test_stations_on_one_line(browser: Browser, gravity: Bench, tmp_path: Path) -> None:
+    """The profile follows the line, straight or oblique; stations off it are none."""
+    show(browser, gravity, tmp_path / "report.html")
+    assert browser.script("return report.line") is None
+    along = "return (([x, y]) => { const found = straightLine({ x: Float64Array.from(x), y: Float64Array.from(y) });" \
+            "return found && [found.label, Array.from(found.along)]; })(arguments)"
+    label, distance = browser.script(along, [0, 60, 30, 90], [0, 80, 40, 120.2])
+    assert label.startswith("Distance")
+    np.testing.assert_allclose(distance, [0.0, 100.0, 50.0, 150.16], atol=0.3)
+    assert browser.script(along, [5, 5, 5], [10, 40, 20]) == ["Northing", [10, 40, 20]]
+    assert browser.script(along, [7000000, 7000010, 7000020.0], [3, 3, 3.01])[0] == "Easting"
+    for x, y in (([0, 60, 30, 90], [0, 80, 40, 110]), ([1, 1, 1], [2, 2, 2]), ([0, 1], [0, 1])):
+        assert browser.script(along, x, y) is None
+    browser.script("report.line = straightLine({ x: report.stations.x, y: report.stations.x }); report.profile = 2;"
+                   "fillControls(); drawProfile(report);")
+    assert browser.text("profile-text") == "30 stations on one line"
+    assert browser.script("return document.getElementById('profile-choice').selectedOptions[0].textContent") == \
+        "Along the line of stations"
+
+
+def test_long_coordinates_stay_beside_their_axis(browser: Browser, gravity: Bench, tmp_path: Path) -> None:
+    show(browser, gravity, tmp_path / "report.html")
+    left = "return openPlot(document.getElementById('section-z'), { x: { range: [0, 1], label: '' }, " \
+           "y: { range: [arguments[0], arguments[0] + 900], label: 'Northing (m)' }, height: 330, equal: true }).left"
+    widths = [browser.script(left, at) for at in (0, 5318000, 55318000)]
+    assert widths[0] == 66 and 66 < widths[1] < widths[2] < 100
 
 
 def test_keys_turn_the_view_and_move_sliders(browser: Browser, gravity: Bench, tmp_path: Path) -> None:
@@ -234,6 +265,35 @@ def test_server_answers_nothing_else(gravity: Bench) -> None:
     finally:
         server.close()
         thread.join()
+
+
+def test_server_outlives_its_readers_and_the_folder(gravity: Bench, copied, capfd: pytest.CaptureFixture[str]) -> None:
+    """Readers that close the page while it is sent leave no trace; a folder that is gone is named."""
+    bench = copied(gravity)
+    server = FollowServer(Run(bench.folder))
+    thread = threading.Thread(target=server.serve)
+    thread.start()
+    try:
+        for _ in range(3):
+            with socket.create_connection(("127.0.0.1", server.port)) as reader:
+                reader.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))  # reset when closed
+                reader.sendall(f"GET /{server.token}/ HTTP/1.1\r\nHost: 127.0.0.1:{server.port}\r\n\r\n".encode())
+        status = server.address + "status.json"
+        with urllib.request.urlopen(status, timeout=20) as answer:
+            assert json.load(answer)["text"].endswith("The run has finished.")
+        moved = bench.folder.rename(bench.folder.with_name("moved"))
+        with urllib.request.urlopen(status, timeout=20) as answer:
+            found = json.load(answer)
+        assert "voxlith.inp is not there: the folder of the run was moved or deleted" in found["text"] and found["stamp"] == ""
+        with pytest.raises(urllib.error.HTTPError, match="503"):
+            urllib.request.urlopen(server.address, timeout=20)
+        moved.rename(bench.folder)
+        with urllib.request.urlopen(status, timeout=20) as answer:
+            assert json.load(answer)["stamp"]
+    finally:
+        server.close()
+        thread.join()
+    assert capfd.readouterr().err == ""
 
 
 @pytest.fixture(scope="module")

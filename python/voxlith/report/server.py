@@ -10,6 +10,7 @@ import http.server
 import json
 import os
 import secrets
+import sys
 import threading
 import time
 from collections.abc import Callable
@@ -62,7 +63,10 @@ class Follower:
         self._kept: tuple[str, Contents] | None = None
 
     def status(self) -> Status:
-        """Where the run stands, from its table and its log."""
+        """Where the run stands, from its table and its log. The stamp is empty where its folder is not there."""
+        if not self.run.path(self.run.control_name).is_file():
+            return Status(f"{self.run.path(self.run.control_name)} is not there: the folder of the run was moved or deleted. "
+                          "The page keeps what it showed last.", "")
         try:
             rows, state = self.run.table, self.run.state
         except VoxlithError:
@@ -137,6 +141,15 @@ def _duration(seconds: float) -> str:
     return f"{seconds / 60.0:.0f} min" if seconds < 5400.0 else f"{seconds / 3600.0:.1f} h"
 
 
+class _Server(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request: object, client_address: object) -> None:
+        """A page that is closed while it is sent leaves a broken connection, which is no error of the server."""
+        if not isinstance(sys.exception(), (ConnectionError, TimeoutError)):
+            super().handle_error(request, client_address)  # type: ignore[arg-type]
+
+
 class FollowServer:
     """The server of one page.
 
@@ -163,8 +176,7 @@ class FollowServer:
 
     def __init__(self, run: Run, options: ReportOptions | None = None, port: int = 0) -> None:
         self.token = secrets.token_urlsafe(18)
-        self._server = http.server.ThreadingHTTPServer((HOST, port), _handler(Follower(run, options), self.token))
-        self._server.daemon_threads = True
+        self._server = _Server((HOST, port), _handler(Follower(run, options), self.token))
         self.port = int(self._server.server_address[1])
 
     @property

@@ -24,7 +24,7 @@ function drawMaps(report) {
       y: { range: [ys[0] - margin, ys[1] + margin], label: `Northing (${unit.name})`, unit }, height: 330, equal: true,
       bar: { scale, label, unit: short } });
     report.plots[id] = plot;
-    drawStations(plot, stations, values, scale);
+    drawStations(plot, report, values, scale);
     if (data.mesh) {
       withinAxes(plot, (pen) => {
         const c = data.mesh.centres;
@@ -44,9 +44,10 @@ function drawMaps(report) {
 }
 
 /** Discs of the size of the spacing; masked data are small crosses. */
-function drawStations(plot, stations, values, scale) {
-  const spacing = Math.sqrt(plot.width * plot.height / stations.x.length);
-  const radius = Math.max(1.2, Math.min(7, 0.5 * spacing));
+function drawStations(plot, report, values, scale) {
+  const { stations, line } = report, count = stations.x.length;
+  const spacing = line ? Math.hypot(plot.width, plot.height) / count : Math.sqrt(plot.width * plot.height / count);
+  const radius = Math.max(line ? 2.5 : 1.2, Math.min(7, 0.5 * spacing));
   withinAxes(plot, (pen) => {
     for (let n = 0; n < values.length; n++) {
       const x = plot.x(stations.x[n]), y = plot.y(stations.y[n]), entry = colourIndex(scale, values[n]);
@@ -62,15 +63,45 @@ function drawStations(plot, stations, values, scale) {
   });
 }
 
-/** What a profile can follow: the lines of the survey, and the stations along the two vertical sections. */
+/** What a profile can follow: the two vertical sections, the lines of the survey, or the one line that all stations are on. */
 function profileChoices(report) {
   const names = (report.data.lines || []).map((line) => `Line ${line.name}`);
+  if (!names.length && report.line) { names.push("Along the line of stations"); }
   return ["Along the section at northing", "Along the section at easting", ...names];
+}
+
+/**
+ * The straight line that all stations are on, within a hundredth of its length; null without one.
+ *
+ * returns {along: coordinate or distance of each station, label}
+ */
+function straightLine(stations) {
+  const { x, y } = stations, count = x.length, mean = (values) => values.reduce((sum, value) => sum + value, 0) / count;
+  const [x0, y0] = [mean(x), mean(y)];
+  let [xx, xy, yy] = [0, 0, 0];
+  for (let n = 0; n < count; n++) {
+    const [dx, dy] = [x[n] - x0, y[n] - y0];
+    xx += dx * dx;
+    xy += dx * dy;
+    yy += dy * dy;
+  }
+  const turn = 0.5 * Math.atan2(2 * xy, xx - yy), east = Math.cos(turn), north = Math.sin(turn);
+  const variances = [xx * east * east + 2 * xy * east * north + yy * north * north,
+    xx * north * north - 2 * xy * east * north + yy * east * east];
+  if (count < 3 || !(variances[0] > 0) || variances[1] > 1e-4 * variances[0]) { return null; }
+  if (Math.abs(east) > 0.9999) { return { along: x, label: "Easting" }; }
+  if (Math.abs(north) > 0.9999) { return { along: y, label: "Northing" }; }
+  const along = x.map((value, n) => (value - x0) * east + (y[n] - y0) * north), start = rangeOf(along)[0];
+  return { along: along.map((value) => value - start), label: "Distance along the line of stations" };
 }
 
 /** Stations of the chosen profile, in order along it: indices, distances and a label. */
 function profileStations(report) {
   const { stations, data, at } = report, choice = report.profile;
+  if (choice >= 2 && !data.lines) {
+    const { along, label } = report.line, picked = Array.from(along.keys()).sort((a, b) => along[a] - along[b]);
+    return { picked, along: picked.map((n) => along[n]), label, text: `${picked.length} stations on one line` };
+  }
   if (choice >= 2) {
     const line = data.lines[choice - 2], picked = [], along = [];
     let way = 0;
@@ -101,7 +132,7 @@ function drawProfile(report) {
   const [low, high] = rangeOf(observed, predicted), pad = 0.06 * (high - low) || 1, range = rangeOf(along);
   const unit = lengthUnit(range[1] - range[0]);
   const plot = openPlot(byId("profile"), { x: { range, label: `${label} (${unit.name})`, unit, ticks: 8 },
-    y: { range: [low - pad, high + pad], label: `${component.name} (${component.unit})` }, height: 260 });
+    y: { range: [low - pad, high + 4 * pad], label: `${component.name} (${component.unit})` }, height: 260 });  // legend on top
   withinAxes(plot, (pen) => {
     pen.strokeStyle = "#888";
     observed.forEach((value, n) => strokePath(pen, [[plot.x(along[n]), plot.y(value - sigma[n])],
@@ -138,7 +169,7 @@ function drawHistograms(report) {
     values.forEach((value) => { counts[Math.max(0, Math.min(bins - 1, Math.floor((value + reach) / width)))]++; });
     const scale = 1 / Math.max(values.length * width, 1e-9), top = Math.max(0.42, rangeOf(counts)[1] * scale);
     const plot = openPlot(canvas, { x: { range: [-reach, reach], label: "Residual (standard deviations)", ticks: 8 },
-      y: { range: [0, 1.08 * top], label: "Density" }, height: 240 });
+      y: { range: [0, 1.3 * top], label: "Density" }, height: 240 });  // with space for the legend
     withinAxes(plot, (pen) => {
       pen.fillStyle = "#8fb8d6";
       pen.strokeStyle = "#fff";
@@ -189,13 +220,17 @@ function drawTradeoff(report) {
   const take = (values) => order.map((n) => values[n]);
   drawCurve(plot, take(curve.norm), take(curve.misfit), NORM_COLOUR);
   drawMarks(plot, curve.norm, curve.misfit, NORM_COLOUR, 4);
-  curve.norm.forEach((norm, n) => {
-    const x = plot.x(norm), onLeft = x > plot.left + 0.85 * plot.width;
+  const taken = [], last = curve.norm.length - 1;
+  const put = (n) => {  // the last one first: it is the run's
+    const x = plot.x(curve.norm[n]), onLeft = x > plot.left + 0.85 * plot.width, at = plot.y(curve.misfit[n]) + (onLeft ? 7 : -7);
+    if (taken.some(([otherX, otherY]) => Math.abs(x - otherX) < 70 && Math.abs(at - otherY) < 14)) { return; }
+    taken.push([x, at]);
     plot.pen.textAlign = onLeft ? "right" : "left";
-    plot.pen.fillText(shortNumber(curve.tradeoff[n]), x + (onLeft ? -8 : 8), plot.y(curve.misfit[n]) + (onLeft ? 7 : -7));
-  });
+    plot.pen.fillText(shortNumber(curve.tradeoff[n]), x + (onLeft ? -8 : 8), at);
+  };
+  Array.from(curve.norm.keys()).sort((a, b) => (b === last) - (a === last)).forEach(put);
   const text = `L-curve: RMS misfit against the root of the model norm for ${curve.norm.length} trade-off multipliers, which ` +
-    "stand beside the points";
+    "stand beside the points where there is space";
   byId("lcurve-text").textContent = text;
   byId("lcurve").setAttribute("aria-label", text);
 }

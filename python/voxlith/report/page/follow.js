@@ -18,7 +18,7 @@ function followRun() {
   const ask = async () => {
     const start = performance.now();
     const status = await load("status.json");
-    const contents = status && status.stamp !== shown ? await load("contents.json") : null;
+    const contents = status && status.stamp && status.stamp !== shown ? await load("contents.json") : null;
     failures = status ? 0 : failures + 1;
     if (status) {
       show(status);

@@ -162,7 +162,8 @@ function drawSections(report) {
   const bar = { scale, label: `${model.name} (${model.unit})`, unit: model.unit };
   const east = { range: [x[0], x[x.length - 1]], label: `Easting (${unit.name})`, unit };
   const north = { range: [y[0], y[y.length - 1]], label: `Northing (${unit.name})`, unit };
-  const high = { range: [rises[0], rises[rises.length - 1]], label: "Elevation (m)" };
+  const upwards = lengthUnit(z[0] - z[z.length - 1]);
+  const high = { range: [rises[0], rises[rises.length - 1]], label: `Elevation (${upwards.name})`, unit: upwards };
   const draw = (id, xAxis, yAxis, xs, ys, value, cross, text) => {
     const plot = openPlot(byId(id), { x: xAxis, y: yAxis, height: 330, equal: true, bar });
     drawCells(plot, xs, ys, value, scale);

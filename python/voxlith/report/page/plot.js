@@ -2,7 +2,8 @@
 
 const SHARPNESS = 2;  // pixels of the canvas per pixel of the page: prints stay sharp
 const LEAST_SIDE = 100;  // pixels of the page: of the axes of a section that is flat or narrow
-const INK = "#222", FAINT = "#ddd";
+const INK = "#222", FAINT = "#ddd", FONT = "12px sans-serif";
+const LEFT = 66, BAR = 78;  // pixels of the page: least widths of the ticks of y and of the colour bar, with their labels
 
 /** Tick positions of an axis, about `count` of them. */
 function ticksOf(low, high, count) {
@@ -30,7 +31,8 @@ function logTicksOf(low, high) {
       if (at >= low && at <= high) { ticks.push({ value: at, text: shortNumber(factor * 10 ** power) }); }
     }
   }
-  return ticks.length > 1 ? ticks : ticksOf(low, high, 3).map((t) => ({ value: t.value, text: shortNumber(10 ** t.value) }));
+  return ticks.length > 1 ? ticks
+    : ticksOf(10 ** low, 10 ** high, 4).map((tick) => ({ value: Math.log10(tick.value), text: shortNumber(tick.value) }));
 }
 
 /**
@@ -42,10 +44,14 @@ function logTicksOf(low, high) {
  *          `stretch` times that of x, which is 1 but for very flat and very narrow images
  */
 function openPlot(canvas, options) {
-  const wide = Math.max(canvas.clientWidth, 240), barWidth = options.bar ? 78 : 12;
-  const left = 66, top = 10;
-  let width = wide - left - barWidth, height = options.height - top - 42, stretch = 1;
+  const pen = canvas.getContext("2d");
+  pen.font = FONT;
+  const widest = (ticks) => Math.max(0, ...ticks.map((tick) => pen.measureText(tick.text).width));
   const xAxis = axisOf(options.x), yAxis = axisOf(options.y);
+  const barTicks = options.bar ? ticksOf(options.bar.scale.low, options.bar.scale.high, 6) : [];
+  const wide = Math.max(canvas.clientWidth, 240), barWidth = options.bar ? Math.max(BAR, widest(barTicks) + 48) : 12;
+  const left = Math.max(LEFT, widest(yAxis.ticks) + 28), top = 10;
+  let width = wide - left - barWidth, height = options.height - top - 42, stretch = 1;
   if (options.equal) {
     const xSpan = xAxis.high - xAxis.low, ySpan = Math.abs(yAxis.high - yAxis.low);
     const perPixel = Math.max(xSpan / width, ySpan / height);
@@ -57,7 +63,6 @@ function openPlot(canvas, options) {
   canvas.width = wide * SHARPNESS;
   canvas.height = tall * SHARPNESS;
   canvas.style.height = `${tall}px`;
-  const pen = canvas.getContext("2d");
   pen.scale(SHARPNESS, SHARPNESS);
   pen.fillStyle = "#fff";
   pen.fillRect(0, 0, wide, tall);
@@ -69,7 +74,7 @@ function openPlot(canvas, options) {
     atY: (pixel) => yAxis.back(yAxis.low + (top + height - pixel) / height * (yAxis.high - yAxis.low)),
   };
   drawTicks(plot, xAxis, yAxis, options);
-  if (options.bar) { drawBar(plot, options.bar); }
+  if (options.bar) { drawBar(plot, options.bar, barTicks, barWidth); }
   return plot;
 }
 
@@ -86,7 +91,7 @@ function axisOf(axis) {
 
 function drawTicks(plot, xAxis, yAxis, options) {
   const { pen, left, top, width, height } = plot;
-  pen.font = "12px sans-serif";
+  pen.font = FONT;
   pen.strokeStyle = FAINT;
   pen.fillStyle = INK;
   pen.textAlign = "center";
@@ -121,7 +126,7 @@ function drawTicks(plot, xAxis, yAxis, options) {
   pen.restore();
 }
 
-function drawBar(plot, bar) {
+function drawBar(plot, bar, ticks, room) {
   const { pen, top } = plot, height = Math.max(plot.height, 90), x = plot.left + plot.width + 10;
   for (let n = 0; n < height; n++) {
     const c = 3 * Math.floor((height - 1 - n) / height * 256);
@@ -132,13 +137,13 @@ function drawBar(plot, bar) {
   pen.textAlign = "left";
   pen.textBaseline = "middle";
   const { low, high } = bar.scale;
-  for (const tick of ticksOf(low, high, 6)) {
+  for (const tick of ticks) {
     const at = top + height - (tick.value - low) / (high - low) * height;
     pen.fillRect(x + 12, at - 0.5, 3, 1);
     pen.fillText(tick.text, x + 17, Math.max(at, top + 6));
   }
   pen.save();
-  pen.translate(x + 62, top + height / 2);
+  pen.translate(x + room - 16, top + height / 2);
   pen.rotate(Math.PI / 2);
   pen.textAlign = "center";
   pen.fillText(pen.measureText(bar.label).width > height + 20 ? bar.unit : bar.label, 0, 0);
@@ -220,7 +225,7 @@ function drawCells(plot, xNodes, yNodes, value, scale) {
 /** A legend in the upper right corner, or the left one: pairs of text and colour. */
 function drawLegend(plot, entries, onLeft) {
   const { pen } = plot;
-  pen.font = "12px sans-serif";
+  pen.font = FONT;
   const wide = Math.max(...entries.map(([text]) => pen.measureText(text).width)) + 30;
   const x = onLeft ? plot.left + 4 : plot.left + plot.width - wide - 4;
   pen.fillStyle = "rgba(255,255,255,0.8)";

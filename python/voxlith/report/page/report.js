@@ -1,7 +1,7 @@
 // The page: tables, controls, and what is drawn again when a control changes.
 
 const report = { data: null, started: false, scene: null, plots: {}, model: 0, map: "viridis", threshold: 0.5, at: { i: 0, j: 0, k: 0 },
-  component: 0, profile: 0, inSigma: true, stations: null, components: [],
+  component: 0, profile: 0, inSigma: true, stations: null, line: null, components: [],
   shown: { surface: true, slices: true, stations: true, terrain: true, bodies: true, arrows: true } };
 
 /** Fill a table: rows of texts; `head` is an optional first row. */
@@ -34,7 +34,8 @@ function takeContents(data) {
     elevation: decodeArray(data.stations.elevation) };
   report.components = data.components.map((component) => ({ ...component, observed: decodeArray(component.observed),
     predicted: decodeArray(component.predicted), uncertainty: decodeArray(component.uncertainty) }));
-  if (first && data.lines) { report.profile = 2; }
+  report.line = report.stations && straightLine(report.stations);
+  if (first && (data.lines || report.line)) { report.profile = 2; }
   if (!report.started && data.models.length) { chooseStart(); }
   fillTexts();
   fillControls();
@@ -42,13 +43,19 @@ function takeContents(data) {
   drawAll();
 }
 
-/** The sections first meet in the cell of the largest magnitude. */
+/** The sections first meet in the cell of the largest magnitude, below the stations where there are cells with values. */
 function chooseStart() {
   report.started = true;
   const { mesh, models } = report.data, values = valuesOf(report, 0), { x, y } = mesh.centres;
-  let best = 0;
+  const below = (nodes, positions) => {
+    const [first, last] = positions ? rangeOf(positions).map((position) => cellOf(nodes, position)) : [0, Infinity];
+    return (n) => n >= first && n <= last;
+  };
+  const inX = below(mesh.x, report.stations && report.stations.x), inY = below(mesh.y, report.stations && report.stations.y);
+  let best = 0, most = -1;
   for (let n = 0; n < values.length; n++) {
-    if (!(Math.abs(values[n]) <= Math.abs(values[best]))) { best = Number.isFinite(values[n]) ? n : best; }
+    const size = Math.abs(values[n]) * (inX(n % x.length) && inY(Math.floor(n / x.length) % y.length) ? 1 : 1e-9);
+    if (size > most) { [best, most] = [n, size]; }
   }
   report.at = { i: best % x.length, j: Math.floor(best / x.length) % y.length, k: Math.floor(best / x.length / y.length) };
   report.map = isSigned(models[0]) ? "blue-red" : "viridis";
