@@ -20,19 +20,45 @@ std::string_view nameOf(const LineFile& file) {
     return file.name.data();
 }
 
-// A run that was killed may have left half a line at the end, to which the next line must not be joined.
+// Length of the file without zero bytes at its end; -1 with errno.
+off_t writtenLength(int handle, off_t length) {
+    std::array<char, 512> piece;
+    while (length > 0) {
+        const auto wanted = static_cast<std::size_t>(std::min<off_t>(length, piece.size()));
+        const ssize_t got = ::pread(handle, piece.data(), wanted, length - static_cast<off_t>(wanted));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < static_cast<ssize_t>(wanted)) {
+            return got < 0 ? -1 : length;
+        }
+        const std::size_t last = std::string_view(piece.data(), wanted).find_last_not_of('\0');
+        length -= static_cast<off_t>(wanted);
+        if (last != std::string_view::npos) {
+            return length + static_cast<off_t>(last) + 1;
+        }
+    }
+    return 0;
+}
+
+// A power failure may have left zero bytes in place of the last lines: space that the file had got and whose content
+// did not reach the disk. A run that was killed may have left half a line, to which the next line must not be joined.
 bool completeLastLine(int handle) {
     struct stat state {};
     if (::fstat(handle, &state) != 0) {
         return false;
     }
-    if (state.st_size == 0) {
+    const off_t length = S_ISREG(state.st_mode) ? writtenLength(handle, state.st_size) : 0;
+    if (length < 0 || (length < state.st_size && ::ftruncate(handle, length) != 0)) {
+        return false;
+    }
+    if (length == 0) {
         return true;
     }
     char last = '\n';
     ssize_t got = 0;
     do {
-        got = ::pread(handle, &last, 1, state.st_size - 1);
+        got = ::pread(handle, &last, 1, length - 1);
     } while (got < 0 && errno == EINTR);
     if (got < 0) {
         return false;

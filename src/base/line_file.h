@@ -22,9 +22,9 @@ struct LineFile {
 enum class LineFileMode { create, append };
 
 // Closes what `file` had open and opens `name`, replacing an earlier file or continuing it (an existing file is then
-// required; a last line without its line end gets one first). A symbolic link is replaced, not followed, and cannot be
-// continued (ELOOP). False when that fails, with errno: EWOULDBLOCK when another process has the file open for writing;
-// it is then unchanged.
+// required; zero bytes at its end are cut off, and a last line without its line end gets one first). A symbolic link is
+// replaced, not followed, and cannot be continued (ELOOP). False when that fails, with errno: EWOULDBLOCK when another
+// process has the file open for writing; it is then unchanged.
 bool openLineFile(LineFile& file, std::string_view name, LineFileMode mode);
 
 bool isOpen(const LineFile& file);

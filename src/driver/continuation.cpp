@@ -1,7 +1,11 @@
 #include "driver/continuation.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +15,7 @@
 #include <system_error>
 
 #include "base/free_format.h"
+#include "base/system_write.h"
 #include "base/text_input.h"
 #include "base/tokens.h"
 
@@ -63,6 +68,38 @@ void continueTable(Messages& messages, LineFile& file, std::string_view name, st
     }
 }
 
+// A table that is a link is the file of somebody else, which must not be cut.
+void cutTable(std::string_view name, std::uintmax_t length, std::string_view what) {
+    const std::string path(name);
+    const int handle = ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+    const bool cut = handle >= 0 && ::ftruncate(handle, static_cast<off_t>(length)) == 0;
+    const int cause = errno;
+    if (handle >= 0) {
+        ::close(handle);
+    }
+    if (!cut) {
+        throwSystemError(name, std::string(what) + " cannot be cut off", cause);
+    }
+}
+
+// After a power failure zero bytes may stand in place of rows that did not reach the disk, also before rows that did.
+// The table ends before them: what follows was written after the models were last brought to the disk.
+void dropUnwrittenRows(std::string_view name) {
+    std::ifstream file{std::string(name), std::ios::binary};
+    std::array<char, 16384> piece;
+    std::uintmax_t before = 0;
+    while (file) {
+        file.read(piece.data(), piece.size());
+        const std::string_view read(piece.data(), static_cast<std::size_t>(file.gcount()));
+        const std::size_t zero = read.find('\0');
+        if (zero != std::string_view::npos) {
+            cutTable(name, before + zero, "rows that a power failure left empty");
+            return;
+        }
+        before += read.size();
+    }
+}
+
 // Whether a row without line end may have been cut within a heading or within its iteration number, that is where a 1
 // may be the beginning of 12. A row that is cut further right still has its iteration, whose model is complete: the
 // models of an iteration are written before its row.
@@ -81,6 +118,7 @@ void dropUnfinishedRow(Messages& messages, std::string_view name) {
     if (!fileExists(std::string(name))) {
         stopForMissing(messages, name);
     }
+    dropUnwrittenRows(name);
     std::ifstream file{std::string(name), std::ios::binary | std::ios::ate};
     const std::streamoff size = file.tellg();
     std::streamoff rowStart = size;
@@ -97,12 +135,8 @@ void dropUnfinishedRow(Messages& messages, std::string_view name) {
         }
     }
     file.close();
-    std::error_code failure;
     if (rowStart < size && endsWithinNumber(row)) {
-        std::filesystem::resize_file(std::filesystem::path(name), static_cast<std::uintmax_t>(rowStart), failure);
-    }
-    if (failure) {
-        throw RunError(std::string(name) + ": an unfinished last row cannot be cut off: " + failure.message());
+        cutTable(name, static_cast<std::uintmax_t>(rowStart), "an unfinished last row");
     }
 }
 
@@ -192,12 +226,7 @@ void cutRowsAfter(Messages& messages, std::int32_t iteration) {
         kept += line.size() + 1;
     }
     file.close();
-    std::error_code failure;
-    std::filesystem::resize_file(name, kept, failure);
-    if (failure) {
-        throw RunError(name + ": the rows after iteration " + std::to_string(iteration) +
-                       " cannot be cut off: " + failure.message());
-    }
+    cutTable(name, kept, "the rows after iteration " + std::to_string(iteration));
 }
 
 std::int32_t addClamped(std::int32_t a, std::int32_t b) {
@@ -224,6 +253,7 @@ void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptio
     if (iMode != -1) {
         return;
     }
+    dropUnwrittenRows(lineSearchName);
     LineSearchTable table;
     readLineSearchTable(messages, table);
     continueTable(messages, lineSearchTable, lineSearchName, lineSearchHeading);
@@ -231,6 +261,7 @@ void recoverProgressFiles(Messages& messages, std::int32_t iMode, InversionOptio
 
 void resumeProgressFiles(Messages& messages, std::int32_t iMode, const ResumedRun& resumed, InversionOptions& options,
                          LineFile& progressTable, LineFile& lineSearchTable) {
+    dropUnwrittenRows(progressName);
     cutRowsAfter(messages, resumed.iteration);
     options.startIteration = resumed.startIteration;
     options.maxIterations = addClamped(options.maxIterations, options.startIteration);

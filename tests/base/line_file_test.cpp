@@ -49,6 +49,21 @@ TEST(LineFile, completesALineThatWasCutOff) {
     EXPECT_EQ(folder.read("empty.aux"), "row 1\n");
 }
 
+TEST(LineFile, cutsOffTheZerosOfAPowerFailure) {
+    TemporaryFolder folder;
+    for (const std::size_t zeros : {1U, 511U, 512U, 513U, 5000U}) {
+        LineFile file;
+        const std::string name = folder.write("zeros.aux", "row 1\nro" + std::string(zeros, '\0'));
+        ASSERT_TRUE(openLineFile(file, name, LineFileMode::append));
+        writeLine(file, "row 3");
+        EXPECT_EQ(folder.read("zeros.aux"), "row 1\nro\nrow 3\n") << zeros;
+    }
+    LineFile file;
+    ASSERT_TRUE(openLineFile(file, folder.write("only.aux", std::string(1024, '\0')), LineFileMode::append));
+    writeLine(file, "row 1");
+    EXPECT_EQ(folder.read("only.aux"), "row 1\n");
+}
+
 TEST(LineFile, reportsWhyItCannotBeOpened) {
     TemporaryFolder folder;
     LineFile file;

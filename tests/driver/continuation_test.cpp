@@ -87,6 +87,42 @@ TEST(ContinuedRun, CountsOnFromTheLastRow) {
     EXPECT_EQ(linesOf(folder.read("voxlith.log")).front(), "an earlier log");
 }
 
+// What ext4 leaves of rows that were appended and had not reached the disk.
+TEST(ContinuedRun, GoesOnBeforeTheZerosOfAPowerFailure) {
+    const std::string row = "           7        0.9000        0.1000        0.9500       0.1\n";
+    const std::string later = "           9        0.8000        0.1000        0.9500       0.1\n";
+    for (const std::string& end : {std::string(200, '\0'), "          " + std::string(60, '\0') + "\n" + later}) {
+        const TemporaryFolder folder;
+        writeSurvey(folder, ControlLines().set(1, "1").set(2, "-1 0 0").set(12, "1"));
+        folder.write("voxlith.rho", constantModel("0.02"));
+        folder.write("voxlith.log", "an earlier log\n" + std::string(300, '\0'));
+        folder.write("voxlith.lsv", " VoxLith Line Search Values\n\n" + std::string(300, '\0'));
+        folder.write("voxlith.aux", headings + row + end);
+        const ProgramResult result = runNow(folder);
+        EXPECT_EQ(result.exitStatus, 0) << result.errors;
+        const std::vector<std::string> lines = linesOf(folder.read("voxlith.aux"));
+        ASSERT_EQ(lines.size(), 6U);
+        EXPECT_EQ(lines[4] + "\n", row);
+        EXPECT_EQ(lines[5].substr(0, 12), "           8");
+        for (const char* name : {"voxlith.aux", "voxlith.log", "voxlith.lsv"}) {
+            EXPECT_EQ(folder.read(name).find('\0'), std::string::npos) << name;
+        }
+    }
+}
+
+TEST(ContinuedRun, DoesNotCutATableThroughALink) {
+    const TemporaryFolder folder;
+    writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
+    folder.write("voxlith.rho", constantModel("0.02"));
+    for (const std::string& content : {headings + "      1", headings + std::string(40, '\0')}) {
+        std::filesystem::remove(folder.file("voxlith.aux"));
+        folder.write("elsewhere.txt", content);
+        std::filesystem::create_symlink("elsewhere.txt", folder.file("voxlith.aux"));
+        EXPECT_EQ(runNow(folder).exitStatus, 2);
+        EXPECT_EQ(folder.read("elsewhere.txt"), content);
+    }
+}
+
 TEST(ContinuedRun, BlankLastLineLeavesTheCount) {
     const TemporaryFolder folder;
     writeSurvey(folder, ControlLines().set(1, "1").set(12, "1"));
