@@ -1,11 +1,12 @@
 #include "cli/error_text.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <numeric>
 #include <vector>
+
+#include "base/printable_text.h"
 
 namespace voxlith {
 
@@ -65,20 +66,9 @@ std::string unknownWord(const CLI::App& command) {
 }  // namespace
 
 std::string escaped(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        const auto code = static_cast<unsigned char>(c);
-        if (code >= 0x20 && code != 0x7F) {
-            result += c;
-        } else if (c == '\n' || c == '\t' || c == '\r') {
-            result += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
-        } else {
-            std::array<char, 8> hexadecimal{};
-            std::snprintf(hexadecimal.data(), hexadecimal.size(), "\\x%02x", static_cast<unsigned>(code));
-            result += hexadecimal.data();
-        }
-    }
-    return result;
+    constexpr std::size_t longestEscape = 4;
+    std::string space(longestEscape * text.size(), ' ');
+    return std::string(printableText(text, space));
 }
 
 void warn(std::string_view text) {
@@ -96,10 +86,12 @@ std::string describeParseError(const CLI::ParseError& error, const CLI::App& too
         const std::string repeated = repeatedOption(command);
         return repeated.empty() ? error.what() : repeated + ": given twice";
     }
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) {
+    // An option that is misspelt may be the one that is missing.
+    const std::string word = unknownWord(command);
+    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && word.starts_with("-");
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr && !isMissing) {
         return error.what();
     }
-    const std::string word = unknownWord(command);
     const std::string nearest = word.starts_with("-") ? nearestOption(word, command) : "";
     return word + ": no such option of " + command.get_name() +
            (nearest.empty() ? "" : "; did you mean " + nearest + "?");

@@ -1,6 +1,6 @@
 // voxlith-forward: the subcommands of voxlith-tools that compute. voxlith-tools starts it with the arguments that it
-// was given, so messages bear that name. Exit status 0 for success, 1 for a failure and 2 for a wrong command line,
-// both with one line on standard error.
+// was given, so messages bear that name. Exit status 0 for success, 1 for a failure and 2 for a wrong command line or
+// too little memory, both with one line on standard error.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr int failed = 1, wrongUse = 2;
+constexpr int failed = 1, cannotStart = 2;
 
 int fail(std::string_view text, int status = failed) {
     std::fprintf(stderr, "voxlith-tools: %s\n", voxlith::escaped(text).c_str());
@@ -41,9 +41,9 @@ int runTools(int argumentCount, char** arguments) {
     } catch (const CLI::Success& help) {
         return tools.exit(help);
     } catch (const CLI::ParseError& error) {
-        return fail(voxlith::describeParseError(error, tools), wrongUse);
+        return fail(voxlith::describeParseError(error, tools), cannotStart);
     } catch (const std::runtime_error& error) {  // by a routine of ours that takes an option's text
-        return fail(error.what(), wrongUse);
+        return fail(error.what(), cannotStart);
     }
     const voxlith::SurveyOptions& survey = mtx->parsed()    ? mtxOptions.survey
                                            : join->parsed() ? joinOptions.survey
@@ -73,7 +73,8 @@ int main(int argumentCount, char** arguments) {
     } catch (const voxlith::PlainStop&) {
         return failed;  // the reason has been reported
     } catch (const std::bad_alloc&) {
-        return fail("not enough memory");
+        voxlith::errorLine("voxlith-tools: not enough memory");  // allocates nothing
+        return cannotStart;
     } catch (const std::exception& error) {
         return fail(error.what());
     }

@@ -10,6 +10,7 @@
 
 #include "base/messages.h"
 #include "cli/error_text.h"
+#include "cli/work_estimate.h"
 #include "formats/mtx/mtx_reader.h"
 #include "formats/mtx/mtx_writer.h"
 #include "forward/daubechies_taps.h"
@@ -251,6 +252,16 @@ void abandonFile(std::unique_ptr<OutputFile>& file, const RowJournal& journal) {
     file.reset();
 }
 
+// Rows that an earlier run left cost no time.
+void announceRows(const MtxOptions& options, const MtxContent& content, std::size_t rowsLeft) {
+    const std::size_t rows = content.survey.stations.size(), cells = content.survey.mesh.cellCount();
+    const std::size_t padded = paddedExtentsOf(content.survey.mesh).total();
+    constexpr double bytesPerCoefficient = 8.0;
+    const double seconds = rowSeconds(cells, padded) * static_cast<double>(rows - rowsLeft);
+    announceWork({"rows", rows, cells, bytesPerCoefficient * static_cast<double>(rows) * static_cast<double>(padded),
+                  " before compression", seconds / static_cast<double>(threadsOf(options, content))});
+}
+
 void writeComputed(const MtxOptions& options, const MtxContent& content, bool sumBelow, OutputFile& file,
                    RowJournal& journal, MtxReport& report) {
     const InterruptedRun run = findInterruptedRun(options.outFile, content, sumBelow, options.tolerance);
@@ -266,25 +277,10 @@ void writeComputed(const MtxOptions& options, const MtxContent& content, bool su
     openRowJournal(journal, options.outFile, content, sumBelow, options.tolerance, run);
     TailArrays tail = makeTail(content);
     const RowSources sources{&run.stored, run.rows, &journal};
+    announceRows(options, content, run.rows);
     report.statistics = writeAllRows(file, content, sumBelow, options.tolerance, threadsOf(options, content), sources,
                                      tail.gtgdiag, tail.layerResponse);
     writeMtxTail(file, headerOf(content), tail.gtgdiag, tail.layerResponse);
-}
-
-// What a computation of more than a few seconds will take. The rate is that of one core of a common machine.
-void announceLargeWork(const MtxOptions& options, const MtxContent& content) {
-    constexpr double worthTelling = 2.0e9, responsesPerSecond = 4.0e7;  // rows times cells
-    constexpr double bytesPerCoefficient = 8.0, bytesPerGigabyte = 1.0e9, secondsPerMinute = 60.0;
-    const auto rows = static_cast<double>(content.survey.stations.size());
-    const auto cells = static_cast<double>(content.survey.mesh.cellCount());
-    const auto padded = static_cast<double>(paddedExtentsOf(content.survey.mesh).total());
-    if (!options.parts.empty() || rows * cells < worthTelling) {
-        return;
-    }
-    const double seconds = rows * cells / responsesPerSecond / static_cast<double>(threadsOf(options, content));
-    std::fprintf(stderr, "voxlith-tools: %.0f rows of %.0f cells, a file of at most %.1f GB, about %.0f min\n", rows,
-                 cells, bytesPerCoefficient * rows * padded / bytesPerGigabyte,
-                 std::max(1.0, std::round(seconds / secondsPerMinute)));
 }
 
 }  // namespace
@@ -311,7 +307,6 @@ MtxReport writeMtxFile(const MtxOptions& options) {
         keepStations(range, content);
         report.firstRow = static_cast<std::int64_t>(range.first) + 1;
     }
-    announceLargeWork(options, content);
     const std::size_t rows = content.survey.stations.size();
     auto file = std::make_unique<OutputFile>();
     RowJournal journal;

@@ -7,6 +7,7 @@
 
 #include "base/messages.h"
 #include "cli/error_text.h"
+#include "cli/work_estimate.h"
 #include "formats/observed_data.h"
 #include "forward/cell_values.h"
 #include "forward/number_text.h"
@@ -35,6 +36,13 @@ std::vector<double> readModel(const std::string& model, std::size_t cells) {
     return values;
 }
 
+void announceData(const Survey& survey, std::size_t threads) {
+    constexpr double bytesPerStation = 65.0;
+    const std::size_t stations = survey.stations.size(), cells = survey.mesh.cellCount();
+    announceWork({"stations", stations, cells, bytesPerStation * static_cast<double>(stations), "",
+                  datumSeconds(cells) * static_cast<double>(stations) / static_cast<double>(threads)});
+}
+
 }  // namespace
 
 CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options) {
@@ -58,8 +66,9 @@ PredictReport writePrediction(const PredictOptions& options) {
     checkOutput(options.outFile, options.survey, options.model);
     const Survey survey = readSurvey(options.survey);
     const std::vector<double> model = readModel(options.model, survey.mesh.cellCount());
-    const std::vector<double> data =
-        predictData(survey, model, threadCount(options.survey, datumWorkBytes(survey.mesh.cellCount())));
+    const std::size_t threads = threadCount(options.survey, datumWorkBytes(survey.mesh.cellCount()));
+    announceData(survey, threads);
+    const std::vector<double> data = predictData(survey, model, threads);
     ObsSet obs;
     fillObservedData(survey, data, options.noise, options.seed, obs);
     writeObsFile(options.outFile, obs, obs.obsData);

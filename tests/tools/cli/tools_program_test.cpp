@@ -35,7 +35,7 @@ TEST(ToolsProgram, mtxReportsOneLinePerItem) {
     writeSurvey(folder);
     const Outcome outcome = runTools(folder, "mtx --mesh m.msh --stations s.obs --type gz --out g.mtx");
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(outcome.errors, "voxlith-tools: 2 rows, 24 cells, a file of 512 bytes before compression, about 1 s\n");
     EXPECT_EQ(labels(outcome.out),
               (std::vector<std::string>{"rows", "coefficients kept", "compression", "largest row loss", "mean row loss",
                                         "file size", "time"}));
@@ -121,8 +121,25 @@ TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
          {mtx + "--ground-bound=0,1", "--ground-bound: no such option of mtx; did you mean --ground-bounds?"},
          {mtx + "--fast", "--fast: no such option of mtx"},
          {mtx + "more", "more: no such option of mtx"},
+         {"mtx --mesh m.msh --staions s.obs", "--staions: no such option of mtx; did you mean --stations?"},
+         {"predict --modle=1", "--modle: no such option of predict; did you mean --model?"},
+         {"mtx-join --forms bare part.mtx", "--forms: no such option of mtx-join; did you mean --form?"},
          {mtx + "--out h.mtx", "--out: given twice"},
          {predict + "--seed 1 --seed 2", "--seed: given twice"}});
+}
+
+TEST(ToolsProgram, workIsEstimatedBeforeItStarts) {
+    const TemporaryFolder folder;
+    writeSurvey(folder);
+    const Outcome predicted = runTools(folder, "predict --mesh m.msh --stations s.obs --type gz --model 1 --out d.obs");
+    EXPECT_EQ(predicted.errors, "voxlith-tools: 2 stations, 24 cells, a file of 130 bytes, about 1 s\n");
+    // The estimate comes before the first row, which finds the disk full.
+    folder.write("l.msh", "20 20 10\n0 0 0\n20*10\n20*10\n10*10\n");
+    EXPECT_EQ(runTools(folder, "mtx --help >help.txt; ulimit -f 1; '" VOXLITH_TOOLS_PROGRAM
+                               "' mtx --mesh l.msh --stations s.obs --type gz --threads 1 --tolerance 0 --out g.mtx")
+                  .errors,
+              "voxlith-tools: 2 rows, 4000 cells, a file of 262 kB before compression, about 1 s\n"
+              "voxlith-tools: g.mtx: cannot be written: File too large\n");
 }
 
 TEST(ToolsProgram, outputsAreNotInputs) {
@@ -171,16 +188,19 @@ TEST(ToolsProgram, theRecordFormWarnsOfANameWithAnotherDataType) {
     const TemporaryFolder folder;
     writeSurvey(folder);
     const std::string common = "mtx --mesh m.msh --stations s.obs --field 60,0,50000 --form record ";
-    EXPECT_EQ(runTools(folder, common + "--type gz --out g.mtx").errors, "");
-    EXPECT_EQ(runTools(folder, common + "--type tmi --out mag.mtx").errors, "");
+    const std::string estimate = "voxlith-tools: 2 rows, 24 cells, a file of 512 bytes before compression, about 1 s\n";
+    EXPECT_EQ(runTools(folder, common + "--type gz --out g.mtx").errors, estimate);
+    EXPECT_EQ(runTools(folder, common + "--type tmi --out mag.mtx").errors, estimate);
     EXPECT_EQ(
         runTools(folder, common + "--type gz --out mag.mtx").errors,
         "voxlith-tools: warning: mag.mtx: the record form stores no data type; by its name the file is read as type 1 "
-        "(\"mag\" in the name), not as 0\n");
+        "(\"mag\" in the name), not as 0\n" +
+            estimate);
     EXPECT_EQ(
         runTools(folder, common + "--type gzz --out g.mtx").errors,
         "voxlith-tools: warning: g.mtx: the record form stores no data type; by its name the file is read as type 0 "
-        "(no \"mag\" in the name), not as 12\n");
+        "(no \"mag\" in the name), not as 12\n" +
+            estimate);
 }
 
 }  // namespace
