@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <string_view>
 
 #include "base/system_write.h"
@@ -36,9 +37,20 @@ void reserveStderrDescriptor() {
     ::_exit(unusable);
 }
 
-// Reached when there is no memory even for an exception.
+bool isLackOfMemory(const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::bad_alloc&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// Reached when there is no memory even for an exception, or for the report of one.
 [[noreturn]] void endWithoutMemory() {
-    if (std::current_exception() != nullptr) {
+    const std::exception_ptr exception = std::current_exception();
+    if (exception != nullptr && !isLackOfMemory(exception)) {
         std::abort();  // an exception that nobody handles is an error of the program
     }
     endFor("the program cannot go on: there is not enough memory");
