@@ -54,6 +54,15 @@ void checkConvergedOptions(const RunOptions& options) {
     }
 }
 
+// The first word that is no option; empty when there is none. A wrong option may leave another one missing, so it
+// counts first.
+std::string unknownOption(const CLI::App& app) {
+    const std::vector<std::string> words = app.remaining();
+    const auto found =
+        std::find_if(words.begin(), words.end(), [](const std::string& word) { return word.starts_with("-"); });
+    return found == words.end() ? "" : found->substr(0, found->find('='));
+}
+
 }  // namespace
 
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
@@ -100,7 +109,9 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         app.exit(asked);
         return ParseResult::shown;
     } catch (const std::runtime_error& problem) {  // of the parser, or of the keywords
-        errorLine(TextLine(options.program).text(": ").text(problem.what()));
+        const std::string unknown = unknownOption(app);
+        errorLine(
+            TextLine(options.program).text(": ").text(unknown.empty() ? problem.what() : unknown + ": no such option"));
         return ParseResult::wrong;
     }
     return ParseResult::run;
