@@ -51,6 +51,7 @@ def test_observed_data_are_read(tools, tmp_path):
     assert mesh.x_widths.tolist() == [84.5, 65, 50, 50, 65, 84.5]
     assert mesh.z_nodes[0] == 5
     assert "                18 cells downwards are padded to 32; with 16 the rows would be half as long\n" in done.out
+    assert "\nmtx of it:      2 rows, 66 kB before compression, about 1 s on one core\n" in done.out
 
 
 LENGTHS = st.floats(0.0, 30.0)

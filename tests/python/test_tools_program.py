@@ -35,18 +35,20 @@ def _seconds(call):
 
 def test_versions(tools):
     assert tools("--version").out == f"voxlith-tools {voxlith.__version__}\n"
-    for name in HERE:
+    for name in SUBCOMMANDS:
         assert tools(name, "--version").out == f"voxlith-tools {voxlith.__version__}\n"
 
 
 @pytest.mark.parametrize("words, problem", [
     ((), "a subcommand is required: "), (("msh",), "msh: no such subcommand; did you mean mesh?"),
     (("--hepl",), "--hepl: no such option; did you mean --help?"),
-    (("mesh", "--extent", "0,1,0,1", "--cel", "1", "--depth", "1", "--out", "m"), "--cell is required"),
-    (("info", "--mtx"), "file is required"),
+    (("mesh", "--extent", "0,1,0,1", "--cel", "1", "--depth", "1", "--out", "m"),
+     "--cel: no such option of mesh; did you mean --cell?"),
+    (("mesh", "--extent", "-1,1,0,1", "--top", "-1", "--depth", "1", "--out", "m"), "--cell is required"),
+    (("info", "--mtx"), "--mtx: no such option of info"), (("info",), "file is required"),
     (("info", "a.mtx", "b.mtx"), "b.mtx: expected no further argument"),
     (("info", "a.mtx", "--verbose"), "--verbose: no such option of info"),
-    (("vtr", "--mesh", "m", "--model", "a", "--uot", "g"), "--out is required"),
+    (("vtr", "--mesh", "m", "--model", "a", "--uot", "g"), "--uot: no such option of vtr; did you mean --out?"),
     (("vtr", "--mesh", "m", "--model", "a", "--out", "g", "--meshs", "g"), "--meshs: no such option of vtr; did you mean --mesh?"),
     (("vtr", "--mesh", "m", "--mesh", "n", "--model", "a", "--out", "g"), "--mesh: given twice"),
     (("bounds", "--mesh"), "--mesh: expected a value")])
@@ -55,9 +57,29 @@ def test_wrong_use(words, problem):
     assert one_line(done_as(done), 2).startswith(problem)
 
 
+@pytest.mark.parametrize("name", SUBCOMMANDS)
+def test_a_wrong_option_counts_before_a_missing_one(name):
+    assert one_line(done_as(start(name, "--outt=x")), 2).startswith(f"--outt: no such option of {name}")
+
+
 def done_as(done):
     from conftest import Outcome
     return Outcome(done.returncode, done.stdout, done.stderr)
+
+
+def test_the_version_of_a_sensitivity_file_is_no_question(gravity):
+    gravity.tools("mtx", "--mesh", "mesh.msh", "--stations", "data.obs", "--type", "gz", "--out", "old.mtx", "--version", "1")
+    assert start("mtx", "--mesh", "mesh.msh", "--version", "3").returncode == 2
+
+
+def test_too_little_memory_is_a_state_of_its_own(capsys):
+    from voxlith.cli.output import run_program
+
+    def hungry():
+        raise MemoryError
+
+    assert run_program("voxlith-tools", hungry) == 2
+    assert capsys.readouterr().err == "voxlith-tools: not enough memory\n"
 
 
 def test_control_characters_are_shown_as_such(tools):

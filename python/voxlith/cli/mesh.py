@@ -9,6 +9,7 @@ from dataclasses import dataclass
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import bytes_text, duration_text
 from ..errors import FileError, UsageError
 from ..io.numbers import number_text, parse_real
 from ..io.obs_file import read_obs_file
@@ -189,9 +190,18 @@ def _report(planned: PlannedMesh, stations: _Stations | None) -> None:
     for cells, padded, axis in ((mesh.nx, plan.npx, "to the east"), (mesh.ny, plan.npy, "to the north"),
                                 (mesh.nz, plan.npz, "downwards")):
         _report_padding(cells, padded, axis)
+    if stations is not None:
+        _report_work(len(stations.x), mesh.n_cells, plan.npx * plan.npy * plan.npz)
     below = 0 if stations is None else int(np.count_nonzero(stations.elevation < mesh.z_nodes[0]))
     if below:
         warn(PROGRAM, f"{below} stations lie below the top of the mesh")
+
+
+def _report_work(rows: int, cells: int, padded: int) -> None:
+    """What ``mtx`` will take; the same rates as in the program that computes."""
+    seconds = max(1, round(rows * (5.0e-9 * cells + 1.0e-8 * padded)))
+    say(f"mtx of it:      {rows} rows, {bytes_text(8.0 * rows * padded)} before compression, about "
+        f"{duration_text(seconds)} on one core")
 
 
 def _report_axis(label: str, nodes: Reals, core: Extent) -> None:

@@ -11,6 +11,8 @@ from ..errors import PathLike, UsageError, VoxlithError, escaped
 
 FAILED = 1
 """Exit status for a failure."""
+CANNOT_START = 2
+"""Exit status for options that do not go together, and for too little memory."""
 
 
 def say(line: str = "") -> None:
@@ -53,7 +55,7 @@ def run_program(program: str, main: Callable[[], int]) -> int:
     Returns
     -------
     int
-        Exit status: that of `main`, 1 for a failure, 2 for options that do not go together.
+        Exit status: that of `main`, 1 for a failure, 2 for options that do not go together and for too little memory.
     """
     # Names need not be text of the language that the terminal shows.
     if isinstance(sys.stdout, io.TextIOWrapper):
@@ -63,11 +65,11 @@ def run_program(program: str, main: Callable[[], int]) -> int:
         sys.stdout.flush()
         return status
     except UsageError as error:
-        return _fail(program, str(error), 2)
+        return _fail(program, str(error), CANNOT_START)
     except VoxlithError as error:
         return _fail(program, str(error))
     except MemoryError:
-        return _fail(program, "not enough memory")
+        return _fail(program, "not enough memory", CANNOT_START)
     except KeyboardInterrupt:
         return _fail(program, "interrupted", 130)
     except BrokenPipeError:

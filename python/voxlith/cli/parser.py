@@ -15,6 +15,7 @@ from ..errors import UsageError, escaped
 
 WRONG_USE = 2
 """Exit status for a wrong command line."""
+_MISSING = "the following arguments are required: "
 
 
 class _Once(argparse.Action):
@@ -64,6 +65,7 @@ class Parser(argparse.ArgumentParser):
     def __init__(self, prog: str, description: str, examples: str = "") -> None:
         super().__init__(prog, description=description, epilog=examples, formatter_class=_Help, allow_abbrev=False,
                          add_help=False)
+        self._words: list[str] = []
         self.register("action", None, _Once)
         self.register("action", "store", _Once)
         self.register("action", "store_true", _FlagOnce)
@@ -75,16 +77,21 @@ class Parser(argparse.ArgumentParser):
 
     def error(self, message: str) -> NoReturn:
         """End with one line on standard error and exit status 2."""
+        if message.startswith(_MISSING):
+            # An option that is misspelt may be the one that is missing.
+            unknown = (self._unknown(word) for word in map(_option_name, self._words) if self._is_unknown(word))
+            message = next(unknown, message)
         program, _, command = self.prog.partition(" ")
         print(f"{program}: {escaped(self._in_our_words(message))}", file=sys.stderr)
         sys.exit(WRONG_USE)
 
     def parse(self, arguments: Sequence[str]) -> argparse.Namespace:
         """Options of a command line; unknown ones are named with the nearest known one."""
+        self._words = list(arguments)
         found, rest = self.parse_known_args(arguments)
         if rest:
             word = next((word for word in rest if word.startswith("-")), rest[0])
-            self.error(self._unknown(word.partition("=")[0]))
+            self.error(self._unknown(_option_name(word)))
         return found
 
     def exclusive(self, options: argparse.Namespace, *names: str) -> None:
@@ -92,6 +99,11 @@ class Parser(argparse.ArgumentParser):
         given = [f"--{name}" for name in names if getattr(options, name.replace("-", "_")) not in (None, "", False)]
         if len(given) > 1:
             self.error(f"{given[0]} and {given[1]} exclude each other")
+
+    def _is_unknown(self, word: str) -> bool:
+        known = {option for action in self._actions for option in action.option_strings}
+        is_option = len(word) > 1 and word.startswith("-") and not self._negative_number_matcher.match(word)
+        return is_option and word not in known
 
     def _unknown(self, word: str) -> str:
         known = [option for action in self._actions for option in action.option_strings if option.startswith("--")]
@@ -102,7 +114,7 @@ class Parser(argparse.ArgumentParser):
         return text + suggestion(word, known)
 
     def _in_our_words(self, message: str) -> str:
-        found = re.fullmatch(r"the following arguments are required: ([^,]*).*", message, re.DOTALL)
+        found = re.fullmatch(_MISSING + r"([^,]*).*", message, re.DOTALL)
         if found:
             return f"{found[1]} is required"
         message = re.sub(r"^argument (?:-\w, ?)?", "", message)
@@ -112,6 +124,10 @@ class Parser(argparse.ArgumentParser):
             return f"{found[1]} {found[2]}: expected one of {', '.join(choices)}{suggestion(found[2], choices)}"
         found = re.fullmatch(r"([^:]*): expected (one|at least one) argument", message)
         return f"{found[1]}: expected a value" if found else message
+
+
+def _option_name(word: str) -> str:
+    return word.partition("=")[0]
 
 
 def suggestion(word: str, known: Iterable[str]) -> str:

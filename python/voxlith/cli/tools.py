@@ -63,7 +63,7 @@ def _run(words: list[str]) -> int:
     if name in ("-h", "--help"):
         print(help_text())
         return 0
-    if name == "--version":
+    if name == "--version" or (name in _COMPUTED and _asks_version(name, rest)):
         print(f"{PROGRAM} {__version__}")
         return 0
     if name in _COMPUTED:
@@ -75,6 +75,12 @@ def _run(words: list[str]) -> int:
     module = importlib.import_module(f".{name}", __package__)
     status: int = module.run(rest)
     return status
+
+
+def _asks_version(command: str, words: list[str]) -> bool:
+    """Whether the version of the program is asked for: ``--version N`` of mtx is that of the file."""
+    following = zip(words, [*words[1:], "-"], strict=True)
+    return any(word == "--version" and (command == "predict" or after.startswith("-")) for word, after in following)
 
 
 def _wrong(text: str) -> int:
