@@ -78,7 +78,7 @@ _voxlith_plot() {
     done
     case ${COMP_WORDS[at]} in
         --only)
-            COMPREPLY=($(compgen -W 'convergence data sections zscores' -- "$word"))
+            COMPREPLY=($(compgen -W 'convergence data sections vectors stereonet zscores' -- "$word"))
             return ;;
         --format)
             COMPREPLY=($(compgen -W 'png pdf svg' -- "$word"))

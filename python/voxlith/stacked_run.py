@@ -3,14 +3,15 @@
 from __future__ import annotations
 
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
+from pathlib import Path
 
 import numpy as np
 import numpy.typing as npt
 
 from .errors import FileError, PathLike
 from .model import Model
-from .run import Run
+from .run import Fit, Run
 from .stack import Stack
 from .survey import Survey
 from .vectors import VectorModel
@@ -53,6 +54,24 @@ class ComponentFit:
         return float(np.sqrt(np.mean(scores * scores))) if len(scores) else np.nan
 
 
+    def fit(self) -> Fit:
+        """The same as pictures and exports take it."""
+        return Fit(self.observed, self.predicted[None, :])
+
+
+def stack_path(run: Run) -> Path:
+    """The file that says what is where in a stacked run, whether it is there or not. Raises FileError."""
+    return run.path(os.path.splitext(run.control.values.mtx_files[0])[0] + ".json")
+
+
+def is_stacked(run: Run) -> bool:
+    """Whether a run has one sensitivity file with the file of a stack beside it."""
+    try:
+        return len(run.control.values.mtx_files) == 1 and stack_path(run).is_file()
+    except FileError:
+        return False
+
+
 class StackedRun:
     """The results of a stacked run.
 
@@ -72,7 +91,7 @@ class StackedRun:
         self.run = run
         named = stack
         if named is None:
-            named = run.path(os.path.splitext(run.control.values.mtx_files[0])[0] + ".json")
+            named = stack_path(run)
         self.stack = named if isinstance(named, Stack) else Stack.read(named)
         header = run.headers[0]
         cells = len(self.stack.properties) * self.stack.mesh.n_cells
@@ -102,9 +121,13 @@ class StackedRun:
                                            [direction for _, direction in chosen if direction is not None],
                                            self.stack.field.strength, chosen[0][0].active)
 
+    def survey(self) -> Survey:
+        """All stations with their data, in the order of the rows."""
+        return self.run.observed
+
     def fits(self) -> list[ComponentFit]:
         """Data of each type beside their predictions."""
         fit = self.run.fit()
         rows = np.arange(fit.observed.n_stations)
-        return [ComponentFit(one.name, one.unit, fit.observed.select(rows[one.rows]), fit.predicted[0, one.rows])
-                for one in self.stack.components]
+        return [ComponentFit(one.name, one.unit, replace(fit.observed.select(rows[one.rows]), codes=(one.code,)),
+                             fit.predicted[0, one.rows]) for one in self.stack.components]

@@ -15,9 +15,12 @@ from .parser import Parser, integer_within, number_list
 
 if TYPE_CHECKING:
     from ..run import Run
+    from ..stacked_run import StackedRun
+    from ..survey import Direction
+    from ..vectors import VectorModel
 
 PROGRAM: Final = "voxlith-plot"
-PICTURES: Final = ("convergence", "data", "sections", "zscores")
+PICTURES: Final = ("convergence", "data", "sections", "vectors", "stereonet", "zscores")
 _FORMATS = ("png", "pdf", "svg")
 _CONTROL = "voxlith.inp"
 
@@ -42,7 +45,7 @@ Exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong
 def make_parser() -> Parser:
     """The options."""
     parser = Parser(PROGRAM, "Pictures of a run of voxlith, finished or going on: convergence, data, sections through the "
-                    "model, z-scores.", _EXAMPLES)
+                    "model, magnetisation vectors, z-scores.", _EXAMPLES)
     # The folder comes first: after an option that takes any number of words it would be taken for one of them.
     parser.usage = (f"{PROGRAM} FOLDER [--control FILE] [--out DIR] [--only PICTURE ...] [--at X,Y,Z]\n"
                     "                    [--iteration N] [--whole-mesh] [--true FILE] [--topography FILE]\n"
@@ -77,6 +80,7 @@ def main(arguments: Sequence[str] | None = None) -> int:
 
 def _run(words: Sequence[str]) -> int:
     options = make_parser().parse(words)
+    options.at_given = options.at is not None
     options.at = _place(options.at)
     options.limits = _limits(options.limits)
     from ..run import Run
@@ -111,12 +115,22 @@ def _convergence(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, A
 
 def _zscores(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
     from .. import plot
+    from ..stacked_run import StackedRun, is_stacked
+    if is_stacked(run):
+        for one in StackedRun(run).fits():
+            yield f"zscores_{one.name}", plot.zscores(one.fit())
+        return
     yield "zscores", plot.zscores(run)
 
 
 def _data(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
     from .. import plot
     from ..plot.data_view import view_of
+    from ..stacked_run import StackedRun, is_stacked
+    if is_stacked(run):
+        for one in StackedRun(run).fits():
+            yield f"data_{one.name}", plot.data(one.fit(), colormap=options.colormap)
+        return
     survey = view_of(run).survey
     for component in range(survey.n_components):
         suffix = f"_{component + 1}" if survey.n_components > 1 else ""
@@ -133,6 +147,13 @@ def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]
     named = options.true or (usual if usual.is_file() else None)
     bodies = read_bodies_file(named) if named else []
     surface = Terrain.read(options.topography) if options.topography else None
+    from ..stacked_run import StackedRun, is_stacked
+    if is_stacked(run):
+        stacked = StackedRun(run)
+        for model in stacked.models(options.iteration):
+            yield f"sections_{model.name}", plot.sections(model, at=options.at, survey=stacked.survey(), surface=surface, bodies=bodies,
+                                                          whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
+        return
     values = run.control.values
     for number in range(values.model_count):
         label = "" if values.model_count == 1 else values.labels[number].strip() if number < len(values.labels) else ""
@@ -142,7 +163,41 @@ def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]
         yield f"sections_{label}" if label else "sections", figure
 
 
-_DRAWERS = {"convergence": _convergence, "data": _data, "sections": _sections, "zscores": _zscores}
+def _vector_of(run: Run, options: argparse.Namespace) -> tuple[StackedRun, VectorModel] | None:
+    """The magnetisation of a stacked run; None of other runs, which have no such pictures."""
+    from ..stacked_run import StackedRun, is_stacked
+    if is_stacked(run):
+        stacked = StackedRun(run)
+        vector = stacked.vector(options.iteration)
+        if vector is not None:
+            return stacked, vector
+    if options.only and {"vectors", "stereonet"} & set(options.only):
+        raise VoxlithError(f"{options.folder}: holds no run of a magnetisation vector, as voxlith-tools stack prepares it")
+    return None
+
+
+def _vectors(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    found = _vector_of(run, options)
+    if found is not None:
+        from .. import plot
+        stacked, vector = found
+        yield "vectors", plot.vector_sections(vector, survey=stacked.survey(), field=_field_of(stacked),
+                                              at=options.at if options.at_given else "largest", whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
+
+
+def _stereonet(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    found = _vector_of(run, options)
+    if found is not None:
+        from .. import plot
+        yield "stereonet", plot.stereonet(found[1], field=_field_of(found[0]))
+
+
+def _field_of(stacked: StackedRun) -> Direction | None:
+    return None if stacked.stack.field is None else stacked.stack.field.direction
+
+
+_DRAWERS = {"convergence": _convergence, "data": _data, "sections": _sections, "vectors": _vectors, "stereonet": _stereonet,
+            "zscores": _zscores}
 
 
 def _draw_all(run: Run, options: argparse.Namespace) -> int:

@@ -5,6 +5,8 @@
 ``data``               observed and predicted data with residuals, as maps or as a profile
 ``line_profiles``      data of named lines, a panel each
 ``sections``           a depth slice and vertical sections through a model, with its histogram
+``vector_sections``    magnetisation: amplitude with arrows on a depth slice and vertical sections
+``stereonet``          directions of magnetisation on an equal-area net, weighted by amplitude
 ``zscores``            residuals over their standard deviations under the standard normal distribution
 ``save``               a figure as PNG, PDF or SVG
 ====================== ==============================================================================
@@ -25,6 +27,7 @@ from .convergence import convergence  # noqa: E402
 from .data import data, line_profiles  # noqa: E402
 from .files import save  # noqa: E402
 from .sections import sections  # noqa: E402
+from .vectors import stereonet, vector_sections  # noqa: E402
 from .zscores import zscores  # noqa: E402
 
-__all__ = ["convergence", "data", "line_profiles", "save", "sections", "zscores"]
+__all__ = ["convergence", "data", "line_profiles", "save", "sections", "stereonet", "vector_sections", "zscores"]
