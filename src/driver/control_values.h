@@ -18,6 +18,7 @@ struct ControlValues {
     // Set before the control file is read
     bool continues = false;  // as if iRestart were 1 at least
     bool resumes = false;    // goes on from a saved state, and reads no initial model
+    bool rowsLater = false;  // the program reads and arranges the rows itself, after the survey
     // Set before the models are read. The model that a continued run starts from; empty for the running model
     std::string continuedModel;
 

@@ -207,7 +207,7 @@ void readMtxFiles(RunState& run) {
     buildMeshArrays(run.mesh);
     keepOwnRows(sensitivity);
     allocateCoefStore(run);
-    if (sensitivity.idisk == 0) {
+    if (sensitivity.idisk == 0 && !run.control.rowsLater) {
         loadRows(sensitivity);
     }
 }

@@ -142,7 +142,9 @@ void readSurvey(RunState& run) {
     readObservedData(run);
     applyDataOffset(run);
     reportStatistics(run);
-    buildBlockedRows(run.sensitivity, run.obs.obsStd);
+    if (!run.control.rowsLater) {
+        buildBlockedRows(run.sensitivity, run.obs.obsStd);
+    }
     readModels(run);
 }
 

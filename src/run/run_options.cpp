@@ -82,6 +82,9 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
                  "go on with the stopped run of this folder: from its checkpoint, else from its running model");
     app.add_flag("--check", options.check,
                  "read everything, show sizes, memory and the estimated time, run nothing and write nothing");
+    app.add_flag("--keep-arranged", options.keepArranged,
+                 "keep the rows in voxlith.arranged as they are arranged in memory; later runs with the same "
+                 "sensitivities and standard deviations start from it");
     app.add_flag("--quiet", options.quiet, "write nothing to the screen but warnings and errors");
     app.add_option("--json-log", options.jsonLog, "write a JSON object for each iteration to this file")
         ->type_name("FILE");

@@ -14,6 +14,7 @@ struct RunOptions {
     bool continueRun = false;           // go on with the stopped run of this folder
     bool check = false;                 // read everything, run nothing
     bool quiet = false;                 // nothing on standard output
+    bool keepArranged = false;          // keep the arranged rows in a file for later runs
     std::string jsonLog;                // file with a JSON object for each iteration; empty for none
     bool untilConverged = false;        // --until-converged, or --target-rms
     double tolerance = 1.0e-6;          // of the objective; 1e-4 by default with --target-rms

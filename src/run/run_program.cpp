@@ -18,6 +18,7 @@
 #include "driver/run_log.h"
 #include "driver/run_steps.h"
 #include "inversion/inversion_loop.h"
+#include "run/arranged_rows.h"
 #include "run/check_report.h"
 #include "run/convergence/converged_mode.h"
 #include "run/input_checks.h"
@@ -176,6 +177,10 @@ void readSurveyChecked(RunState& run) {
     const StationColumns stations = stationsOf(run.obs);
     readSurvey(run);
     checkSurvey(run, stations);
+    if (run.control.rowsLater) {
+        refuseOverwrittenBy(run.control, arrangedRowsName);
+        arrangeRows(run.sensitivity, run.obs.obsStd);
+    }
 }
 
 // --check
@@ -203,6 +208,10 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     const std::vector<std::string> arguments = argumentsOf(options);
     const ResumedRun resumed = findStart(arguments, options, run);
     run.messages.checkOnly = !isFirstRank();
+    if (options.keepArranged && ranksOfRun().count > 1) {
+        throw RunError("--keep-arranged: expected one process, found " + std::to_string(ranksOfRun().count));
+    }
+    run.control.rowsLater = options.keepArranged;
     readInputs(run, arguments);
     if (!run.control.resumes && isFirstRank()) {
         removeCheckpoint();

@@ -274,6 +274,66 @@ TEST(RunProgram, keepsInputsFromTheJsonLog) {
     EXPECT_EQ(folder.read("obs.dat"), data);
 }
 
+TEST(RunProgram, startsFromItsArrangedRowsWithTheSameResults) {
+    const TemporaryFolder plain;
+    const TemporaryFolder kept;
+    writeRunSurvey(plain);
+    writeRunSurvey(kept);
+    ASSERT_EQ(runOf(plain, {"voxlith.inp"}).exitStatus, 0);
+    const ProgramResult first = runOf(kept, {"voxlith.inp", "--keep-arranged"});
+    ASSERT_EQ(first.exitStatus, 0) << first.errors;
+    EXPECT_EQ(linesOf(first.errors).size(), 1U) << first.errors;
+    EXPECT_TRUE(contains(first.errors, "voxlith.arranged: not found")) << first.errors;
+    for (const bool fromFile : {false, true}) {
+        for (const std::string& name : namesIn(plain)) {
+            EXPECT_EQ(withoutTimes(kept.read(name)), withoutTimes(plain.read(name))) << name << fromFile;
+        }
+        const ProgramResult again = runOf(kept, {"voxlith.inp", "--keep-arranged"});
+        EXPECT_EQ(again.exitStatus, 0);
+        EXPECT_EQ(again.errors, "") << "taken from the file";
+    }
+}
+
+TEST(RunProgram, arrangesAnewWhatDoesNotBelongToTheRun) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    ASSERT_EQ(runOf(folder, {"voxlith.inp", "--keep-arranged"}).exitStatus, 0);
+    const std::string result = folder.read("voxlith.den");
+    const std::string whole = folder.read("voxlith.arranged");
+    const auto isRefused = [&](const std::string& content, const std::string& reason) {
+        folder.write("voxlith.arranged", content);
+        const ProgramResult again = runOf(folder, {"voxlith.inp", "--keep-arranged"});
+        EXPECT_EQ(again.exitStatus, 0) << again.errors;
+        EXPECT_TRUE(contains(again.errors, reason)) << again.errors;
+        EXPECT_EQ(folder.read("voxlith.den"), result);
+        EXPECT_EQ(folder.read("voxlith.arranged"), whole) << "renewed";
+    };
+    for (std::size_t length = 0; length < whole.size(); length += 97) {
+        isRefused(whole.substr(0, length), "voxlith.arranged: ");
+    }
+    for (std::size_t at = 0; at < whole.size(); at += 61) {
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+        isRefused(damaged, "voxlith.arranged: ");
+    }
+    isRefused(whole + "x", "damaged");
+    // The same counts and lengths of rows, computed anew.
+    std::string rows = folder.read("g.mtx");
+    folder.write("g.mtx", rows);
+    const ProgramResult other = runOf(folder, {"voxlith.inp", "--keep-arranged"});
+    EXPECT_TRUE(contains(other.errors, "made from other sensitivity files")) << other.errors;
+    EXPECT_EQ(runOf(folder, {"voxlith.inp", "--keep-arranged", "Misfit=(7,0.1)"}).exitStatus, 0);
+}
+
+TEST(RunProgram, keepsInputsFromTheArrangedRows) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder, ControlLines().set(4, "voxlith.arranged"));
+    folder.write("voxlith.arranged", folder.read("obs.dat"));
+    const ProgramResult result = runOf(folder, {"voxlith.inp", "--keep-arranged"});
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(folder.read("voxlith.arranged"), folder.read("obs.dat"));
+}
+
 TEST(RunProgram, writesAJsonObjectForEachIteration) {
     const TemporaryFolder folder;
     writeRunSurvey(folder);
