@@ -33,6 +33,8 @@ _voxlith_run() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     if [[ $word == -* ]]; then
         COMPREPLY=($(compgen -W "$(_voxlith_options_of "${COMP_WORDS[0]}")" -- "$word"))
+    elif [[ $before == --model-norm ]]; then
+        COMPREPLY=($(compgen -W 'smooth compact blocky' -- "$word"))
     elif [[ $before == --json-log ]]; then
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
         compopt -o filenames 2>/dev/null

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,12 +40,21 @@ std::vector<std::string> joinNumbers(int argumentCount, const char* const* argum
     return joined;
 }
 
+const std::map<std::string, ModelNorm> modelNorms{
+    {"smooth", ModelNorm::smooth}, {"compact", ModelNorm::compact}, {"blocky", ModelNorm::blocky}};
+
 void checkConvergedOptions(const RunOptions& options) {
     if (!(options.tolerance > 0.0 && options.tolerance < 1.0)) {
         throw RunError("--until-converged: expected a number above 0 and below 1");
     }
     if (!(options.rms > 0.0) || !std::isfinite(options.rms)) {
         throw RunError("--target-rms: expected a number above 0");
+    }
+    if (options.perComponent && !options.targetRms) {
+        throw RunError("--per-component: expected --target-rms, too");
+    }
+    if (options.modelNorm != ModelNorm::smooth && !options.untilConverged) {
+        throw RunError("--model-norm: expected --target-rms or --until-converged, too");
     }
     for (const std::string& keyword : options.keywords) {
         const std::string name = keyword.substr(0, keyword.find('='));
@@ -78,6 +88,13 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_option("--target-rms", options.rms,
                    "find the trade-off at which the converged RMS misfit is this number (default 1)")
         ->type_name("[R]");
+    app.add_flag("--per-component", options.perComponent,
+                 "with --target-rms: fit each data component to it, by factors of the components' misfits");
+    app.add_option("--model-norm", options.modelNorm,
+                   "after convergence, at the same misfit: compact bodies, or blocky ones with sharp faces; smooth by "
+                   "custom")
+        ->type_name("NORM")
+        ->transform(CLI::CheckedTransformer(modelNorms).description(""));
     app.add_flag("--continue", options.continueRun,
                  "go on with the stopped run of this folder: from its checkpoint, else from its running model");
     app.add_flag("--check", options.check,

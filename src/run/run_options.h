@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "run/convergence/sparse_norm.h"
+
 namespace voxlith {
 
 struct RunOptions {
@@ -20,6 +22,8 @@ struct RunOptions {
     double tolerance = 1.0e-6;          // of the objective; 1e-4 by default with --target-rms
     bool targetRms = false;             // --target-rms
     double rms = 1.0;
+    bool perComponent = false;                // --per-component
+    ModelNorm modelNorm = ModelNorm::smooth;  // --model-norm
     std::size_t threads = 1;
     std::size_t smallestPiece = 4096;  // see Workers; tests make it 1, so that small problems are shared, too
 };

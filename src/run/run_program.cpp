@@ -54,10 +54,11 @@ void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& s
             std::snprintf(line.data(), line.size(), " --target-rms %.17g", settings.targetRms);
             options += line.data();
         }
+        options += settings.perComponent ? " --per-component" : "";
+        options += " --model-norm " + std::string(nameOf(settings.modelNorm));
         return options;
     };
-    if (wanted.searchTradeoff != stored.searchTradeoff || wanted.tolerance != stored.tolerance ||
-        wanted.targetRms != stored.targetRms) {
+    if (text(wanted) != text(stored)) {
         throw RunError(std::string(checkpointName) + ": written with " + text(stored) + ", found " + text(wanted));
     }
 }
@@ -69,21 +70,25 @@ void waitForRanks() {
 
 // Starts the loop, or puts it back to where the checkpoint stands. `mode` is null for the steps of voxlith.
 void beginLoop(InversionLoop& loop, IterationOutput& output, RunState& run, ConvergedMode* mode) {
+    if (mode != nullptr) {
+        prepareConvergedMode(*mode, loop.problem);
+    }
     const std::vector<StateBlock> more = mode != nullptr ? blocksOf(*mode) : std::vector<StateBlock>{};
     if (run.control.resumes) {
         prepareArrays(loop.problem);
-        const ConvergedSettings wanted = mode != nullptr ? mode->state.settings : ConvergedSettings{};
+        if (mode != nullptr) {
+            ConvergedState stored;
+            readCheckpoint(std::string(checkpointName), std::vector<StateBlock>{blockOf(convergedBlock, stored)});
+            compareSettings(mode->state.settings, stored.settings);
+        }
         restoreCheckpoint(loop, output.inputs, more);
         waitForRanks();  // the first one replaces the checkpoint
-        if (mode != nullptr) {
-            compareSettings(wanted, mode->state.settings);
-        }
         resumeScreenTable(loop);
     } else {
         beginInversion(loop);
     }
     if (mode != nullptr) {
-        beginConvergedMode(*mode, loop, run.control.inversion);
+        beginConvergedMode(*mode, loop, {run.control.inversion, run.weights});
     }
     reportStart(output, loop, more);
 }
@@ -104,13 +109,14 @@ bool iterate(InversionLoop& loop, IterationOutput& output) {
     return true;
 }
 
-bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMode& mode, InversionOptions& options) {
+bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMode& mode,
+                      const ConvergedRecords& records) {
     while (loop.state.continueFlag) {
         startIteration(loop);
-        takeConvergedStep(mode, loop, options);
+        takeConvergedStep(mode, loop, records);
         beforeReport(output);
         finishIteration(loop);
-        advanceConvergedMode(mode, loop);
+        advanceConvergedMode(mode, loop, records);
         if (!betweenIterations(output, loop, "newton", blocksOf(mode))) {
             return false;
         }
@@ -230,10 +236,11 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     beginOutput(output, options, problem, run.control.iRestart > 0);
     keepIterations();
     ConvergedMode mode;
-    mode.state.settings = {options.targetRms, options.rms, options.tolerance};
+    mode.state.settings = {options.targetRms, options.rms, options.tolerance, options.perComponent, options.modelNorm};
     beginLoop(loop, output, run, options.untilConverged ? &mode : nullptr);
-    const bool completed =
-        options.untilConverged ? iterateConverged(loop, output, mode, run.control.inversion) : iterate(loop, output);
+    const bool completed = options.untilConverged
+                               ? iterateConverged(loop, output, mode, {run.control.inversion, run.weights})
+                               : iterate(loop, output);
     if (!completed) {
         publishRunningFiles(loop);
         closeInversion(run);

@@ -170,7 +170,7 @@ def main():
     surveys.write_inputs(inputs, tools)
     cases = []
     for kind in surveys.kinds():
-        if asked.kind and kind.name != asked.kind:
+        if (asked.kind and kind.name != asked.kind) or ('--per-component' in options and not kind.labels):
             continue
         if kind.disk and surveys.find_disk_limit(program, inputs, work, kind, options) is None:
             print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)

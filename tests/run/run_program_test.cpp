@@ -74,7 +74,14 @@ TEST(RunProgram, showsHelpAndVersion) {
 
 TEST(RunProgram, refusesWrongUseWithOneLineAndStatus2) {
     for (const std::vector<std::string>& arguments :
-         std::vector<std::vector<std::string>>{{}, {"--nonsense"}, {"voxlith.inp", "Tradof=1"}}) {
+         std::vector<std::vector<std::string>>{{},
+                                               {"--nonsense"},
+                                               {"voxlith.inp", "Tradof=1"},
+                                               {"voxlith.inp", "--per-component"},
+                                               {"voxlith.inp", "--model-norm", "compact"},
+                                               {"voxlith.inp", "--target-rms", "--model-norm", "sharp"},
+                                               {"voxlith.inp", "--target-rms", "0"},
+                                               {"voxlith.inp", "--target-rms", "Tradeoff=1"}}) {
         const TemporaryFolder folder;
         writeRunSurvey(folder);
         const std::set<std::string> before = namesIn(folder);

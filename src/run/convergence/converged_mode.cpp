@@ -1,10 +1,12 @@
 #include "run/convergence/converged_mode.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <span>
 #include <vector>
 
+#include "base/messages.h"
 #include "base/ranks.h"
 #include "inversion/running_files.h"
 #include "run/convergence/convergence_report.h"
@@ -18,12 +20,20 @@ std::span<double> modelOf(const InversionProblem& problem) {
     return std::span(problem.arrays.model).first(problem.modelSize());
 }
 
-double validCountOf(const InversionProblem& problem) {
-    double count = 0;
+// RMS misfit over all valid data.
+double rmsOf(const InversionProblem& problem) {
+    double count = 0.0, squares = 0.0;
     for (const ComponentMisfit& misfit : componentMisfits(problem)) {
         count += misfit.count;
+        squares += misfit.squares;
     }
-    return count;
+    return count > 0.0 ? std::sqrt(squares / count) : 0.0;
+}
+
+void checkSettings(const ConvergedSettings& settings, const InversionProblem& problem) {
+    if (settings.perComponent && problem.obs.nDataTypes == 1) {
+        throw RunError("--per-component: the data have one component");
+    }
 }
 
 // The objective at the model, from the terms of the loop; obs.predData belongs to them.
@@ -34,6 +44,12 @@ ScaledObjective currentObjective(ConvergedMode& mode, const InversionLoop& loop)
     current.objective =
         current.misfit + loop.problem.options.multiplier * (current.terms.refNorm + current.terms.smoothNorm);
     return current;
+}
+
+void scaleComponents(ConvergedMode& mode) {
+    for (std::size_t c = 0; c < mode.state.components.factor.size(); ++c) {
+        mode.work.data.componentScale[c] = std::sqrt(mode.state.components.factor[c]);
+    }
 }
 
 // A trade-off that is large beside the data: where the curvatures of data and norm are equal along the data gradient,
@@ -61,23 +77,110 @@ double startingTradeoff(ConvergedMode& mode, const InversionProblem& problem, In
     return balanced > 0.0 && std::isfinite(balanced) ? margin * balanced : 1.0;
 }
 
+// Factors that give each component by itself the same starting trade-off, that of the first one unchanged.
+void balanceComponents(ConvergedMode& mode, const InversionProblem& problem, InversionOptions& options) {
+    std::array<double, maxFiles>& factor = mode.state.components.factor;
+    const auto components = static_cast<std::size_t>(problem.obs.nDataTypes);
+    std::array<double, maxFiles> tradeoff{};
+    for (std::size_t c = 0; c < components; ++c) {
+        factor.fill(0.0);
+        factor[c] = 1.0;
+        scaleComponents(mode);
+        tradeoff[c] = startingTradeoff(mode, problem, options);
+    }
+    for (std::size_t c = 0; c < components; ++c) {
+        factor[c] = tradeoff[0] / tradeoff[c];
+    }
+    scaleComponents(mode);
+}
+
 void beginSearch(ConvergedMode& mode, const InversionProblem& problem, InversionOptions& options) {
     TradeoffSearch& search = mode.state.search;
     const double rms = mode.state.settings.targetRms;
+    double count = 0.0;
+    for (const ComponentMisfit& misfit : componentMisfits(problem)) {
+        count += misfit.count;
+    }
     search.finalAccuracy = mode.state.settings.tolerance;
-    search.target = rms * rms * validCountOf(problem) / static_cast<double>(problem.obs.nData);
+    search.target = rms * rms * count / problem.obs.nData;
     options.multiplier = startingTradeoff(mode, problem, options);
+}
+
+void beginComponents(ConvergedMode& mode, const InversionProblem& problem, InversionOptions& options) {
+    mode.state.phase = ConvergedPhase::components;
+    balanceComponents(mode, problem, options);
+    options.multiplier = startingTradeoff(mode, problem, options);
+}
+
+double normOf(const InversionLoop& loop) {
+    return loop.state.iterTerms.refNorm + loop.state.iterTerms.smoothNorm;
 }
 
 bool isConverged(const ConvergedState& state, double tolerance) {
     return !state.improved || state.predictedDecrease <= tolerance * state.objective;
 }
 
-void advanceSearch(ConvergedMode& mode, InversionLoop& loop) {
+// RMS misfits of the components, squared, over the target squared; 0 without valid data.
+std::vector<double> relativeMisfits(const ConvergedMode& mode, const InversionProblem& problem) {
+    const double target = mode.state.settings.targetRms * mode.state.settings.targetRms;
+    std::vector<double> relative;
+    for (const ComponentMisfit& misfit : componentMisfits(problem)) {
+        relative.push_back(misfit.count > 0 ? misfit.squares / (misfit.count * target) : 0.0);
+    }
+    return relative;
+}
+
+void endRun(ConvergedMode& mode, InversionLoop& loop, ConvergedEnd end) {
+    mode.state.end = end;
+    loop.state.continueFlag = false;
+}
+
+void takeWeights(ConvergedMode& mode, const InversionProblem& problem, const ConvergedRecords& records) {
+    reweight(problem, powersOf(mode.state.settings.modelNorm), mode.state.sparse, mode.weights, mode.sparseModel,
+             records.weights);
+}
+
+// The objective at the model after its weights or factors have changed.
+void refreshTerms(ConvergedMode& mode, InversionLoop& loop) {
+    const ScaledObjective found = evaluateObjective(loop.problem, mode.work, modelOf(loop.problem));
+    loop.state.iterTerms = found.terms;
+    mode.state.stepsAtTradeoff = 0;
+}
+
+// New weights from the model, for the next solution.
+void beginRound(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
+    const std::span<const double> model = modelOf(loop.problem);
+    std::copy(model.begin(), model.end(), mode.sparseModel.begin());
+    takeWeights(mode, loop.problem, records);
+    refreshTerms(mode, loop);
+}
+
+// Begins what follows the phase that has ended, or ends the run.
+void beginNextPhase(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
+    ConvergedState& state = mode.state;
+    if (state.phase == ConvergedPhase::components && state.components.end == ComponentEnd::noBetter) {
+        // What can be had is the target over all data.
+        state.phase = ConvergedPhase::tradeoff;
+        state.components.factor.fill(1.0);
+        scaleComponents(mode);
+        beginSearch(mode, loop.problem, records.options);
+        state.multiplier = records.options.multiplier;
+        refreshTerms(mode, loop);
+        return;
+    }
+    const double misfit = state.objective - state.multiplier * normOf(loop);
+    if (state.settings.modelNorm != ModelNorm::smooth && beginSparseNorm(loop.problem, misfit, state.sparse)) {
+        state.phase = ConvergedPhase::sparse;
+        beginRound(mode, loop, records);
+        return;
+    }
+    endRun(mode, loop, state.improved ? ConvergedEnd::tolerance : ConvergedEnd::noDecrease);
+}
+
+void advanceSearch(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
     TradeoffSearch& search = state.search;
-    const ObjectiveTerms& terms = loop.state.iterTerms;
-    const double norm = terms.refNorm + terms.smoothNorm;
+    const double norm = normOf(loop);
     const double multiplier = state.multiplier;
     const double misfit = state.objective - multiplier * norm;
     const bool last = search.end != SearchEnd::searching;
@@ -85,8 +188,7 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop) {
         return;
     }
     if (search.end != SearchEnd::searching) {  // the best trade-off was solved once more
-        state.end = ConvergedEnd::tolerance;
-        loop.state.continueFlag = false;
+        beginNextPhase(mode, loop, records);
         return;
     }
     TradeoffTrial trial;
@@ -96,49 +198,113 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop) {
     trial.remaining = state.objective > 0.0 ? state.predictedDecrease / state.objective : 0.0;
     trial.products = state.products;
     trial.iteration = loop.state.iteration;
+    trial.rms = rmsOf(loop.problem);
     state.multiplier = chooseTradeoff(search, trial);
     state.stepsAtTradeoff = 0;
     if (isFirstRank()) {
-        writeTradeoffTable("voxlith_tradeoff.csv", search, loop.problem.obs.nData, validCountOf(loop.problem));
+        writeTradeoffTable("voxlith_tradeoff.csv", search);
     }
     const bool solved = state.multiplier == multiplier && trial.remaining <= search.finalAccuracy;
     if (search.end != SearchEnd::searching && (solved || !state.improved)) {
-        state.end = ConvergedEnd::tolerance;
-        loop.state.continueFlag = false;
+        beginNextPhase(mode, loop, records);
+    }
+}
+
+void advanceComponents(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
+    ConvergedState& state = mode.state;
+    ComponentSearch& search = state.components;
+    const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
+    if (!isConverged(state, neededAccuracy(search, misfits, state.settings.tolerance))) {
+        return;
+    }
+    ComponentTrial trial;
+    for (std::size_t c = 0; c < misfits.size(); ++c) {
+        trial.rms[c] = state.settings.targetRms * std::sqrt(misfits[c]);
+    }
+    trial.multiplier = state.multiplier;
+    trial.products = state.products;
+    trial.iteration = loop.state.iteration;
+    chooseFactors(search, trial, misfits);
+    if (isFirstRank()) {
+        writeComponentTable("voxlith_components.csv", search, static_cast<std::size_t>(loop.problem.obs.nDataTypes));
+    }
+    if (search.end != ComponentEnd::searching) {
+        beginNextPhase(mode, loop, records);
+        return;
+    }
+    scaleComponents(mode);
+    refreshTerms(mode, loop);
+}
+
+void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
+    ConvergedState& state = mode.state;
+    SparseState& sparse = state.sparse;
+    const double misfit = state.objective - state.multiplier * normOf(loop);
+    if (!isConverged(state, std::max(sparseAccuracy, state.settings.tolerance))) {
+        return;
+    }
+    if (adjustTradeoff(sparse, misfit, state.multiplier)) {
+        state.stepsAtTradeoff = 0;
+        return;
+    }
+    if (finishRound(loop.problem, mode.sparseModel, sparse)) {
+        beginRound(mode, loop, records);
+    } else {
+        endRun(mode, loop, ConvergedEnd::tolerance);
     }
 }
 
 }  // namespace
 
 std::vector<StateBlock> blocksOf(ConvergedMode& mode) {
-    return {blockOf("converged mode", mode.state)};
+    return {blockOf(convergedBlock, mode.state),
+            blockOfArray("sparse model", std::span(mode.sparseModel), mode.state.phase == ConvergedPhase::sparse)};
 }
 
-void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, InversionOptions& options) {
+void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) {
+    mode.state.components = makeComponentSearch();
+    if (mode.state.settings.modelNorm != ModelNorm::smooth) {
+        mode.sparseModel.assign(problem.modelSize(), 0.0);
+    }
+}
+
+void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     const InversionProblem& problem = loop.problem;
+    ConvergedState& state = mode.state;
+    checkSettings(state.settings, problem);
     mode.work = prepareNewton(problem);
+    scaleComponents(mode);
+    if (state.settings.modelNorm != ModelNorm::smooth) {
+        mode.weights = records.weights;
+    }
+    if (state.phase == ConvergedPhase::sparse) {
+        takeWeights(mode, problem, records);
+    }
     const ScaledObjective start = evaluateObjective(problem, mode.work, modelOf(problem));
     loop.state.iterTerms = start.terms;
     loop.state.barrier = Barrier{};  // bounds are kept exactly
+    InversionOptions& options = records.options;
     options.maxIterations = std::max(options.maxIterations, options.startIteration + mostNewtonSteps);
-    if (mode.state.begun) {
-        options.multiplier = mode.state.multiplier;
-        mode.work.data.productCount = mode.state.products;
+    if (state.begun) {
+        options.multiplier = state.multiplier;
+        mode.work.data.productCount = state.products;
         // The limit of the control file, by which the loop was put back, counts steps of another kind.
-        loop.state.continueFlag = mode.state.end == ConvergedEnd::running;
+        loop.state.continueFlag = state.end == ConvergedEnd::running;
         return;
     }
-    mode.state.begun = true;
-    if (mode.state.settings.searchTradeoff) {
+    state.begun = true;
+    if (state.settings.perComponent) {
+        beginComponents(mode, problem, options);
+    } else if (state.settings.searchTradeoff) {
         beginSearch(mode, problem, options);
     }
-    mode.state.multiplier = options.multiplier;
-    mode.state.products = mode.work.data.productCount;
+    state.multiplier = options.multiplier;
+    state.products = mode.work.data.productCount;
 }
 
-void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, InversionOptions& options) {
+void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
-    options.multiplier = state.multiplier;
+    records.options.multiplier = state.multiplier;
     const NewtonResult result = takeNewtonStep(loop.problem, mode.work, currentObjective(mode, loop), NewtonLimits{});
     if (state.stepsAtTradeoff == 0) {
         state.firstGradientNorm = result.gradientNorm;
@@ -148,22 +314,26 @@ void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, InversionOption
     state.predictedDecrease = result.predictedDecrease;
     state.objective = result.objective;
     state.improved = result.improved;
-    state.products = mode.work.data.productCount;
     loop.state.iterTerms = result.terms;
     loop.state.stepCount = result.trials;
     loop.stepGradient = mode.work.gradient;
 }
 
-void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop) {
+void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
+    state.products = mode.work.data.productCount;
     if (!loop.state.continueFlag) {
         state.end = ConvergedEnd::mostSteps;
-    } else if (mode.state.settings.searchTradeoff) {
-        advanceSearch(mode, loop);
-    } else if (isConverged(state, mode.state.settings.tolerance)) {
-        state.end = state.improved ? ConvergedEnd::tolerance : ConvergedEnd::noDecrease;
-        loop.state.continueFlag = false;
+    } else if (state.phase == ConvergedPhase::sparse) {
+        advanceSparse(mode, loop, records);
+    } else if (state.phase == ConvergedPhase::components) {
+        advanceComponents(mode, loop, records);
+    } else if (state.settings.searchTradeoff) {
+        advanceSearch(mode, loop, records);
+    } else if (isConverged(state, state.settings.tolerance)) {
+        beginNextPhase(mode, loop, records);
     }
+    state.products = mode.work.data.productCount;
 }
 
 void reportConvergence(ConvergedMode& mode, InversionLoop& loop) {

@@ -50,11 +50,30 @@ std::string componentName(const InversionProblem& problem, std::size_t c) {
     return "component " + std::to_string(c + 1) + " (" + std::string(dataTypeName(problem.obs.dataType[c])) + ")";
 }
 
-void reportMisfits(InversionLoop& loop) {
+void reportMisfits(const ConvergedMode& mode, InversionLoop& loop) {
     const auto misfits = componentMisfits(loop.problem);
     for (std::size_t c = 0; componentCount(loop.problem) > 1 && c < componentCount(loop.problem); ++c) {
-        say(loop, "RMS misfit of " + componentName(loop.problem, c) + ": " + shortNumber(rmsOf(misfits[c])));
+        std::string text = "RMS misfit of " + componentName(loop.problem, c) + ": " + shortNumber(rmsOf(misfits[c]));
+        if (mode.state.settings.perComponent) {
+            text += ", its data misfit times " + shortNumber(mode.state.components.factor[c]);
+        }
+        say(loop, text);
     }
+}
+
+void reportSparseNorm(const ConvergedMode& mode, InversionLoop& loop) {
+    const SparseState& sparse = mode.state.sparse;
+    const SparsePowers powers = powersOf(mode.state.settings.modelNorm);
+    std::string thresholds;
+    for (std::size_t type = 0; type < loop.problem.modelTypes(); ++type) {
+        thresholds += (type > 0 ? ", " : "") + shortNumber(sparse.threshold[type]);
+    }
+    say(loop, "Model norm: " + std::string(nameOf(mode.state.settings.modelNorm)) +
+                  ", p = " + shortNumber(powers.reference) + " for values and " + shortNumber(powers.difference) +
+                  " for differences, threshold " + thresholds + ", " + std::to_string(sparse.round) + " reweightings");
+    say(loop,
+        (sparse.settled ? "The last one changed the model by " : "Not settled: the last one changed the model by ") +
+            shortNumber(100.0 * sparse.change) + " % of its largest value; norms in the table have these weights");
 }
 
 void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
@@ -74,6 +93,10 @@ void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
                           " steps is reached; the last step promised to lower the objective by " +
                           shortNumber(relative) + " of it");
             break;
+    }
+    if (state.phase == ConvergedPhase::sparse) {
+        reportSparseNorm(mode, loop);
+        return;
     }
     if (mode.work.data.amplitude) {
         say(loop, "Amplitude data: the objective is not convex, this is a local minimum");
@@ -149,6 +172,7 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
                           ": wider bounds, another sign, or a background to remove");
         }
     }
+    const std::array<double, maxFiles> scale = work.data.componentScale;
     bool eachAlone = componentCount(problem) > 1;
     for (std::size_t c = 0; componentCount(problem) > 1 && c < componentCount(problem); ++c) {
         work.data.componentScale.fill(0.0);
@@ -163,7 +187,7 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
                           " at best: its standard deviations are too small, or the cells too coarse");
         }
     }
-    work.data.componentScale.fill(1.0);
+    work.data.componentScale = scale;
     if (eachAlone) {
         explained = true;
         say(loop,
@@ -176,6 +200,19 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
             "small for their noise");
     }
     evaluateObjective(problem, work, modelOf(problem));  // the predictions of the model again
+}
+
+// With --per-component.
+void reportComponentsEnd(const ConvergedMode& mode, InversionLoop& loop) {
+    const std::string target = shortNumber(mode.state.settings.targetRms);
+    if (mode.state.components.end == ComponentEnd::reached) {
+        say(loop, "Target RMS misfit " + target + " of each component: reached after " +
+                      std::to_string(mode.state.components.trialCount) + " sets of factors");
+    } else {
+        say(loop, "Target RMS misfit " + target +
+                      " of each component: not reached, no factors bring the worst component nearer");
+    }
+    say(loop, "The factors tried are in voxlith_components.csv");
 }
 
 void reportSearchEnd(ConvergedMode& mode, InversionLoop& loop) {
@@ -207,7 +244,10 @@ void reportConvergedEnd(ConvergedMode& mode, InversionLoop& loop) {
     if (mode.state.settings.searchTradeoff && mode.state.search.end != SearchEnd::searching) {
         reportSearchEnd(mode, loop);
     }
-    reportMisfits(loop);
+    if (mode.state.components.end != ComponentEnd::searching) {
+        reportComponentsEnd(mode, loop);
+    }
+    reportMisfits(mode, loop);
     reportAccuracy(mode, loop);
     const SearchEnd end = mode.state.search.end;
     if (end == SearchEnd::misfitStays || end == SearchEnd::mostTrials) {

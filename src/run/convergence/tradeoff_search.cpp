@@ -147,15 +147,14 @@ double chooseTradeoff(TradeoffSearch& search, const TradeoffTrial& trial) {
     return interpolate(search);
 }
 
-void writeTradeoffTable(const std::string& fileName, const TradeoffSearch& search, double nData, double validCount) {
+void writeTradeoffTable(const std::string& fileName, const TradeoffSearch& search) {
     constexpr std::size_t longestLine = 256;
     OutputFile file;
     openOutputFile(file, fileName);
     appendOutputLine(file, "tradeoff,rms_misfit,phi_d,phi_m,phi,accuracy,iteration,products");
     for (const TradeoffTrial& trial : std::span(search.trials).first(static_cast<std::size_t>(search.trialCount))) {
         std::array<char, longestLine> line{};
-        const double rms = validCount > 0 ? std::sqrt(trial.misfit * nData / validCount) : 0.0;
-        std::snprintf(line.data(), line.size(), "%.9g,%.9g,%.9g,%.9g,%.9g,%.3g,%d,%lld", trial.multiplier, rms,
+        std::snprintf(line.data(), line.size(), "%.9g,%.9g,%.9g,%.9g,%.9g,%.3g,%d,%lld", trial.multiplier, trial.rms,
                       trial.misfit, trial.modelNorm, trial.misfit + trial.multiplier * trial.modelNorm, trial.remaining,
                       trial.iteration, static_cast<long long>(trial.products));
         appendOutputLine(file, line.data());

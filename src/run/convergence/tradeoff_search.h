@@ -21,6 +21,7 @@ struct TradeoffTrial {
     double remaining = 0;        // predicted decrease of phi over phi when the trial ended: its accuracy
     std::int64_t products = 0;   // since the start of the run
     std::int32_t iteration = 0;  // the last one with this trade-off
+    double rms = 0;              // over all valid data, without factors of components
 };
 
 enum class SearchEnd : std::int32_t {
@@ -53,8 +54,7 @@ double neededAccuracy(const TradeoffSearch& search, double misfit);
 // Sets search.end when there is none after it; the result is then the trade-off of the final model.
 double chooseTradeoff(TradeoffSearch& search, const TradeoffTrial& trial);
 
-// "voxlith_tradeoff.csv": one row per trial, in the order in which they were tried. `nData` is N of phi_d and
-// `validCount` the number of valid data. Throws RunError.
-void writeTradeoffTable(const std::string& fileName, const TradeoffSearch& search, double nData, double validCount);
+// "voxlith_tradeoff.csv": one row per trial, in the order in which they were tried. Throws RunError.
+void writeTradeoffTable(const std::string& fileName, const TradeoffSearch& search);
 
 }  // namespace voxlith

@@ -63,8 +63,8 @@ using TradeoffTable = testing_support::WorkFolderTest;
 TEST_F(TradeoffTable, HasARowForEachTrial) {
     TradeoffSearch search;
     search.trialCount = 1;
-    search.trials[0] = {10.0, 4.0, 0.5, 1e-3, 120, 7};
-    writeTradeoffTable("table.csv", search, 8.0, 8.0);
+    search.trials[0] = {10.0, 4.0, 0.5, 1e-3, 120, 7, 2.0};
+    writeTradeoffTable("table.csv", search);
     std::ifstream file("table.csv");
     std::stringstream text;
     text << file.rdbuf();
