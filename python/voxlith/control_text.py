@@ -45,11 +45,15 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, 
         _line(f"{choices.iterations} 0 0", "iterations, a model written every so many (0 none), method (0)"),
         *_products(choices), "", "What follows is not read.", "", *_tradeoff_reason(choices, count),
         *_sign_reason(choices), *_norm_reason(choices, weighting),
-        "Line 12: the misfit of most runs changes little after 100 iterations, or 200 where values meet a bound;",
-        "  a run continues from where it ended with 1 on line 1.",
+        "Line 12: a limit for runs without options; voxlith-run --target-rms and --until-converged end by themselves.",
         *_product_reason(choices),
     ]
     return "\n".join(lines) + "\n"
+
+
+def run_options(choices: Choices) -> str:
+    """Options of voxlith-run that fit the data to their standard deviations, those of two models each by themselves."""
+    return "--target-rms 1" + (" --per-component" if choices.model_count > 1 else "")
 
 
 def _norm_reason(choices: Choices, weighting: str) -> list[str]:
@@ -73,17 +77,15 @@ def _products(choices: Choices) -> list[str]:
     """One product for each component; a single file needs no definition."""
     if len(choices.model_of) < 2:
         return []
-    return [f"1 {number} {model + 1} {_short(choices.factor) if model and choices.factor != 1.0 else '1.0'}"
-            for number, model in enumerate(choices.model_of, 1)]
+    return [f"1 {number} {model + 1} 1.0" for number, model in enumerate(choices.model_of, 1)]
 
 
 def _tradeoff_reason(choices: Choices, count: int) -> list[str]:
-    # The misfit of a joint run is a sum over the components.
+    # The misfit in the table of a joint run is a sum over the components.
     wanted = "1" if count == 1 else f"{math.sqrt(count):.2f}, the root of {count} components"
-    smaller = "a smaller trade-off or more iterations are needed, far below it noise is being fitted."
-    text = (f"  A larger one gives a smoother model and a larger misfit. The RMS misfit should end near {wanted}: above it")
-    ending = [text, f"  {smaller}"] if count == 1 else [text.removesuffix(" above it"), f"  above it {smaller}"]
-    return [f"Line 3, trade-off: {choices.tradeoff_reason}.", *ending]
+    return [f"Line 3, trade-off: {choices.tradeoff_reason}. voxlith-run {run_options(choices)} replaces it by the one at",
+            f"  which the data are fitted to their standard deviations: the RMS misfit of the table ends at {wanted}.",
+            "  Runs without that option keep it. A larger one gives a smoother model and a larger misfit."]
 
 
 def _sign_reason(choices: Choices) -> list[str]:
@@ -98,9 +100,4 @@ def _sign_reason(choices: Choices) -> list[str]:
 def _product_reason(choices: Choices) -> list[str]:
     if len(choices.model_of) < 2:
         return []
-    lines = ["After line 12: for each component the number of products, then sensitivity file, model, factor."]
-    if choices.model_count > 1:
-        lines += [f"  Factor of model 2: {choices.factor_reason}.",
-                  "  Model 2 is counted in units of this factor, in the files and in lines 6 to 8. A larger factor gives",
-                  "  it a weaker norm: its data are fitted better, those of model 1 as before."]
-    return lines
+    return ["After line 12: for each component the number of products, then sensitivity file, model, factor."]

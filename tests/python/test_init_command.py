@@ -53,8 +53,8 @@ def two_kinds(survey, tmp_path):
 GRAVITY = ("--data", "d.obs", "--mtx", "g.mtx")
 
 
-def run(folder):
-    done = subprocess.run([BUILD / "voxlith", "voxlith.inp"], cwd=folder, capture_output=True, timeout=120)
+def run(folder, *options):
+    done = subprocess.run([BUILD / "voxlith-run", "voxlith.inp", *options], cwd=folder, capture_output=True, timeout=120)
     assert done.returncode == 0, done
     return Run(folder)
 
@@ -68,9 +68,9 @@ def test_gravity_data_are_fitted(survey, tools, tmp_path):
     done = tools("init", *GRAVITY, "--mesh", "mesh.msh")
     text = (tmp_path / "voxlith.inp").read_text()
     assert done.status == 0 and done.errors == "" and text in done.out
-    assert "\nRun it with: voxlith voxlith.inp\n" in done.out and "81 records, 0 dummies" in done.out
-    found = misfits(run(tmp_path))
-    assert len(found) == 101 and found[0] > 5 and 0.6 < found[-1] < 1.2
+    assert "\nRun it with: voxlith-run voxlith.inp --target-rms 1\n" in done.out and "81 records, 0 dummies" in done.out
+    found = misfits(run(tmp_path, "--target-rms", "1"))
+    assert found[0] > 5 and 0.98 < found[-1] < 1.02
 
 
 def test_magnetic_data_give_a_positive_model(survey, tools, tmp_path):
@@ -79,14 +79,15 @@ def test_magnetic_data_give_a_positive_model(survey, tools, tmp_path):
     control = read_control_file(tmp_path / "voxlith.inp")
     assert control.values.positivity == 1
     assert control.values.bounds == "0,1"
-    done = run(tmp_path)
-    assert misfits(done)[-1] < 1.2 and done.model().values.min() >= 0.0
+    done = run(tmp_path, "--target-rms", "1")
+    assert 0.98 < misfits(done)[-1] < 1.02 and done.model().values.min() >= 0.0
 
 
 def test_what_is_asked_for_is_kept(survey, tools, tmp_path):
     survey("gz", 0.4)
     words = ("init", *GRAVITY, "--sign", "positive", "--tradeoff", "0.125", "--iterations", 3, "--bounds", "0,0.7")
-    assert tools(*words).status == 0
+    done = tools(*words)
+    assert done.status == 0 and "\nRun it with: voxlith-run voxlith.inp --until-converged\n" in done.out
     text = (tmp_path / "voxlith.inp").read_text()
     assert "\n0.125 0.02 1 " in text and "\n0,0.7 " in text
     assert len(misfits(run(tmp_path))) == 4
@@ -99,12 +100,12 @@ def test_two_models_are_both_fitted(two_kinds, tools, tmp_path):
     done = tools("init", *words, "--sign", "either")
     assert done.status == 0 and done.errors == ""
     text = (tmp_path / "voxlith.inp").read_text()
-    assert "\n1 1 1 1.0\n1 2 2 " in text
-    finished = run(tmp_path)
-    assert len(misfits(finished)) == 201
+    assert "\n1 1 1 1.0\n1 2 2 1.0\n" in text
+    assert "--target-rms 1 --per-component" in done.out
+    finished = run(tmp_path, "--target-rms", "1", "--per-component")
     observed, predicted = Survey.read(tmp_path / "d.obs", ["gz", "tmi"]), finished.predicted
     rms = np.sqrt(np.mean(((observed.data - predicted.data) / observed.uncertainty) ** 2, axis=1))
-    assert (rms > 0.1).all() and (rms < 1.3).all(), rms
+    assert (abs(rms - 1.0) < 0.02).all(), rms
 
 
 def test_depth_weights_that_differ(two_kinds, tools):

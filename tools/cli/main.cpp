@@ -15,7 +15,6 @@
 #include "cli/error_text.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
-#include "cli/tradeoff_command.h"
 
 namespace {
 
@@ -31,11 +30,9 @@ int runTools(int argumentCount, char** arguments) {
     tools.require_subcommand(1);
     voxlith::MtxOptions mtxOptions, joinOptions;
     voxlith::PredictOptions predictOptions;
-    voxlith::TradeoffOptions tradeoffOptions;
     const CLI::App* const mtx = voxlith::addMtxCommand(tools, mtxOptions);
     const CLI::App* const join = voxlith::addMtxJoinCommand(tools, joinOptions);
-    const CLI::App* const predict = voxlith::addPredictCommand(tools, predictOptions);
-    voxlith::addTradeoffCommand(tools, tradeoffOptions);
+    voxlith::addPredictCommand(tools, predictOptions);
     try {
         tools.parse(argumentCount, arguments);
     } catch (const CLI::Success& help) {
@@ -56,10 +53,8 @@ int runTools(int argumentCount, char** arguments) {
         voxlith::printMtxReport(voxlith::writeMtxFile(mtxOptions));
     } else if (join->parsed()) {
         voxlith::printMtxReport(voxlith::writeMtxFile(joinOptions));
-    } else if (predict->parsed()) {
-        voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
     } else {
-        voxlith::printTradeoff(voxlith::findTradeoff(tradeoffOptions));
+        voxlith::printPredictReport(voxlith::writePrediction(predictOptions), predictOptions);
     }
     return std::fflush(stdout) == 0 ? 0 : fail("standard output cannot be written");
 }

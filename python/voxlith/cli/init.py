@@ -11,8 +11,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ..codes import MOST_FILES, data_type_name, has_magnetic_layout
-from ..control_choices import Choices, Overrides, choose_tradeoff, choose_values
-from ..control_text import control_text
+from ..control_choices import Choices, Overrides, add_warnings, choose_values
+from ..control_text import control_text, run_options
 from ..errors import FileError, UsageError, VoxlithError
 from ..io.mtx_file import MtxFile
 from ..io.mtx_header import MtxHeader
@@ -26,7 +26,7 @@ from ..checks.findings import listed
 from ..mesh import Mesh
 from ..side_file import read_side_file
 from ..survey import Survey
-from .init_files import RunFiles, prepare_files
+from .init_files import prepare_files
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 
@@ -44,7 +44,7 @@ Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx
   voxlith-tools init --data tmi.mag --mesh mesh.msh --mtx tmi.mtx --bounds 0,0.2 --out tmi.inp
   voxlith-tools init --data joint.obs --mtx gz.mtx gzz.mtx --sign positive
-The names are written as they are given: run voxlith in the folder in which this command was run."""
+The names are written as they are given: run voxlith-run in the folder in which this command was run."""
 
 
 @dataclass(frozen=True)
@@ -73,7 +73,7 @@ def make_parser() -> Parser:
     add("--sign", choices=list(_SIGNS),
         help="Values of the model (default: auto, which is positive for magnetic data, else either)")
     add("--bounds", metavar="BOUNDS", help="lower,upper of the model, or null (default: by the sign)")
-    add("--tradeoff", metavar="NUMBER", type=number_from(0.0, above=True), help="Trade-off (default: by the data)")
+    add("--tradeoff", metavar="NUMBER", type=number_from(0.0, above=True), help="Trade-off (default: a starting value)")
     add("--iterations", metavar="COUNT", type=integer_within(1, 99999),
         help="Iterations (default: 100; 200 with a sign or two models)")
     add("--weights", choices=["auto", "none"], default=_WEIGHTS,
@@ -94,18 +94,16 @@ def run(arguments: Sequence[str]) -> int:
     warnings += _depth_weight_warnings(sensitivities)
     overrides = Overrides(_SIGNS[options.sign or "auto"], options.tradeoff, options.iterations, options.bounds or "")
     choices = choose_values(sensitivities.headers, overrides)
-    choose_tradeoff(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties(),
-                    overrides)
+    add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
     weighted = options.weights == "auto" and _is_full(sensitivities)
-    if weighted and options.tradeoff is None:
-        choices.tradeoff_reason = "a starting value; voxlith-run --target-rms 1 finds the one that fits the data"
     files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds))
     for name in (files.initial, files.bounds, files.weighting):
         _check_name("--out", name, _LONGEST_NAME, False)
     text = control_text(choices, options.data, options.mtx, initial=files.initial, bounds=files.bounds,
                         weighting=files.weighting)
     write_bytes(options.out, to_bytes(text))
-    _report(options, notes + files.notes, text, files)
+    how = run_options(choices) if options.tradeoff is None else "--until-converged"
+    _report(options, notes + files.notes, text, how)
     warnings += _check_warnings(options, survey)
     for warning in warnings + choices.warnings:
         warn(PROGRAM, f"{options.data}: {warning}")
@@ -259,7 +257,7 @@ def _notes(survey: Survey) -> tuple[list[str], list[str]]:
         warnings.append("no datum but dummies")
     if without:
         warnings.append(f"{without} data have no standard deviation: 1 is taken for magnetic data, 0.01 for others; "
-                        "Misfit=(percent,floor) on the command line of voxlith gives better ones")
+                        "Misfit=(percent,floor) on the command line of voxlith-run gives better ones")
     return [f"{survey.n_stations} records, {dummies} dummies"], warnings
 
 
@@ -275,7 +273,7 @@ def _depth_weight_warnings(files: _Sensitivities) -> list[str]:
             "make both with the same --depth-weight"]
 
 
-def _report(options: argparse.Namespace, notes: Sequence[str], text: str, files: RunFiles) -> None:
+def _report(options: argparse.Namespace, notes: Sequence[str], text: str, how: str) -> None:
     say(f"{options.out} for {options.data}:")
     for note in notes:
         say(f"  {note}")
@@ -283,7 +281,4 @@ def _report(options: argparse.Namespace, notes: Sequence[str], text: str, files:
     for line in text.splitlines():
         say(line)
     say()
-    if files.weighting != "null":
-        say(f"Run it with: voxlith-run {options.out} --target-rms 1")
-    else:
-        say(f"Run it with: voxlith {options.out}")
+    say(f"Run it with: voxlith-run {options.out} {how}")
