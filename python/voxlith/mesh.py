@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Callable
 from typing import Any
 
@@ -55,7 +56,7 @@ class Mesh:
         self.x_nodes = _axis(x_nodes, "x_nodes", 1.0)
         self.y_nodes = _axis(y_nodes, "y_nodes", 1.0)
         self.z_nodes = _axis(z_nodes, "z_nodes", -1.0)
-        self._widths = tuple(np.abs(np.diff(nodes)) for nodes in (self.x_nodes, self.y_nodes, self.z_nodes))
+        self._widths = tuple(_plain_widths(nodes) for nodes in (self.x_nodes, self.y_nodes, self.z_nodes))
         if self.nx * self.ny * self.nz > MOST_CELLS:
             raise UsageError(f"mesh: expected at most {MOST_CELLS} cells, found {self.nx} x {self.ny} x {self.nz}")
 
@@ -271,6 +272,21 @@ def _axis(nodes: npt.ArrayLike, name: str, direction: float) -> Reals:
         raise UsageError(f"{name}: expected {'rising' if direction > 0 else 'falling'} finite numbers")
     values.flags.writeable = False
     return values
+
+
+def _plain_widths(nodes: Reals) -> Reals:
+    """Widths between nodes without the rounding errors of long coordinates, where they lead to the same nodes but for
+    the rounding of their sum.
+
+    >>> _plain_widths(np.array([5318000.0, 5318185.8, 5318328.7]))
+    array([185.8, 142.9])
+    """
+    widths: Reals = np.abs(np.diff(nodes))
+    last_digit = float(np.spacing(np.abs(nodes).max()))
+    plain: Reals = np.round(widths, min(max(math.floor(-math.log10(2.0 * last_digit)), 0), 15))
+    sign = 1.0 if nodes[-1] > nodes[0] else -1.0
+    missed = np.abs(nodes_of(sign * float(nodes[0]), plain) - sign * nodes)
+    return plain if (missed <= (1.0 + 0.5 * len(widths)) * last_digit).all() and (plain > 0.0).all() else widths
 
 
 def _interval(nodes: Reals, coordinates: npt.ArrayLike) -> Indices:

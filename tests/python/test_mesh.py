@@ -37,6 +37,22 @@ def test_the_tools_write_the_same_bytes(bench: Bench):
     assert bench.path("again.msh").read_bytes() == bench.path("m.msh").read_bytes()
 
 
+def test_long_coordinates_leave_no_digits_behind(tmp_path):
+    """Nodes of UTM size lose digits; the widths are written as they were, where that leads to the same nodes."""
+    whole = Mesh.from_widths((452000.0, 5317119.9455, 12.5), [185.8, 142.9, 109.9], 30 * [0.1], [1.0 / 3.0, 0.7])
+    mesh = Mesh(whole.x_nodes, whole.y_nodes, whole.z_nodes)
+    mesh.write(tmp_path / "m.msh")
+    assert (tmp_path / "m.msh").read_text().split("\n")[2:4] == ["185.8 142.9 109.9", "30*0.1"]
+    for axis in (452000.0 + 0.1 * np.arange(40), np.linspace(452000.0, 452007.0, 71)):
+        np.testing.assert_array_equal(Mesh(axis, [0.0, 1.0], [1.0, 0.0])._widths[0], 0.1)
+    again = Mesh.read(tmp_path / "m.msh")
+    for one, other in ((again.x_nodes, mesh.x_nodes), (again.y_nodes, mesh.y_nodes), (again.z_nodes, mesh.z_nodes)):
+        np.testing.assert_allclose(one, other, rtol=4e-16)
+    uneven = Mesh([1e6, 1e6 + 1e-9 * 2**20], [0.0, 1e-300], [1e300, 0.0])
+    uneven.write(tmp_path / "u.msh")
+    assert Mesh.read(tmp_path / "u.msh").shape == (1, 1, 1)
+
+
 def test_free_form_and_comments(tmp_path):
     path = tmp_path / "m.msh"
     path.write_text("2 1 3 ! counts\n0,0\t10 ! corner\r\n2*100 1D2\n! nothing\n1e1 2*2.5d0 ! rest")

@@ -40,10 +40,10 @@ class TomofastGrid:
 
 
 def write_tomofast_file(path: PathLike, grid: TomofastGrid) -> None:
-    """Write a model grid in one file, nine significant digits. Raises FileError."""
+    """Write a model grid in one file, coordinates with 15 significant digits and values with nine. Raises FileError."""
     nx, ny, nz = (len(nodes) - 1 for nodes in (grid.x_nodes, grid.y_nodes, grid.z_nodes))
     values = grid.values.reshape(nz * ny * nx, -1)
-    x, y, z = ([f"{low:.10g} {high:.10g}" for low, high in zip(nodes[:-1], nodes[1:])]
+    x, y, z = ([f"{low:.15g} {high:.15g}" for low, high in zip(nodes[:-1], nodes[1:])]
                for nodes in (grid.x_nodes, grid.y_nodes, grid.z_nodes))
     with open_output(path) as output:
         output.write(f"{nx * ny * nz}\n".encode())
