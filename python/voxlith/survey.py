@@ -118,7 +118,7 @@ class Survey:
     def __post_init__(self) -> None:
         self.x, self.y, self.elevation = (np.asarray(a, dtype=np.float64) for a in (self.x, self.y, self.elevation))
         self.data = np.atleast_2d(np.asarray(self.data, dtype=np.float64))
-        self.codes = tuple(int(code) for code in self.codes)
+        self.codes = codes_of(self.codes)
         self.line = None if self.line is None else np.asarray(self.line, dtype=np.str_)
         self.time = None if self.time is None else np.asarray(self.time, dtype=np.float64)
         self.angles = None if self.angles is None else np.asarray(self.angles, dtype=np.float64)
@@ -290,11 +290,13 @@ class Survey:
         Parameters
         ----------
         frame : pandas.DataFrame
-            Missing values are masked data. Without further arguments a table of :meth:`to_pandas`.
-        data, uncertainty : str or sequence of str
-            Columns of the components and of their standard deviations.
-        codes : int, str or a sequence of them
-            Data types of the components.
+            Missing values are masked data.
+        data, uncertainty : str or sequence of str, optional
+            Columns of the components and of their standard deviations. By default those of a table of
+            :meth:`to_pandas`, or else the columns that have names of data types, such as gz, and those with
+            ``_uncertainty`` after these names, where each component has one.
+        codes : int, str or a sequence of them, optional
+            Data types of the components; by default those of their names.
         x, y, elevation, line, time : str
             Columns; metres.
         angles : two str
@@ -309,15 +311,20 @@ class Survey:
         """
         known = frame.attrs.get("voxlith", {})
         known_data = known.get("data", [])
-        columns = _listed(data) if data is not None else known_data
+        typed = [str(name) for name in frame.columns if _is_data_type(str(name))]
+        columns = _listed(data) if data is not None else known_data or typed
         if not columns:
-            raise UsageError("table: expected the names of the data columns")
+            raise UsageError("table: expected the names of the data columns, or columns with names of data types such as gz; "
+                             f"found {', '.join(map(str, frame.columns)) or 'no column'}")
         if codes is None and data is None:
             codes = known.get("codes")
+        if codes is None and all(map(_is_data_type, columns)):
+            codes = columns
         if codes is None:
-            raise UsageError("table: expected the data type of each component")
+            raise UsageError(f"table: expected the data type of each component, codes=..., beside {', '.join(columns)}")
         if data is None and uncertainty is None:
-            uncertainty = known.get("uncertainty")
+            beside = [f"{name}_uncertainty" for name in columns]
+            uncertainty = known.get("uncertainty") if known_data else beside if set(beside) <= set(frame.columns) else None
         deviations = _listed(uncertainty) if uncertainty else None
         line, time = line or known.get("line"), time or known.get("time")
         angles = angles or known.get("angles")
@@ -327,7 +334,10 @@ class Survey:
             if missing:
                 raise UsageError(f"table: expected the columns {', '.join(map(str, missing))}, found "
                                  f"{', '.join(map(str, frame.columns))}")
-            return np.array([frame[name].to_numpy(dtype=np.float64, na_value=np.nan) for name in names])
+            try:
+                return np.array([frame[name].to_numpy(dtype=np.float64, na_value=np.nan) for name in names])
+            except (TypeError, ValueError) as error:
+                raise UsageError(f"table: expected numbers in the columns {', '.join(names)}: {error}") from error
 
         stations = numbers([x, y, elevation])
         names = None if line is None else np.array([str(name) for name in frame[line]], dtype=np.str_)
@@ -373,6 +383,14 @@ def codes_of(codes: Codes) -> tuple[int, ...]:
     """
     listed: Iterable[int | str] = [codes] if isinstance(codes, (int, str)) else codes
     return tuple(data_type_code(code) if isinstance(code, str) else int(code) for code in listed)
+
+
+def _is_data_type(name: str) -> bool:
+    try:
+        data_type_code(name)
+    except UsageError:
+        return False
+    return True
 
 
 def _listed(names: str | Sequence[str]) -> list[str]:

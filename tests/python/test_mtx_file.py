@@ -178,6 +178,15 @@ def test_damaged_headers(tmp_path, byte, value, message):
         read_all(tmp_path / "bad.mtx")
 
 
+@pytest.mark.parametrize("text", ["13 11 11 ! cells\n452000 5318000 300\n", "60  !! # of data\r\n 1 2 3 4\n", "0.0\t0.0\n0.0 0.0\n"])
+def test_texts_are_named(tmp_path, text):
+    """A mesh, data or a model in place of a sensitivity file."""
+    path = tmp_path / "a.mtx"
+    path.write_text(text)
+    with pytest.raises(FileError, match="byte 0: expected a sensitivity file, found text$"):
+        read_mtx_header(path)
+
+
 def test_a_padding_out_of_proportion(tmp_path):
     data = content(tmp_path)
     data[136:148] = struct.pack("<3i", 128, 128, 128)

@@ -276,7 +276,13 @@ def test_a_given_point(gravity: Bench):
                          ((math.nan, 2100.0, 0.0), "x nan lies outside the mesh")):
         with pytest.raises(UsageError, match=words):
             plot.sections(run, at=point)
-    for options, words in (({"colormap": "rainbows"}, "colour map rainbows: Matplotlib has none"),
+    for at in ("centre", (1100.0, 2100.0)):
+        with pytest.raises(UsageError, match="expected middle, largest, or easting, northing and elevation"):
+            plot.sections(run, at=at)
+    for draw, words in ((plot.sections, "expected a Run or a Model, found str"), (plot.data, "a Run, a Fit or a Survey, found str")):
+        with pytest.raises(UsageError, match=words):
+            draw("run1")
+    for options, words in (({"limits": 0.4}, "limits 0.4: expected two numbers"), ({"colormap": "rainbows"}, "colour map rainbows: Matplotlib has none"),
                            ({"limits": (1.0, 1.0)}, "limits 1,1: expected two numbers that rise")):
         with pytest.raises(UsageError, match=words):
             plot.sections(run, **options)

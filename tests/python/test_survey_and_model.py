@@ -91,6 +91,27 @@ def test_tables_of_pandas(tmp_path):
             Survey.from_pandas(frame, **arguments)
 
 
+def test_tables_that_name_their_data_types():
+    """Columns named after data types need no further words, as after operations of pandas that drop its attributes."""
+    pandas = pytest.importorskip("pandas")
+    frame = pandas.DataFrame({"elevation": [5.0, 6.0], "y": [0, 1], "x": [2, 3], "TMI": [1.0, None], "gz": [7, 8], "note": "a"})
+    survey = Survey.from_pandas(frame)
+    assert survey.codes == (1, 0) and survey.uncertainty is None and np.isnan(survey.data[0, 1])
+    np.testing.assert_array_equal(survey.data[1], [7, 8])
+    assert Survey.from_pandas(frame, "gz").codes == (0,)
+    frame["gz_uncertainty"], frame["TMI_uncertainty"] = 0.1, 2.0
+    np.testing.assert_array_equal(Survey.from_pandas(frame).uncertainty, [[2.0, 2.0], [0.1, 0.1]])
+    assert Survey([0, 1], [0, 1], [0, 1], [1, 2], "gz").codes == (0,)
+    for columns, words in ((["x", "y", "elevation", "note"], "found x, y, elevation, note"),
+                           (["x", "y", "gz"], "expected the columns elevation, found x, y, gz")):
+        with pytest.raises(UsageError, match=words):
+            Survey.from_pandas(frame[columns])
+    with pytest.raises(UsageError, match="codes=..., beside note"):
+        Survey.from_pandas(frame, "note")
+    with pytest.raises(UsageError, match="expected numbers in the columns note"):
+        Survey.from_pandas(frame, "note", codes="gz")
+
+
 def test_a_missing_package_is_named(monkeypatch):
     held = builtins.__import__
 

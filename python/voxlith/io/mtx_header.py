@@ -9,6 +9,7 @@ from typing import Literal
 import numpy as np
 import numpy.typing as npt
 
+from ..errors import FileError
 from ..wavelet import mirrored_filter
 from .mtx_input import BinaryInput
 
@@ -132,6 +133,8 @@ def read_header(source: BinaryInput, name: str, strict: bool) -> MtxHeader:
     FileError
         The file, the byte, what was expected and what was found.
     """
+    if _is_text(source.bytes_at(0, 32)):
+        raise FileError(source.path, "expected a sensitivity file, found text", byte=0)
     header = _record_header(source, name, strict) if _is_record_form(source) else _stream_header(source, strict)
     if source.position > LARGEST_INT32:
         raise source.error(f"the rows to begin within the first {LARGEST_INT32} bytes", "their beginning here")
@@ -190,6 +193,12 @@ def _record_header(source: BinaryInput, name: str, strict: bool) -> MtxHeader:
     data_type = 1 if "MAG" in name or "mag" in name else 0
     return MtxHeader("record", data_type, n_data, ny, nx, nz, npy, npx, npz, low, mirrored_filter(low), y, x, z,
                      weights, topography=topography, unused=(after_nodes, before_weights))
+
+
+def _is_text(start: bytes) -> bool:
+    """Whether there are printable characters alone; a sensitivity file begins with small integers of four bytes."""
+    return len(start) > 8 and start.isascii() and (start.decode("ascii").replace("\n", "").replace("\r", "").replace("\t", "")
+                                                   .isprintable())
 
 
 def _is_record_form(source: BinaryInput) -> bool:

@@ -162,6 +162,8 @@ def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -
         For a point outside the mesh, and when no cell has a value.
     """
     mesh = model.mesh
+    if at not in ("middle", "largest") and (isinstance(at, str) or len(at) != 3):
+        raise UsageError(f"at {at}: expected middle, largest, or easting, northing and elevation of a point")
     if not isinstance(at, str):
         for axis, nodes, value in zip(("x", "y", "elevation"), (mesh.x_nodes, mesh.y_nodes, mesh.z_nodes), at):
             low, high = float(nodes.min()), float(nodes.max())

@@ -76,6 +76,8 @@ def view_of(source: Run | Fit | Survey) -> DataView:
         return DataView(source, None, source.names, None, "survey")
     if isinstance(source, Fit):
         return DataView(source.observed, source.predicted, source.observed.names, None, "fit")
+    if not isinstance(source, Run):
+        raise UsageError(f"source: expected a Run, a Fit or a Survey, found {type(source).__name__}")
     names, origin = source.data_names(), os.fspath(source.folder)
     if source.path("voxlith.pre").is_file() and source.path("voxlith.log").is_file():
         fit = source.fit()

@@ -14,7 +14,7 @@ from matplotlib.patches import Patch, Rectangle
 from matplotlib.patheffects import withStroke
 from matplotlib.ticker import MaxNLocator
 
-from ..errors import VoxlithError
+from ..errors import UsageError, VoxlithError
 from ..io.bodies_file import TrueBody
 from ..model import Model
 from ..run import Run
@@ -92,8 +92,10 @@ def sections(source: Run | Model, model_type: int | str = 0, *, iteration: int |
         inversion_style = style_of(source) if inversion_style is None else inversion_style
         reached = last_iteration(source) if iteration is None else iteration
         title = title or f"{_capital(model.name)}{'' if reached is None else f', iteration {reached}'}"
-    else:
+    elif isinstance(source, Model):
         model = source
+    else:
+        raise UsageError(f"source: expected a Run or a Model, found {type(source).__name__}")
     chosen = [body for body in bodies if body.model == number]
     page = _Page(model, survey, surface, chosen, shown_window(model.mesh, survey, whole_mesh), at)
     page.colormap, page.low, page.high = style.value_scale(page.window.part(page.cube), colormap=colormap, limits=limits)

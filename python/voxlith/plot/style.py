@@ -101,6 +101,8 @@ def value_scale(*arrays: npt.ArrayLike, colormap: str | None = None, limits: Lim
         pad = abs(high) * 0.05 or 1.0
         low, high = low - pad, high + pad
     if limits is not None:
+        if np.shape(limits) != (2,):
+            raise UsageError(f"limits {limits}: expected two numbers that rise")
         low, high = limits
         if not (np.isfinite(low) and np.isfinite(high) and low < high):
             raise UsageError(f"limits {low:g},{high:g}: expected two numbers that rise")
