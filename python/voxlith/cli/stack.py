@@ -12,9 +12,10 @@ import numpy as np
 import numpy.typing as npt
 
 from ..codes import data_type_name
-from ..control_choices import Choices, Overrides, choose_tradeoff, choose_values
+from ..control_choices import Choices, Overrides, choose_values
 from ..control_text import control_text
 from ..errors import UsageError, VoxlithError
+from ..first_model import first_model
 from ..io.bounds_file import read_bounds_file, write_bounds_file
 from ..io.model_file import read_model_file, write_model_file
 from ..io.mtx_file import read_mtx_header
@@ -22,12 +23,10 @@ from ..io.numbers import number_text, parse_real
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..io.weight_file import CellWeights, section_shapes, write_weight_file
-from ..mesh import Mesh
 from ..stack import (RowSource, Stack, inactive_cells, make_stack, property_of, stacked_survey, write_stacked_sensitivity)
 from ..survey import Survey
-from ..tradeoff import search_tradeoff
 from ..weights import read_cell_sensitivity, sensitivity_weights
-from .output import say, warn
+from .output import say
 from .parser import Parser, number_from, number_list
 
 Reals = npt.NDArray[np.float64]
@@ -35,7 +34,6 @@ Mask = npt.NDArray[np.bool_]
 PROGRAM = "voxlith-tools"
 
 _ENDINGS = (".mtx", ".obs", ".msh", ".json", ".inp", "_bounds.txt", "_weights.txt", "_start.mod", "_reference.mod")
-_TARGET_MISFIT = 0.95  # of the trade-offs that the scales are chosen by
 
 _EXAMPLES = """\
 Examples:
@@ -66,7 +64,7 @@ def make_parser() -> Parser:
     add("--rows", metavar="FILE", nargs="+", action="append", required=True,
         help="Observed data, then their sensitivity file for each property or -; once for each type of data")
     add("--scale", metavar="NUMBER", nargs="+",
-        help="auto, or the unit in which each property is counted (default: auto, by which one trade-off suits all)")
+        help="auto, or the unit in which each property is counted (default: auto, by a first model of each)")
     add("--bounds", metavar="BOUNDS", nargs="+",
         help="lower,upper, a bounds file, or null: one for all or one for each property (default: null)")
     add("--start", metavar="MODEL", nargs="+", help="Starting model, numbers or files (default: 0)")
@@ -161,38 +159,27 @@ def _scales(options: argparse.Namespace, stack: Stack, groups: Sequence[RowSourc
         return [_number("--scale", text, above=True) for text in _per_property("--scale", options.scale, "1", stack)], "as given"
     if all(one.direction is not None for one in stack.properties):
         return [1.0] * len(stack.properties), "components of one vector"
-    tradeoffs: dict[int, float] = {}
-    for number, known in enumerate(stack.properties):
-        group = [n for n, one in enumerate(stack.properties) if one.direction is not None] if known.direction is not None else [number]
-        if group[0] in tradeoffs:
-            tradeoffs[number] = tradeoffs[group[0]]
-            continue
-        tradeoffs[number] = _tradeoff(stack, groups, number)
-    scales = [float(f"{math.sqrt(tradeoffs[0] / tradeoffs[number]):.2g}") for number in range(len(stack.properties))]
-    return scales, "roots of the trade-offs at which each property alone fits its data"
+    sizes: dict[int, float] = {}
+    for group in stack.groups():
+        size = _size(stack, groups, group)
+        sizes.update((number, size) for number in group)
+    scales = [float(f"{sizes[number] / sizes[0]:.2g}") for number in range(len(stack.properties))]
+    return scales, "sizes of a first model of each property"
 
 
-def _tradeoff(stack: Stack, groups: Sequence[RowSource], number: int) -> float:
-    """Trade-off of the data that depend on a property, one type of them after the other, with it alone."""
-    smallness = 0.005 / _cell(stack.mesh)
+def _size(stack: Stack, sources: Sequence[RowSource], group: Sequence[int]) -> float:
+    """Largest value of a first model of the properties of a group, each and each type of data by itself: the geometric mean."""
     found = []
-    for one in groups:
-        path = one.mtx[number]
-        if path is None:
-            continue
-        result = search_tradeoff([path], one.survey.data, one.survey.uncertainties(), alpha_s=smallness, target=_TARGET_MISFIT)
-        if result.usable:
-            # The misfit of a stack is a mean over all rows.
-            found.append(result.tradeoff * one.survey.n_stations)
+    for one in sources:
+        for number in group:
+            path = one.mtx[number]
+            if path is not None:
+                model = first_model([path], one.survey.data, one.survey.uncertainties())
+                found += [model.magnitude] if model.magnitude > 0.0 else []
     if not found:
-        raise UsageError(f"--scale auto: the data of {stack.properties[number].name} lie within their standard deviations; give "
-                         "numbers")
+        names = ", ".join(stack.properties[number].name for number in group)
+        raise UsageError(f"--scale auto: the data of {names} are 0; give numbers")
     return math.exp(sum(map(math.log, found)) / len(found))
-
-
-def _cell(mesh: Mesh) -> float:
-    logs = [math.log(float(widths.min())) for widths in (mesh.x_widths, mesh.y_widths, mesh.z_widths) if len(widths) > 1]
-    return math.exp(sum(logs) / len(logs)) if logs else float(mesh.z_widths[0])
 
 
 def _bounds(options: argparse.Namespace, stack: Stack, inactive: Mask) -> Reals:
@@ -266,7 +253,7 @@ def _write(options: argparse.Namespace, stack: Stack, groups: Sequence[RowSource
             text = os.path.basename(name) + ending
             write_model_file(name + ending, values, digits="full")
         texts.append(text)
-    choices = _choices(options, stack, survey, mtx, statistics.coefficients)
+    choices = _choices(stack, mtx)
     beside = os.path.basename(name)
     text = control_text(choices, beside + ".obs", [beside + ".mtx"], initial=texts[0], bounds=beside + "_bounds.txt",
                         weighting=beside + "_weights.txt")
@@ -278,16 +265,11 @@ def _write(options: argparse.Namespace, stack: Stack, groups: Sequence[RowSource
     _report(options, stack, survey, reason, statistics.coefficients)
 
 
-def _choices(options: argparse.Namespace, stack: Stack, survey: Survey, mtx: str, coefficients: int) -> Choices:
-    overrides = Overrides(sign=0, bounds="null")
-    choices = choose_values([read_mtx_header(mtx)], overrides)
-    choose_tradeoff(choices, [mtx], coefficients, survey.data, survey.uncertainties(), overrides)
+def _choices(stack: Stack, mtx: str) -> Choices:
+    choices = choose_values([read_mtx_header(mtx)], Overrides(sign=0, bounds="null"))
     choices.initial = 0.0
-    choices.iterations = 300
     choices.tradeoff_reason = "a starting value; voxlith-run --target-rms 1 finds the one that fits the data"
     choices.unit = ", ".join(f"{one.name} in {number_text(one.scale)} {one.unit}" for one in stack.properties)
-    for warning in choices.warnings:
-        warn(PROGRAM, f"{options.out}.obs: {warning}")
     return choices
 
 
