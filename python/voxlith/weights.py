@@ -3,18 +3,17 @@
 The data of gravity and magnetics decay with depth, so of all models that fit, a norm without weights prefers one close
 to the surface. Here each cell gets the weight
 
-    w = r^p (V / V_core)^2,
+    w = r^p (V / V_core)^3,
 
 with r the relative sensitivity of the cell per volume, V / V_core the volume of a padding cell over that of the core's
-cells, and p chosen so that w falls with depth like
-(depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
+cells, and p chosen so that w falls with depth like (depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
 
 - r is the root of the diagonal of G'G over the volume, by its largest value (Li and Oldenburg 2000, Geophysics 65,
   540-552, eq. 6), or 1/(depth + z0), a power law (Li and Oldenburg 1996, Geophysics 61, 394-408).
 - V / V_core keeps padding cells from being cheap; without it bodies leak into them.
-- The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9 are
-  all 1. The factor 1e8 makes up for the units of the format.
-- a = 1.3 by experiment, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
+- The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9
+  are all 1. The factor 1e8 makes up for the units of the format.
+- a = 1.2 by experiment, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
   and on the layout of the stations.
 
 Differences between an active and an inactive cell have the weight 0: ground is not drawn to the value of air.
@@ -39,7 +38,7 @@ from .sensitivity import Sensitivity
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
 
-DECAY = 1.3
+DECAY = 1.2
 """Power of the depth with which weights fall off below the stations."""
 
 POWER_LAW_DECAY = 1.8
@@ -50,6 +49,7 @@ SMALLNESS = 2.5
 
 _SMALLNESS_UNIT = 1.0e8  # the format multiplies the weights of differences by this, and those of smallness by 1
 
+_LARGEST_PADDING = 1.0e4  # of volumes, whose third powers are weights
 _LEAST = 1.0e-12  # weights are held in single precision and multiplied by volumes
 
 
@@ -186,12 +186,14 @@ def _depths(mesh: Mesh, active: Mask) -> Reals:
 
 
 def _padding_factor(mesh: Mesh, layers: int) -> Reals:
-    """(V / V_core)^2 of each cell, shape (nz, nx, ny): by its area over the smallest one, and below the core by its
-    thickness over that of the lowest core layer. Layers of the core may grow with depth; that makes no padding of them."""
+    """(V / V_core)^3 of each cell, shape (nz, nx, ny): by its area over the smallest one, and below the core by its
+    thickness over that of the lowest core layer. Layers of the core may grow with depth; that makes no padding of
+    them."""
     thickness = mesh.z_widths / mesh.z_widths[layers - 1]
     thickness[:layers] = 1.0
     area = np.outer(mesh.x_widths / mesh.x_widths.min(), mesh.y_widths / mesh.y_widths.min())
-    return np.asarray(np.square(thickness[:, None, None] * area[None, :, :]), dtype=np.float64)
+    volume = np.minimum(thickness[:, None, None] * area[None, :, :], _LARGEST_PADDING)
+    return np.asarray(volume**3, dtype=np.float64)
 
 
 def _core(mesh: Mesh, stations: Reals | None) -> tuple[Mask, Mask, int]:

@@ -86,6 +86,17 @@ class Bench:
         self.write("voxlith.inp", "\n".join(texts) + "\n")
 
 
+def pytest_configure(config: pytest.Config) -> None:
+    config.addinivalue_line("markers", "slow: takes minutes; runs with VOXLITH_SLOW=1")
+
+
+def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
+    if os.environ.get("VOXLITH_SLOW", "0") == "0":
+        for item in items:
+            if item.get_closest_marker("slow"):
+                item.add_marker(pytest.mark.skip(reason="slow: runs with VOXLITH_SLOW=1"))
+
+
 @pytest.fixture(scope="session", autouse=True)
 def programs() -> None:
     """The tests hold the package against the programs, so these have to be there."""
