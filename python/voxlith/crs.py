@@ -6,6 +6,7 @@ of PROJ.
 
 from __future__ import annotations
 
+import math
 from functools import lru_cache
 from typing import Any
 
@@ -112,6 +113,21 @@ def grid_convergence(x: float, y: float, crs: str) -> float:
     longitude, latitude = longitude_latitude([x], [y], crs)
     factors = pyproj.Proj(parse_crs(crs)).get_factors(float(longitude[0]), float(latitude[0]))
     return float(factors.meridian_convergence)
+
+
+def distance_scale(x: float, y: float, crs: str) -> float:
+    """Distances of a projected system over those on the ground at a point: the geometric mean of all directions.
+
+    Examples
+    --------
+    >>> round(distance_scale(-13627665.0, 4548320.0, "EPSG:3857"), 2)
+    1.26
+    """
+    pyproj = require("pyproj", "coordinate reference systems")
+    longitude, latitude = longitude_latitude([x], [y], crs)
+    factors = pyproj.Proj(parse_crs(crs)).get_factors(float(longitude[0]), float(latitude[0]))
+    scale = math.sqrt(abs(factors.meridional_scale * factors.parallel_scale))
+    return scale if math.isfinite(scale) and scale > 0.0 else 1.0
 
 
 def shift_for_fields(x: Reals, y: Reals) -> tuple[float, float]:

@@ -106,6 +106,8 @@ def _coverage_warning(path: PathLike, points: Reals, box: Box) -> str:
 
 def _table_points(path: PathLike) -> Reals:
     table = read_csv_file(path)
+    if len(table) and any("," in word for word in table.frame.iloc[0]):
+        table = read_csv_file(path, decimal_comma=True)
     columns = []
     for what, names in (("x", _X_NAMES), ("y", _Y_NAMES), ("elevation", _Z_NAMES)):
         found = [number for number, name in enumerate(table.columns) if name.strip().lower() in names]

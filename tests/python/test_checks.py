@@ -14,7 +14,7 @@ from hypothesis import given
 from voxlith import Mesh, Survey
 from voxlith.checks import Finding, check_survey, findings_json, findings_table, worst
 from voxlith.checks.against import check_field, check_mesh, check_sensitivities, check_terrain
-from voxlith.checks.stations import looks_like_degrees, outlier_scores
+from voxlith.checks.stations import check_scale, looks_like_degrees, outlier_scores
 from voxlith.checks.values import no_data_codes
 from voxlith.igrf import main_field
 from voxlith.survey import InducingField
@@ -111,7 +111,7 @@ def test_standard_deviations():
     deviations = np.full((1, 256), SD)
     deviations[0, 5], deviations[0, 6] = 0.0, -1.0
     findings = [f for f in check_survey(survey, given=deviations) if f.name == "standard-deviations"]
-    assert [(f.severity, f.stations) for f in findings] == [("error", ("record 7",)), ("warning", ("record 6",))]
+    assert [(f.severity, f.stations) for f in findings] == [("error", ("record 7",)), ("error", ("record 6",))]
     assert "no standard deviations" in found(changed(survey, uncertainty=None))["standard-deviations"].text
     assert "range" in found(changed(survey, uncertainty=np.full((1, 256), 1.0e-6)))["standard-deviations"].text
     assert "above the range" in found(changed(survey, uncertainty=np.full((1, 256), 50.0)))["standard-deviations"].text
@@ -261,3 +261,17 @@ def test_missing_data_are_noted():
     data[0, [4, 9]] = np.nan
     finding = found(changed(survey, data=data))["missing-data"]
     assert finding.severity == "note" and "2 of 256" in finding.text and finding.stations == ("record 5", "record 10")
+
+
+def test_kilometres_wide_and_exchanged_coordinates():
+    survey = clean()
+    assert found(changed(survey, x=survey.x / 1000.0, y=survey.y / 1000.0))["small-survey"].severity == "warning"
+    wide = found(changed(survey, x=survey.x - 14_000_000.0, y=survey.y - 770_000.0))
+    assert "Web Mercator" in wide["wide-coordinates"].remedy
+    assert found(changed(survey, x=survey.y, y=survey.x))["exchanged"].severity == "note"
+
+
+def test_web_mercator_stretches():
+    assert check_scale(np.array([500_000.0]), np.array([5_300_000.0]), "EPSG:32633") == []
+    finding, = check_scale(np.array([1_600_000.0]), np.array([6_100_000.0]), "EPSG:3857")
+    assert finding.severity == "error" and re.search(r"are 1\.4\d times", finding.text)

@@ -177,6 +177,9 @@ def test_no_data_codes_and_degrees_among_points(tmp_path):
     write = lambda points: (tmp_path / "t.csv").write_text("x,y,z\n" + "\n".join(f"{a},{b},{c}" for a, b, c in points))
     write(rows)
     assert read_terrain(tmp_path / "t.csv", places, 10.0)[1] == ""
+    points = [",".join(map(str, row)) for row in rows]
+    (tmp_path / "s.csv").write_text("x;y;z\n" + "\n".join(p.replace(",", ";").replace(".", ",") for p in points) + "\n")
+    assert repr(read_terrain(tmp_path / "s.csv", places, 10.0)[0]) == repr(read_terrain(tmp_path / "t.csv", places, 10.0)[0])
     write([*rows[:-1], (453200, 5539200, -9999)])
     with pytest.raises(FileError, match="1 points of -9999"):
         read_terrain(tmp_path / "t.csv", places, 10.0)

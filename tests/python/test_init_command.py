@@ -255,3 +255,11 @@ def test_fitted_background_is_that_of_a_run(survey, tools, tmp_path):
     removed = re.search(r"Background Value Removed: *(\S+)", (tmp_path / "voxlith.log").read_text())
     values = background_values(Survey.read(tmp_path / "d.obs", "gz"), [tmp_path / "g.mtx"])
     assert values == [(pytest.approx(float(removed[1]), abs=1e-4), 0)]
+
+
+def test_no_valid_datum_is_refused(survey, tools, tmp_path):
+    made = survey("gz", 0.4)
+    for value in (np.nan, -9999.0):
+        made.with_data(np.full((1, 81), value)).write(tmp_path / "d.obs")
+        assert one_line(tools("init", *GRAVITY)) == "d.obs: expected a valid datum, found none"
+    assert not (tmp_path / "voxlith.inp").exists()

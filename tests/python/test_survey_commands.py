@@ -210,3 +210,68 @@ def test_coordinates_go_from_data_to_exports(tools, tmp_path):
     (tmp_path / "gz.obs.json").unlink()
     assert tools("mtx", *common, "--out", "gz.mtx").status == 0
     assert not (tmp_path / "gz.mtx.json").exists()
+
+
+def table(path, survey: Survey, *, words: dict[int, str] | None = None, deviation: str = "0.02", encoding: str = "utf-8") -> None:
+    """A plain table of a survey; `words` replace data."""
+    texts = {n: f"{value:.4f}" for n, value in enumerate(survey.data[0])} | (words or {})
+    rows = [f"S{n},{x:.3f},{y:.3f},{z:.3f},{texts[n]},{deviation}" for n, (x, y, z) in
+            enumerate(zip(survey.x, survey.y, survey.elevation))]
+    path.write_bytes(("name,x,y,z,gz,err\n" + "\n".join(rows) + "\n").encode(encoding))
+
+
+PLAIN = ("--data", "gz:err", "--name", "name")
+
+
+@pytest.mark.parametrize("more, name, severity", [
+    ({"encoding": "utf-16"}, "encoding", "note"), ({"encoding": "utf-16-le"}, "encoding", "error"),
+    ({"deviation": "0"}, "standard-deviations", "error"), ({"deviation": "-0.02"}, "standard-deviations", "error"),
+    ({"deviation": ""}, "standard-deviations", "warning"), ({"words": {5: "1e30"}}, "no-data-code", "error"),
+    ({"words": {5: "1.70141e38"}}, "no-data-code", "error"), ({"words": {n: "2.5" for n in range(256)}}, "constant-data", "error"),
+    ({"words": {n: "-9999" for n in range(256)}}, "no-valid-datum", "error"), ({"words": {7: "NA"}}, "missing-data", "note")])
+def test_traps_of_a_table(tools, tmp_path, more, name, severity):
+    """What check calls an error of the file itself, obs refuses too, and the other way round."""
+    table(tmp_path / "a.csv", clean(), **more)
+    done = tools("check", "a.csv", *PLAIN, "--json", "found.json")
+    found = {item["name"]: item["severity"] for item in json.loads((tmp_path / "found.json").read_text())}
+    assert found[name] == severity and done.status == int("error" in found.values())
+    made = tools("obs", "a.csv", *PLAIN[:2], "--out", "a.obs")
+    refused = name in ("encoding", "standard-deviations", "no-valid-datum") and severity == "error"
+    assert made.status == int(refused), made.errors
+    assert severity != "error" or made.errors
+
+
+def test_separators_of_thousands(tools, tmp_path):
+    table(tmp_path / "a.csv", clean(), words={n: f'"1,{n:03d}.5"' for n in range(256)})
+    done = tools("check", "a.csv", *PLAIN)
+    assert done.status == 1 and "without separators of thousands" in done.out
+
+
+def test_degrees_are_refused_by_all_that_need_metres(tools, tmp_path):
+    survey = clean()
+    survey = changed(survey, x=15.0 + (survey.x - 452000.0) / 71_000.0, y=48.0 + (survey.y - 5318000.0) / 111_000.0)
+    table(tmp_path / "deg.csv", changed(survey, x=np.round(survey.x, 6)))
+    survey.write(tmp_path / "deg.obs", digits="full")
+    assert "--crs EPSG:4326" in one_line(tools("obs", "deg.csv", "--data", "gz:err", "--out", "a.obs"), 2)
+    for words in (("--csv", "deg.csv"), ("--stations", "deg.obs")):
+        assert "--crs EPSG:4326" in one_line(tools("mesh", *words, "--cell", 50, "--depth", 300, "--out", "a.msh"), 2)
+    assert tools("check", "deg.obs").status == 1
+
+
+def test_web_mercator_is_named(tools, tmp_path):
+    survey = clean()
+    table(tmp_path / "m.csv", changed(survey, x=survey.x - 14_000_000.0, y=survey.y - 770_000.0))
+    done = tools("check", "m.csv", *PLAIN, "--crs", "EPSG:3857")
+    assert done.status == 1 and "are 1.27 times those on the ground" in done.out and "too wide" in done.out
+    made = tools("obs", "m.csv", *PLAIN[:2], "--crs", "EPSG:3857", "--out", "m.obs")
+    assert made.status == 0 and "1.27 times" in made.errors and "was subtracted" in made.errors
+    made = tools("obs", "m.csv", *PLAIN[:2], "--crs", "EPSG:3857", "--to", "EPSG:32610", "--out", "m.obs")
+    assert made.status == 0 and made.errors == ""
+
+
+def test_regional_refuses_no_data_codes(tools, tmp_path):
+    survey = clean()
+    data = survey.data.copy()
+    data[0, 3] = -9999.0
+    changed(survey, data=data).write(tmp_path / "a.obs")
+    assert "found -9999" in one_line(tools("regional", "a.obs", "--order", 1, "--out", "b.obs"))

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ..crs import distance_scale, shift_for_fields
 from ..packages import require
 from .findings import Finding
 
@@ -19,6 +20,9 @@ _DIFFERENT, _SUSPECT = 5.0, 3.0  # standard deviations between the data of dupli
 _NEIGHBOURS = 12
 _FEWEST = 8  # stations for a comparison with neighbours
 _OUTLIER, _SPOILS = 10.0, 30.0  # robust spreads from the surface through the neighbours
+_SMALL_SITE = 20.0  # metres
+_EASTINGS, _NORTHINGS = (1.0e5, 9.0e5), (1.0e6, 1.0e7)  # metres, UTM
+_STRETCHED = 0.02  # of distances
 _UNTIE = 3.0  # the surface through neighbours explains this many standard deviations by itself
 
 
@@ -34,6 +38,7 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
                                 "convert with --crs and --to, longitude as --x"))
     if len(x) > 1 and float(np.ptp(x)) == 0.0 and float(np.ptp(y)) == 0.0:
         findings.append(Finding("error", "one-place", "all stations have the same x and y", "check the columns of x and y"))
+    findings += _check_extent(x, y)
     far = far_stations(x, y)
     if far.any():
         findings.append(Finding("warning", "far-stations", f"{np.count_nonzero(far)} stations are far from all others; "
@@ -42,6 +47,34 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
         findings.append(Finding("note", "elevations", "all elevations are 0",
                                 "name the column of the elevation with --z, unless the survey is flat at 0"))
     return findings
+
+
+def _check_extent(x: Reals, y: Reals) -> list[Finding]:
+    """Coordinates in kilometres, too wide for data files, or exchanged."""
+    findings = []
+    extent = max(float(np.ptp(x)), float(np.ptp(y)))
+    if len(x) >= _FEWEST and 0.0 < extent < _SMALL_SITE:
+        findings.append(Finding("warning", "small-survey", f"the stations cover {extent:.3g} m only; the coordinates may be in "
+                                "kilometres", "convert x and y to metres"))
+    if shift_for_fields(x, y) != (0.0, 0.0):
+        findings.append(Finding("warning", "wide-coordinates", f"x from {x.min():.0f} to {x.max():.0f}, y from {y.min():.0f} to "
+                                f"{y.max():.0f} are too wide for the fields of the data files of a run, where they would run "
+                                "together", "voxlith-tools obs subtracts a shift and remembers it; Web Mercator (EPSG:3857), "
+                                "which stretches distances, needs --crs and --to"))
+    if _NORTHINGS[0] < x.min() and x.max() < _NORTHINGS[1] and _EASTINGS[0] < y.min() and y.max() < _EASTINGS[1]:
+        findings.append(Finding("note", "exchanged", f"x from {x.min():.0f} and y from {y.min():.0f} would be a northing and an "
+                                "easting of UTM", "exchange the columns of --x and --y if x is the northing"))
+    return findings
+
+
+def check_scale(x: Reals, y: Reals, crs: str) -> list[Finding]:
+    """Whether a metre of a reference system is a metre on the ground where the survey is."""
+    scale = distance_scale(float(np.median(x)), float(np.median(y)), crs)
+    if abs(scale - 1.0) < _STRETCHED:
+        return []
+    return [Finding("error" if abs(scale - 1.0) > 5.0 * _STRETCHED else "warning", "stretched", f"distances in {crs} are "
+                    f"{scale:.3g} times those on the ground here; depths and densities would be wrong",
+                    "convert with --crs and --to a system of the place, such as its UTM zone")]
 
 
 def looks_like_degrees(x: npt.ArrayLike, y: npt.ArrayLike) -> bool:

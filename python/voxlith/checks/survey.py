@@ -68,7 +68,7 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         height = survey.elevation if metres else np.zeros(survey.n_stations)
         findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known)
         findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
-        if metres and not regional_removed:
+        if metres and not regional_removed and float(np.ptp(usable[np.isfinite(usable)])) > 0.0:
             findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
     return ordered(findings)
 

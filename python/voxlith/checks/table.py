@@ -41,10 +41,21 @@ class LooseSurvey:
     findings: list[Finding]
 
 
-def check_encoding(path: PathLike) -> list[Finding]:
-    """Whether a file is plain text in UTF-8."""
+def check_encoding(path: PathLike, *, is_table: bool = False) -> list[Finding]:
+    """Whether a file is plain text in UTF-8.
+
+    Parameters
+    ----------
+    path : path
+    is_table : bool
+        Whether it is read as a table, which may also be UTF-16 with its mark.
+    """
     content = read_bytes(path)
-    if content[:2] in (b"\xff\xfe", b"\xfe\xff") or b"\x00" in content[:4096]:
+    marked = content[:2] in (b"\xff\xfe", b"\xfe\xff")
+    if marked and is_table:
+        return [Finding("note", "encoding", "the file is UTF-16; tables are read so, observed data are not",
+                        "nothing, or save it as UTF-8")]
+    if marked or b"\x00" in content[:4096]:
         return [Finding("error", "encoding", "the file is not plain text in UTF-8 (it holds zero bytes, as UTF-16 does)",
                         "save it as UTF-8, or as CSV (comma delimited)")]
     try:
@@ -113,9 +124,17 @@ def _column(table: CsvTable, name: str, option: str, names: Sequence[str], dummy
         else:
             values[number] = value
     if bad:
-        comma = any("," in words[number] for number in bad) and not table.decimal_comma
         findings.append(Finding("error", "not-a-number", f"column {shown(name)}: {len(bad)} fields are no numbers, such as "
-                                f"{shown(words[bad[0]])}", "read the table with --decimal-comma" if comma
-                                else "correct them, or name the text of no-data fields with --dummy",
+                                f"{shown(words[bad[0]])}", _number_remedy([words[number] for number in bad], table.decimal_comma),
                                 tuple(names[number] for number in bad)))
     return values
+
+
+def _number_remedy(words: Sequence[str], decimal_comma: bool) -> str:
+    if any("," in word and "." in word for word in words):
+        return "write the numbers without separators of thousands"
+    if not decimal_comma and any("," in word for word in words):
+        return "read the table with --decimal-comma"
+    if decimal_comma and any("." in word for word in words):
+        return "read the table without --decimal-comma"
+    return "correct them, or name the text of no-data fields with --dummy"

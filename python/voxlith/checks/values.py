@@ -119,15 +119,13 @@ def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: 
         return [Finding("warning", "standard-deviations", f"{label}: the file has no standard deviations",
                         "convert the table with a column of them, or with --floor and --percent")]
     findings = []
-    negative = deviations < 0.0
-    absent = ~(deviations > 0.0) & ~negative
-    if negative.any():
-        findings.append(Finding("error", "standard-deviations", f"{label}: {np.count_nonzero(negative)} standard deviations "
-                                "are below 0", "give each datum a standard deviation above 0", _named(names, negative)))
-    if absent.any():
-        findings.append(Finding("warning", "standard-deviations",
-                                f"{label}: {np.count_nonzero(absent)} standard deviations are 0 or missing; a run puts its "
-                                "default there", "give each datum a standard deviation above 0", _named(names, absent)))
+    for severity, wrong, what in (("error", deviations < 0.0, "below 0"),
+                                  ("error", deviations == 0.0, "0; a run puts its default there"),
+                                  ("warning", np.isnan(deviations), "missing; a run puts its default there")):
+        if wrong.any():
+            findings.append(Finding("error" if severity == "error" else "warning", "standard-deviations",
+                                    f"{label}: {np.count_nonzero(wrong)} standard deviations are {what}",
+                                    "give each datum a standard deviation above 0", _named(names, wrong)))
     given, extent = deviations[deviations > 0.0], float(np.ptp(data))
     if len(given) and extent > 0.0:
         middle = float(np.median(given))

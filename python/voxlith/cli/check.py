@@ -14,11 +14,13 @@ from ..checks.against import (check_field, check_mesh, check_reference_systems, 
                               check_terrain)
 from ..checks.background import check_background
 from ..checks.findings import ordered
+from ..checks.stations import check_scale
 from ..checks.survey import station_names
 from ..checks.table import check_encoding, read_loosely
 from ..crs import convert, outside_area_of_use, parse_crs
 from ..earth_field import earth_field
 from ..errors import FileError, UsageError
+from ..grid_table import is_grid
 from ..io.control_file import read_control_file
 from ..io.mtx_file import MtxFile
 from ..io.obs_file import read_obs_file
@@ -75,7 +77,8 @@ def run(arguments: Sequence[str]) -> int:
     options = parser.parse(arguments)
     if options.json and options.json != "-":
         check_output(options.json, {"the data": options.file, "--mesh": options.mesh, "--mtx": options.mtx})
-    findings = check_encoding(options.file)
+    findings = [] if is_grid(options.file) else check_encoding(
+        options.file, is_table=bool(options.data) and not options.file.lower().endswith(".xyz"))
     try:
         survey, given, names, more = _read_table(parser, options) if options.data else _read_data(options)
     except FileError as error:
@@ -173,6 +176,7 @@ def _placed(options: argparse.Namespace, survey: Survey, findings: list[Finding]
         if area:
             findings.append(Finding("warning", "area-of-use", f"the survey lies outside of where {crs} is used ({area})",
                                     "check the zone, and the order of x and y"))
+        findings += check_scale(survey.x + side.shift[0], survey.y + side.shift[1], crs)
     return survey, SideInfo(crs, side.shift, side.history)
 
 

@@ -23,6 +23,7 @@ from ..io.text_lines import to_bytes
 from ..checks import check_survey
 from ..checks.background import check_background
 from ..checks.findings import listed
+from ..checks.values import no_data_codes
 from ..mesh import Mesh
 from ..side_file import read_side_file
 from ..survey import Survey
@@ -90,6 +91,8 @@ def run(arguments: Sequence[str]) -> int:
     if options.mesh:
         _check_mesh(options.mesh, sensitivities)
     survey = _read_data(options.data, sensitivities)
+    if not any((np.isfinite(values) & ~no_data_codes(values)).any() for values in survey.data):
+        raise FileError(options.data, "expected a valid datum, found none")
     notes, warnings = _notes(survey)
     warnings += _depth_weight_warnings(sensitivities)
     overrides = Overrides(_SIGNS[options.sign or "auto"], options.tradeoff, options.iterations, options.bounds or "")
@@ -122,6 +125,8 @@ def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
         findings += check_background(survey, options.mtx)
     texts = []
     for finding in findings:
+        if finding.name == "standard-deviations":
+            continue  # said already
         if finding.severity == "error" or (finding.severity == "warning" and finding.name in _WORTH_SAYING):
             stations = f" ({listed(finding.stations)})" if finding.stations else ""
             texts.append(f"{finding.text}{stations}; {finding.remedy}")
@@ -253,8 +258,6 @@ def _notes(survey: Survey) -> tuple[list[str], list[str]]:
     given = np.zeros(valid.shape, dtype=bool) if survey.uncertainty is None else survey.uncertainty > 0.0
     without = int(np.count_nonzero(valid & ~given))
     warnings = []
-    if not valid.any():
-        warnings.append("no datum but dummies")
     if without:
         warnings.append(f"{without} data have no standard deviation: 1 is taken for magnetic data, 0.01 for others; "
                         "Misfit=(percent,floor) on the command line of voxlith-run gives better ones")

@@ -20,6 +20,7 @@ from ..mesh_plan import Extent, MeshPlan, Padding, PlannedMesh, far_station, pla
 from ..survey_table import stations_of_table
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
+from .placing import refuse_degrees
 from .station_options import add_csv_options, add_station_options, read_table, station_columns
 
 Reals = npt.NDArray[np.float64]
@@ -95,6 +96,8 @@ def run(arguments: Sequence[str]) -> int:
         stations = _Stations(x, y, elevation, options.csv, table.lines)
     elif options.stations:
         stations = _read_stations(options.stations)
+    if stations is not None:
+        refuse_degrees(stations.x, stations.y)
     planned = _planned(_plan(options, cell, stations), stations)
     planned.mesh.write(options.out)
     if options.stations:

@@ -13,6 +13,7 @@ from ..errors import FileError, UsageError
 from ..io.csv_file import write_csv_file
 from ..checks import Finding, check_survey
 from ..checks.findings import listed
+from ..checks.values import no_data_codes
 from ..earth_field import inducing_field
 from ..io.numbers import number_text, parse_integer
 from ..io.obs_file import read_obs_file
@@ -169,7 +170,7 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
         raise UsageError("--angles: expected data of type tmi")
     table = read_table(options.file, options)
     read, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
-    if not read.valid.any():
+    if not any((np.isfinite(values) & ~no_data_codes(values)).any() for values in read.data):
         raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
     if options.upwards:
         signs = np.array([-1.0 if code in _ODD_IN_Z else 1.0 for code in codes])

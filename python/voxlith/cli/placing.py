@@ -6,8 +6,9 @@ import argparse
 from dataclasses import dataclass, replace
 
 import numpy as np
+import numpy.typing as npt
 
-from ..checks.stations import looks_like_degrees
+from ..checks.stations import check_scale, looks_like_degrees
 from ..crs import convert, outside_area_of_use, parse_crs, require_metres, shift_for_fields
 from ..errors import UsageError
 from ..io.line_data import thin_lines
@@ -16,6 +17,8 @@ from ..side_file import SideInfo
 from ..survey import Survey
 from ..terrain_input import read_terrain
 from .parser import Parser, number, number_from, number_list
+
+Reals = npt.NDArray[np.float64]
 
 
 @dataclass
@@ -54,6 +57,7 @@ def place_survey(survey: Survey, options: argparse.Namespace) -> Placed:
     """Convert, shift, thin and lift the stations. Raises VoxlithError."""
     placed = Placed(survey, SideInfo(options.crs or ""), [], [])
     _convert(placed, options)
+    _warn_of_scale(placed)
     _shift(placed, options)
     if options.every is not None:
         _thin(placed, options.every)
@@ -78,10 +82,23 @@ def _convert(placed: Placed, options: argparse.Namespace) -> None:
                                    "order of x and y")
     elif options.crs and not parse_crs(options.crs).is_projected:
         raise UsageError(f"--crs {options.crs}: expected --to beside it, a reference system in metres such as EPSG:32633")
-    elif looks_like_degrees(survey.x, survey.y):
-        raise UsageError(f"x from {number_text(float(survey.x.min()))} to {number_text(float(survey.x.max()))}, y from "
-                         f"{number_text(float(survey.y.min()))} to {number_text(float(survey.y.max()))} look like longitude and "
-                         "latitude; metres are needed: give --crs EPSG:4326 and --to EPSG:CODE of a system in metres")
+    else:
+        refuse_degrees(survey.x, survey.y)
+
+
+def refuse_degrees(x: Reals, y: Reals) -> None:
+    """Raise UsageError for coordinates that look like longitude and latitude."""
+    if looks_like_degrees(x, y):
+        raise UsageError(f"x from {number_text(float(x.min()))} to {number_text(float(x.max()))}, y from "
+                         f"{number_text(float(y.min()))} to {number_text(float(y.max()))} look like longitude and "
+                         "latitude; metres are needed: give --crs EPSG:4326 and --to EPSG:CODE of a system in metres to "
+                         "voxlith-tools obs")
+
+
+def _warn_of_scale(placed: Placed) -> None:
+    crs = placed.side.crs
+    for finding in check_scale(placed.survey.x, placed.survey.y, crs) if crs else ():
+        placed.warnings.append(f"{finding.text}; {finding.remedy}")
 
 
 def _shift(placed: Placed, options: argparse.Namespace) -> None:

@@ -7,7 +7,8 @@ from collections.abc import Sequence
 
 import numpy as np
 
-from ..errors import UsageError
+from ..checks.values import no_data_codes
+from ..errors import FileError, UsageError
 from ..io.numbers import number_text
 from ..regional import Regional, polynomial_regional, subtract, upward_regional, wavelength_regional
 from ..regional_picture import draw_regional
@@ -56,6 +57,9 @@ def run(arguments: Sequence[str]) -> int:
     check_output(options.out, {"the data": options.file})
     survey = Survey.read(options.file, [type_code(text) for text in options.type] if options.type else None)
     number = options.component - 1
+    if 0 <= number < survey.n_components and no_data_codes(survey.data[number]).any():
+        code = float(survey.data[number][no_data_codes(survey.data[number])][0])
+        raise FileError(options.file, f"expected data, found {code:g}, which stands for no datum; mask it first")
     regional = _separate(survey, options, number)
     residual = subtract(survey, regional, number)
     residual.write(options.out, digits="full")
