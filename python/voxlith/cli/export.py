@@ -162,7 +162,10 @@ def _write_geoh5(task: _Task) -> None:
 
 def _write_vtk(task: _Task) -> None:
     from ..export import write_stations_vtp, write_vti
-    (write_vti if task.out.lower().endswith(".vti") else write_vtr)(task.out, task.models)
+    if task.out.lower().endswith(".vti"):
+        write_vti(task.out, task.models)
+    else:
+        write_vtr(task.out, task.models)
     say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {len(task.models)} models")
     if task.fit is not None:
         stations = f"{os.path.splitext(task.out)[0]}_stations.vtp"
