@@ -12,6 +12,7 @@
 #include "base/messages.h"
 #include "base/text_line.h"
 #include "driver/run_state.h"
+#include "help/help_layout.h"
 #include "run/keyword_check.h"
 #include "run/thread_team.h"
 
@@ -77,37 +78,52 @@ std::string unknownOption(const CLI::App& app) {
 
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
     CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", options.program);
-    app.set_version_flag("--version", options.program + " " + std::string(programVersion));
-    app.add_option("CONTROL", options.controlFile, "control file, by custom voxlith.inp")->required();
-    app.add_option("KEYWORDS", options.keywords,
-                   "keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
+    useHelpLayout(app);
+    app.set_version_flag("--version", options.program + " " + std::string(programVersion), "Show the version and end");
+    app.add_option("CONTROL", options.controlFile, "Control file, by custom voxlith.inp")->required();
+    app.add_option("KEYWORD", options.keywords,
+                   "Keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
     app.add_option("--until-converged", options.tolerance,
-                   "minimise the objective of the iteration table exactly, until a step promises to lower it by less "
-                   "than this share (default 1e-6; 1e-4 with --target-rms)")
-        ->type_name("[TOL]");
-    app.add_option("--target-rms", options.rms,
-                   "find the trade-off at which the converged RMS misfit is this number (default 1)")
-        ->type_name("[R]");
-    app.add_flag("--per-component", options.perComponent,
-                 "with --target-rms: fit each data component to it, by factors of the components' misfits");
+                   "Minimise the objective of the iteration table exactly, within the bounds, until a step promises to "
+                   "lower it by less than this share (default: 1e-6; 1e-4 with --target-rms)")
+        ->type_name("[TOLERANCE]");
+    app.add_option(
+           "--target-rms", options.rms,
+           "Find the trade-off at which the converged RMS misfit is this number, and write all trade-offs tried "
+           "to voxlith_tradeoff.csv (default: 1)")
+        ->type_name("[MISFIT]");
+    app.add_flag(
+        "--per-component", options.perComponent,
+        "With --target-rms: fit each data component to that misfit, by factors of their misfits, and write all "
+        "factors tried to voxlith_components.csv");
     app.add_option("--model-norm", options.modelNorm,
-                   "after convergence, at the same misfit: compact bodies, or blocky ones with sharp faces; smooth by "
-                   "custom")
-        ->type_name("NORM")
+                   "After convergence, at the same misfit: compact bodies, or blocky ones with sharp faces (default: "
+                   "smooth)")
+        ->type_name("{smooth,compact,blocky}")
         ->transform(CLI::CheckedTransformer(modelNorms).description(""));
-    app.add_flag("--continue", options.continueRun,
-                 "go on with the stopped run of this folder: from its checkpoint, else from its running model");
+    app.add_flag(
+        "--continue", options.continueRun,
+        "Go on with the stopped run of this folder: from its checkpoint, else from its running model, as voxlith "
+        "does when line 1 of the control file begins with 1. The limit of iterations counts those before the "
+        "stop");
     app.add_flag("--check", options.check,
-                 "read everything, show sizes, memory and the estimated time, run nothing and write nothing");
-    app.add_flag("--keep-arranged", options.keepArranged,
-                 "keep the rows in voxlith.arranged as they are arranged in memory; later runs with the same "
-                 "sensitivities and standard deviations start from it");
-    app.add_flag("--quiet", options.quiet, "write nothing to the screen but warnings and errors");
-    app.add_option("--json-log", options.jsonLog, "write a JSON object for each iteration to this file")
+                 "Read everything, show sizes, memory and the estimated time, run nothing and write nothing");
+    app.add_flag(
+        "--keep-arranged", options.keepArranged,
+        "Keep the rows of the sensitivity files in voxlith.arranged, as they are arranged in memory; later runs "
+        "in this folder with the same sensitivity files and standard deviations start from it, others write it "
+        "anew");
+    app.add_flag("--quiet", options.quiet, "Write nothing to the screen but warnings and errors");
+    app.add_option(
+           "--json-log", options.jsonLog,
+           "Write a JSON object for the starting state and for each iteration, one per line, to this file: the columns "
+           "of the iteration table and the terms of the objective with all their digits")
         ->type_name("FILE");
     options.threads = std::min(coresOfProcess(), mostWorkers);
-    app.add_option("--threads", options.threads, "threads, by custom as many as the cores that the process may use")
-        ->type_name("NUMBER")
+    app.add_option(
+           "--threads", options.threads,
+           "Threads, 1 to 256; the result does not depend on them (default: the cores that the process may use)")
+        ->type_name("COUNT")
         ->check(CLI::Range(std::size_t{1}, mostWorkers));
     app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(

@@ -45,7 +45,7 @@ def test_versions(tools):
     (("mesh", "--extent", "0,1,0,1", "--cel", "1", "--depth", "1", "--out", "m"),
      "--cel: no such option of mesh; did you mean --cell?"),
     (("mesh", "--extent", "-1,1,0,1", "--top", "-1", "--depth", "1", "--out", "m"), "--cell is required"),
-    (("info", "--mtx"), "--mtx: no such option of info"), (("info",), "file is required"),
+    (("info", "--mtx"), "--mtx: no such option of info"), (("info",), "FILE is required"),
     (("info", "a.mtx", "b.mtx"), "b.mtx: expected no further argument"),
     (("info", "a.mtx", "--verbose"), "--verbose: no such option of info"),
     (("vtr", "--mesh", "m", "--model", "a", "--uot", "g"), "--uot: no such option of vtr; did you mean --out?"),

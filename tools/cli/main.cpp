@@ -15,6 +15,7 @@
 #include "cli/error_text.h"
 #include "cli/mtx_command.h"
 #include "cli/predict_command.h"
+#include "help/help_layout.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ int fail(std::string_view text, int status = failed) {
 
 int runTools(int argumentCount, char** arguments) {
     CLI::App tools("Sensitivity files and synthetic data for voxlith", "voxlith-tools");
+    voxlith::useHelpLayout(tools);
     tools.require_subcommand(1);
     voxlith::MtxOptions mtxOptions, joinOptions;
     voxlith::PredictOptions predictOptions;

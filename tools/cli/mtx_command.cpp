@@ -130,39 +130,48 @@ void writeBounds(const MtxOptions& options, const Survey& survey, MtxReport& rep
 void addContentOptions(CLI::App* command, MtxOptions& options) {
     addSurveyOptions(*command, options.survey);
     CLI::Option* const topography = command->get_option("--topography");
-    command->add_option("--out", options.outFile, "Sensitivity file to write")->required();
-    command->add_option_function<std::string>(
-        "--depth-weight", [&options](const std::string& text) { options.depthWeight = parseDepthWeight(text); },
-        "z0,beta of W = ((depth + z0)/z0)^(-beta/2), or none (default: z0 half the first layer plus the mean height of "
-        "the stations, beta 2 for gz and 3 for all others)");
-    command->add_option("--taps", options.taps, "Length of the wavelet filter: 4, 6 or 8")
+    command->add_option("--out", options.outFile, "Sensitivity file to write")->required()->type_name("FILE");
+    command
+        ->add_option_function<std::string>(
+            "--depth-weight", [&options](const std::string& text) { options.depthWeight = parseDepthWeight(text); },
+            "z0 in metres and beta of W = ((depth + z0)/z0)^(-beta/2), or none (default: z0 half the first layer plus "
+            "the mean height of the stations, beta 2 for gz and 3 for all others)")
+        ->type_name("Z0,BETA");
+    command->add_option("--taps", options.taps, "Length of the wavelet filter")
+        ->type_name("{4,6,8}")
         ->check(CLI::IsMember({4, 6, 8}))
         ->capture_default_str();
-    command->add_option("--tolerance", options.tolerance, "Largest loss of a row over its norm")
+    command->add_option("--tolerance", options.tolerance, "Largest norm of what a row loses, over the norm of the row")
+        ->type_name("NUMBER")
         ->check(checkTolerance)
         ->capture_default_str();
     command
         ->add_option_function<std::string>(
             "--form", [&options](const std::string& text) { options.form = formOf(text); }, "Layout of the file")
+        ->type_name("{tagged,bare,record}")
         ->check(CLI::IsMember({"tagged", "bare", "record"}))
         ->default_str("tagged");
     command->add_option("--version", options.version, "Version of the tagged form")
+        ->type_name("{0,1,2}")
         ->check(CLI::Range(0, 2))
         ->capture_default_str();
     command
         ->add_option("--layers", options.layers.layers,
                      "Layers that the file covers, for the surface styles (default: as the style needs)")
+        ->type_name("COUNT")
         ->check(CLI::PositiveNumber);
     command
         ->add_option_function<std::int32_t>(
             "--style", [&options](std::int32_t code) { options.layers.style = InversionStyle{code}; },
             "Inversion style: 0 full, 1 equivalent source, 2 apparent density, 3 surface and apparent density, "
             "4 full with edge padding correction (default: by the layers)")
+        ->type_name("{0,1,2,3,4}")
         ->check(CLI::Range(0, 4));
     command
         ->add_option("--bounds", options.boundsFile,
                      "Bounds file to write with --topography, in which inactive cells are fixed (default: "
                      "NAME_bounds.txt beside NAME.mtx)")
+        ->type_name("FILE")
         ->needs(topography);
     command
         ->add_option_function<std::string>(
@@ -170,8 +179,9 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
             [&options](const std::string& text) {
                 options.activeBounds = parseBoundsPair("--ground-bounds " + text, text);
             },
-            "lower,upper of the active cells in that file (default: 0,99 for magnetic types, else -99,99; 99 and -99 "
+            "Bounds of the active cells in that file (default: 0,99 for magnetic types, else -99,99; 99 and -99 "
             "mean no bound)")
+        ->type_name("LOWER,UPPER")
         ->needs(topography);
 }
 
@@ -180,11 +190,10 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
 CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options) {
     CLI::App* command = tools.add_subcommand("mtx-join", "Put sensitivity files of some rows each together");
     addContentOptions(command, options);
-    command->add_option("parts", options.parts, "Files that mtx --rows wrote, in any order")->required();
+    command->add_option("FILE", options.parts, "Files that mtx --rows wrote, in any order")->required();
     command->footer(
         "Give the options of mtx without --rows: the file has the same bytes as that of a single mtx. Rows that no "
-        "part "
-        "holds, and parts of another survey, mesh or option are errors.\n\n"
+        "part holds, and parts of another survey, mesh or option are errors.\n\n"
         "Example:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 1/2 --out part1.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 2/2 --out part2.mtx\n"
@@ -195,15 +204,16 @@ CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options) {
 CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
     CLI::App* command = tools.add_subcommand("mtx", "Compute the sensitivity file of a survey");
     addContentOptions(command, options);
-    command->add_option("--rows", options.rows,
-                        "Rows to compute: A:B, from 1, or I/N, part I of N (default: all); see mtx-join");
+    command
+        ->add_option("--rows", options.rows,
+                     "Rows to compute: A:B, from 1, or I/N, part I of N (default: all); see mtx-join")
+        ->type_name("ROWS");
     command->footer(
         "With --topography, name the bounds file on the bounds line of the control file and set the initial model to 0 "
         "in inactive cells. With positivity flag 2, whose barrier is infinite at 0, start from a small value above 0 "
         "instead: inactive cells keep it and have no response.\n\n"
         "A run that was stopped goes on where it was when it is started again with the same options: OUT.unfinished "
-        "and "
-        "OUT.unfinished.rows hold the rows that are done.\n\n"
+        "and OUT.unfinished.rows hold the rows that are done.\n\n"
         "Examples:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --out gz.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations tmi.obs --type tmi --field 60,10,50000 --out tmi.mtx\n"

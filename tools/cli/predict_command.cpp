@@ -48,12 +48,16 @@ void announceData(const Survey& survey, std::size_t threads) {
 CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options) {
     CLI::App* command = tools.add_subcommand("predict", "Compute data of a model by prisms, without compression");
     addSurveyOptions(*command, options.survey);
-    command->add_option("--model", options.model, "Model file in cell order, or a number for all cells")->required();
-    command->add_option("--out", options.outFile, "Observed data file to write")->required();
-    command->add_option_function<std::string>(
-        "--noise", [&options](const std::string& text) { options.noise = parseNoise(text); },
-        "percent,floor: adds normal noise of standard deviation percent |d| / 100 + floor");
-    command->add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
+    command->add_option("--model", options.model, "Model file in cell order, or a number for all cells")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--out", options.outFile, "Observed data file to write")->required()->type_name("FILE");
+    command
+        ->add_option_function<std::string>(
+            "--noise", [&options](const std::string& text) { options.noise = parseNoise(text); },
+            "Adds normal noise of standard deviation percent |d| / 100 + floor")
+        ->type_name("PERCENT,FLOOR");
+    command->add_option("--seed", options.seed, "Seed of the noise")->type_name("NUMBER")->capture_default_str();
     command->footer(
         "Example:\n"
         "  voxlith-tools predict --mesh m.msh --stations s.obs --type gz --model true.den --noise 1,0.005 --out "

@@ -156,42 +156,59 @@ void chooseGround(const SurveyOptions& options, Survey& survey) {
 }  // namespace
 
 void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
-    command.add_option("--mesh", options.meshFile, "UBC tensor mesh file")->required();
-    command.add_option("--stations", options.stationFile, "Observed data file; its stations are used")->required();
+    command.add_option("--mesh", options.meshFile, "UBC tensor mesh file")->required()->type_name("FILE");
+    command.add_option("--stations", options.stationFile, "Observed data file; its stations are used")
+        ->required()
+        ->type_name("FILE");
     command
         .add_option_function<std::string>(
             "--type", [&options](const std::string& text) { options.type = parseDataType(text); },
             "Data type: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code")
-        ->required();
-    command.add_option_function<std::string>(
-        "--field", [&options](const std::string& text) { options.field = parseField(text); },
-        "Inducing field incl,decl,nT (default: as in the station file)");
-    command.add_option_function<std::string>(
-        "--direction", [&options](const std::string& text) { options.direction = parseDirection(text); },
-        "Measured direction aincl,adecl of tmi (default: as in the station file, or along --field)");
-    command.add_option_function<std::string>(
-        "--magnetisation", [&options](const std::string& text) { options.magnetisation = parseMagnetisation(text); },
-        "Direction in which the cells are magnetised: x east, y north, z down, or incl,decl (default: along the "
-        "field); "
-        "nT for a magnetisation of 1 SI times the inducing field");
+        ->required()
+        ->type_name("TYPE");
+    command
+        .add_option_function<std::string>(
+            "--field", [&options](const std::string& text) { options.field = parseField(text); },
+            "Inducing field: inclination and declination in degrees, strength in nT (default: as in the station file)")
+        ->type_name("INCL,DECL,NT");
+    command
+        .add_option_function<std::string>(
+            "--direction", [&options](const std::string& text) { options.direction = parseDirection(text); },
+            "Measured direction of tmi: inclination and declination in degrees (default: as in the station file, or "
+            "along --field)")
+        ->type_name("AINCL,ADECL");
+    command
+        .add_option_function<std::string>(
+            "--magnetisation",
+            [&options](const std::string& text) { options.magnetisation = parseMagnetisation(text); },
+            "Direction in which the cells are magnetised: an axis, or inclination and declination in degrees (default: "
+            "along the field); nT for a magnetisation of 1 SI times the inducing field")
+        ->type_name("INCL,DECL|{x,y,z}");
     command.add_flag("--boreholes", options.boreholes, "Stations may be below the surface and among the cells");
-    command.add_option_function<std::string>(
-        "--cavity", [&options](const std::string& text) { options.cavity = parseCavity(text); },
-        "Cavity around a sensor inside a cell: needle (the field H of the rock, default), sphere, disc (B of the "
-        "rock), "
-        "or incl,decl, the direction of a borehole");
+    command
+        .add_option_function<std::string>(
+            "--cavity", [&options](const std::string& text) { options.cavity = parseCavity(text); },
+            "Cavity around a sensor inside a cell: needle (the field H of the rock), sphere, disc (B of the rock), or "
+            "the "
+            "direction of a borehole in degrees (default: needle)")
+        ->type_name("INCL,DECL|{needle,sphere,disc}");
     CLI::Option* const topography =
-        command.add_option("--topography", options.topographyFile,
-                           "Surface: a file with the number of points, then one point per line, x y elevation (UBC "
-                           "form); cells whose centre is above it are inactive and have no response");
+        command
+            .add_option("--topography", options.topographyFile,
+                        "Surface: a raster or table in any form of the subcommand terrain, or a file with the number "
+                        "of points, then one point per line, x y elevation (UBC "
+                        "form); cells whose centre is above it are inactive and have no response")
+            ->type_name("FILE");
     command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
     command.add_option("--side", options.sideFile)->group("");
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
     command.add_flag("--responses", options.responses)->group("");
     command
-        .add_option("--threads", options.threads,
-                    "Threads (default: all cores that may be used, fewer where memory is short); the result does not "
-                    "depend on them")
+        .add_option(
+            "--threads", options.threads,
+            "Threads, 1 to 256; the result does not depend on them (default: all cores that may be used, fewer where "
+            "memory is short)")
+        ->type_name("COUNT")
         ->check(CLI::Range(1, 256));
 }
 

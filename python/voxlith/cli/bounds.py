@@ -34,9 +34,9 @@ def make_parser() -> Parser:
              "which are fixed")
     add("--table", metavar="FILE",
         help="Table of units, a line each: unit lower upper, or unit fixed; comments after ! or #")
-    add("--unit", metavar="UNIT=BOUNDS", action="append", default=[],
+    add("--unit", metavar="UNIT=LOWER,UPPER", action="append", default=[],
         help="unit=lower,upper or unit=fixed, as often as there are units")
-    add("--default", metavar="BOUNDS",
+    add("--default", metavar="LOWER,UPPER",
         help="lower,upper or fixed for units without bounds of their own (default: there must be none)")
     add("--fixed", metavar="FILE",
         help="Mask, 0 or 1 per cell in cell order: 1 fixes the cell at its starting value")

@@ -39,6 +39,11 @@ PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
 
 _EXAMPLES = """\
+In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, other units, a
+constant offset, a regional trend. In the stations: duplicates that differ, degrees, positions beside or below the mesh, in
+the ground, or in another order than in the sensitivity file. With --date: a field that is not that of the place. Each
+finding has a severity, the stations and what to do.
+
 Examples:
   voxlith-tools check gz.obs --mesh mesh.msh
   voxlith-tools check survey.csv --x lon --y lat --z h --data gz:err --name station --crs EPSG:4326 --to EPSG:32633
@@ -50,7 +55,7 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} check", "Look for what would spoil the inversion of a survey", _EXAMPLES)
     add = parser.add_argument
-    add("file", help="Observed data file, or a CSV (with --data)")
+    add("file", metavar="FILE", help="Observed data file, or a CSV (with --data)")
     add_station_options(parser)
     add("--data", metavar="COLUMN", nargs="+", action="extend", help="Columns datum or datum:uncertainty of a CSV")
     add("--name", metavar="COLUMN", help="Column of the station names of a CSV (default: its lines)")

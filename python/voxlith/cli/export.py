@@ -59,13 +59,13 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} export", "Write models and data of a run in the formats of other programs", _EXAMPLES)
     add = parser.add_argument
-    add("run", metavar="RUN", nargs="?", help="Folder of the run; or give --mesh and --model")
-    add("--control", metavar="NAME", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
+    add("run", metavar="FOLDER", nargs="?", help="Folder of the run; or give --mesh and --model")
+    add("--control", metavar="FILE", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
     add("--mesh", metavar="FILE", help="UBC tensor mesh file, for models without a run")
-    add("--model", metavar="MODEL", nargs="+", action="extend", help="Model file, or NAME=FILE; as often as there are models")
+    add("--model", metavar="[NAME=]FILE", nargs="+", action="extend", help="Model file, or NAME=FILE; as often as there are models")
     add("--out", metavar="FILE", required=True, help="File to write; its ending decides about the format")
     add("--choose", metavar="NAME", help="One of several models, by its number from 1 or its label (GeoTIFF, GemPy, Tomofast-x)")
-    add("--iteration", metavar="N", help="Models that the run has stored at this iteration")
+    add("--iteration", metavar="NUMBER", help="Models that the run has stored at this iteration")
     add("--layers", metavar="A:B", help="Layers of a GeoTIFF, counted from 1 at the top (default: all)")
     add("--crs", metavar="CRS", help="Coordinate reference system (default: that of the data file)")
     return parser

@@ -34,8 +34,8 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} grid", "Read a grid of GemPy or Tomofast-x into a mesh and a model", _EXAMPLES)
     add = parser.add_argument
-    add("grid", metavar="GRID", help="Grid file")
-    add("--extent", metavar="LIST", help="xmin,xmax,ymin,ymax,zmin,zmax of a .npy file, metres")
+    add("grid", metavar="FILE", help="Grid file")
+    add("--extent", metavar="W,E,S,N,BOTTOM,TOP", help="west,east,south,north,bottom,top of a .npy file, metres")
     add("--resolution", metavar="NX,NY,NZ", help="Cells of a .npy file along x, y and z")
     add("--values", metavar="FILE", help="File of values beside a Tomofast-x grid file without values")
     add("--mesh", metavar="FILE", help="UBC tensor mesh whose cells get the value at their centre (GemPy)")

@@ -30,7 +30,7 @@ Example:
 def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} info", "Print the header of a sensitivity file", _EXAMPLES)
-    parser.add_argument("file", help="Sensitivity file of any layout")
+    parser.add_argument("file", metavar="FILE", help="Sensitivity file of any layout")
     return parser
 
 

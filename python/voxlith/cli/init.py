@@ -41,6 +41,9 @@ _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background")
 
 _EXAMPLES = """\
+It says why it chose its values. With gravity and magnetic files together the products with the second model get a factor
+with which one trade-off serves both models.
+
 Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx
   voxlith-tools init --data tmi.mag --mesh mesh.msh --mtx tmi.mtx --bounds 0,0.2 --out tmi.inp
@@ -73,7 +76,7 @@ def make_parser() -> Parser:
     add("--force", action="store_true", help="Replace an earlier control file")
     add("--sign", choices=list(_SIGNS),
         help="Values of the model (default: auto, which is positive for magnetic data, else either)")
-    add("--bounds", metavar="BOUNDS", help="lower,upper of the model, or null (default: by the sign)")
+    add("--bounds", metavar="LOWER,UPPER", help="lower,upper of the model, or null (default: by the sign)")
     add("--tradeoff", metavar="NUMBER", type=number_from(0.0, above=True), help="Trade-off (default: a starting value)")
     add("--iterations", metavar="COUNT", type=integer_within(1, 99999),
         help="Iterations (default: 100; 200 with a sign or two models)")

@@ -54,10 +54,10 @@ def make_parser() -> Parser:
     add("--extent", metavar="W,E,S,N", help="west,east,south,north of the core, in place of --stations")
     add_station_options(parser)
     add_csv_options(parser)
-    add("--cell", metavar="SIZE", required=True, help="Cell size of the core: one for all axes, or w,h, or dx,dy,dz")
+    add("--cell", metavar="METRES", required=True, help="Cell size of the core: one for all axes, or w,h, or dx,dy,dz")
     add("--depth", metavar="METRES", type=number_from(0.0, above=True), required=True,
         help="Depth of the core below the top")
-    add("--top", metavar="ELEVATION", default="lowest",
+    add("--top", metavar="METRES|{lowest,highest}", default="lowest",
         help="Elevation of the top of the mesh, or lowest or highest for that of the lowest or highest station "
              "(default: lowest)")
     add("--margin", metavar="METRES", type=number_from(0.0),

@@ -52,7 +52,7 @@ options, 1 for magnetic data and 0.01 for all others."""
 def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} obs", "Convert a CSV to observed data, or observed data to a CSV", _EXAMPLES)
-    parser.add_argument("file", help="CSV, Geosoft XYZ file or grid (with --out), or observed data file (with --csv)")
+    parser.add_argument("file", metavar="FILE", help="CSV, Geosoft XYZ file or grid (with --out), or observed data file (with --csv)")
     parser.add_argument("--out", metavar="FILE", help="Observed data file to write")
     parser.add_argument("--csv", metavar="FILE", help="CSV file to write")
     add_station_options(parser)

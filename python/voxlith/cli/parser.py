@@ -7,11 +7,14 @@ import difflib
 import math
 import re
 import sys
+import textwrap
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any, NoReturn
 
 from .. import __version__
 from ..errors import UsageError, escaped
+
+_HELP_WIDTH = 100
 
 WRONG_USE = 2
 """Exit status for a wrong command line."""
@@ -47,8 +50,14 @@ def _note_once(action: argparse.Action, parser: argparse.ArgumentParser, namespa
 
 
 class _Help(argparse.RawDescriptionHelpFormatter):
+    """The layout that the help of the compiled programs has, too: manual pages and completions are made from it."""
+
     def __init__(self, prog: str) -> None:
-        super().__init__(prog, max_help_position=30, width=100)
+        super().__init__(prog, max_help_position=30, width=_HELP_WIDTH)
+
+    def _format_args(self, action: argparse.Action, default_metavar: str) -> str:
+        (placeholder,) = self._metavar_formatter(action, default_metavar)(1)
+        return f"{placeholder} ..." if action.nargs == argparse.ONE_OR_MORE else super()._format_args(action, default_metavar)
 
 
 class Parser(argparse.ArgumentParser):
@@ -74,6 +83,24 @@ class Parser(argparse.ArgumentParser):
         self.add_argument("-h", "--help", action="help", help="Show this help and end")
         self.add_argument("--version", action="version", version=f"{prog.split()[0]} {__version__}",
                           help="Show the version and end")
+
+    def format_help(self) -> str:
+        """The help, with arguments, required options and a word for all other options as usage."""
+        self.usage = self._short_usage()
+        return super().format_help()
+
+    def _short_usage(self) -> str:
+        # Arguments come first: after an option that takes any number of words they would be taken for one of them.
+        formatter = self._get_formatter()
+        words = [self.prog]
+        for action in self._actions:
+            if not action.option_strings:
+                words.append(f"[{action.metavar}]" if action.nargs == argparse.OPTIONAL else str(action.metavar))
+        for action in self._actions:
+            if action.option_strings and action.required:
+                words.append(f"{action.option_strings[0]} {formatter._format_args(action, action.dest.upper())}")
+        return textwrap.fill(" ".join([*words, "[OPTIONS]"]), _HELP_WIDTH - len("usage: "), break_long_words=False,
+                             break_on_hyphens=False, subsequent_indent=" " * len(f"usage: {self.prog} "))
 
     def error(self, message: str) -> NoReturn:
         """End with one line on standard error and exit status 2."""

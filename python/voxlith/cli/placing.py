@@ -44,7 +44,7 @@ def add_placing_options(parser: Parser) -> None:
     add = parser.add_argument
     add("--crs", metavar="CRS", help="Reference system of x and y in the table, such as EPSG:4326 for longitude and latitude")
     add("--to", metavar="CRS", help="Reference system in metres to convert x and y to, such as EPSG:32633")
-    add("--shift", metavar="X,Y", help="Metres to subtract from x and y, or none; remembered in the side file (default: what "
+    add("--shift", metavar="X,Y|{none}", help="Metres to subtract from x and y, or none; remembered in the side file (default: what "
         "coordinates too wide for the fields of a run need)")
     add("--every", metavar="METRES", type=number_from(0.0), 
         help="Keep records of a line that are at least so far apart, or rows and columns of a grid")

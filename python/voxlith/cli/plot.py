@@ -46,26 +46,21 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(PROGRAM, "Pictures of a run of voxlith, finished or going on: convergence, data, sections through the "
                     "model, magnetisation vectors, z-scores.", _EXAMPLES)
-    # The folder comes first: after an option that takes any number of words it would be taken for one of them.
-    parser.usage = (f"{PROGRAM} FOLDER [--control FILE] [--out DIR] [--only PICTURE ...] [--at X,Y,Z]\n"
-                    "                    [--iteration N] [--whole-mesh] [--true FILE] [--topography FILE]\n"
-                    "                    [--format KIND ...] [--dpi NUMBER] [--colormap NAME] [--limits LOW,HIGH]\n"
-                    f"       {PROGRAM} -h | --help | --version")
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", help=f"Control file, seen from FOLDER (default: {_CONTROL})")
-    add("--out", metavar="DIR", help="Folder of the pictures (default: FOLDER/plots)")
-    add("--only", metavar="PICTURE", nargs="+", choices=PICTURES,
-        help=f"Some pictures of: {', '.join(PICTURES)} (default: all)")
-    add("--at", metavar="X,Y,Z",
+    add("--out", metavar="FOLDER", help="Folder of the pictures (default: FOLDER/plots)")
+    add("--only", nargs="+", choices=PICTURES,
+        help="These pictures alone (default: all)")
+    add("--at", metavar="X,Y,Z|{middle,largest}",
         help="Where the sections meet: a point, Z its elevation; middle, that of the stations' extent; or largest, the cell "
              "of the largest magnitude below the stations (default: middle)")
-    add("--iteration", metavar="N", type=integer_within(0, 99999), help="Sections of the model stored at iteration N")
+    add("--iteration", metavar="NUMBER", type=integer_within(0, 99999), help="Sections of the model stored at iteration N")
     add("--whole-mesh", action="store_true", help="Sections with padding cells and great depths")
     add("--true", metavar="FILE",
         help="Outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it is there)")
     add("--topography", metavar="FILE", help="Topography; its surface is drawn on the sections")
-    add("--format", metavar="KIND", nargs="+", choices=_FORMATS, help="png, pdf, svg or several (default: png)")
+    add("--format", nargs="+", choices=_FORMATS, help="Formats of the pictures (default: png)")
     add("--dpi", metavar="NUMBER", type=integer_within(30, 1200), help="Pixels per inch (default: 110)")
     add("--colormap", metavar="NAME", help="Colour map of Matplotlib for sections and maps (default: by the values)")
     add("--limits", metavar="LOW,HIGH", help="Limits of the colours of the sections (default: by the values)")

@@ -21,6 +21,9 @@ from .parser import Parser, integer_within, number_from
 PROGRAM = "voxlith-tools"
 
 _EXAMPLES = """\
+A polynomial is fitted by robust least squares. --upward and --wavelength work on equivalent sources: point masses below the
+stations.
+
 Examples:
   voxlith-tools regional gz.obs --order 1 --out residual.obs --picture regional.png
   voxlith-tools regional gz.obs --upward 2000 --out residual.obs
@@ -32,7 +35,7 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} regional", "Separate a regional field from the anomalies of a survey", _EXAMPLES)
     add = parser.add_argument
-    add("file", help="Observed data file")
+    add("file", metavar="FILE", help="Observed data file")
     add("--order", metavar="NUMBER", type=integer_within(0, 3),
         help="Polynomial by robust least squares: 0 a constant, 1 a plane, 2 or 3")
     add("--upward", metavar="METRES", type=number_from(0.0, above=True),

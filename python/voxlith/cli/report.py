@@ -28,12 +28,12 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} report", "Write an interactive report of a run, or follow a run in the browser", _EXAMPLES)
     add = parser.add_argument
-    add("run", metavar="RUN", help="Folder of the run")
+    add("run", metavar="FOLDER", help="Folder of the run")
     add("--out", metavar="FILE", help="HTML file to write (default: report.html in the folder of the run)")
-    add("--control", metavar="NAME", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
+    add("--control", metavar="FILE", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
     add("--title", metavar="TEXT", default="", help="Heading (default: the name of the folder)")
     add("--whole-mesh", action="store_true", help="Show padding cells, too")
-    add("--cells", metavar="N", type=integer_within(1000, 10_000_000), default=MOST_CELLS,
+    add("--cells", metavar="NUMBER", type=integer_within(1000, 10_000_000), default=MOST_CELLS,
         help=f"Coarsen models that have more cells than this (default: {MOST_CELLS})")
     add("--true", metavar="FILE", help="Outlines of true bodies (default: true_bodies.json of the run, if any)")
     add("--topography", metavar="FILE", help="UBC topography file of the ground surface (default: top of active cells)")
@@ -42,7 +42,7 @@ def make_parser() -> Parser:
     add("--tradeoff-table", metavar="FILE", help="Table of trade-off multipliers for the L-curve (default: "
                                                  "voxlith_tradeoff.csv of the run, if any)")
     add("--follow", action="store_true", help="Show the run in the browser while it goes on, until Ctrl+C")
-    add("--port", metavar="N", type=integer_within(0, _HIGHEST_PORT), default=0,
+    add("--port", metavar="NUMBER", type=integer_within(0, _HIGHEST_PORT), default=0,
         help="Port of --follow on this machine (default: a free one)")
     return parser
 

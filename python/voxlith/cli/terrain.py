@@ -22,6 +22,9 @@ PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
 
 _EXAMPLES = """\
+GDAL reads the rasters. A raster is converted to the reference system of the survey, resampled and cropped. Fewer than three
+points, and points along one line, are refused.
+
 Examples:
   voxlith-tools terrain dem.tif --mesh mesh.msh --out topo.txt
   voxlith-tools terrain heights.csv --terrain-crs EPSG:4326 --stations gz.obs --out topo.txt
@@ -33,7 +36,7 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} terrain", "Write points of the ground from a raster or a table", _EXAMPLES)
     add = parser.add_argument
-    add("file", help="GeoTIFF, ESRI ASCII, Surfer or NetCDF raster; CSV with column names; or UBC points")
+    add("file", metavar="FILE", help="GeoTIFF, ESRI ASCII, Surfer or NetCDF raster; CSV with column names; or UBC points")
     add("--mesh", metavar="FILE", help="Mesh file: the points cover its columns")
     add("--stations", metavar="FILE", help="Observed data file: the points cover its stations, in place of --mesh")
     add("--margin", metavar="METRES", type=number_from(0.0), default=0.0, help="Beyond mesh or stations (default: 0)")

@@ -21,31 +21,32 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "obs": "Convert a CSV to observed data, or observed data to a CSV",
     "check": "Look for what would spoil the inversion of a survey",
     "regional": "Separate a regional field from the anomalies of a survey",
-    "terrain": "Write points of the ground from a raster or a table",
     "mesh": "Write a padded mesh below the stations of a survey",
+    "terrain": "Write points of the ground from a raster or a table",
     "mtx": "Compute the sensitivity file of a survey",
     "mtx-join": "Put sensitivity files of some rows each together",
+    "bounds": "Write a bounds file from a lithology model",
     "weights": "Write a weighting file that keeps recovered bodies at their depth",
     "init": "Write a control file with comments for data and sensitivity files",
     "stack": "Put several properties into one model, and any data into one run",
     "unstack": "Split the results of a stacked run by property and type of data",
     "compact": "Run a stacked inversion in rounds: compact bodies, each type of data at its misfit",
-    "bounds": "Write a bounds file from a lithology model",
+    "report": "Write an interactive report of a run (HTML), or follow a run",
+    "export": "Write models and data as geoh5, VTK, GeoTIFF, CSV, GemPy or Tomofast-x",
+    "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",
+    "grid": "Read a grid of GemPy or Tomofast-x into a mesh and a model",
     "predict": "Compute data of a model by prisms, without compression",
     "info": "Print the header of a sensitivity file",
-    "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",
-    "export": "Write models and data as geoh5, VTK, GeoTIFF, CSV, GemPy or Tomofast-x",
-    "grid": "Read a grid of GemPy or Tomofast-x into a mesh and a model",
-    "report": "Write an interactive report of a run (HTML), or follow a run",
 }
 _COMPUTED = ("mtx", "mtx-join", "predict")
 
 
 def help_text() -> str:
     """What ``voxlith-tools --help`` shows."""
-    lines = [f"usage: {PROGRAM} SUBCOMMAND [OPTIONS]", "", "Sensitivity files and synthetic data for voxlith", "",
-             "Options:", "  -h, --help     Show this help and end", "  --version      Show the version and end", "",
-             "Subcommands:"]
+    lines = [f"usage: {PROGRAM} SUBCOMMAND [OPTIONS]", "",
+             "From a survey to a model and its pictures: what stands around an inversion", "",
+             "options:", "  -h, --help     Show this help and end", "  --version      Show the version and end", "",
+             "subcommands, in the order of work:"]
     lines += [f"  {name:<14} {text}" for name, text in SUBCOMMANDS.items()]
     return "\n".join([*lines, "", f"{PROGRAM} SUBCOMMAND --help shows the options of a subcommand, with examples."])
 

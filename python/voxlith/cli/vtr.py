@@ -34,7 +34,7 @@ def make_parser() -> Parser:
     parser = Parser(f"{PROGRAM} vtr", "Write mesh and models as a VTK rectilinear grid (.vtr)", _EXAMPLES)
     add = parser.add_argument
     add("--mesh", metavar="FILE", required=True, help="UBC tensor mesh file")
-    add("--model", metavar="MODEL", nargs="+", action="extend", required=True,
+    add("--model", metavar="[NAME=]FILE", nargs="+", action="extend", required=True,
         help="Model file, or NAME=FILE to name its data; as often as there are models (default of the name: that of the "
              "file)")
     add("--mtx", metavar="FILE", help="Sensitivity file: its inactive cells, above the terrain, become no-data cells")

@@ -14,6 +14,9 @@ from .parser import Parser, number_from
 PROGRAM = "voxlith-tools"
 
 _EXAMPLES = """\
+The weights of the model norm follow the sensitivities of the files, or a power of the depth. Padding cells are not cheaper
+than cells of the core.
+
 Examples:
   voxlith-tools weights --mtx gz.mtx --out weights.txt
   voxlith-tools weights --mtx gz.mtx gzz.mtx --out weights.txt
