@@ -26,15 +26,21 @@ install(EXPORT voxlith_spline_targets FILE voxlith_splineConfig.cmake NAMESPACE 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/voxlith_splineConfigVersion.cmake DESTINATION ${splineConfigFolder})
 
-install(FILES man/voxlith.1 man/voxlith-run.1 man/voxlith-tools.1 man/voxlith-plot.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES man/voxlith.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES man/voxlith-inp.5 man/voxlith-mtx.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)  # the name under which Debian looks for it
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
-# One file serves all programs; the shell looks for it by the name of the program.
-foreach(program voxlith voxlith-run voxlith-tools voxlith-plot)
-    install(FILES completion/voxlith.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program})
-endforeach()
+if(TARGET pages)
+    install(FILES ${manualPages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    # In bash one file serves all programs; the shell looks for it by the name of the program.
+    foreach(program voxlith voxlith-run voxlith-run-mpi voxlith-tools voxlith-plot)
+        install(FILES ${pagesFolder}/completion/voxlith.bash
+                DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program})
+        install(FILES ${pagesFolder}/completion/${program}.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+    endforeach()
+    install(FILES ${pagesFolder}/completion/_voxlith DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME voxlith)

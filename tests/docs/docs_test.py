@@ -24,6 +24,7 @@ from doc_blocks import Session, blocks_of, masked  # noqa: E402
 
 DOCS = os.path.join(ROOT, 'docs')
 MAN = os.path.join(ROOT, 'man')
+MADE_PAGES = ['voxlith-run.1', 'voxlith-tools.1', 'voxlith-plot.1']  # from the help of the programs
 PAGES = ['voxlith.1', 'voxlith-run.1', 'voxlith-tools.1', 'voxlith-inp.5', 'voxlith-mtx.5']
 REFERENCE_PAGES = ['formats.md', 'control-file.md', 'command-line.md', 'log-and-tables.md', 'voxlith-run.md']
 NUMBER_PAGES = ['choosing-parameters.md', 'when-it-does-not-fit.md']
@@ -35,6 +36,11 @@ accept = False
 def read(*path):
     with open(os.path.join(*path)) as f:
         return f.read()
+
+
+def manual_page(name):
+    """A manual page, written by hand or made from the help of its program."""
+    return read(*((build, 'pages', 'man') if name in MADE_PAGES else (MAN,)), name)
 
 
 def without_blocks(text):
@@ -100,8 +106,8 @@ def subcommand_help():
     """Options of each subcommand of voxlith-tools, by its own help."""
     program = os.path.join(build, 'tools', 'voxlith-tools')
     ask = lambda *words: subprocess.run([program, *words, '--help'], check=True, stdout=subprocess.PIPE, text=True, timeout=60).stdout
-    commands = re.findall(r'(?m)^  ([a-z-]+) ', ask().split('Subcommands:')[1])
-    option = r'(?m)^  (?:-\w, ?)?(--[a-z-]+)(?![a-z-]| +Show the version)'
+    commands = re.findall(r'(?m)^  ([a-z-]+) ', ask().split('subcommands,')[1])
+    option = r'(?m)^  (?:-\w, ?)?(--[a-z0-9-]+)(?![a-z0-9-]| +Show the version)'
     return {command: set(re.findall(option, ask(command))) - {'--help'} for command in commands}
 
 
@@ -117,26 +123,26 @@ class Options(unittest.TestCase):
         sections = re.split(r'(?m)^### voxlith-tools ', read(DOCS, 'command-line.md'))[1:]
         documented = {}
         for section in sections:
-            documented[section.split('\n')[0].strip()] = set(re.findall(r'(?m)^\| `(--[a-z-]+)', section))
+            documented[section.split('\n')[0].strip()] = set(re.findall(r'(?m)^\| `(--[a-z0-9-]+)', section))
         self.assertEqual(documented, self.commands)
 
     def test_manual_page(self):
-        page = read(MAN, 'voxlith-tools.1')
+        page = manual_page('voxlith-tools.1')
         sections = re.split(r'(?m)^\.Ss ', page)[1:]
         documented = {}
         for section in sections:
             section = re.split(r'(?m)^\.Sh ', section)[0]
-            options = re.findall(r'(?m)^\.It Fl Fl ([a-z-]+)', section)
+            options = re.findall(r'(?m)^\.It Fl Fl ([a-z0-9-]+)', section)
             documented[section.split('\n')[0].strip()] = {'--' + option for option in options}
         self.assertEqual(documented, self.commands)
 
     def test_options_of_voxlith_run(self):
         """Every option of voxlith-run stands on its page and in its manual page, and no other."""
         shown = subprocess.run([os.path.join(build, 'voxlith-run'), '--help'], check=True, stdout=subprocess.PIPE, text=True).stdout
-        options = set(re.findall(r'(?m)^  (?:-\w,)?(--[a-z-]+)', shown))
+        options = set(re.findall(r'(?m)^  (?:-\w, )?(--[a-z-]+)', shown))
         self.assertIn('--continue', options)
         self.assertEqual(set(re.findall(r'(?m)^\| `(--[a-z-]+)', read(DOCS, 'voxlith-run.md'))), options)
-        self.assertEqual({'--' + name for name in re.findall(r'(?m)^\.It Fl Fl ([a-z-]+)', read(MAN, 'voxlith-run.1'))}, options)
+        self.assertEqual({'--' + name for name in re.findall(r'(?m)^\.It (?:Fl h , )?Fl Fl ([a-z-]+)', manual_page('voxlith-run.1'))}, options)
 
     def test_keywords(self):
         source = read(ROOT, 'src', 'driver', 'command_line.cpp')
@@ -370,11 +376,11 @@ class Modules(unittest.TestCase):
 
 class ManualPages(unittest.TestCase):
     def test_no_warnings(self):
-        pages = sorted(os.listdir(MAN))
+        pages = sorted(name for name in os.listdir(MAN) if not name.endswith('.in')) + MADE_PAGES
         self.assertGreaterEqual(set(pages), set(PAGES))
         for page in pages:
             with self.subTest(page=page):
-                done = subprocess.run(['groff', '-mandoc', '-Tutf8', '-ww', os.path.join(MAN, page)], stdout=subprocess.PIPE,
+                done = subprocess.run(['groff', '-mandoc', '-Tutf8', '-ww'], input=manual_page(page), stdout=subprocess.PIPE,
                                       stderr=subprocess.PIPE, text=True, timeout=60)
                 self.assertEqual((done.returncode, done.stderr), (0, ''))
                 self.assertGreater(len(done.stdout.splitlines()), 60)
@@ -384,7 +390,7 @@ class ManualPages(unittest.TestCase):
             name, section = page.rsplit('.', 1)
             for other in PAGES:
                 if other != page:
-                    self.assertIn('.Xr %s %s' % (name, section), read(MAN, other))
+                    self.assertIn('.Xr %s %s' % (name, section), manual_page(other))
 
 
 add_page_tests(Commands, REFERENCE_PAGES)

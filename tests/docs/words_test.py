@@ -40,7 +40,7 @@ AVOIDED = [
 
 
 def pages():
-    patterns = ['README.md', 'CONTRIBUTING.md', 'docs/**/*.md', 'man/*.[1-9]', 'bench/*.md', 'fuzz/*.md', 'examples/**/*.md']
+    patterns = ['README.md', 'CONTRIBUTING.md', 'docs/**/*.md', 'man/*.[1-9]', 'man/*.[1-9].in', 'bench/*.md', 'fuzz/*.md', 'examples/**/*.md']
     return sorted(path for pattern in patterns for path in glob.glob(os.path.join(ROOT, pattern), recursive=True))
 
 
@@ -51,7 +51,8 @@ def prose_lines(path):
     blank = lambda match: re.sub(r'[^\n]', ' ', match.group(0))  # noqa: E731
     text = re.sub(r'(?ms)^```.*?^```$', blank, text)
     text = re.sub(r'(?s)<!--.*?-->', blank, text)
-    if re.search(r'[.][1-9]$', path):
+    if re.search(r'[.][1-9]([.]in)?$', path):
+        text = re.sub(r'(?m)^@\w+@$', '', text)
         text = re.sub(r'(?ms)^[.]Bd.*?^[.]Ed$', blank, text)
         text = re.sub(r'(?m)^[.]([A-Z][a-z]|\\").*$', '', text)
     text = re.sub(r'`[^`\n]*`', 'code', text)

@@ -74,7 +74,8 @@ class Package(unittest.TestCase):
         for name in ("bin/voxlith", "bin/voxlith-run", "bin/voxlith-tools", "bin/voxlith-plot", "share/man/man1/voxlith.1",
                      "share/man/man1/voxlith-run.1", "share/man/man1/voxlith-tools.1", "share/man/man1/voxlith-plot.1", "share/man/man5/voxlith-inp.5", "share/man/man5/voxlith-mtx.5",
                      "share/doc/voxlith/LICENSE", "share/doc/voxlith/copyright", "share/doc/voxlith/CHANGELOG.md", "share/doc/voxlith/docs/formats.md",
-                     "share/bash-completion/completions/voxlith-tools", "include/voxlith_spline.h",
+                     "share/bash-completion/completions/voxlith-tools", "share/zsh/vendor-completions/_voxlith",
+                     "share/fish/vendor_completions.d/voxlith-tools.fish", "include/voxlith_spline.h",
                      "libexec/voxlith/voxlith-forward", "lib/python3/dist-packages/voxlith/py.typed",
                      "lib/python3/dist-packages/voxlith/io/mtx_file.py", "lib/python3/dist-packages/voxlith/cli/tools.py",
                      "lib/python3/dist-packages/voxlith/report/page/report.js"):

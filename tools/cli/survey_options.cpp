@@ -181,7 +181,8 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
         .add_option_function<std::string>(
             "--magnetisation",
             [&options](const std::string& text) { options.magnetisation = parseMagnetisation(text); },
-            "Direction in which the cells are magnetised: an axis, or inclination and declination in degrees (default: "
+            "Direction in which the cells are magnetised: x east, y north, z down, or inclination and declination in "
+            "degrees (default: "
             "along the field); nT for a magnetisation of 1 SI times the inducing field")
         ->type_name("INCL,DECL|{x,y,z}");
     command.add_flag("--boreholes", options.boreholes, "Stations may be below the surface and among the cells");
@@ -189,8 +190,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
         .add_option_function<std::string>(
             "--cavity", [&options](const std::string& text) { options.cavity = parseCavity(text); },
             "Cavity around a sensor inside a cell: needle (the field H of the rock), sphere, disc (B of the rock), or "
-            "the "
-            "direction of a borehole in degrees (default: needle)")
+            "the direction of a borehole in degrees (default: needle)")
         ->type_name("INCL,DECL|{needle,sphere,disc}");
     CLI::Option* const topography =
         command

@@ -39,10 +39,10 @@ PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
 
 _EXAMPLES = """\
-In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, other units, a
-constant offset, a regional trend. In the stations: duplicates that differ, degrees, positions beside or below the mesh, in
-the ground, or in another order than in the sensitivity file. With --date: a field that is not that of the place. Each
-finding has a severity, the stations and what to do.
+In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, missing data, other
+units, a constant offset, a regional trend. In the stations: duplicates that differ, degrees, positions beside or below the
+mesh, in the ground, or in another order than in the sensitivity file. With --date: a field that is not that of the place.
+With --mtx or --control: a background value that rocks do not have. Each finding has a severity, the stations and what to do.
 
 Examples:
   voxlith-tools check gz.obs --mesh mesh.msh

@@ -41,8 +41,7 @@ _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background")
 
 _EXAMPLES = """\
-It says why it chose its values. With gravity and magnetic files together the products with the second model get a factor
-with which one trade-off serves both models.
+It says why it chose its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
 
 Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx

@@ -67,8 +67,8 @@ def make_parser() -> Parser:
         help="auto, or the unit in which each property is counted (default: auto, by a first model of each)")
     add("--bounds", metavar="BOUNDS", nargs="+",
         help="lower,upper, a bounds file, or null: one for all or one for each property (default: null)")
-    add("--start", metavar="MODEL", nargs="+", help="Starting model, numbers or files (default: 0)")
-    add("--reference", metavar="MODEL", nargs="+", help="Reference model, numbers or files (default: 0)")
+    add("--start", metavar="FILE", nargs="+", help="Starting model: files or numbers (default: 0)")
+    add("--reference", metavar="FILE", nargs="+", help="Reference model: files or numbers (default: 0)")
     add("--smallness", metavar="NUMBER", nargs="+",
         help="Factor of the smallness of each property (default: 1); above 1 it keeps a component of the magnetisation small")
     add("--weights", choices=["auto", "none"], default="auto",
