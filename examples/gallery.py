@@ -39,6 +39,10 @@ class Mesh:
                     yield p, x, y, d
                     p += 1
 
+    def volumes(self):
+        """The volume of each cell in file order."""
+        return [e * n * d for n in self.north for e in self.east for d in self.down]
+
     def model(self, bodies, background=0.0):
         values = [background] * (self.nx * self.ny * self.nz)
         for p, x, y, d in self.cells():
@@ -57,6 +61,10 @@ class Body:
     def holds(self, x, y, d, slack=0.0):
         return (self.east[0] - slack <= x <= self.east[1] + slack and self.north[0] - slack <= y <= self.north[1] + slack
                 and self.depth[0] - slack <= d <= self.depth[1] + slack)
+
+    def volume(self):
+        sides = [high - low for low, high in (self.east, self.north, self.depth)]
+        return sides[0] * sides[1] * sides[2]
 
     def centre(self):
         return tuple(0.5 * (a + b) for a, b in (self.east, self.north, self.depth))
@@ -218,6 +226,29 @@ def peak_near(mesh, values, body, others):
     return best
 
 
+def recovered_body(mesh, values, body, others):
+    """What was recovered near a body, as in peak_near: the centre of the cells whose value is at least half the peak, weighted by
+    value and volume (x, y, depth), and the sum of value times volume up to the longest side of the body away from it."""
+    def distance(b, x, y):
+        cx, cy, _ = b.centre()
+        return (x - cx) ** 2 + (y - cy) ** 2
+    peak = peak_near(mesh, values, body, others)[0]
+    around = max(high - low for low, high in (body.east, body.north, body.depth))
+    total, weights, sums = 0.0, 0.0, [0.0, 0.0, 0.0]
+    for (p, x, y, d), volume in zip(mesh.cells(), mesh.volumes()):
+        if any(distance(o, x, y) < distance(body, x, y) for o in others):
+            continue
+        total += values[p] * volume if body.holds(x, y, d, around) else 0.0
+        if values[p] / peak >= 0.5:
+            weights += values[p] * volume
+            sums = [s + values[p] * volume * c for s, c in zip(sums, (x, y, d))]
+    return tuple(s / weights for s in sums) + (total,)
+
+
+# Of each unit of a model, the heading of the sum of value times volume and what divides it: g/cm3 times m3 is tonnes.
+EXCESS = {'g/cm3': ('excess mass Mt', 1.0e6), 'SI': ('SI x volume 1e6 m3', 1.0e6)}
+
+
 class Report:
     """The table at the end of an example, and what `--check` holds it to."""
 
@@ -233,14 +264,17 @@ class Report:
         self.require(progress[-1][1] < limit, 'RMS misfit %.3f is not below %g' % (progress[-1][1], limit))
 
     def bodies(self, mesh, values, bodies, unit):
-        """True centres beside recovered peaks; each peak must lie inside its body."""
-        print('\n%-14s %28s %30s %22s' % ('body', 'true centre (x, y, depth)', 'recovered peak (x, y, depth)', 'true, peak ' + unit))
+        """Centre, excess and peak of each body, true and recovered; each peak must lie inside its body."""
+        excess = EXCESS[unit]
+        print('\n%-24s %8s %8s %8s %16s %12s' % ('', 'x m', 'y m', 'depth m', excess[0], 'peak ' + unit))
         for body in bodies:
-            value, x, y, d = peak_near(mesh, values, body, [b for b in bodies if b is not body])
-            cx, cy, cd = body.centre()
+            others = [b for b in bodies if b is not body]
+            value, x, y, d = peak_near(mesh, values, body, others)
+            cx, cy, cd, volume = recovered_body(mesh, values, body, others)
+            numbers = '%-24s %8.0f %8.0f %8.0f %16.3g %12.3g'
+            print(numbers % ((body.name + ', true',) + body.centre() + (body.value * body.volume() / excess[1], body.value)))
             inside = body.holds(x, y, d)
-            print('%-14s %10.0f %8.0f %8.0f %12.0f %8.0f %8.0f %11.4g %10.4g%s'
-                  % (body.name, cx, cy, cd, x, y, d, body.value, value, '' if inside else '   outside the body'))
+            print(numbers % ('  recovered', cx, cy, cd, volume / excess[1], value) + ('' if inside else '   outside the body'))
             self.require(inside, 'the peak of %s lies outside the body' % body.name)
 
     def components(self, names, values, limit):

@@ -41,6 +41,10 @@ Each gets a [report](report.md), `report.html` in its folder.
 `python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
 those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the
 machine. [pictures-of-a-run.md](pictures-of-a-run.md) shows how to read the pictures.
+
+The tables compare each body with what was recovered nearest to it. The centre is that of the cells above half the peak. The
+excess mass is the sum of density contrast times volume, up to the longest side of the body away from it. A smooth model
+spreads a body, so the recovered peak is lower than the true contrast; position, depth and excess mass are what to look at.
 """
 
 
