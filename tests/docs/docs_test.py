@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents and the manual pages to the programs.
 
-    docs_test.py --build DIR [--accept] [Commands | Numbers | Options | Messages | Stops | Links | Compatibility | Modules | ManualPages ...]
+    docs_test.py --build DIR [--accept] [Commands | Readme | Numbers | Options | Messages | Stops | Links | Compatibility | Modules | ManualPages ...]
 
 The commands in docs/ are run and what the documents show is compared with what the programs leave; options, messages and links are
 compared with the programs, the sources and the files. --accept writes what the programs leave into the documents.
@@ -91,6 +91,41 @@ class PageTest(unittest.TestCase):
 
 class Commands(PageTest):
     """The pages of reference."""
+
+
+class Readme(unittest.TestCase):
+    """The tables and commands of the README."""
+
+    def section(self, heading):
+        return read(ROOT, 'README.md').split('\n## %s\n' % heading)[1].split('\n## ')[0]
+
+    def test_table_is_that_of_the_first_example(self):
+        """The gallery shows what the example says, and its own test runs the example."""
+        chapter = read(DOCS, 'gallery.md').split('\n## two_blocks\n')[1].split('\n## ')[0]
+        shown = re.search(r'(?s)```\n(RMS misfit.*?)\n```', read(ROOT, 'README.md')).group(1)
+        self.assertGreater(len(shown.splitlines()), 5)
+        self.assertIn(shown, chapter)
+
+    def test_scripts_are_there(self):
+        for script in set(re.findall(r'\bscripts/[a-z-]+', read(ROOT, 'README.md'))):
+            with self.subTest(script=script):
+                self.assertTrue(os.access(os.path.join(ROOT, script), os.X_OK))
+
+    def test_own_survey(self):
+        """The lines to a first own survey, with the table of the gravity tutorial as the survey."""
+        commands = re.search(r'(?s)```sh\n(.*?)\n```', self.section('Your own survey')).group(1)
+        folder = tempfile.mkdtemp(prefix='voxlith-docs-')
+        try:
+            shutil.copy(os.path.join(DOCS, 'tutorial', 'gravity.csv'), os.path.join(folder, 'survey.csv'))
+            path = build + os.pathsep + os.path.join(build, 'tools') + os.pathsep + os.environ['PATH']
+            done = subprocess.run(['sh', '-e', '-c', commands], cwd=folder, env=dict(os.environ, PATH=path), text=True,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=600)
+            self.assertEqual(done.returncode, 0, done.stdout)
+            made = os.listdir(folder)
+            for name in ('voxlith.den', 'voxlith_tradeoff.csv', 'plots'):
+                self.assertIn(name, made)
+        finally:
+            shutil.rmtree(folder)
 
 
 class Numbers(PageTest):
