@@ -10,6 +10,7 @@
 #include "driver/run_steps.h"
 #include "inversion/gradient.h"
 #include "inversion/objective.h"
+#include "run/convergence/converged_mode.h"
 #include "run/progress_line.h"
 
 namespace voxlith {
@@ -57,16 +58,59 @@ std::string timeText(double seconds) {
     return text;
 }
 
+std::string shorterToLonger(double shorter, double longer) {
+    return "about " + timeText(shorter) + " to " + timeText(longer);
+}
+
+std::string describeIterations(const InversionProblem& problem, std::int32_t iterations) {
+    const double iteration = evaluationsPerIteration * secondsOfEvaluation(problem);
+    return row("one iteration", "about " + timeText(iteration)) +
+           row(count(iterations, "iteration").c_str(), "about " + timeText(iteration * iterations));
+}
+
+// Products until the end, on the examples and on a million cells, for each product definition.
+struct ProductRange {
+    double least = 0, most = 0;
+};
+
+ProductRange expectedProducts(const RunOptions& options) {
+    if (options.modelNorm != ModelNorm::smooth) {
+        return {1000.0, 2500.0};
+    }
+    return options.targetRms ? ProductRange{200.0, 400.0} : ProductRange{100.0, 400.0};
+}
+
+std::string describeConvergedRun(RunState& run, const RunOptions& options, const InversionProblem& problem) {
+    constexpr NewtonLimits shortStep{0.1, 2};
+    ConvergedMode mode;
+    mode.state.settings = convergedSettingsOf(options);
+    InversionLoop loop{problem, run.messages, run.progressTable};
+    prepareConvergedMode(mode, problem);
+    beginConvergedMode(mode, loop, {run.control.inversion, run.weights});
+    const std::int64_t before = mode.work.data.productCount;
+    const double start = clockSeconds();
+    const std::span<const double> model = std::span(problem.arrays.model).first(problem.modelSize());
+    takeNewtonStep(problem, mode.work, evaluateObjective(problem, mode.work, model), shortStep);
+    const double product = (clockSeconds() - start) / static_cast<double>(mode.work.data.productCount - before);
+    const ProductRange each = expectedProducts(options);
+    const auto definitions = static_cast<double>(problem.products.products.size());
+    const ProductRange all{each.least * definitions, each.most * definitions};
+    char products[64];
+    std::snprintf(products, sizeof products, "%.0f to %.0f by experience, ", all.least, all.most);
+    return row("one product", "about " + timeText(product) + ", with its share of a step") +
+           row("products", products + shorterToLonger(product * all.least, product * all.most));
+}
+
 }  // namespace
 
-std::string describeRun(RunState& run) {
+std::string describeRun(RunState& run, const RunOptions& options) {
     const InversionProblem problem = inversionProblemOf(run);
-    const double iteration = evaluationsPerIteration * secondsOfEvaluation(problem);
+    const std::string steps = options.untilConverged ? describeConvergedRun(run, options, problem)
+                                                     : describeIterations(problem, run.control.inversion.maxIterations);
     const MeshGeometry& mesh = run.mesh;
     const std::string cells = count(static_cast<std::int64_t>(mesh.cellCount()), "cell") + " (" +
                               std::to_string(mesh.nx) + " x " + std::to_string(mesh.ny) + " x " +
                               std::to_string(mesh.nz) + ")";
-    const std::int32_t iterations = run.control.inversion.maxIterations;
     std::string text = run.control.controlFileName + ": everything can be read\n";
     text += row("data", count(run.obs.nData, "station") + ", " + count(run.obs.nDataTypes, "component"));
     text += row("model", cells + ", " + count(run.control.inversion.nModelTypes, "model type"));
@@ -76,9 +120,7 @@ std::string describeRun(RunState& run) {
     char memory[32];
     std::snprintf(memory, sizeof memory, "%.0f MB", megabytesUsed());
     text += row("memory", memory);
-    text += row("one iteration", "about " + timeText(iteration));
-    text += row(count(iterations, "iteration").c_str(), "about " + timeText(iteration * iterations));
-    return text;
+    return text + steps;
 }
 
 }  // namespace voxlith

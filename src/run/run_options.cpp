@@ -76,6 +76,10 @@ std::string unknownOption(const CLI::App& app) {
 
 }  // namespace
 
+ConvergedSettings convergedSettingsOf(const RunOptions& options) {
+    return {options.targetRms, options.rms, options.tolerance, options.perComponent, options.modelNorm};
+}
+
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
     CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", options.program);
     useHelpLayout(app);

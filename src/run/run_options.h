@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "run/convergence/sparse_norm.h"
+#include "run/convergence/converged_mode.h"
 
 namespace voxlith {
 
@@ -27,6 +27,8 @@ struct RunOptions {
     std::size_t threads = 1;
     std::size_t smallestPiece = 4096;  // see Workers; tests make it 1, so that small problems are shared, too
 };
+
+ConvergedSettings convergedSettingsOf(const RunOptions& options);
 
 enum class ParseResult {
     run,    // `options` say what to run

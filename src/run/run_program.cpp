@@ -198,7 +198,8 @@ RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture&
     run.messages.checkOnly = true;
     readInputs(run, arguments);
     readSurveyChecked(run);
-    const std::string report = describeRun(run);
+    checkConvergedSettings(convergedSettingsOf(options), run.obs);
+    const std::string report = describeRun(run, options);
     releaseScreen(capture);
     if (!options.quiet && isFirstRank()) {
         // Line by line: a terminal is shown control characters as text.
@@ -223,6 +224,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
         removeCheckpoint();
     }
     readSurveyChecked(run);
+    checkConvergedSettings(convergedSettingsOf(options), run.obs);
     openProgressOfRanks(run, resumed);
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
@@ -236,7 +238,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     beginOutput(output, options, problem, run.control.iRestart > 0);
     keepIterations();
     ConvergedMode mode;
-    mode.state.settings = {options.targetRms, options.rms, options.tolerance, options.perComponent, options.modelNorm};
+    mode.state.settings = convergedSettingsOf(options);
     beginLoop(loop, output, run, options.untilConverged ? &mode : nullptr);
     const bool completed = options.untilConverged
                                ? iterateConverged(loop, output, mode, {run.control.inversion, run.weights})

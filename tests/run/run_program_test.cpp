@@ -370,6 +370,15 @@ TEST(RunProgram, checksWithoutWriting) {
     EXPECT_TRUE(contains(result.screen, "model:            36 cells (4 x 3 x 3), 1 model type\n")) << result.screen;
     EXPECT_TRUE(contains(result.screen, "3 iterations:     about ")) << result.screen;
 
+    const ProgramResult converged = runOf(folder, {"voxlith.inp", "--check", "--target-rms"});
+    EXPECT_EQ(converged.exitStatus, 0) << converged.errors;
+    EXPECT_EQ(namesIn(folder), before);
+    EXPECT_TRUE(contains(converged.screen, "products:         200 to 400 by experience, about ")) << converged.screen;
+    EXPECT_FALSE(contains(converged.screen, "iteration")) << converged.screen;
+    const ProgramResult single = runOf(folder, {"voxlith.inp", "--check", "--target-rms", "--per-component"});
+    EXPECT_EQ(single.exitStatus, 2);
+    EXPECT_EQ(single.errors, "voxlith-run: --per-component: the data have one component\n");
+
     folder.write("voxlith.inp", ControlLines().set(6, "missing.mod").text());
     const ProgramResult stopped = runOf(folder, {"voxlith.inp", "--check"});
     EXPECT_EQ(stopped.exitStatus, 1);

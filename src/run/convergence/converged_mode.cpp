@@ -30,12 +30,6 @@ double rmsOf(const InversionProblem& problem) {
     return count > 0.0 ? std::sqrt(squares / count) : 0.0;
 }
 
-void checkSettings(const ConvergedSettings& settings, const InversionProblem& problem) {
-    if (settings.perComponent && problem.obs.nDataTypes == 1) {
-        throw RunError("--per-component: the data have one component");
-    }
-}
-
 // The objective at the model, from the terms of the loop; obs.predData belongs to them.
 ScaledObjective currentObjective(ConvergedMode& mode, const InversionLoop& loop) {
     ScaledObjective current;
@@ -261,6 +255,12 @@ std::vector<StateBlock> blocksOf(ConvergedMode& mode) {
             blockOfArray("sparse model", std::span(mode.sparseModel), mode.state.phase == ConvergedPhase::sparse)};
 }
 
+void checkConvergedSettings(const ConvergedSettings& settings, const ObsSet& obs) {
+    if (settings.perComponent && obs.nDataTypes == 1) {
+        throw RunError("--per-component: the data have one component");
+    }
+}
+
 void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) {
     mode.state.components = makeComponentSearch();
     if (mode.state.settings.modelNorm != ModelNorm::smooth) {
@@ -271,7 +271,6 @@ void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) 
 void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     const InversionProblem& problem = loop.problem;
     ConvergedState& state = mode.state;
-    checkSettings(state.settings, problem);
     mode.work = prepareNewton(problem);
     scaleComponents(mode);
     if (state.settings.modelNorm != ModelNorm::smooth) {

@@ -78,6 +78,9 @@ struct ConvergedRecords {
     SmoothnessWeights& weights;
 };
 
+// Throws RunError for settings that make no sense for these data.
+void checkConvergedSettings(const ConvergedSettings& settings, const ObsSet& obs);
+
 // Sizes what the blocks of a checkpoint hold.
 void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem);
 
@@ -87,7 +90,7 @@ std::vector<StateBlock> blocksOf(ConvergedMode& mode);
 
 // Brings the model within its bounds and, for a new search, sets the first trade-off in the options, which must be
 // those of the loop's problem. A mode whose state was put back from a checkpoint goes on from it. Throws RunError for
-// data without an exact gradient, and for settings that these data cannot have.
+// data without an exact gradient.
 void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records);
 
 // One Newton step with the trade-off of the state: changes arrays.model, obs.predData, iterTerms and
