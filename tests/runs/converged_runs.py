@@ -68,6 +68,27 @@ def check_starts(program, folder, failures):
     failures.check(apart <= 0.01 * largest, 'seven starts: models %.2g apart, largest value %.3g' % (apart, largest))
 
 
+def check_compact(build, folder, failures):
+    """Two blocks with depth weights: volumes above half the peak and peaks of a compact model."""
+    subprocess.run([os.path.join(build, 'tools', 'voxlith-tools'), 'init', '--data', 'gz.obs', '--mtx', 'gz.mtx', '--sign', 'positive',
+                    '--weights', 'auto', '--force'], cwd=folder, check=True, stdout=subprocess.DEVNULL)
+    run(os.path.join(build, 'voxlith-run'), folder, '--target-rms', '1', '--model-norm', 'compact')
+    with open(os.path.join(folder, 'voxlith.aux')) as f:
+        misfit = float(f.read().split('\n')[-2].split()[1])
+    failures.check(0.98 <= misfit <= 1.02, 'compact: RMS misfit %.4f' % misfit)
+    model = model_of(folder)
+    with open(os.path.join(folder, 'true.den')) as f:
+        true = [float(value) for value in f.read().split()]
+    for value in sorted(set(true) - {0.0}):
+        body = [n for n, found in enumerate(true) if found == value]
+        # Cells nearer to this block than to the other one: the blocks lie on either side of the diagonal of the map.
+        south_west = (body[0] // 16 % 32) + body[0] // 512 < 31
+        near = [found for n, found in enumerate(model) if ((n // 16 % 32) + n // 512 < 31) == south_west]
+        peak, volume = max(near), sum(found > 0.5 * max(near) for found in near)
+        failures.check(abs(peak - value) <= 0.2 * value, 'compact: peak %.3f for %g' % (peak, value))
+        failures.check(abs(volume - len(body)) <= 0.3 * len(body), 'compact: %d cells for %d' % (volume, len(body)))
+
+
 def check_stop(program, folder, failures):
     """A run that is stopped and continued until it completes leaves the bytes of one that never stopped."""
     run(program, folder, '--target-rms', '1')
@@ -107,6 +128,7 @@ def main():
             check_target(program, name, folder, failures)
         check_starts(program, os.path.join(work, 'two_blocks'), failures)
         check_stop(program, os.path.join(work, 'two_blocks'), failures)
+        check_compact(build, os.path.join(work, 'two_blocks'), failures)
     return 1 if failures else 0
 
 
