@@ -43,12 +43,17 @@ off_t writtenLength(int handle, off_t length) {
 
 // A power failure may have left zero bytes in place of the last lines: space that the file had got and whose content
 // did not reach the disk. A run that was killed may have left half a line, to which the next line must not be joined.
+// What is no regular file has no lines to continue, and a pipe that nobody reads would hold the program up when full.
 bool completeLastLine(int handle) {
     struct stat state {};
     if (::fstat(handle, &state) != 0) {
         return false;
     }
-    const off_t length = S_ISREG(state.st_mode) ? writtenLength(handle, state.st_size) : 0;
+    if (!S_ISREG(state.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    const off_t length = writtenLength(handle, state.st_size);
     if (length < 0 || (length < state.st_size && ::ftruncate(handle, length) != 0)) {
         return false;
     }

@@ -1,6 +1,7 @@
 #include "base/staged_files.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,9 +59,20 @@ void keepPrevious(const StagedFile& file) {
     static_cast<void>(::link(file.name.data(), hidden.data()));
 }
 
+// A file that is shorter than the version before is what a power failure left. The version before is then all there is.
+bool isWorthMore(const StagedFile& file) {
+    struct stat hidden {
+    }, present{};
+    return ::lstat(hiddenNameOf(file).data(), &hidden) == 0 && ::lstat(file.name.data(), &present) == 0 &&
+           hidden.st_size > present.st_size;
+}
+
 void publish(StagedFile& file) {
     if (file.previous == PreviousVersion::kept) {
-        keepPrevious(file);
+        file.earlierStays = file.earlierStays || (!file.published && isWorthMore(file));
+        if (!file.earlierStays) {
+            keepPrevious(file);
+        }
         file.published = true;
     }
     if (std::rename(file.temporaryName.data(), file.name.data()) != 0) {
@@ -88,7 +100,7 @@ void syncFolders(std::span<const StagedFile> files) {
 }
 
 void removeHidden(const StagedFile& file) {
-    if (file.published) {
+    if (file.published && !file.earlierStays) {
         ::unlink(hiddenNameOf(file).data());
     }
 }

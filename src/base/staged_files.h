@@ -1,7 +1,8 @@
 // Files that a run replaces again and again: its running models and their like. Each new version is written whole under
 // a temporary name (staged). At most every few seconds the staged versions are published: brought to the disk and
 // renamed, so that fast iterations do not wait for the disk and no file is ever empty or half written, not even after a
-// power failure. While the run lasts, the version before stays as a hidden file beside each.
+// power failure. While the run lasts, the version before stays as a hidden file beside each. Where an earlier run left
+// a hidden version that is longer than the file, that one stays until removePreviousVersions is called.
 //
 //     StagedFiles staged;
 //     OutputFile file;
@@ -30,7 +31,8 @@ enum class PreviousVersion { dropped, kept };
 struct StagedFile {
     int handle = -1;  // open until published: it holds the lock on the temporary file
     PreviousVersion previous = PreviousVersion::dropped;
-    bool published = false;  // at least once
+    bool published = false;     // at least once
+    bool earlierStays = false;  // the hidden version is that of an earlier run, whose file had been damaged
     std::array<char, 1024> name{};
     std::array<char, 1064> temporaryName{};
 };

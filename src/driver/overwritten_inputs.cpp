@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/free_format.h"
+#include "base/staged_files.h"
 #include "base/tokens.h"
 #include "formats/apparent_density_table.h"
 #include "formats/short_name.h"
@@ -37,10 +38,13 @@ bool isSameFile(const std::string& a, const std::string& b) {
            first.st_ino == second.st_ino;
 }
 
+// The hidden version before an output counts as that output.
 void refuseIfSame(const InputFile& input, std::string_view output) {
-    if (isSameFile(input.name, std::string(output))) {
-        throw RunError(input.where + ": the " + std::string(input.kind) + " \"" + input.name +
-                       "\" would be overwritten by the output " + std::string(output));
+    for (const std::string& name : {std::string(output), previousVersionName(output)}) {
+        if (isSameFile(input.name, name)) {
+            throw RunError(input.where + ": the " + std::string(input.kind) + " \"" + input.name +
+                           "\" would be overwritten by the output " + name);
+        }
     }
 }
 

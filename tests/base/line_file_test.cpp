@@ -71,6 +71,10 @@ TEST(LineFile, reportsWhyItCannotBeOpened) {
     EXPECT_EQ(errno, ENOENT);
     EXPECT_FALSE(openLineFile(file, folder.path().string(), LineFileMode::create));
     EXPECT_EQ(errno, EISDIR);
+    const std::string pipe = folder.file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(openLineFile(file, pipe, LineFileMode::append));
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_FALSE(openLineFile(file, std::string(5000, 'n'), LineFileMode::create));
     EXPECT_EQ(errno, ENAMETOOLONG);
     EXPECT_FALSE(openLineFile(file, "", LineFileMode::create));

@@ -69,6 +69,24 @@ TEST(StagedFiles, keepTheVersionBeforeWhileTheRunLasts) {
     EXPECT_EQ(namesIn(folder), std::vector<std::string>{"a.rho"});
 }
 
+TEST(StagedFiles, keepTheVersionBeforeADamagedFile) {
+    TemporaryFolder folder;
+    const std::string name = folder.write("a.rho", "1 2");
+    const std::string hidden = folder.write(".a.rho.previous", "1 2 3 4");
+    {
+        StagedFiles staged;
+        for (const char* content : {"5 6 7 8", "6 7 8 9"}) {
+            stage(name, content, staged);
+            publishStagedFiles(staged);
+            EXPECT_EQ(folder.read("a.rho"), content);
+            EXPECT_EQ(folder.read(".a.rho.previous"), "1 2 3 4");
+        }
+    }
+    EXPECT_EQ(folder.read(".a.rho.previous"), "1 2 3 4") << "the run has not said that it ended well";
+    removePreviousVersions(folder.file("a"));
+    EXPECT_EQ(namesIn(folder), std::vector<std::string>{"a.rho"});
+}
+
 TEST(StagedFiles, withoutAVersionBeforeLeaveNoHiddenFile) {
     TemporaryFolder folder;
     StagedFiles staged;

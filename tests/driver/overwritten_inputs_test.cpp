@@ -34,8 +34,9 @@ void expectRefusal(const TemporaryFolder& folder, const std::string& controlFile
 }
 
 TEST(OverwrittenInputs, dataFileUnderANameOfAnOutput) {
-    for (const std::string output : {"voxlith.pre", "voxlith.log", "voxlith.aux", "voxlith_grad.mod",
-                                     "voxlith_error.dat", "voxlith.den", "voxlith.rho", "voxlith.sus"}) {
+    for (const std::string output :
+         {"voxlith.pre", ".voxlith.pre.previous", ".voxlith.rho.previous", "voxlith.log", "voxlith.aux",
+          "voxlith_grad.mod", "voxlith_error.dat", "voxlith.den", "voxlith.rho", "voxlith.sus"}) {
         TemporaryFolder folder;
         writeSurvey(folder, ControlLines().set(4, output + " ! data"));
         rename(folder, "obs.dat", output);
