@@ -114,6 +114,7 @@ bool namesFile(std::string_view text) {
 }
 
 // Values in the file, counted up to `most`. A file that cannot be opened is left to its reader, and so is bad text.
+// Throws RunError at a value that is no number.
 std::int64_t countValues(const std::string& name, std::int64_t most) {
     TextInput input;
     if (!openTextInput(input, name)) {
@@ -124,7 +125,13 @@ std::int64_t countValues(const std::string& name, std::int64_t most) {
     std::int64_t left = most;
     while (left > 0 && read.status == ReadStatus::good) {
         const auto next = std::min<std::int64_t>(left, static_cast<std::int64_t>(block.size()));
+        block.fill(0.0);
         readValues(read, std::span(block).first(static_cast<std::size_t>(next)));
+        const auto bad = std::find_if(block.begin(), block.end(), [](double value) { return std::isnan(value); });
+        if (bad != block.end()) {
+            throw RunError(name + ": value " + std::to_string(most - left + (bad - block.begin()) + 1) +
+                           ": expected a number, found nan");
+        }
         left -= next;
     }
     return read.status == ReadStatus::endOfText ? read.valuesRead : most;

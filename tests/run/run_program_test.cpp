@@ -92,6 +92,13 @@ TEST(RunProgram, refusesWrongUseWithOneLineAndStatus2) {
     }
 }
 
+TEST(RunProgram, namesAWrongOptionBeforeAMissingOne) {
+    const TemporaryFolder folder;
+    const ProgramResult result = runOf(folder, {"--contineu"});
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(result.errors, "voxlith-run: --contineu: no such option\n");
+}
+
 TEST(RunProgram, endsAStopByAMessageWithStatus1) {
     const TemporaryFolder folder;
     writeRunSurvey(folder, ControlLines().set(6, "missing.mod"));
@@ -225,6 +232,9 @@ TEST(RunProgram, refusesModelsAndBoundsWithoutAValueForEachCell) {
         EXPECT_EQ(result.exitStatus, 2) << line;
         EXPECT_EQ(result.errors, "voxlith-run: cells.txt: expected " + std::to_string(complete) + " values, found " +
                                      std::to_string(complete - 1) + "\n");
+        folder.write("cells.txt", valuesText(complete - 2) + "NaN\n0.01\n");
+        EXPECT_EQ(runOf(folder, {"voxlith.inp"}).errors,
+                  "voxlith-run: cells.txt: value " + std::to_string(complete - 1) + ": expected a number, found nan\n");
         folder.write("cells.txt", valuesText(complete));
         EXPECT_EQ(runOf(folder, {"voxlith.inp"}).exitStatus, 0) << line;
     }
