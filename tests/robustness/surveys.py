@@ -88,7 +88,7 @@ def write_inputs(folder, tools):
                                    ('record.mtx', 'gz.obs', 'gz', ['--form', 'record']),
                                    ('dense.mtx', 'gz.obs', 'gz', ['--tolerance', '1e-7'])):
         subprocess.run([tools, 'mtx', '--mesh', 'survey.msh', '--stations', data, '--type', kind, '--out', name] + more,
-                       cwd=folder, check=True, stdout=subprocess.DEVNULL)
+                       cwd=folder, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
 
 
 def new_folder(path, inputs, kind, restart=0):

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "base/messages.h"
 #include "base/process_setup.h"
@@ -72,7 +73,11 @@ int main(int argumentCount, char** arguments) {
     } catch (const std::bad_alloc&) {
         voxlith::errorLine("voxlith-tools: not enough memory");  // allocates nothing
         return cannotStart;
-    } catch (const std::exception& error) {
+    } catch (const voxlith::RunError& error) {
         return fail(error.what());
+    } catch (const std::system_error& error) {
+        return fail(error.what());
+    } catch (const std::exception& error) {
+        return fail(error.what(), cannotStart);  // of a library: no memory for a thread
     }
 }
