@@ -38,11 +38,16 @@ int runTools(int argumentCount, char** arguments) {
     voxlith::addPredictCommand(tools, predictOptions);
     try {
         tools.parse(argumentCount, arguments);
+        if (mtx->parsed() || join->parsed()) {
+            voxlith::checkMtxOutputs(mtx->parsed() ? mtxOptions : joinOptions);
+        } else {
+            voxlith::checkPredictOutput(predictOptions);
+        }
     } catch (const CLI::Success& help) {
         return tools.exit(help);
     } catch (const CLI::ParseError& error) {
         return fail(voxlith::describeParseError(error, tools), cannotStart);
-    } catch (const std::runtime_error& error) {  // by a routine of ours that takes an option's text
+    } catch (const std::runtime_error& error) {  // by a routine of ours that takes an option's text or compares names
         return fail(error.what(), cannotStart);
     }
     const voxlith::SurveyOptions& survey = mtx->parsed()    ? mtxOptions.survey

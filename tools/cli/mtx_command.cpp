@@ -295,18 +295,21 @@ void writeComputed(const MtxOptions& options, const MtxContent& content, bool su
 
 }  // namespace
 
+void checkMtxOutputs(const MtxOptions& options) {
+    std::vector<NamedFile> parts;
+    for (const std::string& part : options.parts) {
+        parts.push_back({"the parts", part});
+    }
+    checkOutput({"--out", options.outFile}, options.survey, parts);
+    if (!options.survey.topographyFile.empty()) {
+        parts.push_back({"--out", options.outFile});
+        checkOutput({"--bounds", boundsFileName(options)}, options.survey, parts);
+    }
+}
+
 MtxReport writeMtxFile(const MtxOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    if (!options.survey.topographyFile.empty() && boundsFileName(options) == options.outFile) {
-        throw RunError("--bounds " + options.outFile + ": expected another file than that of --out");
-    }
-    checkOutput(options.outFile, options.survey, {});
-    for (const std::string& part : options.parts) {
-        std::error_code none;
-        if (std::filesystem::equivalent(part, options.outFile, none)) {
-            throw RunError("--out " + options.outFile + ": expected another file than the parts");
-        }
-    }
+    checkMtxOutputs(options);
     LayerPlan plan;
     MtxContent content = contentOf(options, plan);
     warnOfContent(options, content, plan);

@@ -48,6 +48,9 @@ struct MtxReport {
 CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options);
 CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options);
 
+// Throws RunError when a file to write is one that is read, or both are the same.
+void checkMtxOutputs(const MtxOptions& options);
+
 // Writes the file, and with topography a bounds file in which inactive cells are fixed. Both get their names when they
 // are complete. Warnings go to standard error. Throws RunError.
 MtxReport writeMtxFile(const MtxOptions& options);

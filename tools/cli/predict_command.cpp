@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 
 #include "base/messages.h"
+#include "base/output_file.h"
 #include "cli/error_text.h"
 #include "cli/work_estimate.h"
 #include "formats/observed_data.h"
@@ -65,9 +67,15 @@ CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options) {
     return command;
 }
 
+void checkPredictOutput(const PredictOptions& options) {
+    checkOutput({"--out", options.outFile}, options.survey, {{"--model", options.model}});
+}
+
 PredictReport writePrediction(const PredictOptions& options) {
     const auto start = std::chrono::steady_clock::now();
-    checkOutput(options.outFile, options.survey, options.model);
+    checkPredictOutput(options);
+    // An output that cannot be written is found before the work, not after it.
+    openOutputFile(*std::make_unique<OutputFile>(), options.outFile);
     const Survey survey = readSurvey(options.survey);
     const std::vector<double> model = readModel(options.model, survey.mesh.cellCount());
     const std::size_t threads = threadCount(options.survey, datumWorkBytes(survey.mesh.cellCount()));

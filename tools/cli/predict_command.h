@@ -33,6 +33,9 @@ struct PredictReport {
 
 CLI::App* addPredictCommand(CLI::App& tools, PredictOptions& options);
 
+// Throws RunError when the file to write is one that is read.
+void checkPredictOutput(const PredictOptions& options);
+
 // Writes an observed data file with standard deviations; see fillObservedData. No-data cells of the model count as 0.
 // Throws RunError.
 PredictReport writePrediction(const PredictOptions& options);

@@ -258,15 +258,24 @@ Survey readSurvey(const SurveyOptions& options) {
     return survey;
 }
 
-void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile) {
-    const std::pair<const char*, const std::string&> inputs[] = {{"--mesh", options.meshFile},
-                                                                 {"--stations", options.stationFile},
-                                                                 {"--topography", options.topographyFile},
-                                                                 {"--model", modelFile}};
-    for (const auto& [option, name] : inputs) {
-        std::error_code none;
-        if (!name.empty() && std::filesystem::equivalent(name, outFile, none)) {
-            throw RunError("--out " + outFile + ": expected another file than that of " + option);
+namespace {
+
+bool isSameFile(const std::string& a, const std::string& b) {
+    std::error_code none;
+    const bool same = std::filesystem::equivalent(a, b, none);
+    return same || std::filesystem::absolute(a, none).lexically_normal() ==
+                       std::filesystem::absolute(b, none).lexically_normal();
+}
+
+}  // namespace
+
+void checkOutput(const NamedFile& output, const SurveyOptions& options, const std::vector<NamedFile>& more) {
+    std::vector<NamedFile> others = {
+        {"--mesh", options.meshFile}, {"--stations", options.stationFile}, {"--topography", options.topographyFile}};
+    others.insert(others.end(), more.begin(), more.end());
+    for (const auto& [option, name] : others) {
+        if (!name.empty() && isSameFile(name, output.name)) {
+            throw RunError(output.option + " " + output.name + ": expected another file than that of " + option);
         }
     }
 }

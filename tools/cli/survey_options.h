@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "forward/survey.h"
 
@@ -52,8 +53,12 @@ void writeResponses(const SurveyOptions& options);
 // topography that leaves no cell active, and what checkStations refuses. Throws RunError.
 Survey readSurvey(const SurveyOptions& options);
 
-// Throws RunError when the file to write is one of those that are read: mesh, stations, topography, or `modelFile`.
-void checkOutput(const std::string& outFile, const SurveyOptions& options, const std::string& modelFile);
+struct NamedFile {
+    std::string option, name;
+};
+
+// Throws RunError when the file to write is one of those that are read, or one of `more`: links lead to the same file.
+void checkOutput(const NamedFile& output, const SurveyOptions& options, const std::vector<NamedFile>& more);
 
 // Writes the side file of an output that is complete, OUT.json, or removes an old one when the content is empty. Throws
 // RunError.

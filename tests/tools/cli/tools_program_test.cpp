@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -145,12 +146,26 @@ TEST(ToolsProgram, workIsEstimatedBeforeItStarts) {
 TEST(ToolsProgram, outputsAreNotInputs) {
     const TemporaryFolder folder;
     writeSurvey(folder);
-    expectFailures(folder, 1,
+    const std::string mtx = "mtx --mesh m.msh --stations s.obs --type gz --topography t.topo --out g.mtx ";
+    std::filesystem::create_symlink("s.obs", folder.file("link.obs"));
+    expectFailures(folder, 2,
                    {{"mtx --mesh m.msh --stations s.obs --type gz --out ./m.msh",
                      "--out ./m.msh: expected another file than that of --mesh"},
+                    {mtx + "--bounds link.obs", "--bounds link.obs: expected another file than that of --stations"},
+                    {mtx + "--bounds ./g.mtx", "--bounds ./g.mtx: expected another file than that of --out"},
+                    {"mtx-join --mesh m.msh --stations s.obs --type gz --out a/../p.mtx p.mtx",
+                     "--out a/../p.mtx: expected another file than that of the parts"},
                     {"predict --mesh m.msh --stations s.obs --type gz --model 1 --out s.obs",
                      "--out s.obs: expected another file than that of --stations"}});
     EXPECT_EQ(folder.read("s.obs"), "2\n5 5 1 0 1\n15 25 1 0 1\n");
+}
+
+TEST(ToolsProgram, outputsThatCannotBeWrittenAreFoundBeforeTheWork) {
+    const TemporaryFolder folder;
+    writeSurvey(folder);
+    expectFailures(folder, 1,
+                   {{"predict --mesh m.msh --stations s.obs --type gz --model 1 --out no/d.obs",
+                     "no/d.obs: cannot be created: No such file or directory"}});
 }
 
 TEST(ToolsProgram, controlCharactersOfNamesAreEscaped) {
