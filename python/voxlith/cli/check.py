@@ -32,8 +32,9 @@ from ..survey_table import SurveyColumns
 from ..terrain_input import read_terrain
 from .obs import type_code
 from .output import check_output, say
-from .parser import Parser, number_from
-from .station_options import add_csv_options, add_station_options, read_table, station_columns
+from .parser import Parser
+from .station_options import (add_csv_options, add_data_options, add_station_options, add_terrain_options, read_table,
+                              station_columns)
 
 PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
@@ -57,17 +58,12 @@ def make_parser() -> Parser:
     add = parser.add_argument
     add("file", metavar="FILE", help="Observed data file, or a CSV (with --data)")
     add_station_options(parser)
-    add("--data", metavar="COLUMN", nargs="+", action="extend", help="Columns datum or datum:uncertainty of a CSV")
+    add_data_options(parser)
     add("--name", metavar="COLUMN", help="Column of the station names of a CSV (default: its lines)")
-    add("--type", metavar="TYPE", nargs="+", action="extend", help="Data type of each component, as for obs")
-    add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
-    add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
-    add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
     add("--mesh", metavar="FILE", help="Mesh file: whether the stations are above it")
     add("--mtx", metavar="FILE", help="Sensitivity file: whether its stations are these; the background value they would give")
     add("--control", metavar="FILE", help="Control file of the run: whether the background that its line 2 removes is one of rocks")
-    add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain: whether stations are in the ground")
-    add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
+    add_terrain_options(parser, ": whether stations are in the ground")
     add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
     add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")
     add("--date", metavar="DATE", help="Date of a magnetic survey, to compare its field with IGRF-14")

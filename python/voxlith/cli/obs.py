@@ -22,9 +22,9 @@ from ..survey import Direction, InducingField, Survey
 from ..survey_table import (SurveyColumns, TableSummary, check_direction, split_columns, survey_of_table,
                             table_of_survey)
 from .output import check_output, say, warn
-from .parser import Parser, integer_within, number_from, number_list
+from .parser import Parser, integer_within, number_list
 from .placing import Placed, add_placing_options, place_survey
-from .station_options import add_csv_options, add_station_options, read_table, station_columns
+from .station_options import add_csv_options, add_data_options, add_station_options, read_table, station_columns
 
 PROGRAM = "voxlith-tools"
 _KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
@@ -56,19 +56,11 @@ def make_parser() -> Parser:
     parser.add_argument("--out", metavar="FILE", help="Observed data file to write")
     parser.add_argument("--csv", metavar="FILE", help="CSV file to write")
     add_station_options(parser)
-    parser.add_argument("--data", metavar="COLUMN", nargs="+", action="extend",
-                        help="Columns datum or datum:uncertainty of each component, up to six")
-    parser.add_argument("--type", metavar="TYPE", nargs="+", action="extend",
-                        help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code "
-                             "(default: gz, or tmi with --field)")
+    add_data_options(parser)
     parser.add_argument("--x-north", action="store_true",
                         help="Components of the table have x north and y east: gxx and gyy, gxz and gyz, tx and ty change places")
     parser.add_argument("--upwards", action="store_true",
                         help="Components of the table have z upwards: gz, gxz, gyz and tz change their sign")
-    parser.add_argument("--percent", metavar="NUMBER", type=number_from(0.0),
-                        help="Default standard deviation: percent of the datum")
-    parser.add_argument("--floor", metavar="NUMBER", type=number_from(0.0),
-                        help="Default standard deviation: added to the percentage")
     parser.add_argument("--field", metavar="INCL,DECL,NT", help="Inducing field incl,decl,nT of magnetic data")
     parser.add_argument("--date", metavar="DATE",
                         help="Date of a magnetic survey: the field is that of IGRF-14 at its place, in place of --field")
@@ -78,7 +70,6 @@ def make_parser() -> Parser:
                         help="Columns aincl:adecl of a direction for each record: the downhole form")
     parser.add_argument("--line", metavar="COLUMN", help="Column of the line name; spaces in names become _")
     parser.add_argument("--time", metavar="COLUMN", help="Column of the time or distance along the line")
-    parser.add_argument("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
     parser.add_argument("--components", metavar="COUNT", type=integer_within(1, MOST_FILES),
                         help="Components of the observed data file (with --csv)")
     add_placing_options(parser)

@@ -17,6 +17,7 @@ from ..side_file import SideInfo
 from ..survey import Survey
 from ..terrain_input import read_terrain
 from .parser import Parser, number, number_from, number_list
+from .station_options import add_terrain_options
 
 Reals = npt.NDArray[np.float64]
 
@@ -49,8 +50,7 @@ def add_placing_options(parser: Parser) -> None:
     add("--every", metavar="METRES", type=number_from(0.0), 
         help="Keep records of a line that are at least so far apart, or rows and columns of a grid")
     add("--height", metavar="METRES", type=number, help="Put the stations so far above the terrain of --topography")
-    add("--topography", metavar="FILE", help="Terrain in any form of the subcommand terrain, for --height")
-    add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
+    add_terrain_options(parser, ", for --height")
 
 
 def place_survey(survey: Survey, options: argparse.Namespace) -> Placed:

@@ -10,7 +10,7 @@ from ..grid_table import is_grid, read_grid_data, table_of_grid
 from ..io.csv_file import CsvTable, read_csv_file
 from ..io.line_data import read_line_data, table_of_lines
 from ..survey_table import METRES, StationColumns
-from .parser import Parser, number
+from .parser import Parser, number, number_from
 
 
 def add_station_options(parser: Parser) -> None:
@@ -25,6 +25,25 @@ def add_station_options(parser: Parser) -> None:
                         help="Unit of the column of the elevation; metres are written (default: m)")
     parser.add_argument("--z-down", action="store_true",
                         help="The column of the elevation counts downwards: its sign is turned")
+
+
+def add_data_options(parser: Parser) -> None:
+    """Columns and types of the data, their default standard deviation, and what stands for no datum."""
+    add = parser.add_argument
+    add("--data", metavar="COLUMN", nargs="+", action="extend",
+        help="Columns datum or datum:standard deviation of each component of a CSV, up to six")
+    add("--type", metavar="TYPE", nargs="+", action="extend",
+        help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code (default: gz, or tmi with "
+             "a field)")
+    add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
+    add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
+    add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
+
+
+def add_terrain_options(parser: Parser, purpose: str) -> None:
+    """The terrain, and what it is for."""
+    parser.add_argument("--topography", metavar="FILE", help=f"Terrain in any form of the subcommand terrain{purpose}")
+    parser.add_argument("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none")
 
 
 def add_csv_options(parser: Parser) -> None:
