@@ -225,7 +225,7 @@ def _slope(values: Reals, depth: Reals, used: Mask) -> float:
     logs = np.log(np.maximum(depth[used], 1.0e-3))
     centred = logs - logs.mean()
     squared = float(centred @ centred)
-    if not squared > 0.0:
+    if not squared > 1.0e-9 * len(logs):  # one depth, but for rounding
         raise UsageError("weights: expected two active layers or more below the stations")
     return float(centred @ values[used]) / squared
 

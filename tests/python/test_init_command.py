@@ -75,7 +75,7 @@ def test_gravity_data_are_fitted(survey, tools, tmp_path):
 
 def test_magnetic_data_give_a_positive_model(survey, tools, tmp_path):
     survey("tmi", 0.05)
-    assert tools("init", *GRAVITY).status == 0
+    assert tools("init", *GRAVITY, "--weights", "none").status == 0
     control = read_control_file(tmp_path / "voxlith.inp")
     assert control.values.positivity == 1
     assert control.values.bounds == "0,1"
@@ -210,7 +210,10 @@ def test_bounds_that_forget_inactive_cells_are_refused(hill, tools, tmp_path):
 
 def test_weights(survey, tools, tmp_path):
     survey("gz", 0.4)
-    done = tools("init", *GRAVITY, "--weights", "auto", "--sign", "positive")
+    assert tools("init", *GRAVITY, "--weights", "none", "--out", "plain.inp").status == 0
+    assert (tmp_path / "plain.inp").read_text().splitlines()[9].startswith("null ")
+    assert not (tmp_path / "plain_weights.txt").exists()
+    done = tools("init", *GRAVITY, "--sign", "positive")
     assert done.status == 0 and "voxlith-run voxlith.inp --target-rms 1" in done.out
     lines = (tmp_path / "voxlith.inp").read_text().splitlines()
     assert lines[8].startswith("1 1 1 1 ") and lines[9].startswith("voxlith_weights.txt ")
@@ -263,3 +266,20 @@ def test_no_valid_datum_is_refused(survey, tools, tmp_path):
         made.with_data(np.full((1, 81), value)).write(tmp_path / "d.obs")
         assert one_line(tools("init", *GRAVITY)) == "d.obs: expected a valid datum, found none"
     assert not (tmp_path / "voxlith.inp").exists()
+
+
+def test_one_layer_has_no_depth_weights(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    Mesh.from_widths((600.0, -400.0, 250.0), 16 * [100.0], 16 * [100.0], [50.0]).write(tmp_path / "flat.msh")
+    words = ("--mesh", "flat.msh", "--stations", "d.obs", "--type", "gz", "--style", 0, "--out", "flat.mtx")
+    assert tools("mtx", *words).status == 0
+    done = tools("init", "--data", "d.obs", "--mtx", "flat.mtx")
+    assert done.status == 0 and "no depth weighting: " in done.out
+    assert (tmp_path / "voxlith.inp").read_text().splitlines()[9].startswith("null ")
+
+
+@pytest.mark.parametrize("form", ["record", "bare"])
+def test_weights_of_other_layouts(survey, tools, tmp_path, form):
+    survey("gz", 0.4, weight=("--form", form))
+    done = tools("init", *GRAVITY)
+    assert done.status == 0 and "voxlith_weights.txt: depth weighting" in done.out, done

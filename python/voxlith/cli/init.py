@@ -36,7 +36,7 @@ PROGRAM = "voxlith-tools"
 _SIGNS = {"auto": None, "negative": -1, "either": 0, "positive": 1}
 _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
 
-_WEIGHTS = "none"
+_WEIGHTS = "auto"
 _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background")
 

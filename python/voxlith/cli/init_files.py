@@ -81,12 +81,21 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: b
     if inactive.any() and not inactive.all():
         _inactive_files(files, choices, mtx[0], stem, inactive, mesh, bounds_asked)
     if weighted:
-        header, _, sensitivity = read_cell_sensitivity(mtx)
-        files.weighting = f"{stem}_weights.txt"
-        write_weight_file(files.weighting, sensitivity_weights(mesh, sensitivity, header).cells)
-        files.written.append(files.weighting)
-        files.notes.append(f"{files.weighting}: depth weighting from the sensitivities")
+        _write_weights(files, mtx, mesh, f"{stem}_weights.txt")
     return files
+
+
+def _write_weights(files: RunFiles, mtx: Sequence[str], mesh: Mesh, name: str) -> None:
+    header, _, sensitivity = read_cell_sensitivity(mtx)
+    try:
+        made = sensitivity_weights(mesh, sensitivity, header)
+    except UsageError as error:  # a single layer, or cells so deep that the survey looks small
+        files.notes.append(f"no depth weighting: {error}")
+        return
+    write_weight_file(name, made.cells)
+    files.weighting = name
+    files.written.append(name)
+    files.notes.append(f"{name}: depth weighting from the sensitivities")
 
 
 def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inactive: Mask, mesh: Mesh,
