@@ -35,7 +35,8 @@ def test_notebook(path, monkeypatch, tmp_path):
     nbclient.NotebookClient(notebook, timeout=120, kernel_name="python3",
                             resources={"metadata": {"path": str(path.parent)}}).execute()
     text = "".join(output.get("text", "") for cell in notebook.cells if cell.cell_type == "code" for output in cell.outputs)
-    assert not re.search(r"voxlith[a-z-]*: ", text.replace("voxlith-tools: warning: ", "")), text
+    # Warnings, and what mtx will take, which a terminal shows, are no errors.
+    assert not re.search(r"voxlith[a-z-]*: ", re.sub(r"voxlith-tools: (warning: |\d+ rows, )", "", text)), text
     pictures = [cell for cell in notebook.cells if cell.cell_type == "code" and "plot." in cell.source.splitlines()[-1]]
     assert pictures
     for cell in pictures:
