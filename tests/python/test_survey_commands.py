@@ -16,6 +16,7 @@ from voxlith.io.bounds_file import read_bounds_file
 from voxlith.io.topography_file import read_topography_file
 from voxlith.io.weight_file import read_weight_files
 from voxlith.side_file import SideInfo, read_side_file, write_side_file
+from voxlith.survey import InducingField
 
 
 def messy_table(path) -> None:
@@ -215,7 +216,7 @@ def test_coordinates_go_from_data_to_exports(tools, tmp_path):
 def table(path, survey: Survey, *, words: dict[int, str] | None = None, deviation: str = "0.02", encoding: str = "utf-8") -> None:
     """A plain table of a survey; `words` replace data."""
     texts = {n: f"{value:.4f}" for n, value in enumerate(survey.data[0])} | (words or {})
-    rows = [f"S{n},{x:.3f},{y:.3f},{z:.3f},{texts[n]},{deviation}" for n, (x, y, z) in
+    rows = [f"Süd{n},{x:.3f},{y:.3f},{z:.3f},{texts[n]},{deviation}" for n, (x, y, z) in
             enumerate(zip(survey.x, survey.y, survey.elevation))]
     path.write_bytes(("name,x,y,z,gz,err\n" + "\n".join(rows) + "\n").encode(encoding))
 
@@ -224,7 +225,7 @@ PLAIN = ("--data", "gz:err", "--name", "name")
 
 
 @pytest.mark.parametrize("more, name, severity", [
-    ({"encoding": "utf-16"}, "encoding", "note"), ({"encoding": "utf-16-le"}, "encoding", "error"),
+    ({"encoding": "latin-1"}, "encoding", "note"), ({"encoding": "utf-16"}, "encoding", "note"), ({"encoding": "utf-16-le"}, "encoding", "error"),
     ({"deviation": "0"}, "standard-deviations", "error"), ({"deviation": "-0.02"}, "standard-deviations", "error"),
     ({"deviation": ""}, "standard-deviations", "warning"), ({"words": {5: "1e30"}}, "no-data-code", "error"),
     ({"words": {5: "1.70141e38"}}, "no-data-code", "error"), ({"words": {n: "2.5" for n in range(256)}}, "constant-data", "error"),
@@ -275,3 +276,32 @@ def test_regional_refuses_no_data_codes(tools, tmp_path):
     data[0, 3] = -9999.0
     changed(survey, data=data).write(tmp_path / "a.obs")
     assert "found -9999" in one_line(tools("regional", "a.obs", "--order", 1, "--out", "b.obs"))
+
+
+def test_field_of_another_place(tools, tmp_path):
+    """A field of the wrong hemisphere, and one of the place: 15 E 48 N."""
+    survey = clean()
+    inducing = InducingField(-64.0, 4.0, 48500.0)
+    magnetic = changed(survey, codes=(1,), data=100.0 * survey.data, uncertainty=np.full((1, 256), 2.0), field=inducing,
+                       direction=inducing.direction)
+    magnetic.write(tmp_path / "tmi.mag")
+    words = ("check", "tmi.mag", "--type", "tmi", "--crs", UTM33, "--date", "2024-05-01")
+    done = tools(*words)
+    assert done.status == 1 and "error    field-direction" in done.out and "by IGRF-14 on 2024-05-01" in done.out
+    right = InducingField(64.5, 5.0, 48800.0)
+    changed(magnetic, field=right, direction=right.direction).write(tmp_path / "tmi.mag")
+    assert "field-direction" not in tools(*words).out
+
+
+def test_stations_in_the_ground_and_outside(tools, tmp_path):
+    survey = clean()
+    survey.write(tmp_path / "gz.obs")
+    rows = [f"{x},{y},{z}" for x in (451000, 452600, 454000) for y, z in ((5317000, 90), (5320000, 95))]
+    (tmp_path / "dem.csv").write_text("x,y,z\n" + "\n".join(rows) + "\n")
+    assert "warning  below-ground" in tools("check", "gz.obs", "--topography", "dem.csv").out
+    mesh = Mesh.from_widths((460000.0, 5318000.0, 0.0), 10 * [100.0], 10 * [100.0], 5 * [50.0])
+    mesh.write(tmp_path / "far.msh")
+    done = tools("check", "gz.obs", "--mesh", "far.msh")
+    assert done.status == 1 and "error    outside-mesh" in done.out
+    assert "stations are outside the mesh" in tools("mtx", "--mesh", "far.msh", "--stations", "gz.obs", "--type", "gz", "--out",
+                                                    "a.mtx").errors
