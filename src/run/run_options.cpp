@@ -44,6 +44,32 @@ std::vector<std::string> joinNumbers(int argumentCount, const char* const* argum
 const std::map<std::string, ModelNorm> modelNorms{
     {"smooth", ModelNorm::smooth}, {"compact", ModelNorm::compact}, {"blocky", ModelNorm::blocky}};
 
+// "WEIGHT" or "WEIGHT,A,B".
+CrossGradientSettings parseCrossGradient(const std::string& text) {
+    std::vector<std::string> words;
+    for (std::size_t start = 0, end = 0; start <= text.size(); start = end + 1) {
+        end = std::min(text.find(',', start), text.size());
+        words.push_back(text.substr(start, end - start));
+    }
+    const bool counted = words.size() == 1 || words.size() == 3;
+    CrossGradientSettings settings;
+    settings.weight = counted && isNumber(words[0]) ? std::strtod(words[0].c_str(), nullptr) : 0.0;
+    if (words.size() == 3) {
+        const auto number = [](const std::string& word) {
+            const bool digits = !word.empty() && word.size() < 4 && word.find_first_not_of("0123456789") == word.npos;
+            return digits ? static_cast<std::int32_t>(std::strtol(word.c_str(), nullptr, 10)) : 0;
+        };
+        settings.first = number(words[1]);
+        settings.second = number(words[2]);
+    }
+    if (!(settings.weight > 0.0) || !std::isfinite(settings.weight) || settings.first < 1 || settings.second < 1 ||
+        settings.first == settings.second) {
+        throw RunError("--cross-gradient " + text +
+                       ": expected a weight above 0, or weight,A,B with the numbers of two properties");
+    }
+    return settings;
+}
+
 void checkConvergedOptions(const RunOptions& options) {
     if (!(options.tolerance > 0.0 && options.tolerance < 1.0)) {
         throw RunError("--until-converged: expected a number above 0 and below 1");
@@ -56,6 +82,9 @@ void checkConvergedOptions(const RunOptions& options) {
     }
     if (options.modelNorm != ModelNorm::smooth && !options.untilConverged) {
         throw RunError("--model-norm: expected --target-rms or --until-converged, too");
+    }
+    if (options.cross.weight > 0.0 && !options.untilConverged) {
+        throw RunError("--cross-gradient: expected --target-rms or --until-converged, too");
     }
     for (const std::string& keyword : options.keywords) {
         const std::string name = keyword.substr(0, keyword.find('='));
@@ -77,7 +106,7 @@ std::string unknownOption(const CLI::App& app) {
 }  // namespace
 
 ConvergedSettings convergedSettingsOf(const RunOptions& options) {
-    return {options.targetRms, options.rms, options.tolerance, options.perComponent, options.modelNorm};
+    return {options.targetRms, options.rms, options.tolerance, options.perComponent, options.modelNorm, options.cross};
 }
 
 ParseResult parseRunOptions(int argumentCount, const char* const* arguments, RunOptions& options) {
@@ -105,6 +134,11 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
                    "smooth)")
         ->type_name("{smooth,compact,blocky}")
         ->transform(CLI::CheckedTransformer(modelNorms).description(""));
+    app.add_option_function<std::string>(
+           "--cross-gradient", [&options](const std::string& text) { options.cross = parseCrossGradient(text); },
+           "With --target-rms or --until-converged: couple the structure of two properties with this weight; A and B "
+           "are their numbers (default: 1,2)")
+        ->type_name("WEIGHT[,A,B]");
     app.add_flag(
         "--continue", options.continueRun,
         "Go on with the stopped run of this folder: from its checkpoint, else from its running model, as voxlith "

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "run/convergence/converged_mode.h"
+#include "run/convergence/cross_gradient.h"
+#include "run/convergence/sparse_norm.h"
 
 namespace voxlith {
 
@@ -24,6 +26,7 @@ struct RunOptions {
     double rms = 1.0;
     bool perComponent = false;                // --per-component
     ModelNorm modelNorm = ModelNorm::smooth;  // --model-norm
+    CrossGradientSettings cross;              // --cross-gradient
     std::size_t threads = 1;
     std::size_t smallestPiece = 4096;  // see Workers; tests make it 1, so that small problems are shared, too
 };

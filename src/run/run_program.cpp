@@ -56,6 +56,11 @@ void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& s
         }
         options += settings.perComponent ? " --per-component" : "";
         options += " --model-norm " + std::string(nameOf(settings.modelNorm));
+        if (settings.cross.weight > 0) {
+            std::snprintf(line.data(), line.size(), " --cross-gradient %.17g,%d,%d", settings.cross.weight,
+                          settings.cross.first, settings.cross.second);
+            options += line.data();
+        }
         return options;
     };
     if (text(wanted) != text(stored)) {

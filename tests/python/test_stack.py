@@ -130,6 +130,46 @@ def test_a_stacked_run_equals_product_definitions(made, stack, folder, tools):
         assert np.linalg.norm(read_model_file(f"properties/{name}.mod", mesh.n_cells) - expected) < 0.01 * np.linalg.norm(expected)
 
 
+def test_cross_gradient_of_properties_and_of_model_types(made, stack, folder):
+    """The coupling changes the models in the same way in a stack and by product definitions, and makes them alike."""
+    _, mesh, _ = made
+    alphas, tradeoff, scale, weight = "0.0001 1 1 1", 1.0, 0.05, 0.1
+    gz, tmi = Survey.read("gz.obs"), Survey.read("tmi.obs")
+    Survey(gz.x, gz.y, gz.elevation, np.concatenate([gz.data, tmi.data]), (0, 1),
+           np.concatenate([gz.uncertainties(), tmi.uncertainties()])).write("joint.obs")
+    (folder / "joint.inp").write_text(f"0 2 2 2 dens susc\n2 0 0\n{tradeoff} 0.02 0\njoint.obs\ngz.mtx | tmi.mtx\n0.0\n0.0\nnull\n{alphas}\nnull\nnull\n"
+                                      f"50 0 0\n1 1 1 1.0\n1 2 2 {scale}\n")
+    stack(*TWO, "--scale", "1", str(scale), "--weights", "none", "--tolerance", "1e-6", "--out", "two")
+    text = (folder / "two.inp").read_text().splitlines()
+    text[2], text[8] = f"{tradeoff} 0.02 0", alphas
+    (folder / "two.inp").write_text("\n".join(text) + "\n")
+    terms = []
+    for options in ((), ("--cross-gradient", f"{weight},1,2")):
+        voxlith_run(folder, "joint.inp", "--until-converged", "1e-7", *options)
+        by_products = [read_model_file(f"voxlith_{name}.den", mesh.n_cells) for name in ("dens", "susc")]
+        # The misfit of a stack is a mean over all rows, here half of the sum over both components.
+        halved = ("--cross-gradient", f"{0.5 * weight},1,2") if options else ()
+        voxlith_run(folder, "two.inp", "--until-converged", "1e-7", *halved)
+        for one, known, expected in zip(StackedRun(Run(folder, "two.inp")).models(), Stack.read("two.json").properties, by_products):
+            assert np.linalg.norm(one.values / known.scale - expected) < 0.01 * np.linalg.norm(expected)
+        gradients = [np.stack(np.gradient(mesh.cube(values)), -1) for values in by_products]
+        terms.append(float(np.square(np.cross(*gradients)).sum()))
+    assert terms[1] < 0.8 * terms[0], terms
+    assert "Cross-gradient of properties 1 and 2: weight" in (folder / "voxlith.log").read_text()
+
+
+@pytest.mark.parametrize(("words", "message"), [
+    (("--cross-gradient", "1"), "--cross-gradient: expected --target-rms or --until-converged, too"),
+    (("--until-converged", "--cross-gradient", "0"), "expected a weight above 0"),
+    (("--until-converged", "--cross-gradient", "1,2"), "expected a weight above 0"),
+    (("--until-converged", "--cross-gradient", "1,2,2"), "numbers of two properties"),
+    (("--until-converged", "--cross-gradient", "1,1,3"), "expected a property from 1 to 2")])
+def test_wrong_couplings_are_refused(stack, folder, words, message):
+    stack(*TWO, "--scale", "1", "1", "--out", "two")
+    done = subprocess.run([BUILD / "voxlith-run", "two.inp", *words], cwd=folder, capture_output=True, text=True, timeout=60)
+    assert done.returncode == 2 and message in done.stderr and done.stderr.count("\n") == 1
+
+
 def test_memory_disk_kill_and_continue(stack, folder):
     """The same bytes with the sensitivities in memory or on disk, and after a run that was killed."""
     stack(*TWO, "--scale", "1", "0.05", "--out", "two")

@@ -51,6 +51,7 @@ def make_parser() -> Parser:
     add("--smoothness", metavar="NUMBER", type=number_from(0.0),
         help="Factor of the smoothness from round 1 on (default: 0.001; 1 with --norm 2)")
     add("--target-rms", metavar="R", type=number_from(0.0, above=True), default=1.0, help="RMS misfit of each round (default: 1)")
+    add("--cross-gradient", metavar="WEIGHT[,A,B]", help="Couple the structure of two properties in each round, as voxlith-run does")
     return parser
 
 
@@ -59,6 +60,8 @@ def run(arguments: Sequence[str]) -> int:
     options = make_parser().parse(arguments)
     if options.norm > 2.0:
         raise UsageError(f"--norm {options.norm:g}: expected a number from 0 to 2")
+    words = ["--target-rms", repr(options.target_rms)]
+    words += ["--cross-gradient", options.cross_gradient] if options.cross_gradient else []
     first = Run(options.folder, options.control)
     stem = os.path.splitext(options.control)[0]
     stack = StackedRun(first, options.stack).stack
@@ -70,7 +73,7 @@ def run(arguments: Sequence[str]) -> int:
         warn(PROGRAM, f"{options.control}: no weighting file; without the seams of voxlith-tools stack one property is smoothed into the next")
     names = _Names(options.folder, stem)
     smoothness = options.smoothness if options.smoothness is not None else 1.0 if options.norm == 2.0 else _SMOOTHNESS
-    _invert(options.folder, options.control, options.target_rms)
+    _invert(options.folder, options.control, words)
     here = StackedRun(first, stack)
     model = first.model()
     table = ["round," + ",".join([*(f"rms_{one.name}" for one in stack.components),
@@ -84,7 +87,7 @@ def run(arguments: Sequence[str]) -> int:
         weights = balanced_weights(stack, compact_weights(stack, base, model.values, how), factors)
         write_weight_file(first.path(names.weights), weights)
         _write_control(control, first, names)
-        _invert(options.folder, names.control, options.target_rms)
+        _invert(options.folder, names.control, words)
         here = StackedRun(Run(options.folder, names.control), stack)
         before, model = model, here.run.model()
         change = changed_share(before, model)
@@ -129,9 +132,9 @@ def _program() -> str:
     return found if os.path.basename(found) == "voxlith-run" else find_program(os.path.join(os.path.dirname(found), "voxlith-run"))
 
 
-def _invert(folder: str, control: str, target: float) -> None:
+def _invert(folder: str, control: str, options: Sequence[str]) -> None:
     """A run of voxlith-run to the target misfit. Raises RunError with what it says."""
-    words = [_program(), control, "--target-rms", repr(target), "--quiet"]
+    words = [_program(), control, *options, "--quiet"]
     done = subprocess.run(words, cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace", check=False)
     if done.returncode != 0:
         said = " ".join(done.stderr.split()) or f"exit status {done.returncode}"

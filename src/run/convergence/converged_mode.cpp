@@ -35,8 +35,10 @@ ScaledObjective currentObjective(ConvergedMode& mode, const InversionLoop& loop)
     ScaledObjective current;
     current.terms = loop.state.iterTerms;
     current.misfit = linearise(loop.problem, mode.work.data);
-    current.objective =
-        current.misfit + loop.problem.options.multiplier * (current.terms.refNorm + current.terms.smoothNorm);
+    current.cross = mode.work.cross.weight * crossGradientNorm(mode.work.cross, modelOf(loop.problem));
+    current.objective = current.misfit +
+                        loop.problem.options.multiplier * (current.terms.refNorm + current.terms.smoothNorm) +
+                        current.cross;
     return current;
 }
 
@@ -110,6 +112,10 @@ double normOf(const InversionLoop& loop) {
     return loop.state.iterTerms.refNorm + loop.state.iterTerms.smoothNorm;
 }
 
+double misfitOf(const ConvergedState& state, const InversionLoop& loop) {
+    return state.objective - state.multiplier * normOf(loop) - state.cross;
+}
+
 bool isConverged(const ConvergedState& state, double tolerance) {
     return !state.improved || state.predictedDecrease <= tolerance * state.objective;
 }
@@ -162,7 +168,7 @@ void beginNextPhase(ConvergedMode& mode, InversionLoop& loop, const ConvergedRec
         refreshTerms(mode, loop);
         return;
     }
-    const double misfit = state.objective - state.multiplier * normOf(loop);
+    const double misfit = misfitOf(state, loop);
     if (state.settings.modelNorm != ModelNorm::smooth && beginSparseNorm(loop.problem, misfit, state.sparse)) {
         state.phase = ConvergedPhase::sparse;
         beginRound(mode, loop, records);
@@ -176,7 +182,7 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     TradeoffSearch& search = state.search;
     const double norm = normOf(loop);
     const double multiplier = state.multiplier;
-    const double misfit = state.objective - multiplier * norm;
+    const double misfit = misfitOf(state, loop);
     const bool last = search.end != SearchEnd::searching;
     if (!isConverged(state, last ? search.finalAccuracy : neededAccuracy(search, misfit))) {
         return;
@@ -233,7 +239,7 @@ void advanceComponents(ConvergedMode& mode, InversionLoop& loop, const Converged
 void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
     SparseState& sparse = state.sparse;
-    const double misfit = state.objective - state.multiplier * normOf(loop);
+    const double misfit = misfitOf(state, loop);
     if (!isConverged(state, std::max(sparseAccuracy, state.settings.tolerance))) {
         return;
     }
@@ -272,6 +278,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     const InversionProblem& problem = loop.problem;
     ConvergedState& state = mode.state;
     mode.work = prepareNewton(problem);
+    mode.work.cross = makeCrossGradient(problem, state.settings.cross);
     scaleComponents(mode);
     if (state.settings.modelNorm != ModelNorm::smooth) {
         mode.weights = records.weights;
@@ -312,6 +319,7 @@ void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const Converged
     state.gradientNorm = result.gradientNorm;
     state.predictedDecrease = result.predictedDecrease;
     state.objective = result.objective;
+    state.cross = result.cross;
     state.improved = result.improved;
     loop.state.iterTerms = result.terms;
     loop.state.stepCount = result.trials;

@@ -35,6 +35,7 @@ struct ConvergedSettings {
     double tolerance = 1.0e-6;  // predicted decrease of phi over phi at the end
     bool perComponent = false;  // --per-component
     ModelNorm modelNorm = ModelNorm::smooth;
+    CrossGradientSettings cross;  // --cross-gradient
 };
 
 // Largest number of Newton steps of a run; the limit of the control file counts steps of another kind.
@@ -53,6 +54,7 @@ struct ConvergedState {
     double predictedDecrease = 0;  // of the last step
     double gradientNorm = 0, firstGradientNorm = 0;
     double objective = 0;
+    double cross = 0;  // beta phi_x, a part of the objective
     std::int64_t products = 0;
     std::int32_t stepsAtTradeoff = 0;
     bool improved = true;

@@ -98,6 +98,14 @@ void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
         reportSparseNorm(mode, loop);
         return;
     }
+    if (mode.work.cross.isUsed()) {
+        const CrossGradientSettings& cross = state.settings.cross;
+        say(loop, "Cross-gradient of properties " + std::to_string(cross.first) + " and " +
+                      std::to_string(cross.second) + ": weight " + shortNumber(cross.weight) + ", term " +
+                      shortNumber(state.cross) + " of the objective " + shortNumber(state.objective) +
+                      "; the objective is not convex, this is a local minimum");
+        return;
+    }
     if (mode.work.data.amplitude) {
         say(loop, "Amplitude data: the objective is not convex, this is a local minimum");
         return;
@@ -117,7 +125,7 @@ double rmsAfterSteps(ConvergedMode& mode, InversionLoop& loop, std::span<const s
     ScaledObjective current = evaluateObjective(problem, mode.work, modelOf(problem));
     for (std::int32_t step = 0; step < mostSteps; ++step) {
         const NewtonResult result = takeNewtonStep(problem, mode.work, current, NewtonLimits{});
-        current = {result.terms, result.misfit, result.objective};
+        current = {result.terms, result.misfit, result.objective, result.cross};
         if (!result.improved || result.predictedDecrease <= enough * result.objective) {
             break;
         }

@@ -122,6 +122,7 @@ void applyHessian(const InversionProblem& problem, NewtonWork& work) {
         value /= nData;
     }
     addNormToAll(problem, work, GradientMode::hessianProduct, work.direction, work.product);
+    addCrossHessian(work.cross, work.direction, work.product);
     keepFree(work, work.product);
 }
 
@@ -193,6 +194,7 @@ bool searchAlongProjection(const InversionProblem& problem, NewtonWork& work, co
             result.terms = found.terms;
             result.misfit = found.misfit;
             result.objective = found.objective;
+            result.cross = found.cross;
             std::copy(work.trial.begin(), work.trial.end(), modelOf(problem).begin());
             return true;
         }
@@ -272,7 +274,9 @@ ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& w
     found.terms = calcObjective(problem, Barrier{}, model);
     work.data.productCount += static_cast<std::int64_t>(problem.products.products.size());
     found.misfit = linearise(problem, work.data);
-    found.objective = found.misfit + problem.options.multiplier * (found.terms.refNorm + found.terms.smoothNorm);
+    found.cross = work.cross.weight * crossGradientNorm(work.cross, model);
+    found.objective =
+        found.misfit + problem.options.multiplier * (found.terms.refNorm + found.terms.smoothNorm) + found.cross;
     return found;
 }
 
@@ -284,6 +288,7 @@ void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::sp
         value /= nData;
     }
     addNormToAll(problem, work, GradientMode::gradient, model, work.gradient);
+    addCrossGradient(work.cross, model, work.gradient);
     for (std::size_t n = 0; n < work.gradient.size(); ++n) {
         work.gradient[n] = problem.bounds.fixedCell[n] == 0 ? work.gradient[n] : 0.0;
     }
@@ -296,6 +301,7 @@ NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, c
     result.terms = current.terms;
     result.misfit = current.misfit;
     result.objective = current.objective;
+    result.cross = current.cross;
     evaluateGradient(problem, work, modelOf(problem));
     if (findFreeCells(problem, work) == 0) {
         return result;

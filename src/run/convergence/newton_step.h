@@ -22,6 +22,7 @@
 
 #include "inversion/inversion_problem.h"
 #include "inversion/objective.h"
+#include "run/convergence/cross_gradient.h"
 #include "run/convergence/data_operator.h"
 #include "run/convergence/multigrid.h"
 
@@ -31,6 +32,7 @@ namespace voxlith {
 // prepareNewton computes.
 struct NewtonWork {
     DataOperator data;
+    CrossGradient cross;  // beta phi_x in phi, g and H, see run/convergence/cross_gradient.h; none by default
     std::vector<double> lower, upper;                // bounds by cell, infinite where there are none
     std::vector<double> dataDiagonal, normDiagonal;  // estimates of diag(J'J)/N, diag(R)
     std::vector<double> gradient, step, residual, direction, preconditioned, product, scaled, trial;
@@ -49,6 +51,7 @@ struct NewtonResult {
     ObjectiveTerms terms;          // at the new model
     double misfit = 0;             // phi_d with the component scales, which terms.misfit does not have
     double objective = 0;          // phi with `misfit`
+    double cross = 0;              // beta phi_x
     double predictedDecrease = 0;  // of phi, by the solved step without its projection
     double gradientNorm = 0;       // of the projected gradient at the model before the step, in the preconditioned norm
     std::int32_t solveSteps = 0;
@@ -64,6 +67,7 @@ NewtonWork prepareNewton(const InversionProblem& problem);
 struct ScaledObjective {
     ObjectiveTerms terms;
     double misfit = 0, objective = 0;
+    double cross = 0;  // beta phi_x
 };
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);
 

@@ -80,7 +80,7 @@ ScaledObjective minimise(SmallProblem& small, NewtonWork& work, int mostSteps = 
     ScaledObjective current = evaluateObjective(small.problem(), work, small.arrays.model);
     for (int step = 0; step < mostSteps; ++step) {
         const NewtonResult result = takeNewtonStep(small.problem(), work, current, {1e-3, 200});
-        current = {result.terms, result.misfit, result.objective};
+        current = {result.terms, result.misfit, result.objective, result.cross};
         if (!result.improved || result.predictedDecrease < 1e-15 * result.objective) {
             break;
         }
