@@ -311,7 +311,7 @@ def vector(tmp_path_factory: pytest.TempPathFactory) -> Bench:
 
 def test_surroundings_are_drawn(browser: Browser, vector: Bench, tmp_path: Path) -> None:
     show(browser, vector, tmp_path / "report.html", topography=vector.path("ground.topo"))
-    assert browser.script("return report.data.vectors") == [0, 1, 2]
+    assert browser.script("return report.data.vectors") == {"models": [0, 1, 2], "down": True}
     for part, layer in (("terrain", "terrain"), ("bodies", "bodies"), ("arrows", "arrows")):
         assert browser.script("return report.scene.layers.get(arguments[0]).count", layer) > 3
         before = browser.canvas("scene-canvas")
@@ -319,6 +319,15 @@ def test_surroundings_are_drawn(browser: Browser, vector: Bench, tmp_path: Path)
         assert (browser.canvas("scene-canvas") != before).any(), part
         browser.set(f"show-{part}", True)
         assert (browser.canvas("scene-canvas") == before).all(), part
+    # mz is downwards: the tip of an arrow of a cell with positive mz lies below its start.
+    rises = ("let start = null; const kept = putLayer; putLayer = (scene, name, layer) => { start = layer.positions; };"
+             "report.data.vectors.down = arguments[0]; putArrows(report); putLayer = kept; report.data.vectors.down = true;"
+             "return start[5] - start[2];")
+    assert browser.script(rises, True) == pytest.approx(-browser.script(rises, False)) != 0.0
+    strongest = ("const length = (n) => Math.hypot(...[0, 1, 2].map((m) => valuesOf(report, m)[n]));"
+                 "let best = 0; for (let n = 0; n < valuesOf(report, 0).length; n++) { if (length(n) > length(best)) { best = n; } }"
+                 "return valuesOf(report, 2)[best];")
+    assert browser.script(rises, True) * browser.script(strongest) < 0.0
     few = browser.script("return report.scene.layers.get('arrows').count")
     browser.set("threshold", 100)
     assert browser.script("return report.scene.layers.get('arrows').count") > few

@@ -38,7 +38,7 @@ def make_parser() -> Parser:
     add("--true", metavar="FILE", help="Outlines of true bodies (default: true_bodies.json of the run, if any)")
     add("--topography", metavar="FILE", help="UBC topography file of the ground surface (default: top of active cells)")
     add("--vectors", metavar="X,Y,Z", help="Labels of the models that are the vector components to the east, to the north "
-                                           "and upwards (default: mx,my,mz, if there are any)")
+                                           "and down, or upwards if Z is up (default: mx,my,mz, if there are any)")
     add("--tradeoff-table", metavar="FILE", help="Table of trade-off multipliers for the L-curve (default: "
                                                  "voxlith_tradeoff.csv of the run, if any)")
     add("--follow", action="store_true", help="Show the run in the browser while it goes on, until Ctrl+C")

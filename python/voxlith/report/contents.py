@@ -30,7 +30,8 @@ TRUE_BODIES = "true_bodies.json"
 _EXACT_CELLS = 200_000  # up to here cells are in single precision
 _MOST_STATIONS = 200_000
 _MOST_CHECKED = 100_000
-_VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "up"))
+_VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "down"), ("east", "north", "up"))
+_UPWARDS = ("up", "upwards")  # labels of a component that is not downwards
 
 
 @dataclass(frozen=True)
@@ -50,7 +51,8 @@ class ReportOptions:
     topography : path or None
         UBC topography file of the ground surface; by default the top of the active cells.
     vectors : tuple of 3 str, or None
-        Labels of the models that are the vector to the east, to the north and upwards; by default mx, my, mz.
+        Labels of the models that are the vector to the east, to the north and down (upwards, when the third one is up);
+        by default mx, my, mz.
     tradeoff_table : path or None
         Table of a search for the trade-off multiplier; by default the one in the folder of the run, when there is one.
     """
@@ -245,12 +247,13 @@ def _shown_model(model: Model, window: Window) -> Contents:
     return {"name": model.name, "unit": model.unit, "low": low, "high": high, "cells": cells}
 
 
-def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> list[int] | None:
+def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> Contents | None:
     labels = [label.lower() for label in run.control.values.labels]
     wanted = [options.vectors] if options.vectors is not None else list(_VECTOR_LABELS)
     for names in wanted:
         if all(name.lower() in labels for name in names):
-            return [labels.index(name.lower()) for name in names] if models else None
+            found = [labels.index(name.lower()) for name in names]
+            return {"models": found, "down": labels[found[2]] not in _UPWARDS} if models else None
     if options.vectors is not None:
         raise UsageError(f"vectors {','.join(options.vectors)}: expected three labels of models, found "
                          f"{', '.join(run.control.values.labels) or 'none'}")

@@ -132,7 +132,8 @@ function putTerrain(report) {
 
 /** Arrows of the vectors longer than the threshold, the strongest 3000 at most. */
 function putArrows(report) {
-  const { data, scene } = report, [ex, ny, up] = data.vectors.map((number) => valuesOf(report, number));
+  const { data, scene } = report, [ex, ny, third] = data.vectors.models.map((number) => valuesOf(report, number));
+  const up = data.vectors.down ? third.map((value) => -value) : third;
   const { x, y, z } = data.mesh.centres, lengths = ex.map((value, n) => Math.hypot(value, ny[n], up[n]));
   const longest = rangeOf(lengths)[1], points = [];
   const chosen = Array.from(lengths.keys()).filter((n) => lengths[n] > report.threshold * longest)
