@@ -19,6 +19,19 @@ _DEBIAN_PACKAGES = {
 }
 
 
+def is_lack_of_memory(error: BaseException | None) -> bool:
+    """Whether a module could not be loaded because memory is short, which Python reports as an error of the import.
+
+    >>> is_lack_of_memory(ImportError("liblapack.so.3: failed to map segment from shared object"))
+    True
+    """
+    while error is not None:
+        if isinstance(error, MemoryError) or "failed to map segment" in str(error):
+            return True
+        error = error.__cause__ or error.__context__
+    return False
+
+
 def require(module: str, purpose: str) -> Any:
     """Import a module that the package itself does not depend on.
 
@@ -38,6 +51,8 @@ def require(module: str, purpose: str) -> Any:
     ------
     MissingPackageError
         One line that names the package to install.
+    MemoryError
+        When it is there and cannot be loaded.
 
     Examples
     --------
@@ -50,6 +65,8 @@ def require(module: str, purpose: str) -> Any:
     try:
         return importlib.import_module(module)
     except ImportError as error:
+        if is_lack_of_memory(error):
+            raise MemoryError from error
         top = module.partition(".")[0]
         name = _DEBIAN_PACKAGES.get(top)
         remedy = f"install the Debian package {name}" if name else f"install {top}"

@@ -78,8 +78,25 @@ def test_too_little_memory_is_a_state_of_its_own(capsys):
     def hungry():
         raise MemoryError
 
-    assert run_program("voxlith-tools", hungry) == 2
-    assert capsys.readouterr().err == "voxlith-tools: not enough memory\n"
+    def unloadable():
+        try:
+            raise ImportError("liblapack.so.3: failed to map segment from shared object")
+        except ImportError as error:
+            raise ImportError("many lines\nof advice") from error
+
+    for main_routine in (hungry, unloadable):
+        assert run_program("voxlith-tools", main_routine) == 2
+        assert capsys.readouterr().err == "voxlith-tools: not enough memory\n"
+
+
+def test_short_memory_ends_in_one_line(tmp_path):
+    """Also while Python loads its modules."""
+    import resource
+    for megabytes in (20, 25, 30, 40):
+        limit = megabytes << 20
+        done = start("info", "absent.mtx", preexec_fn=lambda limit=limit: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+        assert "Traceback" not in done.stderr and done.stderr.count("\n") == 1, (megabytes, done.stderr)
+        assert done.returncode in (1, 2)
 
 
 def test_control_characters_are_shown_as_such(tools):

@@ -8,6 +8,7 @@ import sys
 from collections.abc import Callable, Mapping
 
 from ..errors import PathLike, UsageError, VoxlithError, escaped
+from ..packages import is_lack_of_memory
 
 FAILED = 1
 """Exit status for a failure."""
@@ -69,6 +70,10 @@ def run_program(program: str, main: Callable[[], int]) -> int:
     except VoxlithError as error:
         return _fail(program, str(error))
     except MemoryError:
+        return _fail(program, "not enough memory", CANNOT_START)
+    except ImportError as error:
+        if not is_lack_of_memory(error):
+            raise
         return _fail(program, "not enough memory", CANNOT_START)
     except KeyboardInterrupt:
         return _fail(program, "interrupted", 130)
