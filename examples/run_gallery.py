@@ -27,7 +27,7 @@ import report_pictures  # noqa: E402
 import run_example  # noqa: E402
 
 CAPTIONS = {
-    'sections': 'A depth slice, two sections and a histogram of the recovered model; lines show the true bodies.',
+    'sections': 'A depth slice, two sections and a histogram of the recovered model; lines show the true bodies, if known.',
     'data': 'Observed and predicted data share one scale; residuals are in standard deviations.',
     'convergence': 'Misfit, norm and total against the iteration.',
     'zscores': 'Residuals over their standard deviations beside the standard normal.',

@@ -9,6 +9,7 @@ A comment in front of a fenced block says what it is:
     <!-- excerpt NAME 1-4,20 -->  lines of a file; long gaps as above
     <!-- continues OTHER.md -->   (anywhere) the blocks of OTHER.md run first, in the same folder
     <!-- example NAME -->         (anywhere) the files of this example lie in the folder
+    <!-- files PATH ... -->       (anywhere) these files of the source tree lie in the folder
 
 Dates and times are masked; trailing blanks do not count.
 """
@@ -16,7 +17,7 @@ import os
 import re
 import subprocess
 
-COMMENT = re.compile(r'^<!-- (file|run|screen|excerpt|continues|example)\b:? ?(.*?) ?-->$')
+COMMENT = re.compile(r'^<!-- (file|run|screen|excerpt|continues|example|files)\b:? ?(.*?) ?-->$')
 
 
 class Block:
@@ -35,7 +36,7 @@ def blocks_of(text):
         if not mark:
             continue
         kind, words = mark.groups()
-        if kind in ('continues', 'example'):
+        if kind in ('continues', 'example', 'files'):
             found.append(Block(kind, words, at, at, []))
             continue
         if at >= len(lines) or not lines[at].startswith('```'):

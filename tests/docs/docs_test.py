@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds the documents and the manual pages to the programs.
 
-    docs_test.py --build DIR [--accept] [Commands | Readme | Numbers | Options | Messages | Stops | Links | Compatibility | Modules | ManualPages ...]
+    docs_test.py --build DIR [--accept] [Commands | Guides | Readme | Numbers | Options | Messages | Stops | Links | Compatibility | Modules | ManualPages ...]
 
 The commands in docs/ are run and what the documents show is compared with what the programs leave; options, messages and links are
 compared with the programs, the sources and the files. --accept writes what the programs leave into the documents.
@@ -27,6 +27,7 @@ MAN = os.path.join(ROOT, 'man')
 MADE_PAGES = ['voxlith-run.1', 'voxlith-tools.1', 'voxlith-plot.1']  # from the help of the programs
 PAGES = ['voxlith.1', 'voxlith-run.1', 'voxlith-tools.1', 'voxlith-inp.5', 'voxlith-mtx.5']
 REFERENCE_PAGES = ['formats.md', 'control-file.md', 'command-line.md', 'log-and-tables.md', 'voxlith-run.md']
+GUIDE_PAGES = ['survey.md', 'terrain.md', 'regional.md', 'ubc-files.md', 'own-matrix.md', 'case-hamersley.md']
 NUMBER_PAGES = ['choosing-parameters.md', 'when-it-does-not-fit.md']
 STOP_PAGES = ['control-file.md', 'command-line.md', 'log-and-tables.md']
 build = ''
@@ -51,7 +52,10 @@ class PageTest(unittest.TestCase):
     """What the commands of a page leave is what the page shows."""
 
     def session(self, folder):
-        return Session(folder, build + os.pathsep + os.path.join(build, 'tools'))
+        # Debian packs NumPy for its own interpreter.
+        session = Session(folder, os.pathsep.join([build, os.path.join(build, 'tools'), '/usr/bin']))
+        session.environment['PYTHONPATH'] = os.path.join(ROOT, 'python')
+        return session
 
     def go_through(self, name, session, differences):
         """Goes through the blocks of a page. Differences are (first line of the content, content, what it should be)."""
@@ -61,6 +65,9 @@ class PageTest(unittest.TestCase):
             elif block.kind == 'example':
                 subprocess.run([sys.executable, os.path.join(ROOT, 'examples', 'run_example.py'), block.words, '--build', build,
                                 '--work', session.folder], check=True, stdout=subprocess.DEVNULL, timeout=600)
+            elif block.kind == 'files':
+                for path in block.words.split():
+                    shutil.copy(os.path.join(ROOT, path), session.folder)
             elif block.kind == 'file':
                 session.write(block)
             elif block.kind == 'run':
@@ -91,6 +98,10 @@ class PageTest(unittest.TestCase):
 
 class Commands(PageTest):
     """The pages of reference."""
+
+
+class Guides(PageTest):
+    """The pages that lead through a piece of work."""
 
 
 class Readme(unittest.TestCase):
@@ -361,7 +372,7 @@ class Links(unittest.TestCase):
         self.assertGreater(total, 40)
 
     def test_reference_is_in_the_readme(self):
-        for name in REFERENCE_PAGES + NUMBER_PAGES:
+        for name in REFERENCE_PAGES + GUIDE_PAGES + NUMBER_PAGES:
             self.assertIn('(docs/%s)' % name, read(ROOT, 'README.md'))
 
 
@@ -429,6 +440,7 @@ class ManualPages(unittest.TestCase):
 
 
 add_page_tests(Commands, REFERENCE_PAGES)
+add_page_tests(Guides, GUIDE_PAGES)
 add_page_tests(Numbers, NUMBER_PAGES)
 
 if __name__ == '__main__':
