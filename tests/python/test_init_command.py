@@ -283,3 +283,13 @@ def test_weights_of_other_layouts(survey, tools, tmp_path, form):
     survey("gz", 0.4, weight=("--form", form))
     done = tools("init", *GRAVITY)
     assert done.status == 0 and "voxlith_weights.txt: depth weighting" in done.out, done
+
+
+def test_files_of_the_user_stay(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    (tmp_path / "voxlith_weights.txt").write_text("mine\n")
+    assert one_line(tools("init", *GRAVITY)) == "voxlith_weights.txt: there is such a file already; --force replaces it"
+    assert (tmp_path / "voxlith_weights.txt").read_text() == "mine\n" and not (tmp_path / "voxlith.inp").exists()
+    assert tools("init", *GRAVITY, "--force").status == 0
+    checked = tools("check", "d.obs", "--control", "voxlith.inp")
+    assert checked.status == 0 and "background" not in checked.out

@@ -21,7 +21,7 @@ from ..crs import convert, outside_area_of_use, parse_crs
 from ..earth_field import earth_field
 from ..errors import FileError, UsageError
 from ..grid_table import is_grid
-from ..io.control_file import read_control_file
+from ..io.control_file import ControlValues, read_control_file
 from ..io.mtx_file import MtxFile
 from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
@@ -96,13 +96,11 @@ def run(arguments: Sequence[str]) -> int:
 
 def _background(options: argparse.Namespace, survey: Survey, findings: Sequence[Finding]) -> list[Finding]:
     """The background that the control file removes, or could remove where the data have an offset or a slope."""
-    if options.control:
-        values = read_control_file(options.control).values
-        return check_background(survey, [options.mtx] if options.mtx else values.mtx_files, values.background,
-                                values.background_value)
-    if options.mtx and {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
-        return check_background(survey, [options.mtx])
-    return []
+    values = read_control_file(options.control).values if options.control else ControlValues()
+    chosen, files = values.background, [options.mtx] if options.mtx else list(values.mtx_files)
+    if not chosen and not {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
+        return []
+    return check_background(survey, files if options.mtx or options.control else (), chosen, values.background_value)
 
 
 def _remedy(error: FileError) -> str:

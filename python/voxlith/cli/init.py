@@ -72,7 +72,7 @@ def make_parser() -> Parser:
         help="Sensitivity file; several for a joint inversion")
     add("--mesh", metavar="FILE", help="Mesh file; compared with the mesh in the sensitivity file")
     add("--out", metavar="FILE", default="voxlith.inp", help="Control file to write (default: voxlith.inp)")
-    add("--force", action="store_true", help="Replace an earlier control file")
+    add("--force", action="store_true", help="Replace an earlier control file and the files that go with it")
     add("--sign", choices=list(_SIGNS),
         help="Values of the model (default: auto, which is positive for magnetic data, else either)")
     add("--bounds", metavar="LOWER,UPPER", help="lower,upper of the model, or null (default: by the sign)")
@@ -101,7 +101,8 @@ def run(arguments: Sequence[str]) -> int:
     choices = choose_values(sensitivities.headers, overrides)
     add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
     weighted = options.weights == "auto" and _is_full(sensitivities)
-    files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds))
+    files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds),
+                          replace=options.force)
     for name in (files.initial, files.bounds, files.weighting):
         _check_name("--out", name, _LONGEST_NAME, False)
     text = control_text(choices, options.data, options.mtx, initial=files.initial, bounds=files.bounds,

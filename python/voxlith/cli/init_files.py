@@ -10,7 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ..control_choices import Choices
-from ..errors import FileError, UsageError
+from ..errors import FileError, UsageError, VoxlithError
 from ..io.bounds_file import read_bounds_file, write_bounds_file
 from ..io.model_file import write_model_file
 from ..io.weight_file import write_weight_file
@@ -34,15 +34,20 @@ class RunFiles:
     initial, bounds, weighting : str
         Texts of lines 6, 8 and 10.
     notes : list of str
-    written : list of str
-        Files that were written.
+    replace : bool
+        Whether files may be replaced.
     """
 
     initial: str
     bounds: str
     weighting: str = "null"
     notes: list[str] = field(default_factory=list)
-    written: list[str] = field(default_factory=list)
+    replace: bool = False
+
+    def require_new(self, name: str) -> None:
+        """Raise VoxlithError for a file that is there already, unless it may be replaced."""
+        if os.path.lexists(name) and not self.replace:
+            raise VoxlithError(f"{name}: there is such a file already; --force replaces it")
 
 
 def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
@@ -51,7 +56,8 @@ def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
         return sensitivity.mesh, sensitivity.inactive_cells()
 
 
-def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: bool, bounds_asked: bool) -> RunFiles:
+def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: bool, bounds_asked: bool,
+                  replace: bool = False) -> RunFiles:
     """Write what the control file needs beside it.
 
     With inactive cells the bounds are those of the file that ``mtx --topography`` wrote beside the sensitivity file. A new
@@ -69,14 +75,18 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: b
         Whether to write weights of the model norm.
     bounds_asked : bool
         Whether the bounds of `choices` are the user's.
+    replace : bool
+        Whether files of these names may be replaced.
 
     Raises
     ------
     FileError
         When the bounds file beside the sensitivity file leaves an inactive cell free.
+    VoxlithError
+        For a file that is there already and may not be replaced.
     """
     stem = os.path.splitext(out)[0]
-    files = RunFiles(f"{choices.initial:.6g}", choices.bounds)
+    files = RunFiles(f"{choices.initial:.6g}", choices.bounds, replace=replace)
     mesh, inactive = inactive_cells(mtx[0])
     if inactive.any() and not inactive.all():
         _inactive_files(files, choices, mtx[0], stem, inactive, mesh, bounds_asked)
@@ -92,9 +102,9 @@ def _write_weights(files: RunFiles, mtx: Sequence[str], mesh: Mesh, name: str) -
     except UsageError as error:  # a single layer, or cells so deep that the survey looks small
         files.notes.append(f"no depth weighting: {error}")
         return
+    files.require_new(name)
     write_weight_file(name, made.cells)
     files.weighting = name
-    files.written.append(name)
     files.notes.append(f"{name}: depth weighting from the sensitivities")
 
 
@@ -118,14 +128,14 @@ def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inac
         files.notes.append(f"{beside}: bounds of {mtx}, with {count} inactive cells above the terrain fixed")
     else:
         files.bounds = f"{stem}_bounds.txt"
+        files.require_new(files.bounds)
         write_bounds_file(files.bounds, chosen)
-        files.written.append(files.bounds)
         source = f"those of {taken}, free sides by {choices.bounds}" if taken else choices.bounds
         files.notes.append(f"{files.bounds}: bounds {source}; {count} inactive cells above the terrain are fixed")
     if choices.initial != 0.0:
         files.initial = f"{stem}_start.mod"
+        files.require_new(files.initial)
         write_model_file(files.initial, np.where(inactive, 0.0, choices.initial))
-        files.written.append(files.initial)
         files.notes.append(f"{files.initial}: starting model, 0 in the inactive cells")
 
 
