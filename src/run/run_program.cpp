@@ -24,6 +24,7 @@
 #include "run/input_checks.h"
 #include "run/iteration_output.h"
 #include "run/loop_checkpoint.h"
+#include "run/read_thread.h"
 #include "run/screen_capture.h"
 #include "run/stop_signal.h"
 #include "run/thread_team.h"
@@ -300,6 +301,7 @@ RunStatus reportFailure(RunState& run, std::string_view problem) {
 
 RunStatus runProgram(const RunOptions& options) {
     watchSignals();
+    const ReadThread reader(options.threads > 1);  // outlives the files of the run
     RunState run;
     ScreenCapture capture;
     const bool captured = options.quiet || options.check || !isFirstRank();

@@ -46,6 +46,49 @@ void makeBlock(BinaryInput& input) {
     }
 }
 
+std::byte* dataOf(BinaryInput& input) {
+    return input.block.data() + input.blockFront;
+}
+
+void finishNext(BinaryInput& input) {
+    if (input.nextBegun) {
+        backgroundReads().finish(backgroundReads().reader, input.next);
+        input.nextBegun = false;
+    }
+}
+
+// Begins to read what follows the block.
+void beginNext(BinaryInput& input) {
+    const std::int64_t from = input.blockStart + static_cast<std::int64_t>(input.blockLength);
+    if (backgroundReads().begin == nullptr || from >= input.size) {
+        return;
+    }
+    input.nextBlock.resize(2 * largeReadAhead);
+    input.next = {input.handle, input.nextBlock.data() + largeReadAhead, largeReadAhead, from};
+    input.nextBegun = true;
+    backgroundReads().begin(backgroundReads().reader, input.next);
+}
+
+// Takes the block that was read in the background, with the last `kept` bytes of the present one in front of it. False
+// when it is another part of the file.
+bool takeNext(BinaryInput& input, std::size_t kept) {
+    if (!input.nextBegun) {
+        return false;
+    }
+    finishNext(input);
+    const bool wanted = input.next.from == input.position + static_cast<std::int64_t>(kept) && input.next.got > 0;
+    if (!wanted || kept > largeReadAhead || kept % sizeof(float) != 0) {
+        return false;
+    }
+    input.bytesRead += static_cast<std::int64_t>(input.next.got);
+    const std::size_t front = largeReadAhead - kept;
+    std::memcpy(input.nextBlock.data() + front, dataOf(input) + input.blockLength - kept, kept);
+    std::swap(input.block, input.nextBlock);
+    input.blockFront = front;
+    input.blockLength = kept + input.next.got;
+    return true;
+}
+
 // Fills the read-ahead from the present position on; bytes that it holds already are not fetched again.
 void moveBlockHere(BinaryInput& input) {
     makeBlock(input);
@@ -53,12 +96,17 @@ void moveBlockHere(BinaryInput& input) {
     std::size_t kept = 0;
     if (offset >= 0 && offset < static_cast<std::int64_t>(input.blockLength)) {
         kept = input.blockLength - static_cast<std::size_t>(offset);
-        std::memmove(input.block.data(), input.block.data() + offset, kept);
+    }
+    if (!takeNext(input, kept)) {
+        std::memmove(input.block.data(), dataOf(input) + input.blockLength - kept, kept);
+        input.blockFront = 0;
+        input.blockLength = kept;
+        input.blockLength +=
+            fetch(input, input.block.data() + kept, std::min(input.block.size(), largeReadAhead) - kept,
+                  input.position + static_cast<std::int64_t>(kept));
     }
     input.blockStart = input.position;
-    input.blockLength = kept;
-    input.blockLength += fetch(input, input.block.data() + kept, input.block.size() - kept,
-                               input.position + static_cast<std::int64_t>(kept));
+    beginNext(input);
 }
 
 // Copies what the read-ahead holds from `from` on.
@@ -69,7 +117,7 @@ std::size_t copyFromBlock(const BinaryInput& input, std::byte* target, std::size
     }
     const auto start = static_cast<std::size_t>(offset);
     const std::size_t count = std::min(bytes, input.blockLength - start);
-    std::memcpy(target, input.block.data() + start, count);
+    std::memcpy(target, input.block.data() + input.blockFront + start, count);
     return count;
 }
 
@@ -124,11 +172,14 @@ bool openBinaryInput(BinaryInput& input, const std::string& name) {
 }
 
 void closeBinaryInput(BinaryInput& input) {
+    finishNext(input);
     if (input.handle >= 0) {
         ::close(input.handle);
     }
     input.handle = -1;
     std::vector<std::byte>().swap(input.block);
+    std::vector<std::byte>().swap(input.nextBlock);
+    input.blockFront = 0;
     input.blockLength = 0;
 }
 
@@ -169,6 +220,7 @@ void readBytes(BinaryInput& input, void* target, std::size_t bytes, std::string_
             got = fetch(input, out + done, missing, from);
         } else {
             makeBlock(input);
+            input.blockFront = 0;
             input.blockLength = 0;
             input.blockLength = fetch(input, input.block.data(), std::min(input.readAhead, input.block.size()), from);
             input.blockStart = from;
@@ -201,7 +253,7 @@ const std::byte* viewBytes(BinaryInput& input, std::size_t bytes, std::string_vi
         return nullptr;
     }
     input.position += static_cast<std::int64_t>(bytes);
-    return input.block.data() + offset;
+    return dataOf(input) + offset;
 }
 
 bool readScattered(BinaryInput& input, std::span<const iovec> parts) {

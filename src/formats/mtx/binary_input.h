@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/background_reads.h"
+
 namespace voxlith {
 
 struct BinaryInput {
@@ -28,8 +30,14 @@ struct BinaryInput {
     std::int64_t bytesRead = 0;    // by system calls so far
     std::size_t readAhead = 0;     // bytes that a small read fetches at once
     std::vector<std::byte> block;  // read-ahead
-    std::int64_t blockStart = 0;   // file position of block[0]
+    std::size_t blockFront = 0;    // unused bytes at the start of the block
+    std::int64_t blockStart = 0;   // file position of block[blockFront]
     std::size_t blockLength = 0;
+    // With background reads: what follows the block, being read. Bytes of the block that are still needed will be
+    // copied in front of it.
+    std::vector<std::byte> nextBlock;
+    ReadRequest next;
+    bool nextBegun = false;
 };
 
 constexpr std::size_t largeReadAhead = std::size_t{1} << 18;
