@@ -7,10 +7,13 @@
 #include <cstdio>
 
 #include "base/overhead_timers.h"
+#include "base/ranks.h"
+#include "base/workers.h"
 #include "driver/run_steps.h"
 #include "inversion/gradient.h"
 #include "inversion/objective.h"
 #include "run/convergence/converged_mode.h"
+#include "run/cost_model.h"
 #include "run/progress_line.h"
 
 namespace voxlith {
@@ -101,12 +104,38 @@ std::string describeConvergedRun(RunState& run, const RunOptions& options, const
            row("products", products + shorterToLonger(product * all.least, product * all.most));
 }
 
+std::string memoryText(double megabytes) {
+    char text[32];
+    std::snprintf(text, sizeof text, megabytes < 10.0e3 ? "%.0f MB" : "%.0f GB",
+                  megabytes < 10.0e3 ? megabytes : megabytes / 1000.0);
+    return text;
+}
+
+// What other machines would take, by the ratios of the cost model.
+std::string otherMachines(const RunState& run, const Machines& here) {
+    constexpr Machines others[] = {{1, 1}, {1, 4}, {1, 16}, {4, 16}};
+    const RunSize size = sizeOf(run);
+    const double secondsHere = secondsOfIteration(size, here);
+    std::string text = "  by the formulas of docs/scaling.md, with cores like those here:\n";
+    for (const Machines& machines : others) {
+        std::string name = machines.processes > 1 ? std::to_string(static_cast<int>(machines.processes)) + " x " : "";
+        name += std::to_string(static_cast<int>(machines.threads)) + (machines.threads > 1 ? " cores" : " core");
+        char share[64];
+        std::snprintf(share, sizeof share, "%.2g times the time here, ",
+                      secondsOfIteration(size, machines) / secondsHere);
+        text += row(name.c_str(), share + memoryText(bytesOfProcess(size, machines.processes) / 1.0e6) +
+                                      (machines.processes > 1 ? " in each process" : ""));
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string describeRun(RunState& run, const RunOptions& options) {
     const InversionProblem problem = inversionProblemOf(run);
     const std::string steps = options.untilConverged ? describeConvergedRun(run, options, problem)
                                                      : describeIterations(problem, run.control.inversion.maxIterations);
+    const Machines here{static_cast<double>(ranksOfRun().count), static_cast<double>(workersOfProcess().count)};
     const MeshGeometry& mesh = run.mesh;
     const std::string cells = count(static_cast<std::int64_t>(mesh.cellCount()), "cell") + " (" +
                               std::to_string(mesh.nx) + " x " + std::to_string(mesh.ny) + " x " +
@@ -117,10 +146,12 @@ std::string describeRun(RunState& run, const RunOptions& options) {
     text +=
         row("sensitivities", count(run.sensitivity.store.totalCoef, "coefficient") +
                                  (run.sensitivity.idisk == 0 ? ", in memory" : ", read from disk at every product"));
-    char memory[32];
-    std::snprintf(memory, sizeof memory, "%.0f MB", megabytesUsed());
-    text += row("memory", memory);
-    return text + steps;
+    text += row("memory", memoryText(megabytesUsed()) + (here.processes > 1 ? " in the first process" : ""));
+    text += steps;
+    if (run.sensitivity.idisk == 0) {
+        text += otherMachines(run, here);
+    }
+    return text;
 }
 
 }  // namespace voxlith
