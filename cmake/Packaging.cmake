@@ -33,6 +33,9 @@ install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)  # t
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(TARGET pages)
     install(FILES ${manualPages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    if(TARGET voxlith-run-mpi)
+        install(FILES ${pagesFolder}/man/voxlith-run.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 RENAME voxlith-run-mpi.1)
+    endif()
     # In bash one file serves all programs; the shell looks for it by the name of the program.
     foreach(program voxlith voxlith-run voxlith-run-mpi voxlith-tools voxlith-plot)
         install(FILES ${pagesFolder}/completion/voxlith.bash
