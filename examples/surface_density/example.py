@@ -1,4 +1,4 @@
-"""Surface density above apparent density: a thin cover and the rock below, each with a density of its own a column.
+"""Surface density above apparent density: a thin cover and the rock below, each with a density of its own per column.
 
 Patches of the 50 m cover are light; the 300 m of rock below hold a wide dense block that ends elsewhere. A file of
 style 3 has two unknowns a column. Both come from the same gravity data: short waves belong to the cover, long ones to

@@ -113,7 +113,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     CLI::App app("Inverts gravity and magnetic survey data for a 3-D cell model", options.program);
     useHelpLayout(app);
     app.set_version_flag("--version", options.program + " " + std::string(programVersion), "Show the version and end");
-    app.add_option("CONTROL", options.controlFile, "Control file, by custom voxlith.inp")->required();
+    app.add_option("CONTROL", options.controlFile, "Control file, such as voxlith.inp")->required();
     app.add_option("KEYWORD", options.keywords,
                    "Keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
     app.add_option("--until-converged", options.tolerance,

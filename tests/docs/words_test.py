@@ -35,6 +35,9 @@ AVOIDED = [
     (r'\bsome (two|three|four|five|ten|\d+) (minutes|seconds|hours)\b', 'about'),
     (r'\b(rooms?|houses?|wishes|doubts?|contests?|leisure|foretell)\b', 'a plain technical term'),
     (r'\bbehind\b', 'after, end'),
+    (r'\bby custom\b', 'by default'),
+    (r'\bstands? apart by\b', 'separated by'),
+    (r'\bare held\b', 'are fixed'),
     (r'\btakes? off\b|\btaken off\b', 'remove'),
 ]
 

@@ -44,7 +44,7 @@ _COMPUTED = ("mtx", "mtx-join", "predict")
 def help_text() -> str:
     """What ``voxlith-tools --help`` shows."""
     lines = [f"usage: {PROGRAM} SUBCOMMAND [OPTIONS]", "",
-             "From a survey to a model and its pictures: what stands around an inversion", "",
+             "From a survey to a model and its pictures: the work before and after an inversion", "",
              "options:", "  -h, --help     Show this help and end", "  --version      Show the version and end", "",
              "subcommands, in the order of work:"]
     lines += [f"  {name:<14} {text}" for name, text in SUBCOMMANDS.items()]
