@@ -26,6 +26,7 @@ from .io.progress_file import IterationRow, read_progress_file
 from .io.tables import (APPARENT_DENSITY_TABLE, BACKGROUND_FIT_TABLE, ERROR_TABLE, SURFACE_RESPONSE_TABLE,
                         ApparentDensityTable, BackgroundTable, ErrorTable, read_apparent_density_table,
                         read_background_table, read_error_table)
+from .io.tradeoff_table import TRADEOFF_TABLE, TradeoffTable, read_tradeoff_table
 from .io.weight_file import CellWeights, is_null_name, read_weight_files
 from .mesh import Mesh
 from .model import Model
@@ -319,6 +320,22 @@ class Run:
     def table(self) -> list[IterationRow]:
         """The table of iterations. Raises FileError."""
         return read_progress_file(self.path("voxlith.aux"), strict=self.strict)
+
+    @property
+    def tradeoffs(self) -> TradeoffTable | None:
+        """Trade-off multipliers that the last run tried; None when it tried none. Raises FileError.
+
+        A table that is older than the run is of an earlier one.
+        """
+        path = self.path(TRADEOFF_TABLE)
+        try:
+            written = path.stat().st_mtime
+        except OSError:
+            return None
+        log = self.log[-1] if self.path("voxlith.log").is_file() and self.log else None
+        if log is not None and log.started is not None and written < log.started.timestamp():
+            return None
+        return read_tradeoff_table(path)
 
     @property
     def predicted(self) -> Survey:

@@ -10,7 +10,8 @@ import pytest
 from conftest import BUILD
 from objective import Objective
 
-from voxlith import Mesh, Model, Survey
+from voxlith import Mesh, Model, Run, Survey
+from voxlith.plot import convergence
 
 CONTROL = """0
 2 0 0
@@ -95,3 +96,16 @@ def test_cells_too_coarse_as_the_reason(gravity, tmp_path):
     gravity(3.0, bounds="-9,9")
     text = converge(tmp_path, "--target-rms")
     assert "Reason: the cells are too coarse" in text and "Reason: the bounds" not in text
+
+
+def test_terms_of_a_search_add_up_to_the_total_in_the_picture(gravity, tmp_path):
+    """Each iteration has its own trade-off, not that of the control file."""
+    gravity(0.01, start="0.0", bounds="-1,1")
+    converge(tmp_path, "--target-rms", "1")
+    run = Run(tmp_path)
+    assert run.tradeoffs is not None and run.tradeoffs.iteration[-1] == run.table[-1].iteration
+    figure = convergence(run)
+    terms = {line.get_label(): dict(zip(line.get_xdata(), line.get_ydata())) for line in figure.axes[3].lines}
+    for row in run.table[1:]:
+        total = sum(values.get(row.iteration, 0.0) for values in terms.values())
+        assert total == pytest.approx(row.total ** 2, rel=2e-3)

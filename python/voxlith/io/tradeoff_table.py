@@ -16,6 +16,7 @@ Reals = npt.NDArray[np.float64]
 
 TRADEOFF_TABLE = "voxlith_tradeoff.csv"
 _COLUMNS = ("tradeoff", "rms_misfit", "phi_m")
+_ITERATION = "iteration"
 
 
 @dataclass(frozen=True)
@@ -30,11 +31,14 @@ class TradeoffTable:
         RMS misfits.
     squared_norm : ndarray, shape (n,)
         Model norms before the root.
+    iteration : ndarray, shape (n,)
+        Last iteration with this multiplier; NaN where the table does not say.
     """
 
     tradeoff: Reals
     misfit: Reals
     squared_norm: Reals
+    iteration: Reals
 
 
 def read_tradeoff_table(path: PathLike) -> TradeoffTable:
@@ -50,13 +54,15 @@ def read_tradeoff_table(path: PathLike) -> TradeoffTable:
     missing = [name for name in _COLUMNS if name not in names]
     if missing:
         raise FileError(path, f"expected the columns {', '.join(_COLUMNS)}, found {shown(','.join(names))}", line=1)
+    columns = [*_COLUMNS, *([_ITERATION] if _ITERATION in names else [])]
     rows = []
     for number, text in enumerate(lines[1:], 2):
         words = text.split(",")
         values = [parse_real(words[names.index(name)].strip()) if names.index(name) < len(words) else None
-                  for name in _COLUMNS]
+                  for name in columns]
         if len(words) != len(names) or any(value is None or not math.isfinite(value) for value in values):
             raise FileError(path, f"expected a row of {len(names)} numbers, found {shown(text)}", line=number)
         rows.append([value for value in values if value is not None])
-    table = np.array(rows).reshape(len(rows), len(_COLUMNS)).T
-    return TradeoffTable(table[0], table[1], table[2])
+    table = np.array(rows).reshape(len(rows), len(columns)).T
+    iteration = table[3] if len(columns) > len(_COLUMNS) else np.full(len(rows), np.nan)
+    return TradeoffTable(table[0], table[1], table[2], iteration)

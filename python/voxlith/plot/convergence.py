@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from typing import Any
 
 import numpy as np
@@ -121,6 +121,19 @@ def _terms_of(log: RunLog) -> Iterator[tuple[int, IterationTerms]]:
     yield from log.iterations.items()
 
 
+def _multipliers(run: Run) -> Callable[[int, RunLog], float]:
+    """The trade-off multiplier of an iteration: of the table where a run tried several, else that of the log."""
+    try:
+        table = run.tradeoffs
+    except FileError:
+        table = None
+    if table is None or not len(table.tradeoff) or np.isnan(table.iteration).any():
+        return lambda number, log: log.tradeoff or 0.0
+    order = np.argsort(table.iteration, kind="stable")
+    last, multipliers = table.iteration[order], table.tradeoff[order]
+    return lambda number, log: float(multipliers[min(int(np.searchsorted(last, number)), len(last) - 1)])
+
+
 def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals) -> None:
     """What the square of the total is made of: the misfit, the parts of the norm times the trade-off, the barrier."""
     panel.set_title("Terms of the total: misfit², trade-off × parts of norm²")
@@ -129,7 +142,8 @@ def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals) -> 
         logs = run.log if run.path("voxlith.log").is_file() else []
     except FileError:
         logs = []
-    found = {number: (terms, log.tradeoff or 0.0) for log in logs for number, terms in _terms_of(log)}
+    multiplier_of = _multipliers(run)
+    found = {number: (terms, multiplier_of(number, log)) for log in logs for number, terms in _terms_of(log)}
     numbers = sorted(found)
     for key, words, colour, dashes in _TERMS:
         # The barrier is a term of the total by itself.

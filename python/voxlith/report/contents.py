@@ -17,7 +17,7 @@ from ..errors import FileError, PathLike, RunError, UsageError
 from ..io.log_file import RunLog
 from ..io.output import read_bytes
 from ..io.progress_file import IterationRow
-from ..io.tradeoff_table import TRADEOFF_TABLE, read_tradeoff_table
+from ..io.tradeoff_table import read_tradeoff_table
 from ..model import Model
 from ..run import Fit, Run
 from ..survey import Survey
@@ -87,7 +87,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     if models and window.note(run.mesh):
         notes.append(window.note(run.mesh))
     shown = [_shown_model(model, window) for model in models]
-    curve = _tradeoff_curve(run, chosen, log)
+    curve = _tradeoff_curve(run, chosen)
     kept = _kept_stations(survey.n_stations, notes)
     return {
         "title": chosen.title or os.path.basename(os.path.abspath(run.folder)),
@@ -325,16 +325,10 @@ def _findings(survey: Survey) -> list[list[str]]:
     return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(survey)]
 
 
-def _tradeoff_curve(run: Run, options: ReportOptions, log: RunLog | None) -> Contents | None:
-    """Trials of trade-off multipliers; a table that is older than the run is not of this run."""
-    path = run.path(TRADEOFF_TABLE) if options.tradeoff_table is None else options.tradeoff_table
-    if options.tradeoff_table is None:
-        try:
-            written = os.stat(path).st_mtime
-        except OSError:
-            return None
-        if log is not None and log.started is not None and written < log.started.timestamp():
-            return None
-    table = read_tradeoff_table(path)
+def _tradeoff_curve(run: Run, options: ReportOptions) -> Contents | None:
+    """Trials of trade-off multipliers."""
+    table = run.tradeoffs if options.tradeoff_table is None else read_tradeoff_table(options.tradeoff_table)
+    if table is None:
+        return None
     return {"tradeoff": table.tradeoff.tolist(), "misfit": table.misfit.tolist(),
             "norm": np.sqrt(table.squared_norm).tolist()}
