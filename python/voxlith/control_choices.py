@@ -10,6 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from .codes import is_magnetic
+from .errors import FileError
 from .first_model import FirstModel, first_model
 from .io.mtx_header import MtxHeader
 from .io.numbers import number_text
@@ -141,6 +142,8 @@ def add_warnings(choices: Choices, names: Sequence[str], coefficients: int, data
     for model, unit in enumerate(units):
         chosen = [n for n, number in enumerate(choices.model_of) if number == model]
         found = first_model([names[n] for n in chosen], data[chosen], uncertainty[chosen])
+        if not (math.isfinite(found.smallest) and math.isfinite(found.largest)):
+            raise FileError(names[chosen[0]], "expected coefficients that are numbers; a first model has values that are not")
         _add_warnings(choices, found, unit)
 
 

@@ -268,6 +268,16 @@ def test_no_valid_datum_is_refused(survey, tools, tmp_path):
     assert not (tmp_path / "voxlith.inp").exists()
 
 
+def test_sensitivities_that_are_no_numbers_are_refused(survey, tools, tmp_path):
+    survey("gz", 0.4)
+    mesh = Mesh.read(tmp_path / "mesh.msh")
+    content = bytearray((tmp_path / "g.mtx").read_bytes())
+    end = len(content) - 8 * mesh.n_cells - 4 - 8 * 81 * (mesh.nz + 1)  # of the last row
+    content[end - 4:end] = np.float32(np.nan).tobytes()
+    (tmp_path / "g.mtx").write_bytes(content)
+    assert one_line(tools("init", *GRAVITY)).startswith("g.mtx: expected coefficients that are numbers")
+
+
 def test_one_layer_has_no_depth_weights(survey, tools, tmp_path):
     survey("gz", 0.4)
     Mesh.from_widths((600.0, -400.0, 250.0), 16 * [100.0], 16 * [100.0], [50.0]).write(tmp_path / "flat.msh")

@@ -54,6 +54,13 @@ def test_observed_data_are_read(tools, tmp_path):
     assert "\nmtx of it:      2 rows, 66 kB before compression, about 1 s on one core\n" in done.out
 
 
+def test_a_file_that_lost_stations_is_noticed(tools, tmp_path):
+    (tmp_path / "s.obs").write_text("5\n0 0 5 1 1\n100 300 7 1 1\n")
+    done = tools("mesh", "--stations", "s.obs", "--cell", 50, "--depth", 800, "--out", "m.msh")
+    assert done.status == 0
+    assert done.errors == "voxlith-tools: warning: s.obs: expected 5 stations, found 2; the mesh lies below those\n"
+
+
 LENGTHS = st.floats(0.0, 30.0)
 
 

@@ -114,6 +114,8 @@ def _read_stations(path: str) -> _Stations:
     first = 4 if found.header else 2
     if len(bad):
         raise FileError(path, "expected x, y and elevation of a station", line=first + int(bad[0]))
+    if found.count != len(found.x):
+        warn(PROGRAM, f"{path}: expected {found.count} stations, found {len(found.x)}; the mesh lies below those")
     return _Stations(found.x, found.y, found.elevation, path, np.arange(first, first + len(found.x)))
 
 
