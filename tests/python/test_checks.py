@@ -275,3 +275,9 @@ def test_web_mercator_stretches():
     assert check_scale(np.array([500_000.0]), np.array([5_300_000.0]), "EPSG:32633") == []
     finding, = check_scale(np.array([1_600_000.0]), np.array([6_100_000.0]), "EPSG:3857")
     assert finding.severity == "error" and re.search(r"are 1\.4\d times", finding.text)
+
+
+def test_a_vertical_borehole_has_no_trend_in_plan():
+    depths = -np.arange(20.0, 420.0, 20.0)
+    hole = Survey(np.full(20, 452225.0), np.full(20, 5318425.0), depths, np.linspace(5.0, 9.0, 20)[None, :], (20,), np.full((1, 20), 0.1))
+    assert not {"regional-trend", "constant-offset"} & {finding.name for finding in check_survey(hole)}

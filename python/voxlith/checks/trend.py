@@ -28,6 +28,8 @@ def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str
         return []
     at = np.column_stack([x, y])[valid]
     data, sd = values[valid], float(np.median(deviations[valid]))
+    if not np.ptp(at, axis=0).any():
+        return []  # a vertical borehole
     edge = edge_stations(at)
     if np.count_nonzero(edge) < 4:
         return []
