@@ -96,7 +96,8 @@ void beginLoop(InversionLoop& loop, IterationOutput& output, RunState& run, Conv
     if (mode != nullptr) {
         beginConvergedMode(*mode, loop, {run.control.inversion, run.weights});
     }
-    reportStart(output, loop, more);
+    // What a block holds may have changed with the state.
+    reportStart(output, loop, mode != nullptr ? blocksOf(*mode) : std::vector<StateBlock>{});
 }
 
 // False when a signal has stopped the iterations.
