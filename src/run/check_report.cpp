@@ -78,7 +78,10 @@ struct ProductRange {
 
 ProductRange expectedProducts(const RunOptions& options) {
     if (options.modelNorm != ModelNorm::smooth) {
-        return {1000.0, 2500.0};
+        return {1000.0, 3000.0};
+    }
+    if (options.perComponent) {
+        return {250.0, 600.0};
     }
     return options.targetRms ? ProductRange{200.0, 400.0} : ProductRange{100.0, 400.0};
 }

@@ -52,6 +52,17 @@ double slopeOf(const ComponentSearch& search, std::span<const double> misfits, s
                                                               : usualSlope;
 }
 
+void moveFactors(ComponentSearch& search, std::span<const double> misfits, double largest) {
+    for (std::size_t c = 0; c < misfits.size(); ++c) {
+        const double distance = distanceOf(search, misfits, c);
+        const double slope = slopeOf(search, misfits, c);
+        const double change = std::clamp(std::exp(distance / slope), 1.0 / largest, largest);
+        search.lastFactor[c] = search.factor[c];
+        search.lastMisfit[c] = misfits[c];
+        search.factor[c] = std::max(search.factor[c] * change, smallestFactor);
+    }
+}
+
 }  // namespace
 
 ComponentSearch makeComponentSearch() {
@@ -89,14 +100,16 @@ void chooseFactors(ComponentSearch& search, const ComponentTrial& trial, std::sp
         search.end = ComponentEnd::noBetter;
         return;
     }
-    for (std::size_t c = 0; c < misfits.size(); ++c) {
-        const double distance = distanceOf(search, misfits, c);
-        const double slope = slopeOf(search, misfits, c);
-        const double change = std::clamp(std::exp(distance / slope), 1.0 / largestChange, largestChange);
-        search.lastFactor[c] = search.factor[c];
-        search.lastMisfit[c] = misfits[c];
-        search.factor[c] = std::max(search.factor[c] * change, smallestFactor);
+    moveFactors(search, misfits, largestChange);
+}
+
+bool adjustFactors(ComponentSearch& search, std::span<const double> misfits, double tolerance) {
+    constexpr double largestAdjustment = 3.0;
+    if (worstDistance(search, misfits) <= 2.0 * std::log1p(tolerance)) {
+        return false;
     }
+    moveFactors(search, misfits, largestAdjustment);
+    return true;
 }
 
 void writeComponentTable(const std::string& fileName, const ComponentSearch& search, std::size_t components) {

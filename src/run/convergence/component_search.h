@@ -54,6 +54,10 @@ ComponentSearch makeComponentSearch();
 // target squared, 0 for a component without valid data.
 double neededAccuracy(const ComponentSearch& search, std::span<const double> misfits, double finalAccuracy);
 
+// Moves the factors towards the target by small steps; false when each misfit is within `tolerance` (of the RMS
+// misfit).
+bool adjustFactors(ComponentSearch& search, std::span<const double> misfits, double tolerance);
+
 // Takes a solution with its misfits, and changes the factors or sets search.end. The trial's factors are filled in.
 void chooseFactors(ComponentSearch& search, const ComponentTrial& trial, std::span<const double> misfits);
 

@@ -130,6 +130,24 @@ std::vector<double> relativeMisfits(const ConvergedMode& mode, const InversionPr
     return relative;
 }
 
+// A component whose misfit is a small part of the objective needs more accuracy: by the root of its share, by
+// experiment.
+double smallestShare(const ConvergedMode& mode, const InversionProblem& problem) {
+    constexpr double least = 1.0e-4;
+    const ConvergedState& state = mode.state;
+    const auto misfits = componentMisfits(problem);
+    double share = 1.0;
+    for (std::size_t c = 0; c < misfits.size(); ++c) {
+        const double part = state.components.factor[c] * misfits[c].squares / problem.obs.nData;
+        share = part > 0.0 && state.objective > 0.0 ? std::min(share, part / state.objective) : share;
+    }
+    return std::sqrt(std::max(share, least));
+}
+
+bool holdsComponents(const ConvergedState& state) {
+    return state.components.end == ComponentEnd::reached;
+}
+
 void endRun(ConvergedMode& mode, InversionLoop& loop, ConvergedEnd end) {
     mode.state.end = end;
     loop.state.continueFlag = false;
@@ -168,8 +186,11 @@ void beginNextPhase(ConvergedMode& mode, InversionLoop& loop, const ConvergedRec
         refreshTerms(mode, loop);
         return;
     }
-    const double misfit = misfitOf(state, loop);
-    if (state.settings.modelNorm != ModelNorm::smooth && beginSparseNorm(loop.problem, misfit, state.sparse)) {
+    const bool atTarget =
+        !state.settings.searchTradeoff || holdsComponents(state) || state.search.end == SearchEnd::reached;
+    if (state.settings.modelNorm != ModelNorm::smooth && atTarget &&
+        beginSparseNorm(loop.problem, misfitOf(state, loop), state.sparse)) {
+        state.components.lastMisfit.fill(0.0);
         state.phase = ConvergedPhase::sparse;
         beginRound(mode, loop, records);
         return;
@@ -214,7 +235,8 @@ void advanceComponents(ConvergedMode& mode, InversionLoop& loop, const Converged
     ConvergedState& state = mode.state;
     ComponentSearch& search = state.components;
     const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
-    if (!isConverged(state, neededAccuracy(search, misfits, state.settings.tolerance))) {
+    const double share = smallestShare(mode, loop.problem);
+    if (!isConverged(state, share * neededAccuracy(search, misfits, state.settings.tolerance))) {
         return;
     }
     ComponentTrial trial;
@@ -240,13 +262,23 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     ConvergedState& state = mode.state;
     SparseState& sparse = state.sparse;
     const double misfit = misfitOf(state, loop);
-    if (!isConverged(state, std::max(sparseAccuracy, state.settings.tolerance))) {
+    const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
+    const double share = holdsComponents(state) ? smallestShare(mode, loop.problem) : 1.0;
+    if (!isConverged(state, share * std::max(sparseAccuracy, state.settings.tolerance))) {
         return;
     }
-    if (adjustTradeoff(sparse, misfit, state.multiplier)) {
+    if (!holdsComponents(state) && adjustTradeoff(sparse, misfit, state.multiplier)) {
         state.stepsAtTradeoff = 0;
         return;
     }
+    if (holdsComponents(state) && mayAdjust(sparse) &&
+        adjustFactors(state.components, misfits, misfitTolerance(sparse))) {
+        ++sparse.adjustments;
+        scaleComponents(mode);
+        refreshTerms(mode, loop);
+        return;
+    }
+    state.components.lastMisfit.fill(0.0);
     if (finishRound(loop.problem, mode.sparseModel, sparse)) {
         beginRound(mode, loop, records);
     } else {

@@ -255,6 +255,9 @@ void reportConvergedEnd(ConvergedMode& mode, InversionLoop& loop) {
     if (mode.state.components.end != ComponentEnd::searching) {
         reportComponentsEnd(mode, loop);
     }
+    if (mode.state.settings.modelNorm != ModelNorm::smooth && mode.state.phase != ConvergedPhase::sparse) {
+        say(loop, "Model norm: smooth, as a sparse one needs a model that fits the data to the target");
+    }
     reportMisfits(mode, loop);
     reportAccuracy(mode, loop);
     const SearchEnd end = mode.state.search.end;

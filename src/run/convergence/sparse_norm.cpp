@@ -103,15 +103,20 @@ bool beginSparseNorm(const InversionProblem& problem, double target, SparseState
     return target > 0.0 && largestOf(largest) > 0.0;
 }
 
-bool adjustTradeoff(SparseState& state, double misfit, double& multiplier) {
-    constexpr double tolerance = 0.01, toleranceCooling = 0.05;  // of the RMS misfit
-    constexpr double usualSlope = 0.7, smallestSlope = 0.3, largestSlope = 2.0, largestChange = 3.0;
+double misfitTolerance(const SparseState& state) {
+    constexpr double tolerance = 0.01, toleranceCooling = 0.05;
+    return isCooling(state) ? toleranceCooling : tolerance;
+}
+
+bool mayAdjust(const SparseState& state) {
     constexpr std::int32_t mostAdjustments = 6, mostCooling = 1;
+    return state.adjustments < (isCooling(state) ? mostCooling : mostAdjustments);
+}
+
+bool adjustTradeoff(SparseState& state, double misfit, double& multiplier) {
+    constexpr double usualSlope = 0.7, smallestSlope = 0.3, largestSlope = 2.0, largestChange = 3.0;
     const double distance = misfit > 0.0 ? std::log(misfit / state.target) : 0.0;
-    const double enough = 2.0 * std::log1p(isCooling(state) ? toleranceCooling : tolerance);
-    if (std::abs(distance) <= enough || state.adjustments >= (isCooling(state) ? mostCooling : mostAdjustments)) {
-        state.adjustments = 0;
-        state.lastMisfit = 0.0;
+    if (!mayAdjust(state) || std::abs(distance) <= 2.0 * std::log1p(misfitTolerance(state))) {
         return false;
     }
     double slope = usualSlope;
@@ -134,6 +139,8 @@ bool finishRound(const InversionProblem& problem, std::span<const double> sparse
     const double largest = largestOf(std::span(problem.arrays.model).first(sparseModel.size()));
     state.change = largest > 0.0 ? difference / largest : 0.0;
     ++state.round;
+    state.adjustments = 0;
+    state.lastMisfit = 0.0;
     state.settled = !isCooling(state) && state.change < smallChange;
     if (state.settled || state.round >= mostRounds) {
         return false;

@@ -47,7 +47,7 @@ struct SparseState {
     double change = 0;                          // of the model in the last round, over its largest value
     double target = 0;                          // phi_d to keep
     double lastMultiplier = 0, lastMisfit = 0;  // of the solution before; 0 for none
-    std::int32_t adjustments = 0;               // of the trade-off in this round
+    std::int32_t adjustments = 0;               // of trade-off or factors in this round
     bool settled = false;                       // the last round hardly changed the model
 };
 static_assert(std::is_trivially_copyable_v<SparseState>);
@@ -59,6 +59,10 @@ bool beginSparseNorm(const InversionProblem& problem, double target, SparseState
 // weights = original times the factors at `model` (inversion variable, all model types).
 void reweight(const InversionProblem& problem, const SparsePowers& powers, const SparseState& state,
               const SmoothnessWeights& original, std::span<const double> model, SmoothnessWeights& weights);
+
+// How near the RMS misfit has to be to what it was, and whether another change for that is due in this round.
+double misfitTolerance(const SparseState& state);
+bool mayAdjust(const SparseState& state);
 
 // The trade-off that keeps the misfit: true after a change of `multiplier`, false where `misfit` is near enough.
 bool adjustTradeoff(SparseState& state, double misfit, double& multiplier);

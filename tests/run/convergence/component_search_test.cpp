@@ -55,6 +55,18 @@ TEST(ComponentSearch, LeavesDataThatNeedNoModelAndComponentsWithoutData) {
     EXPECT_DOUBLE_EQ(search.factor[1], 1.0);
 }
 
+TEST(ComponentSearch, FollowsMisfitsThatMoveALittle) {
+    ComponentSearch search = makeComponentSearch();
+    Misfits misfits{1.3, 0.6};
+    std::int32_t rounds = 0;
+    while (adjustFactors(search, misfits, 0.01)) {
+        misfits = {1.3 * std::pow(search.factor[0], -0.5), 0.6 * std::pow(search.factor[1], -0.8)};
+        ASSERT_LT(++rounds, 7);
+    }
+    EXPECT_NEAR(std::sqrt(misfits[0]), 1.0, 0.0101);
+    EXPECT_NEAR(std::sqrt(misfits[1]), 1.0, 0.0101);
+}
+
 TEST(ComponentSearch, NeedsMoreAccuracyNearTheTarget) {
     const ComponentSearch search = makeComponentSearch();
     EXPECT_DOUBLE_EQ(neededAccuracy(search, Misfits{9.0, 1.0}, 1.0e-4), 1.0e-2);
