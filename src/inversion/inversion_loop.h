@@ -52,7 +52,8 @@ struct LoopState {
 };
 static_assert(std::is_trivially_copyable_v<LoopState>);
 
-struct InversionLoop {
+// Never copied: it refers to its problem.
+struct InversionLoop {  // NOLINT(cppcoreguidelines-special-member-functions)
     const InversionProblem& problem;
     Messages& messages;
     LineFile& progressTable;  // voxlith.aux, open
