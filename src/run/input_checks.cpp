@@ -152,6 +152,26 @@ void checkValueCount(std::string_view text, std::int64_t expected) {
     }
 }
 
+// A response that is the same at all stations leaves the background undetermined, and its fit divides 0 by 0.
+void checkBackground(const RunState& run, const std::string& sensitivityFile) {
+    const SensitivityHeader& header = run.sensitivity.header;
+    if (run.control.inversion.iBackground != 1 || header.version < 2) {
+        return;
+    }
+    const auto slots = static_cast<std::size_t>(run.mesh.nzl) + 1;
+    const std::vector<double>& response = run.sensitivity.layerResponse;
+    const auto nData = static_cast<std::size_t>(run.obs.nData);
+    for (std::size_t station = 1; station < nData; ++station) {
+        if (response[slots * station] != response[0]) {
+            return;
+        }
+    }
+    throw RunError(shortFileName(run.control.controlFileName) +
+                   ", line 2: the background cannot be fitted, since the response of the whole mesh in " +
+                   sensitivityFile + " is " + numberText(nData > 0 ? response[0] : 0.0) +
+                   " at all stations; expected 0 as the second number");
+}
+
 // The running model, or the version before it.
 std::string checkRunningModel(RunState& run, std::int64_t cells) {
     const std::string name = runningModelOf(run);
@@ -209,6 +229,7 @@ void checkSurvey(const RunState& run, const StationColumns& sensitivityStations)
     const std::string dataFile = shortFileName(run.control.obsFileText);
     const std::string sensitivityFile = fileNameOf(run.control.mtxFileText[0]);
     checkField(run.obs, dataFile);
+    checkBackground(run, sensitivityFile);
     checkCount(run, dataFile, sensitivityFile);
     checkStations(run.obs, sensitivityStations, dataFile, sensitivityFile);
     checkDeviations(run.obs, dataFile);

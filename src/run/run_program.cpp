@@ -274,6 +274,9 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     writeResults(problem);
     reportCompletion(run, cpuStart, julianStart);
     removeCheckpoint();
+    if (options.untilConverged && missedTarget(mode)) {
+        warn("the target RMS misfit was not reached; the log has the reasons");
+    }
     return RunStatus::completed;
 }
 

@@ -31,6 +31,7 @@ null
 def converge(folder, *options):
     done = subprocess.run([BUILD / "voxlith-run", "voxlith.inp", *options], cwd=folder, capture_output=True, text=True, timeout=300)
     assert done.returncode == 0, done.stderr
+    assert ("not reached" in done.stdout) == ("was not reached" in done.stderr), "the last word of a run that misses its target"
     return done.stdout
 
 

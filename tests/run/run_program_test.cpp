@@ -342,6 +342,25 @@ TEST(RunProgram, arrangesAnewWhatDoesNotBelongToTheRun) {
     EXPECT_EQ(runOf(folder, {"voxlith.inp", "--keep-arranged", "Misfit=(7,0.1)"}).exitStatus, 0);
 }
 
+TEST(RunProgram, refusesABackgroundThatCannotBeFitted) {
+    for (const bool varies : {true, false}) {
+        const TemporaryFolder folder;
+        writeRunSurvey(folder, ControlLines().set(2, "0 1 0"));
+        MtxContents contents = smallSurveyMtx();
+        for (std::size_t n = 0; n < contents.layerResponse.size(); ++n) {
+            contents.layerResponse[n] = varies ? 0.5 + 0.01 * static_cast<double>(n) : 0.0;
+        }
+        for (std::size_t record = 0; record < contents.stations.size(); ++record) {
+            const auto number = static_cast<double>(record);
+            contents.stations[record] = {0.5 * number, 0.25 * number, 1.0, 0.0F};
+        }
+        writeMtx(folder.file("g.mtx"), contents, MtxLayout::tagged);
+        const ProgramResult result = runOf(folder, {"voxlith.inp", "--check"});
+        EXPECT_EQ(result.exitStatus, varies ? 0 : 2) << result.errors;
+        EXPECT_EQ(contains(result.errors, "line 2: the background cannot be fitted"), !varies) << result.errors;
+    }
+}
+
 TEST(RunProgram, keepsInputsFromTheArrangedRows) {
     const TemporaryFolder folder;
     writeRunSurvey(folder, ControlLines().set(4, "voxlith.arranged"));

@@ -375,6 +375,12 @@ void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Conver
     state.products = mode.work.data.productCount;
 }
 
+bool missedTarget(const ConvergedMode& mode) {
+    const SearchEnd end = mode.state.search.end;
+    return (mode.state.settings.searchTradeoff && (end == SearchEnd::misfitStays || end == SearchEnd::mostTrials)) ||
+           mode.state.components.end == ComponentEnd::noBetter;
+}
+
 void reportConvergence(ConvergedMode& mode, InversionLoop& loop) {
     currentObjective(mode, loop);
     evaluateGradient(loop.problem, mode.work, modelOf(loop.problem));

@@ -106,4 +106,7 @@ void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Conver
 // a target that was not reached the reasons. Leaves the gradient at the model in work.gradient.
 void reportConvergence(ConvergedMode& mode, InversionLoop& loop);
 
+// True after a search that ended above its target, in the whole or in a component.
+bool missedTarget(const ConvergedMode& mode);
+
 }  // namespace voxlith
