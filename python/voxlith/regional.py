@@ -21,11 +21,17 @@ from .survey import Survey
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
 Method = Literal["polynomial", "upward", "wavelength"]
+Anomaly = Literal["either", "positive", "negative"]
+Box = tuple[float, float, float, float]
 
 _TUKEY = 4.685  # tuning constant of the biweight for 95 % efficiency
 _MOST_SOURCES = 6000
 _DEPTH_OF_SPACING = 2.5  # depth of equivalent sources over the distance of the stations
 _GRID = 128
+_EDGE = 0.125  # width of an edge over the extent of the survey
+_LINE = 0.02  # width over length below which stations follow one line
+_FEWEST_AT_EDGE = 5
+_SIGNIFICANT = 3.0  # standard errors of a mean
 
 
 @dataclass(frozen=True)
@@ -52,27 +58,47 @@ class Regional:
     origin: tuple[float, float, float]
 
 
-def polynomial_regional(survey: Survey, order: int, component: int = 0) -> Regional:
+def polynomial_regional(survey: Survey, order: int, component: int = 0, *, outside: Box | None = None,
+                        anomaly: Anomaly = "either") -> Regional:
     """A polynomial of order 0 (a constant) to 3 in x and y by robust least squares.
 
-    Iteratively reweighted with Tukey's biweight, so that anomalies, which lie to one side, count little (Beaton and
-    Tukey 1974, Technometrics 16, 147-185). Terms that the stations do not determine, such as slopes across a single
-    line, stay 0.
+    Iteratively reweighted with Tukey's biweight, so that anomalies, which cover less than half of the stations, count
+    little (Beaton and Tukey 1974, Technometrics 16, 147-185). Terms that the stations do not determine, such as slopes
+    across a single line, stay 0.
+
+    Parameters
+    ----------
+    survey : Survey
+    order : int
+    component : int
+        Counted from 0.
+    outside : (xmin, xmax, ymin, ymax), optional
+        Metres; stations in this box are left out of the fit.
+    anomaly : {"either", "positive", "negative"}
+        Of positive anomalies, residuals above 0 count less than those below, in units of their standard deviations; of
+        negative ones the other way round.
 
     Raises
     ------
     UsageError
-        For another order, or too few stations.
+        For another order, a box whose limits do not rise, or too few stations.
     """
     if order not in (0, 1, 2, 3):
         raise UsageError(f"regional: expected an order of 0 to 3, found {order}")
     values, valid = _data(survey, component)
     x, y, origin = _scaled(survey)
     design = np.column_stack([x**i * y**j for i in range(order + 1) for j in range(order + 1 - i)])
+    if outside is not None:
+        valid = valid & ~_inside(survey, outside)
     if np.count_nonzero(valid) < 2 * design.shape[1]:
         raise UsageError(f"regional: expected {2 * design.shape[1]} data or more for order {order}, found "
-                         f"{np.count_nonzero(valid)}")
-    coefficients = _robust_fit(design[valid], values[valid])
+                         f"{np.count_nonzero(valid)}{'' if outside is None else ' outside of the box'}")
+    if anomaly == "either":
+        coefficients = _robust_fit(design[valid], values[valid])
+    else:
+        sign = 1.0 if anomaly == "positive" else -1.0
+        coefficients = sign * _one_sided_fit(design[valid], sign * values[valid],
+                                             survey.uncertainties()[component][valid])
     return Regional(design @ coefficients, "polynomial", float(order), coefficients, origin)
 
 
@@ -202,6 +228,88 @@ def _robust_fit(design: Reals, values: Reals) -> Reals:
             break
         weights = np.square(np.clip(1.0 - np.square(residual / scale), 0.0, None))
     return np.asarray(coefficients, dtype=np.float64)
+
+
+def _one_sided_fit(design: Reals, values: Reals, deviations: Reals) -> Reals:
+    """A surface below positive anomalies.
+
+    Residuals above it have weights that fall off with their square (Geman and McClure 1987, Bull. Int. Stat. Inst. 52,
+    5-21), those below it the weights of Huber. The unit is the standard deviation. It begins large, so that the start,
+    which lies too high, does not decide, and shrinks by steps.
+    """
+    coefficients = np.asarray(np.linalg.lstsq(design, values, rcond=1.0e-6)[0], dtype=np.float64)
+    spread = 1.4826 * float(np.median(np.abs(values - design @ coefficients)))
+    factor = max(spread / float(deviations.min()), 1.0)
+    while True:
+        unit = deviations * factor
+        for _ in range(100):
+            residual = (values - design @ coefficients) / unit
+            weights = np.where(residual > 0.0, (1.0 + residual**2) ** -2.0, 1.5 / np.maximum(-residual, 1.5)) / deviations**2
+            root = np.sqrt(weights / weights.max())
+            found = np.linalg.lstsq(design * root[:, None], values * root, rcond=1.0e-6)[0]
+            moved = float(np.abs(design @ (found - coefficients)).max())
+            coefficients = np.asarray(found, dtype=np.float64)
+            if moved < 1.0e-3 * float(deviations.min()):
+                break
+        if factor <= 1.0:
+            return coefficients
+        factor = max(factor / 1.4, 1.0)
+
+
+def _inside(survey: Survey, box: Box) -> Mask:
+    """Stations in a box."""
+    xmin, xmax, ymin, ymax = box
+    if not (xmin < xmax and ymin < ymax):
+        raise UsageError(f"regional: expected xmin below xmax and ymin below ymax, found {xmin:g},{xmax:g},{ymin:g},{ymax:g}")
+    inside: Mask = (survey.x >= xmin) & (survey.x <= xmax) & (survey.y >= ymin) & (survey.y <= ymax)
+    return inside
+
+
+@dataclass(frozen=True)
+class ResidualLevel:
+    """How a residual lies about 0.
+
+    Attributes
+    ----------
+    median : float
+    below : float
+        Part of the data that are below 0.
+    edges : dict
+        Mean of each edge of the survey, by its name, less anomalies that reach it: the mean of the middle half.
+    biased : tuple of str
+        Edges whose mean is not 0: by more than a standard deviation, and more than the scatter of their data allows.
+    """
+
+    median: float
+    below: float
+    edges: dict[str, float]
+    biased: tuple[str, ...]
+
+
+def residual_level(residual: Survey, component: int = 0) -> ResidualLevel:
+    """How the residual of a component lies about 0, all over the survey and at its edges.
+
+    An edge is the outer eighth of the extent. Across a single line of stations there is none.
+    """
+    values, valid = _data(residual, component)
+    deviation = float(np.nanmedian(residual.uncertainties()[component]))
+    extents = float(np.ptp(residual.x)), float(np.ptp(residual.y))
+    edges: dict[str, float] = {}
+    biased = []
+    for places, extent, names in ((residual.x, extents[0], ("west", "east")), (residual.y, extents[1], ("south", "north"))):
+        if extent <= _LINE * max(extents):
+            continue
+        for name, distance in zip(names, (places - places.min(), places.max() - places)):
+            at = np.sort(values[valid & (distance <= _EDGE * extent)])
+            if len(at) < _FEWEST_AT_EDGE:
+                continue
+            quarter = len(at) // 4
+            edges[name] = float(at[quarter: len(at) - quarter].mean())
+            scatter = 0.7413 * float(at[-1 - quarter] - at[quarter])  # of the quartiles, to a standard deviation
+            if abs(edges[name]) > max(deviation, _SIGNIFICANT * 1.2 * scatter / math.sqrt(len(at))):
+                biased.append(name)
+    found = values[valid]
+    return ResidualLevel(float(np.median(found)), float((found < 0.0).mean()), edges, tuple(biased))
 
 
 def _data(survey: Survey, component: int) -> tuple[Reals, Mask]:

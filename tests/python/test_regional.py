@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 
 from voxlith import Survey, UsageError
-from voxlith.regional import polynomial_regional, subtract, upward_regional, wavelength_regional
+from voxlith.regional import polynomial_regional, residual_level, subtract, upward_regional, wavelength_regional
 
 SD = 0.02
 
@@ -95,3 +95,42 @@ def test_refusals():
     made.data[:] = np.nan
     with pytest.raises(UsageError, match="no datum"):
         polynomial_regional(made, 0)
+
+
+def broad_anomaly(seed: int) -> tuple[Survey, np.ndarray]:
+    """An anomaly of 0.6 that reaches the edges of a survey, on a plane; and the plane."""
+    x, y = (a.ravel() * 100.0 for a in np.meshgrid(np.arange(12), np.arange(12)))
+    plane = 5.0 + 0.001 * x - 0.0005 * y
+    data = plane + mass(x, y, 550.0, 550.0, 350.0, 0.6) + np.random.default_rng(seed).normal(0.0, 0.03, x.shape)
+    return Survey(x, y, 0.0 * x, [data], (0,), [np.full(x.shape, 0.03)]), plane
+
+
+@pytest.mark.parametrize("seed", [0, 1])
+def test_a_broad_anomaly_is_kept_by_its_sign_or_a_box(seed):
+    made, plane = broad_anomaly(seed)
+    usual = polynomial_regional(made, 1)
+    too_high = (usual.values - plane).mean()
+    assert too_high > 0.1
+    assert set(residual_level(subtract(made, usual)).biased) == {"west", "east", "south", "north"}
+    for options, part in (({"anomaly": "positive"}, 0.5), ({"outside": (150.0, 950.0, 150.0, 950.0)}, 0.7)):
+        found = polynomial_regional(made, 1, **options)
+        assert abs((found.values - plane).mean()) < part * too_high
+        assert not {name for name, edge in residual_level(subtract(made, found)).edges.items() if edge < -0.02}
+
+
+def test_signs_of_anomalies_mirror_each_other_and_leave_noise_alone():
+    made, _ = broad_anomaly(3)
+    turned = made.with_data(-made.data)
+    assert np.allclose(polynomial_regional(made, 1, anomaly="positive").values,
+                       -polynomial_regional(turned, 1, anomaly="negative").values, atol=1.0e-9)
+    x, y = places()
+    for sign in ("positive", "negative"):
+        assert np.abs(polynomial_regional(survey(0.0 * x, x, y), 1, anomaly=sign).values).max() < 2.0 * SD
+
+
+def test_boxes_that_leave_nothing_are_refused():
+    made, _ = broad_anomaly(0)
+    with pytest.raises(UsageError, match="found 0 outside of the box"):
+        polynomial_regional(made, 1, outside=(-1.0, 2000.0, -1.0, 2000.0))
+    with pytest.raises(UsageError, match="xmin below xmax"):
+        polynomial_regional(made, 1, outside=(5.0, 2.0, 0.0, 1.0))
