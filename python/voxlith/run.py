@@ -273,7 +273,7 @@ class Run:
         first = self.headers[0]
         codes = [first.data_type, *[0] * (values.component_count - 1)]  # the first one decides about the layout
         obs = read_obs_file(self.path(name), codes=codes, records=first.n_data, strict=self.strict and observed,
-                            lined=observed and values.integration_interval > 0.0)
+                            lined=observed and (values.integration_interval > 0.0 or None))
         return replace(Survey.from_obs_file(obs), codes=self.codes())
 
     def bounds(self) -> CellBounds:

@@ -215,7 +215,7 @@ class Survey:
                        else np.atleast_2d(np.asarray(uncertainty, dtype=np.float64)))
 
     @classmethod
-    def read(cls, path: PathLike, codes: Codes | None = None, *, components: int = 0, lined: bool = False,
+    def read(cls, path: PathLike, codes: Codes | None = None, *, components: int = 0, lined: bool | None = None,
              strict: bool = True) -> Survey:
         """Read a file of observed data.
 
@@ -228,8 +228,8 @@ class Survey:
         components : int
             Number of components where neither codes nor the count line give it; by default the columns of the first
             record decide.
-        lined : bool
-            Whether line name and time follow the data.
+        lined : bool, optional
+            Whether line name and time follow the data; by default the records decide.
         strict : bool
             See :func:`~voxlith.io.obs_file.read_obs_file`.
 

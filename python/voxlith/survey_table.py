@@ -9,6 +9,7 @@ from typing import Any, Literal
 import numpy as np
 import numpy.typing as npt
 
+from .checks.values import no_data_codes
 from .codes import DUMMY_LIMIT, has_magnetic_layout
 from .errors import FileError, UsageError
 from .io.csv_file import CsvTable
@@ -68,6 +69,8 @@ class SurveyColumns:
     percent, floor : float or None
         Standard deviations that no column gives are ``percent |d| / 100 + floor``; without both, the default of the
         data type.
+    data_scale, error_scale : float
+        What the data, and the standard deviations of a column, are multiplied by.
     """
 
     station: StationColumns = field(default_factory=StationColumns)
@@ -78,6 +81,8 @@ class SurveyColumns:
     dummy: str = ""
     percent: float | None = None
     floor: float | None = None
+    data_scale: float = 1.0
+    error_scale: float = 1.0
 
 
 @dataclass
@@ -151,7 +156,8 @@ def survey_of_table(table: CsvTable, columns: SurveyColumns, codes: Sequence[int
     summary = TableSummary()
     places = [_component_columns(table, text) for text in columns.data]
     angle_columns = [table.column(name, "--angles") for name in split_columns(columns.angles)] if columns.angles else []
-    line_columns = (table.column(columns.line, "--line"), table.column(columns.time, "--time")) if columns.line else None
+    line_column = table.column(columns.line, "--line") if columns.line else None
+    time_column = table.column(columns.time, "--time") if columns.line and columns.time else None
     x, y, z = stations_of_table(table, columns.station)
     if not len(table):
         raise FileError(table.path, "expected a record, found the end of the file", line=table.end)
@@ -161,8 +167,10 @@ def survey_of_table(table: CsvTable, columns: SurveyColumns, codes: Sequence[int
     if angles is not None:
         _require(~np.isnan(data).any(axis=0), table, places[0][0], "a datum, as records with angles have no dummies")
     line = time = None
-    if line_columns:
-        line, time = _line_names(table, line_columns[0]), table.numbers(line_columns[1])
+    if line_column is not None:
+        line = _line_names(table, line_column)
+    if line is not None and time_column is not None:
+        time = table.numbers(time_column)
         summary.falling_times = int(np.count_nonzero((line[1:] == line[:-1]) & ~(time[1:] > time[:-1])))
     survey = Survey(x, y, z, data, tuple(codes), uncertainty, inducing, direction, 1 if angles is None else 0, angles,
                     line, time)
@@ -236,6 +244,10 @@ def _component(table: CsvTable, place: tuple[int, int | None], columns: SurveyCo
     datum = table.numbers(column, "a number, or an empty field for a dummy",
                           _masked(table.words(column), columns.dummy, table.decimal_comma))
     datum[~(datum > DUMMY_LIMIT)] = np.nan
+    if columns.data_scale != 1.0:
+        # Once multiplied, a code would look like a datum.
+        _require(~no_data_codes(datum), table, column, "a datum, as --data-scale multiplies it; name no-data codes with --dummy")
+        datum = datum * columns.data_scale
     valid = ~np.isnan(datum)
     deviation = _given_uncertainty(table, place[1], columns, valid)
     missing = valid & np.isnan(deviation)
@@ -261,7 +273,7 @@ def _given_uncertainty(table: CsvTable, column: int | None, columns: SurveyColum
     if column is None:
         return np.full(len(valid), np.nan)
     masked = _masked(table.words(column), columns.dummy, table.decimal_comma) | ~valid
-    deviation = table.numbers(column, "a standard deviation", masked)
+    deviation = table.numbers(column, "a standard deviation", masked) * columns.error_scale
     _require(masked | _can_be_kept(deviation), table, column, "a standard deviation above 0")
     return deviation
 

@@ -281,3 +281,23 @@ def test_a_vertical_borehole_has_no_trend_in_plan():
     depths = -np.arange(20.0, 420.0, 20.0)
     hole = Survey(np.full(20, 452225.0), np.full(20, 5318425.0), depths, np.linspace(5.0, 9.0, 20)[None, :], (20,), np.full((1, 20), 0.1))
     assert not {"regional-trend", "constant-offset"} & {finding.name for finding in check_survey(hole)}
+
+
+@pytest.mark.parametrize("bad", [0.0, 30.0])
+def test_standard_deviations_in_another_unit_hide_nothing(bad):
+    survey = clean()
+    data = survey.data + 12.0 + 0.002 * (survey.x - 452000.0)
+    data[0, 133] += 3.0 + bad
+    findings = found(changed(survey, data=data, uncertainty=np.full((1, 256), 1000.0 * SD)))
+    assert {"standard-deviations", "outliers", "constant-offset", "regional-trend"} <= set(findings)
+    assert findings["outliers"].stations == ("record 134",)
+    assert "--error-scale" in findings["standard-deviations"].remedy
+
+
+def test_a_sign_that_the_data_contradict():
+    survey = clean()
+    low = changed(survey, data=survey.data - 0.3)
+    assert "sign" not in found(survey, sign=1) and "sign" not in found(low) and "sign" not in found(low, sign=-1)
+    assert "below -2 standard deviations" in found(low, sign=1)["sign"].text
+    assert "above 2 standard deviations" in found(changed(low, data=-low.data), sign=-1)["sign"].text
+    assert "sign" not in found(changed(low, codes=(12,)), sign=1)  # gradients have both signs

@@ -42,7 +42,7 @@ def test_the_magnetic_layout(convert, tmp_path):
                    "55,0", "--percent", 10, "--floor", 2, "--line", "line", "--time", "t", "--z-down", "--z-unit", "km",
                    data="d")
     assert done.out.splitlines()[-3:] == ["field:        60,-10,48000.5", "direction:    55,0, direction flag 1",
-                                          "by default:   2 standard deviations"]
+                                          "default:      2 standard deviations that no column gives"]
     assert (tmp_path / "d.obs").read_text().startswith(
         "60 -10 48000.5  !! incl, decl, geomag\n55 0 1  !! aincl, adecl, idir\n2  !! # of data\n"
         "            1            2         3000             5")
@@ -84,7 +84,7 @@ def test_an_empty_table_is_none(convert):
 
 @pytest.mark.parametrize("arguments, data, problem", [
     ((), "q:s", "--data q: s.csv has no column of that name; it has E, N, h, d, s"),
-    (("--line", "d"), "d:s", "expected --line and --time together"),
+    (("--time", "d"), "d:s", "--time: expected --line beside it"),
     (("--type", "tmi"), "d", "--type tmi: expected --field incl,decl,nT, or --date, with magnetic data"),
     (("--type", "tm"), "d", "--type tm: unknown; known are 0 gz, 1 tmi, 2 gzz, 10 gxx, 11 gyy, 12 gzz, 13 gxy, 14 gxz, "
                             "15 gyz, 20 tx, 21 ty, 22 tz"),

@@ -305,3 +305,67 @@ def test_stations_in_the_ground_and_outside(tools, tmp_path):
     assert done.status == 1 and "error    outside-mesh" in done.out
     assert "stations are outside the mesh" in tools("mtx", "--mesh", "far.msh", "--stations", "gz.obs", "--type", "gz", "--out",
                                                     "a.mtx").errors
+
+
+def named_table(path) -> None:
+    """Four lines of eight stations with names; microgal for the standard deviations."""
+    rows = [f"S{8 * i + j},{i + 10},{7 * j},{1000 + 50 * j},{2000 + 50 * i},{100 + j},{0.1 * i + 0.01 * j * j:.3f},20"
+            for i in range(4) for j in range(8)]
+    path.write_text("name,line,t,x,y,z,gz,err\n" + "\n".join(rows) + "\n")
+
+
+@pytest.mark.parametrize("lines", ["names", "numbers"])
+def test_line_and_time_columns_are_read_by_all(tools, tmp_path, lines):
+    named_table(tmp_path / "s.csv")
+    if lines == "names":
+        text = (tmp_path / "s.csv").read_text()
+        (tmp_path / "s.csv").write_text("\n".join(row.replace(",1", ",L1", 1) for row in text.splitlines()) + "\n")
+    done = tools("obs", "s.csv", "--data", "gz:err", "--line", "line", "--error-scale", 0.001, "--out", "gz.obs")
+    assert done.status == 0
+    survey = Survey.read(tmp_path / "gz.obs")
+    assert survey.time[:9].tolist() == [0, 50, 100, 150, 200, 250, 300, 350, 0] and len(survey.lines()) == 4
+    assert np.allclose(survey.uncertainty, 0.02)
+    assert tools("mesh", "--stations", "gz.obs", "--cell", 50, "--depth", 100, "--out", "m.msh").status == 0
+    assert "32 stations" in tools("check", "gz.obs", "--mesh", "m.msh").out
+    assert tools("regional", "gz.obs", "--order", 1, "--out", "rest.obs").status == 0
+    assert Survey.read(tmp_path / "rest.obs").line.tolist() == survey.line.tolist()
+
+
+def test_stations_by_name(tools, tmp_path):
+    named_table(tmp_path / "s.csv")
+    options = ("obs", "s.csv", "--data", "gz:err", "--data-scale", 1, "--error-scale", 0.001, "--out", "gz.obs")
+    done = tools(*options, "--name", "name", "--drop", "S3,S31", "--mask", "S5")
+    assert done.status == 0 and "dropped:      2 stations" in done.out and "masked:       1 stations" in done.out
+    survey = Survey.read(tmp_path / "gz.obs")
+    assert survey.n_stations == 30 and np.flatnonzero(np.isnan(survey.data[0])).tolist() == [4]
+    assert "stations: S5" in tools("check", "gz.obs").out
+    tools("obs", "s.csv", "--data", "gz:err", "--out", "b.obs", "--drop", "line 2", "3")
+    assert Survey.read(tmp_path / "b.obs").x[0] == 1100.0
+    assert one_line(tools(*options, "--name", "name", "--drop", "S99"), 2) == "--drop: there is no station S99"
+    assert "--name COLUMN gives names" in one_line(tools(*options, "--mask", "S99"), 2)
+
+
+def test_scaled_data_hold_no_codes(tools, tmp_path):
+    (tmp_path / "s.csv").write_text("x,y,z,gz\n0,0,0,1000\n50,0,0,1200\n100,0,0,-9999\n")
+    scaled = ("obs", "s.csv", "--data", "gz", "--data-scale", 0.001, "--out", "gz.obs")
+    assert "--dummy" in one_line(tools(*scaled))
+    assert tools(*scaled, "--dummy", "-9999").status == 0
+    assert Survey.read(tmp_path / "gz.obs").data[0, :2].tolist() == [1.0, 1.2]
+
+
+def test_mesh_below_a_terrain(tools, tmp_path):
+    named_table(tmp_path / "s.csv")
+    tools("obs", "s.csv", "--data", "gz:err", "--out", "gz.obs")
+    (tmp_path / "dem.csv").write_text("x,y,z\n" + "\n".join(
+        f"{x},{y},{100 + 0.02 * (x - 1000) - 0.5:.3f}" for x in range(0, 3001, 100) for y in range(1000, 3001, 100)) + "\n")
+    done = tools("mesh", "--stations", "gz.obs", "--cell", "50,10", "--depth", 100, "--topography", "dem.csv", "--out", "m.msh")
+    assert done.status == 0 and done.errors == ""
+    mesh = Mesh.read(tmp_path / "m.msh")
+    ground = 99.5 + 0.02 * (mesh.x_centres - 1000.0)
+    assert ground.max() <= mesh.z_nodes[0] <= ground.max() + 1.0
+    core = mesh.x_widths == 50.0
+    bottom = mesh.z_nodes[np.flatnonzero(mesh.z_widths == 10.0)[-1] + 1]
+    assert bottom <= ground[core].min() - 100.0 < bottom + 10.0
+    done = tools("mesh", "--stations", "gz.obs", "--cell", 50, "--depth", 100, "--top", 90, "--topography", "dem.csv",
+                 "--out", "m.msh")
+    assert "the ground rises to" in done.errors

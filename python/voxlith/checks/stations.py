@@ -103,13 +103,15 @@ def far_stations(x: Reals, y: Reals) -> Mask:
 
 
 def check_duplicates(x: Reals, y: Reals, elevation: Reals, values: Reals, deviations: Reals, label: str,
-                     names: Sequence[str]) -> list[Finding]:
+                     names: Sequence[str], unit: str = "standard deviations") -> list[Finding]:
     """Stations at the same or nearly the same place, and how their data agree.
 
     Parameters
     ----------
     values, deviations : ndarray, shape (n,)
         NaN where masked; deviations above 0.
+    unit : str
+        What the deviations are.
     """
     places = np.column_stack([x, y, elevation])
     valid = np.flatnonzero(np.isfinite(values))
@@ -133,7 +135,7 @@ def check_duplicates(x: Reals, y: Reals, elevation: Reals, values: Reals, deviat
         chosen = (ratio > least) & (ratio <= most)
         if not chosen.any():
             continue
-        by = f"by up to {ratio[chosen].max():.0f} standard deviations" if words == "differ" else "within 3 standard deviations"
+        by = f"by up to {ratio[chosen].max():.0f} {unit}" if words == "differ" else f"within 3 {unit}"
         remedy = ("remove or correct one of each pair" if words == "differ"
                   else "nothing, or keep one of each pair")
         findings.append(Finding("error" if severity == "error" else "warning" if severity == "warning" else "note",
@@ -169,6 +171,26 @@ def outlier_scores(x: Reals, y: Reals, values: Reals, deviations: Reals) -> Real
     valid = np.flatnonzero(np.isfinite(values))
     if len(valid) < _FEWEST:
         return score
+    apart, spread = _from_neighbours(x, y, values, valid)
+    floor = np.maximum(float(np.median(spread)), _UNTIE * deviations[valid])
+    # The slope of the plane over the distance of the neighbours is what a steep anomaly may change at its flank.
+    score[valid] = apart / np.maximum(np.maximum(spread, floor), 1.0e-30)
+    return score
+
+
+def noise_of(x: Reals, y: Reals, values: Reals) -> float:
+    """Scatter of the data about planes through their neighbours, as a standard deviation; a hundredth of the range of the data
+    where there are too few. Above 0.
+    """
+    valid = np.flatnonzero(np.isfinite(values))
+    least = 1.0e-6 * float(np.ptp(values[valid]))
+    if len(valid) < _FEWEST:
+        return max(1.0e4 * least, 1.0e-30)
+    return max(float(np.median(_from_neighbours(x, y, values, valid)[1])), least, 1.0e-30)
+
+
+def _from_neighbours(x: Reals, y: Reals, values: Reals, valid: npt.NDArray[np.intp]) -> tuple[Reals, Reals]:
+    """How far each valid datum is from a plane through its neighbours, and their spread about it."""
     places = np.column_stack([x, y])[valid]
     data = values[valid]
     count = min(_NEIGHBOURS, len(valid) - 1)
@@ -184,10 +206,7 @@ def outlier_scores(x: Reals, y: Reals, values: Reals, deviations: Reals) -> Real
     coefficients = _robust_planes(design, target)
     residual = np.abs(target - np.einsum("snc,sc->sn", design, coefficients))
     spread = 1.4826 * np.median(residual, axis=1)
-    floor = np.maximum(float(np.median(spread)), _UNTIE * deviations[valid])
-    # The slope of the plane over the distance of the neighbours is what a steep anomaly may change at its flank.
-    score[valid] = np.abs(data - coefficients[:, 0]) / np.maximum(np.maximum(spread, floor), 1.0e-30)
-    return score
+    return np.abs(data - coefficients[:, 0]), np.asarray(spread, dtype=np.float64)
 
 
 def _robust_planes(design: Reals, target: Reals) -> Reals:

@@ -10,9 +10,9 @@ import numpy.typing as npt
 from ..codes import default_uncertainty
 from ..survey import Survey
 from .findings import Finding, ordered
-from .stations import check_coordinates, check_duplicates, check_outliers, looks_like_degrees
+from .stations import check_coordinates, check_duplicates, check_outliers, looks_like_degrees, noise_of
 from .trend import check_trend
-from .values import check_values, no_data_codes
+from .values import are_loose, check_sign, check_values, no_data_codes
 
 Reals = npt.NDArray[np.float64]
 
@@ -26,7 +26,7 @@ def station_names(survey: Survey) -> list[str]:
 
 
 def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: npt.ArrayLike | None = None,
-                 regional_removed: bool = False) -> list[Finding]:
+                 regional_removed: bool = False, sign: int = 0) -> list[Finding]:
     """Check a survey by itself.
 
     Parameters
@@ -36,9 +36,10 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         Of the stations; by record number otherwise.
     given : array_like, shape (components, n), optional
         Standard deviations as the file has them, also those of 0 and below; by default those of the survey.
-
     regional_removed : bool
         Whether a regional field was subtracted already: then the edge of the survey says nothing of an offset.
+    sign : int
+        Of the model that is looked for: 1 positive, -1 negative, 0 either.
 
     Returns
     -------
@@ -63,11 +64,16 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         usable = np.where(no_data_codes(values), np.nan, values)
         if not np.isfinite(usable).any():
             continue
-        deviations = _deviations(survey, number)
+        deviations, unit = _deviations(survey, number), "standard deviations"
+        if are_loose(usable, deviations):
+            # Wrong standard deviations must not hide what the data show by themselves.
+            scatter = noise_of(survey.x, survey.y, usable)
+            deviations, unit = np.full(survey.n_stations, scatter), "times the scatter of neighbours"
         # Distances in degrees and in metres do not go together.
         height = survey.elevation if metres else np.zeros(survey.n_stations)
-        findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known)
+        findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known, unit)
         findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
+        findings += check_sign(usable, deviations, sign, survey.codes[number], label)
         if metres and not regional_removed and float(np.ptp(usable[np.isfinite(usable)])) > 0.0:
             findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
     return ordered(findings)

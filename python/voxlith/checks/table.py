@@ -16,6 +16,7 @@ from ..io.output import read_bytes
 from ..survey import Survey
 from ..survey_table import METRES, SurveyColumns, is_masked_word, split_columns
 from .findings import Finding
+from .values import no_data_codes
 
 Reals = npt.NDArray[np.float64]
 
@@ -91,10 +92,11 @@ def read_loosely(table: CsvTable, columns: SurveyColumns, codes: Sequence[int], 
     for text in columns.data:
         datum, deviation = (text, "") if text in table.columns else split_columns(text)
         values = _column(table, datum, "--data", names, columns.dummy, findings)
+        values = np.where(no_data_codes(values), values, values * columns.data_scale)
         data.append(np.where(np.abs(values) < 1.0e300, values, np.nan))
         chosen = (columns.percent or 0.0) / 100.0 * np.abs(values) + (columns.floor or 0.0)
         usual = np.where(chosen > 0.0, chosen, np.nan)
-        written = _column(table, deviation, "--data", names, columns.dummy, findings) if deviation else usual
+        written = _column(table, deviation, "--data", names, columns.dummy, findings) * columns.error_scale if deviation else usual
         given.append(np.where(np.isnan(written), usual, written))
     placed = np.isfinite(x) & np.isfinite(y) & np.isfinite(z)
     if not placed.all():

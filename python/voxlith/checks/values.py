@@ -23,7 +23,8 @@ _ABSOLUTE_GRAVITY = (970_000.0, 990_000.0)  # mGal
 _EARTH_FIELD = (18_000.0, 70_000.0)  # nT
 _LARGEST_RANGE = {"mGal": 600.0, "Eotvos": 20_000.0, "nT": 60_000.0}
 _SMALLEST_RANGE = {"mGal": 2.0e-3, "Eotvos": 1.0e-2, "nT": 1.0e-2}
-_TIGHT, _LOOSE = 1.0e-4, 1.0  # standard deviations as a part of the range of the data
+_TIGHT, _LOOSE = 1.0e-4, 0.5  # standard deviations as a part of the range of the data
+_CONTRADICTS, _MOST_AGAINST = 2.0, 0.25  # standard deviations, and part of the data, against the sign of a model
 
 
 def no_data_codes(values: Reals) -> Mask:
@@ -94,6 +95,30 @@ def check_values(values: Reals, deviations: Reals | None, code: int, label: str,
                                         [name for name, used in zip(names, kept.tolist()) if used])
 
 
+def check_sign(values: Reals, deviations: Reals, sign: int, code: int, label: str) -> list[Finding]:
+    """Whether data contradict the sign of the model: bodies of one sign below the stations make gz of this sign alone.
+
+    Parameters
+    ----------
+    values, deviations : ndarray, shape (n,)
+        NaN where masked; standard deviations above 0.
+    sign : int
+        1 for densities of 0 and above, -1 for those of 0 and below; 0 for either.
+    code : int
+        Data type; of other components than gz the sign of the bodies decides nothing.
+    """
+    used = np.isfinite(values) & np.isfinite(deviations)
+    if sign == 0 or code != 0 or not used.any():
+        return []
+    against = float((sign * values[used] < -_CONTRADICTS * deviations[used]).mean())
+    if against <= _MOST_AGAINST:
+        return []
+    side, word, level = ("below -2", "positive", "high") if sign > 0 else ("above 2", "negative", "low")
+    return [Finding("warning", "sign", f"{label}: {100.0 * against:.0f} % of the data are {side} standard deviations; {word} "
+                    "densities cannot explain them", f"check the sign of the data and the level: a regional field that is too "
+                    f"{level} hides mass (voxlith-tools regional --outside, --anomaly {word}); else allow both signs")]
+
+
 def _check_units(data: Reals, code: int, label: str) -> list[Finding]:
     unit = data_unit(code)
     middle, extent = float(np.median(data)), float(np.ptp(data))
@@ -112,6 +137,17 @@ def _check_units(data: Reals, code: int, label: str) -> list[Finding]:
         return [Finding("warning", "units", f"{label}: a range of {extent:.3g} {unit} is below what surveys measure; the "
                         f"data may be in {hint}", f"convert the data to {unit}")]
     return []
+
+
+def are_loose(values: Reals, deviations: Reals) -> bool:
+    """Whether standard deviations are too large to say anything of the data, as those in another unit are."""
+    used = np.isfinite(values)
+    given, data = deviations[used & (deviations > 0.0)], values[used]
+    if not len(given):
+        return False
+    # An outlier must not make the range of all the others look wide.
+    low, high = np.quantile(data, [0.02, 0.98])
+    return 0.0 < min(_LOOSE * float(np.ptp(data)), max(float(high - low), 1.0e-6 * float(np.ptp(data)))) < float(np.median(given))
 
 
 def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: Sequence[str]) -> list[Finding]:
@@ -133,10 +169,11 @@ def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: 
             findings.append(Finding("warning", "standard-deviations", f"{label}: a median standard deviation of {middle:.3g} "
                                     f"is {middle / extent:.1g} of the range of the data; no mesh explains them so closely",
                                     "use the standard deviation of repeated readings, at least 0.5 % of the range"))
-        if middle > _LOOSE * extent:
+        if are_loose(data, deviations):
             findings.append(Finding("warning", "standard-deviations", f"{label}: a median standard deviation of {middle:.3g} "
-                                    f"is above the range {extent:.3g} of the data; a model without bodies fits them",
-                                    "check the unit of the standard deviations"))
+                                    f"is {'above' if middle > extent else 'not small beside'} the range {extent:.3g} of the data; a model without bodies "
+                                    "fits them", "check the unit of the standard deviations; voxlith-tools obs --error-scale "
+                                    "converts it (0.001 from microgal)"))
     return findings
 
 

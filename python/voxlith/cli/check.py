@@ -33,11 +33,13 @@ from ..terrain_input import read_terrain
 from .obs import type_code
 from .output import check_output, say
 from .parser import Parser
+from .station_names import kept_names
 from .station_options import (add_csv_options, add_data_options, add_station_options, add_terrain_options, read_table,
-                              station_columns)
+                              scales, station_columns)
 
 PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
+_SIGNS = {"negative": -1, "either": 0, "positive": 1}
 
 _EXAMPLES = """\
 In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, missing data, other
@@ -67,6 +69,8 @@ def make_parser() -> Parser:
     add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
     add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")
     add("--date", metavar="DATE", help="Date of a magnetic survey, to compare its field with IGRF-14")
+    add("--sign", choices=["negative", "either", "positive"],
+        help="Sign of the densities of the model: whether many data of gz contradict it (default: either)")
     add("--json", metavar="FILE", help="File for all findings as JSON; - for standard output in place of the table")
     add_csv_options(parser)
     return parser
@@ -88,7 +92,8 @@ def run(arguments: Sequence[str]) -> int:
         return _finish(options, findings, 0)
     findings += more
     survey, side = _placed(options, survey, findings)
-    findings += check_survey(survey, names, given=given, regional_removed=side.regional_removed)
+    findings += check_survey(survey, names, given=given, regional_removed=side.regional_removed,
+                             sign=_SIGNS[options.sign or "either"])
     findings += _against(options, survey, side, names)
     findings += _background(options, survey, findings)
     return _finish(options, findings, survey.n_stations)
@@ -138,7 +143,7 @@ def _codes(options: argparse.Namespace, components: int) -> list[int]:
 
 def _read_table(parser: Parser, options: argparse.Namespace) -> tuple[Survey, Reals | None, list[str], list[Finding]]:
     columns = SurveyColumns(station_columns(parser, options), tuple(options.data), "", "", "", options.dummy or "",
-                            options.percent, options.floor)
+                            options.percent, options.floor, *scales(options))
     found = read_loosely(read_table(options.file, options), columns, _codes(options, len(options.data)), options.name or "")
     if not found.survey.n_stations:
         raise FileError(options.file, "expected a station with x, y and elevation, found none")
@@ -146,18 +151,18 @@ def _read_table(parser: Parser, options: argparse.Namespace) -> tuple[Survey, Re
 
 
 def _read_data(options: argparse.Namespace) -> tuple[Survey, Reals | None, list[str], list[Finding]]:
-    for name in ("name", "dummy", "percent", "floor"):
+    for name in ("name", "dummy", "percent", "floor", "data_scale", "error_scale"):
         if getattr(options, name) is not None:
-            raise UsageError(f"--{name} goes with a CSV and --data")
+            raise UsageError(f"--{name.replace('_', '-')} goes with a CSV and --data")
     codes = [type_code(text) for text in options.type or ()]
-    obs = read_obs_file(options.file, codes=codes, any_count=True)
+    obs = read_obs_file(options.file, codes=codes, lined=None, any_count=True)
     survey = Survey.from_obs_file(obs)
     findings = []
     if obs.count != survey.n_stations:
         findings.append(Finding("warning", "count", f"the count line says {obs.count}, the file holds {survey.n_stations} "
                                 "records", "correct the count"))
     written = None if obs.uncertainty is None else np.where(np.isnan(survey.data), np.nan, obs.uncertainty)
-    return survey, written, station_names(survey), findings
+    return survey, written, kept_names(read_side_file(options.file), survey) or station_names(survey), findings
 
 
 def _placed(options: argparse.Namespace, survey: Survey, findings: list[Finding]) -> tuple[Survey, SideInfo]:

@@ -38,7 +38,7 @@ _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
 
 _WEIGHTS = "auto"
 _FULL_STYLES = (0, 4)
-_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background")
+_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign")
 
 _EXAMPLES = """\
 It says why it chose its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
@@ -123,7 +123,8 @@ def _is_full(files: _Sensitivities) -> bool:
 
 def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
     """What would spoil the run, in words of ``check``."""
-    findings = check_survey(survey, regional_removed=read_side_file(options.data).regional_removed)
+    findings = check_survey(survey, regional_removed=read_side_file(options.data).regional_removed,
+                            sign=_SIGNS[options.sign or "auto"] or 0)
     if {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
         findings += check_background(survey, options.mtx)
     texts = []
@@ -216,7 +217,7 @@ def _read_data(path: str, files: _Sensitivities) -> Survey:
     codes = [header.data_type for header in files.headers]
     wanted = files.first.n_data
     try:
-        found = read_obs_file(path, codes=codes, any_count=True)
+        found = read_obs_file(path, codes=codes, lined=None, any_count=True)
     except FileError as error:
         raise _layout_error(path, codes[0]) or error from error
     if len(found.x) < wanted:

@@ -4,12 +4,14 @@ from __future__ import annotations
 
 import argparse
 from collections.abc import Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 import numpy as np
 import numpy.typing as npt
 
 from ..amounts import bytes_text, duration_text
+from ..checks.against import check_terrain
+from ..checks.findings import listed
 from ..errors import FileError, UsageError
 from ..io.numbers import number_text, parse_real
 from ..io.obs_file import read_obs_file
@@ -18,10 +20,12 @@ from ..layers import plan_layers
 from ..side_file import SideInfo, read_side_file, write_side_file
 from ..mesh_plan import Extent, MeshPlan, Padding, PlannedMesh, far_station, plain_coordinate, plan_mesh
 from ..survey_table import stations_of_table
+from ..terrain import Terrain
+from ..terrain_input import read_terrain
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 from .placing import refuse_degrees
-from .station_options import add_csv_options, add_station_options, read_table, station_columns
+from .station_options import add_csv_options, add_station_options, add_terrain_options, read_table, station_columns
 
 Reals = npt.NDArray[np.float64]
 PROGRAM = "voxlith-tools"
@@ -56,10 +60,11 @@ def make_parser() -> Parser:
     add_csv_options(parser)
     add("--cell", metavar="METRES", required=True, help="Cell size of the core: one for all axes, or w,h, or dx,dy,dz")
     add("--depth", metavar="METRES", type=number_from(0.0, above=True), required=True,
-        help="Depth of the core below the top")
-    add("--top", metavar="METRES|{lowest,highest}", default="lowest",
+        help="Depth of the core below the top; with --topography, below the lowest ground")
+    add("--top", metavar="METRES|{lowest,highest}",
         help="Elevation of the top of the mesh, or lowest or highest for that of the lowest or highest station "
-             "(default: lowest)")
+             "(default: lowest; with --topography the whole metre above the highest ground)")
+    add_terrain_options(parser, ": the top of the mesh lies above it, and --depth counts from the lowest ground")
     add("--margin", metavar="METRES", type=number_from(0.0),
         help="Core beyond the outermost stations (default: half a cell; none with --extent)")
     add("--layer-factor", metavar="FACTOR", type=number_from(1.0), default=1.0,
@@ -85,7 +90,7 @@ def run(arguments: Sequence[str]) -> int:
     if len(sources) != 1:
         raise UsageError(f"expected one of --stations, --csv and --extent, found {len(sources)}")
     columns = station_columns(parser, options)
-    check_output(options.out, {"--stations": options.stations, "--csv": options.csv})
+    check_output(options.out, {"--stations": options.stations, "--csv": options.csv, "--topography": options.topography})
     cell = _cell(options.cell)
     stations = None
     if options.csv:
@@ -98,17 +103,22 @@ def run(arguments: Sequence[str]) -> int:
         stations = _read_stations(options.stations)
     if stations is not None:
         refuse_degrees(stations.x, stations.y)
-    planned = _planned(_plan(options, cell, stations), stations)
+    side = read_side_file(options.stations).coordinates if options.stations else SideInfo()
+    plan = _plan(options, cell, stations)
+    ground = None
+    if options.topography:
+        ground = _ground(options, plan, side)
+        plan = _below_ground(options, plan, ground)
+    planned = _planned(plan, stations)
     planned.mesh.write(options.out)
     if options.stations:
-        side = read_side_file(options.stations)
-        write_side_file(options.out, SideInfo(side.crs, side.shift))
-    _report(planned, stations)
+        write_side_file(options.out, side)
+    _report(planned, stations, ground)
     return 0
 
 
 def _read_stations(path: str) -> _Stations:
-    found = read_obs_file(path, strict=False, any_count=True)
+    found = read_obs_file(path, strict=False, lined=None, any_count=True)
     places = np.array([found.x, found.y, found.elevation])
     bad = np.flatnonzero(~np.isfinite(places).all(axis=0))
     first = 4 if found.header else 2
@@ -159,7 +169,7 @@ def _plan(options: argparse.Namespace, cell: tuple[float, float, float], station
     distance = options.depth if options.padding_distance is None else options.padding_distance
     sides = Padding(options.padding_factor, distance, options.padding_cells)
     below = sides if options.padding_below is None else Padding(options.padding_factor, options.padding_below)
-    return MeshPlan(east, north, _top(options.top, stations), options.depth, cell, options.layer_factor, sides, below)
+    return MeshPlan(east, north, _top(options.top or "lowest", stations), options.depth, cell, options.layer_factor, sides, below)
 
 
 def _planned(plan: MeshPlan, stations: _Stations | None) -> PlannedMesh:
@@ -180,7 +190,40 @@ def _planned(plan: MeshPlan, stations: _Stations | None) -> PlannedMesh:
     return planned
 
 
-def _report(planned: PlannedMesh, stations: _Stations | None) -> None:
+@dataclass(frozen=True)
+class _Ground:
+    """Elevations of the ground: the highest of the mesh, the lowest of its core, and the surface."""
+
+    highest: float
+    lowest: float
+    surface: Terrain
+
+
+def _ground(options: argparse.Namespace, plan: MeshPlan, side: SideInfo) -> _Ground:
+    """The ground below the mesh of a plan. Raises VoxlithError."""
+    planned = plan_mesh(plan)
+    mesh = planned.mesh
+    corners = np.array([(x, y) for x in (mesh.x_nodes[0], mesh.x_nodes[-1]) for y in (mesh.y_nodes[0], mesh.y_nodes[-1])])
+    surface, warning = read_terrain(options.topography, corners, min(plan.cell[0], plan.cell[1]), crs=side.crs,
+                                    terrain_crs=options.terrain_crs or "", shift=side.shift)
+    if warning:
+        warn(PROGRAM, warning)
+    heights = surface(*np.meshgrid(mesh.x_centres, mesh.y_centres, indexing="ij"))
+    core = ((mesh.x_centres > planned.core_east.least) & (mesh.x_centres < planned.core_east.most),
+            (mesh.y_centres > planned.core_north.least) & (mesh.y_centres < planned.core_north.most))
+    return _Ground(float(heights.max()), float(heights[np.ix_(*core)].min()), surface)
+
+
+def _below_ground(options: argparse.Namespace, plan: MeshPlan, ground: _Ground) -> MeshPlan:
+    """The plan with its top above the ground, unless the top is given, and its depth from the lowest ground."""
+    top = plan.top if options.top is not None else float(np.ceil(ground.highest))
+    if top < ground.highest:
+        warn(PROGRAM, f"--top {options.top}: the ground rises to {ground.highest:.6g}; what lies above the top of the mesh is "
+             "not modelled")
+    return replace(plan, top=top, depth=options.depth + max(top - ground.lowest, 0.0))
+
+
+def _report(planned: PlannedMesh, stations: _Stations | None, ground: _Ground | None = None) -> None:
     mesh = planned.mesh
     if stations is not None:
         say(f"stations:       {len(stations.x)}")
@@ -197,9 +240,20 @@ def _report(planned: PlannedMesh, stations: _Stations | None) -> None:
         _report_padding(cells, padded, axis)
     if stations is not None:
         _report_work(len(stations.x), mesh.n_cells, plan.npx * plan.npy * plan.npz)
+    if ground is not None:
+        say(f"ground:         {ground.lowest:.6g} in the core at least, {ground.highest:.6g} at most")
+        if stations is not None:
+            _warn_of_buried(stations, ground.surface)
+        return
     below = 0 if stations is None else int(np.count_nonzero(stations.elevation < mesh.z_nodes[0]))
     if below:
-        warn(PROGRAM, f"{below} stations lie below the top of the mesh")
+        warn(PROGRAM, f"{below} stations lie below the top of the mesh; give the terrain with --topography")
+
+
+def _warn_of_buried(stations: _Stations, surface: Terrain) -> None:
+    names = [f"line {line}" for line in stations.lines.tolist()]
+    for finding in check_terrain(stations.x, stations.y, stations.elevation, surface, names):
+        warn(PROGRAM, f"{stations.path}: {finding.text} ({listed(finding.stations)}); {finding.remedy}")
 
 
 def _report_work(rows: int, cells: int, padded: int) -> None:

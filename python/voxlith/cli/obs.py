@@ -7,6 +7,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 
 import numpy as np
+import numpy.typing as npt
 
 from ..codes import MOST_FILES, data_type_code, data_type_name, data_unit, has_magnetic_layout
 from ..errors import FileError, UsageError
@@ -24,9 +25,12 @@ from ..survey_table import (SurveyColumns, TableSummary, check_direction, split_
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_list
 from .placing import Placed, add_placing_options, place_survey
-from .station_options import add_csv_options, add_data_options, add_station_options, read_table, station_columns
+from .station_names import add_name_options, choose_stations, kept_names, with_names
+from .station_options import (add_csv_options, add_data_options, add_station_options, read_table, scales,
+                              station_columns)
 
 PROGRAM = "voxlith-tools"
+Reals = npt.NDArray[np.float64]
 _KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
 
 _X_NORTH = {10: 11, 11: 10, 14: 15, 15: 14, 20: 21, 21: 20}
@@ -68,8 +72,11 @@ def make_parser() -> Parser:
                         help="Measured direction aincl,adecl (default: along the field)")
     parser.add_argument("--angles", metavar="COLUMNS",
                         help="Columns aincl:adecl of a direction for each record: the downhole form")
-    parser.add_argument("--line", metavar="COLUMN", help="Column of the line name; spaces in names become _")
-    parser.add_argument("--time", metavar="COLUMN", help="Column of the time or distance along the line")
+    parser.add_argument("--line", metavar="COLUMN", help="Column of the line name; spaces in names become _. Name and time become "
+                        "the last two columns of the data file")
+    parser.add_argument("--time", metavar="COLUMN", help="Column of the time or distance along the line (default with --line: the "
+                        "distance in metres from the first station of the line)")
+    add_name_options(parser)
     parser.add_argument("--components", metavar="COUNT", type=integer_within(1, MOST_FILES),
                         help="Components of the observed data file (with --csv)")
     add_placing_options(parser)
@@ -88,7 +95,8 @@ def run(arguments: Sequence[str]) -> int:
         parser.exclusive(options, "height", "z")
         options.elevation = 0.0  # until the terrain is known
     columns = SurveyColumns(station_columns(parser, options), tuple(options.data or ()), options.angles or "",
-                            options.line or "", options.time or "", options.dummy or "", options.percent, options.floor)
+                            options.line or "", options.time or "", options.dummy or "", options.percent, options.floor,
+                            *scales(options))
     _check_common(options, columns)
     output = options.out or options.csv
     check_output(output, {"the file to convert": options.file})
@@ -128,8 +136,10 @@ def type_code(text: str) -> int:
 def _check_common(options: argparse.Namespace, columns: SurveyColumns) -> None:
     if not options.out and not options.csv:
         raise UsageError("expected one of --out and --csv")
-    if bool(columns.line) != bool(columns.time):
-        raise UsageError("expected --line and --time together")
+    if columns.time and not columns.line:
+        raise UsageError("--time: expected --line beside it")
+    if options.csv and columns.line and not columns.time:
+        raise UsageError("--line: expected --time beside it with --csv")
     if len(columns.data) > MOST_FILES:
         raise UsageError(f"--data: expected at most {MOST_FILES} components")
 
@@ -159,8 +169,13 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     inducing, direction = _field(options, codes, (types or ["tmi" if magnetic else "gz"])[0])
     if columns.angles and codes[0] != 1:
         raise UsageError("--angles: expected data of type tmi")
-    table = read_table(options.file, options)
-    read, summary = survey_of_table(table, columns, codes, inducing=inducing, direction=direction)
+    chosen = choose_stations(read_table(options.file, options), options)
+    if columns.angles and chosen.masked.any():
+        raise UsageError("--mask: records with angles have no dummies; leave the stations out with --drop")
+    read, summary = survey_of_table(chosen.table, columns, codes, inducing=inducing, direction=direction)
+    read.data[:, chosen.masked] = np.nan
+    if read.uncertainty is not None:
+        read.uncertainty[:, chosen.masked] = 0.0
     if not any((np.isfinite(values) & ~no_data_codes(values)).any() for values in read.data):
         raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
     if options.upwards:
@@ -168,13 +183,31 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
         read = read.with_data(signs[:, None] * read.data + 0.0)
     placed = place_survey(read, options)
     survey = placed.survey
+    if survey.line is not None and survey.time is None:
+        survey.time = _distances(survey)
+    if chosen.dropped:
+        placed.notes.append(f"dropped:      {chosen.dropped} stations of --drop")
+    if chosen.masked.any():
+        placed.notes.append(f"masked:       {np.count_nonzero(chosen.masked)} stations of --mask")
+    if chosen.names:
+        placed.side = with_names(placed.side, [chosen.names[number] for number in placed.kept.tolist()])
     if options.date:
         survey.field = inducing_field(survey, placed.side.crs, options.date, placed.side.shift)
         placed.side = placed.side.with_step("field", model="IGRF-14", date=options.date)
         survey.direction = direction or survey.field.direction
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
-    return _Converted(survey, summary, None, True, placed, check_survey(survey))
+    return _Converted(survey, summary, None, True, placed,
+                      check_survey(survey, kept_names(placed.side, survey) or None))
+
+
+def _distances(survey: Survey) -> Reals:
+    """Distance of each station from the first one of its line, along the line, metres."""
+    distance = np.zeros(survey.n_stations)
+    for line in survey.lines():
+        x, y = survey.x[line.slice], survey.y[line.slice]
+        distance[line.slice] = np.round(np.concatenate([[0.0], np.cumsum(np.hypot(np.diff(x), np.diff(y)))]), 3)
+    return distance
 
 
 def _field(options: argparse.Namespace, codes: Sequence[int],
@@ -205,7 +238,7 @@ def _field(options: argparse.Namespace, codes: Sequence[int],
 
 def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     """Observed data to a CSV."""
-    for option in ("percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit", "crs",
+    for option in ("name", "drop", "mask", "data_scale", "error_scale", "percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit", "crs",
                    "to", "shift", "every", "height", "topography", "terrain_crs", "date", "x_north", "upwards"):
         if getattr(options, option) not in (None, "", False):
             raise UsageError(f"--{option.replace('_', '-')} goes with --out")
@@ -238,7 +271,7 @@ def _report(output: str, done: _Converted) -> None:
     for note in done.placed.notes if done.placed else ():
         say(note)
     if done.summary.default_uncertainties:
-        say(f"by default:   {done.summary.default_uncertainties} standard deviations")
+        say(f"default:      {done.summary.default_uncertainties} standard deviations that no column gives")
 
 
 def _report_component(survey: Survey, number: int, types_known: bool) -> None:

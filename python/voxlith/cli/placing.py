@@ -32,12 +32,15 @@ class Placed:
     side : SideInfo
         What is to be remembered of the coordinates.
     notes, warnings : list of str
+    kept : ndarray of int, shape (n,)
+        Numbers, from 0, of the stations that thinning has left.
     """
 
     survey: Survey
     side: SideInfo
     notes: list[str]
     warnings: list[str]
+    kept: npt.NDArray[np.intp]
 
 
 def add_placing_options(parser: Parser) -> None:
@@ -55,7 +58,7 @@ def add_placing_options(parser: Parser) -> None:
 
 def place_survey(survey: Survey, options: argparse.Namespace) -> Placed:
     """Convert, shift, thin and lift the stations. Raises VoxlithError."""
-    placed = Placed(survey, SideInfo(options.crs or ""), [], [])
+    placed = Placed(survey, SideInfo(options.crs or ""), [], [], np.arange(survey.n_stations))
     _convert(placed, options)
     _warn_of_scale(placed)
     _shift(placed, options)
@@ -126,7 +129,7 @@ def _thin(placed: Placed, distance: float) -> None:
     used = np.flatnonzero(survey.valid.any(axis=0))
     names = [""] * len(used) if survey.line is None else survey.line[used].tolist()
     kept = used[thin_lines(survey.x[used], survey.y[used], names, distance)]
-    placed.survey = survey.select(kept)
+    placed.survey, placed.kept = survey.select(kept), kept
     placed.notes.append(f"thinned:      {len(kept)} of {survey.n_stations} records, at least {number_text(distance)} m apart "
                         "along a line")
 

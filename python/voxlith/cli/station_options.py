@@ -37,7 +37,17 @@ def add_data_options(parser: Parser) -> None:
              "a field)")
     add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
     add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
+    add("--data-scale", metavar="FACTOR", type=number_from(0.0, above=True),
+        help="Multiply the data and their standard deviations by it, such as 0.001 from microgal to mGal")
+    add("--error-scale", metavar="FACTOR", type=number_from(0.0, above=True),
+        help="Multiply the column of the standard deviations by it, in place of --data-scale")
     add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
+
+
+def scales(options: argparse.Namespace) -> tuple[float, float]:
+    """What data and standard deviations are multiplied by."""
+    data = 1.0 if options.data_scale is None else float(options.data_scale)
+    return data, data if options.error_scale is None else float(options.error_scale)
 
 
 def add_terrain_options(parser: Parser, purpose: str) -> None:

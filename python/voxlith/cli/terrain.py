@@ -87,7 +87,7 @@ def _places(mesh: str | None, stations: str | None) -> tuple[Reals, float]:
         x, y = np.meshgrid(found.x_nodes[[0, -1]], found.y_nodes[[0, -1]])
         step = 0.5 * min(float(found.x_widths.min()), float(found.y_widths.min()))
         return np.column_stack([x.ravel(), y.ravel()]), step
-    obs = read_obs_file(stations or "", strict=False, any_count=True)
+    obs = read_obs_file(stations or "", strict=False, lined=None, any_count=True)
     extent = max(float(np.ptp(obs.x)), float(np.ptp(obs.y)))
     return np.column_stack([obs.x, obs.y]), max(extent / 100.0, 1.0)
 

@@ -12,7 +12,7 @@ import itertools
 import math
 import re
 from collections.abc import Iterator, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Any, Final, Literal
 
 import numpy as np
@@ -79,6 +79,10 @@ class CsvTable:
         if count > 1:
             raise UsageError(f"{option} {name}: {self.path} has two columns of that name")
         return self.columns.index(name)
+
+    def select(self, rows: npt.NDArray[np.bool_]) -> CsvTable:
+        """The table of some rows."""
+        return replace(self, frame=self.frame[rows].reset_index(drop=True), lines=self.lines[rows])
 
     def words(self, column: int) -> list[str]:
         """Text of a column."""

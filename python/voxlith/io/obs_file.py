@@ -129,7 +129,7 @@ class _Form:
         return 3 + 2 * self.downhole + each * self.components + 2 * self.lined
 
 
-def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int = 0, lined: bool = False,
+def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int = 0, lined: bool | None = False,
                   reference: bool = False, records: int | None = None, strict: bool = True,
                   any_count: bool = False) -> ObsFile:
     """Read a file of data.
@@ -143,8 +143,9 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
         has them.
     components : int
         Number of components; 0 takes it from `codes`, the count line or, last, from the columns of the first record.
-    lined : bool
-        Whether line name and time follow the data (runs with an integration interval).
+    lined : bool or None
+        Whether line name and time follow the data (runs with an integration interval). With None the records decide: a
+        name that is no number; or, of one component, names that come in groups with times that rise in each.
     reference : bool
         Read as a run reads reference data: free-format, so that a record may run over lines, without asterisks.
     records : int, optional
@@ -181,10 +182,33 @@ def read_obs_file(path: PathLike, *, codes: Sequence[int] = (), components: int 
         first = reader.line
     count_text = lines[count_line - 1] if count_line <= len(lines) else ""
     known, found_codes = _components_of(tuple(codes), components, count_text)
-    form = _Form(path, known, found_codes, header, lined, strict, count, count_line, any_count)
+    form = _Form(path, known, found_codes, header, bool(lined), strict, count, count_line, any_count)
+    if lined is None and not reference and not form.downhole:
+        form.lined = _are_lined(lines[first - 1:], known)
     if reference or form.downhole:
         return _read_free(form, lines, first, records, reference)
     return _read_lines(form, lines, first, records, 4 if magnetic else 2)
+
+
+def _are_lined(texts: list[str], components: int) -> bool:
+    """Whether the records end with a line name and a time."""
+    rows = [words for words in (words_of(text.split("!")[0]) for text in texts) if words]
+    if not rows or len(rows[0]) < 6 or any(len(words) != len(rows[0]) for words in rows):
+        return False
+    masked = [words for words in rows if "*" not in "".join(words[-2:])]
+    times = [parse_real(words[-1]) for words in masked]
+    names = [words[-2] for words in masked]
+    if not masked or any(time is None for time in times):
+        return False
+    if any(parse_real(name) is None for name in names):
+        return True
+    if components:
+        return len(rows[0]) == 5 + 2 * components
+    # Names that are numbers: x, y, elevation, datum, standard deviation, name, time could be two components.
+    starts = [0, *(n for n in range(1, len(names)) if names[n] != names[n - 1])]
+    rising = all(names[n] != names[n - 1] or (times[n] or 0.0) > (times[n - 1] or 0.0) for n in range(1, len(names)))
+    whole = all(parse_integer(name) is not None for name in names)
+    return len(rows[0]) == 7 and rising and whole and 3 * len(starts) <= len(names)
 
 
 def _is_count_line(path: PathLike, lines: list[str]) -> bool:
