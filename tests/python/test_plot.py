@@ -398,6 +398,14 @@ def test_inactive_cells_and_the_ground(gravity: Bench):
     assert labels == ["stations", "ground surface", "inactive or no-data cells"]
     hidden = np.isnan(colours(figure.axes[1]))
     assert hidden.any() and not hidden[-8:].any()
+    x, y = (float(0.5 * (nodes[0] + nodes[-1])) for nodes in (mesh.x_nodes, mesh.y_nodes))
+    bodies = [TrueBody(f"body {n}", (x + far, x + far + 1.0), (y + far, y + far + 1.0), (-200.0, -50.0)) for n, far in
+              enumerate((0.0, 250.0))]
+    figure = plot.sections(model, survey=survey, bodies=bodies)
+    assert_nothing_cut(figure)
+    legend = figure.legends[0].get_window_extent()
+    assert len(figure.legends[0].get_texts()) == 5
+    assert not any(legend.overlaps(panel.xaxis.label.get_window_extent()) for panel in figure.axes)
     surface = plot.sections(model, survey=survey, surface=lambda x, y: 100.0 + 0.0 * x).axes[1].lines
     assert any(np.all(np.asarray(line.get_ydata()) == 100.0) and len(line.get_xdata()) == 400 for line in surface)
     model.values[:] = np.nan

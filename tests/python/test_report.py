@@ -111,6 +111,7 @@ def test_a_run_without_results(copied, gravity: Bench) -> None:
     assert contents["models"] == contents["components"] == [] and contents["iterations"] is None
     assert contents["notes"] == ["There is no log yet.", "There is no table of iterations yet.",
                                  "There are no predicted data yet.", "There is no model yet."]
+    assert contents["warnings"] == []
     assert ["Data file", "data.obs"] in contents["parameters"]
     bench.path("data.obs").write_text("3\n1 2\n")
     with pytest.raises(FileError, match="data.obs"):
@@ -121,9 +122,28 @@ def test_damaged_results_are_named(copied, gravity: Bench) -> None:
     bench = copied(gravity)
     bench.path("voxlith.den").write_text("1.0\nx\n")
     bench.path("voxlith.pre").write_text("nothing\n")
-    notes = report_contents(Run(bench.folder))["notes"]
-    assert any(note.startswith("The model is left out:") for note in notes)
-    assert any(note.startswith("The predicted data are left out:") for note in notes)
+    warnings = report_contents(Run(bench.folder))["warnings"]
+    assert any(text.startswith("The model is left out:") for text in warnings)
+    assert any(text.startswith("The predicted data are left out:") for text in warnings)
+
+
+@pytest.mark.parametrize("line, warning", [
+    ("Target RMS misfit 1: not reached, the best is 3.5 with trade-off 0.1\nReason: the cells are too coarse",
+     "Target RMS misfit 1 not reached: the best is 3.5 with trade-off 0.1. Reason: the cells are too coarse"),
+    ("Target RMS misfit 1 of each component: not reached, no factors bring the worst component nearer",
+     "Target RMS misfit 1 of each component not reached: no factors bring the worst component nearer"),
+    ("Target RMS misfit 1: the misfit stays below it, 0.5, however large the trade-off",
+     "Target RMS misfit 1 not reached: the misfit stays below it, 0.5, however large the trade-off"),
+    ("Target RMS misfit 1: reached 1.0003 with trade-off 0.1 after 7 trade-offs", None)])
+def test_only_what_spoils_a_result_is_a_warning(copied, gravity: Bench, line: str, warning: str | None) -> None:
+    bench = copied(gravity)
+    information = ("The trade-offs tried are in voxlith_tradeoff.csv", "The objective, 12.5, is at most 0.0001 % above its minimum")
+    with bench.path("voxlith.log").open("a") as log:
+        log.write("\n".join((line, *information)) + "\n")
+    contents = report_contents(Run(bench.folder))
+    assert contents["warnings"] == ([warning] if warning else [])
+    assert [f"The log says: {text}" for text in information] == contents["notes"]
+    assert not any(row[0] == "Reason" for row in contents["parameters"])
 
 
 def test_surroundings(copied, joint: Bench, tmp_path: Path) -> None:

@@ -35,6 +35,7 @@ _LEAST_HEIGHT = 0.6  # inches of a vertical section before its scale is stretche
 _LEAST_WIDTH = 2.1  # inches of the column of the histogram
 _LEAST_RANGES = 1.2  # inches of the panel below the histogram; with less it is left out
 _TOP, _BOTTOM, _BAR, _BETWEEN = 0.95, 0.85, 1.2, 0.75
+_ROWS, _ROW = 2, 0.2  # rows of the legend that _BOTTOM holds, and inches of a further one
 _GROUND = "#5b3a1a"
 _CHOSEN = {"middle": " at the peak", "largest": " at the largest value"}
 _SLICE_TITLE, _SECTION_TITLE = 3.4, 2.4  # inches of their titles
@@ -363,8 +364,20 @@ class _Page:
         unit = f" ({unit_text(self.model.unit)})" if self.model.unit else ""
         return f"{_capital(self.model.name)}{unit}"
 
+    def _grow(self, inches: float) -> None:
+        """Make the figure higher by so much at its bottom; the panels keep their sizes."""
+        width, height = self.figure.get_size_inches()
+        higher = height + inches
+        for panel in self.figure.axes:
+            place = panel.get_position()
+            panel.set_position((place.x0, (place.y0 * height + inches) / higher, place.width, place.height * height / higher))
+        self.figure.set_size_inches(width, higher)
+
     def _finish(self, title: str) -> None:
         shown = self.window.part(self.cube)
+        handles = self._legend(bool(np.isnan(shown).any()))
+        columns = 3 if len(handles) < 4 else 2
+        self._grow(max(-(-len(handles) // columns) - _ROWS, 0) * _ROW)
         bar = self.figure.colorbar(self.last, cax=self.bar, label=self._quantity(),
                                    extend=style.extension(shown, self.low, self.high))
         bar.formatter.set_powerlimits(_PLAIN_POWERS)
@@ -372,6 +385,10 @@ class _Page:
         height = self.figure.get_size_inches()[1]
         self.figure.suptitle(title, y=1.0 - 0.12 / height, va="top")
         self.figure.text(0.5, 1.0 - 0.36 / height, self._words(), ha="center", va="top", fontsize=8.5)
+        if handles:
+            self.figure.legend(handles=handles, loc="lower left", ncol=columns, bbox_to_anchor=(0.01, 0.0), frameon=False)
+
+    def _legend(self, no_value: bool) -> list[Any]:
         handles: list[Any] = [
             Line2D([], [], color="black", linewidth=1.1, linestyle="-" if inside else (0, (4, 3)), label=label)
             for inside, label in ((True, "true body, cut by the section"), (False, "true body, beside the section"))
@@ -380,12 +397,10 @@ class _Page:
             handles.append(Line2D([], [], color="black", linestyle="none", marker="v", markersize=3, label="stations"))
         if self.ground:
             handles.append(Line2D([], [], color=_GROUND, linewidth=1.1, label="ground surface"))
-        if np.isnan(shown).any():
+        if no_value:
             label = "inactive or no-data cells" if self.model.active is not None else "no-data cells"
             handles.append(Patch(facecolor=_NO_VALUE, edgecolor="0.4", linewidth=0.6, label=label))
-        if handles:
-            self.figure.legend(handles=handles, loc="lower left", ncol=3 if len(handles) < 4 else 2,
-                               bbox_to_anchor=(0.01, 0.0), frameon=False)
+        return handles
 
     def _words(self) -> str:
         """What is at the meeting point, and how the sections are stretched."""

@@ -20,7 +20,7 @@ from ..io.progress_file import IterationRow
 from ..io.tradeoff_table import read_tradeoff_table
 from ..model import Model
 from ..run import Fit, Run
-from ..survey import Survey
+from ..side_file import read_side_file
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
 
@@ -31,6 +31,8 @@ _EXACT_CELLS = 200_000  # up to here cells are in single precision
 _MOST_STATIONS = 200_000
 _MOST_CHECKED = 100_000
 _VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "down"), ("east", "north", "up"))
+_INFORMATION = ("The trade-offs tried", "The factors tried", "The objective,", "Without bounds and reference model")
+_TARGET, _REASON = "Target RMS misfit", "Reason"
 _UPWARDS = ("up", "upwards")  # labels of a component that is not downwards
 
 
@@ -69,7 +71,8 @@ class ReportOptions:
 def report_contents(run: Run, options: ReportOptions | None = None, findings: list[list[str]] | None = None) -> Contents:
     """Collect the contents of a report.
 
-    `findings` are those of an earlier report of the same data, which are not looked for again. Results that the run has not written yet are left out; ``notes`` says so.
+    `findings` are those of an earlier report of the same data, which are not looked for again. Results that the run has not written yet are
+    left out; ``notes`` says so. What spoils a result, such as a target that was not reached, is in ``warnings``.
 
     Raises
     ------
@@ -79,9 +82,10 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     from .. import __version__
     chosen = options or ReportOptions()
     notes: list[str] = []
-    log, rows = _log_of(run, notes), _rows_of(run, notes)
-    fit = _fit_of(run, notes)
-    models = _models_of(run, notes)
+    warnings: list[str] = []
+    log, rows = _log_of(run, notes, warnings), _rows_of(run, notes)
+    fit = _fit_of(run, notes, warnings)
+    models = _models_of(run, notes, warnings)
     survey = fit.observed if fit is not None else run.observed
     window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
     if models and window.note(run.mesh):
@@ -95,8 +99,8 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
         "version": f"Made by voxlith-tools report, version {__version__}, from results of voxlith "
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
-        "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run.observed) if findings is None else findings,
+        "warnings": warnings, "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
+        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows), "noise_level": _noise_level(fit),
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
@@ -110,14 +114,30 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
 
 # Reading what there is
 
-def _log_of(run: Run, notes: list[str]) -> RunLog | None:
+def _log_of(run: Run, notes: list[str], warnings: list[str]) -> RunLog | None:
     try:
         log = run.log[-1]
     except FileError:
         notes.append("There is no log yet.")
         return None
-    notes.extend(f"The log says: {message}" for message in log.messages)
+    warnings.extend(_missed_targets(log))
+    for message in log.messages:
+        (notes if message.startswith(_INFORMATION) else warnings).append(f"The log says: {message}")
     return log
+
+
+def _missed_targets(log: RunLog) -> list[str]:
+    """Targets of the misfit that the run has not reached, with the reason where the log has one."""
+    found = []
+    for key, text in log.inputs.items():
+        if key.startswith(_TARGET) and text.startswith("not reached"):
+            rest = text.removeprefix("not reached").lstrip(", ")
+            found.append(f"{key} not reached: {rest}")
+        elif key.startswith(_TARGET) and text.startswith("the misfit stays below it"):
+            found.append(f"{key} not reached: {text}")
+    if found and log.inputs.get(_REASON):
+        found[-1] += f". {_REASON}: {log.inputs[_REASON]}"
+    return found
 
 
 def _rows_of(run: Run, notes: list[str]) -> list[IterationRow]:
@@ -128,25 +148,25 @@ def _rows_of(run: Run, notes: list[str]) -> list[IterationRow]:
         return []
 
 
-def _fit_of(run: Run, notes: list[str]) -> Fit | None:
+def _fit_of(run: Run, notes: list[str], warnings: list[str]) -> Fit | None:
     try:
         return run.fit()
     except FileError as error:
         if run.path("voxlith.pre").is_file():
-            notes.append(f"The predicted data are left out: {error}")
+            warnings.append(f"The predicted data are left out: {error}")
         else:
             notes.append("There are no predicted data yet.")
         run.observed  # inputs that cannot be used are an error  # noqa: B018
         return None
 
 
-def _models_of(run: Run, notes: list[str]) -> list[Model]:
+def _models_of(run: Run, notes: list[str], warnings: list[str]) -> list[Model]:
     try:
         return run.models()
     except RunError:
         notes.append("There is no model yet.")
     except FileError as error:
-        notes.append(f"The model is left out: {error}")
+        warnings.append(f"The model is left out: {error}")
     return []
 
 
@@ -210,7 +230,7 @@ def _noise_level(fit: Fit | None) -> float | None:
 def _parameters(run: Run, log: RunLog | None) -> list[list[str]]:
     """Inputs as the log shows them; those of the control file before there is a log."""
     if log is not None:
-        return [["Control file", run.control_name], *([key, text] for key, text in log.inputs.items() if text)]
+        return [["Control file", run.control_name], *([key, text] for key, text in log.inputs.items() if text and key != _REASON)]
     values = run.control.values
     return [["Control file", run.control_name], ["Data file", values.data_file],
             ["Sensitivity files", ", ".join(values.mtx_files)], ["Initial model", values.initial_model],
@@ -318,11 +338,21 @@ def _lines(fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents] | None
     return [{"name": line.name, "first": line.first, "last": line.last} for line in lines]
 
 
-def _findings(survey: Survey) -> list[list[str]]:
+def _findings(run: Run) -> list[list[str]]:
     """What a check of the data finds: severity, what was found, and what to do."""
+    survey = run.observed
     if survey.n_stations > _MOST_CHECKED:
         return []
-    return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(survey)]
+    return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(
+        survey, regional_removed=_regional_removed(run), sign=run.control.values.positivity or 0)]
+
+
+def _regional_removed(run: Run) -> bool:
+    """Whether a regional field was subtracted from the data, as far as their side file can be read."""
+    try:
+        return read_side_file(run.path(run.control.values.data_file)).regional_removed
+    except FileError:
+        return False
 
 
 def _tradeoff_curve(run: Run, options: ReportOptions) -> Contents | None:

@@ -65,7 +65,10 @@ function fillTexts() {
   const { data } = report;
   document.title = data.title;
   for (const name of ["title", "subtitle", "version", "citation"]) { byId(name).textContent = data[name]; }
-  byId("notes").replaceChildren(...data.notes.map((text) => element("li", text)));
+  for (const name of ["warnings", "notes"]) {
+    byId(name).replaceChildren(...data[name].map((text) => element("li", text)));
+    byId(name).hidden = !data[name].length;
+  }
   fillTable("summary-table", data.summary);
   fillTable("fit-table", data.fit, data.fit.length ? ["Component", "Data", "Masked", "RMS (standard deviations)"] : null);
   fillTable("findings-table", data.findings, data.findings.length ? ["Severity", "Finding", "What to do"] : null);
