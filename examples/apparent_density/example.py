@@ -1,9 +1,9 @@
 """Apparent density: one density per column from the surface to the bottom of the mesh, read off as a map.
 
-The ground is 300 m of rock whose density changes from place to place but not with depth: a dense square, a light strip.
-With a file of style 2 each column has a single unknown. The run writes the density below each station to
-voxlith_appden.csv, which is compared with the truth. The table holds the values that the run iterates on, which carry
-the depth weight; with a single layer there is nothing to weigh, so the file is made without one and the table holds
+The model is 300 m of rock whose density varies horizontally but not with depth: a dense square, and a strip of low
+density. With a file of style 2 each column has a single unknown. The run writes the density below each station to
+voxlith_appden.csv, which is compared with the truth. The table contains the values of the optimiser's variable, which
+include the depth weight. A single layer needs no depth weight, so the file is made without one and the table contains
 densities.
 """
 from gallery import Body, Mesh, correlation, grid, rms

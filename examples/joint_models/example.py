@@ -2,9 +2,9 @@
 
 One body is dense, another is magnetic, a third is both. The first definition ties the gravity to model type 1, "dens",
 the second the total field to model type 2, "susc", so each data set explains itself with its own model. One trade-off
-serves both models: the second has the unit of 0.03 SI (its coefficient is 0.03), which brings both to like weight. Both
-files carry the same depth weight. Models are written as voxlith_dens.den and voxlith_susc.den: the suffix follows the
-first component.
+applies to both models: the unit of the second is 0.03 SI (its coefficient is 0.03), which gives both similar weight.
+Both files have the same depth weight. Models are written as voxlith_dens.den and voxlith_susc.den: the suffix follows
+the first component.
 """
 from gallery import (Body, Mesh, component_rms, grid, read_data, read_values, write_bodies, write_data,
                      write_stations, write_values)

@@ -1,4 +1,4 @@
-"""A magnetised body seen by total field data, with susceptibilities kept above zero.
+"""A magnetised body recovered from total-field data, with positive susceptibilities.
 
 The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations fly 30 m above it in an inclined field. The data are computed by
 analytical prisms, which the inversion never sees, and carry noise of 2 percent plus 1 nT.

@@ -1,8 +1,8 @@
 """Surface density above apparent density: a thin cover and the rock below, each with a density of its own per column.
 
-Patches of the 50 m cover are light; the 300 m of rock below hold a wide dense block that ends elsewhere. A file of
-style 3 has two unknowns a column. Both come from the same gravity data: short waves belong to the cover, long ones to
-the rock. What lies between is shared, so both are found a quarter too weak.
+The 50 m thick cover has low-density patches; the 300 m of rock below contain a wide dense block with other edges. A
+file of style 3 has two unknowns per column. Both come from the same gravity data: short wavelengths belong to the
+cover, long ones to the rock. Wavelengths in between are shared, so both contrasts are recovered a quarter too small.
 """
 import os
 
