@@ -196,7 +196,7 @@ def table_of_survey(survey: Survey, columns: SurveyColumns) -> Any:
             given = np.where((survey.uncertainty[number] > 0.0) & ~np.isnan(values), survey.uncertainty[number], np.nan)
             fields.append((deviation or f"uncertainty{number + 1}", _texts(given)))
     if survey.line is not None and survey.time is not None:
-        fields += [(columns.line, survey.line.tolist()), (columns.time, _texts(survey.time))]
+        fields += [(columns.line or "line", survey.line.tolist()), (columns.time or "time", _texts(survey.time))]
     frame = pandas.DataFrame(dict(enumerate(texts for _, texts in fields)), dtype=object)
     frame.columns = [name for name, _ in fields]
     return frame

@@ -329,6 +329,8 @@ def test_line_and_time_columns_are_read_by_all(tools, tmp_path, lines):
     assert "32 stations" in tools("check", "gz.obs", "--mesh", "m.msh").out
     assert tools("regional", "gz.obs", "--order", 1, "--out", "rest.obs").status == 0
     assert Survey.read(tmp_path / "rest.obs").line.tolist() == survey.line.tolist()
+    assert tools("obs", "gz.obs", "--csv", "back.csv").status == 0
+    assert (tmp_path / "back.csv").read_text().startswith("x,y,z,data1,uncertainty1,line,time\n")
 
 
 def test_stations_by_name(tools, tmp_path):

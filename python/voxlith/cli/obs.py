@@ -248,7 +248,7 @@ def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     types = [type_code(text) for text in options.type or ()]
     components = options.components or len(types) or len(columns.data)
     codes = _codes(list(map(str, types)), components, "gz") if types else []
-    found = read_obs_file(options.file, codes=codes, components=0 if codes else components, lined=bool(columns.line),
+    found = read_obs_file(options.file, codes=codes, components=0 if codes else components, lined=bool(columns.line) or None,
                           any_count=True)
     survey = Survey.from_obs_file(found)
     write_csv_file(options.csv, table_of_survey(survey, columns), separator=options.separator or "comma")
