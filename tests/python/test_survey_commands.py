@@ -344,6 +344,7 @@ def test_stations_by_name(tools, tmp_path):
     tools("obs", "s.csv", "--data", "gz:err", "--out", "b.obs", "--drop", "line 2", "3")
     assert Survey.read(tmp_path / "b.obs").x[0] == 1100.0
     assert one_line(tools(*options, "--name", "name", "--drop", "S99"), 2) == "--drop: there is no station S99"
+    assert one_line(tools(*options, "--drop", ","), 2) == "--drop ,: expected a name"
     assert "--name COLUMN gives names" in one_line(tools(*options, "--mask", "S99"), 2)
 
 

@@ -171,8 +171,8 @@ def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: 
                                     "use the standard deviation of repeated readings, at least 0.5 % of the range"))
         if are_loose(data, deviations):
             findings.append(Finding("warning", "standard-deviations", f"{label}: a median standard deviation of {middle:.3g} "
-                                    f"is {'above' if middle > extent else 'not small beside'} the range {extent:.3g} of the data; a model without bodies "
-                                    "fits them", "check the unit of the standard deviations; voxlith-tools obs --error-scale "
+                                    f"is {'above' if middle > extent else 'not small beside'} the range {extent:.3g} of the "
+                                    "data; a model without bodies fits them", "check the unit of the standard deviations; voxlith-tools obs --error-scale "
                                     "converts it (0.001 from microgal)"))
     return findings
 

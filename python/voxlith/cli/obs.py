@@ -238,8 +238,8 @@ def _field(options: argparse.Namespace, codes: Sequence[int],
 
 def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     """Observed data to a CSV."""
-    for option in ("name", "drop", "mask", "data_scale", "error_scale", "percent", "floor", "field", "direction", "angles", "dummy", "elevation", "z_down", "z_unit", "crs",
-                   "to", "shift", "every", "height", "topography", "terrain_crs", "date", "x_north", "upwards"):
+    for option in ("name", "drop", "mask", "data_scale", "error_scale", "percent", "floor", "field", "direction",
+                   "angles", "dummy", "elevation", "z_down", "z_unit", "crs", "to", "shift", "every", "height", "topography", "terrain_crs", "date", "x_north", "upwards"):
         if getattr(options, option) not in (None, "", False):
             raise UsageError(f"--{option.replace('_', '-')} goes with --out")
     if options.separator == "blank" or options.decimal_comma:

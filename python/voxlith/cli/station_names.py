@@ -73,6 +73,8 @@ def _chosen(option: str, texts: Sequence[str] | None, known: Sequence[str], name
     wanted: list[str] = []
     for text in texts or ():
         wanted += [text] if text in known else [word.strip() for word in text.split(",") if word.strip()]
+    if texts and not wanted:
+        raise UsageError(f"--{option} {' '.join(texts)}: expected a name")
     if not named:
         wanted = [f"line {word.removeprefix('line').strip()}" for word in wanted]
     missing = sorted(set(wanted) - set(known))
