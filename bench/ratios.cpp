@@ -57,9 +57,7 @@ void printTable(const Run& run) {
     }
 }
 
-}  // namespace
-
-int main(int argumentCount, char** arguments) {
+int run(int argumentCount, char** arguments) {
     CLI::App program("Speed of the kernels of voxlith beside references", "voxlith-bench-ratios");
     Run run;
     run.options.folder = (std::filesystem::temp_directory_path() / "voxlith-bench").string();
@@ -79,11 +77,17 @@ int main(int argumentCount, char** arguments) {
     program.add_option("--only", run.groups, "Groups to run")->check(CLI::IsMember(voxlith::benchmarkGroups()));
     program.add_flag("--tabs", run.tabs, "Fields between tabs, without a heading");
     CLI11_PARSE(program, argumentCount, arguments);
+    printTable(run);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
     try {
-        printTable(run);
+        return run(argumentCount, arguments);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "voxlith-bench-ratios: %s\n", error.what());
         return 1;
     }
-    return 0;
 }
