@@ -266,7 +266,7 @@ class Report:
     def bodies(self, mesh, values, bodies, unit):
         """Centre, excess and peak of each body, true and recovered; each peak must lie inside its body."""
         excess = EXCESS[unit]
-        print('\n%-24s %8s %8s %8s %16s %12s' % ('', 'x m', 'y m', 'depth m', excess[0], 'peak ' + unit))
+        print('\n%-24s %8s %8s %8s %16s %12s' % ('body', 'x m', 'y m', 'depth m', excess[0], 'peak ' + unit))
         for body in bodies:
             others = [b for b in bodies if b is not body]
             value, x, y, d = peak_near(mesh, values, body, others)
