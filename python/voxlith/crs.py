@@ -120,8 +120,8 @@ def distance_scale(x: float, y: float, crs: str) -> float:
 
     Examples
     --------
-    >>> round(distance_scale(-13627665.0, 4548320.0, "EPSG:3857"), 2)
-    1.26
+    >>> round(distance_scale(-13627665.0, 4548320.0, "EPSG:3857"), 1)
+    1.3
     """
     pyproj = require("pyproj", "coordinate reference systems")
     longitude, latitude = longitude_latitude([x], [y], crs)
