@@ -71,6 +71,8 @@ class Choices:
         Model type (from 0) of each sensitivity file.
     warnings : list of str
         What the values of a first model make suspect.
+    one_sign : bool
+        Whether all values may be known to have one sign; not those of several properties.
     """
 
     unit: str
@@ -84,6 +86,7 @@ class Choices:
     model_of: list[int]
     tradeoff_reason: str = ""
     warnings: list[str] = field(default_factory=list)
+    one_sign: bool = True
 
     @property
     def model_count(self) -> int:

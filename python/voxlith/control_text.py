@@ -91,7 +91,7 @@ def _tradeoff_reason(choices: Choices, count: int) -> list[str]:
 def _sign_reason(choices: Choices) -> list[str]:
     word = "positive" if choices.sign > 0 else "negative" if choices.sign < 0 else "of either sign"
     lines = [f"Line 3, sign, and line 8, bounds: model values {word}, in {choices.unit}."]
-    if choices.sign == 0:
+    if choices.sign == 0 and choices.one_sign:
         lines.append("  A body known to be denser (1) or less dense (-1) than its surroundings is found better with its "
                      "sign.")
     return [*lines, "  Narrower bounds that geology gives sharpen the model; 99 or -99 leaves a side free."]

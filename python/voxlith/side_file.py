@@ -47,6 +47,11 @@ class SideInfo:
         return any(step.get("operation") == "regional" for step in self.history)
 
     @property
+    def magnetisation(self) -> str:
+        """Direction of magnetisation that a sensitivity file was computed with, as given; empty when unknown."""
+        return next((str(step.get("direction", "")) for step in self.history if step.get("operation") == "magnetisation"), "")
+
+    @property
     def coordinates(self) -> SideInfo:
         """The same without the history, which belongs to one file."""
         return replace(self, history=())

@@ -240,6 +240,11 @@ class RowSource:
         return [path for path in self.mtx if path is not None]
 
 
+def is_stack_file(path: PathLike) -> bool:
+    """Whether a file says of itself that it is what :meth:`Stack.write` wrote, be it whole or not. Raises FileError."""
+    return f'"{_FORMAT}"'.encode() in read_bytes(path)[:80]
+
+
 def property_of(text: str, codes: Sequence[int]) -> StackedProperty:
     """A property from ``NAME`` or ``NAME=x|y|z|INC,DEC``; without a direction the names mx, my and mz have theirs.
 
@@ -266,6 +271,15 @@ def property_of(text: str, codes: Sequence[int]) -> StackedProperty:
     if direction is not None and kinds == {False}:
         raise UsageError(f"property {text}: expected magnetic data for a direction of magnetisation")
     return StackedProperty(name, model_quantity(codes[0])[1] if codes else "", direction)
+
+
+def direction_of_text(text: str) -> Direction | None:
+    """Direction of x, y, z or INC,DEC; None for an empty text. Raises UsageError.
+
+    >>> direction_of_text("z")
+    Direction(inclination=90.0, declination=0.0)
+    """
+    return _AXES.get(text) or (_direction(text, text) if text else None)
 
 
 def _direction(text: str, where: str) -> Direction:

@@ -11,9 +11,11 @@ import pytest
 from conftest import BUILD, one_line
 
 from voxlith import Direction, InducingField, Mesh, Model, Run, Sensitivity, Survey, UsageError
+from voxlith.cli.forward import _side
 from voxlith.compact import Compactness, amplitudes, compact_weights, next_eps
 from voxlith.io.model_file import read_model_file, write_model_file
 from voxlith.io.weight_file import CellWeights, read_weight_files, section_shapes, write_weight_file
+from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedProperty, property_of
 from voxlith.stacked_run import StackedRun
 from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
@@ -382,3 +384,58 @@ def test_a_run_that_fails_is_reported(tools, stack, folder):
     stack(*TWO, "--scale", "1", "1", "--out", "two")
     (folder / "two_weights.txt").write_text("1 2 3\n")
     assert "two_weights.txt" in one_line(tools("compact", ".", "--control", "two.inp"))
+
+
+VECTOR = ("--properties", "mx", "my", "mz", "--rows", "tmi.obs", "tmi_x.mtx", "tmi_y.mtx", "tmi_z.mtx")
+UTM = SideInfo("EPSG:32633", (450000.0, 5500000.0))
+
+
+def short_run(folder, name):
+    """Two iterations of a stacked run."""
+    text = (folder / f"{name}.inp").read_text().splitlines()
+    text[11] = "2 0 0"
+    (folder / f"{name}.inp").write_text("\n".join(text) + "\n")
+    voxlith_run(folder, f"{name}.inp", program="voxlith")
+
+
+def test_coordinates_reach_the_files_of_unstack(stack, folder, tools):
+    write_side_file("tmi.obs", UTM)
+    stack(*VECTOR, "--out", "vector")
+    assert all(read_side_file(f"vector{ending}") == UTM for ending in (".obs", ".mtx", ".msh"))
+    short_run(folder, "vector")
+    assert tools("unstack", ".", "--control", "vector.inp").status == 0
+    assert all(read_side_file(f"properties/{name}") == UTM for name in ("mesh.msh", "properties.vtr", "TMI.csv"))
+
+
+def test_files_of_other_coordinates_are_refused(tools, folder):
+    write_side_file("tmi.obs", UTM)
+    write_side_file("gz.obs", SideInfo("EPSG:32632"))
+    done = tools("stack", *TWO, "--scale", "1", "1", "--out", "two")
+    assert "gz.obs and tmi.obs: expected the same coordinates, found EPSG:32632 and EPSG:32633" in one_line(done, 2)
+    assert not list(folder.glob("two*"))
+
+
+def test_exchanged_files_are_noticed(stack, folder):
+    for axis in "xyz":
+        write_side_file(f"tmi_{axis}.mtx", _side("mtx", ["--magnetisation", axis]))
+    assert stack(*VECTOR, "--out", "right").errors == ""
+    done = stack(*VECTOR[:6], "tmi_y.mtx", "tmi_x.mtx", "tmi_z.mtx", "--out", "wrong")
+    assert "tmi_y.mtx: computed with --magnetisation y, but mx is the component along 0,90" in done.errors
+    assert done.errors.count("warning") == 2
+    assert read_side_file("wrong.mtx") == SideInfo()
+
+
+@pytest.mark.parametrize(("words", "warned"), [((*VECTOR, "--bounds", "ground.txt"), True), ((*VECTOR, "--bounds", "0,1"), True),
+                                               ((*VECTOR, "--bounds", "-1,1"), False), (VECTOR, False),
+                                               ((*TWO, "--scale", "1", "1", "--bounds", "ground.txt"), False)])
+def test_bounds_without_negative_components_get_a_warning(made, stack, folder, words, warned):
+    _, mesh, _ = made
+    (folder / "ground.txt").write_text("0 99\n" * mesh.n_cells)
+    done = stack(*words, "--out", "bounded")
+    assert (f"warning: --bounds {words[-1]}: no component of the magnetisation can be below 0" in done.errors) == warned == bool(done.errors)
+
+
+def test_the_control_file_says_each_thing_once(stack, folder):
+    stack(*VECTOR, "--out", "vector")
+    text = (folder / "vector.inp").read_text()
+    assert text.count("voxlith-run --target-rms 1 ") == 1 and "denser" not in text

@@ -30,7 +30,7 @@ def run_forward(command: str, arguments: Sequence[str]) -> int:
     words = [find_forward_program(), command, *arguments]
     if "--help" in arguments or "-h" in arguments:
         _become(words)
-    side = _side(arguments)
+    side = _side(command, arguments)
     topography = _value_of("--topography", arguments)
     surface = None
     if topography is not None:
@@ -50,14 +50,17 @@ def run_forward(command: str, arguments: Sequence[str]) -> int:
     _become(words)
 
 
-def _side(arguments: Sequence[str]) -> SideInfo:
-    """Coordinates of the stations, else of the mesh. Raises UsageError when both are known and differ."""
+def _side(command: str, arguments: Sequence[str]) -> SideInfo:
+    """Coordinates of the stations, else of the mesh, and the direction of magnetisation of sensitivities, which their file does
+    not hold. Raises UsageError when the coordinates of both are known and differ."""
     stations, mesh = (_value_of(option, arguments) or "" for option in ("--stations", "--mesh"))
     first, second = (read_side_file(name).coordinates if name else SideInfo() for name in (stations, mesh))
     other = other_coordinates(first, second)
     if other:
         raise UsageError(f"{stations} and {mesh}: expected the same coordinates, found {other}")
-    return second if first.is_empty else first
+    found = second if first.is_empty else first
+    direction = _value_of("--magnetisation", arguments)
+    return found.with_step("magnetisation", direction=direction) if command == "mtx" and direction else found
 
 
 def _surface(topography: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:

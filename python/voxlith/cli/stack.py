@@ -23,15 +23,19 @@ from ..io.numbers import number_text, parse_real
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..io.weight_file import CellWeights, section_shapes, write_weight_file
-from ..stack import (RowSource, Stack, inactive_cells, make_stack, property_of, stacked_survey, write_stacked_sensitivity)
+from ..stack import (RowSource, Stack, direction_of_text, inactive_cells, make_stack, property_of, stacked_survey,
+                     write_stacked_sensitivity)
+from ..side_file import SideInfo, other_coordinates, read_side_file, write_side_file
 from ..survey import Survey
+from ..vectors import angle_between
 from ..weights import read_cell_sensitivity, sensitivity_weights
-from .output import say
+from .output import say, warn
 from .parser import Parser, number_from, number_list
 
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
 PROGRAM = "voxlith-tools"
+_SAME_DIRECTION = 1.0  # degrees
 
 _ENDINGS = (".mtx", ".obs", ".msh", ".json", ".inp", "_bounds.txt", "_weights.txt", "_start.mod", "_reference.mod")
 
@@ -90,15 +94,20 @@ def run(arguments: Sequence[str]) -> int:
     _check_outputs(options, groups)
     properties = [property_of(text, [one.survey.codes[0] for one in groups if one.mtx[number]]) for number, text in enumerate(names)]
     stack = make_stack(properties, groups)
+    side = _coordinates(groups)
+    _warn_of_directions(stack, groups)
     scales, reason = _scales(options, stack, groups)
     stack = replace(stack, properties=tuple(replace(one, scale=scale) for one, scale in zip(stack.properties, scales)))
     inactive = inactive_cells(groups)
     bounds = _bounds(options, stack, inactive)
+    _warn_of_bounds(options, stack, bounds)
     start = _models("--start", options.start, stack, inactive)
     reference = _models("--reference", options.reference, stack, inactive)
     factors = [_number("--smallness", text) for text in _per_property("--smallness", options.smallness, "1", stack)]
     weights = stack.join_weights(_weights(options, stack, groups), factors)
     _write(options, stack, groups, bounds, start, reference, weights, reason)
+    for ending in (".mtx", ".obs", ".msh"):
+        write_side_file(options.out + ending, side)
     return 0
 
 
@@ -121,6 +130,46 @@ def _source(words: Sequence[str], properties: int) -> RowSource:
     if not 0 <= component < survey.n_components:
         raise UsageError(f"--rows {words[0]}: expected a component from 1 to {survey.n_components}")
     return RowSource(replace(survey.component(component), codes=(head.data_type,)), mtx, words[0])
+
+
+def _coordinates(groups: Sequence[RowSource]) -> SideInfo:
+    """Reference system and shift of all files. Raises UsageError when two files differ."""
+    first, kept = "", SideInfo()
+    for path in dict.fromkeys(path for one in groups for path in (_data_path(one), *map(str, one.given))):
+        found = read_side_file(path).coordinates
+        other = other_coordinates(kept, found)
+        if other:
+            raise UsageError(f"{first} and {path}: expected the same coordinates, found {other}")
+        if kept.is_empty and not found.is_empty:
+            first, kept = path, found
+    return kept
+
+
+def _data_path(source: RowSource) -> str:
+    """The data file without the number of a component."""
+    name, _, number = source.data_file.rpartition(":")
+    return name if number.isdigit() and not os.path.exists(source.data_file) else source.data_file
+
+
+def _warn_of_directions(stack: Stack, groups: Sequence[RowSource]) -> None:
+    """Files of another direction of magnetisation than that of their property, as far as they say theirs."""
+    for one in groups:
+        for path, known in zip(one.mtx, stack.properties):
+            text = read_side_file(path).magnetisation if path is not None else ""
+            found = direction_of_text(text)
+            if found is not None and known.direction is not None and angle_between(found, known.direction) > _SAME_DIRECTION:
+                warn(PROGRAM, f"{path}: computed with --magnetisation {text}, but {known.name} is the component along "
+                              f"{number_text(known.direction.inclination)},{number_text(known.direction.declination)}; "
+                              "compare the order of --rows with that of --properties")
+
+
+def _warn_of_bounds(options: argparse.Namespace, stack: Stack, bounds: Reals) -> None:
+    """Bounds that allow no component of a vector to be negative, as those of a susceptibility."""
+    vector = [pair for pair, one in zip(np.split(bounds, len(stack.properties)), stack.properties) if one.direction is not None]
+    if vector and all((pair[:, 0] >= 0.0).all() and (pair[:, 1] > 0.0).any() for pair in vector):
+        warn(PROGRAM, f"--bounds {' '.join(options.bounds)}: no component of the magnetisation can be below 0, so most directions "
+                      "are excluded; expected lower bounds below 0, such as -0.05,0.05. Inactive cells of "
+                      "the sensitivity files are fixed without a bounds file")
 
 
 def _check_outputs(options: argparse.Namespace, groups: Sequence[RowSource]) -> None:
@@ -268,7 +317,8 @@ def _write(options: argparse.Namespace, stack: Stack, groups: Sequence[RowSource
 def _choices(stack: Stack, mtx: str) -> Choices:
     choices = choose_values([read_mtx_header(mtx)], Overrides(sign=0, bounds="null"))
     choices.initial = 0.0
-    choices.tradeoff_reason = "a starting value; voxlith-run --target-rms 1 finds the one that fits the data"
+    choices.tradeoff_reason = "a starting value"
+    choices.one_sign = False
     choices.unit = ", ".join(f"{one.name} in {number_text(one.scale)} {one.unit}" for one in stack.properties)
     return choices
 

@@ -12,6 +12,7 @@ from ..io.numbers import number_text
 from ..io.output import write_bytes
 from ..model import Model, write_vtr
 from ..run import Run
+from ..side_file import first_coordinates, write_side_file
 from ..stacked_run import ComponentFit, StackedRun
 from ..survey import Direction
 from ..vectors import VectorModel, angle_between, direction_of
@@ -59,12 +60,17 @@ def run(arguments: Sequence[str]) -> int:
     shown = list(models)
     if vector is not None:
         shown += [vector.model(quantity) for quantity in ("amplitude", "inclination", "declination")]
+    values = stacked.run.control.values
+    side = first_coordinates(map(stacked.run.path, (values.data_file, *values.mtx_files)))
+    write_side_file(os.path.join(out, "mesh.msh"), side)
     for name, model in zip([*(one.name for one in stacked.stack.properties), "amplitude", "inclination", "declination"], shown):
         model.write(os.path.join(out, f"{name}.mod"), digits="full")
     if not options.no_vtr:
         _write_vtr(os.path.join(out, "properties.vtr"), shown, vector)
+        write_side_file(os.path.join(out, "properties.vtr"), side)
     for one in fits:
         _write_component(os.path.join(out, f"{one.name}.csv"), one)
+        write_side_file(os.path.join(out, f"{one.name}.csv"), side)
     _write_components(os.path.join(out, "components.csv"), fits)
     _report(out, stacked, models, vector, fits)
     return 0
