@@ -9,10 +9,11 @@ from pathlib import Path
 import numpy as np
 import numpy.typing as npt
 
-from .errors import FileError, PathLike
+from .errors import FileError, PathLike, UsageError
+from .mesh import Mesh
 from .model import Model
 from .run import Fit, Run
-from .stack import Stack
+from .stack import Stack, is_stack_file
 from .survey import Survey
 from .vectors import VectorModel
 
@@ -67,9 +68,61 @@ def stack_path(run: Run) -> Path:
 def is_stacked(run: Run) -> bool:
     """Whether a run has one sensitivity file with the file of a stack beside it."""
     try:
-        return len(run.control.values.mtx_files) == 1 and stack_path(run).is_file()
+        path = stack_path(run)
+        return len(run.control.values.mtx_files) == 1 and path.is_file() and is_stack_file(path)
     except FileError:
         return False
+
+
+def require_run(run: Run, instead: str) -> None:
+    """Refuse the folder that voxlith-tools unstack wrote in place of that of a run.
+
+    Parameters
+    ----------
+    run : Run
+    instead : str
+        What to do, added to the message.
+
+    Raises
+    ------
+    UsageError
+    """
+    if run.path("components.csv").is_file() and run.path("mesh.msh").is_file() and not run.path(run.control_name).is_file():
+        raise UsageError(f"{run.folder}: expected the folder of a run, found that of voxlith-tools unstack; {instead}")
+
+
+class RunByProperty(Run):
+    """A stacked run as reports take it: the mesh of one property, and a model for each.
+
+    Raises
+    ------
+    UsageError
+        When it has data of several types, whose units differ.
+    FileError
+        When the stack cannot be read or is not that of the run.
+    """
+
+    def __init__(self, run: Run) -> None:
+        super().__init__(run.folder, run.control_name, program=run.program, strict=run.strict)
+        self._stacked = StackedRun(run)
+        names = [one.name for one in self._stacked.stack.components]
+        if len(names) > 1:
+            raise UsageError(f"{run.folder}: expected one type of data, found {', '.join(names)} in a stacked run; use voxlith-tools "
+                             f"unstack {run.folder} --control {run.control_name}, then voxlith-tools export --mesh --model of its files")
+
+    @property
+    def mesh(self) -> Mesh:
+        """The mesh of one property."""
+        return self._stacked.stack.mesh
+
+    @property
+    def names(self) -> list[str]:
+        """Names of the properties."""
+        return [one.name for one in self._stacked.stack.properties]
+
+    def models(self, iteration: int | None = None) -> list[Model]:
+        """A model for each property; see :meth:`StackedRun.models`."""
+        return self._stacked.models(iteration)
 
 
 class StackedRun:

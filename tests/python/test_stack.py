@@ -15,9 +15,10 @@ from voxlith.cli.forward import _side
 from voxlith.compact import Compactness, amplitudes, compact_weights, next_eps
 from voxlith.io.model_file import read_model_file, write_model_file
 from voxlith.io.weight_file import CellWeights, read_weight_files, section_shapes, write_weight_file
+from voxlith.report import ReportOptions, report_contents
 from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedProperty, property_of
-from voxlith.stacked_run import StackedRun
+from voxlith.stacked_run import RunByProperty, StackedRun
 from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
 
 FIELD = InducingField(65.0, 10.0, 50000.0)
@@ -398,13 +399,52 @@ def short_run(folder, name):
     voxlith_run(folder, f"{name}.inp", program="voxlith")
 
 
-def test_coordinates_reach_the_files_of_unstack(stack, folder, tools):
+def test_coordinates_and_properties_of_a_vector_reach_exports(made, stack, folder, tools):
+    """The reference system goes through stack and unstack; export writes properties, not the copies side by side."""
+    _, mesh, _ = made
     write_side_file("tmi.obs", UTM)
     stack(*VECTOR, "--out", "vector")
     assert all(read_side_file(f"vector{ending}") == UTM for ending in (".obs", ".mtx", ".msh"))
     short_run(folder, "vector")
     assert tools("unstack", ".", "--control", "vector.inp").status == 0
     assert all(read_side_file(f"properties/{name}") == UTM for name in ("mesh.msh", "properties.vtr", "TMI.csv"))
+    models = StackedRun(Run(folder, "vector.inp")).models()
+    done = tools("export", ".", "--control", "vector.inp", "--out", "cells.csv")
+    assert done.status == 0 and done.out == f"cells.csv: {mesh.n_cells} active cells\n"
+    lines = (folder / "cells.csv").read_text().splitlines()
+    assert all(name in lines[0] for name in ("mx", "my", "mz"))
+    table = np.array([line.split(",") for line in lines[1:]], dtype=float)
+    assert table[:, -3:].sum(axis=0) == pytest.approx([one.values.sum() for one in models], rel=1e-4)
+    assert table[:, 1].max() < UTM.shift[1] + mesh.y_nodes[-1]
+    assert "--mesh properties/mesh.msh" in one_line(tools("export", "properties", "--out", "a.csv"), 2)
+
+
+def test_a_report_shows_the_vector_of_a_stacked_run(made, stack, folder, tools):
+    _, mesh, _ = made
+    stack(*VECTOR, "--out", "vector")
+    short_run(folder, "vector")
+    contents = report_contents(RunByProperty(Run(folder, "vector.inp")), ReportOptions())
+    assert contents["vectors"] == {"models": [0, 1, 2], "down": True}
+    assert contents["mesh"]["y"] == mesh.y_nodes.tolist() and [one["name"] for one in contents["models"]] == ["mx", "my", "mz"]
+    assert tools("report", ".", "--control", "vector.inp", "--vectors", "mx,my,mz").status == 0
+    assert "found mx, my, mz" in one_line(tools("report", ".", "--control", "vector.inp", "--vectors", "a,b,c"), 2)
+    assert tools("unstack", ".", "--control", "vector.inp", "--no-vtr").status == 0
+    assert "expected the folder of a run, found that of voxlith-tools unstack; give" in one_line(tools("report", "properties"), 2)
+
+
+def test_several_types_of_data_are_not_drawn_as_one(stack, folder, tools):
+    stack(*TWO, "--scale", "1", "0.05", "--out", "two")
+    short_run(folder, "two")
+    assert "expected one type of data, found Gz, TMI in a stacked run; use voxlith-tools unstack . --control two.inp" in one_line(
+        tools("report", ".", "--control", "two.inp"), 2)
+    done = tools("export", ".", "--control", "two.inp", "--out", "cells.vtr")
+    assert done.status == 0 and done.out == "cells.vtr: 480 cells, 2 models\n" and "warning: .: the data Gz, TMI" in done.errors
+
+
+def test_a_file_that_is_not_of_a_stack_does_no_harm(gravity, tools, copied):
+    folder = copied(gravity)
+    (folder.folder / "data.json").write_text("{}")
+    assert tools("export", folder.folder, "--out", folder.path("cells.csv")).status == 0
 
 
 def test_files_of_other_coordinates_are_refused(tools, folder):

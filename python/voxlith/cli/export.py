@@ -14,7 +14,8 @@ from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..run import Fit, Run
 from ..side_file import SideInfo, first_coordinates, write_side_file
-from .output import check_output, say
+from ..stacked_run import StackedRun, is_stacked, require_run
+from .output import check_output, say, warn
 from .parser import Parser
 from .vtr import split_name
 
@@ -110,6 +111,7 @@ def _number(option: str, text: str | None) -> int | None:
 
 
 def _of_run(work: Run, iteration: int | None) -> _Source:
+    require_run(work, f"export its models with --mesh {work.path('mesh.msh')} --model {work.path('PROPERTY.mod')} ...")
     values = work.control.values
     mesh = work.mesh
     require_memory(_BYTES_PER_CELL * mesh.n_cells * values.model_count, f"{work.folder}: models of {mesh.n_cells} cells")
@@ -117,10 +119,22 @@ def _of_run(work: Run, iteration: int | None) -> _Source:
     side = first_coordinates([data_file, *map(work.path, values.mtx_files)])
     inputs = {"the control file": os.fspath(work.path(work.control_name)), "the data file": data_file}
     inputs |= {f"sensitivity file {number}": os.fspath(work.path(name)) for number, name in enumerate(values.mtx_files, 1)}
-    fit = None
-    if iteration is None and work.path("voxlith.pre").is_file():
-        fit = work.fit()
-    return _Source(work.models(iteration), fit, Placement(side.crs, side.shift), inputs)
+    with_data = iteration is None and work.path("voxlith.pre").is_file()
+    if is_stacked(work):
+        models, fit = _of_stack(work, iteration, with_data)
+    else:
+        models, fit = work.models(iteration), work.fit() if with_data else None
+    return _Source(models, fit, Placement(side.crs, side.shift), inputs)
+
+
+def _of_stack(work: Run, iteration: int | None, with_data: bool) -> tuple[list[Model], Fit | None]:
+    """A model for each property on the mesh of one, and the data where they are of one type."""
+    stacked = StackedRun(work)
+    fits = stacked.fits() if with_data else []
+    if len(fits) > 1:
+        names = ", ".join(one.name for one in fits)
+        warn(PROGRAM, f"{work.folder}: the data {names} of the stacked run are left out; voxlith-tools unstack writes a CSV file of each")
+    return stacked.models(iteration), fits[0].fit() if len(fits) == 1 else None
 
 
 def _of_files(mesh_file: str, texts: Sequence[str]) -> _Source:

@@ -9,6 +9,7 @@ from ..errors import UsageError, VoxlithError
 from ..report import ReportOptions, write_report
 from ..report.coarsening import MOST_CELLS
 from ..run import Run
+from ..stacked_run import RunByProperty, is_stacked, require_run
 from .output import check_output, say
 from .parser import Parser, integer_within
 
@@ -58,6 +59,9 @@ def run(arguments: Sequence[str]) -> int:
     options = ReportOptions(title=given.title, most_cells=given.cells, whole_mesh=given.whole_mesh, true_bodies=given.true,
                             topography=given.topography, vectors=_labels(given.vectors), tradeoff_table=given.tradeoff_table)
     work = Run(given.run, given.control)
+    require_run(work, "give that of the stacked run, with its --control")
+    if is_stacked(work):
+        work = RunByProperty(work)
     return _follow(work, options, given.port) if given.follow else _write(work, options, given.out)
 
 

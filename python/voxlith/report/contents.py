@@ -21,6 +21,7 @@ from ..io.tradeoff_table import read_tradeoff_table
 from ..model import Model
 from ..run import Fit, Run
 from ..side_file import read_side_file
+from ..stacked_run import RunByProperty
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
 
@@ -268,7 +269,8 @@ def _shown_model(model: Model, window: Window) -> Contents:
 
 
 def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> Contents | None:
-    labels = [label.lower() for label in run.control.values.labels]
+    known = run.names if isinstance(run, RunByProperty) else run.control.values.labels
+    labels = [label.lower() for label in known]
     wanted = [options.vectors] if options.vectors is not None else list(_VECTOR_LABELS)
     for names in wanted:
         if all(name.lower() in labels for name in names):
@@ -276,7 +278,7 @@ def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> Contents 
             return {"models": found, "down": labels[found[2]] not in _UPWARDS} if models else None
     if options.vectors is not None:
         raise UsageError(f"vectors {','.join(options.vectors)}: expected three labels of models, found "
-                         f"{', '.join(run.control.values.labels) or 'none'}")
+                         f"{', '.join(known) or 'none'}")
     return None
 
 
