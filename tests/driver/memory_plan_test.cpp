@@ -89,6 +89,7 @@ TEST(MemoryPlan, WrapsTheTwoGroupsOf32Bits) {
 TEST(MemoryPlan, CountsTheStoreInSinglePrecision) {
     RunState run;
     run.sensitivity.header.coefficientCount = {20000001, 5, 0, 0, 0, 0};
+    run.sensitivity.store.rowOffset = {1, 20000002, 20000002, 20000007};
     allocateCoefStore(run);
     EXPECT_EQ(run.sensitivity.idisk, 0);
     EXPECT_EQ(run.memoryTally, static_cast<double>(8.0F * static_cast<float>(20000006)));
