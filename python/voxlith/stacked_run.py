@@ -68,8 +68,7 @@ def stack_path(run: Run) -> Path:
 def is_stacked(run: Run) -> bool:
     """Whether a run has one sensitivity file with the file of a stack beside it."""
     try:
-        path = stack_path(run)
-        return len(run.control.values.mtx_files) == 1 and path.is_file() and is_stack_file(path)
+        return len(run.control.values.mtx_files) == 1 and stack_path(run).is_file() and is_stack_file(stack_path(run))
     except FileError:
         return False
 
@@ -104,6 +103,7 @@ class RunByProperty(Run):
 
     def __init__(self, run: Run) -> None:
         super().__init__(run.folder, run.control_name, program=run.program, strict=run.strict)
+        self.process = run.process
         self._stacked = StackedRun(run)
         names = [one.name for one in self._stacked.stack.components]
         if len(names) > 1:
@@ -184,3 +184,8 @@ class StackedRun:
         rows = np.arange(fit.observed.n_stations)
         return [ComponentFit(one.name, one.unit, replace(fit.observed.select(rows[one.rows]), codes=(one.code,)),
                              fit.predicted[0, one.rows]) for one in self.stack.components]
+
+
+def by_property(run: Run) -> Run:
+    """A stacked run by its properties, see :class:`RunByProperty`; any other run as it is."""
+    return RunByProperty(run) if is_stacked(run) and not isinstance(run, RunByProperty) else run

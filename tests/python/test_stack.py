@@ -18,7 +18,7 @@ from voxlith.io.weight_file import CellWeights, read_weight_files, section_shape
 from voxlith.report import ReportOptions, report_contents
 from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedProperty, property_of
-from voxlith.stacked_run import RunByProperty, StackedRun
+from voxlith.stacked_run import StackedRun
 from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
 
 FIELD = InducingField(65.0, 10.0, 50000.0)
@@ -423,7 +423,7 @@ def test_a_report_shows_the_vector_of_a_stacked_run(made, stack, folder, tools):
     _, mesh, _ = made
     stack(*VECTOR, "--out", "vector")
     short_run(folder, "vector")
-    contents = report_contents(RunByProperty(Run(folder, "vector.inp")), ReportOptions())
+    contents = report_contents(Run(folder, "vector.inp"), ReportOptions())
     assert contents["vectors"] == {"models": [0, 1, 2], "down": True}
     assert contents["mesh"]["y"] == mesh.y_nodes.tolist() and [one["name"] for one in contents["models"]] == ["mx", "my", "mz"]
     assert tools("report", ".", "--control", "vector.inp", "--vectors", "mx,my,mz").status == 0
@@ -463,6 +463,7 @@ def test_exchanged_files_are_noticed(stack, folder):
     assert "tmi_y.mtx: computed with --magnetisation y, but mx is the component along 0,90" in done.errors
     assert done.errors.count("warning") == 2
     assert read_side_file("wrong.mtx") == SideInfo()
+    assert _side("mtx-join", ["--magnetisation=-20,200"]).magnetisation == "-20,200" and _side("predict", ["--magnetisation", "x"]).is_empty
 
 
 @pytest.mark.parametrize(("words", "warned"), [((*VECTOR, "--bounds", "ground.txt"), True), ((*VECTOR, "--bounds", "0,1"), True),

@@ -60,7 +60,7 @@ def _side(command: str, arguments: Sequence[str]) -> SideInfo:
         raise UsageError(f"{stations} and {mesh}: expected the same coordinates, found {other}")
     found = second if first.is_empty else first
     direction = _value_of("--magnetisation", arguments)
-    return found.with_step("magnetisation", direction=direction) if command == "mtx" and direction else found
+    return found.with_step("magnetisation", direction=direction) if command != "predict" and direction else found
 
 
 def _surface(topography: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:

@@ -9,7 +9,7 @@ from ..errors import UsageError, VoxlithError
 from ..report import ReportOptions, write_report
 from ..report.coarsening import MOST_CELLS
 from ..run import Run
-from ..stacked_run import RunByProperty, is_stacked, require_run
+from ..stacked_run import by_property, require_run
 from .output import check_output, say
 from .parser import Parser, integer_within
 
@@ -60,8 +60,7 @@ def run(arguments: Sequence[str]) -> int:
                             topography=given.topography, vectors=_labels(given.vectors), tradeoff_table=given.tradeoff_table)
     work = Run(given.run, given.control)
     require_run(work, "give that of the stacked run, with its --control")
-    if is_stacked(work):
-        work = RunByProperty(work)
+    work = by_property(work)
     return _follow(work, options, given.port) if given.follow else _write(work, options, given.out)
 
 

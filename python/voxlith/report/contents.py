@@ -21,7 +21,7 @@ from ..io.tradeoff_table import read_tradeoff_table
 from ..model import Model
 from ..run import Fit, Run
 from ..side_file import read_side_file
-from ..stacked_run import RunByProperty
+from ..stacked_run import RunByProperty, by_property
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
 
@@ -81,6 +81,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
         When the control file, a sensitivity file or the data cannot be used.
     """
     from .. import __version__
+    run = by_property(run)
     chosen = options or ReportOptions()
     notes: list[str] = []
     warnings: list[str] = []
