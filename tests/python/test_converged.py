@@ -10,7 +10,8 @@ import pytest
 from conftest import BUILD
 from objective import Objective
 
-from voxlith import Mesh, Model, Run, Survey
+from voxlith import Direction, InducingField, Mesh, Model, Run, Survey
+from voxlith.codes import data_type_code
 from voxlith.plot import convergence
 
 CONTROL = """0
@@ -110,3 +111,25 @@ def test_terms_of_a_search_add_up_to_the_total_in_the_picture(gravity, tmp_path)
     for row in run.table[1:]:
         total = sum(values.get(row.iteration, 0.0) for values in terms.values())
         assert total == pytest.approx(row.total ** 2, rel=2e-3)
+
+
+def test_small_standard_deviations_with_positivity(tools, tmp_path):
+    """Magnetic data with errors of 1 %: many cells meet their bounds early on the way of a step."""
+    x, y = (a.ravel() for a in np.meshgrid(np.arange(9) * 100.0, np.arange(9) * 100.0))
+    mesh = Mesh.from_widths((-400.0, -400.0, 0.0), 16 * [100.0], 16 * [100.0], 8 * [50.0])
+    mesh.write(tmp_path / "mesh.msh")
+    cx, cy, cz = mesh.centres().T
+    Model(mesh, np.where((abs(cx - 400) < 150) & (abs(cy - 400) < 150) & (cz < -100) & (cz > -250), 0.05, 0.0)).write(tmp_path / "true.mod")
+    Survey(x, y, np.full(81, 30.0), np.zeros((1, 81)), (data_type_code("tmi"),), field=InducingField(60.0, 5.0, 50000.0),
+           direction=Direction(60.0, 5.0)).write(tmp_path / "s.obs")
+    for words in (("predict", "--stations", "s.obs", "--model", "true.mod", "--noise", "1,0.1", "--out", "d.obs", "--mesh", "mesh.msh",
+                   "--type", "tmi"),
+                  ("mtx", "--stations", "d.obs", "--mesh", "mesh.msh", "--type", "tmi", "--out", "d.mtx"),
+                  ("init", "--data", "d.obs", "--mtx", "d.mtx")):
+        done = tools(*words)
+        assert done.status == 0, done.errors
+    log = converge(tmp_path, "--target-rms", "1")
+    assert "Target RMS misfit 1: reached" in log
+    share = re.search(r"at most ([0-9.e+-]+) % above its minimum", log)
+    assert share and float(share[1]) < 1.0
+    assert len((tmp_path / "voxlith.aux").read_text().splitlines()) < 60

@@ -343,7 +343,9 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
 void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
     records.options.multiplier = state.multiplier;
-    const NewtonResult result = takeNewtonStep(loop.problem, mode.work, currentObjective(mode, loop), NewtonLimits{});
+    NewtonLimits limits;
+    limits.accuracy = state.settings.tolerance;
+    const NewtonResult result = takeNewtonStep(loop.problem, mode.work, currentObjective(mode, loop), limits);
     if (state.stepsAtTradeoff == 0) {
         state.firstGradientNorm = result.gradientNorm;
     }

@@ -90,12 +90,12 @@ void keepFree(const NewtonWork& work, std::span<double> values) {
     }
 }
 
-// The preconditioner for the free cells and the trade-off of this step.
-void updatePreconditioner(const InversionProblem& problem, NewtonWork& work) {
+// The preconditioner for the free cells and the trade-off of this step; `extraDiagonal` is empty or by cell.
+void updatePreconditioner(const InversionProblem& problem, NewtonWork& work, std::span<const double> extraDiagonal) {
     constexpr double dataShare = 0.1;  // most of diag(J'J) lies in few directions: all of it slows convergence
     const std::size_t cells = problem.mesh.cellCount();
     for (std::size_t n = 0; n < work.direction.size(); ++n) {
-        work.direction[n] = dataShare * work.dataDiagonal[n];
+        work.direction[n] = dataShare * work.dataDiagonal[n] + (extraDiagonal.empty() ? 0.0 : extraDiagonal[n]);
     }
     for (std::size_t type = 0; type < work.grids.size(); ++type) {
         updateMultigrid(problem.regularisation(), problem.options.multiplier,
@@ -130,13 +130,12 @@ double dot(NewtonWork& work, std::span<const double> a, std::span<const double> 
     return blockedProduct(a, b, work.blockSums);
 }
 
-// work.step = an approximate solution of H step = -g over the free cells.
-void solveForStep(const InversionProblem& problem, NewtonWork& work, const NewtonLimits& limits, NewtonResult& result) {
+// work.step = an approximate solution of (H + extra diagonal) step = work.residual over the free cells, which becomes
+// what is left of it.
+void solveForStep(const InversionProblem& problem, NewtonWork& work, const NewtonLimits& limits,
+                  std::span<const double> extraDiagonal, NewtonResult& result) {
     std::fill(work.step.begin(), work.step.end(), 0.0);
-    for (std::size_t n = 0; n < work.step.size(); ++n) {
-        work.residual[n] = work.isFree[n] != 0 ? -work.gradient[n] : 0.0;
-    }
-    updatePreconditioner(problem, work);
+    updatePreconditioner(problem, work, extraDiagonal);
     precondition(problem, work);
     work.direction = work.preconditioned;
     double rz = dot(work, work.residual, work.preconditioned);
@@ -145,6 +144,9 @@ void solveForStep(const InversionProblem& problem, NewtonWork& work, const Newto
     const double rzEnd = limits.solveTolerance * limits.solveTolerance * rzStart;
     while (rz > rzEnd && result.solveSteps < limits.mostSolveSteps) {
         applyHessian(problem, work);
+        for (std::size_t n = 0; n < extraDiagonal.size(); ++n) {
+            work.product[n] += extraDiagonal[n] * work.direction[n];
+        }
         const double curvature = dot(work, work.direction, work.product);
         if (!(curvature > 0.0) || !std::isfinite(curvature)) {
             break;
@@ -200,6 +202,180 @@ bool searchAlongProjection(const InversionProblem& problem, NewtonWork& work, co
         }
     }
     return false;
+}
+
+void takeNegativeGradient(NewtonWork& work) {
+    for (std::size_t n = 0; n < work.residual.size(); ++n) {
+        work.residual[n] = work.isFree[n] != 0 ? -work.gradient[n] : 0.0;
+    }
+}
+
+// An interior point of the quadratic model of phi: work.trial, with multipliers of the bounds; 0 where there is none.
+struct InteriorPoint {
+    std::vector<double> ofLower, ofUpper, diagonal;
+    double share = 1;   // of the last step
+    double bounds = 0;  // finite bounds of free cells
+};
+
+// Distances from the bounds, above 0 also where rounding leaves none.
+double distanceFrom(double bound, double value) {
+    constexpr double rounding = 1.0e-15;
+    return std::max(std::abs(value - bound), rounding * std::abs(bound) + std::numeric_limits<double>::min());
+}
+
+double complementarity(const NewtonWork& work, const InteriorPoint& point) {
+    double sum = 0.0;
+    for (std::size_t n = 0; n < work.trial.size(); ++n) {
+        sum += point.ofLower[n] > 0.0 ? point.ofLower[n] * distanceFrom(work.lower[n], work.trial[n]) : 0.0;
+        sum += point.ofUpper[n] > 0.0 ? point.ofUpper[n] * distanceFrom(work.upper[n], work.trial[n]) : 0.0;
+    }
+    return sum;
+}
+
+// All cells with any term are free; those close to a bound move away from it, the less the more
+// the gradient pushes them against it. `gap` is the sum of multipliers times distances.
+InteriorPoint enterInterior(const InversionProblem& problem, NewtonWork& work, double gap) {
+    constexpr double mostOfWidth = 0.25, leastForce = 10.0;  // the latter over the force of the curvature
+    const std::span<const double> model = modelOf(problem);
+    InteriorPoint point;
+    point.ofLower.assign(model.size(), 0.0);
+    point.ofUpper.assign(model.size(), 0.0);
+    point.diagonal.assign(model.size(), 0.0);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        const double diagonal = work.dataDiagonal[n] + problem.options.multiplier * work.normDiagonal[n];
+        work.isFree[n] = problem.bounds.fixedCell[n] == 0 && diagonal > 0.0 && work.lower[n] < work.upper[n] ? 1 : 0;
+        if (work.isFree[n] != 0) {
+            point.bounds += (work.lower[n] > -infinite ? 1.0 : 0.0) + (work.upper[n] < infinite ? 1.0 : 0.0);
+        }
+    }
+    const double share = gap / std::max(point.bounds, 1.0);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        work.trial[n] = model[n];
+        if (work.isFree[n] != 0) {
+            const double diagonal = work.dataDiagonal[n] + problem.options.multiplier * work.normDiagonal[n];
+            const double force = std::max(std::abs(work.gradient[n]), leastForce * std::sqrt(share * diagonal));
+            const double least = std::min(share / force, mostOfWidth * (work.upper[n] - work.lower[n]));
+            work.trial[n] = std::min(std::max(model[n], work.lower[n] + least), work.upper[n] - least);
+            point.ofLower[n] = work.lower[n] > -infinite ? share / distanceFrom(work.lower[n], work.trial[n]) : 0.0;
+            point.ofUpper[n] = work.upper[n] < infinite ? share / distanceFrom(work.upper[n], work.trial[n]) : 0.0;
+        }
+        work.direction[n] = work.trial[n] - model[n];
+    }
+    applyHessian(problem, work);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        work.gradient[n] += work.product[n];
+    }
+    return point;
+}
+
+bool hasBounds(const NewtonWork& work) {
+    for (std::size_t n = 0; n < work.lower.size(); ++n) {
+        if (work.isFree[n] != 0 && (work.lower[n] > -infinite || work.upper[n] < infinite)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The largest share of `change` that leaves `value` above 0, up to 1.
+double longestShare(double value, double change, double longest) {
+    constexpr double margin = 0.99;
+    return change < 0.0 ? std::min(longest, -margin * value / change) : longest;
+}
+
+// One step of the interior point towards products of multipliers and distances of `target`. Returns by how much phi at
+// the point can be above its minimum.
+double moveInterior(const InversionProblem& problem, NewtonWork& work, const NewtonLimits& limits, double target,
+                    InteriorPoint& point) {
+    const std::size_t size = work.trial.size();
+    for (std::size_t n = 0; n < size; ++n) {
+        const double below = distanceFrom(work.lower[n], work.trial[n]);
+        const double above = distanceFrom(work.upper[n], work.trial[n]);
+        const bool hasLower = point.ofLower[n] > 0.0, hasUpper = point.ofUpper[n] > 0.0;
+        point.diagonal[n] = (hasLower ? point.ofLower[n] / below : 0.0) + (hasUpper ? point.ofUpper[n] / above : 0.0);
+        const double force = (hasLower ? target / below : 0.0) - (hasUpper ? target / above : 0.0);
+        work.residual[n] = work.isFree[n] != 0 ? force - work.gradient[n] : 0.0;
+    }
+    NewtonResult solved;
+    solveForStep(problem, work, limits, point.diagonal, solved);
+    double longest = 1.0;
+    const auto changeOf = [&](double multiplier, double distance, double step) {
+        return target / distance - multiplier - multiplier * step / distance;
+    };
+    for (std::size_t n = 0; n < size; ++n) {
+        const double step = work.step[n];
+        if (point.ofLower[n] > 0.0) {
+            const double below = distanceFrom(work.lower[n], work.trial[n]);
+            longest = longestShare(below, step, longest);
+            longest = longestShare(point.ofLower[n], changeOf(point.ofLower[n], below, step), longest);
+        }
+        if (point.ofUpper[n] > 0.0) {
+            const double above = distanceFrom(work.upper[n], work.trial[n]);
+            longest = longestShare(above, -step, longest);
+            longest = longestShare(point.ofUpper[n], changeOf(point.ofUpper[n], above, -step), longest);
+        }
+    }
+    work.direction = work.step;
+    applyHessian(problem, work);
+    for (std::size_t n = 0; n < size; ++n) {
+        const double step = work.step[n];
+        if (point.ofLower[n] > 0.0) {
+            point.ofLower[n] += longest * changeOf(point.ofLower[n], distanceFrom(work.lower[n], work.trial[n]), step);
+        }
+        if (point.ofUpper[n] > 0.0) {
+            point.ofUpper[n] += longest * changeOf(point.ofUpper[n], distanceFrom(work.upper[n], work.trial[n]), -step);
+        }
+        work.gradient[n] += longest * work.product[n];
+        work.trial[n] += longest * step;
+    }
+    point.share = longest;
+    const double unsolved = (1.0 - longest) * (1.0 - longest) + limits.solveTolerance * limits.solveTolerance;
+    return 2.0 * complementarity(work, point) + unsolved * solved.predictedDecrease;
+}
+
+// Brings cells to the bounds that hold them, and takes the way there from the model as step.
+void finishInterior(const InversionProblem& problem, NewtonWork& work, const InteriorPoint& point) {
+    const std::span<const double> model = modelOf(problem);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        const double diagonal = work.dataDiagonal[n] + problem.options.multiplier * work.normDiagonal[n];
+        double end = work.trial[n];
+        if (point.ofLower[n] > diagonal * distanceFrom(work.lower[n], work.trial[n])) {
+            end = work.lower[n];
+        } else if (point.ofUpper[n] > diagonal * distanceFrom(work.upper[n], work.trial[n])) {
+            end = work.upper[n];
+        }
+        work.step[n] = work.isFree[n] != 0 ? end - model[n] : 0.0;
+    }
+}
+
+// Minimises the quadratic model of phi within the bounds by a primal-dual interior-point method, and searches along the
+// way to its minimum. obs.predData and work.gradient belong to the model.
+void searchByInterior(const InversionProblem& problem, NewtonWork& work, const ScaledObjective& current,
+                      const NewtonLimits& limits, NewtonResult& result) {
+    constexpr std::int32_t mostMoves = 60, mostSteps = 400, mostTrials = 30;
+    constexpr double startingGap = 10.0, fullShare = 0.5, reductionOfFull = 0.3, reductionOfShort = 0.6;
+    constexpr double margin = 0.1;  // the objective will be smaller
+    NewtonLimits inner;
+    inner.mostSolveSteps = mostSteps;
+    const double wanted = margin * limits.accuracy * current.objective;
+    if (!hasBounds(work)) {
+        return;
+    }
+    InteriorPoint point = enterInterior(problem, work, startingGap * current.objective);
+    double left = infinite, target = reductionOfFull * complementarity(work, point) / std::max(point.bounds, 1.0);
+    for (std::int32_t n = 0; n < mostMoves && left > wanted; ++n) {
+        left = moveInterior(problem, work, inner, target, point);
+        const double reduction = point.share > fullShare ? reductionOfFull : reductionOfShort;
+        target = reduction * complementarity(work, point) / std::max(point.bounds, 1.0);
+    }
+    finishInterior(problem, work, point);
+    evaluateGradient(problem, work, modelOf(problem));
+    if (searchAlongProjection(problem, work, current, mostTrials, result)) {
+        result.improved = true;
+        result.predictedDecrease = left;
+    } else {
+        evaluateObjective(problem, work, modelOf(problem));
+    }
 }
 
 double bestTangentDecrease(double gradient, double curvature, double longest) {
@@ -297,6 +473,7 @@ void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::sp
 NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, const ScaledObjective& current,
                             const NewtonLimits& limits) {
     constexpr std::int32_t trialsOfStep = 10, trialsOfGradient = 30;
+    constexpr double leastShare = 0.05;
     NewtonResult result;
     result.terms = current.terms;
     result.misfit = current.misfit;
@@ -306,19 +483,27 @@ NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, c
     if (findFreeCells(problem, work) == 0) {
         return result;
     }
-    solveForStep(problem, work, limits, result);
+    takeNegativeGradient(work);
+    solveForStep(problem, work, limits, {}, result);
     result.improved = searchAlongProjection(problem, work, current, trialsOfStep, result);
     if (!result.improved && result.gradientNorm > 0.0) {
         // The projection can turn a Newton step into an ascent; the scaled gradient descends for some length.
-        for (std::size_t n = 0; n < work.residual.size(); ++n) {
-            work.residual[n] = work.isFree[n] != 0 ? -work.gradient[n] : 0.0;
-        }
+        takeNegativeGradient(work);
         precondition(problem, work);
         work.step = work.preconditioned;
         result.improved = searchAlongProjection(problem, work, current, trialsOfGradient, result);
     }
     if (!result.improved) {
         evaluateObjective(problem, work, modelOf(problem));  // predictions of the trial become those of the model again
+    }
+    const double decrease = current.objective - result.objective;
+    const bool quadratic = !work.data.amplitude && work.cross.weight == 0.0;
+    if (quadratic && result.predictedDecrease > limits.accuracy * current.objective &&
+        decrease < leastShare * result.predictedDecrease) {
+        // Many cells meet their bounds early on the way: steps would alternate between sets of free cells.
+        const ScaledObjective reached{result.terms, result.misfit, result.objective, result.cross};
+        evaluateGradient(problem, work, modelOf(problem));
+        searchByInterior(problem, work, reached, limits, result);
     }
     return result;
 }

@@ -8,12 +8,16 @@
 // A step leaves out the cells at a bound that the gradient pushes outwards (Bertsekas 1982), solves H s = -g for the
 // others by preconditioned conjugate gradients, and searches along the projection of x + t s (Lin and More 1999; More
 // and Toraldo 1991). Except for amplitude data the problem is convex, and any point where no step improves is the
-// minimum. Bounds are kept exactly, so positivity needs no barrier.
+// minimum. Where the projection leaves next to nothing of a step, as with small standard deviations, cells that
+// alternate between free and held would make progress slow: a primal-dual interior-point method then finds the minimum
+// within the bounds (Wright 1997; with the same conjugate gradients), except for amplitude data and coupled properties.
+// Bounds are kept exactly, so positivity needs no barrier.
 //
 //   D. P. Bertsekas, Projected Newton methods for optimization problems with simple constraints, SIAM J. Control and
 //   Optimization 20, 1982. J. J. More and G. Toraldo, On the solution of large quadratic programming problems with
 //   bound constraints, SIAM J. Optimization 1, 1991. C.-J. Lin and J. J. More, Newton's method for large
-//   bound-constrained optimization problems, SIAM J. Optimization 9, 1999.
+//   bound-constrained optimization problems, SIAM J. Optimization 9, 1999. S. J. Wright, Primal-dual interior-point
+//   methods, SIAM 1997.
 #pragma once
 
 #include <cstdint>
@@ -45,6 +49,7 @@ struct NewtonWork {
 struct NewtonLimits {
     double solveTolerance = 0.1;  // of the conjugate gradients, in the norm of the preconditioner
     std::int32_t mostSolveSteps = 60;
+    double accuracy = 1.0e-6;  // promised decrease over the objective that ends the run
 };
 
 struct NewtonResult {
