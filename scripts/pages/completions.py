@@ -134,7 +134,7 @@ ZSH_ACTIONS = {'file': '_files', 'folder': '_files -/', 'control': '_files -g "*
 
 
 def zsh_quoted(text: str) -> str:
-    """A text inside the brackets or between the colons of a specification."""
+    """A text inside the brackets or between the colons of an option."""
     return re.sub(r'([\[\]:\\])', r'\\\1', text)
 
 

@@ -303,7 +303,7 @@ void writeArrangedRows(const std::string& name, std::uint64_t key, const Sensiti
     finishOutputFile(output.file);
 }
 
-void arrangeRows(Sensitivity& sensitivity, std::span<const float> obsStd) {
+void readOrBuildRows(Sensitivity& sensitivity, std::span<const float> obsStd) {
     if (sensitivity.idisk != 0) {
         return;
     }

@@ -36,6 +36,6 @@ void writeArrangedRows(const std::string& name, std::uint64_t key, const Sensiti
 // The rows of all sensitivity files, arranged: from the file arrangedRowsName, or from the sensitivity files, and then
 // into that file. Closes the sensitivity files. One line on standard error says which, and why. Nothing happens when
 // rows are read from disk at every product.
-void arrangeRows(Sensitivity& sensitivity, std::span<const float> obsStd);
+void readOrBuildRows(Sensitivity& sensitivity, std::span<const float> obsStd);
 
 }  // namespace voxlith

@@ -192,7 +192,7 @@ void readSurveyChecked(RunState& run) {
     checkSurvey(run, stations);
     if (run.control.rowsLater) {
         refuseOverwrittenBy(run.control, arrangedRowsName);
-        arrangeRows(run.sensitivity, run.obs.obsStd);
+        readOrBuildRows(run.sensitivity, run.obs.obsStd);
     }
 }
 

@@ -217,7 +217,7 @@ void readMtxRows(MtxInput& file, std::span<const RawRow> rows) {
     }
 }
 
-// Compatibility: a row of count 0 is passed over like a dense one, as readStreamRow does.
+// Compatibility: a row of count 0 is skipped like a dense one, as readStreamRow does.
 void skipMtxRows(MtxInput& file, std::size_t rows) {
     BinaryInput& input = file.input;
     const bool inRecords = file.header.form == MtxForm::record;

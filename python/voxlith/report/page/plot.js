@@ -126,7 +126,7 @@ function drawTicks(plot, xAxis, yAxis, options) {
   pen.restore();
 }
 
-function drawBar(plot, bar, ticks, room) {
+function drawBar(plot, bar, ticks, available) {
   const { pen, top } = plot, height = Math.max(plot.height, 90), x = plot.left + plot.width + 10;
   for (let n = 0; n < height; n++) {
     const c = 3 * Math.floor((height - 1 - n) / height * 256);
@@ -143,7 +143,7 @@ function drawBar(plot, bar, ticks, room) {
     pen.fillText(tick.text, x + 17, Math.max(at, top + 6));
   }
   pen.save();
-  pen.translate(x + room - 16, top + height / 2);
+  pen.translate(x + available - 16, top + height / 2);
   pen.rotate(Math.PI / 2);
   pen.textAlign = "center";
   pen.fillText(pen.measureText(bar.label).width > height + 20 ? bar.unit : bar.label, 0, 0);
