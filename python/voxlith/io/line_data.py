@@ -55,7 +55,7 @@ def read_line_data(path: PathLike) -> LineData:
     Raises
     ------
     FileError
-        For a record with another number of columns, a line that begins with a word that is neither a heading nor a
+        For a record with another number of columns, a line that begins with text that is neither a heading nor a
         number, or a file without a record.
     """
     names: list[str] = []
