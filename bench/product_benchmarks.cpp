@@ -138,7 +138,12 @@ std::string describeBlockedRows(const ProductSetup& setup) {
     return text.data();
 }
 
-std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const std::string& rows) {
+struct ProductGoals {
+    double model = 0.0, transposed = 0.0;
+};
+
+std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const std::string& rows,
+                                             const ProductGoals& goals) {
     const std::shared_ptr<ProductSetup> setup = makeSetup(pattern);
     const auto forward = [setup] { return cpuSecondsOf([&] { multiply(*setup); }); };
     const auto transposed = [setup] { return cpuSecondsOf([&] { multiplyTransposed(*setup); }); };
@@ -149,22 +154,22 @@ std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const st
     const auto eigenTransposed = [setup] {
         return cpuSecondsOf([&] { multiplyTransposedByEigen(*setup->matrix, setup->residual, setup->columnSums); });
     };
-    return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", 1.0, forward, pass,
+    return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", goals.model, forward, pass,
              describeBlockedRows(*setup)},
             {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, eigenForward},
-            {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", 1.2, transposed, pass},
+            {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", goals.transposed, transposed, pass},
             {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, eigenTransposed}};
 }
 
 }  // namespace
 
 std::vector<BenchmarkCase> realRowBenchmarks(const BenchmarkOptions& options) {
-    return productBenchmarks(repeatRows(readRealPattern(options), options.coefficients), "real rows");
+    return productBenchmarks(repeatRows(readRealPattern(options), options.coefficients), "real rows", {1.0, 1.15});
 }
 
 std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options) {
     const RowPattern random = drawRandomRows(readRealPattern(options), 3);
-    return productBenchmarks(repeatRows(random, options.coefficients), "random rows");
+    return productBenchmarks(repeatRows(random, options.coefficients), "random rows", {1.8, 1.8});
 }
 
 }  // namespace voxlith
