@@ -87,7 +87,7 @@ ProductRange expectedProducts(const RunOptions& options) {
 }
 
 std::string describeConvergedRun(RunState& run, const RunOptions& options, const InversionProblem& problem) {
-    constexpr NewtonLimits shortStep{0.1, 2};
+    constexpr NewtonLimits shortStep{{0.1, 2}};
     ConvergedMode mode;
     mode.state.settings = convergedSettingsOf(options);
     InversionLoop loop{problem, run.messages, run.progressTable};

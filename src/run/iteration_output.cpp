@@ -72,7 +72,7 @@ bool betweenIterations(IterationOutput& output, InversionLoop& loop, std::string
                        const std::vector<StateBlock>& more) {
     writeJsonRow(output.json, timedRow(loop), loop.problem.options.multiplier, step);
     compareRanks(loop);
-    output.signal = static_cast<int>(largestOfRanks(recordedSignal()));
+    output.signal = signalOfRanks();
     const bool stops = output.signal != 0;
     if (isFirstRank() && (stops || checkpointIsDue(output))) {
         save(output, loop, more);
@@ -82,6 +82,15 @@ bool betweenIterations(IterationOutput& output, InversionLoop& loop, std::string
                      std::sqrt(loop.state.iterTerms.misfit));
     }
     return !stops;
+}
+
+void stopWithinIteration(IterationOutput& output, InversionLoop& loop, const LoopState& before,
+                         const std::vector<StateBlock>& more) {
+    loop.state = before;
+    output.signal = signalOfRanks();
+    if (isFirstRank()) {
+        save(output, loop, more);
+    }
 }
 
 }  // namespace voxlith

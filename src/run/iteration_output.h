@@ -36,4 +36,9 @@ void beforeReport(IterationOutput& output);
 bool betweenIterations(IterationOutput& output, InversionLoop& loop, std::string_view step,
                        const std::vector<StateBlock>& more = {});
 
+// For an iteration that a signal has stopped and whose step left no trace: writes the checkpoint with the state of the
+// loop `before` it. All ranks call it; the first one writes.
+void stopWithinIteration(IterationOutput& output, InversionLoop& loop, const LoopState& before,
+                         const std::vector<StateBlock>& more);
+
 }  // namespace voxlith

@@ -119,9 +119,14 @@ bool iterate(InversionLoop& loop, IterationOutput& output) {
 bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMode& mode,
                       const ConvergedRecords& records) {
     while (loop.state.continueFlag) {
+        const LoopState before = loop.state;
         startIteration(loop);
-        takeConvergedStep(mode, loop, records);
+        const bool complete = takeConvergedStep(mode, loop, records);
         beforeReport(output);
+        if (!complete) {
+            stopWithinIteration(output, loop, before, blocksOf(mode));
+            return false;
+        }
         finishIteration(loop);
         advanceConvergedMode(mode, loop, records);
         if (!betweenIterations(output, loop, "newton", blocksOf(mode))) {

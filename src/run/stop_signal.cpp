@@ -5,6 +5,8 @@
 #include <csignal>
 #include <initializer_list>
 
+#include "base/ranks.h"
+
 namespace voxlith {
 
 namespace {
@@ -47,8 +49,8 @@ void keepIterations() {
     handle(record, static_cast<int>(SA_RESETHAND | SA_RESTART));
 }
 
-int recordedSignal() {
-    return lastSignal;
+int signalOfRanks() {
+    return static_cast<int>(largestOfRanks(lastSignal));
 }
 
 }  // namespace voxlith

@@ -1,5 +1,5 @@
-// SIGINT, SIGTERM and SIGUSR1: a run ends after the iteration that is under way, and its exit status tells the signal.
-// A second signal ends it at once.
+// SIGINT, SIGTERM and SIGUSR1: a run ends after the iteration that is under way, or gives up an iteration that can take
+// minutes, and its exit status tells the signal. A second signal ends it at once.
 #pragma once
 
 namespace voxlith {
@@ -10,7 +10,7 @@ void watchSignals();
 // From now on the first signal is only recorded.
 void keepIterations();
 
-// The signal that was recorded; 0 for none.
-int recordedSignal();
+// The signal that any rank has recorded; 0 for none. All ranks call it.
+int signalOfRanks();
 
 }  // namespace voxlith

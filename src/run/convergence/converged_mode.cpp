@@ -16,10 +16,6 @@ namespace voxlith {
 
 namespace {
 
-std::span<double> modelOf(const InversionProblem& problem) {
-    return std::span(problem.arrays.model).first(problem.modelSize());
-}
-
 // RMS misfit over all valid data.
 double rmsOf(const InversionProblem& problem) {
     double count = 0.0, squares = 0.0;
@@ -340,24 +336,28 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     state.products = mode.work.data.productCount;
 }
 
-void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
+bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     ConvergedState& state = mode.state;
     records.options.multiplier = state.multiplier;
     NewtonLimits limits;
     limits.accuracy = state.settings.tolerance;
     const NewtonResult result = takeNewtonStep(loop.problem, mode.work, currentObjective(mode, loop), limits);
+    if (result.stopped) {
+        return false;
+    }
     if (state.stepsAtTradeoff == 0) {
         state.firstGradientNorm = result.gradientNorm;
     }
     ++state.stepsAtTradeoff;
     state.gradientNorm = result.gradientNorm;
     state.predictedDecrease = result.predictedDecrease;
-    state.objective = result.objective;
-    state.cross = result.cross;
+    state.objective = result.reached.objective;
+    state.cross = result.reached.cross;
     state.improved = result.improved;
-    loop.state.iterTerms = result.terms;
+    loop.state.iterTerms = result.reached.terms;
     loop.state.stepCount = result.trials;
     loop.stepGradient = mode.work.gradient;
+    return true;
 }
 
 void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {

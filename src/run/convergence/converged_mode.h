@@ -8,7 +8,7 @@
 //   beginConvergedMode(mode, loop, records);       after beginInversion or a restored loop
 //   while (loop.state.continueFlag) {
 //       startIteration(loop);
-//       takeConvergedStep(mode, loop, records);
+//       takeConvergedStep(mode, loop, records);          false: stopped
 //       finishIteration(loop);
 //       advanceConvergedMode(mode, loop, records);
 //   }
@@ -96,8 +96,9 @@ std::vector<StateBlock> blocksOf(ConvergedMode& mode);
 void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records);
 
 // One Newton step with the trade-off of the state: changes arrays.model, obs.predData, iterTerms and
-// options.multiplier, and writes the gradient file.
-void takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records);
+// options.multiplier, and leaves the gradient for its file. False when a signal has stopped the step: model,
+// predictions and the state of `mode` are then those before it.
+bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records);
 
 // Decides what comes next: another step, another trade-off, other factors or weights, or the end (continueFlag).
 void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records);

@@ -10,14 +10,12 @@
 #include <vector>
 
 #include "base/messages.h"
+#include "run/convergence/minimum_distance.h"
+#include "run/stop_signal.h"
 
 namespace voxlith {
 
 namespace {
-
-std::span<double> modelOf(const InversionProblem& problem) {
-    return std::span(problem.arrays.model).first(problem.modelSize());
-}
 
 std::string shortNumber(double value) {
     std::array<char, 40> text{};
@@ -125,8 +123,8 @@ double rmsAfterSteps(ConvergedMode& mode, InversionLoop& loop, std::span<const s
     ScaledObjective current = evaluateObjective(problem, mode.work, modelOf(problem));
     for (std::int32_t step = 0; step < mostSteps; ++step) {
         const NewtonResult result = takeNewtonStep(problem, mode.work, current, NewtonLimits{});
-        current = {result.terms, result.misfit, result.objective, result.cross};
-        if (!result.improved || result.predictedDecrease <= enough * result.objective) {
+        current = result.reached;
+        if (!result.improved || result.predictedDecrease <= enough * current.objective) {
             break;
         }
     }
@@ -157,8 +155,8 @@ bool boundsAct(const InversionProblem& problem, const NewtonWork& work) {
     return false;
 }
 
-// The same trade-off without bounds, then with one component at a time.
-void findReasons(ConvergedMode& mode, InversionLoop& loop) {
+// The same trade-off without bounds, then with one component at a time. False when a signal ends the search.
+bool findReasons(ConvergedMode& mode, InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     NewtonWork& work = mode.work;
     const double target = mode.state.settings.targetRms;
@@ -174,6 +172,9 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
         work.lower = lower;
         work.upper = upper;
         putBack();
+        if (signalOfRanks() != 0) {
+            return false;
+        }
         if (rms < 0.5 * (reached + target)) {
             explained = true;
             say(loop, "Reason: the bounds. Without them the RMS misfit falls to " + shortNumber(rms) +
@@ -187,6 +188,10 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
         work.data.componentScale[c] = 1.0;
         const double rms = rmsAfterSteps(mode, loop, std::array{c});
         putBack();
+        if (signalOfRanks() != 0) {
+            work.data.componentScale = scale;
+            return false;
+        }
         eachAlone = eachAlone && rms <= 1.02 * target;
         if (rms > 1.02 * target) {
             explained = true;
@@ -207,7 +212,14 @@ void findReasons(ConvergedMode& mode, InversionLoop& loop) {
             "Reason: the cells are too coarse or the mesh too small for the data, or the standard deviations are too "
             "small for their noise");
     }
-    evaluateObjective(problem, work, modelOf(problem));  // the predictions of the model again
+    return true;
+}
+
+void reportReasons(ConvergedMode& mode, InversionLoop& loop) {
+    if (!findReasons(mode, loop)) {
+        say(loop, "Reason: a signal ended the search for it");
+    }
+    evaluateObjective(loop.problem, mode.work, modelOf(loop.problem));  // the predictions of the model again
 }
 
 // With --per-component.
@@ -262,7 +274,7 @@ void reportConvergedEnd(ConvergedMode& mode, InversionLoop& loop) {
     reportAccuracy(mode, loop);
     const SearchEnd end = mode.state.search.end;
     if (end == SearchEnd::misfitStays || end == SearchEnd::mostTrials) {
-        findReasons(mode, loop);
+        reportReasons(mode, loop);
     }
     say(loop,
         "Products with the sensitivities, forward and transposed: " + std::to_string(mode.work.data.productCount));

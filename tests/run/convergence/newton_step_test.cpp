@@ -1,11 +1,19 @@
 #include "run/convergence/newton_step.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cmath>
+#include <csignal>
+#include <cstdlib>
 #include <limits>
 #include <numeric>
+#include <thread>
 
+#include "run/convergence/interior_point.h"
+#include "run/convergence/minimum_distance.h"
+#include "run/stop_signal.h"
 #include "support/small_problem.h"
 #include "survey/dummy_value.h"
 
@@ -79,9 +87,9 @@ void setBounds(SmallProblem& small, double lower, double upper) {
 ScaledObjective minimise(SmallProblem& small, NewtonWork& work, int mostSteps = 100) {
     ScaledObjective current = evaluateObjective(small.problem(), work, small.arrays.model);
     for (int step = 0; step < mostSteps; ++step) {
-        const NewtonResult result = takeNewtonStep(small.problem(), work, current, {1e-3, 200});
-        current = {result.terms, result.misfit, result.objective, result.cross};
-        if (!result.improved || result.predictedDecrease < 1e-15 * result.objective) {
+        const NewtonResult result = takeNewtonStep(small.problem(), work, current, {{1e-3, 200}});
+        current = result.reached;
+        if (!result.improved || result.predictedDecrease < 1e-15 * current.objective) {
             break;
         }
     }
@@ -189,6 +197,90 @@ TEST(NewtonStep, BoundsTheDistanceFromTheMinimum) {
     EXPECT_GE(boundAtStart, start.objective - end.objective);
     evaluateGradient(small.problem(), work, small.arrays.model);
     EXPECT_LT(largestPossibleDecrease(small.problem(), work), 1e-6 * end.objective);
+}
+
+// Small standard deviations and two bounds: the projected step gains next to nothing, and the interior point goes on.
+class SlowProblem : public SmallProblem {
+public:
+    SlowProblem() : SmallProblem(slowOptions()) { setBounds(*this, 0.0, 0.05); }
+
+private:
+    static SmallOptions slowOptions() {
+        SmallOptions slow;
+        slow.cellsZXY = {6, 8, 9};
+        slow.paddedZXY = {8, 8, 16};
+        slow.nData = 60;
+        slow.multiplier = 1e-6;
+        return slow;
+    }
+};
+
+TEST(InteriorPoint, SolutionIsTheMinimumWithinTheBounds) {
+    SlowProblem small;
+    NewtonWork work = prepareNewton(small.problem());
+    const ScaledObjective start = evaluateObjective(small.problem(), work, small.arrays.model);
+    evaluateGradient(small.problem(), work, small.arrays.model);
+    std::fill(work.isFree.begin(), work.isFree.end(), 1);
+    ASSERT_TRUE(hasBounds(work));
+    const InteriorSolution solution = solveWithinBounds(small.problem(), work, start.objective, 1e-9);
+    ASSERT_FALSE(solution.stopped);
+    Vector end = small.arrays.model;
+    for (std::size_t n = 0; n < end.size(); ++n) {
+        end[n] += work.step[n];
+        EXPECT_GE(end[n], -1e-15);
+        EXPECT_LE(end[n], 0.05 + 1e-15);
+    }
+    const double reached = objectiveAt(small, end);
+    const ScaledObjective minimum = minimise(small, work, 300);
+    EXPECT_LE(reached - minimum.objective, 1e-8 * start.objective);
+    EXPECT_LE(reached - minimum.objective, 2.0 * solution.remaining);
+}
+
+// In a process of its own: a step that a signal meets somewhere ends as if it had never begun, or is complete.
+[[noreturn]] void stopDuringStep(double share) {
+    SlowProblem small;
+    NewtonWork work = prepareNewton(small.problem());
+    const Vector start = small.arrays.model;
+    const ScaledObjective current = evaluateObjective(small.problem(), work, start);
+    const std::vector<double> predicted(small.obs.predData.begin(), small.obs.predData.end());
+    const NewtonLimits limits{{1e-3, 200}, 1e-12};
+    const auto begin = std::chrono::steady_clock::now();
+    const NewtonResult whole = takeNewtonStep(small.problem(), work, current, limits);
+    const auto duration = std::chrono::steady_clock::now() - begin;
+    const Vector end = small.arrays.model;
+    small.arrays.model = start;
+    evaluateObjective(small.problem(), work, start);
+    keepIterations();
+    const auto send = [&] {
+        std::this_thread::sleep_for(duration * share);
+        ::kill(::getpid(), SIGTERM);
+    };
+    std::thread sender;
+    if (share > 0.0) {
+        sender = std::thread(send);
+    } else {
+        std::raise(SIGTERM);
+    }
+    const NewtonResult result = takeNewtonStep(small.problem(), work, current, limits);
+    if (sender.joinable()) {
+        sender.join();
+    }
+    const bool same = result.stopped ? small.arrays.model == start &&
+                                           std::equal(predicted.begin(), predicted.end(), small.obs.predData.begin()) &&
+                                           result.reached.objective == current.objective && !result.improved
+                                     : small.arrays.model == end && result.reached.objective == whole.reached.objective;
+    std::_Exit(!same ? 1 : result.stopped ? 2 : 3);
+}
+
+TEST(NewtonStep, ASignalLeavesNoTraceOfAnUnfinishedStep) {
+    ::testing::FLAGS_gtest_death_test_style = "fast";
+    const auto stoppedOrComplete = [](int status) {
+        return WIFEXITED(status) && (WEXITSTATUS(status) == 2 || WEXITSTATUS(status) == 3);
+    };
+    EXPECT_EXIT(stopDuringStep(0.0), ::testing::ExitedWithCode(2), "");
+    for (const double share : {0.1, 0.25, 0.4, 0.55, 0.7, 0.85}) {
+        EXPECT_EXIT(stopDuringStep(share), stoppedOrComplete, "") << share;
+    }
 }
 
 TEST(NewtonStep, SumsDoNotDependOnTheirLengthBeyondRounding) {
