@@ -13,11 +13,12 @@ from matplotlib.patches import Rectangle
 from voxlith import Mesh, Model, Run, Survey, UsageError, VoxlithError, plot
 from voxlith.io.bodies_file import TrueBody, read_bodies_file
 from voxlith.plot.convergence import noise_level, unchanged
-from voxlith.plot.cuts import peak_layer, section_along, shown_window
+from voxlith.plot.cuts import peak_layer, section_below, shown_window, stations_near
 from voxlith.plot.data import gapless_triangles
-from voxlith.plot.data_view import straight_line, view_of
+from voxlith.plot.data_view import view_of
 from voxlith.plot.lengths import length_scale
 from voxlith.plot.sections import style_of
+from voxlith.section import straight_line
 
 BODY = TrueBody("block", (1250.0, 1550.0), (2150.0, 2450.0), (-60.0, 60.0))
 
@@ -356,11 +357,11 @@ def test_a_section_below_an_oblique_profile():
     mesh = block_mesh()
     model = Model(mesh, mesh.centres()[:, 0] + 10 * mesh.centres()[:, 1])
     survey = survey_at(1050 + 30 * np.arange(20), 2030 + 25 * np.arange(20))
-    plane = section_along(mesh, survey)
+    plane = section_below(mesh, survey)
     x, y = plane.points(0.5 * (plane.nodes[1:] + plane.nodes[:-1]))
     cells = mesh.cell_at(x, y, 100.0)
     np.testing.assert_array_equal(mesh.cell_index(0, plane.i, plane.j), cells)
-    along, elevation = plane.stations(survey)
+    along, elevation = stations_near(plane, survey)
     assert len(along) == 20 and plane.nodes[0] <= along.min() and along.max() <= plane.nodes[-1]
     figure = plot.sections(model, survey=survey)
     assert figure.axes[2].get_title() == "Section below the profile"

@@ -12,12 +12,11 @@ import numpy.typing as npt
 from ..errors import UsageError
 from ..mesh import Mesh
 from ..model import Model
+from ..section import Section, section_along, straight_line
 from ..survey import Survey
-from .data_view import Line, straight_line
 from .lengths import metres
 
 Reals = npt.NDArray[np.float64]
-Indices = npt.NDArray[np.intp]
 At = tuple[float, float, float] | Literal["middle", "largest"]
 
 _ALIKE = 1.05  # cells of the core are at most so many times as wide as the widest one below the stations
@@ -43,52 +42,22 @@ class Window:
         return cube[self.z[0]: self.z[1], self.x[0]: self.x[1], self.y[0]: self.y[1]]
 
 
-@dataclass(frozen=True)
-class Section:
-    """A vertical plane through columns of cells.
+def stations_near(section: Section, survey: Survey) -> tuple[Reals, Reals]:
+    """Position along a section and elevation of the stations within the cells that it cuts, or within half the usual
+    distance between stations."""
+    along, off = section.along(survey.x, survey.y)
+    half = max(0.5 * (section.across[1] - section.across[0]), 0.5 * _usual_distance(survey))
+    near = np.abs(off - section.middle) <= half
+    return along[near], survey.elevation[near]
 
-    Attributes
-    ----------
-    axis : {"x", "y", ""}
-        Coordinate along it; empty for a section along an oblique profile.
-    nodes : ndarray, shape (m + 1,)
-        That coordinate, or the distance, where the plane enters and leaves columns.
-    i, j : ndarray of int, shape (m,)
-        Columns.
-    title : str
-    across : tuple of float
-        The coordinate across the plane, between the sides of the cells that it cuts.
-    line : Line or None
-        The profile.
-    """
 
-    axis: str
-    nodes: Reals
-    i: Indices
-    j: Indices
-    title: str
-    across: tuple[float, float]
-    line: Line | None = None
-
-    def stations(self, survey: Survey) -> tuple[Reals, Reals]:
-        """Position along the plane and elevation of the stations within the cells that it cuts, or within half the usual
-        distance between stations."""
-        if self.line is not None:
-            along, off = _project(self.line, survey.x, survey.y)
-        else:
-            along, off = (survey.x, survey.y) if self.axis == "x" else (survey.y, survey.x)
-        middle = 0.5 * (self.across[0] + self.across[1])
-        half = max(0.5 * (self.across[1] - self.across[0]), 0.5 * _usual_distance(survey))
-        near = np.abs(off - middle) <= half
-        return along[near], survey.elevation[near]
-
-    def points(self, along: Reals) -> tuple[Reals, Reals]:
-        """Easting and northing of places along the plane."""
-        if self.line is not None:
-            (x, y), (east, north) = self.line.start, self.line.direction
-            return x + along * east, y + along * north
-        middle = np.full(len(along), 0.5 * (self.across[0] + self.across[1]))
-        return (along, middle) if self.axis == "x" else (middle, along)
+def section_title(section: Section) -> str:
+    """What a picture says of a section."""
+    if section.line is not None:
+        return "Section below the profile"
+    west, east = section.across
+    normal = "y" if section.axis == "x" else "x"
+    return f"Section at {normal} {metres(west, east - west)} to {metres(east, east - west)} m"
 
 
 def _usual_distance(survey: Survey) -> float:
@@ -97,12 +66,6 @@ def _usual_distance(survey: Survey) -> float:
         return 0.0
     area = float(np.ptp(survey.x)) * float(np.ptp(survey.y))
     return math.sqrt(area / survey.n_stations) if np.isfinite(area) else 0.0
-
-
-def _project(line: Line, x: Reals, y: Reals) -> tuple[Reals, Reals]:
-    dx, dy = x - line.start[0], y - line.start[1]
-    east, north = line.direction
-    return dx * east + dy * north, dy * east - dx * north
 
 
 def shown_window(mesh: Mesh, survey: Survey | None, whole: bool) -> Window:
@@ -216,47 +179,10 @@ def shown_cube(model: Model) -> Reals:
     return cube
 
 
-def cell_of(nodes: Reals, value: float) -> int:
-    """The interval of monotonic nodes that holds a value within them, from 0."""
-    rising = nodes if nodes[-1] > nodes[0] else nodes[::-1]
-    cell = min(max(int(np.searchsorted(rising, value, side="right")) - 1, 0), len(nodes) - 2)
-    return cell if nodes[-1] > nodes[0] else len(nodes) - 2 - cell
-
-
-def section_across(mesh: Mesh, window: Window, normal: Literal["x", "y"], value: float) -> Section:
-    """The section at an easting (`normal` x) or a northing (`normal` y)."""
-    own = mesh.x_nodes if normal == "x" else mesh.y_nodes
-    cell = cell_of(own, value)
-    first, end = window.y if normal == "x" else window.x
-    along = np.arange(first, end)
-    fixed = np.full(len(along), cell)
-    nodes = (mesh.y_nodes if normal == "x" else mesh.x_nodes)[first: end + 1]
-    west, east = own[cell: cell + 2]
-    title = f"Section at {normal} {metres(west, east - west)} to {metres(east, east - west)} m"
-    i, j = (fixed, along) if normal == "x" else (along, fixed)
-    return Section("y" if normal == "x" else "x", nodes, i, j, title, (float(own[cell]), float(own[cell + 1])))
-
-
-def section_along(mesh: Mesh, survey: Survey) -> Section | None:
+def section_below(mesh: Mesh, survey: Survey) -> Section | None:
     """The section below stations on one oblique line; None for other surveys."""
     line = straight_line(survey.x, survey.y)
     if line is None or line.axis:
         return None
     length = float(line.distance.max())
-    low, high = -_BEYOND * length, (1.0 + _BEYOND) * length
-    for start, slope, nodes in zip(line.start, line.direction, (mesh.x_nodes, mesh.y_nodes)):
-        ends = sorted(((nodes[0] - start) / slope, (nodes[-1] - start) / slope))
-        low, high = max(low, float(ends[0])), min(high, float(ends[1]))
-    if not low < high:
-        return None
-    crossed = [(nodes - start) / slope for start, slope, nodes in
-               zip(line.start, line.direction, (mesh.x_nodes, mesh.y_nodes))]
-    inner = np.concatenate(crossed)
-    nodes = np.unique(np.concatenate([[low, high], inner[(inner > low) & (inner < high)]]))
-    nodes = nodes[np.append(True, np.diff(nodes) > 1e-9 * length)]
-    middles = 0.5 * (nodes[1:] + nodes[:-1])
-    x, y = line.start[0] + middles * line.direction[0], line.start[1] + middles * line.direction[1]
-    i = np.array([cell_of(mesh.x_nodes, float(value)) for value in x], dtype=np.intp)
-    j = np.array([cell_of(mesh.y_nodes, float(value)) for value in y], dtype=np.intp)
-    half = 0.5 * math.hypot(float(mesh.x_widths[i].max()), float(mesh.y_widths[j].max()))
-    return Section("", nodes, i, j, "Section below the profile", (-half, half), line)
+    return section_along(mesh, line, -_BEYOND * length, (1.0 + _BEYOND) * length)

@@ -11,9 +11,11 @@ from matplotlib.tri import Triangulation
 
 from ..errors import UsageError
 from ..run import Fit, Run
+from ..section import Line, straight_line
 from ..survey import Survey
+from ..triangles import bridges_gap, edge_lengths
 from . import style
-from .data_view import DataView, Line, straight_line, view_of
+from .data_view import DataView, view_of
 from .lengths import length_scale, map_axes, show_lengths
 from .style import Limits, Reals, drawable, new_figure, styled
 
@@ -169,13 +171,10 @@ def gapless_triangles(x: Reals, y: Reals) -> Triangulation | None:
     except (RuntimeError, ValueError):  # stations on one line
         return None
     triangles.x, triangles.y = x, y
-    corners = triangles.triangles
-    edges = np.stack([np.hypot(x[corners[:, a]] - x[corners[:, b]], y[corners[:, a]] - y[corners[:, b]])
-                      for a, b in ((0, 1), (1, 2), (2, 0))])
-    longest, shortest = edges.max(axis=0), edges.min(axis=0)
+    longest, shortest = edge_lengths(x, y, triangles.triangles)
     if np.median(longest) > 5.0 * np.median(shortest):
         return None
-    far = longest > 4.0 * np.median(longest)
+    far = bridges_gap(longest)
     if far.all():
         return None
     triangles.set_mask(far)

@@ -12,8 +12,6 @@ from ..run import Fit, Run
 from ..survey import Survey
 from .style import Reals, drawable, unit_text
 
-_STRAIGHT = 0.01  # of the length: what stations of one line may be beside it
-
 
 @dataclass(frozen=True)
 class DataView:
@@ -92,44 +90,3 @@ def last_iteration(run: Run) -> int | None:
     except VoxlithError:
         return None
     return rows[-1].iteration if rows else None
-
-
-@dataclass(frozen=True)
-class Line:
-    """Stations on one straight line.
-
-    Attributes
-    ----------
-    axis : {"x", "y", ""}
-        Coordinate along it; empty for an oblique line.
-    distance : ndarray, shape (n,)
-        That coordinate, or the distance from the first station, metres.
-    start, direction : tuple of float
-        Point at distance 0 of an oblique line, and the unit vector along it.
-    """
-
-    axis: str
-    distance: Reals
-    start: tuple[float, float]
-    direction: tuple[float, float]
-
-
-def straight_line(x: Reals, y: Reals) -> Line | None:
-    """The line on which all stations stand; None when they do not stand on one."""
-    if len(x) < 2 or not (np.isfinite(x).all() and np.isfinite(y).all()):
-        return None
-    dx, dy = x - x.mean(), y - y.mean()
-    directions, spread, _ = np.linalg.svd(np.stack([dx, dy]), full_matrices=False)
-    if spread[0] == 0.0 or spread[1] > _STRAIGHT * spread[0]:
-        return None
-    east, north = (float(value) for value in directions[:, 0])
-    if abs(east) > 0.9999:
-        return Line("x", x, (0.0, float(y.mean())), (1.0, 0.0))
-    if abs(north) > 0.9999:
-        return Line("y", y, (float(x.mean()), 0.0), (0.0, 1.0))
-    sign = 1.0 if east >= 0.0 else -1.0
-    east, north = sign * east, sign * north
-    along = east * dx + north * dy
-    first = float(along.min())
-    start = (float(x.mean()) + first * east, float(y.mean()) + first * north)
-    return Line("", along - first, start, (east, north))

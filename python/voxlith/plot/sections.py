@@ -18,9 +18,10 @@ from ..errors import UsageError, VoxlithError
 from ..io.bodies_file import TrueBody
 from ..model import Model
 from ..run import Run
+from ..section import Section, cell_of, section_across
 from ..survey import Survey
 from . import style
-from .cuts import (At, Section, Window, cell_of, meeting_point, section_across, section_along, shown_cube, shown_window,
+from .cuts import (At, Window, meeting_point, section_below, section_title, shown_cube, shown_window, stations_near,
                    station_window)
 from .data_view import last_iteration
 from .lengths import length_scale, map_axes, metres, show_lengths
@@ -148,9 +149,9 @@ class _Page:
         self.outlined: set[bool] = set()
         self.ground = False
         self.top = self._top()
-        left = section_across(self.mesh, window, "y", self.where[1])
-        along = None if survey is None else section_along(self.mesh, survey)
-        self.planes = [left, along or section_across(self.mesh, window, "x", self.where[0])]
+        left = section_across(self.mesh, "y", self.where[1], window.x)
+        along = None if survey is None else section_below(self.mesh, survey)
+        self.planes = [left, along or section_across(self.mesh, "x", self.where[0], window.y)]
 
     def _top(self) -> float:
         """Elevation of the upper edge of the sections: no station and no part of the ground lies above it."""
@@ -263,7 +264,7 @@ class _Page:
         self._surface(panel, plane, sign)
         limits = float(plane.nodes[0]), float(plane.nodes[-1])
         if self.survey is not None:
-            at, elevation = plane.stations(self.survey)
+            at, elevation = stations_near(plane, self.survey)
             panel.plot(at, sign * elevation, linestyle="none", marker="v", markersize=2.5, color="black", clip_on=False,
                        zorder=4, rasterized=len(at) > style.MOST_VECTOR_POINTS)
             limits = _with(limits, at)
@@ -280,7 +281,7 @@ class _Page:
         upwards = length_scale(*vertical)
         show_lengths(panel.yaxis, upwards)
         panel.set_ylabel(upwards.label("depth" if self.depth else "elevation"))
-        panel.set_title(plane.title, loc="left" if self._is_narrow(panel, _SECTION_TITLE) else "center")
+        panel.set_title(section_title(plane), loc="left" if self._is_narrow(panel, _SECTION_TITLE) else "center")
 
     def _surface(self, panel: Any, plane: Section, sign: float) -> None:
         """The ground: that of the surface, else the top of the uppermost active cells where some are inactive."""

@@ -13,9 +13,10 @@ from matplotlib.figure import Figure
 from matplotlib.lines import Line2D
 
 from ..errors import UsageError
+from ..section import cell_of
 from ..survey import Direction, Survey
 from ..vectors import VectorModel, direction_of, unit_vector
-from .cuts import At, cell_of, meeting_point, shown_window
+from .cuts import At, meeting_point, shown_window
 from .lengths import length_scale, map_axes, metres, show_lengths
 from .style import SEQUENTIAL, VERMILION, Limits, Reals, check_colormap, new_figure, styled
 
