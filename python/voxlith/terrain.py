@@ -58,7 +58,7 @@ class Terrain:
             raise UsageError("terrain: expected finite points of shape (n, 3), one or more")
         # Coordinates from the middle of the points keep their digits in the products of the triangulation.
         self._origin = 0.5 * (rows[:, :2].min(axis=0) + rows[:, :2].max(axis=0))
-        self._places, self._elevation = _merged(rows[:, :2] - self._origin, rows[:, 2])
+        self._places, self._elevation = merged_points(rows[:, :2] - self._origin, rows[:, 2])
         self._triangles: Any = None
         self._edges = _profile(self._places)
         if self._edges is None:
@@ -130,15 +130,22 @@ class Terrain:
         return found
 
 
-def _merged(places: Reals, elevation: Reals) -> tuple[Reals, Reals]:
-    """Points in the order of their places; those of one place as one, with the mean elevation."""
+def merged_points(places: Reals, values: Reals) -> tuple[Reals, Reals]:
+    """Points in the order of their places; those of one place as one, with the mean of their values.
+
+    Parameters
+    ----------
+    places : ndarray, shape (n, 2)
+    values : ndarray, shape (n,) or (n, columns)
+    """
     extent = float(np.ptp(places, axis=0).max())
     grid = np.rint(places / (SAME_PLACE * extent if extent > 0.0 else 1.0)).astype(np.int64)
     _, first, which, counts = np.unique(grid, axis=0, return_index=True, return_inverse=True, return_counts=True)
-    which = which.ravel()
-    # A single point keeps its elevation to the bit.
-    mean = np.where(counts == 1, elevation[first], np.bincount(which, weights=elevation) / counts)
-    return places[first], mean
+    columns = values.reshape(len(values), -1)
+    sums = np.column_stack([np.bincount(which.ravel(), weights=column) for column in columns.T])
+    # A single point keeps its value to the bit.
+    mean = np.where(counts[:, None] == 1, columns[first], sums / counts[:, None])
+    return places[first], mean.reshape(len(first), *values.shape[1:])
 
 
 def _profile(places: Reals) -> Integers | None:

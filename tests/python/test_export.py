@@ -288,7 +288,7 @@ def test_export_command(copied, joint: Bench, tools: Tools) -> None:
 @pytest.mark.parametrize("words, problem", [
     (("RUN", "--out", "a.doc"), "ends in one of .geoh5, .vtr"), (("--out", "a.csv"), "either a run, or"),
     (("RUN", "--mesh", "m", "--model", "x", "--out", "a.csv"), "either a run, or"),
-    (("RUN", "--out", "a.csv", "--layers", "1:2"), "--layers: expected"), (("RUN", "--out", "a.csv", "--choose", "1"), "all models"),
+    (("RUN", "--out", "a.vtr", "--layers", "1:2"), "--layers: expected"), (("RUN", "--out", "a.csv", "--choose", "1"), "all models"),
     (("RUN", "--out", "a.tif", "--layers", "0:2"), "A:B from 1 to 4"), (("RUN", "--out", "a.tif", "--choose", "9"), "--choose 9"),
     (("RUN", "--out", "a.csv", "--iteration", "x"), "--iteration x"), (("RUN", "--out", "a.tif", "--crs", "nothing"), "nothing")])
 def test_wrong_exports(gravity: Bench, tools: Tools, words: tuple[str, ...], problem: str) -> None:

@@ -8,6 +8,7 @@ import time
 
 import numpy as np
 import pytest
+import rasterio
 from conftest import BUILD, one_line
 
 from voxlith import Direction, InducingField, Mesh, Model, Run, Sensitivity, Survey, UsageError
@@ -439,6 +440,31 @@ def test_several_types_of_data_are_not_drawn_as_one(stack, folder, tools):
         tools("report", ".", "--control", "two.inp"), 2)
     done = tools("export", ".", "--control", "two.inp", "--out", "cells.vtr")
     assert done.status == 0 and done.out == "cells.vtr: 480 cells, 2 models\n" and "warning: .: the data Gz, TMI" in done.errors
+
+
+def test_sections_and_data_grids_of_a_stacked_run(made, stack, folder, tools):
+    """A section cuts the properties, not the copies; a data grid has a band of each type of data."""
+    _, mesh, _ = made
+    stack(*TWO, "--scale", "1", "0.05", "--out", "two")
+    short_run(folder, "two")
+    stacked = StackedRun(Run(folder, "two.inp"))
+    done = tools("export", ".", "--control", "two.inp", "--out", "d.tif", "--data-grid", "auto")
+    assert done.status == 0 and done.out.startswith("d.tif: 6 bands") and not done.errors
+    gravity, magnetic = (one.fit() for one in stacked.fits())
+    with rasterio.open("d.tif") as file:
+        assert file.units == 3 * ("mGal",) + 3 * ("nT",)
+        for first, fit in ((0, gravity), (3, magnetic)):
+            middle = int(np.argmin(np.hypot(fit.observed.x - 205.0, fit.observed.y - 250.0)))
+            found = next(file.sample([(fit.observed.x[middle], fit.observed.y[middle])]))[first: first + 3]
+            spread = float(np.ptp(fit.observed.data))
+            assert found[0] == pytest.approx(fit.observed.data[0][middle], abs=0.1 * spread)
+            assert found[2] == pytest.approx(found[1] - found[0], abs=1e-3 * spread)
+    x = float(mesh.x_centres[2])
+    done = tools("export", ".", "--control", "two.inp", "--out", "s.tif", "--section", f"x={x}", "--choose", "2", "--crs", "EPSG:32633")
+    assert done.status == 0
+    with rasterio.open("s.tif") as file:
+        y, z = float(mesh.y_centres[1]), float(mesh.z_centres[0])
+        assert next(file.sample([(y, z)]))[0] == pytest.approx(float(stacked.models()[1].value_at(x, y, z)), rel=1e-5)
 
 
 def test_a_file_that_is_not_of_a_stack_does_no_harm(gravity, tools, copied):

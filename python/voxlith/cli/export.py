@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import argparse
 import os
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
@@ -13,24 +14,31 @@ from ..memory import require_memory
 from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..run import Fit, Run
+from ..section import Section, section_between
 from ..side_file import SideInfo, first_coordinates, write_side_file
 from ..stacked_run import StackedRun, is_stacked, require_run
+from ..survey import Survey
 from .output import check_output, say, warn
-from .parser import Parser
+from .parser import Parser, number_from, number_list
 from .vtr import split_name
 
 PROGRAM = "voxlith-tools"
 _BYTES_PER_CELL = 80.0
 _ENDINGS = {"geoh5": (".geoh5",), "vtk": (".vtr", ".vti"), "geotiff": (".tif", ".tiff"), "csv": (".csv",),
-            "gempy": (".npz",), "tomofast": (".txt",)}
+            "netcdf": (".nc",), "gempy": (".npz",), "tomofast": (".txt",)}
 
 _EXAMPLES = """\
-The format follows from the ending of --out: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .npz (GemPy), .txt (Tomofast-x).
+The format follows from the ending of --out: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .nc (NetCDF), .npz (GemPy),
+.txt (Tomofast-x). A GeoTIFF holds depth slices; with --section a vertical section, with --data-grid the data.
 
 Examples:
   voxlith-tools export run1 --out run1.geoh5
   voxlith-tools export run1 --out run1.vtr
   voxlith-tools export run1 --out slices.tif --crs EPSG:32633 --layers 1:8
+  voxlith-tools export run1 --out section.tif --section y=5538000
+  voxlith-tools export run1 --out section.csv --section 457000,5538000,459000,5539500
+  voxlith-tools export run1 --out data.tif --data-grid auto
+  voxlith-tools export run1 --out data.nc --data-grid 25
   voxlith-tools export --mesh m.msh --model density=voxlith.den --out cells.csv"""
 
 
@@ -39,9 +47,10 @@ class _Source:
     """What is exported, and the files that it comes from."""
 
     models: list[Model]
-    fit: Fit | None
+    fits: list[Fit]
     placement: Placement
     inputs: dict[str, str]
+    stations: Survey | None = None
 
 
 @dataclass(frozen=True)
@@ -50,10 +59,15 @@ class _Task:
 
     out: str
     models: list[Model]
-    fit: Fit | None
-    choice: str | None
-    layers: str | None
+    fits: list[Fit]
+    stations: Survey | None
+    asked: argparse.Namespace
     crs: str
+
+    @property
+    def fit(self) -> Fit | None:
+        """The data where they are of one run, and not of several types that have units of their own."""
+        return self.fits[0] if len(self.fits) == 1 else None
 
 
 def make_parser() -> Parser:
@@ -67,7 +81,11 @@ def make_parser() -> Parser:
     add("--out", metavar="FILE", required=True, help="File to write; its ending decides about the format")
     add("--choose", metavar="NAME", help="One of several models, by its number from 1 or its label (GeoTIFF, GemPy, Tomofast-x)")
     add("--iteration", metavar="NUMBER", help="Models that the run has stored at this iteration")
-    add("--layers", metavar="A:B", help="Layers of a GeoTIFF, counted from 1 at the top (default: all)")
+    add("--layers", metavar="A:B", help="Layers of a GeoTIFF or CSV, counted from 1 at the top (default: all)")
+    add("--section", metavar="WHERE", help="A vertical section as GeoTIFF or CSV: x=EASTING, y=NORTHING, two points X1,Y1,X2,Y2, or "
+        "stations, below those of one straight line")
+    add("--data-grid", metavar="METRES|{auto}", type=_grid_cell, help="Observed, predicted and residual data on a grid with pixels of this size, or auto, "
+        "as GeoTIFF or NetCDF")
     add("--crs", metavar="CRS", help="Coordinate reference system (default: that of the data file)")
     return parser
 
@@ -84,21 +102,46 @@ def run(arguments: Sequence[str]) -> int:
         parser.error("expected either a run, or --mesh and --model")
     if options.mesh is not None and options.iteration is not None:
         parser.error("--iteration: expected together with a run")
-    if options.layers and kind != "geotiff":
-        parser.error("--layers: expected together with a GeoTIFF (.tif)")
-    if options.choose and kind not in ("geotiff", "gempy", "tomofast"):
-        parser.error(f"--choose: a file {options.out} holds all models")
+    _check_kind(parser, options, kind)
     source = _of_files(options.mesh, options.model) if options.run is None else _of_run(
-        Run(options.run, options.control), _number("--iteration", options.iteration))
+        Run(options.run, options.control), _number("--iteration", options.iteration), bool(options.data_grid))
     check_output(options.out, source.inputs)
     placed = source.placement
-    fit = None if source.fit is None else Fit(placed.survey(source.fit.observed), source.fit.predicted)
-    task = _Task(options.out, [placed.model(model) for model in source.models], fit, options.choose, options.layers,
-                 options.crs or placed.crs)
-    _WRITERS[kind](task)
-    if kind != "geotiff":  # which names its reference system itself
+    task = _Task(options.out, [placed.model(model) for model in source.models],
+                 [Fit(placed.survey(fit.observed), fit.predicted) for fit in source.fits],
+                 None if source.stations is None else placed.survey(source.stations), options, options.crs or placed.crs)
+    if options.data_grid:
+        _write_data_grid(task)
+    elif options.section:
+        _write_section(task)
+    else:
+        _WRITERS[kind](task)
+    if kind not in ("geotiff", "netcdf"):  # which name their reference system themselves
         write_side_file(options.out, SideInfo(task.crs))
     return 0
+
+
+def _grid_cell(text: str) -> float | str:
+    """Size of pixels, or auto."""
+    return text if text == "auto" else number_from(0.0, above=True)(text)
+
+
+def _check_kind(parser: Parser, options: argparse.Namespace, kind: str) -> None:
+    """Options that only some formats have."""
+    for option, kinds, names in (("layers", ("geotiff", "csv"), "a GeoTIFF (.tif) or a CSV"),
+                                 ("section", ("geotiff", "csv"), "a GeoTIFF (.tif) or a CSV"),
+                                 ("data_grid", ("geotiff", "netcdf"), "a GeoTIFF (.tif) or NetCDF (.nc)")):
+        if getattr(options, option) is not None and kind not in kinds:
+            parser.error(f"--{option.replace('_', '-')}: expected together with {names}")
+    for one, other in (("layers", "section"), ("layers", "data-grid"), ("section", "data-grid"), ("iteration", "data-grid"),
+                       ("choose", "data-grid")):
+        parser.exclusive(options, one, other)
+    if kind == "netcdf" and options.data_grid is None:
+        parser.error(f"--out {options.out}: expected --data-grid with NetCDF, which holds data")
+    if options.data_grid is not None and options.run is None:
+        parser.error("--data-grid: expected a run, which has data")
+    if options.choose and kind not in ("geotiff", "gempy", "tomofast"):
+        parser.error(f"--choose: a file {options.out} holds all models")
 
 
 def _number(option: str, text: str | None) -> int | None:
@@ -110,7 +153,7 @@ def _number(option: str, text: str | None) -> int | None:
     return value
 
 
-def _of_run(work: Run, iteration: int | None) -> _Source:
+def _of_run(work: Run, iteration: int | None, all_data: bool) -> _Source:
     require_run(work, f"export its models with --mesh {work.path('mesh.msh')} --model {work.path('PROPERTY.mod')} ...")
     values = work.control.values
     mesh = work.mesh
@@ -120,21 +163,21 @@ def _of_run(work: Run, iteration: int | None) -> _Source:
     inputs = {"the control file": os.fspath(work.path(work.control_name)), "the data file": data_file}
     inputs |= {f"sensitivity file {number}": os.fspath(work.path(name)) for number, name in enumerate(values.mtx_files, 1)}
     with_data = iteration is None and work.path("voxlith.pre").is_file()
+    placement = Placement(side.crs, side.shift)
     if is_stacked(work):
-        models, fit = _of_stack(work, iteration, with_data)
-    else:
-        models, fit = work.models(iteration), work.fit() if with_data else None
-    return _Source(models, fit, Placement(side.crs, side.shift), inputs)
+        models, fits = _of_stack(work, iteration, with_data, all_data)
+        return _Source(models, fits, placement, inputs, fits[0].observed if fits else None)
+    return _Source(work.models(iteration), [work.fit()] if with_data else [], placement, inputs, work.observed)
 
 
-def _of_stack(work: Run, iteration: int | None, with_data: bool) -> tuple[list[Model], Fit | None]:
-    """A model for each property on the mesh of one, and the data where they are of one type."""
+def _of_stack(work: Run, iteration: int | None, with_data: bool, all_data: bool) -> tuple[list[Model], list[Fit]]:
+    """A model for each property on the mesh of one, and the data."""
     stacked = StackedRun(work)
     fits = stacked.fits() if with_data else []
-    if len(fits) > 1:
+    if len(fits) > 1 and not all_data:
         names = ", ".join(one.name for one in fits)
         warn(PROGRAM, f"{work.folder}: the data {names} of the stacked run are left out; voxlith-tools unstack writes a CSV file of each")
-    return stacked.models(iteration), fits[0].fit() if len(fits) == 1 else None
+    return stacked.models(iteration), [one.fit() for one in fits]
 
 
 def _of_files(mesh_file: str, texts: Sequence[str]) -> _Source:
@@ -146,7 +189,7 @@ def _of_files(mesh_file: str, texts: Sequence[str]) -> _Source:
     inputs = {"--mesh": mesh_file, **{f"--model {path}": path for _, path in named}}
     side = first_coordinates([mesh_file, *(path for _, path in named)])
     models = [Model.read(path, mesh, name) for name, path in named]
-    return _Source(models, None, Placement(side.crs, side.shift), inputs)
+    return _Source(models, [], Placement(side.crs, side.shift), inputs)
 
 
 def _choose(models: list[Model], choice: str | None) -> Model:
@@ -189,8 +232,8 @@ def _write_vtk(task: _Task) -> None:
 
 def _write_geotiff(task: _Task) -> None:
     from ..export import write_depth_slices
-    model = _choose(task.models, task.choice)
-    bands, rows, columns = write_depth_slices(task.out, model, task.crs, _layers(task.layers, model.mesh.nz))
+    model = _choose(task.models, task.asked.choose)
+    bands, rows, columns = write_depth_slices(task.out, model, task.crs, _layers(task.asked.layers, model.mesh.nz))
     say(f"{task.out}: {bands} bands of {columns} x {rows} pixels, {task.crs or 'no coordinate reference system'}")
 
 
@@ -206,13 +249,51 @@ def _layers(text: str | None, count: int) -> range | None:
 
 def _write_csv(task: _Task) -> None:
     from ..export import write_cells_csv
-    say(f"{task.out}: {write_cells_csv(task.out, task.models)} active cells")
+    layers = _layers(task.asked.layers, task.models[0].mesh.nz)
+    say(f"{task.out}: {write_cells_csv(task.out, task.models, layers)} active cells")
+
+
+def _write_section(task: _Task) -> None:
+    from ..export import section
+    plane = _section(task.asked.section, task.models[0].mesh, task.stations)
+    if task.out.lower().endswith(".csv"):
+        say(f"{task.out}: {section.write_section_csv(task.out, task.models, plane)} active cells")
+        return
+    rows, columns = section.write_section_geotiff(task.out, _choose(task.models, task.asked.choose), plane, task.crs)
+    step = section.section_side(plane, task.crs).history[0]
+    say(f"{task.out}: {columns} x {rows} pixels, {step['horizontal']} and {step['vertical']}")
+    say("from " + " to ".join(f"{x:.12g},{y:.12g}" for x, y in (step["start"], step["end"])))
+
+
+def _section(text: str, mesh: Mesh, stations: Survey | None) -> Section:
+    from ..export import section
+    if text == "stations":
+        if stations is None:
+            raise UsageError("--section stations: expected a run with data of one type")
+        return section.section_of_stations(mesh, stations)
+    normal, equals, value = text.partition("=")
+    if equals and normal in ("x", "y"):
+        return section.section_at(mesh, normal, *number_list("--section", f"{normal}=METRES", value, 1))
+    west, south, east, north = number_list("--section", "x=EASTING, y=NORTHING, X1,Y1,X2,Y2 or stations", text, 4)
+    return section_between(mesh, (west, south), (east, north))
+
+
+def _write_data_grid(task: _Task) -> None:
+    from ..export.data_grid import METHOD, grid_data, write_data_geotiff, write_data_netcdf
+    if not task.fits:
+        raise UsageError("--data-grid: expected a run with predicted data (voxlith.pre)")
+    grid = grid_data(task.fits, None if task.asked.data_grid == "auto" else task.asked.data_grid)
+    write = write_data_netcdf if task.out.lower().endswith(".nc") else write_data_geotiff
+    write(task.out, grid, task.crs)
+    say(f"{task.out}: {len(grid.bands)} bands of {len(grid.x)} x {len(grid.y)} pixels of {grid.cell:g} m, "
+        f"{task.crs or 'no coordinate reference system'}")
+    say(f"gridding: {METHOD}")
 
 
 def _write_gempy(task: _Task) -> None:
     from ..export import to_gempy
     from ..io.gempy_file import write_gempy_file
-    grid = to_gempy(_choose(task.models, task.choice))
+    grid = to_gempy(_choose(task.models, task.asked.choose))
     write_gempy_file(task.out, grid)
     say(f"{task.out}: extent {','.join(f'{value:g}' for value in grid.extent)}, "
         f"resolution {','.join(map(str, grid.resolution))}")
@@ -221,7 +302,7 @@ def _write_gempy(task: _Task) -> None:
 def _write_tomofast(task: _Task) -> None:
     from ..export import to_tomofast
     from ..io.tomofast_file import write_tomofast_file
-    chosen = task.models if task.choice is None and len(task.models) == 3 else [_choose(task.models, task.choice)]
+    chosen = task.models if task.asked.choose is None and len(task.models) == 3 else [_choose(task.models, task.asked.choose)]
     write_tomofast_file(task.out, to_tomofast(chosen))
     say(f"{task.out}: {chosen[0].mesh.n_cells} cells, {len(chosen)} components")
 

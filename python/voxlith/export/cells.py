@@ -17,10 +17,17 @@ _AT_ONCE = 1 << 15
 _POSITIONS = ("x", "y", "elevation", "width_x", "width_y", "thickness")
 
 
-def write_cells_csv(path: PathLike, models: Sequence[Model]) -> int:
+def write_cells_csv(path: PathLike, models: Sequence[Model], layers: Sequence[int] | None = None) -> int:
     """Write centre, widths and values of each cell that is active in one of the models, in cell order.
 
     Lengths are metres; the headings of the values have their units. A value that is missing is empty.
+
+    Parameters
+    ----------
+    path : path
+    models : sequence of Model
+    layers : sequence of int, optional
+        Layers, counted from 0 at the top; all by default.
 
     Returns
     -------
@@ -37,7 +44,10 @@ def write_cells_csv(path: PathLike, models: Sequence[Model]) -> int:
     if not models or any(model.mesh != models[0].mesh for model in models):
         raise UsageError("CSV of cells: expected one or more models of the same mesh")
     mesh = models[0].mesh
-    cells = np.flatnonzero(np.any([model.shown for model in models], axis=0))
+    shown = np.any([model.shown for model in models], axis=0)
+    if layers is not None:
+        shown &= np.isin(np.arange(mesh.n_cells) % mesh.nz, list(layers))
+    cells = np.flatnonzero(shown)
     z, x, y = ([number_text(value) for value in values.tolist()] for values in (mesh.z_centres, mesh.x_centres, mesh.y_centres))
     dz, dx, dy = ([number_text(value) for value in values.tolist()] for values in (mesh.z_widths, mesh.x_widths, mesh.y_widths))
     heading = [*_POSITIONS, *(f"{model.name} ({model.unit})" if model.unit else model.name for model in models)]

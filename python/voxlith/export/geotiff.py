@@ -6,11 +6,10 @@ from collections.abc import Sequence
 
 import numpy as np
 
-from ..errors import FileError, PathLike, UsageError
-from ..io.output import output_name
+from ..errors import PathLike, UsageError
 from ..memory import require_memory
 from ..model import Model
-from ..packages import require
+from .raster import Band, Raster, write_geotiff
 from .sampling import cells_along, regular_centres, regular_count, shown_cube
 
 
@@ -43,7 +42,6 @@ def write_depth_slices(path: PathLike, model: Model, crs: str = "", layers: Sequ
     MissingPackageError
         Without rasterio.
     """
-    rasterio = require("rasterio", "GeoTIFF files")
     mesh = model.mesh
     chosen = list(range(mesh.nz)) if layers is None else list(layers)
     if not chosen or min(chosen) < 0 or max(chosen) >= mesh.nz:
@@ -52,19 +50,11 @@ def write_depth_slices(path: PathLike, model: Model, crs: str = "", layers: Sequ
     require_memory(8.0 * mesh.n_cells + 8.0 * columns * rows, f"a GeoTIFF of {columns} x {rows} pixels")
     east = cells_along(mesh.x_nodes, regular_centres(mesh.x_nodes, columns))
     north = cells_along(mesh.y_nodes, regular_centres(mesh.y_nodes, rows))[::-1]
-    transform = rasterio.transform.from_bounds(mesh.x_nodes[0], mesh.y_nodes[0], mesh.x_nodes[-1], mesh.y_nodes[-1], columns, rows)
     cube = shown_cube(model)
-    try:
-        with output_name(path) as beside, rasterio.open(
-                beside, "w", driver="GTiff", width=columns, height=rows, count=len(chosen), dtype="float32", nodata=np.nan,
-                transform=transform, crs=crs or None, compress="deflate") as file:
-            file.update_tags(quantity=model.name, unit=model.unit)
-            for band, layer in enumerate(chosen, 1):
-                file.write(cube[layer][np.ix_(east, north)].T.astype(np.float32), band)
-                file.set_band_description(band, f"{model.name}, elevation {mesh.z_centres[layer]:g} m")
-                file.update_tags(band, elevation=f"{mesh.z_centres[layer]:g}", unit=model.unit)
-    except rasterio.errors.CRSError as error:
-        raise UsageError(f"{crs}: expected a coordinate reference system, such as EPSG:32633") from error
-    except rasterio.errors.RasterioError as error:
-        raise FileError(path, f"cannot be written: {error}") from error
+    raster = Raster((float(mesh.x_nodes[0]), float(mesh.y_nodes[-1])),
+                    (float(np.ptp(mesh.x_nodes)) / columns, float(np.ptp(mesh.y_nodes)) / rows))
+    elevations = [f"{mesh.z_centres[layer]:g}" for layer in chosen]
+    bands = [Band(f"{model.name}, elevation {elevation} m", cube[layer][np.ix_(east, north)].T, model.unit, {"elevation": elevation})
+             for layer, elevation in zip(chosen, elevations)]
+    write_geotiff(path, raster, bands, crs, {"quantity": model.name, "unit": model.unit})
     return len(chosen), rows, columns

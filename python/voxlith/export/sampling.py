@@ -13,9 +13,9 @@ Reals = npt.NDArray[np.float64]
 MOST_SAMPLES = 1_000_000_000
 
 
-def regular_count(widths: Reals, name: str) -> int:
-    """Cells of the smallest of these widths that fill the axis."""
-    count = float(widths.sum()) / float(widths.min())
+def regular_count(widths: Reals, name: str, length: float | None = None) -> int:
+    """Cells of the smallest of these widths that fill the axis, or this length."""
+    count = float(widths.sum() if length is None else length) / float(widths.min())
     if count > MOST_SAMPLES:
         raise UsageError(f"{name}: a regular grid of cells of {float(widths.min()):g} m has {count:.3g} cells along this axis")
     return max(int(round(count)), 1)
