@@ -19,7 +19,7 @@ double medianOf(std::vector<double> values) {
 }  // namespace
 
 std::vector<std::string> benchmarkGroups() {
-    return {"real-rows", "random-rows", "transform", "writer", "reader", "optimiser"};
+    return {"real-rows", "random-rows", "threads", "transform", "writer", "reader", "optimiser"};
 }
 
 std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const BenchmarkOptions& options) {
@@ -28,6 +28,9 @@ std::vector<BenchmarkCase> makeBenchmarkCases(const std::string& group, const Be
     }
     if (group == "random-rows") {
         return randomRowBenchmarks(options);
+    }
+    if (group == "threads") {
+        return threadBenchmarks(options);
     }
     if (group == "transform") {
         return transformBenchmarks();
@@ -68,7 +71,8 @@ BenchmarkResult measureRatio(const BenchmarkCase& benchmarkCase, std::size_t rou
         ratios.push_back(workTimes.back() / referenceTimes.back());
     }
     const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
-    return {medianOf(workTimes) / medianOf(referenceTimes), *lowest, *highest};
+    const double workSeconds = medianOf(workTimes), referenceSeconds = medianOf(referenceTimes);
+    return {workSeconds / referenceSeconds, *lowest, *highest, workSeconds, referenceSeconds};
 }
 
 }  // namespace voxlith

@@ -14,7 +14,7 @@ struct BenchmarkCase {
     std::string work;                 // what the program does
     std::string reference;            // what it is compared with
     std::optional<double> goal;       // largest ratio of the two times that is wanted
-    std::function<double()> runWork;  // does the work once, returns the CPU seconds it took
+    std::function<double()> runWork;  // does the work once, returns the seconds it took, of CPU time where it can
     std::function<double()> runReference;
     std::string note = {};  // what else explains the ratio; empty for nothing
 };
@@ -48,6 +48,8 @@ struct BenchmarkResult {
     double ratio = 0;   // median time of the work over the median time of the reference
     double lowest = 0;  // of the ratios of the single rounds
     double highest = 0;
+    double workSeconds = 0;  // medians
+    double referenceSeconds = 0;
 };
 
 // Runs reference and work by turns `rounds` times, after at least one CPU second of rounds that do not count.

@@ -1,18 +1,22 @@
 // Products of blocked rows, without the transform, beside a pass over the coefficients as the file stores them (int32
-// index and real32 value, eight bytes) and beside Eigen's product with compressed rows.
+// index and real32 value, eight bytes), beside Eigen's product with compressed rows, and with several threads.
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <numeric>
 #include <random>
 
 #include "base/messages.h"
+#include "base/workers.h"
 #include "benchmark_groups.h"
 #include "eigen_rows.h"
 #include "memory_pass.h"
 #include "row_patterns.h"
+#include "run/thread_team.h"
 #include "sensitivity/rows/blocked_products.h"
 #include "sensitivity/rows/coef_store.h"
 
@@ -23,8 +27,7 @@ namespace {
 struct ProductSetup {
     SparseCoefStore store;
     LargeArray<std::int32_t> asInFile;  // the same coefficients as the file stores them, for the memory pass
-    std::shared_ptr<EigenRows> matrix;
-    std::vector<double> padded;  // the transformed model
+    std::vector<double> padded;         // the transformed model
     std::vector<double> residual;
     std::vector<double> rowSums;
     std::vector<double> columnSums;  // padded array
@@ -58,19 +61,24 @@ void fillStore(SparseCoefStore& store, const RowPattern& pattern, std::span<cons
     }
 }
 
+void clear(std::span<double> values) {
+    forEachRange(values.size(), [&](std::size_t first, std::size_t end) {
+        std::ranges::fill(values.subspan(first, end - first), 0.0);
+    });
+}
+
 void multiply(ProductSetup& setup) {
     const BlockedRows& rows = setup.store.blocked[0];
     gatherUsed(rows, setup.padded, setup.store.compact);
     const bool finite = allFinite(std::span<const double>(setup.store.compact));
-    multiply(rows, setup.words(), setup.store.compact, finite, 0, setup.rowSums.size(), setup.rowSums);
+    multiplyShared(rows, setup.words(), setup.store.compact, finite, setup.rowSums);
 }
 
 void multiplyTransposed(ProductSetup& setup) {
     const BlockedRows& rows = setup.store.blocked[0];
-    std::fill(setup.columnSums.begin(), setup.columnSums.end(), 0.0);
-    std::fill(setup.store.compact.begin(), setup.store.compact.end(), 0.0);
-    multiplyTransposed(rows, setup.words(), setup.residual, allFinite(setup.residual), 0, bandCount(rows),
-                       setup.store.compact);
+    clear(setup.columnSums);
+    clear(setup.store.compact);
+    multiplyTransposedShared(rows, setup.words(), setup.residual, allFinite(setup.residual), setup.store.compact);
     scatterUsed(rows, setup.store.compact, setup.columnSums);
 }
 
@@ -84,12 +92,12 @@ double largestDifference(std::span<const double> a, std::span<const double> b) {
 }
 
 // Times of products that differ could not be compared.
-void checkAgainstEigen(ProductSetup& setup) {
+void checkAgainstEigen(ProductSetup& setup, const EigenRows& matrix) {
     std::vector<double> rowSums(setup.rowSums.size()), columnSums(setup.columnSums.size());
     multiply(setup);
-    multiplyByEigen(*setup.matrix, setup.padded, rowSums);
+    multiplyByEigen(matrix, setup.padded, rowSums);
     multiplyTransposed(setup);
-    multiplyTransposedByEigen(*setup.matrix, setup.residual, columnSums);
+    multiplyTransposedByEigen(matrix, setup.residual, columnSums);
     if (!(largestDifference(setup.rowSums, rowSums) < 1e-10 &&
           largestDifference(setup.columnSums, columnSums) < 1e-10)) {
         throw RunError("the products differ from those of Eigen");
@@ -103,7 +111,6 @@ std::shared_ptr<ProductSetup> makeSetup(const RowPattern& pattern) {
     const std::span<const std::int32_t> raw = setup->words().last(static_cast<std::size_t>(2 * setup->store.capacity));
     setup->asInFile.assign(raw.begin(), raw.end());
     buildBlockedRows(setup->store, pattern.rowCount(), 1, pattern.paddedCount);
-    setup->matrix = makeEigenRows(pattern.paddedCount, pattern.offset, pattern.index, values);
     std::mt19937_64 generator(2);
     std::normal_distribution<double> normal;
     setup->padded.resize(pattern.paddedCount);
@@ -112,7 +119,6 @@ std::shared_ptr<ProductSetup> makeSetup(const RowPattern& pattern) {
     std::generate(setup->residual.begin(), setup->residual.end(), [&] { return normal(generator); });
     setup->rowSums.resize(pattern.rowCount());
     setup->columnSums.resize(pattern.paddedCount);
-    checkAgainstEigen(*setup);
     return setup;
 }
 
@@ -145,20 +151,44 @@ struct ProductGoals {
 std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const std::string& rows,
                                              const ProductGoals& goals) {
     const std::shared_ptr<ProductSetup> setup = makeSetup(pattern);
+    const std::shared_ptr<EigenRows> matrix =
+        makeEigenRows(pattern.paddedCount, pattern.offset, pattern.index, randomValues(pattern.index.size()));
+    checkAgainstEigen(*setup, *matrix);
     const auto forward = [setup] { return cpuSecondsOf([&] { multiply(*setup); }); };
     const auto transposed = [setup] { return cpuSecondsOf([&] { multiplyTransposed(*setup); }); };
     const auto pass = [setup] { return cpuSecondsOf([&] { setup->bits += readingPass(setup->asInFile); }); };
-    const auto eigenForward = [setup] {
-        return cpuSecondsOf([&] { multiplyByEigen(*setup->matrix, setup->padded, setup->rowSums); });
+    const auto eigenForward = [setup, matrix] {
+        return cpuSecondsOf([&] { multiplyByEigen(*matrix, setup->padded, setup->rowSums); });
     };
-    const auto eigenTransposed = [setup] {
-        return cpuSecondsOf([&] { multiplyTransposedByEigen(*setup->matrix, setup->residual, setup->columnSums); });
+    const auto eigenTransposed = [setup, matrix] {
+        return cpuSecondsOf([&] { multiplyTransposedByEigen(*matrix, setup->residual, setup->columnSums); });
     };
     return {{"model product, " + rows, "memory pass, 8 bytes a coefficient", goals.model, forward, pass,
              describeBlockedRows(*setup)},
             {"model product, " + rows, "Eigen CSR product", std::nullopt, forward, eigenForward},
             {"transposed product, " + rows, "memory pass, 8 bytes a coefficient", goals.transposed, transposed, pass},
             {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, eigenTransposed}};
+}
+
+// Time of day: processor time of threads says nothing of what they gain.
+std::function<double()> withThreads(std::size_t threads, const std::function<void()>& work) {
+    return [threads, work] {
+        const SharedLoops loops(threads, Workers{}.smallestPiece);
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+}
+
+void readingPassShared(ProductSetup& setup) {
+    const std::span<const std::int32_t> words = setup.asInFile;
+    std::array<std::uint64_t, mostWorkers> sums{};
+    const std::size_t pieces = workersOfProcess().count;
+    forEachPiece(pieces, [&](std::size_t piece) {
+        const std::size_t first = startOfPiece(words.size(), 64, piece, pieces);
+        sums.at(piece) = readingPass(words.subspan(first, startOfPiece(words.size(), 64, piece + 1, pieces) - first));
+    });
+    setup.bits += std::accumulate(sums.begin(), sums.end(), std::uint64_t{0});
 }
 
 }  // namespace
@@ -170,6 +200,36 @@ std::vector<BenchmarkCase> realRowBenchmarks(const BenchmarkOptions& options) {
 std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options) {
     const RowPattern random = drawRandomRows(readRealPattern(options), 3);
     return productBenchmarks(repeatRows(random, options.coefficients), "random rows", {1.8, 1.8});
+}
+
+std::vector<BenchmarkCase> threadBenchmarks(const BenchmarkOptions& options) {
+    const std::shared_ptr<ProductSetup> setup = makeSetup(repeatRows(readRealPattern(options), options.coefficients));
+    const auto forward = [setup] { multiply(*setup); };
+    const auto transposed = [setup] { multiplyTransposed(*setup); };
+    const auto pass = [setup] { readingPassShared(*setup); };
+    std::vector<BenchmarkCase> cases;
+    const auto add = [&](const std::string& name, const std::function<void()>& work, std::size_t threads,
+                         const std::string& reference, const std::function<void()>& referenceWork,
+                         std::size_t referenceThreads, std::optional<double> goal) {
+        const auto full = [](const std::string& text, std::size_t count) {
+            return text + ", " + std::to_string(count) + (count == 1 ? " thread" : " threads");
+        };
+        cases.push_back({full(name, threads), full(reference, referenceThreads), goal, withThreads(threads, work),
+                         withThreads(referenceThreads, referenceWork)});
+    };
+    const std::size_t cores = coresOfProcess();
+    const std::string passName = "memory pass, 8 bytes a coefficient";
+    add(passName, pass, cores, passName, pass, 1, std::nullopt);
+    cases.back().note = std::to_string(setup->asInFile.size() * sizeof(std::int32_t)) + " bytes";
+    for (const auto& [name, work, goal] : {std::tuple("model product", std::function<void()>(forward), 1.0),
+                                           std::tuple("transposed product", std::function<void()>(transposed), 1.2)}) {
+        add(name, work, cores, passName, pass, cores, goal);
+        add(name, work, cores, name, work, 1, std::nullopt);
+        for (const std::size_t more : {cores + 1, 2 * cores, 4 * cores}) {
+            add(name, work, more, name, work, cores, 1.1);
+        }
+    }
+    return cases;
 }
 
 }  // namespace voxlith

@@ -2,6 +2,7 @@
 // status 0 when the table was printed, 1 with one line on standard error when it could not be.
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -17,6 +18,13 @@ struct Run {
     bool tabs = false;
 };
 
+std::string noteOf(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
+    std::array<char, 80> times{};
+    std::snprintf(times.data(), times.size(), "%.2f ms beside %.2f ms", 1e3 * result.workSeconds,
+                  1e3 * result.referenceSeconds);
+    return times.data() + (benchmarkCase.note.empty() ? std::string() : "; " + benchmarkCase.note);
+}
+
 // The layout that bench/run_all reads: fields between tabs, no heading.
 void printFields(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::BenchmarkResult& result) {
     std::printf("%s\t%s\t%.6f\t%.6f\t%.6f\t", benchmarkCase.work.c_str(), benchmarkCase.reference.c_str(), result.ratio,
@@ -24,7 +32,7 @@ void printFields(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::Ben
     if (benchmarkCase.goal) {
         std::printf("%.6f", *benchmarkCase.goal);
     }
-    std::printf("\t%s\n", benchmarkCase.note.c_str());
+    std::printf("\t%s\n", noteOf(benchmarkCase, result).c_str());
     std::fflush(stdout);
 }
 
@@ -36,16 +44,14 @@ void printLine(const voxlith::BenchmarkCase& benchmarkCase, const voxlith::Bench
     const char* const verdict = !benchmarkCase.goal ? "" : result.ratio <= *benchmarkCase.goal ? "met" : "missed";
     std::printf("%-42s %-35s %7.3f %7.3f %7.3f %6s %s\n", benchmarkCase.work.c_str(), benchmarkCase.reference.c_str(),
                 result.ratio, result.lowest, result.highest, goal, verdict);
-    if (!benchmarkCase.note.empty()) {
-        std::printf("    %s\n", benchmarkCase.note.c_str());
-    }
+    std::printf("    %s\n", noteOf(benchmarkCase, result).c_str());
     std::fflush(stdout);
 }
 
 void printTable(const Run& run) {
     std::filesystem::create_directories(run.options.folder);
     if (!run.tabs) {
-        std::printf("CPU times of %zu rounds, work and reference by turns; lowest and highest are single rounds\n\n",
+        std::printf("Times of %zu rounds, work and reference by turns; lowest and highest are single rounds\n\n",
                     run.rounds);
         std::printf("%-42s %-35s %7s %7s %7s %6s\n", "work", "reference", "ratio", "lowest", "highest", "goal");
     }

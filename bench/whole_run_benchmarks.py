@@ -26,6 +26,7 @@ ITERATION_GOAL = 0.45  # at 23 M coefficients
 ITERATIONS = {'optimiser steps': (2, 11), 'two cycles': (12, 31)}
 GROWTH_GOAL = 1.5  # 1 is growth in proportion; larger sizes leave the caches
 CAT = 'cat FILE >/dev/null from the cache'
+ITERATION_LINE = re.compile(rb' *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ ')
 CLEARING = re.compile(r'clear_(huge_)?page|clear_subpage|clear_user|folio_zero')
 
 
@@ -216,7 +217,7 @@ def profile(run, first=2, last=11):
     record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', '2000', '-o', name]
     with subprocess.Popen([*record, run.settings.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE) as child:
         for line in child.stdout:
-            row = re.match(rb' *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ ', line)
+            row = ITERATION_LINE.match(line)
             if row:
                 ends[int(row[1])] = time.clock_gettime(time.CLOCK_MONOTONIC)
     if child.returncode or last not in ends:
