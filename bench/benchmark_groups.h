@@ -11,8 +11,7 @@ namespace voxlith {
 std::vector<BenchmarkCase> realRowBenchmarks(const BenchmarkOptions& options);
 // The same with column indices drawn at random: neighbouring rows share next to none.
 std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options);
-// Both products with as many threads as there are cores, with one, and with more; ratios of the time of day. Their rows
-// are real ones.
+// Both products of real rows with as many threads as there are cores; ratios of the time of day.
 std::vector<BenchmarkCase> threadBenchmarks(const BenchmarkOptions& options);
 std::vector<BenchmarkCase> transformBenchmarks();
 std::vector<BenchmarkCase> writerBenchmarks(const BenchmarkOptions& options);

@@ -170,6 +170,11 @@ std::vector<BenchmarkCase> productBenchmarks(const RowPattern& pattern, const st
             {"transposed product, " + rows, "Eigen CSR product", std::nullopt, transposed, eigenTransposed}};
 }
 
+struct SharedWork {
+    std::string name;
+    std::function<void()> work;
+};
+
 // Time of day: processor time of threads says nothing of what they gain.
 std::function<double()> withThreads(std::size_t threads, const std::function<void()>& work) {
     return [threads, work] {
@@ -178,6 +183,17 @@ std::function<double()> withThreads(std::size_t threads, const std::function<voi
         work();
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     };
+}
+
+// Work on all cores beside a reference.
+BenchmarkCase threadCase(const SharedWork& work, const SharedWork& reference, std::size_t referenceThreads,
+                         std::optional<double> goal) {
+    const auto nameOf = [](const std::string& name, std::size_t threads) {
+        return name + ", " + std::to_string(threads) + (threads == 1 ? " thread" : " threads");
+    };
+    const std::size_t cores = coresOfProcess();
+    return {nameOf(work.name, cores), nameOf(reference.name, referenceThreads), goal, withThreads(cores, work.work),
+            withThreads(referenceThreads, reference.work)};
 }
 
 void readingPassShared(ProductSetup& setup) {
@@ -204,31 +220,15 @@ std::vector<BenchmarkCase> randomRowBenchmarks(const BenchmarkOptions& options) 
 
 std::vector<BenchmarkCase> threadBenchmarks(const BenchmarkOptions& options) {
     const std::shared_ptr<ProductSetup> setup = makeSetup(repeatRows(readRealPattern(options), options.coefficients));
-    const auto forward = [setup] { multiply(*setup); };
-    const auto transposed = [setup] { multiplyTransposed(*setup); };
-    const auto pass = [setup] { readingPassShared(*setup); };
-    std::vector<BenchmarkCase> cases;
-    const auto add = [&](const std::string& name, const std::function<void()>& work, std::size_t threads,
-                         const std::string& reference, const std::function<void()>& referenceWork,
-                         std::size_t referenceThreads, std::optional<double> goal) {
-        const auto full = [](const std::string& text, std::size_t count) {
-            return text + ", " + std::to_string(count) + (count == 1 ? " thread" : " threads");
-        };
-        cases.push_back({full(name, threads), full(reference, referenceThreads), goal, withThreads(threads, work),
-                         withThreads(referenceThreads, referenceWork)});
-    };
+    const SharedWork pass{"memory pass, 8 bytes a coefficient", [setup] { readingPassShared(*setup); }};
+    const SharedWork forward{"model product", [setup] { multiply(*setup); }};
+    const SharedWork transposed{"transposed product", [setup] { multiplyTransposed(*setup); }};
     const std::size_t cores = coresOfProcess();
-    const std::string passName = "memory pass, 8 bytes a coefficient";
-    add(passName, pass, cores, passName, pass, 1, std::nullopt);
-    cases.back().note = std::to_string(setup->asInFile.size() * sizeof(std::int32_t)) + " bytes";
-    for (const auto& [name, work, goal] : {std::tuple("model product", std::function<void()>(forward), 1.0),
-                                           std::tuple("transposed product", std::function<void()>(transposed), 1.2)}) {
-        add(name, work, cores, passName, pass, cores, goal);
-        add(name, work, cores, name, work, 1, std::nullopt);
-        for (const std::size_t more : {cores + 1, 2 * cores, 4 * cores}) {
-            add(name, work, more, name, work, cores, 1.1);
-        }
-    }
+    std::vector<BenchmarkCase> cases{threadCase(pass, pass, 1, std::nullopt), threadCase(forward, pass, cores, 1.0),
+                                     threadCase(forward, forward, 1, std::nullopt),
+                                     threadCase(transposed, pass, cores, 1.15),
+                                     threadCase(transposed, transposed, 1, std::nullopt)};
+    cases.front().note = std::to_string(setup->asInFile.size() * sizeof(std::int32_t)) + " bytes";
     return cases;
 }
 

@@ -28,7 +28,8 @@ struct RunOptions {
     ModelNorm modelNorm = ModelNorm::smooth;  // --model-norm
     CrossGradientSettings cross;              // --cross-gradient
     std::size_t threads = 1;
-    std::size_t smallestPiece = 4096;  // see Workers; tests make it 1, so that small problems are shared, too
+    std::size_t smallestPiece = 4096;  // see Workers; tests set 1: small problems are shared, too,
+                                       // and there may be more threads than cores
 };
 
 ConvergedSettings convergedSettingsOf(const RunOptions& options);

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "run/run_options.h"
 #include "sensitivity/products.h"
 #include "sensitivity/rows/blocked_products.h"
 #include "support/random_sensitivity.h"
@@ -131,6 +132,22 @@ TEST(ThreadTeam, productsAreTheSameBytesWithAnyNumberOfThreads) {
             expectSameBytes(one.padded, many.padded);
         }
     }
+}
+
+std::size_t threadsOf(std::vector<const char*> words) {
+    words.insert(words.begin(), "voxlith-run");
+    words.push_back("voxlith.inp");
+    RunOptions options;
+    EXPECT_EQ(parseRunOptions(static_cast<int>(words.size()), words.data(), options), ParseResult::run);
+    return options.threads;
+}
+
+// Three threads on two cores would take longer than two.
+TEST(ThreadTeam, noMoreThreadsThanCoresAreStarted) {
+    EXPECT_EQ(threadsOf({}), std::min(coresOfProcess(), mostWorkers));
+    EXPECT_EQ(threadsOf({"--threads", "256"}), std::min(coresOfProcess(), mostWorkers));
+    EXPECT_EQ(threadsOf({"--threads", "1"}), 1U);
+    EXPECT_EQ(threadsOf({"--threads", "256", "--smallest-piece", "1"}), 256U);
 }
 
 }  // namespace
