@@ -24,6 +24,7 @@
 #include "run/input_checks.h"
 #include "run/iteration_output.h"
 #include "run/loop_checkpoint.h"
+#include "run/product_checks.h"
 #include "run/read_thread.h"
 #include "run/screen_capture.h"
 #include "run/stop_signal.h"
@@ -201,6 +202,15 @@ void readSurveyChecked(RunState& run) {
     }
 }
 
+void warnOfProducts(const RunState& run, const RunOptions& options) {
+    if (!isFirstRank()) {
+        return;
+    }
+    for (const std::string& warning : productWarnings(run, options.untilConverged)) {
+        warn("warning: " + warning);
+    }
+}
+
 // --check
 RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture& capture) {
     const std::vector<std::string> arguments = argumentsOf(options);
@@ -211,6 +221,7 @@ RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture&
     readInputs(run, arguments);
     readSurveyChecked(run);
     checkConvergedSettings(convergedSettingsOf(options), run.obs);
+    warnOfProducts(run, options);
     const std::string report = describeRun(run, options);
     releaseScreen(capture);
     if (!options.quiet && isFirstRank()) {
@@ -237,6 +248,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     }
     readSurveyChecked(run);
     checkConvergedSettings(convergedSettingsOf(options), run.obs);
+    warnOfProducts(run, options);
     openProgressOfRanks(run, resumed);
     const double cpuStart = processorSeconds();
     const double julianStart = julianDay(currentDateTime());
