@@ -114,6 +114,32 @@ def test_depth_weights_that_differ(two_kinds, tools):
     assert "the depth weights of gz.mtx and tmi.mtx differ" in done.errors and done.errors.count("\n") == 1
 
 
+def test_depth_weight_of_a_third_file(two_kinds, tools, tmp_path):
+    """A run compares the parameters of the first two files alone."""
+    two_kinds(0.4, 0.05, "40,3")
+    gravity = Survey.read(tmp_path / "d.obs", ["gz", "tmi"]).component(0)
+    for name, weight in (("alike.mtx", "40,3"), ("other.mtx", "40,2")):
+        assert tools("mtx", "--mesh", "mesh.msh", "--stations", "d.obs", "--type", "gz", "--depth-weight", weight, "--out", name).status == 0
+    thrice = Survey(gravity.x, gravity.y, gravity.elevation, np.repeat(gravity.data, 3, axis=0), (0, 0, 0),
+                    np.repeat(gravity.uncertainties(), 3, axis=0))
+    thrice.write("thrice.obs")
+    for name in ("alike.mtx", "other.mtx"):
+        done = tools("init", "--data", "thrice.obs", "--mtx", "gz.mtx", "gz.mtx", name, "--force")
+        assert done.status == 0 and ("the depth weights of gz.mtx and other.mtx differ" in done.errors) == (name == "other.mtx")
+
+
+def test_components_in_another_order_than_the_files(two_kinds, tools, tmp_path):
+    two_kinds(0.4, 0.05, "40,3")
+    found = Survey.read(tmp_path / "d.obs", ["gz", "tmi"])
+    Survey(found.x, found.y, found.elevation, found.data[[1, 1]], ("tx", "tz"), found.uncertainties()[[1, 1]], field=FIELD,
+           direction=DIRECTION).write("m.mag")
+    for kind in ("tx", "tz"):
+        assert tools("mtx", "--mesh", "mesh.msh", "--stations", "m.mag", "--type", kind, "--out", f"{kind}.mtx").status == 0
+    for files, warned in ((("tz.mtx", "tx.mtx"), True), (("tx.mtx", "tz.mtx"), False)):
+        done = tools("init", "--data", "m.mag", "--mtx", *files, "--force")
+        assert done.status == 0 and ("give the files in the order of the components" in done.errors) == warned
+
+
 @pytest.mark.parametrize("density, sign, warning", [
     (400.0, "positive", "check the unit of the data"), (0.4, "positive", ""), (-0.4, "negative", ""),
     (0.4, "negative", "are to be negative: check the sign"), (-0.4, "positive", "are to be positive: check the sign")])

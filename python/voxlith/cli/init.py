@@ -37,6 +37,7 @@ _SIGNS = {"auto": None, "negative": -1, "either": 0, "positive": 1}
 _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
 
 _WEIGHTS = "auto"
+_NOTABLE_DIFFERENCE = 1.0e-3  # of depth weights, relative
 _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign")
 
@@ -96,7 +97,7 @@ def run(arguments: Sequence[str]) -> int:
     if not any((np.isfinite(values) & ~no_data_codes(values)).any() for values in survey.data):
         raise FileError(options.data, "expected a valid datum, found none")
     notes, warnings = _notes(survey)
-    warnings += _depth_weight_warnings(sensitivities)
+    warnings += _component_order_warnings(options.data, sensitivities) + _depth_weight_warnings(sensitivities)
     overrides = Overrides(_SIGNS[options.sign or "auto"], options.tradeoff, options.iterations, options.bounds or "")
     choices = choose_values(sensitivities.headers, overrides)
     add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
@@ -268,16 +269,29 @@ def _notes(survey: Survey) -> tuple[list[str], list[str]]:
     return [f"{survey.n_stations} records, {dummies} dummies"], warnings
 
 
-def _depth_weight_warnings(files: _Sensitivities) -> list[str]:
-    """The program lets a difference of 0.01 pass; else it leaves the weight out of the variable that it optimises, and a
-    run comes to its end much later."""
+def _component_order_warnings(path: str, files: _Sensitivities) -> list[str]:
+    """Components that the count line of the data names in another order than the sensitivity files have."""
     if len(files.headers) < 2:
         return []
-    pairs = zip(files.first.weight_parameters, files.headers[1].weight_parameters)
-    if not any(abs(np.float32(a) - np.float32(b)) > np.float32(0.01) for a, b in pairs):
+    stated = read_obs_file(path, lined=None, any_count=True, strict=False).codes
+    wanted = tuple(header.data_type for header in files.headers)
+    if len(stated) != len(wanted) or stated == wanted:
         return []
-    return [f"the depth weights of {files.names[0]} and {files.names[1]} differ: a run fits slowly without a common one; "
-            "make both with the same --depth-weight"]
+    return [f"its components are {', '.join(map(data_type_name, stated))}, but the files of --mtx are those of "
+            f"{', '.join(map(data_type_name, wanted))}: component i is predicted by file i, whose rows its standard deviations divide; "
+            "give the files in the order of the components"]
+
+
+def _depth_weight_warnings(files: _Sensitivities) -> list[str]:
+    """A model has the depth weight of the first file, and predictions from a file with another one are wrong."""
+    first, warnings = files.first, []
+    for name, header in zip(files.names[1:], files.headers[1:]):
+        larger = np.maximum(first.depth_weight, header.depth_weight)
+        differences = np.abs(first.depth_weight - header.depth_weight) / np.where(larger > 0.0, larger, 1.0)
+        if differences.max(initial=0.0) > _NOTABLE_DIFFERENCE:
+            warnings.append(f"the depth weights of {files.names[0]} and {name} differ: predictions take those of the first file, so "
+                            "those from the other are wrong; make all with the same --depth-weight")
+    return warnings
 
 
 def _report(options: argparse.Namespace, notes: Sequence[str], text: str, how: str) -> None:
