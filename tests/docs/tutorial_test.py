@@ -52,7 +52,7 @@ class TutorialSession(Session):
 
 def lay_clone(folder, build):
     """What a newcomer has in front of him behind the first command of the README."""
-    for name in ('docs', 'scripts', 'examples', 'tools'):
+    for name in ('docs', 'scripts', 'examples', 'tools', 'python'):
         os.symlink(os.path.join(ROOT, name), os.path.join(folder, name))
     os.makedirs(os.path.join(folder, 'build'))
     os.symlink(os.path.abspath(build), os.path.join(folder, 'build', 'release'))
@@ -64,6 +64,8 @@ def follow(text, session):
     for block in blocks_of(text):
         if block.kind == 'run':
             session.run(block)
+        elif block.kind == 'file':
+            session.write(block)
         elif block.kind in ('screen', 'excerpt'):
             expected = session.expected(block)
             if [masked(line) for line in expected] != [masked(line) for line in block.lines]:
