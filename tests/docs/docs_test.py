@@ -9,6 +9,7 @@ compared with the programs, the sources and the files. --accept writes what the 
 import argparse
 import ast
 import os
+import pathlib
 import re
 import shutil
 import subprocess
@@ -20,7 +21,10 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 sys.dont_write_bytecode = True
 sys.path.insert(0, HERE)
+sys.path.insert(0, os.path.join(ROOT, 'scripts', 'pages'))
 from doc_blocks import Session, blocks_of, masked  # noqa: E402
+from make_pages import help_of_all  # noqa: E402
+from option_tables import with_tables  # noqa: E402
 
 DOCS = os.path.join(ROOT, 'docs')
 MAN = os.path.join(ROOT, 'man')
@@ -28,6 +32,7 @@ MADE_PAGES = ['voxlith-run.1', 'voxlith-tools.1', 'voxlith-plot.1']  # from the 
 PAGES = ['voxlith.1', 'voxlith-run.1', 'voxlith-tools.1', 'voxlith-inp.5', 'voxlith-mtx.5']
 REFERENCE_PAGES = ['formats.md', 'control-file.md', 'command-line.md', 'log-and-tables.md', 'voxlith-run.md']
 GUIDE_PAGES = ['survey.md', 'terrain.md', 'regional.md', 'ubc-files.md', 'own-matrix.md', 'case-hamersley.md']
+OPTION_PAGES = ['command-line.md', 'voxlith-run.md', 'pictures-of-a-run.md']
 NUMBER_PAGES = ['choosing-parameters.md', 'when-it-does-not-fit.md']
 STOP_PAGES = ['control-file.md', 'command-line.md', 'log-and-tables.md']
 build = ''
@@ -158,7 +163,7 @@ def subcommand_help():
 
 
 class Options(unittest.TestCase):
-    """Every option of voxlith-tools stands in docs/command-line.md and in the manual page, and no other."""
+    """Every option of the programs stands in the pages and in the manual pages, and no other."""
 
     def setUp(self):
         self.commands = subcommand_help()
@@ -171,6 +176,23 @@ class Options(unittest.TestCase):
         for section in sections:
             documented[section.split('\n')[0].strip()] = set(re.findall(r'(?m)^\| `(--[a-z0-9-]+)', section))
         self.assertEqual(documented, self.commands)
+
+    def test_tables_have_the_text_of_the_help(self):
+        """--accept writes the tables of the pages anew."""
+        commands = help_of_all(pathlib.Path(build))
+        marked = []
+        for name in OPTION_PAGES:
+            page = read(DOCS, name)
+            expected, found = with_tables(page, commands)
+            marked += found
+            if accept:
+                with open(os.path.join(DOCS, name), 'w') as f:
+                    f.write(expected)
+                continue
+            for shown, wanted in zip(page.split('\n'), expected.split('\n')):
+                self.assertEqual(shown, wanted, 'docs/%s: docs_test.py --build DIR --accept Options writes the tables anew' % name)
+            self.assertEqual(page, expected, 'docs/' + name)
+        self.assertEqual(sorted(marked), sorted(set(commands) - {'voxlith', 'voxlith-tools'}))
 
     def test_manual_page(self):
         page = manual_page('voxlith-tools.1')
@@ -187,7 +209,7 @@ class Options(unittest.TestCase):
         shown = subprocess.run([os.path.join(build, 'voxlith-run'), '--help'], check=True, stdout=subprocess.PIPE, text=True).stdout
         options = set(re.findall(r'(?m)^  (?:-\w, )?(--[a-z-]+)', shown))
         self.assertIn('--continue', options)
-        self.assertEqual(set(re.findall(r'(?m)^\| `(--[a-z-]+)', read(DOCS, 'voxlith-run.md'))), options)
+        self.assertEqual(set(re.findall(r'(?m)^\| `(--[a-z-]+)', read(DOCS, 'voxlith-run.md'))), options - {'--help', '--version'})
         self.assertEqual({'--' + name for name in re.findall(r'(?m)^\.It (?:Fl h , )?Fl Fl ([a-z-]+)', manual_page('voxlith-run.1'))}, options)
 
     def test_keywords(self):

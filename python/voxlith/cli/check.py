@@ -70,7 +70,8 @@ def make_parser() -> Parser:
     add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")
     add("--date", metavar="DATE", help="Date of a magnetic survey, to compare its field with IGRF-14")
     add("--sign", choices=["negative", "either", "positive"],
-        help="Sign of the densities of the model: whether many data of gz contradict it (default: either)")
+        help="Sign of the densities of the model: warns when more than a quarter of gz lies more than 2 standard deviations "
+             "on the other side of 0 (default: either)")
     add("--json", metavar="FILE", help="File for all findings as JSON; - for standard output in place of the table")
     add_csv_options(parser)
     return parser

@@ -45,7 +45,8 @@ def make_parser() -> Parser:
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file, seen from FOLDER (default: voxlith.inp)")
     add("--stack", metavar="FILE", help="What voxlith-tools stack wrote (default: NAME.json beside NAME.mtx)")
-    add("--rounds", metavar="COUNT", type=integer_within(1, 50), default=_ROUNDS, help=f"Rounds after round 0 (default: {_ROUNDS})")
+    add("--rounds", metavar="COUNT", type=integer_within(1, 50), default=_ROUNDS, 
+        help=f"Rounds after round 0, 1 to 50 (default: {_ROUNDS})")
     add("--norm", metavar="P", type=number_from(0.0), default=0.0,
         help="Power of the amplitude in the norm, from 0, which counts volume, to 2, which leaves the norm as it is (default: 0)")
     add("--smoothness", metavar="NUMBER", type=number_from(0.0),

@@ -80,7 +80,7 @@ def make_parser() -> Parser:
     add("--model", metavar="[NAME=]FILE", nargs="+", action="extend", help="Model file, or NAME=FILE; as often as there are models")
     add("--out", metavar="FILE", required=True, help="File to write; its ending decides about the format")
     add("--choose", metavar="NAME", help="One of several models, by its number from 1 or its label (GeoTIFF, GemPy, Tomofast-x)")
-    add("--iteration", metavar="NUMBER", help="Models that the run has stored at this iteration")
+    add("--iteration", metavar="NUMBER", help="Models that the run has stored at this iteration, without data")
     add("--layers", metavar="A:B", help="Layers of a GeoTIFF or CSV, counted from 1 at the top (default: all)")
     add("--section", metavar="WHERE", help="A vertical section as GeoTIFF or CSV: x=EASTING, y=NORTHING, two points X1,Y1,X2,Y2, or "
         "stations, below those of one straight line")

@@ -81,7 +81,8 @@ def make_parser() -> Parser:
     add("--iterations", metavar="COUNT", type=integer_within(1, 99999),
         help="Iterations (default: 100; 200 with a sign or two models)")
     add("--weights", choices=["auto", "none"], default=_WEIGHTS,
-        help=f"auto: write depth weights of the model norm for full 3-D models; none: no weights (default: {_WEIGHTS})")
+        help=f"auto: write depth weights of the model norm for full 3-D models and name them on line 10; none: no "
+             f"weights, as suits runs of voxlith itself (default: {_WEIGHTS})")
     return parser
 
 

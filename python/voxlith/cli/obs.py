@@ -67,7 +67,8 @@ def make_parser() -> Parser:
                         help="Components of the table have z upwards: gz, gxz, gyz and tz change their sign")
     parser.add_argument("--field", metavar="INCL,DECL,NT", help="Inducing field incl,decl,nT of magnetic data")
     parser.add_argument("--date", metavar="DATE",
-                        help="Date of a magnetic survey: the field is that of IGRF-14 at its place, in place of --field")
+                        help="Date of a magnetic survey: the field is that of IGRF-14 at its place, in place of --field; its "
+                             "declination is turned from true north to grid north, the y axis of a projected system")
     parser.add_argument("--direction", metavar="AINCL,ADECL",
                         help="Measured direction aincl,adecl (default: along the field)")
     parser.add_argument("--angles", metavar="COLUMNS",

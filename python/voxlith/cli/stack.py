@@ -66,9 +66,10 @@ def make_parser() -> Parser:
     add("--properties", metavar="NAME", nargs="+", required=True,
         help="Names of the properties, NAME=x, y, z or INC,DEC for components of the magnetisation; mx, my and mz are along the axes")
     add("--rows", metavar="FILE", nargs="+", action="append", required=True,
-        help="Observed data, then their sensitivity file for each property or -; once for each type of data")
+        help="Observed data (DATA:N for component N of a file), then their sensitivity file for each property, or - where "
+             "they do not depend on it; once for each type of data")
     add("--scale", metavar="NUMBER", nargs="+",
-        help="auto, or the unit in which each property is counted (default: auto, by a first model of each)")
+        help="auto, or the unit in which each property is counted (default: auto, the size of a first model of each)")
     add("--bounds", metavar="BOUNDS", nargs="+",
         help="lower,upper, a bounds file, or null: one for all or one for each property (default: null)")
     add("--start", metavar="FILE", nargs="+", help="Starting model: files or numbers (default: 0)")

@@ -31,14 +31,16 @@ def add_data_options(parser: Parser) -> None:
     """Columns and types of the data, their default standard deviation, and what stands for no datum."""
     add = parser.add_argument
     add("--data", metavar="COLUMN", nargs="+", action="extend",
-        help="Columns datum or datum:standard deviation of each component of a CSV, up to six")
+        help="Columns datum or datum:standard deviation of each component of a CSV, up to six; in mGal, "
+             "Eotvos (gradients) or nT, else with --data-scale")
     add("--type", metavar="TYPE", nargs="+", action="extend",
         help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code (default: gz, or tmi with "
              "a field)")
     add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
     add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
     add("--data-scale", metavar="FACTOR", type=number_from(0.0, above=True),
-        help="Multiply the data and their standard deviations by it, such as 0.001 from microgal to mGal")
+        help="Multiply the data and their column of standard deviations by it, such as 0.001 from microgal to mGal; not "
+             "--percent and --floor")
     add("--error-scale", metavar="FACTOR", type=number_from(0.0, above=True),
         help="Multiply the column of the standard deviations by it, in place of --data-scale")
     add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
