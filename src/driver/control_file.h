@@ -1,4 +1,4 @@
-// The control file, voxlith.inp by custom: lines 1 to 12 in strict order, then product definitions.
+// The control file, voxlith.inp by default: lines 1 to 12 in strict order, then product definitions.
 #pragma once
 
 #include "base/messages.h"

@@ -16,7 +16,7 @@ namespace voxlith {
 
 namespace {
 
-constexpr float noBoundMagnitude = 98.9F;     // a side of this magnitude (99 by custom) has no bound
+constexpr float noBoundMagnitude = 98.9F;     // a side of this magnitude (99 by convention) has no bound
 constexpr float noLowerMagnitude = 99990.0F;  // next to a true upper bound, in a file of pairs
 constexpr float openSide = -99.0F;            // a value down to here is no bound that positivity has to raise
 

@@ -20,7 +20,7 @@ LARGEST_CONTRAST = {"g/cm3": 3.0, "SI": 1.0}
 
 
 def fitted_background(data: Reals, response: Reals) -> float | None:
-    """The value of the surface layer that fits the data beside a level, as a run fits it; None when nothing does.
+    """The value of the surface layer that fits the data beside a constant offset, as a run fits it; None when nothing does.
 
     Parameters
     ----------

@@ -43,8 +43,8 @@ def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str
     findings = []
     if abs(plane[0]) > _OFFSET * least:
         findings.append(Finding(
-            "warning", "constant-offset", f"{label}: the edge of the survey has a level of {plane[0]:.4g} {unit}, and the "
-            f"anomalies a range of {anomalies:.3g} {unit}; a body cannot explain a level",
+            "warning", "constant-offset", f"{label}: the data have a constant offset of {plane[0]:.4g} {unit} at the "
+            f"edge of the survey, beside anomalies with a range of {anomalies:.3g} {unit}; no body explains an offset",
             "subtract it with voxlith-tools regional (order 0 or 1)"))
     if swing > _TREND * least:
         direction = np.degrees(np.arctan2(plane[1], plane[2])) % 360.0
