@@ -89,8 +89,8 @@ def draw(name, folder, asked):
     made = []
     for part in getattr(example, 'FOLDERS', ['']):
         with tempfile.TemporaryDirectory() as out:
-            subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), os.path.join(folder, part), '--out', out, '--at',
-                            'largest'], check=True, stdout=subprocess.DEVNULL)
+            subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), os.path.join(folder, part), '--out', out],
+                           check=True, stdout=subprocess.DEVNULL)
             for picture in wanted:
                 target = 'pictures/%s_%s%s.png' % (name, picture, part and '_' + part)
                 small_copy(os.path.join(out, picture + '.png'), os.path.join(asked.docs, target))

@@ -110,3 +110,14 @@ def model_quantity(code: int) -> tuple[str, str]:
     ('susceptibility', 'SI')
     """
     return ("susceptibility", "SI") if is_magnetic(code) else ("density contrast", "g/cm3")
+
+
+def unit_text(unit: str) -> str:
+    """A unit as pictures and reports show it. Files, tables and messages have the plain letters.
+
+    >>> unit_text("0.5 g/cm3")
+    '0.5 g/cm³'
+    """
+    for plain, shown in (("g/cm3", "g/cm³"), ("Eotvos", "Eötvös")):
+        unit = unit.replace(plain, shown)
+    return unit

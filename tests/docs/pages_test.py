@@ -150,7 +150,7 @@ class Bash(Shell):
                               ('voxlith m', ['mine.inp']), ('voxlith mine.inp N', ['NOFAST']), ('voxlith mine.inp Tr', ['Tradeoff=']),
                               ('voxlith-run-mpi mine.inp Tr', ['Tradeoff=']), ('voxlith-run --json-log runl', ['runlog.txt']),
                               ('voxlith-run --threads ', []), ('voxlith-plot run1 --only data se', ['sections']),
-                              ('voxlith-plot run1 --at ', ['middle', 'largest']), ('voxlith-tools bounds --mesh x.msh bl', [])]:
+                              ('voxlith-plot run1 --at ', ['peak', 'largest', 'middle']), ('voxlith-tools bounds --mesh x.msh bl', [])]:
             with self.subTest(line=line):
                 self.assertEqual(self.complete(line), offered)
 

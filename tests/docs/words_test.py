@@ -39,7 +39,11 @@ AVOIDED = [
     (r'\bstands? apart by\b', 'separated by'),
     (r'\bare held\b', 'are fixed'),
     (r'\btakes? off\b|\btaken off\b', 'remove'),
+    (r'\ba level of\b|\ba level\b(?! (surface|road))', 'a constant offset'),
 ]
+
+# In pages only: files, tables, messages and manual pages have the plain letters.
+UNITS = [(r'g/cm3', 'g/cm³'), (r'\bEotvos\b', 'Eötvös')]
 
 
 def pages():
@@ -63,9 +67,9 @@ def prose_lines(path):
     return text.split('\n')
 
 
-def avoided_terms(lines):
+def avoided_terms(lines, more):
     text = '\n'.join(lines)
-    for pattern, better in AVOIDED:
+    for pattern, better in AVOIDED + more:
         for match in re.finditer(pattern, text, re.IGNORECASE):
             yield text.count('\n', 0, match.start()) + 1, f'"{match.group(0)}": write {better}'
 
@@ -101,7 +105,7 @@ def main():
     faults = 0
     for path in sys.argv[1:] or pages():
         lines = prose_lines(path)
-        for number, fault in sorted([*avoided_terms(lines), *long_sentences(lines)]):
+        for number, fault in sorted([*avoided_terms(lines, UNITS if path.endswith('.md') else []), *long_sentences(lines)]):
             print(f'{os.path.relpath(path, ROOT)}:{number}: {fault}')
             faults += 1
     if faults:

@@ -13,7 +13,7 @@ from matplotlib.patches import Rectangle
 from voxlith import Mesh, Model, Run, Survey, UsageError, VoxlithError, plot
 from voxlith.io.bodies_file import TrueBody, read_bodies_file
 from voxlith.plot.convergence import noise_level, unchanged
-from voxlith.plot.cuts import peak_layer, section_below, shown_window, stations_near
+from voxlith.plot.cuts import peak_cell, section_below, shown_window, stations_near
 from voxlith.plot.data import gapless_triangles
 from voxlith.plot.data_view import view_of
 from voxlith.plot.lengths import length_scale
@@ -208,10 +208,10 @@ def test_lengths(low, high, label, tick):
 
 # Sections
 
-def test_sections_lie_below_the_middle_of_the_stations(gravity: Bench):
+def test_sections_below_the_middle_of_the_stations(gravity: Bench):
     run = Run(gravity.folder)
     model, survey = run.model(), run.observed
-    figure = plot.sections(run, bodies=[BODY])
+    figure = plot.sections(run, bodies=[BODY], at="middle")
     layer, at_y, at_x = figure.axes[:3]
     size = np.abs(model.cube)
     k = np.argmax((size[:-1] * (size[:-1] > size[1:])).reshape(3, -1).max(axis=1))
@@ -238,19 +238,19 @@ def test_the_largest_cell_on_request(gravity: Bench):
     np.testing.assert_array_equal(colours(at_x), model.cube[:, i].ravel())
 
 
-def test_the_layer_of_the_peak():
+def test_sections_meet_at_the_peak():
     """A body inside the mesh counts, not a larger value that goes on to the bottom."""
     mesh = Mesh.from_widths((0.0, 0.0, 0.0), 8 * [50.0], 8 * [50.0], 6 * [50.0])
     values = np.zeros(mesh.shape)
     values[1:3, 3, 3] = 0.2, 0.3
     values[3:, 5, 5] = 0.3, 0.4, 0.5
     survey = survey_at([25.0, 375.0], [25.0, 300.0], 1.0)
-    for at, words in (("middle", "at the peak, depth 100 to 150 m"), ("largest", "at the largest value, depth 250 to 300 m")):
+    for at, words in (("peak", "at the peak, depth 100 to 150 m"), ("largest", "at the largest value, depth 250 to 300 m")):
         assert words in plot.sections(Model(mesh, values), survey=survey, at=at).axes[0].get_title()
     values[2, 3, 3] = 0.0  # the peak is the upper cell now
-    assert peak_layer(values) == 1
-    assert peak_layer(values[3:]) == 2 and peak_layer(values[5:]) == 0  # nothing but growth
-    assert peak_layer(np.where(values > 0.0, values, np.nan)) == 1  # the cell below it has no value
+    assert peak_cell(values) == (1, 3, 3)
+    assert peak_cell(values[3:]) == (2, 5, 5) and peak_cell(values[5:]) == (0, 5, 5)  # nothing but growth
+    assert peak_cell(np.where(values > 0.0, values, np.nan)) == (1, 3, 3)  # the cell below it has no value
 
 
 def test_free_space_holds_the_range_of_each_layer():
@@ -278,7 +278,7 @@ def test_a_given_point(gravity: Bench):
         with pytest.raises(UsageError, match=words):
             plot.sections(run, at=point)
     for at in ("centre", (1100.0, 2100.0)):
-        with pytest.raises(UsageError, match="expected middle, largest, or easting, northing and elevation"):
+        with pytest.raises(UsageError, match="expected peak, largest, middle, or easting, northing and elevation"):
             plot.sections(run, at=at)
     for draw, words in ((plot.sections, "expected a Run or a Model, found str"), (plot.data, "a Run, a Fit or a Survey, found str")):
         with pytest.raises(UsageError, match=words):

@@ -163,7 +163,7 @@ def test_wrong_names(gravity, copied, plot, tmp_path):
 @pytest.mark.parametrize("words, problem", [
     ((), "FOLDER is required"), (("a", "b"), "b: expected no further argument"),
     ((".", "--only", "map"), "--only map: expected one of convergence, data, sections, vectors, stereonet, zscores"),
-    ((".", "--at", "1,2"), "--at 1,2: expected X,Y,Z, middle or largest"),
+    ((".", "--at", "1,2"), "--at 1,2: expected X,Y,Z, peak, largest or middle"),
     ((".", "--format", "gif"), "--format gif: expected one of png, pdf, svg"),
     ((".", "--iteration", "x"), "--iteration: expected a whole number from 0 to 99999, found x"),
     ((".", "--limits", "2,1"), "--limits 2,1: expected two numbers that rise"),

@@ -47,7 +47,7 @@ def test_texts_are_those_of_the_files(browser: Browser, gravity: Bench, tmp_path
     summary = dict(browser.table("summary-table"))
     assert summary["RMS misfit at the end"] == f"{table[-1].misfit:.4f}"
     assert summary["Iterations"] == str(table[-1].iteration)
-    assert summary["Density contrast"] == f"{model.values.min():.6g} to {model.values.max():.6g} g/cm3"
+    assert summary["Density contrast"] == f"{model.values.min():.6g} to {model.values.max():.6g} g/cm³"
     masked = int(np.isnan(fit.observed.data).sum())
     rms = np.sqrt(np.nanmean(fit.zscore**2))
     assert masked > 0
@@ -70,7 +70,7 @@ def test_controls_change_the_pictures(browser: Browser, gravity: Bench, tmp_path
     browser.set("threshold", 200)
     lower = browser.canvas("scene-canvas")
     assert (lower != scene).any() and browser.text("scene-text") != text
-    assert "g/cm3" in browser.text("threshold-value")
+    assert "g/cm³" in browser.text("threshold-value")
     assert (browser.canvas("section-x") == section).all()
     for axis, count in (("x", 8), ("y", 6), ("z", 4)):
         before, plane = browser.canvas("scene-canvas"), browser.canvas(f"section-{axis}")
@@ -221,7 +221,7 @@ def test_follows_a_run(browser: Browser, tmp_path: Path) -> None:
         rows = len(browser.table("iteration-table"))
         browser.wait(lambda: browser.text("live") != first)
         browser.wait(lambda: len(browser.table("iteration-table")) > rows)
-        assert browser.text("section-readout").endswith("g/cm3")
+        assert browser.text("section-readout").endswith("g/cm³")
         assert {address.startswith((server.address, "data:")) for address in browser.requests()} == {True}
         assert browser.errors() == []
         assert program.poll() is None

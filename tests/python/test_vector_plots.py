@@ -39,7 +39,7 @@ def test_arrows_point_along_the_vectors(vector):
         assert np.arctan2(arrow.V, arrow.U) == pytest.approx(np.arctan2(expected[1], expected[0]))
         assert np.hypot(arrow.U, arrow.V) / np.hypot(*expected) == pytest.approx(np.hypot(arrows[0].U[0], arrows[0].V[0]) / np.hypot(east, north))
     titles = [panel.get_title() for panel in figure.axes]
-    assert titles[:3] == ["Elevation -75 to -50 m", "Section at y 150 to 200 m", "Section at x 200 to 250 m"]
+    assert titles[:3] == ["Elevation -100 to -75 m", "Section at y 150 to 200 m", "Section at x 200 to 250 m"]
 
 
 def test_stereonet_shows_the_cells_of_the_body(vector):

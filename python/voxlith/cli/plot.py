@@ -52,9 +52,10 @@ def make_parser() -> Parser:
     add("--out", metavar="FOLDER", help="Folder of the pictures (default: FOLDER/plots)")
     add("--only", nargs="+", choices=PICTURES,
         help="These pictures alone (default: all)")
-    add("--at", metavar="X,Y,Z|{middle,largest}",
-        help="Where the sections meet: a point, Z its elevation; middle, that of the stations' extent; or largest, the cell "
-             "of the largest magnitude below the stations (default: middle)")
+    add("--at", metavar="X,Y,Z|{peak,largest,middle}",
+        help="Where the sections meet: a point, Z its elevation; largest, the cell of the largest magnitude below the "
+             "stations; peak, likewise, but with a smaller magnitude below it; or middle, that of the stations' extent "
+             "(default: peak)")
     add("--iteration", metavar="NUMBER", type=integer_within(0, 99999), help="Sections of the model stored at iteration N")
     add("--whole-mesh", action="store_true", help="Sections with padding cells and great depths")
     add("--true", metavar="FILE",
@@ -75,7 +76,6 @@ def main(arguments: Sequence[str] | None = None) -> int:
 
 def _run(words: Sequence[str]) -> int:
     options = make_parser().parse(words)
-    options.at_given = options.at is not None
     options.at = _place(options.at)
     options.limits = _limits(options.limits)
     from ..run import Run
@@ -89,9 +89,9 @@ def _run(words: Sequence[str]) -> int:
 
 
 def _place(text: str | None) -> Any:
-    if text in (None, "middle", "largest"):
-        return text or "middle"
-    return tuple(number_list("--at", "X,Y,Z, middle or largest", text or "", 3))
+    if text in (None, "peak", "largest", "middle"):
+        return text or "peak"
+    return tuple(number_list("--at", "X,Y,Z, peak, largest or middle", text or "", 3))
 
 
 def _limits(text: str | None) -> tuple[float, float] | None:
@@ -177,7 +177,7 @@ def _vectors(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]
         from .. import plot
         stacked, vector = found
         yield "vectors", plot.vector_sections(vector, survey=stacked.survey(), field=_field_of(stacked),
-                                              at=options.at if options.at_given else "largest", whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
+                                              at=options.at, whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
 
 
 def _stereonet(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:

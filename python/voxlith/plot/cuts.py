@@ -17,7 +17,7 @@ from ..survey import Survey
 from .lengths import metres
 
 Reals = npt.NDArray[np.float64]
-At = tuple[float, float, float] | Literal["middle", "largest"]
+At = tuple[float, float, float] | Literal["peak", "largest", "middle"]
 
 _ALIKE = 1.05  # cells of the core are at most so many times as wide as the widest one below the stations
 _CORE = 1.5  # without stations: times as wide as the narrowest
@@ -116,8 +116,9 @@ def station_window(mesh: Mesh, survey: Survey | None, window: Window) -> Window:
 def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -> tuple[float, float, float]:
     """Where the planes of the picture meet: easting, northing, elevation.
 
-    ``"middle"``: the middle of the stations' extent, in the layer of :func:`peak_layer`.
+    ``"peak"``: the cell of :func:`peak_cell` below the stations; of a uniform model, their middle.
     ``"largest"``: the cell of the largest magnitude below the stations.
+    ``"middle"``: the middle of the stations' extent, in the layer of the peak.
 
     Raises
     ------
@@ -125,8 +126,8 @@ def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -
         For a point outside the mesh, and when no cell has a value.
     """
     mesh = model.mesh
-    if at not in ("middle", "largest") and (isinstance(at, str) or len(at) != 3):
-        raise UsageError(f"at {at}: expected middle, largest, or easting, northing and elevation of a point")
+    if at not in ("peak", "largest", "middle") and (isinstance(at, str) or len(at) != 3):
+        raise UsageError(f"at {at}: expected peak, largest, middle, or easting, northing and elevation of a point")
     if not isinstance(at, str):
         for axis, nodes, value in zip(("x", "y", "elevation"), (mesh.x_nodes, mesh.y_nodes, mesh.z_nodes), at):
             low, high = float(nodes.min()), float(nodes.max())
@@ -140,17 +141,16 @@ def meeting_point(model: Model, survey: Survey | None, window: Window, at: At) -
         magnitude = np.abs(below.part(shown_cube(model)))
     if not np.isfinite(magnitude).any():
         raise UsageError("no cell of the model has a value")
-    k, i, j = (int(n) for n in np.unravel_index(int(np.nanargmax(magnitude)), magnitude.shape))
+    k, i, j = _cell_of(np.nanargmax(magnitude), magnitude) if at == "largest" else peak_cell(magnitude)
     x, y = float(mesh.x_centres[below.x[0] + i]), float(mesh.y_centres[below.y[0] + j])
-    if at == "middle":
+    if at == "middle" or (at == "peak" and np.nanmax(magnitude) == np.nanmin(magnitude)):
         x = _middle(mesh.x_nodes, None if survey is None else survey.x, below.x)
         y = _middle(mesh.y_nodes, None if survey is None else survey.y, below.y)
-        k = peak_layer(magnitude)
     return x, y, float(mesh.z_centres[below.z[0] + k])
 
 
-def peak_layer(magnitude: Reals) -> int:
-    """The layer of the largest magnitude that does not go on growing downwards, from 0 at the top.
+def peak_cell(magnitude: Reals) -> tuple[int, int, int]:
+    """Layer, column to the east and column to the north, from 0, of the largest magnitude that does not go on growing downwards.
 
     The data hardly see the deepest layers, and a model that grows to the bottom of the mesh has its largest value in
     the last one. So a value counts where the cell below it is smaller or has none; without such a cell, every value.
@@ -163,7 +163,12 @@ def peak_layer(magnitude: Reals) -> int:
     known = np.nan_to_num(magnitude, nan=-1.0)
     peaks = known[:-1] * (known[:-1] > known[1:])
     largest = peaks if len(peaks) and peaks.max() > 0.0 else known
-    return int(np.unravel_index(int(np.argmax(largest)), largest.shape)[0])
+    return _cell_of(np.argmax(largest), largest)
+
+
+def _cell_of(number: np.intp, cube: Reals) -> tuple[int, int, int]:
+    k, i, j = (int(n) for n in np.unravel_index(int(number), cube.shape))
+    return k, i, j
 
 
 def _middle(nodes: Reals, stations: Reals | None, cells: tuple[int, int]) -> float:

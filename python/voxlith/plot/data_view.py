@@ -7,10 +7,11 @@ from dataclasses import dataclass
 
 import numpy as np
 
+from ..codes import unit_text
 from ..errors import UsageError, VoxlithError
 from ..run import Fit, Run
 from ..survey import Survey
-from .style import Reals, drawable, unit_text
+from .style import Reals, drawable
 
 
 @dataclass(frozen=True)

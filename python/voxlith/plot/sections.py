@@ -14,6 +14,7 @@ from matplotlib.patches import Patch, Rectangle
 from matplotlib.patheffects import withStroke
 from matplotlib.ticker import MaxNLocator
 
+from ..codes import unit_text
 from ..errors import UsageError, VoxlithError
 from ..io.bodies_file import TrueBody
 from ..model import Model
@@ -25,7 +26,7 @@ from .cuts import (At, Window, meeting_point, section_below, section_title, show
                    station_window)
 from .data_view import last_iteration
 from .lengths import length_scale, map_axes, metres, show_lengths
-from .style import Limits, Reals, drawable, new_figure, styled, unit_text
+from .style import Limits, Reals, drawable, new_figure, styled
 
 Surface = Callable[[Any, Any], Any]
 
@@ -38,13 +39,13 @@ _LEAST_RANGES = 1.2  # inches of the panel below the histogram; with less it is 
 _TOP, _BOTTOM, _BAR, _BETWEEN = 0.95, 0.85, 1.2, 0.75
 _ROWS, _ROW = 2, 0.2  # rows of the legend that _BOTTOM holds, and inches of a further one
 _GROUND = "#5b3a1a"
-_CHOSEN = {"middle": " at the peak", "largest": " at the largest value"}
+_CHOSEN = {"peak": " at the peak", "middle": " at the peak", "largest": " at the largest value"}
 _SLICE_TITLE, _SECTION_TITLE = 3.4, 2.4  # inches of their titles
 _PLAIN_POWERS = (-3, 5)  # of ten: values within are written in full
 
 
 @styled
-def sections(source: Run | Model, model_type: int | str = 0, *, iteration: int | None = None, at: At = "middle",
+def sections(source: Run | Model, model_type: int | str = 0, *, iteration: int | None = None, at: At = "peak",
              survey: Survey | None = None, surface: Surface | None = None, bodies: Sequence[TrueBody] = (),
              whole_mesh: bool = False, colormap: str | None = None, limits: Limits | None = None,
              inversion_style: int | None = None, title: str | None = None) -> Figure:
@@ -61,9 +62,10 @@ def sections(source: Run | Model, model_type: int | str = 0, *, iteration: int |
         Of a run: number from 0, or label.
     iteration : int, optional
         Of a run: a stored iteration.
-    at : {"middle", "largest"} or (x, y, elevation)
-        Where the planes meet: the middle of the stations' extent, in the layer of the largest magnitude below the
-        stations that has a smaller one below it; the cell of the largest magnitude there; or a point, metres.
+    at : {"peak", "largest", "middle"} or (x, y, elevation)
+        Where the planes meet: the cell of the largest magnitude below the stations that has a smaller one below it; the
+        cell of the largest magnitude there; the middle of the stations' extent, in the layer of the peak; or a point,
+        metres.
     survey : Survey, optional
         Stations; of a run, those of its data.
     surface : callable, optional
@@ -265,9 +267,10 @@ class _Page:
         limits = float(plane.nodes[0]), float(plane.nodes[-1])
         if self.survey is not None:
             at, elevation = stations_near(plane, self.survey)
-            panel.plot(at, sign * elevation, linestyle="none", marker="v", markersize=2.5, color="black", clip_on=False,
-                       zorder=4, rasterized=len(at) > style.MOST_VECTOR_POINTS)
-            limits = _with(limits, at)
+            if len(at):
+                panel.plot(at, sign * elevation, linestyle="none", marker="v", markersize=2.5, color="black", clip_on=False,
+                           zorder=4, rasterized=len(at) > style.MOST_VECTOR_POINTS)
+                limits = _with(limits, at)
         if plane.axis:
             panel.axvline(self.where[0 if plane.axis == "x" else 1], color=self.cross, linewidth=0.8, linestyle=":")
         panel.axhline(sign * self.where[2], color=self.cross, linewidth=0.8, linestyle=":")

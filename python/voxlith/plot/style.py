@@ -35,7 +35,6 @@ SETTINGS: Final[dict[str, Any]] = {
     "text.parse_math": False, "text.usetex": False, "axes.formatter.use_mathtext": False,
 }
 
-_UNITS = {"g/cm3": "g/cm³", "Eotvos": "Eötvös"}
 _BOTH_SIGNS = 0.15  # of the larger magnitude; a smaller one of the other sign does not matter
 _LARGEST = 1.0e30  # beyond it Matplotlib's ticks overflow
 
@@ -60,17 +59,6 @@ def new_figure(width: float, height: float, *, constrained: bool = True) -> Figu
     figure = Figure(figsize=(width, height), layout="constrained" if constrained else None)
     FigureCanvasAgg(figure)
     return figure
-
-
-def unit_text(unit: str) -> str:
-    """A unit as pictures show it.
-
-    >>> unit_text("0.5 g/cm3")
-    '0.5 g/cm³'
-    """
-    for plain, shown in _UNITS.items():
-        unit = unit.replace(plain, shown)
-    return unit
 
 
 def drawable(values: npt.ArrayLike) -> Reals:

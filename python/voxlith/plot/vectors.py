@@ -26,7 +26,7 @@ _RING = 30  # degrees between the circles of a stereonet
 
 
 @styled
-def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field: Direction | None = None, at: At = "largest",
+def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field: Direction | None = None, at: At = "peak",
                     whole_mesh: bool = False, colormap: str | None = None, limits: Limits | None = None,
                     title: str | None = None) -> Figure:
     """A depth slice and two vertical sections: amplitude in colours, and arrows of the vectors' components in the plane.
@@ -41,7 +41,7 @@ def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field:
         Stations, below which the sections lie.
     field : Direction, optional
         Of the inducing field; an arrow of its own in each panel.
-    at : {"largest", "middle"} or (x, y, elevation)
+    at : {"peak", "largest", "middle"} or (x, y, elevation)
         Where the planes meet; see :func:`~voxlith.plot.sections`.
     whole_mesh : bool
         Whether padding cells and great depths are shown.

@@ -13,6 +13,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ..checks import check_survey
+from ..codes import unit_text
 from ..errors import FileError, PathLike, RunError, UsageError
 from ..io.log_file import RunLog
 from ..io.output import read_bytes
@@ -207,7 +208,7 @@ def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: lis
         if len(found):
             lines.append([model.name[:1].upper() + model.name[1:],
                           f"{_number(float(found.min()))} to {_number(float(found.max()))}"
-                          f"{' x' if model.unit[:1].isdigit() else ''} {model.unit}"])
+                          f"{' x' if model.unit[:1].isdigit() else ''} {unit_text(model.unit)}"])
     return lines
 
 
@@ -218,7 +219,7 @@ def _fit_rows(run: Run, fit: Fit | None) -> list[list[str]]:
     for name, unit, z in zip(run.data_names(), fit.observed.units, fit.zscore):
         used = z[~np.isnan(z)]
         rms = f"{math.sqrt(float(np.mean(used**2))):.4f}" if len(used) else "no value"
-        rows.append([f"{name} ({unit})", str(len(used)), str(len(z) - len(used)), rms])
+        rows.append([f"{name} ({unit_text(unit)})", str(len(used)), str(len(z) - len(used)), rms])
     return rows
 
 
@@ -266,7 +267,7 @@ def _shown_model(model: Model, window: Window) -> Contents:
     known = values[~np.isnan(values)]
     low, high = (float(known.min()), float(known.max())) if len(known) else (0.0, 0.0)
     cells = encode_singles(values) if values.size <= _EXACT_CELLS else encode_steps(values)
-    return {"name": model.name, "unit": model.unit, "low": low, "high": high, "cells": cells}
+    return {"name": model.name, "unit": unit_text(model.unit), "low": low, "high": high, "cells": cells}
 
 
 def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> Contents | None:
@@ -329,7 +330,7 @@ def _components(run: Run, fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[C
     if fit is None:
         return []
     sigma = fit.observed.uncertainties()
-    return [{"name": name, "unit": unit, "observed": encode_singles(fit.observed.data[number, kept]),
+    return [{"name": name, "unit": unit_text(unit), "observed": encode_singles(fit.observed.data[number, kept]),
              "predicted": encode_singles(fit.predicted[number, kept]), "uncertainty": encode_singles(sigma[number, kept])}
             for number, (name, unit) in enumerate(zip(run.data_names(), fit.observed.units))]
 

@@ -43,7 +43,8 @@ function takeContents(data) {
   drawAll();
 }
 
-/** The sections first meet in the cell of the largest magnitude, below the stations where there are cells with values. */
+/** The sections first meet at the peak: the largest magnitude below the stations that has a smaller one below it. Values that
+ * grow down to the bottom of the mesh, and cells beyond the stations, count where there is nothing else. */
 function chooseStart() {
   report.started = true;
   const { mesh, models } = report.data, values = valuesOf(report, 0), { x, y } = mesh.centres;
@@ -52,9 +53,11 @@ function chooseStart() {
     return (n) => n >= first && n <= last;
   };
   const inX = below(mesh.x, report.stations && report.stations.x), inY = below(mesh.y, report.stations && report.stations.y);
+  const layer = x.length * y.length;
   let best = 0, most = -1;
   for (let n = 0; n < values.length; n++) {
-    const size = Math.abs(values[n]) * (inX(n % x.length) && inY(Math.floor(n / x.length) % y.length) ? 1 : 1e-9);
+    const grows = n + layer >= values.length || Math.abs(values[n + layer]) >= Math.abs(values[n]);
+    const size = Math.abs(values[n]) * (grows ? 1e-6 : 1) * (inX(n % x.length) && inY(Math.floor(n / x.length) % y.length) ? 1 : 1e-12);
     if (size > most) { [best, most] = [n, size]; }
   }
   report.at = { i: best % x.length, j: Math.floor(best / x.length) % y.length, k: Math.floor(best / x.length / y.length) };
