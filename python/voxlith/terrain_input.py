@@ -25,6 +25,11 @@ _Z_NAMES = ("z", "elevation", "height", "h", "elev", "alt", "altitude", "elevati
 _LEAST_COVERED = 0.98
 
 
+def terrain_step(x: Reals, y: Reals) -> float:
+    """Step of the points of a raster that suits heights below stations: a hundredth of their extent, a metre at least."""
+    return max(float(np.ptp(x)), float(np.ptp(y)), 100.0) / 100.0
+
+
 def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str = "", terrain_crs: str = "",
                  shift: tuple[float, float] = (0.0, 0.0)) -> tuple[Terrain, str]:
     """The surface around places.

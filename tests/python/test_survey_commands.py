@@ -92,6 +92,23 @@ def test_check_against_mesh_sensitivities_and_date(tools, tmp_path, magnetic):
     assert "--crs" in one_line(done, 2)
 
 
+def test_check_shows_the_field_of_a_table_without_one(tools, tmp_path):
+    rows = "".join(f"{452000 + 100 * n},5318000,40,{n % 7}\n" for n in range(20))
+    (tmp_path / "tmi.csv").write_text("x,y,z,d\n" + rows)
+    done = tools("check", "tmi.csv", "--data", "d", "--type", "tmi", "--floor", 1, "--crs", UTM33, "--date", "2024-05-01")
+    assert "IGRF-14 has inclination 64.4, declination 5." in done.out and "convert the table with --date" in done.out
+
+
+def test_regional_warns_of_a_sign_that_anomalies_of_both_signs_contradict(tools, tmp_path):
+    x, y = (a.ravel() * 100.0 for a in np.meshgrid(np.arange(16.0), np.arange(16.0)))
+    bump = [1.0 / (1.0 + ((x - at) ** 2 + (y - 700.0) ** 2) / 200.0**2) ** 1.5 for at in (300.0, 1200.0)]
+    for name, data, expected in (("both.obs", 3.0 * bump[0] - 12.0 * bump[1], True), ("one.obs", 3.0 * bump[0], False)):
+        noise = np.random.default_rng(1).normal(0.0, 0.02, x.shape)
+        Survey(x, y, 0.0 * x, [data + noise], (0,), [np.full(x.shape, 0.02)]).write(tmp_path / name)
+        done = tools("regional", name, "--order", 1, "--anomaly", "positive", "--out", "residual.obs")
+        assert done.status == 0 and ("% of the residuals are positive" in done.errors) == expected, done.out
+
+
 def test_weights(tools, tmp_path, gravity):
     done = tools("weights", "--mtx", gravity.path("data.mtx"), "--out", "w.txt")
     assert done.status == 0 and "1 1 1 1" in done.out

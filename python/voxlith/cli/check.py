@@ -18,7 +18,7 @@ from ..checks.stations import check_scale
 from ..checks.survey import station_names
 from ..checks.table import check_encoding, read_loosely
 from ..crs import convert, outside_area_of_use, parse_crs
-from ..earth_field import earth_field
+from ..earth_field import earth_field, inducing_field
 from ..errors import FileError, UsageError
 from ..grid_table import is_grid
 from ..io.control_file import ControlValues, read_control_file
@@ -29,7 +29,7 @@ from ..mesh import Mesh
 from ..side_file import SideInfo, read_side_file
 from ..survey import Survey
 from ..survey_table import SurveyColumns
-from ..terrain_input import read_terrain
+from ..terrain_input import read_terrain, terrain_step
 from .obs import type_code
 from .output import check_output, say
 from .parser import Parser
@@ -193,8 +193,7 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
     if options.mesh:
         findings += check_mesh(*places, Mesh.read(options.mesh), names, bool(options.topography))
     if options.topography:
-        step = max(float(np.ptp(survey.x)), float(np.ptp(survey.y)), 100.0) / 100.0
-        surface, warning = read_terrain(options.topography, np.column_stack(places[:2]), step, crs=side.crs,
+        surface, warning = read_terrain(options.topography, np.column_stack(places[:2]), terrain_step(survey.x, survey.y), crs=side.crs,
                                         terrain_crs=options.terrain_crs or "", shift=side.shift)
         findings += check_terrain(*places, surface, names)
         if warning:
@@ -204,7 +203,10 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
             findings += check_sensitivities(*places, mtx.header, os.fspath(options.mtx), names)
     if options.date:
         if survey.field is None:
-            raise UsageError("--date: the data have no inducing field to compare with")
-        field = earth_field(survey, side.crs, options.date, side.shift)
-        findings += check_field(survey.field, field, options.date)
+            found = inducing_field(survey, side.crs, options.date, side.shift)
+            findings.append(Finding("note", "field-direction", f"the data have no inducing field; IGRF-14 has inclination "
+                                    f"{found.inclination:.1f}, declination {found.declination:.1f} from grid north and "
+                                    f"{found.strength:.0f} nT on {options.date}", "convert the table with --date"))
+        else:
+            findings += check_field(survey.field, earth_field(survey, side.crs, options.date, side.shift), options.date)
     return ordered(findings)

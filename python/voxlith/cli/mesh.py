@@ -21,7 +21,7 @@ from ..side_file import SideInfo, read_side_file, write_side_file
 from ..mesh_plan import Extent, MeshPlan, Padding, PlannedMesh, far_station, plain_coordinate, plan_mesh
 from ..survey_table import stations_of_table
 from ..terrain import Terrain
-from ..terrain_input import read_terrain
+from ..terrain_input import read_terrain, terrain_step
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 from .placing import refuse_degrees
@@ -107,7 +107,7 @@ def run(arguments: Sequence[str]) -> int:
     plan = _plan(options, cell, stations)
     ground = None
     if options.topography:
-        ground = _ground(options, plan, side)
+        ground = _ground(options, plan, side, stations)
         plan = _below_ground(options, plan, ground)
     planned = _planned(plan, stations)
     planned.mesh.write(options.out)
@@ -199,12 +199,15 @@ class _Ground:
     surface: Terrain
 
 
-def _ground(options: argparse.Namespace, plan: MeshPlan, side: SideInfo) -> _Ground:
+def _ground(options: argparse.Namespace, plan: MeshPlan, side: SideInfo, stations: _Stations | None) -> _Ground:
     """The ground below the mesh of a plan. Raises VoxlithError."""
     planned = plan_mesh(plan)
     mesh = planned.mesh
     corners = np.array([(x, y) for x in (mesh.x_nodes[0], mesh.x_nodes[-1]) for y in (mesh.y_nodes[0], mesh.y_nodes[-1])])
-    surface, warning = read_terrain(options.topography, corners, min(plan.cell[0], plan.cell[1]), crs=side.crs,
+    step = min(plan.cell[0], plan.cell[1])
+    if stations is not None:
+        step = min(step, terrain_step(stations.x, stations.y))
+    surface, warning = read_terrain(options.topography, corners, step, crs=side.crs,
                                     terrain_crs=options.terrain_crs or "", shift=side.shift)
     if warning:
         warn(PROGRAM, warning)

@@ -20,6 +20,8 @@ from .parser import Parser, integer_within, number_from, number_list
 
 PROGRAM = "voxlith-tools"
 
+_LEAST_AGAINST = 0.1  # part of the residuals with the other sign than the anomalies; half of them between anomalies
+
 _EXAMPLES = """\
 A polynomial is fitted by robust least squares. --upward and --wavelength work on equivalent sources: point masses below the
 stations. The mass of a model depends on the regional field: try two, such as with and without --anomaly, and compare.
@@ -118,6 +120,11 @@ def _report_level(options: argparse.Namespace, residual: Survey, number: int) ->
     # A fit below positive anomalies leaves what reaches the edge.
     expected = {"positive": 1.0, "negative": -1.0}.get(options.anomaly or "", 0.0)
     biased = [name for name in level.biased if not expected * level.edges[name] > 0.0]
+    against = level.below if options.anomaly == "positive" else 1.0 - level.below if options.anomaly == "negative" else 1.0
+    if against < _LEAST_AGAINST:
+        warn(PROGRAM, f"{options.out}: {100.0 * (1.0 - against):.0f} % of the residuals are {options.anomaly}; the surface lies "
+             "beyond the field between the anomalies, as where there are anomalies of both signs; leave --anomaly out, or fit "
+             "outside of the anomalies with --outside")
     if biased:
         high = all(level.edges[name] < 0.0 for name in biased)
         low = all(level.edges[name] > 0.0 for name in biased)
