@@ -123,13 +123,21 @@ def stations_of_table(table: CsvTable, columns: StationColumns) -> tuple[Reals, 
     """
     x_column, y_column = table.column(columns.x, "--x"), table.column(columns.y, "--y")
     z_column = table.column(columns.z, "--z") if columns.elevation is None else None
-    x, y = table.numbers(x_column), table.numbers(y_column)
+    x, y = _coordinate(table, x_column), _coordinate(table, y_column)
     if columns.elevation is not None or z_column is None:
         return x, y, np.full(len(table), columns.elevation)
     with np.errstate(over="ignore"):
-        z = table.numbers(z_column) * METRES[columns.z_unit] * (-1.0 if columns.z_down else 1.0)
+        z = _coordinate(table, z_column) * METRES[columns.z_unit] * (-1.0 if columns.z_down else 1.0)
     _require(np.isfinite(z), table, z_column, "an elevation that can be held")
     return x, y, z + 0.0
+
+
+def _coordinate(table: CsvTable, column: int) -> Reals:
+    """A coordinate of all stations; the error says that obs --drop leaves stations out."""
+    try:
+        return table.numbers(column)
+    except FileError as error:
+        raise FileError(error.path, f"{error.problem}; obs --drop leaves such stations out", line=error.line) from None
 
 
 def survey_of_table(table: CsvTable, columns: SurveyColumns, codes: Sequence[int], *,

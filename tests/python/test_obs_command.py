@@ -67,7 +67,9 @@ HEAD = "E,N,h,d,s\n1,2,3,4,5\n"
 
 
 @pytest.mark.parametrize("csv, problem", [
-    (HEAD + "1,2,,4,5\n", 'column "h": expected a number, found an empty field'),
+    (HEAD + "1,2,,4,5\n", 'column "h": expected a number, found an empty field; obs --drop leaves such stations out'),
+    (HEAD + "1,2,,4,5\n" + 12 * "1,2,x,4,5\n", 'column "h": expected a number, found an empty field; likewise lines 4, 5, 6, 7, 8, 9, 10, 11 ...; '
+     "obs --drop leaves such stations out"),
     (HEAD + "1,2,3,x,5\n", 'column "d": expected a number, or an empty field for a dummy, found "x"'),
     (HEAD + "1,2,3,4,0\n", 'column "s": expected a standard deviation above 0, found "0"'),
     (HEAD + "1,2,3,4,1e-60\n", 'column "s": expected a standard deviation above 0, found "1e-60"'),

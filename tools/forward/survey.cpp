@@ -42,7 +42,9 @@ void checkAgainstGround(const std::string& stationFile, Survey& survey) {
     if (inside > 0) {
         survey.warnings.push_back(stationFile + ": " + countText(inside, survey) +
                                   "inside the first active cell of their column, the first being " +
-                                  stationText(survey, first) + "; thinner cells follow the surface more closely");
+                                  stationText(survey, first) +
+                                  ", as cells whose centre is below the surface reach above it; thinner layers make "
+                                  "the part above the station smaller");
     }
 }
 

@@ -32,6 +32,7 @@ SEPARATORS: Final[dict[str, str]] = {"comma": ",", "semicolon": ";", "tab": "\t"
 
 _SPACES_AFTER_QUOTE = re.compile(r'"[ \t]+(?=[,;\t]|$)')
 _MOST_NAMES_SHOWN = 400
+_MOST_LINES = 8  # of rows with the same fault, named in an error
 
 
 @dataclass(frozen=True)
@@ -114,17 +115,19 @@ class CsvTable:
             found = np.array([_finite(text) for text in texts], dtype=np.float64)
             bad = np.flatnonzero(np.isnan(found))
             if len(bad):
-                raise self.error(int(bad[0]), column, expected)
+                raise self.error(int(bad[0]), column, expected, bad[1:].tolist())
         if self.decimal_comma and any("." in word for word in words):
             row = next(n for n, word in enumerate(words) if "." in word)
             raise self.error(row, column, "a number with a decimal comma")
         return found if masked is None else np.where(masked, np.nan, found)
 
-    def error(self, row: int, column: int, expected: str) -> FileError:
-        """The error ``line N: column "NAME": expected WHAT, found "FIELD"``."""
+    def error(self, row: int, column: int, expected: str, others: Sequence[int] = ()) -> FileError:
+        """The error ``line N: column "NAME": expected WHAT, found "FIELD"``, with the lines of other rows like it."""
         field = self.words(column)[row]
         found = shown(field) if field else "an empty field"
-        return FileError(self.path, f"column {shown(self.columns[column])}: expected {expected}, found {found}",
+        lines = ", ".join(str(int(self.lines[other])) for other in others[:_MOST_LINES])
+        also = f"; likewise line{'s' if len(others) > 1 else ''} {lines}{' ...' if len(others) > _MOST_LINES else ''}" if others else ""
+        return FileError(self.path, f"column {shown(self.columns[column])}: expected {expected}, found {found}{also}",
                          line=int(self.lines[row]))
 
 

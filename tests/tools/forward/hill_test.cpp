@@ -259,8 +259,9 @@ TEST_F(Hill, stationsInsideTheFirstActiveCellAreNamed) {
     ASSERT_EQ(survey.warnings.size(), 1U);
     EXPECT_EQ(survey.warnings[0], options.survey.stationFile +
                                       ": 1 of 2 stations are inside the first active cell of their column, the "
-                                      "first being station 2 at x 56, y 64, elevation 68.8; thinner cells follow "
-                                      "the surface more closely");
+                                      "first being station 2 at x 56, y 64, elevation 68.8, as cells whose "
+                                      "centre is below the surface reach above it; thinner layers make the part "
+                                      "above the station smaller");
 }
 
 // Runs of the inversion program on data of a block inside the hill.
