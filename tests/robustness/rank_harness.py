@@ -15,6 +15,7 @@ import subprocess
 import sys
 import tempfile
 import time
+from typing import NamedTuple
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'runs'))
 sys.dont_write_bytecode = True
@@ -27,8 +28,14 @@ RANKS = 4
 PATIENCE = 60  # seconds until the other processes must have ended
 
 
-def command(build, ranks, options):
-    return launcher_of(ranks) + [os.path.join(build, 'voxlith-run-mpi'), '--threads', '1', *options, 'voxlith.inp']
+class Programs(NamedTuple):
+    build: str
+    mpirun: str
+
+
+def command(programs, ranks, options):
+    return [*launcher_of(ranks, programs.mpirun), os.path.join(programs.build, 'voxlith-run-mpi'), '--threads', '1', *options,
+            'voxlith.inp']
 
 
 def new_folder(folder, inputs):
@@ -49,24 +56,26 @@ def results(folder):
 
 
 def processes_of(launcher):
-    """The processes of the run: children of the launcher."""
-    found = []
-    for entry in filter(str.isdigit, os.listdir('/proc')):
+    """The processes of the run, below the launcher; some MPIs have a process of their own between the two."""
+    parents, found = {}, []
+    for entry in map(int, filter(str.isdigit, os.listdir('/proc'))):
         try:
-            with open('/proc/%s/stat' % entry) as file:
+            with open('/proc/%d/stat' % entry) as file:
                 name, fields = file.read().rsplit(')', 1)
         except OSError:  # it has ended
             continue
-        if int(fields.split()[1]) == launcher and name.split('(', 1)[1].startswith('voxlith-run'):
-            found.append(int(entry))
-    return sorted(found)
+        parents[entry] = int(fields.split()[1])
+        if name.split('(', 1)[1].startswith('voxlith-run'):
+            found.append(entry)
+    return sorted(entry for entry in found if launcher in (parents[entry], parents.get(parents[entry])))
 
 
-def kill_one(build, folder, options, seconds, chance):
+def kill_one(programs, folder, options, seconds, chance):
     """Starts or continues the run and kills a process. Returns (was it killed, faults)."""
     going_on = ['--continue'] if os.path.exists(os.path.join(folder, CHECKPOINT)) else []
-    run = subprocess.Popen(command(build, RANKS, options + going_on), cwd=folder, stdout=subprocess.DEVNULL,
-                           stderr=subprocess.PIPE, text=True)
+    # MPICH reports a killed process on standard output, Open MPI on standard error.
+    run = subprocess.Popen(command(programs, RANKS, options + going_on), cwd=folder, stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT, text=True)
     while run.poll() is None and len(processes_of(run.pid)) < RANKS:
         time.sleep(0.01)
     time.sleep(chance.uniform(0.0, seconds))
@@ -74,13 +83,13 @@ def kill_one(build, folder, options, seconds, chance):
     if victims:
         os.kill(chance.choice(victims), signal.SIGKILL)
     try:
-        errors = run.communicate(timeout=PATIENCE)[1]
+        screen = run.communicate(timeout=PATIENCE)[0]
     except subprocess.TimeoutExpired:
         run.kill()
         return True, ['the other processes did not end']
     if run.returncode == 0:
         return False, []
-    return True, [] if 'signal 9' in errors else ['status %d, no line about the kill: %s' % (run.returncode, errors)]
+    return True, [] if 'signal 9' in screen else ['status %d, no line about the kill: %s' % (run.returncode, screen)]
 
 
 def faults_of_files(folder):
@@ -94,17 +103,17 @@ def faults_of_files(folder):
     return faults
 
 
-def trial(build, inputs, folder, options, wanted, seconds, chance):
+def trial(programs, inputs, folder, options, wanted, seconds, chance):
     """Returns (was the run killed, faults)."""
     new_folder(folder, inputs)
-    killed, faults = kill_one(build, folder, options, seconds, chance)
+    killed, faults = kill_one(programs, folder, options, seconds, chance)
     if faults:
         return killed, faults
     faults = faults_of_files(folder)
     if killed:
         going_on = ['--continue'] if os.path.exists(os.path.join(folder, CHECKPOINT)) else []
         ranks = chance.choice([1, 2, 3, 5])
-        done = subprocess.run(command(build, ranks, options + going_on), cwd=folder, stdout=subprocess.DEVNULL,
+        done = subprocess.run(command(programs, ranks, options + going_on), cwd=folder, stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, text=True)
         if done.returncode != 0:
             return killed, faults + ['%d processes ended with %d: %s' % (ranks, done.returncode, done.stderr)]
@@ -114,27 +123,29 @@ def trial(build, inputs, folder, options, wanted, seconds, chance):
                              if found[name] != wanted[name]]
 
 
-def undisturbed(build, inputs, folder, options):
+def undisturbed(programs, inputs, folder, options):
     """Results of voxlith-run, and the seconds that the processes take."""
     new_folder(folder, inputs)
-    subprocess.run([os.path.join(build, 'voxlith-run'), '--threads', '1', *options, 'voxlith.inp'], cwd=folder,
+    subprocess.run([os.path.join(programs.build, 'voxlith-run'), '--threads', '1', *options, 'voxlith.inp'], cwd=folder,
                    stdout=subprocess.DEVNULL, check=True)
     wanted = results(folder)
     start = time.monotonic()
-    subprocess.run(command(build, RANKS, options), cwd=folder, stdout=subprocess.DEVNULL, check=True)
+    subprocess.run(command(programs, RANKS, options), cwd=folder, stdout=subprocess.DEVNULL, check=True)
     return wanted, time.monotonic() - start
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--build', required=True)
+    parser.add_argument('--mpirun', default='mpirun', help='that of the MPI of voxlith-run-mpi')
     parser.add_argument('--count', type=int, default=50, help='kills')
     parser.add_argument('--seed', type=int, default=int(time.time()))
     parser.add_argument('--iterations', type=int, default=40)
     parser.add_argument('--options', default='', help='of voxlith-run, such as "--target-rms 1"')
     asked = parser.parse_args()
     build = os.path.abspath(asked.build)
-    if not (shutil.which('mpirun') and os.path.exists(os.path.join(build, 'voxlith-run-mpi'))):
+    programs = Programs(build, asked.mpirun)
+    if not (shutil.which(asked.mpirun) and os.path.exists(os.path.join(build, 'voxlith-run-mpi'))):
         print('skipped: there is no MPI here')
         return 77
     chance = random.Random(asked.seed)
@@ -145,11 +156,11 @@ def main():
     write_survey(bench)
     bench.write('voxlith.inp', control(l12=str(asked.iterations)))
     options = asked.options.split()
-    wanted, seconds = undisturbed(build, inputs, os.path.join(work, 'reference'), options)
+    wanted, seconds = undisturbed(programs, inputs, os.path.join(work, 'reference'), options)
     kills, trials, failed = 0, 0, 0
     while kills < asked.count:
         folder = os.path.join(work, 'trial-%d' % trials)
-        killed, faults = trial(build, inputs, folder, options, wanted, seconds, chance)
+        killed, faults = trial(programs, inputs, folder, options, wanted, seconds, chance)
         trials += 1
         kills += killed
         shutil.rmtree(folder)

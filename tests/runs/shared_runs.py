@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Whole runs of voxlith-run with several threads, whose files must be those of voxlith byte for byte (dates and times aside).
 
-    shared_runs.py --build DIR [--run-build DIR] [--threads 1 2 3 7] [--ranks 1 2 3 5] [--only NAME ...] [--work DIR]
+    shared_runs.py --build DIR [--run-build DIR] [--threads 1 2 3 7] [--ranks 1 2 3 5] [--mpirun FILE]
+                   [--only NAME ...] [--work DIR]
 
 With --ranks the program is voxlith-run-mpi, with each number of threads in as many processes. Converged runs are compared with one
 thread of one process. The runs are those of stored_runs.py and larger ones, in which every loop has enough pieces for all threads. Without --only it is
@@ -10,6 +11,7 @@ the whole check; the tests take a sample of it.
 import argparse
 import os
 import shutil
+import subprocess
 import sys
 import tempfile
 
@@ -82,9 +84,12 @@ LARGE = [large_free, large_bounded, large_barrier, large_other_method, large_spa
 CONVERGED = [converged, target_misfit]
 
 
-def launcher_of(ranks):
-    """The command in front of the program; processes of one machine may be more than its cores."""
-    command = ['mpirun', '--oversubscribe', '--bind-to', 'none', '-n', str(ranks)]
+def launcher_of(ranks, mpirun='mpirun'):
+    """The command in front of the program; processes of one machine may be more than its cores, which Open MPI must be told."""
+    command = [mpirun, '-n', str(ranks)]
+    if 'Open MPI' not in subprocess.run([mpirun, '--version'], capture_output=True, text=True, check=True).stdout:
+        return command
+    command += ['--oversubscribe', '--bind-to', 'none']
     return command + ['--allow-run-as-root'] if os.geteuid() == 0 else command
 
 
@@ -108,11 +113,12 @@ def main():
     parser.add_argument('--run-build', help='where voxlith-run is, if not in --build')
     parser.add_argument('--threads', nargs='+', type=int, default=[1, 2, 3, 7])
     parser.add_argument('--ranks', nargs='+', type=int)
+    parser.add_argument('--mpirun', default='mpirun', help='that of the MPI of voxlith-run-mpi')
     parser.add_argument('--only', nargs='+', help='names of runs')
     parser.add_argument('--work')
     asked = parser.parse_args()
     build = os.path.abspath(asked.run_build or asked.build)
-    if asked.ranks and not (shutil.which('mpirun') and os.path.exists(os.path.join(build, 'voxlith-run-mpi'))):
+    if asked.ranks and not (shutil.which(asked.mpirun) and os.path.exists(os.path.join(build, 'voxlith-run-mpi'))):
         print('skipped: there is no MPI here')
         return 77
     cases = {case.__name__: case for case in stored_runs.CASES + LARGE + CONVERGED}
@@ -127,7 +133,7 @@ def main():
             for threads in asked.threads:
                 label = '%d threads' % threads if ranks == 0 else '%d processes of %d threads' % (ranks, threads)
                 got = run_case(cases[name], asked.build, work, label.replace(' ', '-'), program,
-                               ['--threads', str(threads), '--smallest-piece', '1'], launcher_of(ranks) if ranks else ())
+                               ['--threads', str(threads), '--smallest-piece', '1'], launcher_of(ranks, asked.mpirun) if ranks else ())
                 problems += problems_of(want, got, label)
         print('%s: %s' % (name, 'ok' if not problems else 'FAILED'))
         for problem in problems:

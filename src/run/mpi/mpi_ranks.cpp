@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <string>
 #include <vector>
+
+#include "base/messages.h"
 
 namespace voxlith {
 
@@ -67,6 +70,18 @@ void passAlong(std::span<double> values, std::span<const std::size_t> chunkStart
     MPI_Bcast(values.data(), intOf(values.size()), MPI_DOUBLE, intOf(ranks.count - 1), MPI_COMM_WORLD);
 }
 
+// A launcher of another MPI starts processes that know nothing of each other: each would be a run of its own, and all
+// of them would write the same files. Returns the environment variable with the number of processes, or null.
+const char* variableOfForeignLauncher() {
+    for (const char* const name : {"OMPI_COMM_WORLD_SIZE", "PMI_SIZE", "SLURM_STEP_NUM_TASKS"}) {
+        const char* const text = std::getenv(name);
+        if (text != nullptr && std::strtol(text, nullptr, 10) > 1) {
+            return name;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 MpiRanks::MpiRanks(int& argumentCount, char**& arguments) {
@@ -74,6 +89,12 @@ MpiRanks::MpiRanks(int& argumentCount, char**& arguments) {
     MPI_Init_thread(&argumentCount, &arguments, MPI_THREAD_FUNNELED, &provided);
     MPI_Comm_rank(MPI_COMM_WORLD, &rank);
     MPI_Comm_size(MPI_COMM_WORLD, &count);
+    if (const char* const variable = count == 1 ? variableOfForeignLauncher() : nullptr; variable != nullptr) {
+        MPI_Finalize();
+        throw RunError(
+            std::string("one of several processes (") + variable +
+            "), but not connected to the others: start it with the mpirun of the MPI that it was built with");
+    }
     setRanks({static_cast<std::size_t>(rank), static_cast<std::size_t>(count), gather, unite, largest, copyFirst,
               passAlong});
 }
@@ -84,7 +105,11 @@ MpiRanks::~MpiRanks() {
 }
 
 void abortRanks(int status) {
-    MPI_Abort(MPI_COMM_WORLD, status);
+    int finalized = 0;
+    MPI_Finalized(&finalized);
+    if (finalized == 0) {
+        MPI_Abort(MPI_COMM_WORLD, status);
+    }
     std::_Exit(status);
 }
 

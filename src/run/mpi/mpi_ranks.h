@@ -18,7 +18,7 @@ namespace voxlith {
 
 // MPI while it lives, with the exchanges set up. A rank that loses another one is ended by MPI.
 struct MpiRanks {
-    MpiRanks(int& argumentCount, char**& arguments);
+    MpiRanks(int& argumentCount, char**& arguments);  // throws RunError for a launcher of another MPI
     ~MpiRanks();
     MpiRanks(const MpiRanks&) = delete;
     MpiRanks& operator=(const MpiRanks&) = delete;
