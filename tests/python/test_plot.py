@@ -194,6 +194,24 @@ def test_named_lines():
         plot.data(survey, 1)
 
 
+def test_lines_that_were_measured_to_and_fro_run_one_way():
+    at = np.linspace(0.0, 300.0, 4)
+    for x, y, label, expected in ((np.r_[at, at[::-1]], np.repeat([0.0, 50.0], 4), "x, east (m)", [at, at[::-1]]),
+                                  (np.repeat([0.0, 50.0], 4), np.r_[at, at[::-1]], "y, north (m)", [at, at[::-1]]),
+                                  (np.r_[at, at[::-1]], np.r_[at, at[::-1]], "distance along the line from its western or southern end (m)",
+                                   [math.sqrt(2.0) * at, math.sqrt(2.0) * at[::-1]])):
+        survey = Survey(x, y, np.zeros(8), [np.zeros(8)], (0,), line=np.repeat(["A", "B"], 4), time=np.arange(8.0))
+        figure = drawn(plot.line_profiles(survey))
+        assert figure._supxlabel.get_text() == label
+        for panel, positions in zip(figure.axes, expected):
+            np.testing.assert_allclose(panel.lines[0].get_xdata(), positions)
+
+
+def test_flight_lines_are_contoured():
+    x, y = (a.ravel() for a in np.meshgrid(np.arange(0.0, 1000.0, 10.0), np.arange(0.0, 500.0, 100.0)))
+    assert not gapless_triangles(x, y).mask.any()
+
+
 # Axes
 
 @pytest.mark.parametrize("low, high, label, tick", [

@@ -21,6 +21,8 @@ from .style import Limits, Reals, drawable, new_figure, styled
 
 MOST_LINES = 30
 _MOST_TRIANGULATED = 100_000
+_MOST_UNEVEN = 40.0  # times as far apart as along the lines: triangles between lines are drawn
+_ALONG_AXIS = 2.0  # times as far along an axis as across it: a line runs along the axis
 _RESIDUAL_REACH = 3.0  # standard deviations
 _RESIDUAL_MOST = 10.0
 
@@ -124,7 +126,7 @@ def _field(panel: Any, survey: Survey, values: Reals, colormap: str, low: float,
     """Filled contours through the stations where these cover the ground evenly, coloured stations where they do not."""
     valid = np.isfinite(values)
     x, y = survey.x[valid], survey.y[valid]
-    triangles = None if survey.line is not None else gapless_triangles(x, y)
+    triangles = gapless_triangles(x, y)
     if triangles is None:
         return _stations(panel, survey, values, colormap, low, high)
     levels = np.linspace(low, high, 22)
@@ -143,7 +145,7 @@ def _stations(panel: Any, survey: Survey, values: Reals, colormap: str, low: flo
     """Coloured stations; those of the largest magnitude lie on top, masked ones are crosses."""
     valid = np.isfinite(values)
     order = np.argsort(np.abs(values[valid]), kind="stable")
-    size = float(np.clip(9000.0 / max(len(order), 1), 6.0, 60.0))
+    size = float(np.clip(9000.0 / max(len(order), 1), 9.0, 60.0))
     shown = panel.scatter(survey.x[valid][order], survey.y[valid][order], c=values[valid][order], s=size, cmap=colormap,
                           vmin=low, vmax=high, linewidth=0.3 if edge else 0.0, edgecolors=edge or "none",
                           rasterized=len(order) > style.MOST_VECTOR_POINTS)
@@ -172,7 +174,7 @@ def gapless_triangles(x: Reals, y: Reals) -> Triangulation | None:
         return None
     triangles.x, triangles.y = x, y
     longest, shortest = edge_lengths(x, y, triangles.triangles)
-    if np.median(longest) > 5.0 * np.median(shortest):
+    if np.median(longest) > _MOST_UNEVEN * np.median(shortest):
         return None
     far = bridges_gap(longest)
     if far.all():
@@ -220,6 +222,26 @@ def _profile(view: DataView, component: int, line: Line, title: str, limits: Lim
     return figure
 
 
+def _along_lines(survey: Survey, parts: list[slice]) -> tuple[list[Reals], Any, str]:
+    """Positions along each line, their scale and label: x or y where all lines run along that axis, else the distance from
+    the western or southern end of each line."""
+    ends = [(float(survey.x[part][-1] - survey.x[part][0]), float(survey.y[part][-1] - survey.y[part][0])) for part in parts]
+    axis = "x" if all(abs(east) > _ALONG_AXIS * abs(north) for east, north in ends) else \
+        "y" if all(abs(north) > _ALONG_AXIS * abs(east) for east, north in ends) else ""
+    if axis:
+        positions = [survey.x[part] if axis == "x" else survey.y[part] for part in parts]
+    else:
+        positions = []
+        for part, (east, north) in zip(parts, ends):
+            steps = np.hypot(np.diff(survey.x[part]), np.diff(survey.y[part]))
+            distance = np.concatenate([[0.0], np.cumsum(steps)])
+            backwards = (east if abs(east) >= abs(north) else north) < 0.0
+            positions.append(distance[-1] - distance if backwards else distance)
+    scale = length_scale(min(float(at.min()) for at in positions), max(float(at.max()) for at in positions))
+    names = {"x": ("x", "east"), "y": ("y", "north"), "": ("distance along the line from its western or southern end", "")}
+    return positions, scale, scale.label(*names[axis])
+
+
 @styled
 def line_profiles(source: Run | Fit | Survey, component: int = 0) -> Figure:
     """Data of the lines that the data file names, a panel each with one scale; the first 30 of them.
@@ -249,19 +271,22 @@ def line_profiles(source: Run | Fit | Survey, component: int = 0) -> Figure:
     panels = figure.subplots(rows, columns, sharey=True, squeeze=False)
     for panel in panels.flat[len(shown):]:
         panel.set_visible(False)
-    time, observed = drawable(view.survey.time), view.observed(component)
-    for panel, line in zip(panels.flat, shown):
+    observed = view.observed(component)
+    positions, scale, label = _along_lines(view.survey, [line.slice for line in shown])
+    for panel, line, at in zip(panels.flat, shown, positions):
         part = line.slice
-        panel.plot(time[part], observed[part], ".", color="black", markersize=3, label="observed")
+        panel.plot(at, observed[part], ".", color="black", markersize=3, label="observed")
         if view.predicted is not None:
-            panel.plot(time[part], view.modelled(component)[part], color=style.BLUE, linewidth=1.3, label="predicted")
+            panel.plot(at, view.modelled(component)[part], color=style.BLUE, linewidth=1.3, label="predicted")
         panel.set_title(str(line.name), fontsize=8.5)
         panel.grid(True, color="0.9", linewidth=0.6)
         if not np.isfinite(observed[part]).any():
             panel.text(0.5, 0.5, "masked", transform=panel.transAxes, ha="center", color=style.GREY)
+    for panel in panels.flat[:len(shown)]:
+        show_lengths(panel.xaxis, scale, 4)
     for panel in panels[:, 0]:
         panel.set_ylabel(f"{view.names[component]} ({view.unit(component)})")
-    figure.supxlabel("position along the line (unit of the time column)", fontsize=9)
+    figure.supxlabel(label, fontsize=9)
     figure.legend(*panels.flat[0].get_legend_handles_labels(), loc="upper right", ncol=2)
     state = "" if view.iteration is None else f", iteration {view.iteration}"
     some = "" if len(shown) == len(lines) else f", first {len(shown)} of {len(lines)} lines"
