@@ -33,7 +33,8 @@ _EXACT_CELLS = 200_000  # up to here cells are in single precision
 _MOST_STATIONS = 200_000
 _MOST_CHECKED = 100_000
 _VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "down"), ("east", "north", "up"))
-_INFORMATION = ("The trade-offs tried", "The factors tried", "The objective,", "Without bounds and reference model")
+_TABLES = ("The trade-offs tried", "The factors tried")  # where they are written; the report shows them
+_INFORMATION = ("The objective,", "Without bounds and reference model")
 _TARGET, _REASON = "Target RMS misfit", "Reason"
 _UPWARDS = ("up", "upwards")  # labels of a component that is not downwards
 
@@ -125,7 +126,10 @@ def _log_of(run: Run, notes: list[str], warnings: list[str]) -> RunLog | None:
         return None
     warnings.extend(_missed_targets(log))
     for message in log.messages:
-        (notes if message.startswith(_INFORMATION) else warnings).append(f"The log says: {message}")
+        if message.startswith(_INFORMATION):
+            notes.append(message)
+        elif not message.startswith(_TABLES):
+            warnings.append(f"The log says: {message}")
     return log
 
 

@@ -73,7 +73,7 @@ function fillTexts() {
     byId(name).hidden = !data[name].length;
   }
   fillTable("summary-table", data.summary);
-  fillTable("fit-table", data.fit, data.fit.length ? ["Component", "Data", "Masked", "RMS (standard deviations)"] : null);
+  fillTable("fit-table", data.fit, data.fit.length ? ["Component", "Data", "Masked", "RMS of the valid data (standard deviations)"] : null);
   fillTable("findings-table", data.findings, data.findings.length ? ["Severity", "Finding", "What to do"] : null);
   byId("findings").hidden = !data.findings.length;
   fillTable("parameter-table", data.parameters);
