@@ -1,6 +1,15 @@
-"""Bytes and times as reports say them."""
+"""Counts, bytes and times as reports say them."""
 
 from __future__ import annotations
+
+
+def count_text(count: int, one: str, several: str = "") -> str:
+    """A count with its noun; several of them are `several`, by default with an s.
+
+    >>> count_text(1, "station"), count_text(0, "station"), count_text(2, "datum", "data")
+    ('1 station', '0 stations', '2 data')
+    """
+    return f"{count} {one if count == 1 else several or one + 's'}"
 
 
 def bytes_text(count: float) -> str:

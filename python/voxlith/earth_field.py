@@ -42,7 +42,8 @@ def inducing_field(survey: Survey, crs: str, date: str, shift: tuple[float, floa
     """
     field = earth_field(survey, crs, date, shift)
     convergence = grid_convergence(*_middle(survey, shift), crs) if parse_crs(crs).is_projected else 0.0
-    return InducingField(field.inclination, field.declination - convergence, field.strength)
+    # The model is good to about 0.01 degrees and 10 nT.
+    return InducingField(round(field.inclination, 3), round(field.declination - convergence, 3), round(field.strength, 1))
 
 
 def _middle(survey: Survey, shift: tuple[float, float]) -> tuple[float, float]:

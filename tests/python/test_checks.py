@@ -60,7 +60,7 @@ def test_duplicate_with_another_value_is_an_error():
     x[17], y[17] = x[100] + 0.3, y[100]
     data[0, 17] = data[0, 100] + 63.0 * SD
     finding = found(changed(survey, x=x, y=y, data=data))["duplicate-stations"]
-    assert finding.severity == "error" and "1 pairs" in finding.text
+    assert finding.severity == "error" and "1 pair of stations" in finding.text
     assert finding.stations in (("record 18 = record 101",), ("record 101 = record 18",))
 
 

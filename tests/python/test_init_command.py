@@ -253,7 +253,7 @@ def test_what_check_would_say_stands_in_warnings(survey, tools, tmp_path):
     data[0, 40] = -9999.0
     made.with_data(data + 12.0 * (data > -9000.0)).write(tmp_path / "d.obs")
     errors = tools("init", *GRAVITY).errors
-    assert "1 data are -9999" in errors and "have a constant offset of 12" in errors
+    assert "1 datum of -9999" in errors and "have a constant offset of 12" in errors
 
 
 def test_a_background_that_rocks_do_not_have(survey, tools, tmp_path):

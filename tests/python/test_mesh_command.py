@@ -37,7 +37,7 @@ def test_stations_are_in_the_middle_of_the_core(tools, tmp_path):
     assert mesh.x_nodes.tolist() == [350, 750, 950, 1050, 1150, 1250, 1350, 1550, 1950]
     assert (mesh.y_nodes[0], mesh.z_nodes[0], mesh.z_nodes[-1]) == (1350, -30, -30 - 800 - 350)
     assert tools(*options, "--top", "highest").errors == (
-        "voxlith-tools: warning: 2 stations lie below the top of the mesh; give the terrain with "
+        "voxlith-tools: warning: 2 stations below the top of the mesh; give the terrain with "
             "--topography\n")
     assert tools(*options, "--top", "-17.5").status == 0
     assert Mesh.read(tmp_path / "m.msh").z_nodes[0] == -17.5

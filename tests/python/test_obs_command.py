@@ -238,7 +238,7 @@ def test_no_valid_datum_is_refused(convert, tmp_path):
 def test_no_data_codes_with_a_decimal_comma(convert, tmp_path):
     csv = "E;N;h;d;s\n100;2;3;-9999,0;1\n200;5;3;1,5;0,1\n300;5;3;1,25;0,1\n"
     done = convert(csv, "--decimal-comma")
-    assert "1 data are -9999, which stands for no datum (record 1)" in done.errors and "--dummy -9999" in done.errors
+    assert "1 datum of -9999, which stands for no datum (record 1)" in done.errors and "--dummy -9999" in done.errors
     for dummy in ("-9999", "-9999,0"):
         assert convert(csv, "--decimal-comma", "--dummy", dummy).errors == ""
         assert np.isnan(Survey.read(tmp_path / "d.obs").data[0]).tolist() == [True, False, False]

@@ -77,7 +77,7 @@ def test_check_of_numbers_that_are_none(tools, tmp_path):
     (tmp_path / "a.csv").write_text("x;y;z;d\n1000,5;2;3;1,25\n2000;2;3;1\n")
     done = tools("check", "a.csv", "--data", "d", "--floor", 1)
     assert done.status == 1 and "--decimal-comma" in done.out
-    assert "1 fields are no numbers" in done.out and "1 records have no place" in done.out
+    assert "1 field without a number" in done.out and "1 record without x, y or elevation" in done.out
 
 
 def test_check_against_mesh_sensitivities_and_date(tools, tmp_path, magnetic):
@@ -354,7 +354,7 @@ def test_stations_by_name(tools, tmp_path):
     named_table(tmp_path / "s.csv")
     options = ("obs", "s.csv", "--data", "gz:err", "--data-scale", 1, "--error-scale", 0.001, "--out", "gz.obs")
     done = tools(*options, "--name", "name", "--drop", "S3,S31", "--mask", "S5")
-    assert done.status == 0 and "dropped:      2 stations" in done.out and "masked:       1 stations" in done.out
+    assert done.status == 0 and "dropped:      2 stations" in done.out and "masked:       1 station of" in done.out
     survey = Survey.read(tmp_path / "gz.obs")
     assert survey.n_stations == 30 and np.flatnonzero(np.isnan(survey.data[0])).tolist() == [4]
     assert "stations: S5" in tools("check", "gz.obs").out

@@ -7,6 +7,7 @@ from collections.abc import Callable, Sequence
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..igrf import MainField
 from ..io.mtx_header import MtxHeader
 from ..mesh import Mesh
@@ -41,12 +42,12 @@ def check_mesh(x: Reals, y: Reals, elevation: Reals, mesh: Mesh, names: Sequence
     if beside.any():
         findings.append(Finding(
             "error" if beside.mean() > 0.5 else "warning", "outside-mesh", f"{np.count_nonzero(beside)} of {len(x)} stations "
-            f"are beside the mesh, which lies at x {mesh.x_nodes[0]:g} to {mesh.x_nodes[-1]:g}, y {mesh.y_nodes[0]:g} to "
+            f"beside the mesh, which lies at x {mesh.x_nodes[0]:g} to {mesh.x_nodes[-1]:g}, y {mesh.y_nodes[0]:g} to "
             f"{mesh.y_nodes[-1]:g}", "make the mesh below these stations, or check their coordinates", _named(names, beside)))
     below = (elevation < mesh.z_nodes[0]) & ~beside
     if below.any() and not has_terrain:
         findings.append(Finding(
-            "error", "below-mesh-top", f"{np.count_nonzero(below)} stations lie below the top of the mesh at elevation "
+            "error", "below-mesh-top", f"{count_text(np.count_nonzero(below), 'station')} below the top of the mesh at elevation "
             f"{mesh.z_nodes[0]:g}", "give the terrain with --topography, or lower the top of the mesh", _named(names, below)))
     return findings
 
@@ -65,11 +66,11 @@ def check_terrain(x: Reals, y: Reals, elevation: Reals, surface: Callable[[Reals
     findings = []
     if buried.any():
         findings.append(Finding(
-            "warning", "below-ground", f"{np.count_nonzero(buried)} stations lie below the terrain, the deepest by "
+            "warning", "below-ground", f"{count_text(np.count_nonzero(buried), 'station')} below the terrain, the deepest by "
             f"{-height.min():.4g} m", "check elevations and terrain; voxlith-tools obs --height 0 puts stations on the terrain",
             _named(names, buried)))
     if far.any() and not (far.all() and float(np.ptp(height)) < _FAR_ABOVE):
-        findings.append(Finding("warning", "far-above-ground", f"{np.count_nonzero(far)} stations lie more than "
+        findings.append(Finding("warning", "far-above-ground", f"{count_text(np.count_nonzero(far), 'station')} more than "
                                 f"{_FAR_ABOVE:g} m above the terrain, the highest by {height.max():.4g} m",
                                 "check the unit of the elevations and that of the terrain", _named(names, far)))
     return findings

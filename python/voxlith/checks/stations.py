@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..crs import distance_scale, shift_for_fields
 from ..packages import require
 from .findings import Finding
@@ -41,7 +42,7 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
     findings += _check_extent(x, y)
     far = far_stations(x, y)
     if far.any():
-        findings.append(Finding("warning", "far-stations", f"{np.count_nonzero(far)} stations are far from all others; "
+        findings.append(Finding("warning", "far-stations", f"{count_text(np.count_nonzero(far), 'station')} far from all others; "
                                 "wrong coordinates make the mesh too large", "check their coordinates", _named(names, far)))
     if len(elevation) > 3 and not elevation.any():
         findings.append(Finding("note", "elevations", "all elevations are 0",
@@ -139,8 +140,8 @@ def check_duplicates(x: Reals, y: Reals, elevation: Reals, values: Reals, deviat
         remedy = ("remove or correct one of each pair" if words == "differ"
                   else "nothing, or keep one of each pair")
         findings.append(Finding("error" if severity == "error" else "warning" if severity == "warning" else "note",
-                                "duplicate-stations", f"{label}: {np.count_nonzero(chosen)} pairs of stations stand at one "
-                                f"place and {words} {by}", remedy,
+                                "duplicate-stations", f"{label}: {count_text(np.count_nonzero(chosen), 'pair')} of stations at "
+                                f"the same position, with data that {words} {by}", remedy,
                                 tuple(f"{names[a]} = {names[b]}" for a, b in pairs[chosen].tolist())))
     return findings
 
@@ -154,7 +155,7 @@ def check_outliers(x: Reals, y: Reals, values: Reals, deviations: Reals, label: 
     bad = score > _SPOILS
     severity: Any = "error" if bad.any() else "warning"
     order = np.flatnonzero(found)[np.argsort(-score[found], kind="stable")]
-    return [Finding(severity, "outliers", f"{label}: {len(order)} data are far from those of their neighbours, the farthest by "
+    return [Finding(severity, "outliers", f"{label}: {count_text(len(order), 'datum', 'data')} far from those of the neighbours, the farthest by "
                     f"{score.max():.0f} times their usual spread", "look at them; mask or correct what is not real",
                     tuple(names[number] for number in order.tolist()))]
 

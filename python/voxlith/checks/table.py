@@ -9,6 +9,7 @@ from dataclasses import dataclass
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..errors import PathLike, shown
 from ..io.csv_file import CsvTable
 from ..io.numbers import parse_real
@@ -100,7 +101,7 @@ def read_loosely(table: CsvTable, columns: SurveyColumns, codes: Sequence[int], 
         given.append(np.where(np.isnan(written), usual, written))
     placed = np.isfinite(x) & np.isfinite(y) & np.isfinite(z)
     if not placed.all():
-        findings.append(Finding("error", "coordinates", f"{np.count_nonzero(~placed)} records have no place",
+        findings.append(Finding("error", "coordinates", f"{count_text(np.count_nonzero(~placed), 'record')} without x, y or elevation",
                                 "give each station x, y and an elevation, or remove it",
                                 tuple(name for name, good in zip(names, placed.tolist()) if not good)))
     deviations = np.array(given)[:, placed]
@@ -126,7 +127,7 @@ def _column(table: CsvTable, name: str, option: str, names: Sequence[str], dummy
         else:
             values[number] = value
     if bad:
-        findings.append(Finding("error", "not-a-number", f"column {shown(name)}: {len(bad)} fields are no numbers, such as "
+        findings.append(Finding("error", "not-a-number", f"column {shown(name)}: {count_text(len(bad), 'field')} without a number, such as "
                                 f"{shown(words[bad[0]])}", _number_remedy([words[number] for number in bad], table.decimal_comma),
                                 tuple(names[number] for number in bad)))
     return values

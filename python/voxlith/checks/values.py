@@ -7,6 +7,7 @@ from collections.abc import Sequence
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..codes import data_unit, is_magnetic
 from .findings import Finding
 
@@ -73,14 +74,14 @@ def check_values(values: Reals, deviations: Reals | None, code: int, label: str,
                         "check the column of the data and the text of no-data fields")]
     findings = []
     if not valid.all():
-        findings.append(Finding("note", "missing-data", f"{label}: {np.count_nonzero(~valid)} of {len(values)} data are missing, "
+        findings.append(Finding("note", "missing-data", f"{label}: {np.count_nonzero(~valid)} of {len(values)} data missing, "
                                 "such as empty fields, NA and *", "nothing, if these stations have no datum; a run leaves them "
                                 "out", _named(names, ~valid)))
     coded = no_data_codes(values)
     for number in np.unique(values[coded]).tolist():
         same = values == number
         findings.append(Finding("error", "no-data-code",
-                                f"{label}: {np.count_nonzero(same)} data are {number:g}, which stands for no datum",
+                                f"{label}: {count_text(np.count_nonzero(same), 'datum', 'data')} of {number:g}, which stands for no datum",
                                 f"convert the table with --dummy {number:g}", _named(names, same)))
     kept = valid & ~coded
     if not kept.any():

@@ -9,6 +9,7 @@ from collections.abc import Sequence
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..checks import Finding, check_survey, findings_json, findings_table, worst
 from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities,
                               check_terrain)
@@ -124,9 +125,9 @@ def _finish(options: argparse.Namespace, findings: Sequence[Finding], stations: 
             write_bytes(options.json, (findings_json(findings) + "\n").encode("utf-8"))
         for line in findings_table(findings):
             say(line)
-        counts = [f"{sum(finding.severity == severity for finding in findings)} {severity}s"
+        counts = [count_text(sum(finding.severity == severity for finding in findings), severity)
                   for severity in ("error", "warning", "note")]
-        say(f"{options.file}: {stations} stations, {', '.join(counts)}")
+        say(f"{options.file}: {count_text(stations, 'station')}, {', '.join(counts)}")
     return 1 if worst(findings) == "error" else 0
 
 
@@ -163,7 +164,7 @@ def _read_data(options: argparse.Namespace) -> tuple[Survey, Reals | None, list[
         findings.append(Finding("warning", "count", f"the count line says {obs.count}, the file holds {survey.n_stations} "
                                 "records", "correct the count"))
     written = None if obs.uncertainty is None else np.where(np.isnan(survey.data), np.nan, obs.uncertainty)
-    return survey, written, kept_names(read_side_file(options.file), survey) or station_names(survey), findings
+    return survey, written, kept_names(read_side_file(options.file), survey.n_stations) or station_names(survey), findings
 
 
 def _placed(options: argparse.Namespace, survey: Survey, findings: list[Finding]) -> tuple[Survey, SideInfo]:

@@ -9,7 +9,7 @@ from dataclasses import dataclass, replace
 import numpy as np
 import numpy.typing as npt
 
-from ..amounts import bytes_text, duration_text
+from ..amounts import bytes_text, count_text, duration_text
 from ..checks.against import check_terrain
 from ..checks.findings import listed
 from ..errors import FileError, UsageError
@@ -25,6 +25,7 @@ from ..terrain_input import read_terrain, terrain_step
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 from .placing import refuse_degrees
+from .station_names import kept_names
 from .station_options import add_csv_options, add_station_options, add_terrain_options, read_table, station_columns
 
 Reals = npt.NDArray[np.float64]
@@ -250,11 +251,11 @@ def _report(planned: PlannedMesh, stations: _Stations | None, ground: _Ground | 
         return
     below = 0 if stations is None else int(np.count_nonzero(stations.elevation < mesh.z_nodes[0]))
     if below:
-        warn(PROGRAM, f"{below} stations lie below the top of the mesh; give the terrain with --topography")
+        warn(PROGRAM, f"{count_text(below, 'station')} below the top of the mesh; give the terrain with --topography")
 
 
 def _warn_of_buried(stations: _Stations, surface: Terrain) -> None:
-    names = [f"line {line}" for line in stations.lines.tolist()]
+    names = kept_names(read_side_file(stations.path), len(stations.x)) or [f"line {line}" for line in stations.lines.tolist()]
     for finding in check_terrain(stations.x, stations.y, stations.elevation, surface, names):
         warn(PROGRAM, f"{stations.path}: {finding.text} ({listed(finding.stations)}); {finding.remedy}")
 

@@ -9,6 +9,7 @@ from dataclasses import dataclass
 import numpy as np
 import numpy.typing as npt
 
+from ..amounts import count_text
 from ..codes import MOST_FILES, data_type_code, data_type_name, data_unit, has_magnetic_layout
 from ..errors import FileError, UsageError
 from ..io.csv_file import write_csv_file
@@ -187,9 +188,9 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     if survey.line is not None and survey.time is None:
         survey.time = _distances(survey)
     if chosen.dropped:
-        placed.notes.append(f"dropped:      {chosen.dropped} stations of --drop")
+        placed.notes.append(f"dropped:      {count_text(chosen.dropped, 'station')} of --drop")
     if chosen.masked.any():
-        placed.notes.append(f"masked:       {np.count_nonzero(chosen.masked)} stations of --mask")
+        placed.notes.append(f"masked:       {count_text(np.count_nonzero(chosen.masked), 'station')} of --mask")
     if chosen.names:
         placed.side = with_names(placed.side, [chosen.names[number] for number in placed.kept.tolist()])
     if options.date:
@@ -199,7 +200,7 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
     return _Converted(survey, summary, None, True, placed,
-                      check_survey(survey, kept_names(placed.side, survey) or None))
+                      check_survey(survey, kept_names(placed.side, survey.n_stations) or None))
 
 
 def _distances(survey: Survey) -> Reals:

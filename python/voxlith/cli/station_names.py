@@ -90,10 +90,10 @@ def with_names(side: SideInfo, names: Sequence[str]) -> SideInfo:
     return side.with_step(_OPERATION, names=list(names)) if names else side
 
 
-def kept_names(side: SideInfo, survey: Survey) -> list[str]:
+def kept_names(side: SideInfo, stations: int) -> list[str]:
     """Names of the stations that a side file holds; empty when there are none, or not one for each station."""
     for step in reversed(side.history):
         names = step.get("names")
-        if step.get("operation") == _OPERATION and isinstance(names, list) and len(names) == survey.n_stations:
+        if step.get("operation") == _OPERATION and isinstance(names, list) and len(names) == stations:
             return [str(name) for name in names]
     return []
