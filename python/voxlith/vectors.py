@@ -12,6 +12,7 @@ import numpy.typing as npt
 from .errors import UsageError
 from .mesh import Mesh
 from .model import Model
+from .packages import require
 from .survey import Direction
 
 Reals = npt.NDArray[np.float64]
@@ -44,6 +45,32 @@ def direction_of(vector: npt.ArrayLike) -> Direction:
 def angle_between(a: Direction, b: Direction) -> float:
     """Angle between two directions, degrees."""
     return math.degrees(math.acos(min(1.0, max(-1.0, float(unit_vector(a) @ unit_vector(b))))))
+
+
+@dataclass(frozen=True)
+class MagneticBody:
+    """Cells that are connected by their faces, see :meth:`VectorModel.bodies`.
+
+    Attributes
+    ----------
+    cells : int
+    centre : tuple of float
+        x, y and elevation, weighted by amplitude and volume.
+    volume : float
+        m3.
+    moment : ndarray, shape (3,)
+        Sum of magnetisation times volume, A m2 to the east, north and down: directions are weighted by amplitude.
+    """
+
+    cells: int
+    centre: tuple[float, float, float]
+    volume: float
+    moment: Reals
+
+    @property
+    def direction(self) -> Direction:
+        """Direction of the moment."""
+        return direction_of(self.moment)
 
 
 @dataclass(frozen=True)
@@ -140,3 +167,25 @@ class VectorModel:
             raise UsageError("vectors: expected amplitudes above 0")
         x, y, z = (weight @ self.mesh.centres() / weight.sum()).tolist()
         return x, y, z
+
+    def bodies(self, least: float = 0.5) -> list[MagneticBody]:
+        """Connected cells of a share of the largest amplitude or more, the largest moment first.
+
+        Cells are connected by their faces. Cells without an amplitude are in no body.
+        """
+        amplitude = np.where(np.isfinite(self.amplitude), self.amplitude, 0.0)
+        if self.active is not None:
+            amplitude[~self.active] = 0.0
+        chosen = (amplitude > 0.0) & (amplitude >= least * amplitude.max(initial=0.0))
+        ndimage = require("scipy.ndimage", "magnetic bodies")
+        labels, count = ndimage.label(self.mesh.cube(chosen))
+        numbers = self.mesh.flat(labels)
+        volumes, centres = self.mesh.volumes(), self.mesh.centres()
+        found = []
+        for body in range(1, count + 1):
+            inside = numbers == body
+            weights = amplitude[inside] * volumes[inside]
+            x, y, z = (weights @ centres[inside] / weights.sum()).tolist()
+            moment = volumes[inside] @ self.vectors[inside] * (self.strength / _NANOTESLA_OF_AMPERE_PER_METRE)
+            found.append(MagneticBody(int(inside.sum()), (x, y, z), float(volumes[inside].sum()), np.asarray(moment)))
+        return sorted(found, key=lambda one: -float(np.linalg.norm(one.moment)))

@@ -222,7 +222,12 @@ def test_a_remanent_body_by_a_vector_run(made, stack, folder, tools):
     assert done.status == 0 and "moment: " in done.out, done
     names = {path.name for path in (folder / "properties").iterdir()}
     assert names == {"mx.mod", "my.mod", "mz.mod", "amplitude.mod", "inclination.mod", "declination.mod", "mesh.msh", "properties.vtr",
-                     "TMI.csv", "components.csv"}
+                     "TMI.csv", "components.csv", "bodies.csv"}
+    lines = [line.split(",") for line in (folder / "properties" / "bodies.csv").read_text().splitlines()]
+    body = dict(zip(lines[0], map(float, lines[1])))
+    assert abs(body["x"] - 275.0) < 50.0 and abs(body["y"] - 325.0) < 50.0 and "body 1: " in done.out
+    # The true one: 0.05 SI in 50000 nT, 100 x 100 x 90 m.
+    assert angle_between(Direction(body["inclination"], body["declination"]), remanence) < 8.0
     assert read_model_file("properties/amplitude.mod", mesh.n_cells) == pytest.approx(vector.amplitude, rel=1e-5, abs=1e-9)
 
 
@@ -385,7 +390,7 @@ def test_wrong_rounds_are_refused(tools, stack, folder, words, message):
 def test_a_run_that_fails_is_reported(tools, stack, folder):
     stack(*TWO, "--scale", "1", "1", "--out", "two")
     (folder / "two_weights.txt").write_text("1 2 3\n")
-    assert "two_weights.txt" in one_line(tools("compact", ".", "--control", "two.inp"))
+    assert "two_weights.txt" in one_line(tools("compact", ".", "--control", "two.inp", "--norm", "2"))
 
 
 VECTOR = ("--properties", "mx", "my", "mz", "--rows", "tmi.obs", "tmi_x.mtx", "tmi_y.mtx", "tmi_z.mtx")

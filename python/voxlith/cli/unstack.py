@@ -7,16 +7,16 @@ from collections.abc import Sequence
 
 import numpy as np
 
-from ..errors import FileError, PathLike, UsageError
+from ..errors import FileError, MissingPackageError, PathLike, UsageError
 from ..io.numbers import number_text
 from ..io.output import write_bytes
 from ..model import Model, write_vtr
 from ..run import Run
 from ..side_file import first_coordinates, write_side_file
 from ..stacked_run import ComponentFit, StackedRun
-from ..survey import Direction
-from ..vectors import VectorModel, angle_between, direction_of
-from .output import say
+from ..survey import Direction, InducingField
+from ..vectors import MagneticBody, VectorModel, angle_between, direction_of
+from .output import say, warn
 from .parser import Parser, integer_within
 
 PROGRAM = "voxlith-tools"
@@ -26,7 +26,10 @@ Examples:
   voxlith-tools unstack . --control vector.inp
   voxlith-tools unstack run1 --control mixed.inp --out run1/properties --no-vtr
 Files: PROPERTY.mod for each property, amplitude.mod, inclination.mod, declination.mod of a magnetisation, mesh.msh,
-properties.vtr for ParaView, COMPONENT.csv with data and predictions, components.csv with the misfit of each."""
+properties.vtr for ParaView, COMPONENT.csv with data and predictions, components.csv with the misfit of each, bodies.csv with
+position and moment of each magnetic body: connected cells of half the largest amplitude or more."""
+
+_MOST_SHOWN = 5
 
 
 def make_parser() -> Parser:
@@ -72,8 +75,34 @@ def run(arguments: Sequence[str]) -> int:
         _write_component(os.path.join(out, f"{one.name}.csv"), one)
         write_side_file(os.path.join(out, f"{one.name}.csv"), side)
     _write_components(os.path.join(out, "components.csv"), fits)
+    bodies = _bodies(vector)
+    if bodies:
+        _write_bodies(os.path.join(out, "bodies.csv"), bodies, stacked.stack.field)
+        write_side_file(os.path.join(out, "bodies.csv"), side)
     _report(out, stacked, models, vector, fits)
+    _report_bodies(bodies)
     return 0
+
+
+def _bodies(vector: VectorModel | None) -> list[MagneticBody]:
+    """Bodies of a magnetisation; none without the package that finds connected cells."""
+    if vector is None:
+        return []
+    try:
+        return vector.bodies()
+    except MissingPackageError as error:
+        warn(PROGRAM, f"no bodies.csv: {error}")
+        return []
+
+
+def _write_bodies(path: PathLike, bodies: Sequence[MagneticBody], field: InducingField | None) -> None:
+    lines = ["body,x,y,elevation,cells,volume_m3,moment_Am2,inclination,declination,angle_to_field"]
+    for number, one in enumerate(bodies, 1):
+        angle = "" if field is None else f"{angle_between(one.direction, field.direction):.1f}"
+        x, y, z = one.centre
+        lines.append(f"{number},{x:.1f},{y:.1f},{z:.1f},{one.cells},{one.volume:.6g},{np.linalg.norm(one.moment):.6g},"
+                     f"{one.direction.inclination:.1f},{one.direction.declination:.1f},{angle}")
+    write_bytes(path, ("\n".join(lines) + "\n").encode())
 
 
 def _write_vtr(path: PathLike, models: Sequence[Model], vector: VectorModel | None) -> None:
@@ -123,3 +152,12 @@ def _report(out: str, stacked: StackedRun, models: Sequence[Model], vector: Vect
     field = stacked.stack.field
     if field is not None:
         say(f"inducing field: {_direction_text(field.direction)}, {angle_between(found, field.direction):.0f} degrees from the moment")
+
+
+def _report_bodies(bodies: Sequence[MagneticBody]) -> None:
+    for number, one in enumerate(bodies[:_MOST_SHOWN], 1):
+        x, y, z = one.centre
+        say(f"body {number}:        x {x:.0f}, y {y:.0f}, elevation {z:.0f}, {one.cells} cells, {np.linalg.norm(one.moment):.4g} A m2, "
+            f"{_direction_text(one.direction)}")
+    if len(bodies) > _MOST_SHOWN:
+        say(f"{len(bodies) - _MOST_SHOWN} smaller bodies in bodies.csv")
