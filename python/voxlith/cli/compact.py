@@ -3,16 +3,22 @@ for compact bodies, and for each type of data at its target misfit."""
 
 from __future__ import annotations
 
+import argparse
 import os
+import signal
 import subprocess
+import sys
 from collections.abc import Sequence
+from dataclasses import dataclass
+
+import numpy as np
 
 from ..compact import (Compactness, amplitudes, balanced_factors, balanced_weights, changed_share, compact_weights,
                        group_misfit, next_eps)
+from ..compact_progress import CompactProgress, Round
 from ..errors import RunError, UsageError, VoxlithError
-from ..io.control_file import ControlFile
 from ..io.output import write_bytes
-from ..io.weight_file import is_null_name, write_weight_file
+from ..io.weight_file import CellWeights, is_null_name, write_weight_file
 from ..model import Model
 from ..process import find_program
 from ..run import Run
@@ -35,7 +41,7 @@ Examples:
 Round 0 is voxlith-run --target-rms with the weights of the control file. Each further round weights the smallness of a cell
 less, the larger its amplitude was, and the norm of each property so that its data reach the target misfit. --norm 2
 only balances the misfits. The last round is that of CONTROL_compact.inp with CONTROL_compact_weights.txt; CONTROL_compact.csv
-has a line for each round."""
+has a line for each round. After a stop, or for more rounds, give the same options and --continue."""
 
 
 def make_parser() -> Parser:
@@ -52,6 +58,7 @@ def make_parser() -> Parser:
     add("--smoothness", metavar="NUMBER", type=number_from(0.0),
         help="Factor of the smoothness from round 1 on (default: 0.001; 1 with --norm 2)")
     add("--target-rms", metavar="R", type=number_from(0.0, above=True), default=1.0, help="RMS misfit of each round (default: 1)")
+    add("--continue", dest="go_on", action="store_true", help="Go on after the last complete round of an earlier call with these options")
     add("--cross-gradient", metavar="WEIGHT[,A,B]", help="Couple the structure of two properties in each round, as voxlith-run does")
     return parser
 
@@ -61,43 +68,114 @@ def run(arguments: Sequence[str]) -> int:
     options = make_parser().parse(arguments)
     if options.norm > 2.0:
         raise UsageError(f"--norm {options.norm:g}: expected a number from 0 to 2")
+    signal.signal(signal.SIGTERM, _interrupt)
+    work = _prepare(options)
+    progress = CompactProgress(_settings(options))
+    if options.go_on:
+        progress = CompactProgress.read(work.names.progress)
+        progress.require(_settings(options), work.names.progress)
+        say(f"{len(progress.rounds) - 1} of {options.rounds} rounds are done")
+    try:
+        model = _last_model(work, progress) if progress.rounds else _first_round(work, progress)
+        while len(progress.rounds) <= options.rounds and not (len(progress.rounds) > 1 and _is_done(options, work.stack, progress)):
+            model = _next_round(work, progress, model)
+    except KeyboardInterrupt:
+        warn(PROGRAM, f"stopped in round {len(progress.rounds)} of {options.rounds}; --continue goes on with it")
+        raise
+    _warn_of_rest(options, work.stack, progress)
+    say(f"Look at it with: voxlith-tools unstack {options.folder} --control {work.names.control}")
+    return 0
+
+
+def _interrupt(number: int, frame: object) -> None:
+    raise KeyboardInterrupt
+
+
+def _settings(options: argparse.Namespace) -> dict[str, object]:
+    """What all rounds have in common."""
+    return {"--control": options.control, "--norm": options.norm, "--smoothness": _smoothness(options), "--target-rms": options.target_rms,
+            "--cross-gradient": options.cross_gradient}
+
+
+def _smoothness(options: argparse.Namespace) -> float:
+    if options.smoothness is not None:
+        return float(options.smoothness)
+    return 1.0 if options.norm == 2.0 else _SMOOTHNESS
+
+
+@dataclass(frozen=True)
+class _Work:
+    """What all rounds use."""
+
+    options: argparse.Namespace
+    first: Run
+    stack: Stack
+    base: CellWeights
+    names: _Names
+    words: list[str]  # options of voxlith-run
+
+
+def _prepare(options: argparse.Namespace) -> _Work:
     words = ["--target-rms", repr(options.target_rms)]
     words += ["--cross-gradient", options.cross_gradient] if options.cross_gradient else []
     first = Run(options.folder, options.control)
-    stem = os.path.splitext(options.control)[0]
     stack = StackedRun(first, options.stack).stack
-    base = first.weights()
-    control = first.control
-    if control.values.model_count != 1 or control.values.restart > 0:
+    values = first.control.values
+    if values.model_count != 1 or values.restart > 0:
         raise VoxlithError(f"{first.path(options.control)}: expected a new run with one model type")
-    if is_null_name(control.values.weight_files[0]):
+    if is_null_name(values.weight_files[0]):
         warn(PROGRAM, f"{options.control}: no weighting file; without the seams of voxlith-tools stack one property is smoothed into the next")
-    names = _Names(options.folder, stem)
-    smoothness = options.smoothness if options.smoothness is not None else 1.0 if options.norm == 2.0 else _SMOOTHNESS
-    _invert(options.folder, options.control, words)
-    here = StackedRun(first, stack)
-    model = first.model()
-    table = ["round," + ",".join([*(f"rms_{one.name}" for one in stack.components),
-                                  *(f"amplitude_{stack.properties[group[0]].name}" for group in stack.groups()), "change"])]
-    rms = _note(table, names.table, here, 0, model, 1.0)
-    factors = [1.0] * len(stack.groups())
-    how: Compactness | None = None
-    for number in range(1, options.rounds + 1):
-        how = Compactness(next_eps(amplitudes(stack, model.values), how), options.norm, smoothness)
-        factors = balanced_factors(stack, factors, rms, options.target_rms)
-        weights = balanced_weights(stack, compact_weights(stack, base, model.values, how), factors)
-        write_weight_file(first.path(names.weights), weights)
-        _write_control(control, first, names)
-        _invert(options.folder, names.control, words)
-        here = StackedRun(Run(options.folder, names.control), stack)
-        before, model = model, here.run.model()
-        change = changed_share(before, model)
-        rms = _note(table, names.table, here, number, model, change)
-        if options.norm == 2.0 and _is_balanced(stack, rms, options.target_rms):
-            break
-    _warn_of_rest(options.norm, change, stack, rms, options.target_rms)
-    say(f"Look at it with: voxlith-tools unstack {options.folder} --control {names.control}")
-    return 0
+    work = _Work(options, first, stack, first.weights(), _Names(options.folder, os.path.splitext(options.control)[0]), words)
+    if options.norm < 2.0:
+        _warn_of_bounds(options.control, stack, first)
+    return work
+
+
+def _warn_of_bounds(control: str, stack: Stack, run: Run) -> None:
+    """Without bounds nothing but the cell size limits how small a compact body becomes."""
+    bounds = run.bounds()
+    is_free = ~bounds.fixed & (np.isinf(bounds.lower) | np.isinf(bounds.upper))
+    free = [known.name for known, part in zip(stack.properties, np.split(is_free, len(stack.properties))) if part.any()]
+    if free:
+        warn(PROGRAM, f"{control}: no bounds of {', '.join(free)}: a compact body shrinks to few cells of an amplitude that no rock has; give the "
+             "largest plausible amplitude to stack, such as --bounds -0.05,0.05")
+
+
+def _last_model(work: _Work, progress: CompactProgress) -> Model:
+    place = os.path.dirname(work.names.progress)
+    return Model.read(os.path.join(place, progress.model_file), work.first.mesh, "model")
+
+
+def _first_round(work: _Work, progress: CompactProgress) -> Model:
+    _invert(work.options.folder, work.options.control, work.words, 0)
+    model = work.first.model()
+    progress.factors = (1.0,) * len(work.stack.groups())
+    _note(work, progress, StackedRun(work.first, work.stack), model, 1.0)
+    return model
+
+
+def _next_round(work: _Work, progress: CompactProgress, before: Model) -> Model:
+    """A run with weights that follow from the last model. Gives its model, and adds the round to the progress."""
+    options, stack, number = work.options, work.stack, len(progress.rounds)
+    last = Compactness(progress.eps, options.norm, _smoothness(options)) if progress.eps else None
+    how = Compactness(next_eps(amplitudes(stack, before.values), last), options.norm, _smoothness(options))
+    factors = balanced_factors(stack, list(progress.factors), list(progress.rounds[-1].rms), options.target_rms)
+    weights = balanced_weights(stack, compact_weights(stack, work.base, before.values, how), factors)
+    write_weight_file(work.first.path(work.names.weights), weights)
+    control = work.first.control
+    control.set(weight_files=(work.names.weights,))
+    control.write(work.first.path(work.names.control))
+    _invert(options.folder, work.names.control, work.words, number, resume=options.go_on)
+    here = StackedRun(Run(options.folder, work.names.control), stack)
+    model = here.run.model()
+    progress.eps, progress.factors = how.eps, tuple(factors)
+    _note(work, progress, here, model, changed_share(before, model))
+    return model
+
+
+def _is_done(options: argparse.Namespace, stack: Stack, progress: CompactProgress) -> bool:
+    """Whether rounds that only balance the misfits have balanced them."""
+    return options.norm == 2.0 and _is_balanced(stack, list(progress.rounds[-1].rms), options.target_rms)
 
 
 def _is_balanced(stack: Stack, rms: list[float], target: float) -> bool:
@@ -105,11 +183,12 @@ def _is_balanced(stack: Stack, rms: list[float], target: float) -> bool:
     return all(abs(misfit / target - 1.0) <= _BALANCED for misfit in misfits if misfit > 0.0)
 
 
-def _warn_of_rest(norm: float, change: float, stack: Stack, rms: list[float], target: float) -> None:
-    if norm < 2.0 and change > _SETTLED:
+def _warn_of_rest(options: argparse.Namespace, stack: Stack, progress: CompactProgress) -> None:
+    change = progress.rounds[-1].change
+    if options.norm < 2.0 and change > _SETTLED:
         warn(PROGRAM, f"the last round still changed the model by {100.0 * change:.0f} percent; more rounds, or bounds of the amplitude, "
              "settle it")
-    if not _is_balanced(stack, rms, target):
+    if not _is_balanced(stack, list(progress.rounds[-1].rms), options.target_rms):
         warn(PROGRAM, "the misfits of the types of data differ from the target by more than 5 percent; more rounds balance them")
 
 
@@ -120,11 +199,7 @@ class _Names:
         self.control = f"{stem}_compact.inp"
         self.weights = f"{stem}_compact_weights.txt"
         self.table = os.path.join(folder, f"{stem}_compact.csv")
-
-
-def _write_control(control: ControlFile, run: Run, names: _Names) -> None:
-    control.set(weight_files=(names.weights,))
-    control.write(run.path(names.control))
+        self.progress = os.path.join(folder, f"{stem}_compact.json")
 
 
 def _program() -> str:
@@ -133,23 +208,43 @@ def _program() -> str:
     return found if os.path.basename(found) == "voxlith-run" else find_program(os.path.join(os.path.dirname(found), "voxlith-run"))
 
 
-def _invert(folder: str, control: str, options: Sequence[str]) -> None:
-    """A run of voxlith-run to the target misfit. Raises RunError with what it says."""
+def _invert(folder: str, control: str, options: Sequence[str], number: int, *, resume: bool = False) -> None:
+    """A run of voxlith-run to the target misfit; with `resume` from its checkpoint, if that is of this round. Raises RunError."""
     words = [_program(), control, *options, "--quiet"]
-    done = subprocess.run(words, cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace", check=False)
-    if done.returncode != 0:
-        said = " ".join(done.stderr.split()) or f"exit status {done.returncode}"
-        raise RunError(f"{os.path.join(folder, control)}: {said}")
+    if resume and os.path.exists(os.path.join(folder, "voxlith.checkpoint")) and _status([*words, "--continue"], folder)[0] == 0:
+        return
+    status, said = _status(words, folder)
+    if status != 0:
+        raise RunError(f"{os.path.join(folder, control)}, round {number}: {said or f'exit status {status}'}")
 
 
-def _note(table: list[str], path: str, stacked: StackedRun, number: int, model: Model, change: float) -> list[float]:
-    """A line of the table, and one on the screen; gives the misfit of each component."""
-    stack = stacked.stack
-    rms = [fit.rms for fit in stacked.fits()]
-    largest = [float(one.max()) * stack.properties[group[0]].scale for one, group in zip(amplitudes(stack, model.values), stack.groups())]
-    table.append(",".join([str(number), *(f"{one:.4f}" for one in rms), *(f"{one:.5g}" for one in largest), f"{change:.4f}"]))
-    write_bytes(path, ("\n".join(table) + "\n").encode())
+def _status(words: Sequence[str], folder: str) -> tuple[int, str]:
+    """Exit status of a program and what it says on standard error. An interrupt stops it after its iteration."""
+    with subprocess.Popen(words, cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                          errors="replace") as process:
+        try:
+            said = process.communicate()[1]
+        except KeyboardInterrupt:
+            process.terminate()
+            process.communicate()
+            raise
+    return process.returncode, " ".join(said.split())
+
+
+def _note(work: _Work, progress: CompactProgress, stacked: StackedRun, model: Model, change: float) -> None:
+    """Add a round to the progress: a line of the table, and one on the screen."""
+    stack, number = work.stack, len(progress.rounds)
+    rms = tuple(fit.rms for fit in stacked.fits())
+    largest = tuple(float(one.max()) * stack.properties[group[0]].scale
+                    for one, group in zip(amplitudes(stack, model.values), stack.groups()))
+    progress.rounds.append(Round(rms, largest, change))
+    progress.write(work.names.progress, model)
+    head = ["round", *(f"rms_{one.name}" for one in stack.components),
+            *(f"amplitude_{stack.properties[group[0]].name}" for group in stack.groups()), "change"]
+    rows = [[str(at), *(f"{value:.4f}" for value in one.rms), *(f"{value:.5g}" for value in one.largest), f"{one.change:.4f}"]
+            for at, one in enumerate(progress.rounds)]
+    write_bytes(work.names.table, "".join(",".join(row) + "\n" for row in [head, *rows]).encode())
     misfits = ", ".join(f"{one.name} {value:.3f}" for one, value in zip(stack.components, rms))
     say(f"round {number}: RMS misfit {misfits}; largest {' '.join(f'{one:.4g}' for one in largest)}"
         + (f"; changed by {100.0 * change:.0f} percent" if number else ""))
-    return rms
+    sys.stdout.flush()
