@@ -66,31 +66,36 @@ def data(source: Run | Fit | Survey, component: int = 0, *, colormap: str | None
 def _maps(view: DataView, component: int, title: str, colormap: str | None, limits: Limits | None) -> Figure:
     survey = view.survey
     panels = 1 if view.predicted is None else 3
-    width, height = _panel_size(survey, panels)
+    width, height = panel_size(survey, panels)
     figure = new_figure(panels * width + 0.9, height + 1.5)
     axes = figure.subplots(1, panels, sharex=True, sharey=True, squeeze=False)[0]
     both = [view.observed(component)] + ([] if panels == 1 else [view.modelled(component)])
     chosen, low, high = style.value_scale(*both, colormap=colormap, limits=limits)
     for panel, values, words in zip(axes, both, ("Observed", "Predicted")):
-        shown = _field(panel, survey, values, chosen, low, high)
+        shown = field_map(panel, survey, values, chosen, low, high)
         panel.set_title(words)
-    _bar(figure, shown, list(axes[:len(both)]), f"{view.names[component]} ({view.unit(component)})",
+    colour_bar(figure, shown, list(axes[:len(both)]), f"{view.names[component]} ({view.unit(component)})",
          style.extension(np.concatenate(both), low, high))
     if panels == 3:
         scores = drawable(view.zscore(component))
         reach = residual_reach(scores)
-        shown = _stations(axes[2], survey, scores, style.DIVERGING, -reach, reach, edge="0.4")
+        shown = station_map(axes[2], survey, scores, style.DIVERGING, -reach, reach, edge="0.4")
         axes[2].set_title("Residual")
-        _bar(figure, shown, [axes[2]], "(predicted − observed) / standard deviation", style.extension(scores, -reach, reach))
+        colour_bar(figure, shown, [axes[2]], "(predicted − observed) / standard deviation", style.extension(scores, -reach, reach))
+    show_extent(axes, survey)
+    figure.suptitle(title)
+    return figure
+
+
+def show_extent(panels: Any, survey: Survey) -> None:
+    """Give maps the extent of the survey, one scale on both axes, and labels."""
     x_limits, y_limits = _extent(survey.x), _extent(survey.y)
-    for panel in axes:
+    for panel in panels:
         panel.set_xlim(x_limits)
         panel.set_ylim(y_limits)
         panel.set_aspect("equal")
         map_axes(panel, x_limits, y_limits, ticks=4)
         panel.label_outer()
-    figure.suptitle(title)
-    return figure
 
 
 def residual_reach(scores: Reals) -> float:
@@ -106,7 +111,8 @@ def _extent(values: Reals) -> tuple[float, float]:
     return low - margin, high + margin
 
 
-def _bar(figure: Figure, shown: Any, panels: list[Any], label: str, extend: str) -> None:
+def colour_bar(figure: Figure, shown: Any, panels: list[Any], label: str, extend: str) -> None:
+    """A colour bar below panels."""
     bar = figure.colorbar(shown, ax=panels, location="bottom", shrink=0.8, aspect=18 * len(panels), pad=0.03, label=label,
                           extend=extend)
     low, high = shown.get_clim()
@@ -115,20 +121,20 @@ def _bar(figure: Figure, shown: Any, panels: list[Any], label: str, extend: str)
     bar.set_ticks(ticks[(ticks >= low - slack) & (ticks <= high + slack)])
 
 
-def _panel_size(survey: Survey, panels: int) -> tuple[float, float]:
+def panel_size(survey: Survey, panels: int) -> tuple[float, float]:
     """Inches of a panel, so that equal scales on both axes fill it."""
     dx, dy = float(np.ptp(survey.x)) or 1.0, float(np.ptp(survey.y)) or 1.0
     width = 5.0 if panels == 1 else 3.1
     return width, float(np.clip(width * dy / dx, 0.7, 6.0))
 
 
-def _field(panel: Any, survey: Survey, values: Reals, colormap: str, low: float, high: float) -> Any:
+def field_map(panel: Any, survey: Survey, values: Reals, colormap: str, low: float, high: float) -> Any:
     """Filled contours through the stations where these cover the ground evenly, coloured stations where they do not."""
     valid = np.isfinite(values)
     x, y = survey.x[valid], survey.y[valid]
     triangles = gapless_triangles(x, y)
     if triangles is None:
-        return _stations(panel, survey, values, colormap, low, high)
+        return station_map(panel, survey, values, colormap, low, high)
     levels = np.linspace(low, high, 22)
     shown = panel.tricontourf(triangles, values[valid], levels=levels, cmap=colormap,
                               extend=style.extension(values, low, high))
@@ -140,7 +146,7 @@ def _field(panel: Any, survey: Survey, values: Reals, colormap: str, low: float,
     return shown
 
 
-def _stations(panel: Any, survey: Survey, values: Reals, colormap: str, low: float, high: float,
+def station_map(panel: Any, survey: Survey, values: Reals, colormap: str, low: float, high: float,
               edge: str | None = None) -> Any:
     """Coloured stations; those of the largest magnitude lie on top, masked ones are crosses."""
     valid = np.isfinite(values)
@@ -183,7 +189,8 @@ def gapless_triangles(x: Reals, y: Reals) -> Triangulation | None:
     return triangles
 
 
-def _distance_label(line: Line) -> tuple[str, Any]:
+def distance_label(line: Line) -> tuple[str, Any]:
+    """Label and scale of the axis along a line of stations."""
     scale = length_scale(float(line.distance.min()), float(line.distance.max()))
     names = {"x": ("x", "east"), "y": ("y", "north"), "": ("distance along the line", "")}
     return scale.label(*names[line.axis]), scale
@@ -215,7 +222,7 @@ def _profile(view: DataView, component: int, line: Line, title: str, limits: Lim
         panel.set_ylim(style.value_scale(observed, limits=limits)[1:])
     panel.set_ylabel(f"{name} ({unit})")
     panel.legend(loc="best")
-    label, scale = _distance_label(line)
+    label, scale = distance_label(line)
     show_lengths(lowest.xaxis, scale, 8)
     lowest.set_xlabel(label)
     figure.suptitle(title)
