@@ -38,10 +38,11 @@ ScaledObjective currentObjective(ConvergedMode& mode, const InversionLoop& loop)
     return current;
 }
 
-void scaleComponents(ConvergedMode& mode) {
-    for (std::size_t c = 0; c < mode.state.components.factor.size(); ++c) {
-        mode.work.data.componentScale[c] = std::sqrt(mode.state.components.factor[c]);
-    }
+void scaleComponents(ConvergedMode& mode, const InversionProblem& problem) {
+    std::array<double, maxFiles> scales{};
+    std::transform(mode.state.components.factor.begin(), mode.state.components.factor.end(), scales.begin(),
+                   [](double factor) { return std::sqrt(factor); });
+    setComponentScales(problem, scales, mode.work);
 }
 
 // A trade-off that is large beside the data: where the curvatures of data and norm are equal along the data gradient,
@@ -77,13 +78,13 @@ void balanceComponents(ConvergedMode& mode, const InversionProblem& problem, Inv
     for (std::size_t c = 0; c < components; ++c) {
         factor.fill(0.0);
         factor[c] = 1.0;
-        scaleComponents(mode);
+        scaleComponents(mode, problem);
         tradeoff[c] = startingTradeoff(mode, problem, options);
     }
     for (std::size_t c = 0; c < components; ++c) {
         factor[c] = tradeoff[0] / tradeoff[c];
     }
-    scaleComponents(mode);
+    scaleComponents(mode, problem);
 }
 
 void beginSearch(ConvergedMode& mode, const InversionProblem& problem, InversionOptions& options) {
@@ -176,7 +177,7 @@ void beginNextPhase(ConvergedMode& mode, InversionLoop& loop, const ConvergedRec
         // What can be had is the target over all data.
         state.phase = ConvergedPhase::tradeoff;
         state.components.factor.fill(1.0);
-        scaleComponents(mode);
+        scaleComponents(mode, loop.problem);
         beginSearch(mode, loop.problem, records.options);
         state.multiplier = records.options.multiplier;
         refreshTerms(mode, loop);
@@ -250,7 +251,7 @@ void advanceComponents(ConvergedMode& mode, InversionLoop& loop, const Converged
         beginNextPhase(mode, loop, records);
         return;
     }
-    scaleComponents(mode);
+    scaleComponents(mode, loop.problem);
     refreshTerms(mode, loop);
 }
 
@@ -270,7 +271,7 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     if (holdsComponents(state) && mayAdjust(sparse) &&
         adjustFactors(state.components, misfits, misfitTolerance(sparse))) {
         ++sparse.adjustments;
-        scaleComponents(mode);
+        scaleComponents(mode, loop.problem);
         refreshTerms(mode, loop);
         return;
     }
@@ -307,7 +308,6 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     ConvergedState& state = mode.state;
     mode.work = prepareNewton(problem);
     mode.work.cross = makeCrossGradient(problem, state.settings.cross);
-    scaleComponents(mode);
     if (state.settings.modelNorm != ModelNorm::smooth) {
         mode.weights = records.weights;
     }
@@ -315,6 +315,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
         takeWeights(mode, problem, records);
     }
     const ScaledObjective start = evaluateObjective(problem, mode.work, modelOf(problem));
+    scaleComponents(mode, problem);  // the valid data are known now
     loop.state.iterTerms = start.terms;
     loop.state.barrier = Barrier{};  // bounds are kept exactly
     InversionOptions& options = records.options;

@@ -74,7 +74,7 @@ void reportSparseNorm(const ConvergedMode& mode, InversionLoop& loop) {
             shortNumber(100.0 * sparse.change) + " % of its largest value; norms in the table have these weights");
 }
 
-void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
+void reportAccuracy(ConvergedMode& mode, InversionLoop& loop) {
     const ConvergedState& state = mode.state;
     const double relative = state.objective > 0.0 ? state.predictedDecrease / state.objective : 0.0;
     switch (state.end) {
@@ -109,10 +109,13 @@ void reportAccuracy(const ConvergedMode& mode, InversionLoop& loop) {
         return;
     }
     const double bound = largestPossibleDecrease(loop.problem, mode.work);
+    if (bound > state.objective) {
+        say(loop, "The objective is " + shortNumber(state.objective) +
+                      "; bounds and reference term give no useful limit for its distance from the minimum");
+        return;
+    }
     const std::string share = state.objective > 0.0 ? shortNumber(100.0 * bound / state.objective) : "0";
-    say(loop, std::isfinite(bound)
-                  ? "The objective, " + shortNumber(state.objective) + ", is at most " + share + " % above its minimum"
-                  : "Without bounds and reference model there is no limit for the distance from the minimum");
+    say(loop, "The objective, " + shortNumber(state.objective) + ", is at most " + share + " % above its minimum");
 }
 
 // The RMS misfit that is reached from the model in some steps; the model is put back by the caller.
@@ -184,12 +187,13 @@ bool findReasons(ConvergedMode& mode, InversionLoop& loop) {
     const std::array<double, maxFiles> scale = work.data.componentScale;
     bool eachAlone = componentCount(problem) > 1;
     for (std::size_t c = 0; componentCount(problem) > 1 && c < componentCount(problem); ++c) {
-        work.data.componentScale.fill(0.0);
-        work.data.componentScale[c] = 1.0;
+        std::array<double, maxFiles> alone{};
+        alone[c] = 1.0;
+        setComponentScales(problem, alone, work);
         const double rms = rmsAfterSteps(mode, loop, std::array{c});
         putBack();
         if (signalOfRanks() != 0) {
-            work.data.componentScale = scale;
+            setComponentScales(problem, scale, work);
             return false;
         }
         eachAlone = eachAlone && rms <= 1.02 * target;
@@ -200,7 +204,7 @@ bool findReasons(ConvergedMode& mode, InversionLoop& loop) {
                           " at best: its standard deviations are too small, or the cells too coarse");
         }
     }
-    work.data.componentScale = scale;
+    setComponentScales(problem, scale, work);
     if (eachAlone) {
         explained = true;
         say(loop,

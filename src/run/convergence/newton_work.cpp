@@ -55,6 +55,14 @@ void projectStart(const InversionProblem& problem, const NewtonWork& work) {
     }
 }
 
+void updateDataDiagonal(const InversionProblem& problem, NewtonWork& work) {
+    estimateDataDiagonal(problem, work.data, work.dataDiagonal);
+    const double nData = problem.obs.nData;
+    for (double& value : work.dataDiagonal) {
+        value /= nData;
+    }
+}
+
 }  // namespace
 
 std::span<double> modelOf(const InversionProblem& problem) {
@@ -120,17 +128,18 @@ NewtonWork prepareNewton(const InversionProblem& problem) {
     work.isFree.assign(size, 0);
     work.dataVector.assign(work.data.validData.size(), 0.0);
     work.blockSums.assign(size / sumBlock + 1, 0.0);
-    estimateDataDiagonal(problem, work.data, work.dataDiagonal);
-    const double nData = problem.obs.nData;
-    for (double& value : work.dataDiagonal) {
-        value /= nData;
-    }
+    updateDataDiagonal(problem, work);
     eachModelType(problem, [&](std::size_t first) {
         addNormDiagonal(problem.regularisation(), NormForm::exact,
                         std::span<const double>(problem.arrays.refModel).subspan(first, cells), 1.0,
                         std::span(work.normDiagonal).subspan(first, cells));
     });
     return work;
+}
+
+void setComponentScales(const InversionProblem& problem, std::span<const double> scales, NewtonWork& work) {
+    std::copy(scales.begin(), scales.end(), work.data.componentScale.begin());
+    updateDataDiagonal(problem, work);
 }
 
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {

@@ -19,7 +19,7 @@
 namespace voxlith {
 
 // Work arrays; nothing in them lasts from one step to the next except the bounds, `dataDiagonal` and `normDiagonal`,
-// which prepareNewton computes.
+// which prepareNewton and setComponentScales compute.
 struct NewtonWork {
     DataOperator data;
     CrossGradient cross;                             // beta phi_x in phi, g and H; none by default
@@ -47,6 +47,9 @@ std::span<double> modelOf(const InversionProblem& problem);
 // Sizes all arrays and computes bounds and diagonals. Brings arrays.model within its bounds; no-data values become 0.
 // Throws RunError, see makeDataOperator.
 NewtonWork prepareNewton(const InversionProblem& problem);
+
+// Takes the scales of the components, and computes `dataDiagonal` with them: a preconditioner for other scales is none.
+void setComponentScales(const InversionProblem& problem, std::span<const double> scales, NewtonWork& work);
 
 // phi at `model`, with obs.predData and the derivative of the data taken there.
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);

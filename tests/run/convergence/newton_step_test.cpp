@@ -186,9 +186,16 @@ TEST(NewtonStep, LeavesFixedCellsAsTheyAre) {
     EXPECT_EQ(small.arrays.model[5], 0.7);
 }
 
-TEST(NewtonStep, BoundsTheDistanceFromTheMinimum) {
-    SmallProblem small(SmallOptions{});
-    setBounds(small, -0.2, 0.2);
+// Without bounds (0), with them, and with folded depth weights or not; both are limits far from the minimum and close
+// to it.
+void expectBound(double bound, bool fold) {
+    SmallOptions options;
+    options.fold = fold;
+    options.multiplier = 0.05;
+    SmallProblem small(options);
+    if (bound > 0.0) {
+        setBounds(small, -bound, bound);
+    }
     NewtonWork work = prepareNewton(small.problem());
     const ScaledObjective start = evaluateObjective(small.problem(), work, small.arrays.model);
     evaluateGradient(small.problem(), work, small.arrays.model);
@@ -197,6 +204,35 @@ TEST(NewtonStep, BoundsTheDistanceFromTheMinimum) {
     EXPECT_GE(boundAtStart, start.objective - end.objective);
     evaluateGradient(small.problem(), work, small.arrays.model);
     EXPECT_LT(largestPossibleDecrease(small.problem(), work), 1e-6 * end.objective);
+}
+
+TEST(NewtonStep, BoundsTheDistanceFromTheMinimum) {
+    for (const double bound : {0.0, 0.2, 0.5}) {
+        expectBound(bound, true);
+        expectBound(bound, false);
+    }
+    SmallProblem small(SmallOptions{});
+    std::fill(small.weights.wtS.begin(), small.weights.wtS.end(), 0.0F);
+    NewtonWork work = prepareNewton(small.problem());
+    evaluateObjective(small.problem(), work, small.arrays.model);
+    evaluateGradient(small.problem(), work, small.arrays.model);
+    EXPECT_FALSE(std::isfinite(largestPossibleDecrease(small.problem(), work)));
+}
+
+TEST(NewtonStep, PreconditionerFollowsTheScalesOfComponents) {
+    SmallOptions options;
+    options.nDataTypes = options.nMtx = options.nModelTypes = 2;
+    SmallProblem small(options);
+    NewtonWork work = prepareNewton(small.problem());
+    const auto diagonalWith = [&](double first, double second) {
+        setComponentScales(small.problem(), Vector{first, second}, work);
+        return work.dataDiagonal;
+    };
+    const Vector ofFirst = diagonalWith(1.0, 0.0), ofSecond = diagonalWith(0.0, 1.0), scaled = diagonalWith(1.0, 0.5);
+    for (std::size_t n = 0; n < scaled.size(); ++n) {
+        EXPECT_NEAR(scaled[n], ofFirst[n] + 0.25 * ofSecond[n], 1e-12 * scaled[n]);
+    }
+    EXPECT_GT(dot(ofSecond, ofSecond), 0.0);
 }
 
 // Small standard deviations and two bounds: the projected step gains next to nothing, and the interior point goes on.
