@@ -5,6 +5,9 @@ All result files must then be those of a run that nobody stopped, byte for byte;
 says how often the run was continued, are left out. Processes are stopped here, not machines.
 
     checkpoint_harness.py --program build/release/voxlith-run --tools build/release/tools/voxlith-tools --count 200 --seed 1
+    checkpoint_harness.py ... --converged       all converged modes, each on several kinds of surveys
+
+Each part of a run has one or two threads, by chance.
 """
 import argparse
 import os
@@ -25,6 +28,22 @@ from stored_runs import difference, masked  # noqa: E402
 SIGNALS = [signal.SIGKILL, signal.SIGKILL, signal.SIGTERM, signal.SIGINT]
 CHECKPOINT = 'voxlith.checkpoint'
 MOST_STOPS = 4  # of one run
+SINGLE_MODELS = ('plain', 'magnetic', 'averaged', 'barrier', 'from-disk')
+# Mode, options, kinds of surveys. Gravity and magnetic data of one survey differ much in what they are fitted to with ease.
+CONVERGED_MODES = (
+    ('until converged', '--until-converged 1e-4', ('plain', 'record', 'averaged', 'barrier', 'from-disk')),
+    ('until converged', '--until-converged 1e-3', ('joint', 'magnetic')),
+    ('interior point', '--until-converged Tradeoff=1e-7', ('barrier',)),
+    ('target', '--target-rms 1', SINGLE_MODELS),
+    ('target', '--target-rms 20', ('joint',)),
+    ('per component', '--target-rms 1 --per-component Misfit=(5,1)', ('joint',)),
+    ('per component', '--target-rms 1 --per-component --model-norm compact Misfit=(5,1)', ('joint',)),
+    ('compact', '--target-rms 1 --model-norm compact', SINGLE_MODELS),
+    ('compact', '--target-rms 50 --model-norm compact', ('joint',)),
+    ('blocky', '--target-rms 1 --model-norm blocky', SINGLE_MODELS),
+    ('cross-gradient', '--target-rms 20 --cross-gradient 1', ('joint',)),
+    ('cross-gradient', '--until-converged 1e-4 --cross-gradient 1', ('joint',)),
+)
 
 
 def results(folder):
@@ -40,10 +59,17 @@ def faults_of_stop(process, with_signal):
     return ['ended with status %d after %s' % (process.returncode, with_signal.name)]
 
 
+def threads(kind, chance):
+    """With rows from disk always the same: the memory that threads take decides where rows are, and so the order of sums."""
+    if kind.disk:
+        return []
+    return chance.choice([['--threads', '1'], ['--threads', '2', '--smallest-piece', '100']])
+
+
 def stop_once(program, folder, kind, options, seconds, chance):
     """Starts or continues the run and stops it. Returns (was it stopped, faults)."""
     going_on = surveys.has(folder, CHECKPOINT)
-    process = surveys.start(program, folder, kind, options + (['--continue'] if going_on else []))
+    process = surveys.start(program, folder, kind, options + threads(kind, chance) + (['--continue'] if going_on else []))
     time.sleep(chance.uniform(0.0, 1.2 * seconds))
     with_signal = chance.choice(SIGNALS)
     process.send_signal(with_signal)
@@ -68,7 +94,7 @@ def trial(program, inputs, folder, kind, options, wanted, seconds, chance):
         stops += 1
     else:
         going_on = surveys.has(folder, CHECKPOINT)
-        status, errors = surveys.run(program, folder, kind, options + (['--continue'] if going_on else []))
+        status, errors = surveys.run(program, folder, kind, options + threads(kind, chance) + (['--continue'] if going_on else []))
         if status != 0:
             return stops, faults + ['the last part ended with %d: %s' % (status, errors)]
     found = results(folder)
@@ -78,9 +104,8 @@ def trial(program, inputs, folder, kind, options, wanted, seconds, chance):
     return stops, faults
 
 
-def undisturbed(program, inputs, work, kind, options):
+def undisturbed(program, inputs, folder, kind, options):
     """Results and duration of a run that is not stopped."""
-    folder = os.path.join(work, 'reference-' + kind.name)
     surveys.new_folder(folder, inputs, kind)
     start = time.monotonic()
     status, errors = surveys.run(program, folder, kind, options)
@@ -153,6 +178,23 @@ def shown_on(terminal):
         shown += more
 
 
+def make_cases(program, inputs, work, only_kind, modes):
+    """Mode, kind, options, results and duration of a run that is not stopped."""
+    cases = []
+    for mode, text, names in modes:
+        options = text.split()
+        for kind in surveys.kinds():
+            left_out = '--per-component' in options and not kind.labels if names is None else kind.name not in names
+            if left_out or only_kind not in (None, kind.name):
+                continue
+            if kind.disk and surveys.find_disk_limit(program, inputs, work, kind, options) is None:
+                print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)
+                continue
+            folder = os.path.join(work, 'reference-%d' % len(cases))
+            cases.append((mode, kind, options) + undisturbed(program, inputs, folder, kind, options))
+    return cases
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--program', required=True)
@@ -161,40 +203,36 @@ def main():
     parser.add_argument('--seed', type=int, default=int(time.time()))
     parser.add_argument('--kind', help='only this kind')
     parser.add_argument('--options', default='', help='of voxlith-run, such as "--target-rms 1"')
+    parser.add_argument('--converged', action='store_true', help='the converged modes instead of --options')
     asked = parser.parse_args()
-    options = asked.options.split()
     program, tools = os.path.abspath(asked.program), os.path.abspath(asked.tools)
     chance = random.Random(asked.seed)
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background work ignores it, and so would the program
     print('seed %d' % asked.seed)
     work = tempfile.mkdtemp(prefix='voxlith-checkpoints-')
     inputs = os.path.join(work, 'inputs')
     surveys.write_inputs(inputs, tools)
-    cases = []
-    for kind in surveys.kinds():
-        if (asked.kind and kind.name != asked.kind) or ('--per-component' in options and not kind.labels):
-            continue
-        if kind.disk and surveys.find_disk_limit(program, inputs, work, kind, options) is None:
-            print('%s: left out, no limit of the address space makes this build read rows from disk' % kind.name)
-            continue
-        cases.append((kind,) + undisturbed(program, inputs, work, kind, options))
+    modes = CONVERGED_MODES if asked.converged else ((asked.options.strip() or 'plain', asked.options, None),)
+    cases = make_cases(program, inputs, work, asked.kind, modes)
     faults = faults_of_other_inputs(program, inputs, work) + faults_of_signals(program, inputs, work)
     for fault in faults:
         print(fault)
-    stops, trials, failed = 0, 0, len(faults)
-    while stops < asked.count:
-        kind, wanted, seconds = cases[trials % len(cases)]
+    stops, trials, failed = {mode: 0 for mode, *_ in cases}, 0, len(faults)
+    while sum(stops.values()) < asked.count:
+        mode, kind, options, wanted, seconds = cases[trials % len(cases)]
         folder = os.path.join(work, 'trial-%d' % trials)
         count, faults = trial(program, inputs, folder, kind, options, wanted, seconds, chance)
         trials += 1
-        stops += count
+        stops[mode] += count
         shutil.rmtree(folder)
         if faults:
             failed += 1
-            print('trial %d, %s:' % (trials, kind.name))
+            print('trial %d, %s, %s:' % (trials, mode, kind.name))
             for fault in faults:
                 print('    ' + fault)
     shutil.rmtree(work)
-    print('%d stops in %d runs, %d failed' % (stops, trials, failed))
+    print(', '.join('%s %d' % item for item in stops.items()))
+    print('%d stops in %d runs, %d failed' % (sum(stops.values()), trials, failed))
     return 1 if failed else 0
 
 
