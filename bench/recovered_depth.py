@@ -1,12 +1,13 @@
 #!/usr/bin/python3
 """Depth, place and mass of recovered bodies, with and without depth weighting of the model norm.
 
-    recovered_depth.py --build DIR [--case NAME ...] [--weights none auto] [--seed N ...]
+    recovered_depth.py --build DIR [--case NAME ...] [--norm none smooth blocky compact] [--seed N ...]
 
 Each case goes the way of a user: obs file, mesh, mtx, init, voxlith-run --target-rms 1. 16 x 16 stations 80 m apart see
-bodies with noise of 1 % of the largest datum. The table shows the depth of the centroid of the cells above half the
-peak, how far it is from the true centre horizontally, the excess mass of the core cells over the true one, and that of
-the cells above a fifth of the peak alone. Two bodies count on their halves of the core.
+bodies with noise of 1 % of the largest datum. The norms have depth weights, except none, a smooth norm without them. The
+table shows the depth of the centroid of the cells above half the peak, how far it is from the true centre horizontally,
+and the excess mass over the true one: the sum of value times volume over all core cells, on the half of the core that
+is nearer to the body where there are two. The last column counts the cells above a fifth of the peak alone.
 docs/depth-weighting.md shows it.
 """
 
@@ -71,6 +72,10 @@ CASES = {
 }
 
 
+NORMS = {"none": ("--weights", "none"), "smooth": (), "blocky": ("--model-norm", "blocky"), "compact": ("--model-norm", "compact")}
+"""Options of init, and for the last two of voxlith-run."""
+
+
 @dataclass(frozen=True)
 class Recovered:
     """What was found of a body: depths and distance in metres, masses over the true one."""
@@ -83,8 +88,8 @@ class Recovered:
     mass_above_a_fifth: float
 
 
-def recover(case: Case, weights: str, build: Path, folder: Path, seed: int = 7) -> list[Recovered]:
-    """Run a case; one record per body."""
+def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7) -> list[Recovered]:
+    """Run a case with one of NORMS; one record per body."""
     def run(*words: object) -> None:
         program = build / ("voxlith-run" if words[0] == "voxlith-run" else "tools/voxlith-tools")
         rest = words[1:] if words[0] == "voxlith-run" else words
@@ -109,8 +114,8 @@ def recover(case: Case, weights: str, build: Path, folder: Path, seed: int = 7) 
     survey.with_data([data], [np.full(256, deviation)]).write(folder / "data.obs")
     run("mesh", "--stations", "data.obs", "--cell", CELL, "--depth", CORE_DEPTH, "--top", 0, "--out", "mesh.msh")
     run("mtx", "--mesh", "mesh.msh", "--stations", "data.obs", "--type", case.kind, "--out", "data.mtx")
-    run("init", "--data", "data.obs", "--mtx", "data.mtx", "--sign", case.sign, "--weights", weights, "--force")
-    run("voxlith-run", "voxlith.inp", "--target-rms", 1)
+    run("init", "--data", "data.obs", "--mtx", "data.mtx", "--sign", case.sign, *NORMS[norm], "--force")
+    run("voxlith-run", "voxlith.inp", "--target-rms", 1, *(NORMS[norm] if norm in ("blocky", "compact") else ()))
     mesh = Mesh.read(folder / "mesh.msh")
     model = Model.read(folder / ("voxlith.sus" if case.kind == "tmi" else "voxlith.den"), mesh).values
     misfit = float((folder / "voxlith.aux").read_text().splitlines()[-1].split()[1])
@@ -138,15 +143,15 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, default=ROOT / "build" / "release")
     parser.add_argument("--case", nargs="+", choices=list(CASES), default=list(CASES))
-    parser.add_argument("--weights", nargs="+", choices=["none", "auto"], default=["none", "auto"])
+    parser.add_argument("--norm", nargs="+", choices=list(NORMS), default=list(NORMS))
     parser.add_argument("--seed", nargs="+", type=int, default=[7], help="of the noise")
     asked = parser.parse_args()
-    print("| bodies | weights | RMS | depth, m | true depth, m | aside, m | mass | mass above a fifth of the peak |")
+    print("| bodies | norm | RMS | depth, m | true depth, m | aside, m | mass | mass above a fifth of the peak |")
     print("|---|---|---|---|---|---|---|---|")
-    for name, weights, seed in itertools.product(asked.case, asked.weights, asked.seed):
+    for name, norm, seed in itertools.product(asked.case, asked.norm, asked.seed):
         with tempfile.TemporaryDirectory() as folder:
-            for found in recover(CASES[name], weights, asked.build, Path(folder), seed):
-                print(f"| {name} | {weights} | {found.misfit:.2f} | {found.depth:.0f} | {found.true_depth:.0f} | "
+            for found in recover(CASES[name], norm, asked.build, Path(folder), seed):
+                print(f"| {name} | {norm} | {found.misfit:.2f} | {found.depth:.0f} | {found.true_depth:.0f} | "
                       f"{found.aside:.0f} | {found.mass:.2f} | {found.mass_above_a_fifth:.2f} |", flush=True)
     return 0
 

@@ -304,6 +304,22 @@ def test_sensitivities_that_are_no_numbers_are_refused(survey, tools, tmp_path):
     assert one_line(tools("init", *GRAVITY)).startswith("g.mtx: expected coefficients that are numbers")
 
 
+def test_weights_suit_the_model_norm(survey, tools, tmp_path):
+    """A blocky norm gets weights that fall off faster, and the command says the norm."""
+    from voxlith.io.weight_file import read_weight_files
+    survey("gz", 0.4)
+    plain = tools("init", *GRAVITY).out
+    done = tools("init", *GRAVITY, "--model-norm", "blocky", "--out", "blocky.inp")
+    assert done.status == 0 and "Run it with: voxlith-run blocky.inp --target-rms 1 --model-norm blocky\n" in done.out
+    assert "--model-norm" not in plain
+    assert tools("weights", "--mtx", "g.mtx", "--model-norm", "blocky", "--out", "own.txt").out.count("(depth + z0)^-1.3") == 1
+    assert (tmp_path / "own.txt").read_bytes() == (tmp_path / "blocky_weights.txt").read_bytes()
+    smooth, blocky = (read_weight_files([tmp_path / name], 16, 16, 8).smallness[:6, 8, 8] for name in
+                      ("voxlith_weights.txt", "blocky_weights.txt"))
+    assert (np.diff(blocky / smooth) < 0.0).all()
+    assert "--model-norm" in one_line(tools("init", *GRAVITY, "--model-norm", "sharp", "--out", "s.inp"), 2)
+
+
 def test_one_layer_has_no_depth_weights(survey, tools, tmp_path):
     survey("gz", 0.4)
     Mesh.from_widths((600.0, -400.0, 250.0), 16 * [100.0], 16 * [100.0], [50.0]).write(tmp_path / "flat.msh")

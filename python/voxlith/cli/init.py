@@ -27,6 +27,7 @@ from ..checks.values import no_data_codes
 from ..mesh import Mesh
 from ..side_file import read_side_file
 from ..survey import Survey
+from ..weights import DECAY_OF_NORM
 from .init_files import prepare_files
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
@@ -48,6 +49,7 @@ Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx
   voxlith-tools init --data tmi.mag --mesh mesh.msh --mtx tmi.mtx --bounds 0,0.2 --out tmi.inp
   voxlith-tools init --data joint.obs --mtx gz.mtx gzz.mtx --sign positive
+  voxlith-tools init --data gz.obs --mtx gz.mtx --model-norm blocky
 The names are written as they are given: run voxlith-run in the folder in which this command was run."""
 
 
@@ -83,6 +85,8 @@ def make_parser() -> Parser:
     add("--weights", choices=["auto", "none"], default=_WEIGHTS,
         help=f"auto: write depth weights of the model norm for full 3-D models and name them on line 10; none: no "
              f"weights, as suits runs of voxlith itself (default: {_WEIGHTS})")
+    add("--model-norm", choices=list(DECAY_OF_NORM), default="smooth",
+        help="Model norm of the run: weights that suit it, and the command (default: smooth)")
     return parser
 
 
@@ -103,14 +107,15 @@ def run(arguments: Sequence[str]) -> int:
     choices = choose_values(sensitivities.headers, overrides)
     add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
     weighted = options.weights == "auto" and _is_full(sensitivities)
-    files = prepare_files(choices, options.mtx, options.out, weighted=weighted, bounds_asked=bool(options.bounds),
-                          replace=options.force)
+    files = prepare_files(choices, options.mtx, options.out, model_norm=options.model_norm if weighted else None,
+                          bounds_asked=bool(options.bounds), replace=options.force)
     for name in (files.initial, files.bounds, files.weighting):
         _check_name("--out", name, _LONGEST_NAME, False)
     text = control_text(choices, options.data, options.mtx, initial=files.initial, bounds=files.bounds,
                         weighting=files.weighting)
     write_bytes(options.out, to_bytes(text))
     how = run_options(choices) if options.tradeoff is None else "--until-converged"
+    how += "" if options.model_norm == "smooth" else f" --model-norm {options.model_norm}"
     _report(options, notes + files.notes, text, how)
     warnings += _check_warnings(options, survey)
     for warning in warnings + choices.warnings:

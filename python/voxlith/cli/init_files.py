@@ -16,7 +16,7 @@ from ..io.model_file import write_model_file
 from ..io.weight_file import write_weight_file
 from ..mesh import Mesh
 from ..sensitivity import Sensitivity
-from ..weights import read_cell_sensitivity, sensitivity_weights
+from ..weights import DECAY_OF_NORM, read_cell_sensitivity, sensitivity_weights
 
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
@@ -56,7 +56,7 @@ def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
         return sensitivity.mesh, sensitivity.inactive_cells()
 
 
-def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: bool, bounds_asked: bool,
+def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, model_norm: str | None, bounds_asked: bool,
                   replace: bool = False) -> RunFiles:
     """Write what the control file needs beside it.
 
@@ -71,8 +71,8 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: b
         Sensitivity files.
     out : str
         Control file; other names begin like it.
-    weighted : bool
-        Whether to write weights of the model norm.
+    model_norm : str or None
+        The norm of the run, for which weights are written; None for no weights.
     bounds_asked : bool
         Whether the bounds of `choices` are the user's.
     replace : bool
@@ -90,15 +90,15 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, weighted: b
     mesh, inactive = inactive_cells(mtx[0])
     if inactive.any() and not inactive.all():
         _inactive_files(files, choices, mtx[0], stem, inactive, mesh, bounds_asked)
-    if weighted:
-        _write_weights(files, mtx, mesh, f"{stem}_weights.txt")
+    if model_norm is not None:
+        _write_weights(files, mtx, mesh, f"{stem}_weights.txt", DECAY_OF_NORM[model_norm])
     return files
 
 
-def _write_weights(files: RunFiles, mtx: Sequence[str], mesh: Mesh, name: str) -> None:
+def _write_weights(files: RunFiles, mtx: Sequence[str], mesh: Mesh, name: str, decay: float) -> None:
     header, _, sensitivity = read_cell_sensitivity(mtx)
     try:
-        made = sensitivity_weights(mesh, sensitivity, header)
+        made = sensitivity_weights(mesh, sensitivity, header, decay)
     except UsageError as error:  # a single layer, or cells so deep that the survey looks small
         files.notes.append(f"no depth weighting: {error}")
         return

@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from ..errors import UsageError
 from ..io.numbers import number_text
 from ..io.weight_file import write_weight_file
-from ..weights import DECAY, POWER_LAW_DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
+from ..weights import DECAY, DECAY_OF_NORM, POWER_LAW_DECAY, power_law_weights, read_cell_sensitivity, sensitivity_weights
 from .output import check_output, say
 from .parser import Parser, number_from
 
@@ -21,6 +21,7 @@ Examples:
   voxlith-tools weights --mtx gz.mtx --out weights.txt
   voxlith-tools weights --mtx gz.mtx gzz.mtx --out weights.txt
   voxlith-tools weights --mtx tmi.mtx --law power --z0 30 --out weights.txt
+  voxlith-tools weights --mtx gz.mtx --model-norm blocky --out weights.txt
 Name the file on line 10 of the control file. voxlith-tools init writes and names such a file by itself. The weights suit
 voxlith-run with --target-rms or --until-converged, which minimise the model norm exactly."""
 
@@ -33,8 +34,10 @@ def make_parser() -> Parser:
     add("--law", choices=["sensitivity", "power"], default="sensitivity",
         help="sensitivity: by the sensitivities of the files; power: by a power of the depth (default: sensitivity)")
     add("--decay", metavar="NUMBER", type=number_from(0.0),
-        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g}; "
-             f"{POWER_LAW_DECAY:g} with --law power)")
+        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g}, or "
+             f"{DECAY_OF_NORM['blocky']:g} for a blocky norm; {POWER_LAW_DECAY:g} with --law power)")
+    add("--model-norm", choices=list(DECAY_OF_NORM), default="smooth",
+        help="Model norm of the run, as for voxlith-run (default: smooth)")
     add("--z0", metavar="METRES", type=number_from(0.0, above=True),
         help="Added to the depth, with --law power (default: half the first layer)")
     add("--out", metavar="FILE", required=True, help="Weighting file to write")
@@ -48,7 +51,7 @@ def run(arguments: Sequence[str]) -> int:
         raise UsageError("--z0 goes with --law power")
     decay = options.decay
     if decay is None:
-        decay = POWER_LAW_DECAY if options.law == "power" else DECAY
+        decay = POWER_LAW_DECAY if options.law == "power" else DECAY_OF_NORM[options.model_norm]
     check_output(options.out, {f"--mtx {name}": name for name in options.mtx})
     header, mesh, sensitivity = read_cell_sensitivity(options.mtx)
     made = sensitivity_weights(mesh, sensitivity, header, DECAY if options.law == "power" else decay)
