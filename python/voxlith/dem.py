@@ -89,12 +89,13 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
     FileError
         When the file cannot be read, does not cover the box, or holds no elevations.
     UsageError
-        When it has no reference system and one is needed, or too many points would result.
+        When it has no reference system and one is needed, or another one than `raster_crs`, or too many points would
+        result.
     MissingPackageError
         Without rasterio.
     """
     rasterio = require("rasterio", "terrain from rasters")
-    require("rasterio.warp", "terrain from rasters")
+    require("rasterio.vrt", "terrain from rasters")
     if not step > 0.0:
         raise UsageError(f"terrain: expected a step above 0, found {step:g}")
     east = np.arange(box.west - _MARGIN * step, box.east + (_MARGIN + 0.5) * step, step) + shift[0]
@@ -103,7 +104,9 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
         raise UsageError(f"terrain: expected at most {MOST_POINTS} points, found {len(east)} x {len(north)}; use a larger step")
     try:
         with rasterio.open(os.fspath(path)) as source:
-            own = raster_crs or (source.crs.to_wkt() if source.crs else "")
+            own = source.crs.to_wkt() if source.crs else raster_crs
+            if raster_crs and not parse_crs(raster_crs, "--terrain-crs").equals(parse_crs(own)):
+                raise UsageError(f"--terrain-crs {raster_crs}: {os.fspath(path)} is in {source.crs.to_string()}")
             grid = _resampled(rasterio, source, own, crs, east, north, step)
             name = (source.crs.to_string() if source.crs else "") or raster_crs
     except (rasterio.errors.RasterioError, OSError) as error:
@@ -133,15 +136,15 @@ def _resampled(rasterio: Any, source: Any, own: str, crs: str, east: Reals, nort
     if transform.is_identity:
         raise FileError(source.name, "expected a raster with coordinates, found none")
     pixel = max(abs(transform.a), abs(transform.e)) * (111_000.0 if parse_crs(own).is_geographic else 1.0)
-    resampling = rasterio.warp.Resampling.average if step > 1.5 * pixel else rasterio.warp.Resampling.bilinear
+    resampling = rasterio.enums.Resampling.average if step > 1.5 * pixel else rasterio.enums.Resampling.bilinear
     _check_codes(source)
-    grid = np.full((len(north), len(east)), np.nan)
-    rasterio.warp.reproject(
-        rasterio.band(source, 1), grid, src_crs=rasterio.crs.CRS.from_user_input(own),
-        dst_crs=rasterio.crs.CRS.from_user_input(crs), src_nodata=source.nodata, dst_nodata=math.nan,
-        dst_transform=rasterio.Affine(step, 0.0, east[0] - 0.5 * step, 0.0, -step, north[0] + 0.5 * step),
-        resampling=resampling)
-    return grid
+    # A warped view takes a reference system in place of that of the file, which rasterio.warp.reproject does not.
+    with rasterio.vrt.WarpedVRT(
+            source, src_crs=rasterio.crs.CRS.from_user_input(own), crs=rasterio.crs.CRS.from_user_input(crs),
+            src_nodata=source.nodata, nodata=math.nan, dtype="float64", width=len(east), height=len(north),
+            transform=rasterio.Affine(step, 0.0, east[0] - 0.5 * step, 0.0, -step, north[0] + 0.5 * step),
+            resampling=resampling) as view:
+        return np.asarray(view.read(1), dtype=np.float64)
 
 
 def _check_codes(source: Any) -> None:

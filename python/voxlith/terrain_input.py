@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from dataclasses import replace
 
 import numpy as np
 import numpy.typing as npt
@@ -14,6 +15,7 @@ from .errors import FileError, PathLike, UsageError
 from .grid_table import read_grid_data
 from .io.csv_file import read_csv_file
 from .io.topography_file import read_topography_file
+from .side_file import SideInfo, other_coordinates, read_side_file
 from .terrain import Terrain
 
 Reals = npt.NDArray[np.float64]
@@ -46,7 +48,7 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
     crs : str
         Reference system of the survey.
     terrain_crs : str
-        That of the terrain; by default the raster's own, or that of the survey.
+        That of the terrain; by default the one that its file or its side file names, or that of the survey.
     shift : tuple of 2 float
         Subtracted from coordinates of the reference system, as in the survey.
 
@@ -60,6 +62,8 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
     ------
     FileError
         For a file that cannot be read, and for points that make no surface around the places.
+    UsageError
+        When `terrain_crs` is another one than the file or its side file names.
     """
     at = np.asarray(places, dtype=np.float64)
     box = Box(float(at[:, 0].min()), float(at[:, 0].max()), float(at[:, 1].min()), float(at[:, 1].max()))
@@ -73,14 +77,24 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
         return Terrain(check_points(found.points, path)), warning
     if gxf:
         points, own = _gxf_points(path, step)
-        terrain_crs = terrain_crs or own
+        side = SideInfo(own)
     else:
         points = _table_points(path) if os.fspath(path).lower().endswith(TABLE_ENDINGS) else read_topography_file(path)
-    if terrain_crs and crs and terrain_crs != crs:
-        x, y = convert(points[:, 0], points[:, 1], terrain_crs, crs)
-        points = np.column_stack([x, y, points[:, 2]])
-    points = points - np.array([shift[0], shift[1], 0.0])
-    return Terrain(check_points(points, path)), _coverage_warning(path, points, box)
+        side = read_side_file(path)
+    if other_coordinates(SideInfo(terrain_crs), SideInfo(side.crs)):
+        raise UsageError(f"--terrain-crs {terrain_crs}: {os.fspath(path)} is in {side.crs}")
+    in_degrees = looks_like_degrees(points[:, 0], points[:, 1])
+    points = _moved(points, replace(side, crs=side.crs or terrain_crs), SideInfo(crs, shift))
+    return Terrain(check_points(points, path)), _coverage_warning(path, points, box, in_degrees)
+
+
+def _moved(points: Reals, own: SideInfo, wanted: SideInfo) -> Reals:
+    """Points in the coordinates of the survey."""
+    if own.crs and wanted.crs and other_coordinates(SideInfo(own.crs), SideInfo(wanted.crs)):
+        x, y = convert(points[:, 0] + own.shift[0], points[:, 1] + own.shift[1], own.crs, wanted.crs)
+        return np.column_stack([x - wanted.shift[0], y - wanted.shift[1], points[:, 2]])
+    # Equal shifts leave the numbers as they are.
+    return np.asarray(points + np.array([own.shift[0] - wanted.shift[0], own.shift[1] - wanted.shift[1], 0.0]), dtype=np.float64)
 
 
 def _gxf_points(path: PathLike, step: float) -> tuple[Reals, str]:
@@ -93,11 +107,11 @@ def _gxf_points(path: PathLike, step: float) -> tuple[Reals, str]:
     return np.column_stack([grid.x[held], grid.y[held], heights[held]]), grid.crs
 
 
-def _coverage_warning(path: PathLike, points: Reals, box: Box) -> str:
+def _coverage_warning(path: PathLike, points: Reals, box: Box, in_degrees: bool) -> str:
     low, high = points[:, :2].min(axis=0), points[:, :2].max(axis=0)
     if low[0] > box.east or high[0] < box.west or low[1] > box.north or high[1] < box.south:
         hint = ""
-        if looks_like_degrees(points[:, 0], points[:, 1]):
+        if in_degrees:
             hint = "; degrees need --terrain-crs EPSG:4326, and a reference system of the survey"
         raise FileError(path, f"expected points around x {box.west:g} to {box.east:g}, y {box.south:g} to {box.north:g}, found "
                         f"points at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}{hint}")

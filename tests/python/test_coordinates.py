@@ -129,6 +129,38 @@ def test_raster_in_degrees_and_shifted_survey(tmp_path):
     assert np.allclose(z, slope(x + 400000.0, y + 5500000.0), atol=0.7)
 
 
+def test_raster_in_degrees_without_a_reference_system(tmp_path):
+    """Its longitudes come first, whatever order EPSG:4326 has."""
+    write_raster(tmp_path / "dem.tif", crs=None, degrees=True)
+    terrain = read_raster_terrain(tmp_path / "dem.tif", BOX, 40.0, crs=UTM33, raster_crs="EPSG:4326")
+    x, y, z = terrain.points.T
+    assert terrain.covered == 1.0 and np.allclose(z, slope(x, y), atol=0.7)
+    with pytest.raises(UsageError, match="names no reference system; say it with --terrain-crs"):
+        read_raster_terrain(tmp_path / "dem.tif", BOX, 40.0, crs=UTM33)
+    with pytest.raises(UsageError, match="--terrain-crs nothing"):
+        read_raster_terrain(tmp_path / "dem.tif", BOX, 40.0, crs=UTM33, raster_crs="nothing")
+    write_raster(tmp_path / "named.tif")
+    with pytest.raises(UsageError, match="--terrain-crs EPSG:4326: .*named.tif is in EPSG:32633"):
+        read_raster_terrain(tmp_path / "named.tif", BOX, 40.0, crs=UTM33, raster_crs="EPSG:4326")
+
+
+def test_points_that_know_their_coordinates(tmp_path):
+    """Points that voxlith-tools terrain wrote have a side file: another system and another shift are converted."""
+    x, y = (values.ravel() for values in np.meshgrid(np.linspace(451000.0, 454000.0, 25), np.linspace(5537000.0, 5540000.0, 25)))
+    places = np.array([[452000.0, 5538000.0], [453100.0, 5539200.0]])
+    expected = slope(*places.T)
+    for crs, shift in ((UTM33, (0.0, 0.0)), (UTM33, (450000.0, 5500000.0)), ("EPSG:25833", (1000.0, 0.0)), ("EPSG:32632", (9000.0, 0.0))):
+        east, north = convert(x, y, UTM33, crs)
+        points = np.column_stack([east - shift[0], north - shift[1], slope(x, y)])
+        (tmp_path / "topo.txt").write_text("\n".join(" ".join(map(repr, row)) for row in points.tolist()))
+        write_side_file(tmp_path / "topo.txt", SideInfo(crs, shift))
+        for own in ((0.0, 0.0), (400000.0, 0.0)):
+            surface, warning = read_terrain(tmp_path / "topo.txt", places - own, 50.0, crs=UTM33, shift=own)
+            assert surface(*(places - own).T) == pytest.approx(expected, abs=0.5) and not warning
+    with pytest.raises(UsageError, match="--terrain-crs EPSG:4326: .*topo.txt is in EPSG:32632"):
+        read_terrain(tmp_path / "topo.txt", places, 50.0, crs=UTM33, terrain_crs="EPSG:4326")
+
+
 def test_part_without_data_and_box_outside(tmp_path):
     write_raster(tmp_path / "dem.tif", hole=True)
     box = Box(451900.0, 453100.0, 5538000.0, 5539200.0)

@@ -176,7 +176,7 @@ def test_tables_go_there_and_back(tmp_path_factory, components, magnetic, with_l
     there = [*columns, *field, "--out", str(folder / "d.obs")]
     assert main(["obs", str(folder / "s.csv"), *there]) == 0
     found = read_obs_file(folder / "d.obs", codes=components * [1 if magnetic else 0], lined=with_lines)
-    expected = [[np.nan if value is None else value[0] for value in values] for _, values in records]
+    expected = np.where([no_data_codes(column) for column in columns_of_data], np.nan, columns_of_data).T
     np.testing.assert_array_equal(found.data.T, expected)
     assert found.x.tolist() == [place[0] for place, _ in records]
     back = [*columns, "--csv"]
@@ -238,10 +238,28 @@ def test_no_valid_datum_is_refused(convert, tmp_path):
 def test_no_data_codes_with_a_decimal_comma(convert, tmp_path):
     csv = "E;N;h;d;s\n100;2;3;-9999,0;1\n200;5;3;1,5;0,1\n300;5;3;1,25;0,1\n"
     done = convert(csv, "--decimal-comma")
-    assert "1 datum of -9999, which stands for no datum (record 1)" in done.errors and "--dummy -9999" in done.errors
+    assert "1 datum of -9999, which stands for no datum, masked (line 2)" in done.errors
+    assert "--dummy -9999" in done.errors and "2 data, 1 dummies" in done.out
+    assert np.isnan(Survey.read(tmp_path / "d.obs").data[0]).tolist() == [True, False, False]
     for dummy in ("-9999", "-9999,0"):
         assert convert(csv, "--decimal-comma", "--dummy", dummy).errors == ""
         assert np.isnan(Survey.read(tmp_path / "d.obs").data[0]).tolist() == [True, False, False]
+
+
+def test_several_no_data_codes_are_masked_and_check_agrees(convert, tools, tmp_path):
+    """One --dummy cannot name two codes; what obs has masked, check finds no more."""
+    rows = [f"{100 * (n % 6)},{100 * (n // 6)},3,{np.sin(n):.3f},0.1\n" for n in range(36)]
+    rows[4], rows[9], rows[17] = (rows[n].replace(f",{np.sin(n):.3f},", f",{code},")
+                                  for n, code in ((4, "-9999"), (9, "1e30"), (17, "-9999")))
+    done = convert("E,N,h,d,s\n" + "".join(rows))
+    assert done.status == 0 and "33 data, 3 dummies" in done.out
+    assert "2 data of -9999, which stands for no datum, masked (line 6, line 19)" in done.errors
+    assert "1 datum of 1e+30, which stands for no datum, masked (line 11)" in done.errors
+    assert np.flatnonzero(np.isnan(Survey.read(tmp_path / "d.obs").data[0])).tolist() == [4, 9, 17]
+    assert "no-data-code" not in tools("check", "d.obs").out
+    table = "E,N,h,d,s,i,a\n" + "".join(row.replace("\n", ",60,5\n") for row in rows)
+    message = one_line(convert(table, "--angles", "i:a", "--field", "60,0,50000"))
+    assert "2 data of -9999" in message and "have no dummies" in message
 
 
 def test_duplicates_are_seen(convert):

@@ -230,6 +230,33 @@ def test_coordinates_go_from_data_to_exports(tools, tmp_path):
     assert not (tmp_path / "gz.mtx.json").exists()
 
 
+def test_terrain_of_sensitivities_in_another_system(tools, tmp_path):
+    """mtx converts a terrain in degrees, and what terrain wrote for a shifted survey; the inactive cells are the same."""
+    from voxlith.crs import convert
+    mesh = Mesh.from_widths((2000.0, 5538000.0, 340.0), 8 * [100.0], 6 * [100.0], 5 * [20.0])
+    survey = stations(0)
+    survey.x, survey.y, survey.elevation = survey.x + 1000.0, survey.y + 5536000.0, survey.elevation + 300.0
+    survey.write(tmp_path / "gz.obs")
+    mesh.write(tmp_path / "mesh.msh")
+    for name in ("gz.obs", "mesh.msh"):
+        write_side_file(tmp_path / name, SideInfo(UTM33, (450000.0, 0.0)))
+    x, y = (values.ravel() for values in np.meshgrid(np.linspace(451500.0, 453500.0, 21), np.linspace(5537500.0, 5539500.0, 21)))
+    z = 290.0 + 0.04 * (x - 452000.0)
+    longitude, latitude = convert(x, y, UTM33, "EPSG:4326")
+    rows = [f"{a:.8f},{b:.8f},{c:.3f}" for a, b, c in zip(longitude, latitude, z)]
+    (tmp_path / "ground.csv").write_text("\n".join(["lon,lat,z", *rows]) + "\n")
+    common = ("mtx", "--mesh", "mesh.msh", "--stations", "gz.obs", "--type", "gz", "--boreholes", "--topography")
+    first = tools(*common, "ground.csv", "--terrain-crs", "EPSG:4326", "--out", "a.mtx")
+    assert first.status == 0, first
+    assert tools("terrain", "ground.csv", "--terrain-crs", "EPSG:4326", "--mesh", "mesh.msh", "--out", "topo.txt").status == 0
+    assert tools(*common, "topo.txt", "--out", "b.mtx").status == 0
+    assert (tmp_path / "a_bounds.txt").read_text() == (tmp_path / "b_bounds.txt").read_text()
+    assert len(set((tmp_path / "a_bounds.txt").read_text().split())) > 2
+    assert "degrees need --terrain-crs" in one_line(tools(*common, "ground.csv", "--out", "c.mtx"))
+    assert "topo.txt is in EPSG:32633" in one_line(tools(*common, "topo.txt", "--terrain-crs", "EPSG:4326", "--out", "c.mtx"), 2)
+    assert not (tmp_path / "c.mtx").exists()
+
+
 def table(path, survey: Survey, *, words: dict[int, str] | None = None, deviation: str = "0.02", encoding: str = "utf-8") -> None:
     """A plain table of a survey; `words` replace data."""
     texts = {n: f"{value:.4f}" for n, value in enumerate(survey.data[0])} | (words or {})

@@ -199,6 +199,13 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
                         "of points, then one point per line, x y elevation (UBC "
                         "form); cells whose centre is above it are inactive and have no response")
             ->type_name("FILE");
+    command
+        .add_option(
+            "--terrain-crs", options.terrainCrs,
+            "Reference system of the surface where its file names none, such as EPSG:4326; that of the stations "
+            "is in their side file")
+        ->type_name("CRS")
+        ->needs(topography);
     command.add_option("--surface", options.surfaceFile)->group("")->needs(topography);
     command.add_option("--side", options.sideFile)->group("");
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);

@@ -30,6 +30,7 @@ struct SurveyOptions {
     std::optional<CavityShares> cavity;           // none: that of a needle
     bool boreholes = false;                       // stations may be below the surface
     std::string topographyFile;                   // empty: all cells are active; else only named in messages
+    std::string terrainCrs;                       // its reference system, which voxlith-tools alone reads
     std::string surfaceFile;     // elevations of its surface, real64: columns (x fastest), then stations
     std::string sideFile;        // content of the side file of the output; empty: it gets none
     bool surfacePoints = false;  // only the places of these elevations are wanted

@@ -37,7 +37,7 @@ def run_forward(command: str, arguments: Sequence[str]) -> int:
         asked = subprocess.run([*words, "--surface-points"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=False)
         if asked.returncode != 0:
             return asked.returncode
-        surface = _surface(topography, asked.stdout, side)
+        surface = _surface(topography, _value_of("--terrain-crs", arguments) or "", asked.stdout, side)
     files = []  # open until the program has taken the place of this one
     out = _value_of("--out", arguments)
     if out:
@@ -63,14 +63,14 @@ def _side(command: str, arguments: Sequence[str]) -> SideInfo:
     return found.with_step("magnetisation", direction=direction) if command != "predict" and direction else found
 
 
-def _surface(topography: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:
+def _surface(topography: str, terrain_crs: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:
     """Elevations where the program needs them."""
     import numpy as np
 
     from ..terrain_input import read_terrain
     from .output import warn
     places = np.frombuffer(places_as_bytes, dtype="<f8").reshape(-1, 2)
-    terrain, warning = read_terrain(topography, places, _step(places), crs=side.crs, shift=side.shift)
+    terrain, warning = read_terrain(topography, places, _step(places), crs=side.crs, terrain_crs=terrain_crs, shift=side.shift)
     if warning:
         warn("voxlith-tools", warning)
     return terrain(places[:, 0], places[:, 1])

@@ -178,7 +178,11 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     read.data[:, chosen.masked] = np.nan
     if read.uncertainty is not None:
         read.uncertainty[:, chosen.masked] = 0.0
-    if not any((np.isfinite(values) & ~no_data_codes(values)).any() for values in read.data):
+    masked = _mask_no_data_codes(read, chosen.names or [f"line {line}" for line in chosen.table.lines.tolist()])
+    if masked and columns.angles:
+        raise FileError(options.file, f"{masked[0].text} ({listed(masked[0].stations)}); records with angles have no dummies: "
+                        "leave these stations out")
+    if not read.valid.any():
         raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
     if options.upwards:
         signs = np.array([-1.0 if code in _ODD_IN_Z else 1.0 for code in codes])
@@ -200,7 +204,24 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
     return _Converted(survey, summary, None, True, placed,
-                      check_survey(survey, kept_names(placed.side, survey.n_stations) or None))
+                      [*masked, *check_survey(survey, kept_names(placed.side, survey.n_stations) or None)])
+
+
+def _mask_no_data_codes(survey: Survey, names: Sequence[str]) -> list[Finding]:
+    """Mask data that are a no-data code, which would spoil a run; gives what is to say of them."""
+    findings = []
+    for number, label in enumerate(survey.names):
+        values = survey.data[number]
+        coded = no_data_codes(values)
+        for code in np.unique(values[coded]).tolist():
+            same = values == code
+            findings.append(Finding("warning", "no-data-code", f"{label}: {count_text(np.count_nonzero(same), 'datum', 'data')} of "
+                                    f"{code:g}, which stands for no datum, masked", f"--dummy {code:g} masks without a warning",
+                                    tuple(names[at] for at in np.flatnonzero(same).tolist())))
+        values[coded] = np.nan
+        if survey.uncertainty is not None:
+            survey.uncertainty[number, coded] = 0.0
+    return findings
 
 
 def _distances(survey: Survey) -> Reals:
@@ -241,7 +262,8 @@ def _field(options: argparse.Namespace, codes: Sequence[int],
 def _export(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     """Observed data to a CSV."""
     for option in ("name", "drop", "mask", "data_scale", "error_scale", "percent", "floor", "field", "direction",
-                   "angles", "dummy", "elevation", "z_down", "z_unit", "crs", "to", "shift", "every", "height", "topography", "terrain_crs", "date", "x_north", "upwards"):
+                   "angles", "dummy", "elevation", "z_down", "z_unit", "crs", "to", "shift", "every", "height", "topography",
+                   "terrain_crs", "date", "x_north", "upwards"):
         if getattr(options, option) not in (None, "", False):
             raise UsageError(f"--{option.replace('_', '-')} goes with --out")
     if options.separator == "blank" or options.decimal_comma:
