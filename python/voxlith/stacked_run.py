@@ -10,6 +10,7 @@ import numpy as np
 import numpy.typing as npt
 
 from .errors import FileError, PathLike, UsageError
+from .io.bounds_file import CellBounds
 from .mesh import Mesh
 from .model import Model
 from .run import Fit, Run
@@ -104,8 +105,8 @@ class RunByProperty(Run):
     def __init__(self, run: Run) -> None:
         super().__init__(run.folder, run.control_name, program=run.program, strict=run.strict)
         self.process = run.process
-        self._stacked = StackedRun(run)
-        names = [one.name for one in self._stacked.stack.components]
+        self.stacked = StackedRun(run)
+        names = [one.name for one in self.stacked.stack.components]
         if len(names) > 1:
             raise UsageError(f"{run.folder}: expected one type of data, found {', '.join(names)} in a stacked run; use voxlith-tools "
                              f"unstack {run.folder} --control {run.control_name}, then voxlith-tools export --mesh --model of its files")
@@ -113,16 +114,16 @@ class RunByProperty(Run):
     @property
     def mesh(self) -> Mesh:
         """The mesh of one property."""
-        return self._stacked.stack.mesh
+        return self.stacked.stack.mesh
 
     @property
     def names(self) -> list[str]:
         """Names of the properties."""
-        return [one.name for one in self._stacked.stack.properties]
+        return [one.name for one in self.stacked.stack.properties]
 
     def models(self, iteration: int | None = None) -> list[Model]:
         """A model for each property; see :meth:`StackedRun.models`."""
-        return self._stacked.models(iteration)
+        return self.stacked.models(iteration)
 
 
 class StackedRun:
@@ -164,6 +165,13 @@ class StackedRun:
             models.append(Model(self.stack.mesh, values, known.name, known.unit, active))
         return models
 
+    def bounds(self) -> list[CellBounds]:
+        """Bounds of the cells of each property, in its unit. Raises FileError."""
+        known, cells = self.run.bounds(), self.stack.mesh.n_cells
+        parts = [slice(number * cells, (number + 1) * cells) for number in range(len(self.stack.properties))]
+        return [CellBounds(known.lower[part] * one.scale, known.upper[part] * one.scale, known.fixed[part])
+                for part, one in zip(parts, self.stack.properties)]
+
     def vector(self, iteration: int | None = None) -> VectorModel | None:
         """The magnetisation; None where no property is one of its components."""
         chosen = [(model, known.direction) for model, known in zip(self.models(iteration), self.stack.properties)
@@ -189,3 +197,33 @@ class StackedRun:
 def by_property(run: Run) -> Run:
     """A stacked run by its properties, see :class:`RunByProperty`; any other run as it is."""
     return RunByProperty(run) if is_stacked(run) and not isinstance(run, RunByProperty) else run
+
+
+def bounded_models(run: Run, iteration: int | None = None,
+                   models: list[Model] | None = None) -> tuple[list[Model], list[CellBounds | None]]:
+    """Models of a run in which bodies are looked for, with the bounds of their cells, None where they are unknown.
+
+    Parameters
+    ----------
+    run : Run
+    iteration : int, optional
+        A stored iteration.
+    models : list of Model, optional
+        What :meth:`Run.models` gave, so that the files are not read again. Not used for a stacked run, which has a model
+        for each property; components of the magnetisation make one model, its amplitude, which has no bounds.
+
+    Raises
+    ------
+    VoxlithError
+    """
+    if not is_stacked(run):
+        found = run.models(iteration) if models is None else models
+        return found, [run.bounds(), *[None] * (len(found) - 1)]
+    stacked = run.stacked if isinstance(run, RunByProperty) else StackedRun(run)
+    pairs: list[tuple[Model, CellBounds | None]] = [
+        (model, bounds) for model, bounds, one in zip(stacked.models(iteration), stacked.bounds(), stacked.stack.properties)
+        if one.direction is None]
+    vector = stacked.vector(iteration)
+    if vector is not None:
+        pairs.append((vector.model("amplitude"), None))
+    return [model for model, _ in pairs], [bounds for _, bounds in pairs]

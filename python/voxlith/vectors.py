@@ -9,10 +9,10 @@ from dataclasses import dataclass
 import numpy as np
 import numpy.typing as npt
 
+from .bodies import connected_cells
 from .errors import UsageError
 from .mesh import Mesh
 from .model import Model
-from .packages import require
 from .survey import Direction
 
 Reals = npt.NDArray[np.float64]
@@ -177,15 +177,11 @@ class VectorModel:
         if self.active is not None:
             amplitude[~self.active] = 0.0
         chosen = (amplitude > 0.0) & (amplitude >= least * amplitude.max(initial=0.0))
-        ndimage = require("scipy.ndimage", "magnetic bodies")
-        labels, count = ndimage.label(self.mesh.cube(chosen))
-        numbers = self.mesh.flat(labels)
         volumes, centres = self.mesh.volumes(), self.mesh.centres()
         found = []
-        for body in range(1, count + 1):
-            inside = numbers == body
+        for inside in connected_cells(self.mesh, chosen):
             weights = amplitude[inside] * volumes[inside]
             x, y, z = (weights @ centres[inside] / weights.sum()).tolist()
             moment = volumes[inside] @ self.vectors[inside] * (self.strength / _NANOTESLA_OF_AMPERE_PER_METRE)
-            found.append(MagneticBody(int(inside.sum()), (x, y, z), float(volumes[inside].sum()), np.asarray(moment)))
+            found.append(MagneticBody(len(inside), (x, y, z), float(volumes[inside].sum()), np.asarray(moment)))
         return sorted(found, key=lambda one: -float(np.linalg.norm(one.moment)))

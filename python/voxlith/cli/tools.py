@@ -31,6 +31,7 @@ SUBCOMMANDS: Final[dict[str, str]] = {
     "stack": "Put several properties into one model, and any data into one run",
     "unstack": "Split the results of a stacked run by property and type of data",
     "compact": "Run a stacked inversion in rounds: compact bodies, each type of data at its misfit",
+    "bodies": "List the bodies of a model: position, depth, excess mass",
     "report": "Write an interactive report of a run (HTML), or follow a run",
     "export": "Write models and data as geoh5, VTK, GeoTIFF, CSV, GemPy or Tomofast-x",
     "vtr": "Write mesh and models as a VTK rectilinear grid (.vtr)",

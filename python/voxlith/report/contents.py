@@ -25,6 +25,7 @@ from ..side_file import read_side_file
 from ..stacked_run import RunByProperty, by_property
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
+from .recovered import recovered_bodies
 
 Contents = dict[str, Any]
 
@@ -90,6 +91,9 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     log, rows = _log_of(run, notes, warnings), _rows_of(run, notes)
     fit = _fit_of(run, notes, warnings)
     models = _models_of(run, notes, warnings)
+    recovered = recovered_bodies(run, models)
+    warnings += recovered.warnings
+    notes += recovered.notes
     survey = fit.observed if fit is not None else run.observed
     window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
     if models and window.note(run.mesh):
@@ -104,7 +108,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
         "warnings": warnings, "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, models, curve), "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
+        "summary": _summary(run, log, rows, models, curve) + recovered.sums, "recovered": recovered.bodies, "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows), "noise_level": _noise_level(fit),
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),

@@ -74,6 +74,8 @@ function fillTexts() {
   }
   fillTable("summary-table", data.summary);
   fillTable("fit-table", data.fit, data.fit.length ? ["Component", "Data", "Masked", "RMS of the valid data (standard deviations)"] : null);
+  fillTable("recovered-table", data.recovered, ["Model", "Body", "x m", "y m", "Elevation m", "Depth m", "Volume 1e6 m³", "Peak", "Excess", "Remark"]);
+  byId("recovered").hidden = !data.recovered.length;
   fillTable("findings-table", data.findings, data.findings.length ? ["Severity", "Finding", "What to do"] : null);
   byId("findings").hidden = !data.findings.length;
   fillTable("parameter-table", data.parameters);
