@@ -51,6 +51,14 @@ class SideInfo:
         """Direction of magnetisation that a sensitivity file was computed with, as given; empty when unknown."""
         return next((str(step.get("direction", "")) for step in self.history if step.get("operation") == "magnetisation"), "")
 
+    def station_names(self, stations: int) -> list[str]:
+        """Names of the stations that voxlith-tools obs --name kept; empty when there is not one for each station."""
+        for step in reversed(self.history):
+            names = step.get("names")
+            if step.get("operation") == "station-names" and isinstance(names, list) and len(names) == stations:
+                return [str(name) for name in names]
+        return []
+
     @property
     def coordinates(self) -> SideInfo:
         """The same without the history, which belongs to one file."""

@@ -92,8 +92,4 @@ def with_names(side: SideInfo, names: Sequence[str]) -> SideInfo:
 
 def kept_names(side: SideInfo, stations: int) -> list[str]:
     """Names of the stations that a side file holds; empty when there are none, or not one for each station."""
-    for step in reversed(side.history):
-        names = step.get("names")
-        if step.get("operation") == _OPERATION and isinstance(names, list) and len(names) == stations:
-            return [str(name) for name in names]
-    return []
+    return side.station_names(stations)

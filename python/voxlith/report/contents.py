@@ -13,6 +13,9 @@ import numpy as np
 import numpy.typing as npt
 
 from ..checks import check_survey
+from ..checks.findings import listed
+from ..checks.residuals import check_residuals
+from ..checks.survey import station_names
 from ..codes import unit_text
 from ..errors import FileError, PathLike, RunError, UsageError
 from ..io.log_file import RunLog
@@ -95,6 +98,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     warnings += recovered.warnings
     notes += recovered.notes
     survey = fit.observed if fit is not None else run.observed
+    warnings += _residual_clusters(run, fit)
     window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
     if models and window.note(run.mesh):
         notes.append(window.note(run.mesh))
@@ -229,6 +233,18 @@ def _fit_rows(run: Run, fit: Fit | None) -> list[list[str]]:
         rms = f"{math.sqrt(float(np.mean(used**2))):.4f}" if len(used) else "no value"
         rows.append([f"{name} ({unit_text(unit)})", str(len(used)), str(len(z) - len(used)), rms])
     return rows
+
+
+def _residual_clusters(run: Run, fit: Fit | None) -> list[str]:
+    """Where residuals of neighbours agree, of a run whose misfit may look right."""
+    if fit is None or fit.observed.n_stations > _MOST_CHECKED:
+        return []
+    survey = fit.observed
+    side = read_side_file(run.path(run.control.values.data_file))
+    names = side.station_names(survey.n_stations) or station_names(survey)
+    found = [finding for number, label in enumerate(run.data_names()) for finding in check_residuals(
+        survey.x, survey.y, survey.data[number], fit.zscore[number], names, label)]
+    return [f"{finding.text} ({listed(finding.stations)}); {finding.remedy}" for finding in found]
 
 
 def _noise_level(fit: Fit | None) -> float | None:
