@@ -31,7 +31,8 @@ _GRID = 128
 _EDGE = 0.125  # width of an edge over the extent of the survey
 _LINE = 0.02  # width over length below which stations follow one line
 _FEWEST_AT_EDGE = 5
-_SIGNIFICANT = 3.0  # standard errors of a mean
+SIGNIFICANT = 3.0
+"""Standard errors from which on a mean differs from 0."""
 
 
 @dataclass(frozen=True)
@@ -293,10 +294,30 @@ def residual_level(residual: Survey, component: int = 0) -> ResidualLevel:
     """
     values, valid = _data(residual, component)
     deviation = float(np.nanmedian(residual.uncertainties()[component]))
-    extents = float(np.ptp(residual.x)), float(np.ptp(residual.y))
-    edges: dict[str, float] = {}
-    biased = []
-    for places, extent, names in ((residual.x, extents[0], ("west", "east")), (residual.y, extents[1], ("south", "north"))):
+    edges = edge_means(residual.x, residual.y, values)
+    biased = [name for name, edge in edges.items() if abs(edge.mean) > max(deviation, SIGNIFICANT * edge.error)]
+    found = values[valid]
+    return ResidualLevel(float(np.median(found)), float((found < 0.0).mean()), {name: edge.mean for name, edge in edges.items()},
+                         tuple(biased))
+
+
+@dataclass(frozen=True)
+class EdgeMean:
+    """Mean of the data at an edge, of their middle half, and its standard error from their scatter."""
+
+    mean: float
+    error: float
+
+
+def edge_means(x: Reals, y: Reals, values: Reals) -> dict[str, EdgeMean]:
+    """Means at the edges of a survey, the outer eighth of its extent, by their names; NaN is no datum.
+
+    An edge needs five data. Across a single line of stations there is none.
+    """
+    valid = np.isfinite(values)
+    extents = float(np.ptp(x)), float(np.ptp(y))
+    edges: dict[str, EdgeMean] = {}
+    for places, extent, names in ((x, extents[0], ("west", "east")), (y, extents[1], ("south", "north"))):
         if extent <= _LINE * max(extents):
             continue
         for name, distance in zip(names, (places - places.min(), places.max() - places)):
@@ -304,12 +325,9 @@ def residual_level(residual: Survey, component: int = 0) -> ResidualLevel:
             if len(at) < _FEWEST_AT_EDGE:
                 continue
             quarter = len(at) // 4
-            edges[name] = float(at[quarter: len(at) - quarter].mean())
             scatter = 0.7413 * float(at[-1 - quarter] - at[quarter])  # of the quartiles, to a standard deviation
-            if abs(edges[name]) > max(deviation, _SIGNIFICANT * 1.2 * scatter / math.sqrt(len(at))):
-                biased.append(name)
-    found = values[valid]
-    return ResidualLevel(float(np.median(found)), float((found < 0.0).mean()), edges, tuple(biased))
+            edges[name] = EdgeMean(float(at[quarter: len(at) - quarter].mean()), 1.2 * scatter / math.sqrt(len(at)))
+    return edges
 
 
 def _data(survey: Survey, component: int) -> tuple[Reals, Mask]:

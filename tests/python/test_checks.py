@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import math
 import re
 from pathlib import Path
 
@@ -155,6 +156,31 @@ def test_offset_and_slope():
     sloping = found(changed(survey, data=survey.data + 12.0 + 0.002 * (survey.x - 452000.0)))
     assert set(sloping) == {"constant-offset", "regional-trend"}
     assert re.search(r"towards (89|9[01]) degrees", sloping["regional-trend"].text)
+
+
+def magnetic(offset: float, slope: float = 0.0) -> Survey:
+    """The anomaly of a dipole in a field of inclination 60, on lines with noise of 3 nT."""
+    x, y = (a.ravel() * 50.0 for a in np.meshgrid(np.arange(24.0), np.arange(24.0)))
+    field = np.array([0.0, 0.5, -math.sqrt(0.75)])
+    apart = np.stack([x - 600.0, y - 600.0, np.full(x.shape, 120.0)], axis=1)
+    distance = np.linalg.norm(apart, axis=1)
+    data = 1.0e9 * (3.0 * (apart @ field / distance) ** 2 - 1.0) / distance**3
+    noise = np.random.default_rng(5).normal(0.0, 3.0, x.shape)
+    return Survey(x, y, np.full(x.shape, 40.0), [data + noise + offset + slope * (x - 600.0)], (1,), [np.full(x.shape, 3.0)],
+                  field=InducingField(60.0, 0.0, 50000.0))
+
+
+def test_small_offset_of_magnetic_data():
+    """7 standard deviations are hidden below anomalies of hundreds of nT, and are still wrong in every part of a model."""
+    assert np.ptp(magnetic(0.0).data) > 600.0
+    assert found(magnetic(0.0)) == {} and found(magnetic(0.0), regional_removed=True) == {}
+    for offset in (22.0, -8.0):
+        finding = found(magnetic(offset))["constant-offset"]
+        level = float(re.search(r"survey is (-?[0-9.]+) nT", finding.text)[1])
+        assert level == pytest.approx(offset, abs=4.0) and finding.severity == "warning"
+    assert set(found(magnetic(22.0), regional_removed=True)) == {"constant-offset"}
+    assert "constant-offset" not in found(magnetic(0.0, slope=0.02))
+    assert "constant-offset" not in found(magnetic(2.0))
 
 
 def test_degrees():

@@ -7,11 +7,11 @@ from collections.abc import Sequence
 import numpy as np
 import numpy.typing as npt
 
-from ..codes import default_uncertainty
+from ..codes import default_uncertainty, is_magnetic
 from ..survey import Survey
 from .findings import Finding, ordered
 from .stations import check_coordinates, check_duplicates, check_outliers, looks_like_degrees, noise_of
-from .trend import check_trend
+from .trend import check_edges, check_trend
 from .values import are_loose, check_sign, check_values, no_data_codes
 
 Reals = npt.NDArray[np.float64]
@@ -37,7 +37,7 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
     given : array_like, shape (components, n), optional
         Standard deviations as the file has them, also those of 0 and below; by default those of the survey.
     regional_removed : bool
-        Whether a regional field was subtracted already: then the edge of the survey says nothing of an offset.
+        Whether a regional field was subtracted already: then a slope, or a level of gravity at the edge, says nothing.
     sign : int
         Of the model that is looked for: 1 positive, -1 negative, 0 either.
 
@@ -74,8 +74,12 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         findings += check_duplicates(survey.x, survey.y, height, usable, deviations, label, known, unit)
         findings += check_outliers(survey.x, survey.y, usable, deviations, label, known)
         findings += check_sign(usable, deviations, sign, survey.codes[number], label)
-        if metres and not regional_removed and float(np.ptp(usable[np.isfinite(usable)])) > 0.0:
-            findings += check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
+        if not metres or not float(np.ptp(usable[np.isfinite(usable)])) > 0.0:
+            continue
+        shown = [] if regional_removed else check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
+        if not shown and is_magnetic(survey.codes[number]):
+            shown = check_edges(survey.x, survey.y, usable, deviations, label, survey.units[number])
+        findings += shown
     return ordered(findings)
 
 

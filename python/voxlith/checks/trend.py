@@ -6,6 +6,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ..packages import require
+from ..regional import SIGNIFICANT, edge_means
 from .findings import Finding
 
 Reals = npt.NDArray[np.float64]
@@ -15,6 +16,7 @@ _FEWEST = 12
 _OFFSET = 0.35  # level of the edge of the survey, as a part of the range of the anomalies
 _TREND = 0.5  # change of the plane across the survey, as a part of the range of the anomalies
 _SIGNIFICANT = 5.0  # standard deviations
+_EVEN = 0.5  # range of the means of the edges over their mean; tails of anomalies differ more
 
 
 def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str, unit: str) -> list[Finding]:
@@ -53,6 +55,25 @@ def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str
             f"{direction:.0f} degrees from north, beside anomalies of {anomalies:.3g} {unit}; bodies inside the mesh do not "
             "explain it", "subtract it with voxlith-tools regional --order 1"))
     return findings
+
+
+def check_edges(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str, unit: str) -> list[Finding]:
+    """A level at the edges that is small beside the anomalies, but not beside the noise.
+
+    For data that fade fast with the distance of bodies, such as magnetic data. A constant offset is about the same at all
+    edges; the tails of anomalies are not.
+    """
+    edges = list(edge_means(x, y, values).values())
+    if len(edges) < 2:
+        return []
+    means = np.array([edge.mean for edge in edges])
+    level, sd = float(means.mean()), float(np.nanmedian(deviations[np.isfinite(values)]))
+    error = float(np.linalg.norm([edge.error for edge in edges])) / len(edges)
+    if abs(level) <= max(sd, SIGNIFICANT * error) or float(np.ptp(means)) > _EVEN * abs(level):
+        return []
+    return [Finding("warning", "constant-offset", f"{label}: the mean at the edges of the survey is {level:.3g} {unit}, {abs(level) / sd:.2g} "
+                    "standard deviations; a constant offset or a regional field is left in the data, or a broad anomaly reaches all edges",
+                    "look at the map of the data; subtract an offset with voxlith-tools regional --order 0")]
 
 
 def edge_stations(places: Reals) -> Mask:
