@@ -1,4 +1,5 @@
-# The files of an installation, and its Debian package (cpack -G DEB in the build folder).
+# The files of an installation, and its Debian packages (cpack -G DEB in the build folder): voxlith, and voxlith-mpi where
+# MPI was found.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS voxlith RUNTIME)
@@ -7,6 +8,7 @@ if(TARGET voxlith-run)
 endif()
 if(TARGET voxlith-run-mpi)
     install(TARGETS voxlith-run-mpi RUNTIME COMPONENT mpi)
+    install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/voxlith-mpi RENAME copyright COMPONENT mpi)
 endif()
 if(TARGET voxlith-forward)
     install(TARGETS voxlith-forward RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/voxlith)
@@ -47,13 +49,16 @@ if(TARGET pages)
 endif()
 
 set(CPACK_GENERATOR DEB)
-# Without voxlith-run-mpi: the package would need OpenMPI.
-set(CPACK_INSTALL_CMAKE_PROJECTS "${PROJECT_BINARY_DIR};VoxLith;Unspecified;/")
+# voxlith-run-mpi is a package of its own: the first one shall not need an MPI.
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL Unspecified)
 set(CPACK_PACKAGE_NAME voxlith)
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME voxlith)
 set(CPACK_PACKAGE_VENDOR "the VoxLith developers")
 set(CPACK_PACKAGE_CONTACT "the VoxLith developers <voxlith@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "inversion of gravity and magnetic survey data")
-set(CPACK_PACKAGE_DESCRIPTION
+set(CPACK_COMPONENT_UNSPECIFIED_DESCRIPTION
     "VoxLith inverts gravity and magnetic survey data for a three-dimensional\ncell model of density or susceptibility. With it come tools that make meshes,\nsensitivity files and synthetic data, and pictures of a run.")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -61,7 +66,18 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "python3 (>= 3.11), python3-numpy (>= 1:1.24)")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-matplotlib, python3-pandas, python3-scipy, python3-vtk9")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-h5py, python3-pyproj, python3-rasterio, python3-xarray")
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_DEPENDS "python3 (>= 3.11), python3-numpy (>= 1:1.24)")
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_RECOMMENDS "python3-matplotlib, python3-pandas, python3-scipy, python3-vtk9")
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_SUGGESTS "python3-h5py, python3-pyproj, python3-rasterio, python3-xarray")
+if(TARGET voxlith-run-mpi)
+    list(APPEND CPACK_COMPONENTS_ALL mpi)
+    set(launcherPackage openmpi-bin)
+    if(MPI_C_LIBRARIES MATCHES mpich)
+        set(launcherPackage mpich)
+    endif()
+    set(CPACK_DEBIAN_MPI_PACKAGE_NAME voxlith-mpi)
+    set(CPACK_DEBIAN_MPI_PACKAGE_DEPENDS "voxlith (= ${PROJECT_VERSION}), ${launcherPackage}")
+    set(CPACK_COMPONENT_MPI_DESCRIPTION
+        "The program voxlith-run-mpi, started by mpirun, shares a run among processes.\nIts results are the same bytes as those of voxlith-run.")
+endif()
 include(CPack)

@@ -7,15 +7,15 @@ namespace voxlith {
 namespace {
 
 // Seconds on one core.
-constexpr double secondsOfCoefficient = 2.7e-9;
-constexpr double sharedSecondsOfCell = 1.1e-7;
-constexpr double singleSecondsOfCell = 1.0e-8;
+constexpr double secondsOfCoefficient = 1.2e-9;
+constexpr double sharedSecondsOfCell = 3.5e-8;
+constexpr double singleSecondsOfCell = 4.0e-8;
 
 constexpr double networkBytesPerSecond = 1.25e9;
 
 // How many times faster n threads are than one: memory is what they share.
 double speedOfThreads(double threads) {
-    constexpr double ofTwo = 0.8;
+    constexpr double ofTwo = 0.9;
     constexpr double ofMany = 0.5;
     return std::max({1.0, std::min(threads, 2.0) * ofTwo, threads * ofMany});
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds the Debian package of a build folder, installs it into a root of its own, runs what it holds, removes it.
+"""Builds the Debian packages of a build folder, installs them into a root of its own, runs what they hold, removes them.
 
     package_test.py --build build/release
 
@@ -46,28 +46,43 @@ class Package(unittest.TestCase):
         cls.work = pathlib.Path(tempfile.mkdtemp(prefix="voxlith-package-"))
         cls.addClassCleanup(shutil.rmtree, cls.work)
         run("cpack", "-G", "DEB", "--config", BUILD / "CPackConfig.cmake", "-B", cls.work / "package", cwd=cls.work)
-        packages = list((cls.work / "package").glob("*.deb"))
-        assert len(packages) == 1, packages
-        cls.package = packages[0]
+        packages = {path.name.split("_")[0]: path for path in (cls.work / "package").glob("*.deb")}
+        assert set(packages) - {"voxlith-mpi"} == {"voxlith"}, packages
+        cls.package = packages["voxlith"]
+        cls.mpi_package = packages.get("voxlith-mpi")
         cls.root = cls.work / "root"
         for folder in ("info", "updates", "triggers"):
             (cls.root / "var/lib/dpkg" / folder).mkdir(parents=True)
         for name in ("status", "available"):
             (cls.root / "var/lib/dpkg" / name).touch()
-        dpkg(cls.root, "--install", cls.package)
+        dpkg(cls.root, "--install", *filter(None, [cls.package, cls.mpi_package]))
 
     def test_the_description_is_one_paragraph(self):
         """A line that begins with two blanks is shown as it stands, broken off from the text around it."""
-        lines = run("dpkg-deb", "--field", self.package, "Description").splitlines()
-        self.assertGreater(len(lines), 2)
-        for line in lines[1:]:
-            self.assertRegex(line, r"^( \S.*|\S.*)$")
+        for package in filter(None, [self.package, self.mpi_package]):
+            lines = run("dpkg-deb", "--field", package, "Description").splitlines()
+            self.assertGreater(len(lines), 2)
+            for line in lines[1:]:
+                self.assertRegex(line, r"^( \S.*|\S.*)$")
 
     def test_dependencies_are_the_language_libraries_tbb_zlib_and_numpy(self):
         needed = run("dpkg-deb", "--field", self.package, "Depends").strip()
         names = {entry.split()[0] for entry in needed.split(",")}
         self.assertLessEqual(names, {"libc6", "libgcc-s1", "libstdc++6", "libm6", "libtbb12", "python3",
                                      "python3-numpy", "zlib1g"}, needed)
+
+    def test_mpi_package_holds_one_program_and_needs_an_mpi(self):
+        if self.mpi_package is None:
+            self.skipTest("the build has no MPI")
+        needed = run("dpkg-deb", "--field", self.mpi_package, "Depends").strip()
+        names = {entry.split()[0] for entry in needed.split(",")}
+        self.assertLessEqual(names, {"voxlith", "openmpi-bin", "libopenmpi3", "mpich", "libmpich12", "libc6", "libgcc-s1", "libm6",
+                                     "libstdc++6", "zlib1g"}, needed)
+        self.assertTrue({"openmpi-bin", "libopenmpi3"} <= names or {"mpich", "libmpich12"} <= names, needed)
+        files = {line.split()[-1] for line in run("dpkg-deb", "--contents", self.mpi_package).splitlines() if not line.endswith("/")}
+        self.assertEqual(files, {"./usr/bin/voxlith-run-mpi", "./usr/share/man/man1/voxlith-run-mpi.1",
+                                 "./usr/share/doc/voxlith-mpi/copyright"})
+        self.assertIn("voxlith-run-mpi", run(self.root / "usr/bin/voxlith-run-mpi", "--help", cwd=self.work))
 
     def test_every_kind_of_file_is_there(self):
         usr = self.root / "usr"
@@ -144,9 +159,10 @@ class Package(unittest.TestCase):
         for path in (second / "var/lib/dpkg/info").glob("voxlith*"):
             path.unlink()
         (second / "var/lib/dpkg/status").write_text("")
-        dpkg(second, "--install", self.package)
+        packages = {"voxlith": self.package, "voxlith-mpi": self.mpi_package} if self.mpi_package else {"voxlith": self.package}
+        dpkg(second, "--install", *packages.values())
         self.assertIn("usr/bin/voxlith", files_below(second))
-        dpkg(second, "--remove", "voxlith")
+        dpkg(second, "--remove", *packages)
         left = [name for name in files_below(second) if not name.startswith("var/lib/dpkg") and name != "dpkg.log"]
         self.assertEqual(left, [])
         self.assertFalse((second / "usr").exists())

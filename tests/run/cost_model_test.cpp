@@ -12,14 +12,14 @@ RunSize sizeWith(double cells, double data, double coefficientsOfDatum) {
 const RunSize sizeS = sizeWith(1e6, 1e4, 6000);
 const RunSize sizeM = sizeWith(1e7, 1e5, 9000);
 
-// The table of sizes in docs/scaling.md; on one core without the tenth of the work that no formula shares.
+// The table of sizes in docs/scaling.md.
 TEST(CostModel, givesTheTableOfSizes) {
-    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 1}), 0.28, 0.005);
-    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 2}), 0.18, 0.005);
-    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 16}), 0.044, 0.002);
-    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 1}), 3.6, 0.05);
-    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 2}), 2.3, 0.05);
-    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 16}), 0.54, 0.01);
+    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 1}), 0.15, 0.005);
+    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 2}), 0.10, 0.005);
+    EXPECT_NEAR(secondsOfIteration(sizeS, {1, 16}), 0.053, 0.002);
+    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 1}), 1.8, 0.05);
+    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 2}), 1.2, 0.05);
+    EXPECT_NEAR(secondsOfIteration(sizeM, {1, 16}), 0.58, 0.01);
     EXPECT_NEAR(bytesOfProcess(sizeS, 1) / 1e9, 0.85, 0.05);
     EXPECT_NEAR(bytesOfProcess(sizeM, 1) / 1e9, 11, 0.2);
 }
