@@ -42,7 +42,7 @@ void optimiserStep(int inversionMethod, int /*iteration*/, int n, int m, std::sp
                    std::span<const double> maxStep, double& f, std::span<double> g, double factr, double pgtol,
                    std::span<double> wa, std::span<std::int32_t> iwa, TaskWord& task, int /*iprint*/,
                    OptimiserState& state) {
-    if (inversionMethod == 1 || inversionMethod == 2) {
+    if (usesPlis(inversionMethod)) {
         int plisState = plisStateOf(task);
         int stopCode = 0;
         plisStep(inversionMethod, n, m, nb, x, l, u, nbd, f, g, wa, plisState, stopCode, state.plis);

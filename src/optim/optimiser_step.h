@@ -28,6 +28,11 @@ constexpr std::int64_t optimiserIntegerWorkspace(std::int64_t n) {
     return 3 * n;
 }
 
+// Whether the engine of the method is PLIS.
+constexpr bool usesPlis(int inversionMethod) {
+    return inversionMethod == 1 || inversionMethod == 2;
+}
+
 // One step of the optimiser.
 //   inversionMethod  1 and 2: PLIS with the rank-1 or rank-2 update; every other value: L-BFGS-B
 //   iteration        the caller's counter, read by neither engine

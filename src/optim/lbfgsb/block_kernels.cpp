@@ -19,7 +19,7 @@ double longProduct(std::span<const double> a, std::span<const double> b) {
     double sum = 0.0;
     std::array<double, mostSlots> products;
     forEachBlock(
-        a.size(), mostSlots, 2,
+        0, a.size(), mostSlots, 2,
         [&](std::size_t slot, std::size_t first, std::size_t length) {
             products[slot] = blockProduct(a.data() + first, b.data() + first, length);
         },

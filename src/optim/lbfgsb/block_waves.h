@@ -13,18 +13,25 @@ namespace voxlith {
 // Blocks of a wave at most: their results have a fixed place.
 constexpr std::size_t mostSlots = 256;
 
-// Calls compute(slot, first, length) for every block of n values, `slot` counting from 0 in each wave and below
-// `slots`, and add(slot, first, length) after it. `costOfValue` is as in forEachRange. Allocates nothing.
+// Values of a wave of at most `slots` blocks: enough blocks for equal shares of several workers, few enough that their
+// results stay in the second-level cache; so few for one worker that all their vectors stay there.
+inline std::size_t waveLength(std::size_t slots) {
+    constexpr std::size_t blocksOfOne = 4, blocksOfEach = 32;
+    const std::size_t workers = workersOfProcess().count;
+    return std::min(slots, workers == 1 ? blocksOfOne : blocksOfEach * workers) * blockLength;
+}
+
+// Calls compute(slot, first, length) for every block of the values `start`, a multiple of blockLength, to `end`, `slot`
+// counting from 0 in each wave and below `slots`, and add(slot, first, length) after it. `costOfValue` is as in
+// forEachRange. Allocates nothing.
 template <class Compute, class Add>
-void forEachBlock(std::size_t n, std::size_t slots, std::size_t costOfValue, const Compute& compute, const Add& add) {
-    // Enough blocks for equal shares, few enough that their results stay in the second-level cache.
-    constexpr std::size_t blocksOfWorker = 32;
-    const std::size_t wave = std::min(slots, blocksOfWorker * workersOfProcess().count) * blockLength;
-    const auto lengthFrom = [&](std::size_t first) { return std::min(blockLength, n - first); };
-    for (std::size_t waveStart = 0; waveStart < n; waveStart += wave) {
-        const std::size_t count = std::min(wave, n - waveStart);
-        forEachRange(count, blockLength, costOfValue, [&](std::size_t start, std::size_t end) {
-            for (std::size_t offset = start; offset < end; offset += blockLength) {
+void forEachBlock(std::size_t start, std::size_t end, std::size_t slots, std::size_t costOfValue,
+                  const Compute& compute, const Add& add) {
+    const auto lengthFrom = [&](std::size_t first) { return std::min(blockLength, end - first); };
+    for (std::size_t waveStart = start; waveStart < end; waveStart += waveLength(slots)) {
+        const std::size_t count = std::min(waveLength(slots), end - waveStart);
+        forEachRange(count, blockLength, costOfValue, [&](std::size_t first, std::size_t last) {
+            for (std::size_t offset = first; offset < last; offset += blockLength) {
                 compute(offset / blockLength, waveStart + offset, lengthFrom(waveStart + offset));
             }
         });

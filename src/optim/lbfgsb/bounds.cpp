@@ -106,12 +106,6 @@ struct LargestValues {
             addToLane(k, values[i]);
         }
     }
-    void add(const LargestValues& others) {
-        for (std::size_t k = 0; k < laneCount; ++k) {
-            lane[k] = std::max(lane[k], others.lane[k]);
-            nonFinite[k] += others.nonFinite[k];
-        }
-    }
     void addToLane(std::size_t k, double value) {
         const double size = std::abs(value);
         lane[k] = size > lane[k] ? size : lane[k];
@@ -141,37 +135,27 @@ void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> unifor
     }
 }
 
-double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g) {
+double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g,
+                             double enough) {
     assert(x.size() == g.size() && x.size() == static_cast<std::size_t>(problem.n));
-    const std::size_t pieces = piecesFor(x.size());
-    std::array<LargestValues, mostWorkers> ofPiece;
-    forEachPiece(pieces, [&](std::size_t piece) {
-        LargestValues values;
-        BoxBlock box;
-        std::array<double, blockLength> projected;
-        const std::size_t end = startOfPiece(x.size(), blockLength, piece + 1, pieces);
-        for (std::size_t first = startOfPiece(x.size(), blockLength, piece, pieces); first < end;
-             first += blockLength) {
-            const std::size_t length = std::min(blockLength, end - first);
-            const BoundsBlock bounds = boundsOfBlock(problem, first, length);
-            prefetchNextBlock(x.data() + first, length);
-            prefetchNextBlock(g.data() + first, length);
-            formBox(bounds, box);
-            boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
-            values.add(projected.data(), length);
-        }
-        ofPiece[piece] = values;
-    });
     LargestValues values;
-    for (std::size_t piece = 0; piece < pieces; ++piece) {
-        values.add(ofPiece[piece]);
+    BoxBlock box;
+    std::array<double, blockLength> projected;
+    for (std::size_t first = 0; first < x.size() && !(values.largest() > enough); first += blockLength) {
+        const std::size_t length = std::min(blockLength, x.size() - first);
+        const BoundsBlock bounds = boundsOfBlock(problem, first, length);
+        formBox(bounds, box);
+        boxKernels().projectGradient(bounds, box, x.data() + first, g.data() + first, projected.data());
+        values.add(projected.data(), length);
     }
     return values.largest();
 }
 
-double gradientNorm(std::span<const double> g) {
+double gradientNorm(std::span<const double> g, double enough) {
     LargestValues values;
-    values.add(g.data(), g.size());
+    for (std::size_t first = 0; first < g.size() && !(values.largest() > enough); first += blockLength) {
+        values.add(g.data() + first, std::min(blockLength, g.size() - first));
+    }
     return values.largest();
 }
 

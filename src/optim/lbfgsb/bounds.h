@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 
 #include "optim/lbfgsb/box_kernels.h"
@@ -44,10 +45,12 @@ void findUniformBlocks(const BoxProblem& problem, std::span<std::int32_t> unifor
 
 // Largest absolute component of the projected gradient P(x - g) - x, P being the projection into the box (Zhu et al.
 // 1997, section 3). Variables with flag 1 contribute nothing, those with another flag |g|. NaN if one component is.
-double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g);
+// Where it exceeds `enough`, some component that does may be returned in its place: the first blocks decide, then.
+double projectedGradientNorm(const BoxProblem& problem, std::span<const double> x, std::span<const double> g,
+                             double enough = std::numeric_limits<double>::infinity());
 
 // The same for a problem without bounds and fixed variables.
-double gradientNorm(std::span<const double> g);
+double gradientNorm(std::span<const double> g, double enough = std::numeric_limits<double>::infinity());
 
 // The box of the block that begins at variable `first`, a multiple of blockLength.
 void boxOfBlock(const BoxProblem& problem, std::size_t first, std::size_t length, BoxBlock& box);

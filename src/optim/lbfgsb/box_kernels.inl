@@ -61,13 +61,30 @@ bool leavesBox(const BoxBlock& box, std::size_t length, const double* x, const d
     return leaving > 0;
 }
 
-// The status of a variable that is not fixed for the whole run, from its distances to both bounds.
-std::int32_t statusAt(double toLower, double toUpper, double descent) {
-    const std::int32_t between = std::abs(descent) <= 0.0 ? freeWithoutGradient : freeBetweenBounds;
-    const std::int32_t lower = descent <= 0.0 ? atLowerBound : freeBetweenBounds;
-    const std::int32_t upper = descent >= 0.0 ? atUpperBound : freeBetweenBounds;
-    const std::int32_t notLower = toUpper <= 0.0 ? upper : between;
+// The status of a variable that is not fixed for the whole run, from its distances to both bounds. As wide as a real64:
+// compilers make no vector code of a choice between numbers of another width.
+std::int64_t statusAt(double toLower, double toUpper, double descent) {
+    const std::int64_t between = std::abs(descent) <= 0.0 ? freeWithoutGradient : freeBetweenBounds;
+    const std::int64_t lower = descent <= 0.0 ? atLowerBound : freeBetweenBounds;
+    const std::int64_t upper = descent >= 0.0 ? atUpperBound : freeBetweenBounds;
+    const std::int64_t notLower = toUpper <= 0.0 ? upper : between;
     return toLower <= 0.0 ? lower : notLower;
+}
+
+// The least of the values that are numbers; infinite where there are none.
+double leastOf(const double* values, std::size_t length) {
+    double least[laneCount];
+    std::fill_n(least, laneCount, infinity);
+    std::size_t i = 0;
+    for (; i + laneCount <= length; i += laneCount) {
+        for (std::size_t l = 0; l < laneCount; ++l) {
+            least[l] = values[i + l] < least[l] ? values[i + l] : least[l];
+        }
+    }
+    for (; i < length; ++i) {
+        least[0] = values[i] < least[0] ? values[i] : least[0];
+    }
+    return *std::min_element(least, least + laneCount);
 }
 
 void startPath(const BoxBlock& box, std::size_t length, const double* x, const double* g, std::int32_t* status,
@@ -75,10 +92,13 @@ void startPath(const BoxBlock& box, std::size_t length, const double* x, const d
     const double* const lower = box.lower;
     const double* const upper = box.upper;
     std::array<double, blockLength> time;
+    std::array<std::int64_t, blockLength> found;
     for (std::size_t i = 0; i < length; ++i) {
-        const std::int32_t found = statusAt(x[i] - lower[i], upper[i] - x[i], -g[i]);
+        found[i] = statusAt(x[i] - lower[i], upper[i] - x[i], -g[i]);
+    }
+    for (std::size_t i = 0; i < length; ++i) {
         const std::int32_t before = status[i];
-        status[i] = ((before == alwaysFixed) | (before == unbounded)) ? before : found;
+        status[i] = ((before == alwaysFixed) | (before == unbounded)) ? before : static_cast<std::int32_t>(found[i]);
     }
     for (std::size_t i = 0; i < length; ++i) {
         direction[i] = ((status[i] == freeBetweenBounds) | (status[i] == unbounded)) ? -g[i] : 0.0;
@@ -97,8 +117,8 @@ void startPath(const BoxBlock& box, std::size_t length, const double* x, const d
         freeCount += status[i] <= 0 ? 1 : 0;
         moving += ((status[i] == freeBetweenBounds) | (status[i] == unbounded)) ? 1 : 0;
     }
-    for (std::size_t i = 0; breakpoints > 0 && i < length; ++i) {
-        path.leastTime = time[i] < path.leastTime ? time[i] : path.leastTime;
+    if (breakpoints > 0) {
+        path.leastTime = std::min(path.leastTime, leastOf(time.data(), length));
     }
     path.breakpointCount += static_cast<std::size_t>(breakpoints);
     path.freeCount += static_cast<std::size_t>(freeCount);

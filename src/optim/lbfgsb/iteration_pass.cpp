@@ -190,7 +190,7 @@ PathStart startIterationPass(const BoxProblem& problem, const CorrectionMemory& 
             updateTable(std::span(wave.wasFree[slot]).first(length), first, memory, olderPairs, arrays);
         }
     };
-    forEachBlock(arrays.x.size(), slots, memory.count + 4, compute, add);
+    forEachBlock(0, arrays.x.size(), slots, memory.count + 4, compute, add);
     return path;
 }
 

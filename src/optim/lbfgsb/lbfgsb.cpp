@@ -73,9 +73,11 @@ struct NewPair {
     std::size_t firstElement = 0;  // of its columns
 };
 
-double normOfGradient(const Engine& engine) {
-    return engine.state.box.constrained ? projectedGradientNorm(engine.problem, engine.x, engine.g)
-                                        : gradientNorm(engine.g);
+// Decisions compare it with 0 and with pgtol alone.
+double normOfGradient(const Engine& engine, double pgtol) {
+    const double enough = std::max(pgtol, 0.0);
+    return engine.state.box.constrained ? projectedGradientNorm(engine.problem, engine.x, engine.g, enough)
+                                        : gradientNorm(engine.g, enough);
 }
 
 PairProducts productsOf(const Engine& engine) {
@@ -142,7 +144,9 @@ bool minimiseOverSubspace(Engine& engine, const CorrectionMemory& memory, const 
     LbfgsbWorkspace& work = engine.work;
     const std::size_t order = 2 * memory.m;
     const bool leavesX = cauchyPoint.segments > 0;
-    SearchDirectionArrays arrays{engine.x, engine.g, work.status, work.d, work.z, work.t, work.r, {}};
+    const bool laterIteration = state.iteration > 0;
+    SearchDirectionArrays arrays{engine.x, engine.g, work.status, work.d, laterIteration ? engine.x : work.z,
+                                 work.t,   work.r,   {}};
     if (memory.count > 0 && path.freeCount > 0) {
         if (!factorSubspaceMatrix(memory, work.subspaceTable, work.subspaceFactor)) {
             return false;
@@ -153,9 +157,8 @@ bool minimiseOverSubspace(Engine& engine, const CorrectionMemory& memory, const 
                         work.products.first(used), factors);
         arrays.factors = factors;
     }
-    const bool laterIteration = state.iteration > 0;
     const SearchDirectionTask task{state.box.constrained, leavesX, cauchyPoint.time,
-                                   state.box.constrained && laterIteration, laterIteration};
+                                   state.box.constrained && laterIteration, !state.stepReachedBound};
     search = computeSearchDirection(engine.problem, memory, task, unlimitedStep, arrays);
     state.stepReachedBound = search.stepReachedBound;
     return true;
@@ -261,6 +264,9 @@ SearchOutcome continueLineSearch(Engine& engine) {
     if (state.searchEvaluations >= searchEvaluationLimit || !std::isfinite(trial.step)) {
         return SearchOutcome::failed;
     }
+    if (state.step == 1.0) {
+        copyTo(engine.x, engine.work.z);  // for the case that the search comes back to the whole step
+    }
     state.step = trial.step;
     countTrial(state);
     moveToTrial(engine);
@@ -312,7 +318,7 @@ void iterate(Engine& engine, NewPair pair, TaskWord& task) {
 }
 
 // Processes the trial that the caller has evaluated.
-void processTrial(Engine& engine, TaskWord& task) {
+void processTrial(Engine& engine, double pgtol, TaskWord& task) {
     const SearchOutcome outcome = continueLineSearch(engine);
     if (outcome == SearchOutcome::evaluate) {
         setTask(task, "FG_LNSRCH");
@@ -320,7 +326,7 @@ void processTrial(Engine& engine, TaskWord& task) {
     }
     if (outcome == SearchOutcome::accepted) {
         countIteration(engine.state);
-        engine.state.gradientNorm = normOfGradient(engine);
+        engine.state.gradientNorm = normOfGradient(engine, pgtol);
         setTask(task, "NEW_X");
         return;
     }
@@ -363,7 +369,7 @@ double squareOfChange(const Engine& engine) {
     double square = 0.0;
     std::array<double, mostSlots> squares;
     forEachBlock(
-        g.size(), mostSlots, 2,
+        0, g.size(), mostSlots, 2,
         [&](std::size_t slot, std::size_t first, std::size_t length) {
             std::array<double, blockLength> change;
             for (std::size_t i = 0; i < length; ++i) {
@@ -419,7 +425,7 @@ void start(Engine& engine, double factr, TaskWord& task) {
 // "FG_START": the first iteration of a run, or of a continued one.
 void acceptStartPoint(Engine& engine, double pgtol, TaskWord& task) {
     engine.state.evaluations = 1;
-    engine.state.gradientNorm = normOfGradient(engine);
+    engine.state.gradientNorm = normOfGradient(engine, pgtol);
     if (!gradientHasConverged(engine.state, pgtol, task)) {
         iterate(engine, {}, task);
     }
@@ -486,7 +492,7 @@ void lbfgsbStep(const BoxProblem& problem, std::span<double> x, double& f, std::
     if (starting) {
         start(engine, factr, task);
     } else if (taskBegins(task, "FG_LN")) {
-        processTrial(engine, task);
+        processTrial(engine, pgtol, task);
     } else if (taskBegins(task, "NEW_X")) {
         finishIteration(engine, pgtol, task);
     } else if (taskBegins(task, "FG_ST")) {

@@ -32,7 +32,7 @@ struct LbfgsbState {
     BoxKind box;
     double previousValue = 0.0;  // f at the last iterate
     double tolerance = 0.0;      // factr * epsmch
-    double gradientNorm = 0.0;   // of the projected gradient
+    double gradientNorm = 0.0;   // of the projected gradient; above pgtol it may be that of a part
     std::int32_t iteration = 0;  // finished iterations
     std::int32_t freeCount = 0;  // free variables at the Cauchy point
     std::int32_t refusal = 0;    // not 0: the last "START" was refused, with this one of the error texts
@@ -45,7 +45,7 @@ struct LbfgsbState {
     double slope = 0.0, slopeAtStart = 0.0;  // g'd
     std::int32_t searchEvaluations = 0;
 
-    // Counts for information; no decision depends on them
+    // Counts for information; no result depends on them
     std::int32_t evaluations = 0;
     std::int32_t intervals = 0;  // segments of the Cauchy search in this iteration
     std::int32_t skippedUpdates = 0;

@@ -17,23 +17,24 @@ struct VariableBlock {
 };
 
 // The Cauchy point: variables that have stopped are at their bound, the others have moved along the path and, apart
-// from rounding, are within the box.
+// from rounding, are within the box. The path goes down the gradient where variables still move.
 void setCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, const VariableBlock& block,
                     const SearchDirectionArrays& arrays) {
-    const double* const x = arrays.x.data() + block.first;
+    const double* const x = arrays.lastX.data() + block.first;
     double* const point = arrays.point.data() + block.first;
     if (!task.leavesX) {
         std::copy_n(x, block.length, point);
         return;
     }
-    const double* const direction = arrays.direction.data() + block.first;
+    const double* const g = arrays.g.data() + block.first;
+    const std::int32_t* const status = arrays.status.data() + block.first;
     for (std::size_t i = 0; i < block.length; ++i) {
-        point[i] = x[i] + task.time * direction[i];
+        const bool moves = (status[i] == freeBetweenBounds) | (status[i] == unbounded);
+        point[i] = x[i] + task.time * (moves ? -g[i] : 0.0);
     }
     if (!task.constrained) {
         return;
     }
-    const std::int32_t* const status = arrays.status.data() + block.first;
     const double* const lower = box.lower;
     const double* const upper = box.upper;
     for (std::size_t i = 0; i < block.length; ++i) {
@@ -47,7 +48,7 @@ void setCauchyPoint(const BoxBlock& box, const SearchDirectionTask& task, const 
 // The step from the Cauchy point to the minimiser, 0 for fixed variables, into `step`.
 void formSubspaceStep(const CorrectionMemory& memory, const SearchDirectionTask& task, const VariableBlock& block,
                       const SearchDirectionArrays& arrays, double* step) {
-    const double* const x = arrays.x.data() + block.first;
+    const double* const x = arrays.lastX.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
     const std::int32_t* const status = arrays.status.data() + block.first;
@@ -87,7 +88,7 @@ struct BlockSearch {
 // The direction of the line search, d'd, g'd and the largest step, `limit.length` at most.
 void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const VariableBlock& block,
                  const SearchDirectionArrays& arrays, BlockSearch& search) {
-    double* const x = arrays.x.data() + block.first;
+    const double* const x = arrays.lastX.data() + block.first;
     const double* const g = arrays.g.data() + block.first;
     const double* const point = arrays.point.data() + block.first;
     double* const direction = arrays.direction.data() + block.first;
@@ -101,18 +102,14 @@ void startSearch(const BoxBlock& box, const SearchDirectionTask& task, const Var
     if (task.limitStep) {
         shortenStep(box, block.first, block.length, x, direction, search.limit);
     }
-    std::copy_n(x, block.length, arrays.lastX.data() + block.first);
     std::copy_n(g, block.length, arrays.lastG.data() + block.first);
-    if (task.moveX) {
-        std::copy_n(point, block.length, x);
-    }
 }
 
 void prefetchNext(const VariableBlock& block, const SearchDirectionArrays& arrays) {
     prefetchNextBlock(arrays.x.data() + block.first, block.length);
     prefetchNextBlock(arrays.g.data() + block.first, block.length);
-    prefetchNextBlock(arrays.direction.data() + block.first, block.length);
-    prefetchNextBlock(arrays.point.data() + block.first, block.length);
+    prefetchNextBlock(arrays.status.data() + block.first, block.length);
+    prefetchNextBlock(arrays.lastX.data() + block.first, block.length);
     prefetchNextBlock(arrays.lastG.data() + block.first, block.length);
 }
 
@@ -149,69 +146,91 @@ SearchDirection computeSearchDirection(const BoxProblem& problem, const Correcti
     const std::size_t columnCost = steps ? memory.count + 4 : 4;
     SearchDirection search;
     StepToBound truncated, limit;
-    limit.length = largestStep;
     std::array<BlockSearch, mostSlots> searches;
     std::array<StepToBound, mostSlots> truncations;
 
-    const auto finish = [&](std::size_t slot, const VariableBlock& block, const BoxBlock& box) {
-        double* const point = arrays.point.data() + block.first;
-        if (steps) {
-            applySubspaceStep(problem, truncated, block, arrays.lastG.data() + block.first, point);
-            if (task.constrained) {
-                clampBlock(box, block.length, point);
-            }
-        }
-        searches[slot] = {};
-        searches[slot].limit.length = largestStep;
-        startSearch(box, task, block, arrays, searches[slot]);
-    };
-    const auto addSearch = [&](std::size_t slot, std::size_t first, std::size_t length) {
-        search.directionSquared += searches[slot].directionSquared;
-        search.slope += searches[slot].slope;
-        if (task.limitStep) {
-            shortenStepAsBlock(problem, first, length, arrays.lastX.data() + first, arrays.direction.data() + first,
-                               searches[slot].limit, limit);
-        }
-    };
-    const auto compute = [&](std::size_t slot, std::size_t first, std::size_t length) {
-        const VariableBlock block{first, length};
-        BoxBlock box;
-        prefetchNext(block, arrays);
-        prefetchNextBlock(arrays.status.data() + first, length);
-        if (task.constrained) {
-            boxOfBlock(problem, first, length, box);
-        }
-        setCauchyPoint(box, task, block, arrays);
-        double* const step = arrays.lastG.data() + first;  // free until the last iterate is stored there
-        if (steps) {
-            formSubspaceStep(memory, task, block, arrays, step);
-        }
-        if (!task.constrained) {
-            finish(slot, block, box);
-        } else if (steps) {
-            truncations[slot] = {};
-            shortenStep(box, first, length, arrays.point.data() + first, step, truncations[slot]);
-        }
-    };
-    forEachBlock(n, mostSlots, columnCost, compute, [&](std::size_t slot, std::size_t first, std::size_t length) {
-        if (!task.constrained) {
-            addSearch(slot, first, length);
-        } else if (steps) {
-            shortenStepAsBlock(problem, first, length, arrays.point.data() + first, arrays.lastG.data() + first,
-                               truncations[slot], truncated);
-        }
-    });
-    if (task.constrained) {
-        // The truncation is known only after all blocks: a second pass applies the step.
-        const auto apply = [&](std::size_t slot, std::size_t first, std::size_t length) {
+    // The Cauchy point and the subspace step, of which the truncation is known only after all blocks.
+    const auto prepare = [&](std::size_t start, std::size_t end) {
+        const auto compute = [&](std::size_t slot, std::size_t first, std::size_t length) {
             const VariableBlock block{first, length};
             BoxBlock box;
             prefetchNext(block, arrays);
-            prefetchNextBlock(arrays.lastX.data() + first, length);
-            boxOfBlock(problem, first, length, box);
-            finish(slot, block, box);
+            if (task.constrained) {
+                boxOfBlock(problem, first, length, box);
+            }
+            std::copy_n(arrays.x.data() + first, length, arrays.lastX.data() + first);
+            setCauchyPoint(box, task, block, arrays);
+            double* const step = arrays.lastG.data() + first;  // free until the last gradient is stored there
+            truncations[slot] = {};
+            truncations[slot].length = truncated.length;
+            if (steps) {
+                formSubspaceStep(memory, task, block, arrays, step);
+            }
+            if (steps && task.constrained) {
+                shortenStep(box, first, length, arrays.point.data() + first, step, truncations[slot]);
+            }
         };
-        forEachBlock(n, mostSlots, columnCost, apply, addSearch);
+        forEachBlock(start, end, mostSlots, columnCost, compute,
+                     [&](std::size_t slot, std::size_t first, std::size_t length) {
+                         shortenStepAsBlock(problem, first, length, arrays.point.data() + first,
+                                            arrays.lastG.data() + first, truncations[slot], truncated);
+                     });
+    };
+    const auto finish = [&](std::size_t start, std::size_t end) {
+        const auto compute = [&](std::size_t slot, std::size_t first, std::size_t length) {
+            const VariableBlock block{first, length};
+            BoxBlock box;
+            if (task.constrained) {
+                boxOfBlock(problem, first, length, box);
+            }
+            double* const point = arrays.point.data() + first;
+            if (steps) {
+                applySubspaceStep(problem, truncated, block, arrays.lastG.data() + first, point);
+            }
+            if (steps && task.constrained) {
+                clampBlock(box, length, point);
+            }
+            searches[slot] = {};
+            searches[slot].limit.length = limit.length;
+            startSearch(box, task, block, arrays, searches[slot]);
+        };
+        forEachBlock(start, end, mostSlots, columnCost, compute,
+                     [&](std::size_t slot, std::size_t first, std::size_t length) {
+                         search.directionSquared += searches[slot].directionSquared;
+                         search.slope += searches[slot].slope;
+                         if (task.limitStep) {
+                             shortenStepAsBlock(problem, first, length, arrays.lastX.data() + first,
+                                                arrays.direction.data() + first, searches[slot].limit, limit);
+                         }
+                     });
+    };
+    const auto restart = [&] {
+        search = {};
+        limit = {};
+        limit.length = largestStep;
+    };
+
+    // Where no bound is expected to cut the step, a wave is finished while it is in the cache.
+    restart();
+    std::size_t finished = 0;
+    const std::size_t wave = waveLength(mostSlots);
+    for (std::size_t start = 0; start < n; start += wave) {
+        const std::size_t end = std::min(start + wave, n);
+        prepare(start, end);
+        if ((task.expectWholeStep || !task.constrained) && !truncated.shortened) {
+            finish(start, end);
+            finished = end;
+        }
+    }
+    // A bound does cut the step: what has been finished is done again.
+    if (finished < n && finished > 0) {
+        std::copy_n(arrays.lastX.begin(), finished, arrays.x.begin());
+        prepare(0, finished);
+        restart();
+        finished = 0;
+    }
+    if (finished < n) {
+        finish(0, n);
     }
     search.stepReachedBound = truncated.length < 1.0;
     search.largestStep = limit.length;

@@ -14,21 +14,21 @@
 namespace voxlith {
 
 struct SearchDirectionArrays {
-    std::span<double> x;                   // n: the iterate; with `moveX` the point of the whole step afterwards
+    std::span<double> x;                   // n: the iterate
     std::span<const double> g;             // n
     std::span<const std::int32_t> status;  // n: VariableStatus at the Cauchy point
-    std::span<double> direction;           // n: in: of the path at the Cauchy point; out: of the line search
-    std::span<double> point;               // n: out: the minimiser, to which a whole step leads
+    std::span<double> direction;           // n: out: of the line search
+    std::span<double> point;               // n: out: the minimiser, to which a whole step leads; may be x
     std::span<double> lastX, lastG;        // n: out: x and g before the call
     std::span<const double> factors;       // 2 m: of the columns of s, then of y; empty: no subspace step
 };
 
 struct SearchDirectionTask {
-    bool constrained = false;  // the problem has bounds or fixed variables
-    bool leavesX = false;      // otherwise the Cauchy point is x
-    double time = 0.0;         // of the Cauchy point on the path
-    bool limitStep = false;    // the search must not leave the box
-    bool moveX = false;        // x becomes the point of the whole step
+    bool constrained = false;     // the problem has bounds or fixed variables
+    bool leavesX = false;         // otherwise the Cauchy point is x
+    double time = 0.0;            // of the Cauchy point on the path
+    bool limitStep = false;       // the search must not leave the box
+    bool expectWholeStep = true;  // the step is likely to meet no bound: saves time if so
 };
 
 // Start of the line search.

@@ -251,7 +251,8 @@ void compareWithDenseModel(OptimiserRun& run, const Function& function, double s
             ++seen.drops;
         }
         const ModelPoint expected = modelPoint(run, x, g, pairs);
-        const double* const z = run.wa.data() + run.state.isave[11] - 1;
+        // The first search does not begin with the whole step; later ones have x there.
+        const double* const z = iteration > 0 ? run.x.data() : run.wa.data() + run.state.isave[11] - 1;
         double length = 0.0;
         for (std::size_t i = 0; i < n; ++i) {
             length = std::max(length, std::abs(expected.z[i] - x[i]));
