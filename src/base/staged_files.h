@@ -49,7 +49,7 @@ struct StagedFiles {
     bool discarded = false;  // nothing is staged: this process helps another one, which writes the files
     bool everPublished = false;
     double publishedAt = 0;     // seconds of a steady clock, at the end of the last publication
-    double publishSeconds = 0;  // that it took
+    double publishSeconds = 0;  // that it took; whoever stages the files may add what that took
 };
 
 // Takes over the complete content of an open file. A staged version of the same name is dropped. When there is no

@@ -70,12 +70,18 @@ void evaluateStart(InversionLoop& loop) {
     problem.timers.calcGradient += clockSeconds();
 }
 
+// Publishes what has been staged since `start`, and counts the staging, too: most of its time goes into the text.
+void publishSince(double start, InversionLoop& loop) {
+    publishRunningFiles(loop);
+    loop.staged.publishSeconds = clockSeconds() - start;
+}
+
 void reportStart(InversionLoop& loop) {
     const InversionProblem& problem = loop.problem;
     logStartingTerms(loop.messages, loop.state.iterTerms, loop.state.barrier, problem.options.multiplier);
     const double start = clockSeconds();
     stageRunningFiles(problem, modelOf(problem), loop.staged);
-    publishStagedFiles(loop.staged);
+    publishSince(start, loop);
     stopTimer(problem.timers.output, start);
     const IterationRow row = rowOf(loop);
     if (problem.options.startIteration == 0) {
@@ -145,10 +151,14 @@ void conjugateGradientIteration(InversionLoop& loop) {
 void stageIteration(InversionLoop& loop) {
     if (!loop.stepGradient.empty()) {
         stageGradientFile(loop.problem, loop.stepGradient, loop.staged);
-        loop.unwritten.hasGradient = false;
+        loop.unwritten.gradient = UnwrittenPlace::none;
     }
     stageRunningFiles(loop.problem, modelOf(loop.problem), loop.staged);
-    loop.unwritten.hasModel = false;
+    loop.unwritten.model = UnwrittenPlace::none;
+}
+
+bool hasDummy(std::span<const double> model) {
+    return std::ranges::any_of(model, [](double value) { return value < dummyLimit; });
 }
 
 // True when the files are published: they have their names, and are on the disk.
@@ -157,15 +167,18 @@ bool outputStep(InversionLoop& loop) {
     const bool published = loop.state.iteration >= loop.problem.options.maxIterations || publicationIsDue(loop.staged);
     if (published) {
         stageIteration(loop);
-        publishRunningFiles(loop);
+        publishSince(start, loop);
     } else if (!loop.staged.discarded) {
-        keepUnwritten(loop.problem, modelOf(loop.problem), loop.stepGradient, loop.unwritten);
+        loop.unwritten.model = UnwrittenPlace::arrays;
+        if (!loop.stepGradient.empty()) {
+            loop.unwritten.gradient = UnwrittenPlace::arrays;
+        }
     }
     // Compatibility: dummies of the model are written up to the first iteration and are 0 from then on.
-    for (double& value : modelOf(loop.problem)) {
-        if (value < dummyLimit) {
-            value = 0.0;
-        }
+    if (hasDummy(modelOf(loop.problem))) {
+        keepUnwritten(loop.problem, loop.unwritten);
+        std::ranges::replace_if(
+            modelOf(loop.problem), [](double value) { return value < dummyLimit; }, 0.0);
     }
     stopTimer(loop.problem.timers.output, start);
     return published;
@@ -227,6 +240,11 @@ void startIteration(InversionLoop& loop) {
 
 void takeCycleStep(InversionLoop& loop) {
     const LoopState& state = loop.state;
+    // A step of L-BFGS-B with rows in memory cannot fail, and leaves a new gradient or the last one.
+    if (state.cyclePhase >= conjugateGradientPhase || loop.problem.sensitivity.idisk != 0 ||
+        usesPlis(loop.problem.options.InversionMethod)) {
+        keepUnwritten(loop.problem, loop.unwritten);
+    }
     if (state.cyclePhase < conjugateGradientPhase) {
         optimiserIteration(loop);
     } else if (state.iteration < loop.problem.options.maxIterations - lastIterationsWithoutConjugateGradients) {

@@ -94,30 +94,38 @@ TextLine finalModelName(DataType firstType, const InversionOptions& options, std
 }
 
 void reserveUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten) {
-    unwritten.model.reserve(problem.modelSize());
-    unwritten.gradient.reserve(problem.modelSize());
-    unwritten.predData.reserve(problem.obs.predData.size());
+    unwritten.modelCopy.reserve(problem.modelSize());
+    unwritten.gradientCopy.reserve(problem.modelSize());
+    unwritten.predDataCopy.reserve(problem.obs.predData.size());
 }
 
-void keepUnwritten(const InversionProblem& problem, std::span<const double> model, std::span<const double> gradient,
-                   UnwrittenFiles& unwritten) {
-    unwritten.model.assign(model.begin(), model.end());
-    unwritten.predData.assign(problem.obs.predData.begin(), problem.obs.predData.end());
-    unwritten.hasModel = true;
-    if (!gradient.empty()) {
-        unwritten.gradient.assign(gradient.begin(), gradient.end());
-        unwritten.hasGradient = true;
+void keepUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten) {
+    const auto size = static_cast<std::ptrdiff_t>(problem.modelSize());
+    if (unwritten.model == UnwrittenPlace::arrays) {
+        unwritten.modelCopy.assign(problem.arrays.model.begin(), problem.arrays.model.begin() + size);
+        unwritten.predDataCopy.assign(problem.obs.predData.begin(), problem.obs.predData.end());
+        unwritten.model = UnwrittenPlace::copy;
+    }
+    if (unwritten.gradient == UnwrittenPlace::arrays) {
+        unwritten.gradientCopy.assign(problem.arrays.delm.begin(), problem.arrays.delm.begin() + size);
+        unwritten.gradient = UnwrittenPlace::copy;
     }
 }
 
 void stageUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten, StagedFiles& staged) {
-    if (unwritten.hasGradient) {
-        stageGradientFile(problem, unwritten.gradient, staged);
-        unwritten.hasGradient = false;
+    const std::size_t size = problem.modelSize();
+    if (unwritten.gradient != UnwrittenPlace::none) {
+        const bool copied = unwritten.gradient == UnwrittenPlace::copy;
+        const std::span<const double> gradient = copied ? unwritten.gradientCopy : std::span(problem.arrays.delm);
+        stageGradientFile(problem, gradient.first(size), staged);
+        unwritten.gradient = UnwrittenPlace::none;
     }
-    if (unwritten.hasModel) {
-        stageModelAndPrediction(problem, unwritten.model, unwritten.predData, staged);
-        unwritten.hasModel = false;
+    if (unwritten.model != UnwrittenPlace::none) {
+        const bool copied = unwritten.model == UnwrittenPlace::copy;
+        const std::span<const double> model = copied ? unwritten.modelCopy : std::span(problem.arrays.model);
+        stageModelAndPrediction(problem, model.first(size), copied ? unwritten.predDataCopy : problem.obs.predData,
+                                staged);
+        unwritten.model = UnwrittenPlace::none;
     }
 }
 

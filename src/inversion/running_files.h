@@ -29,22 +29,25 @@ TextLine iterationModelName(DataType firstType, const InversionOptions& options,
 // As the running name, with ".sus" or ".den".
 TextLine finalModelName(DataType firstType, const InversionOptions& options, std::size_t modelType);
 
-// What the running files say of an iteration that is too fast to write them: a copy, written when files are published.
-// Formatting a model takes several times as long as copying it.
+// Where the content of a running file is that an iteration was too fast to write.
+enum class UnwrittenPlace { none, arrays, copy };
+
+// What the running files say of an iteration that is too fast to write them; it is written when files are published. It
+// stays in the arrays of the inversion for as long as these hold it.
 struct UnwrittenFiles {
-    LargeArray<double> model, gradient;  // (k, i, j, model type)
-    std::vector<double> predData;
-    bool hasModel = false, hasGradient = false;
+    UnwrittenPlace model = UnwrittenPlace::none, gradient = UnwrittenPlace::none;
+    LargeArray<double> modelCopy, gradientCopy;  // (k, i, j, model type)
+    std::vector<double> predDataCopy;
 };
 
 // Allocates the copies.
 void reserveUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten);
 
-// Copies `model` and the predicted data, and `gradient` unless it is empty. Allocates nothing after reserveUnwritten.
-void keepUnwritten(const InversionProblem& problem, std::span<const double> model, std::span<const double> gradient,
-                   UnwrittenFiles& unwritten);
+// Before arrays.model, obs.predData or arrays.delm (the gradient) change in another way than by a step of the optimiser
+// that cannot fail: copies what they hold for the files. Allocates nothing after reserveUnwritten.
+void keepUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten);
 
-// Stages the files of the copies, if there are any. Throws RunError.
+// Stages the unwritten files, if there are any. Throws RunError.
 void stageUnwritten(const InversionProblem& problem, UnwrittenFiles& unwritten, StagedFiles& staged);
 
 // Each takes arrays shaped (k, i, j, model type), writes the models in physical units, allocates nothing and throws

@@ -122,6 +122,7 @@ bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMod
     while (loop.state.continueFlag) {
         const LoopState before = loop.state;
         startIteration(loop);
+        keepUnwritten(loop.problem, loop.unwritten);
         const bool complete = takeConvergedStep(mode, loop, records);
         beforeReport(output);
         if (!complete) {

@@ -618,37 +618,41 @@ TEST_F(InversionLoop, RepeatsItselfToTheBit) {
 // From its first line to its last: neither preparation nor iterations take memory.
 TEST_F(InversionLoop, ThatEndsEarlyLeavesTheFilesOfItsLastIteration) {
     constexpr std::int32_t last = 7;
-    const auto cutShort = makeSmallProblem(SmallOptions{});
-    cutShort->inversion.maxIterations = 100;
-    openLineFile(cutShort->messages.log, "voxlith.log", LineFileMode::create);
-    openLineFile(cutShort->progressTable, "voxlith.aux", LineFileMode::create);
-    testing::internal::CaptureStdout();
-    {
-        const InversionProblem problem = cutShort->problem();
-        voxlith::InversionLoop loop{problem, cutShort->messages, cutShort->progressTable};
-        beginInversion(loop);
-        for (std::int32_t iteration = 0; iteration < last; ++iteration) {
-            startIteration(loop);
-            takeCycleStep(loop);
-            finishIteration(loop);
-            advanceCycle(loop.state);
+    for (const bool failure : {false, true}) {
+        const auto cutShort = makeSmallProblem(SmallOptions{});
+        cutShort->inversion.maxIterations = 100;
+        openLineFile(cutShort->messages.log, "voxlith.log", LineFileMode::create);
+        openLineFile(cutShort->progressTable, "voxlith.aux", LineFileMode::create);
+        testing::internal::CaptureStdout();
+        {
+            const InversionProblem problem = cutShort->problem();
+            voxlith::InversionLoop loop{problem, cutShort->messages, cutShort->progressTable};
+            beginInversion(loop);
+            for (std::int32_t iteration = 0; iteration < last; ++iteration) {
+                startIteration(loop);
+                takeCycleStep(loop);
+                finishIteration(loop);
+                advanceCycle(loop.state);
+            }
+            if (failure) {  // the arrays are those of a step that was not finished
+                keepUnwritten(problem, loop.unwritten);
+                std::ranges::fill(problem.arrays.model, 9.0);
+                std::ranges::fill(problem.arrays.delm, 9.0);
+                std::ranges::fill(problem.obs.predData, 9.0);
+            }
         }
-        // As after a failure: the arrays are those of a step that was not finished.
-        std::ranges::fill(problem.arrays.model, 9.0);
-        std::ranges::fill(problem.arrays.delm, 9.0);
-        std::ranges::fill(problem.obs.predData, 9.0);
+        testing::internal::GetCapturedStdout();
+        closeLineFile(cutShort->messages.log);
+        closeLineFile(cutShort->progressTable);
+        const std::string model = read("voxlith.rho");
+        const std::string gradient = read("voxlith_grad.mod");
+        const std::string prediction = read("voxlith.pre");
+        const auto whole = makeSmallProblem(SmallOptions{});
+        runTo(*whole, last);
+        EXPECT_EQ(model, read("voxlith.rho"));
+        EXPECT_EQ(gradient, read("voxlith_grad.mod"));
+        EXPECT_EQ(prediction, read("voxlith.pre"));
     }
-    testing::internal::GetCapturedStdout();
-    closeLineFile(cutShort->messages.log);
-    closeLineFile(cutShort->progressTable);
-    const std::string model = read("voxlith.rho");
-    const std::string gradient = read("voxlith_grad.mod");
-    const std::string prediction = read("voxlith.pre");
-    const auto whole = makeSmallProblem(SmallOptions{});
-    runTo(*whole, last);
-    EXPECT_EQ(model, read("voxlith.rho"));
-    EXPECT_EQ(gradient, read("voxlith_grad.mod"));
-    EXPECT_EQ(prediction, read("voxlith.pre"));
 }
 
 TEST_F(InversionLoop, AllocatesNothing) {
