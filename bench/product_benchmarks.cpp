@@ -76,10 +76,9 @@ void multiply(ProductSetup& setup) {
 
 void multiplyTransposed(ProductSetup& setup) {
     const BlockedRows& rows = setup.store.blocked[0];
-    clear(setup.columnSums);
     clear(setup.store.compact);
     multiplyTransposedShared(rows, setup.words(), setup.residual, allFinite(setup.residual), setup.store.compact);
-    scatterUsed(rows, setup.store.compact, setup.columnSums);
+    scatterUsed(rows, setup.store.compact, setup.columnSums.size(), setup.columnSums);
 }
 
 double largestDifference(std::span<const double> a, std::span<const double> b) {

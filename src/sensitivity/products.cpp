@@ -43,7 +43,7 @@ void multiplyInMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<doubl
     }
 }
 
-// The padded array comes with its first `cleared` values 0.
+// Values of the padded array below `cleared` begin as 0.
 // Compatibility: dense rows of surface styles reach further, and add to what earlier products have left there.
 void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<const double> residual,
                        std::size_t cleared) {
@@ -51,6 +51,7 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
     if (!store.blocked.empty()) {
         const BlockedRows& rows = store.blocked[mtx];
         if (!rows.usedColumns.empty() && static_cast<std::size_t>(rows.usedColumns.back()) >= cleared) {
+            clear(std::span(sensitivity.paddedWork).first(cleared));
             gatherUsed(rows, sensitivity.paddedWork, store.compact);
         } else {
             clear(store.compact);
@@ -60,9 +61,10 @@ void scatterFromMemory(Sensitivity& sensitivity, std::size_t mtx, std::span<cons
         } else {
             multiplyTransposedShared(rows, wordsOf(store), residual, allFinite(residual), store.compact);
         }
-        scatterUsed(rows, store.compact, sensitivity.paddedWork);
+        scatterUsed(rows, store.compact, cleared, sensitivity.paddedWork);
         return;
     }
+    clear(std::span(sensitivity.paddedWork).first(cleared));
     const RowKernels& kernels = rowKernels();
     const auto nData = static_cast<std::size_t>(sensitivity.header.nData);
     for (std::size_t r = 0; r < nData; ++r) {
@@ -131,12 +133,12 @@ void transposeProduct(Sensitivity& sensitivity, const MeshGeometry& mesh, std::s
     assert(gradient.size() == mesh.cellCount() && mtx < static_cast<std::size_t>(sensitivity.nMtx));
     assert(residual.size() == static_cast<std::size_t>(sensitivity.header.nData));
     const PaddedExtents extents = paddedExtentsOf(mesh);
-    clear(std::span(sensitivity.paddedWork).first(extents.total()));
     if (sensitivity.idisk == 0) {
         const double passStart = clockSeconds();
         scatterFromMemory(sensitivity, mtx, residual, extents.total());
         timers.transposePass += clockSeconds() - passStart;
     } else {
+        clear(std::span(sensitivity.paddedWork).first(extents.total()));
         scatterFromDisk(sensitivity, mtx, obsStd, residual);
     }
     waveletTransform3D(sensitivity.paddedWork, extents, sensitivity.filter, WaveletDirection::inverse,

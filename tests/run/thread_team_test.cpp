@@ -110,7 +110,7 @@ Products productsWith(std::size_t threads, bool finite) {
     multiplyShared(blocked, wordsOf(store), used, allFinite(used), products.forward);
     std::fill(store.compact.begin(), store.compact.end(), 0.0);
     multiplyTransposedShared(blocked, wordsOf(store), residual, allFinite(residual), store.compact);
-    scatterUsed(blocked, store.compact, products.padded);
+    scatterUsed(blocked, store.compact, products.padded.size(), products.padded);
     waveletTransform3D(products.padded, extents, filter, WaveletDirection::inverse, work);
     cropCells(products.padded, {}, mesh, products.transposed);
     return products;

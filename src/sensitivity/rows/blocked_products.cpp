@@ -137,13 +137,27 @@ void gatherUsed(const BlockedRows& rows, std::span<const double> padded, std::sp
     });
 }
 
-void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::span<double> padded) {
-    assert(compact.size() >= rows.usedColumns.size());
-    forEachRange(rows.usedColumns.size(), [&](std::size_t first, std::size_t end) {
-        for (std::size_t i = first; i < end; ++i) {
-            padded[static_cast<std::size_t>(rows.usedColumns[i])] = compact[i];
+void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::size_t cleared,
+                 std::span<double> padded) {
+    assert(compact.size() >= rows.usedColumns.size() && cleared <= padded.size());
+    constexpr std::size_t step = 512;  // positions are cleared shortly before they are filled, in the cache
+    const std::span<const std::int32_t> used = rows.usedColumns;
+    const auto afterColumns = [&](std::size_t count) {
+        return count == 0 ? 0 : static_cast<std::size_t>(used[count - 1]) + 1;
+    };
+    forEachRange(used.size(), [&](std::size_t first, std::size_t end) {
+        for (std::size_t start = first; start < end; start += step) {
+            const std::size_t stop = std::min(start + step, end);
+            const std::size_t position = afterColumns(start);
+            std::fill_n(padded.begin() + static_cast<std::ptrdiff_t>(position),
+                        std::min(afterColumns(stop), std::max(cleared, position)) - position, 0.0);
+            for (std::size_t i = start; i < stop; ++i) {
+                padded[static_cast<std::size_t>(used[i])] = compact[i];
+            }
         }
     });
+    const std::size_t rest = std::min(afterColumns(used.size()), cleared);
+    std::ranges::fill(padded.subspan(rest, cleared - rest), 0.0);
 }
 
 namespace {

@@ -19,8 +19,10 @@ namespace voxlith {
 // compact[i] = padded[usedColumns[i]]. These three are shared by all workers, too.
 void gatherUsed(const BlockedRows& rows, std::span<const double> padded, std::span<double> compact);
 
-// padded[usedColumns[i]] = compact[i]; all other positions stay as they are.
-void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::span<double> padded);
+// padded[usedColumns[i]] = compact[i]. The other positions become 0 below `cleared`, and stay as they are from there
+// on.
+void scatterUsed(const BlockedRows& rows, std::span<const double> compact, std::size_t cleared,
+                 std::span<double> padded);
 
 // True if no value is infinite or NaN.
 bool allFinite(std::span<const double> values);

@@ -88,7 +88,8 @@ std::vector<double> transposed(Example& example, const std::vector<double>& fact
     if (!split) {
         multiplyTransposed(blocked, wordsOf(example.store), factor, finite, 0, bands, example.store.compact);
     }
-    scatterUsed(blocked, example.store.compact, padded);
+    std::ranges::fill(padded, -1.0);
+    scatterUsed(blocked, example.store.compact, padded.size(), padded);
     return padded;
 }
 
