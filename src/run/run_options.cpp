@@ -13,6 +13,7 @@
 #include "base/text_line.h"
 #include "driver/run_state.h"
 #include "help/help_layout.h"
+#include "help/option_checks.h"
 #include "run/keyword_check.h"
 #include "run/thread_team.h"
 
@@ -129,11 +130,11 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         "--per-component", options.perComponent,
         "With --target-rms: fit each data component to that misfit, by factors of their misfits, and write all "
         "factors tried to voxlith_components.csv");
-    app.add_option("--model-norm", options.modelNorm,
-                   "After convergence, at the same misfit: compact bodies, or blocky ones with sharp faces (default: "
-                   "smooth)")
+    app.add_option_function<std::string>(
+           "--model-norm", [&options](const std::string& text) { options.modelNorm = modelNorms.at(text); },
+           "After convergence, at the same misfit: compact bodies, or blocky ones with sharp faces (default: smooth)")
         ->type_name("{smooth,compact,blocky}")
-        ->transform(CLI::CheckedTransformer(modelNorms).description(""));
+        ->check(oneOf({"smooth", "compact", "blocky"}));
     app.add_option_function<std::string>(
            "--cross-gradient", [&options](const std::string& text) { options.cross = parseCrossGradient(text); },
            "With --target-rms or --until-converged: couple the structure of two properties with this weight; A and B "
@@ -163,7 +164,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
            "Threads, 1 to 256, but no more than cores that the process may use; the result does not depend on them "
            "(default: all of them)")
         ->type_name("COUNT")
-        ->check(CLI::Range(std::size_t{1}, mostWorkers));
+        ->check(wholeNumber(1, static_cast<long>(mostWorkers)));
     app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(
         "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"

@@ -20,6 +20,7 @@
 #include "forward/row_journal.h"
 #include "forward/sensitivity_rows.h"
 #include "forward/worker_count.h"
+#include "help/option_checks.h"
 #include "survey/data_types.h"
 #include "survey/inversion_style.h"
 
@@ -139,7 +140,7 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
         ->type_name("Z0,BETA");
     command->add_option("--taps", options.taps, "Length of the wavelet filter")
         ->type_name("{4,6,8}")
-        ->check(CLI::IsMember({4, 6, 8}))
+        ->check(oneOf({"4", "6", "8"}))
         ->capture_default_str();
     command->add_option("--tolerance", options.tolerance, "Largest norm of what a row loses, over the norm of the row")
         ->type_name("NUMBER")
@@ -149,11 +150,11 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
         ->add_option_function<std::string>(
             "--form", [&options](const std::string& text) { options.form = formOf(text); }, "Layout of the file")
         ->type_name("{tagged,bare,record}")
-        ->check(CLI::IsMember({"tagged", "bare", "record"}))
+        ->check(oneOf({"tagged", "bare", "record"}))
         ->default_str("tagged");
     command->add_option("--version", options.version, "Version of the tagged form")
         ->type_name("{0,1,2}")
-        ->check(CLI::Range(0, 2))
+        ->check(wholeNumber(0, 2))
         ->capture_default_str();
     command
         ->add_option("--layers", options.layers.layers,
@@ -166,7 +167,7 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
             "Inversion style: 0 full, 1 equivalent source, 2 apparent density, 3 surface and apparent density, "
             "4 full with edge padding correction (default: by the layers)")
         ->type_name("{0,1,2,3,4}")
-        ->check(CLI::Range(0, 4));
+        ->check(wholeNumber(0, 4));
     command
         ->add_option("--bounds", options.boundsFile,
                      "Bounds file to write with --topography, in which inactive cells are fixed (default: "

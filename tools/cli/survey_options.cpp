@@ -19,6 +19,7 @@
 #include "forward/real_file.h"
 #include "forward/survey_mesh.h"
 #include "forward/worker_count.h"
+#include "help/option_checks.h"
 
 namespace voxlith {
 
@@ -216,7 +217,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
             "Threads, 1 to 256; the result does not depend on them (default: all cores that may be used, fewer where "
             "memory is short)")
         ->type_name("COUNT")
-        ->check(CLI::Range(1, 256));
+        ->check(wholeNumber(1, 256));
 }
 
 void writeSurfacePoints(const SurveyOptions& options) {

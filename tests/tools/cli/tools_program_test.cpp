@@ -97,9 +97,9 @@ TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
          {"mtx --mesh m.msh --stations s.obs --out g.mtx --type vka",
           "--type vka: unknown; known are 0 gz, 1 tmi, 2 gzz, 10 gxx, 11 gyy, 12 gzz, 13 gxy, 14 gxz, 15 gyz, 20 tx, "
           "21 ty, 22 tz"},
-         {mtx + "--taps 5", "--taps: 5 not in {4,6,8}"},
-         {mtx + "--form dense", "--form: dense not in {tagged,bare,record}"},
-         {mtx + "--version 3", "--version: Value 3 not in range 0 to 2"},
+         {mtx + "--taps 5", "--taps: expected one of 4, 6, 8, found 5"},
+         {mtx + "--form dense", "--form: expected one of tagged, bare, record, found dense"},
+         {mtx + "--version 3", "--version: expected a whole number from 0 to 2, found 3"},
          {mtx + "--tolerance 1", "--tolerance: expected a number from 0 to below 1, found 1"},
          {mtx + "--tolerance nan", "--tolerance: expected a number from 0 to below 1, found nan"},
          {mtx + "--depth-weight 12.5", "--depth-weight 12.5: expected z0,beta or none"},
