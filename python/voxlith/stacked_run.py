@@ -146,6 +146,8 @@ class StackedRun:
         named = stack
         if named is None:
             named = stack_path(run)
+            if not named.is_file():
+                raise FileError(named, "expected what voxlith-tools stack writes beside its sensitivity file, found no such file")
         self.stack = named if isinstance(named, Stack) else Stack.read(named)
         header = run.headers[0]
         cells = len(self.stack.properties) * self.stack.mesh.n_cells

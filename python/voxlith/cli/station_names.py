@@ -79,7 +79,7 @@ def _chosen(option: str, texts: Sequence[str] | None, known: Sequence[str], name
         wanted = [f"line {word.removeprefix('line').strip()}" for word in wanted]
     missing = sorted(set(wanted) - set(known))
     if missing:
-        hint = "" if named else "; --name COLUMN gives names"
+        hint = "" if named else "; without --name stations are lines of the CSV"
         raise UsageError(f"--{option}: there is no station {', '.join(missing[:5])}"
                          f"{f' and {len(missing) - 5} more' if len(missing) > 5 else ''}{hint}")
     return np.isin(np.array(known, dtype=np.str_), wanted) if wanted else np.zeros(len(known), dtype=np.bool_)
