@@ -389,7 +389,7 @@ def test_stations_by_name(tools, tmp_path):
     assert Survey.read(tmp_path / "b.obs").x[0] == 1100.0
     assert one_line(tools(*options, "--name", "name", "--drop", "S99"), 2) == "--drop: there is no station S99"
     assert one_line(tools(*options, "--drop", ","), 2) == "--drop ,: expected a name"
-    assert "--name COLUMN gives names" in one_line(tools(*options, "--mask", "S99"), 2)
+    assert "without --name stations are lines of the CSV" in one_line(tools(*options, "--mask", "S99"), 2)
 
 
 def test_scaled_data_hold_no_codes(tools, tmp_path):
