@@ -89,6 +89,18 @@ def test_rounds_go_on_after_a_stop(tools, folder):
         assert done.status == 0 and contents(folder) == whole
 
 
+def test_a_stop_in_the_first_run_leaves_nothing_to_continue(tools, folder):
+    """Not even the rounds of an earlier call."""
+    words = ("compact", ".", "--control", "vector.inp", "--rounds", "1")
+    assert tools(*words).status == 0
+    process = subprocess.Popen([BUILD / "tools" / "voxlith-tools", *words], cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    while process.poll() is None and (folder / "vector_compact.json").exists():
+        time.sleep(0.001)
+    process.kill()
+    process.wait()
+    assert "vector_compact.json: cannot be read" in one_line(tools(*words, "--continue"))
+
+
 def test_only_the_last_model_is_kept(tools, folder):
     assert tools("compact", ".", "--control", "vector.inp", "--rounds", 2).status == 0
     assert [path.name for path in folder.glob("*_round*")] == ["vector_compact_round2.mod"]

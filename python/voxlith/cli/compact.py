@@ -68,19 +68,29 @@ def run(arguments: Sequence[str]) -> int:
     options = make_parser().parse(arguments)
     if options.norm > 2.0:
         raise UsageError(f"--norm {options.norm:g}: expected a number from 0 to 2")
-    signal.signal(signal.SIGTERM, _interrupt)
+    before = signal.signal(signal.SIGTERM, _interrupt)
+    try:
+        return _run_rounds(options)
+    finally:
+        signal.signal(signal.SIGTERM, before)
+
+
+def _run_rounds(options: argparse.Namespace) -> int:
     work = _prepare(options)
     progress = CompactProgress(_settings(options))
     if options.go_on:
         progress = CompactProgress.read(work.names.progress)
         progress.require(_settings(options), work.names.progress)
         say(f"{len(progress.rounds) - 1} of {options.rounds} rounds are done")
+    elif os.path.exists(work.names.progress):
+        os.unlink(work.names.progress)  # of another sequence, which must not be continued from here on
     try:
         model = _last_model(work, progress) if progress.rounds else _first_round(work, progress)
         while len(progress.rounds) <= options.rounds and not (len(progress.rounds) > 1 and _is_done(options, work.stack, progress)):
             model = _next_round(work, progress, model)
     except KeyboardInterrupt:
-        warn(PROGRAM, f"stopped in round {len(progress.rounds)} of {options.rounds}; --continue goes on with it")
+        how = "--continue goes on with it" if progress.rounds else "no round is complete, so start anew"
+        warn(PROGRAM, f"stopped in round {len(progress.rounds)} of {options.rounds}; {how}")
         raise
     _warn_of_rest(options, work.stack, progress)
     say(f"Look at it with: voxlith-tools unstack {options.folder} --control {work.names.control}")
