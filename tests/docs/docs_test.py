@@ -195,6 +195,24 @@ class Options(unittest.TestCase):
             self.assertEqual(page, expected, 'docs/' + name)
         self.assertEqual(sorted(marked), sorted(set(commands) - {'voxlith', 'voxlith-tools'}))
 
+    def test_commands_of_all_pages_have_known_options(self):
+        """Those of blocks that no test runs, too."""
+        commands = help_of_all(pathlib.Path(build))
+        total = 0
+        for name in ['README.md', 'python/README.md'] + ['docs/' + n for n in sorted(os.listdir(DOCS)) if n.endswith('.md')]:
+            for block in re.findall(r'(?ms)^```sh\n(.*?)^```$', read(ROOT, name)):
+                for line in block.replace('\\\n', ' ').split('\n'):
+                    found = re.search(r'\b(voxlith-tools [a-z-]+|voxlith-run|voxlith-plot)(?![\w-]) (.*)', line.split(' #')[0])
+                    if not found or '$options' in line or found[1].startswith('voxlith-tools --'):
+                        continue
+                    total += 1
+                    with self.subTest(page=name, command=found[0]):
+                        self.assertIn(found[1], commands)
+                        known = {'--' + option.name for option in commands[found[1]].options}
+                        words = re.split(r'[|;&<>)]', found[2])[0]
+                        self.assertLessEqual(set(re.findall(r'(?<!\S)--[a-z][a-z0-9-]*', words)), known)
+        self.assertGreater(total, 150)
+
     def test_manual_page(self):
         page = manual_page('voxlith-tools.1')
         sections = re.split(r'(?m)^\.Ss ', page)[1:]
