@@ -134,6 +134,20 @@ def undisturbed(programs, inputs, folder, options):
     return wanted, time.monotonic() - start
 
 
+def faults_of_another_folder(programs, inputs, work):
+    """A process that would read its rows in another folder must end the run before anything is written."""
+    here, there = os.path.join(work, 'here'), os.path.join(work, 'there')
+    new_folder(here, inputs)
+    new_folder(there, inputs)
+    run_here = command(programs, 1, [])
+    program = [os.path.join(programs.build, 'voxlith-run-mpi'), 'voxlith.inp']
+    done = subprocess.run([*run_here, ':', '-n', '1', '-wdir', there, *program], cwd=here, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=PATIENCE)
+    left = [name for name in os.listdir(here) + os.listdir(there) if name not in [*INPUTS, 'voxlith.log']]
+    wanted = done.returncode != 0 and 'works in another folder' in done.stdout and not left
+    return [] if wanted else ['another folder: status %d, files %s: %s' % (done.returncode, left, done.stdout)]
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--build', required=True)
@@ -157,7 +171,10 @@ def main():
     bench.write('voxlith.inp', control(l12=str(asked.iterations)))
     options = asked.options.split()
     wanted, seconds = undisturbed(programs, inputs, os.path.join(work, 'reference'), options)
-    kills, trials, failed = 0, 0, 0
+    kills, trials = 0, 0
+    faults = faults_of_another_folder(programs, inputs, work)
+    print('\n'.join(faults), end='')
+    failed = len(faults)
     while kills < asked.count:
         folder = os.path.join(work, 'trial-%d' % trials)
         killed, faults = trial(programs, inputs, folder, options, wanted, seconds, chance)

@@ -6,6 +6,7 @@
 #include "base/process_setup.h"
 #include "base/text_line.h"
 #include "run/mpi/mpi_ranks.h"
+#include "run/mpi/same_setup.h"
 #include "run/run_program.h"
 
 namespace {
@@ -36,6 +37,9 @@ int run(int argumentCount, char** arguments) {
         case ParseResult::wrong:
             return static_cast<int>(RunStatus::unusable);
     }
+    if (ranksOfRun().count > 1) {
+        requireSameSetup();
+    }
     const RunStatus status = runProgram(options);
     // Others may wait for this rank.
     if ((status == RunStatus::stopped || status == RunStatus::unusable) && ranksOfRun().count > 1) {
@@ -44,15 +48,24 @@ int run(int argumentCount, char** arguments) {
     return static_cast<int>(status);
 }
 
+[[noreturn]] void endAllRanks(const std::exception& problem) {
+    errorLine(TextLine("voxlith-run-mpi: ").text(problem.what()));
+    abortRanks(static_cast<int>(RunStatus::unusable));
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
     prepareProcess();
     try {
         const MpiRanks ranks(argumentCount, arguments);
-        return run(argumentCount, arguments);
+        // Caught while MPI lives: its regular end would wait for the other ranks.
+        try {
+            return run(argumentCount, arguments);
+        } catch (const std::exception& problem) {
+            endAllRanks(problem);
+        }
     } catch (const std::exception& problem) {
-        errorLine(TextLine("voxlith-run-mpi: ").text(problem.what()));
-        abortRanks(static_cast<int>(RunStatus::unusable));
+        endAllRanks(problem);
     }
 }
