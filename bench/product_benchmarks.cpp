@@ -191,8 +191,13 @@ BenchmarkCase threadCase(const SharedWork& work, const SharedWork& reference, st
         return name + ", " + std::to_string(threads) + (threads == 1 ? " thread" : " threads");
     };
     const std::size_t cores = coresOfProcess();
-    return {nameOf(work.name, cores), nameOf(reference.name, referenceThreads), goal, withThreads(cores, work.work),
-            withThreads(referenceThreads, reference.work)};
+    BenchmarkCase benchmarkCase;
+    benchmarkCase.work = nameOf(work.name, cores);
+    benchmarkCase.reference = nameOf(reference.name, referenceThreads);
+    benchmarkCase.goal = goal;
+    benchmarkCase.runWork = withThreads(cores, work.work);
+    benchmarkCase.runReference = withThreads(referenceThreads, reference.work);
+    return benchmarkCase;
 }
 
 void readingPassShared(ProductSetup& setup) {
