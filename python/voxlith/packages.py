@@ -10,6 +10,7 @@ from .errors import MissingPackageError
 _DEBIAN_PACKAGES = {
     "h5py": "python3-h5py",
     "matplotlib": "python3-matplotlib",
+    "osgeo": "python3-gdal",
     "pandas": "python3-pandas",
     "pyproj": "python3-pyproj",
     "rasterio": "python3-rasterio",

@@ -7,6 +7,7 @@ import os
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 
+from ..amounts import count_text
 from ..errors import UsageError
 from ..export import Placement
 from ..io.numbers import parse_integer
@@ -15,7 +16,7 @@ from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..run import Fit, Run
 from ..section import Section, section_between
-from ..side_file import SideInfo, first_coordinates, write_side_file
+from ..side_file import SideInfo, first_coordinates, read_side_file, write_side_file
 from ..stacked_run import StackedRun, is_stacked, require_run
 from ..survey import Survey
 from .output import check_output, say, warn
@@ -25,11 +26,12 @@ from .vtr import split_name
 PROGRAM = "voxlith-tools"
 _BYTES_PER_CELL = 80.0
 _ENDINGS = {"geoh5": (".geoh5",), "vtk": (".vtr", ".vti"), "geotiff": (".tif", ".tiff"), "csv": (".csv",),
-            "netcdf": (".nc",), "gempy": (".npz",), "tomofast": (".txt",)}
+            "netcdf": (".nc",), "gempy": (".npz",), "tomofast": (".txt",), "geopackage": (".gpkg",)}
 
 _EXAMPLES = """\
 The format follows from the ending of --out: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .nc (NetCDF), .npz (GemPy),
-.txt (Tomofast-x). A GeoTIFF holds depth slices; with --section a vertical section, with --data-grid the data.
+.txt (Tomofast-x), .gpkg (GeoPackage). A GeoTIFF holds depth slices; with --section a vertical section, with --data-grid the
+data. A GeoPackage holds the stations with observed, predicted and residual data, as does a CSV with --stations.
 
 Examples:
   voxlith-tools export run1 --out run1.geoh5
@@ -39,6 +41,8 @@ Examples:
   voxlith-tools export run1 --out section.csv --section 457000,5538000,459000,5539500
   voxlith-tools export run1 --out data.tif --data-grid auto
   voxlith-tools export run1 --out data.nc --data-grid 25
+  voxlith-tools export run1 --out stations.gpkg
+  voxlith-tools export run1 --out stations.csv --stations
   voxlith-tools export --mesh m.msh --model density=voxlith.den --out cells.csv"""
 
 
@@ -51,6 +55,7 @@ class _Source:
     placement: Placement
     inputs: dict[str, str]
     stations: Survey | None = None
+    names: tuple[str, ...] = ()
 
 
 @dataclass(frozen=True)
@@ -63,6 +68,7 @@ class _Task:
     stations: Survey | None
     asked: argparse.Namespace
     crs: str
+    names: tuple[str, ...] = ()
 
     @property
     def fit(self) -> Fit | None:
@@ -86,6 +92,7 @@ def make_parser() -> Parser:
         "stations, below those of one straight line")
     add("--data-grid", metavar="METRES|{auto}", type=_grid_cell, help="Observed, predicted and residual data on a grid with pixels of this size, or auto, "
         "as GeoTIFF or NetCDF")
+    add("--stations", action="store_true", help="Stations with observed, predicted and residual data as CSV, in place of cells")
     add("--crs", metavar="CRS", help="Coordinate reference system (default: that of the data file)")
     return parser
 
@@ -104,19 +111,21 @@ def run(arguments: Sequence[str]) -> int:
         parser.error("--iteration: expected together with a run")
     _check_kind(parser, options, kind)
     source = _of_files(options.mesh, options.model) if options.run is None else _of_run(
-        Run(options.run, options.control), _number("--iteration", options.iteration), bool(options.data_grid))
+        Run(options.run, options.control), _number("--iteration", options.iteration), bool(options.data_grid) or _wants_stations(options, kind))
     check_output(options.out, source.inputs)
     placed = source.placement
     task = _Task(options.out, [placed.model(model) for model in source.models],
                  [Fit(placed.survey(fit.observed), fit.predicted) for fit in source.fits],
-                 None if source.stations is None else placed.survey(source.stations), options, options.crs or placed.crs)
+                 None if source.stations is None else placed.survey(source.stations), options, options.crs or placed.crs, source.names)
     if options.data_grid:
         _write_data_grid(task)
     elif options.section:
         _write_section(task)
+    elif _wants_stations(options, kind):
+        _write_stations(task)
     else:
         _WRITERS[kind](task)
-    if kind not in ("geotiff", "netcdf"):  # which name their reference system themselves
+    if kind not in ("geotiff", "netcdf", "geopackage"):  # which name their reference system themselves
         write_side_file(options.out, SideInfo(task.crs))
     return 0
 
@@ -124,6 +133,10 @@ def run(arguments: Sequence[str]) -> int:
 def _grid_cell(text: str) -> float | str:
     """Size of pixels, or auto."""
     return text if text == "auto" else number_from(0.0, above=True)(text)
+
+
+def _wants_stations(options: argparse.Namespace, kind: str) -> bool:
+    return bool(options.stations) or kind == "geopackage"
 
 
 def _check_kind(parser: Parser, options: argparse.Namespace, kind: str) -> None:
@@ -136,6 +149,12 @@ def _check_kind(parser: Parser, options: argparse.Namespace, kind: str) -> None:
     for one, other in (("layers", "section"), ("layers", "data-grid"), ("section", "data-grid"), ("iteration", "data-grid"),
                        ("choose", "data-grid")):
         parser.exclusive(options, one, other)
+    for option in ("layers", "section", "data-grid", "iteration"):
+        parser.exclusive(options, "stations", option)
+    if options.stations and kind not in ("csv", "geopackage"):
+        parser.error("--stations: expected together with a CSV or a GeoPackage (.gpkg)")
+    if _wants_stations(options, kind) and (options.run is None or options.iteration is not None):
+        parser.error("stations: expected a run without --iteration, which has predicted data")
     if kind == "netcdf" and options.data_grid is None:
         parser.error(f"--out {options.out}: expected --data-grid with NetCDF, which holds data")
     if options.data_grid is not None and options.run is None:
@@ -167,7 +186,8 @@ def _of_run(work: Run, iteration: int | None, all_data: bool) -> _Source:
     if is_stacked(work):
         models, fits = _of_stack(work, iteration, with_data, all_data)
         return _Source(models, fits, placement, inputs, fits[0].observed if fits else None)
-    return _Source(work.models(iteration), [work.fit()] if with_data else [], placement, inputs, work.observed)
+    return _Source(work.models(iteration), [work.fit()] if with_data else [], placement, inputs, work.observed,
+                   tuple(read_side_file(data_file).station_names(work.headers[0].n_data)))
 
 
 def _of_stack(work: Run, iteration: int | None, with_data: bool, all_data: bool) -> tuple[list[Model], list[Fit]]:
@@ -276,6 +296,22 @@ def _section(text: str, mesh: Mesh, stations: Survey | None) -> Section:
         return section.section_at(mesh, normal, *number_list("--section", f"{normal}=METRES", value, 1))
     west, south, east, north = number_list("--section", "x=EASTING, y=NORTHING, X1,Y1,X2,Y2 or stations", text, 4)
     return section_between(mesh, (west, south), (east, north))
+
+
+def _write_stations(task: _Task) -> None:
+    from ..export.stations import station_columns, write_stations_csv, write_stations_geopackage
+    if not task.fits:
+        raise UsageError("stations: expected a run with predicted data (voxlith.pre)")
+    layers = [("stations" if len(task.fits) == 1 else fit.observed.names[0].lower(), station_columns(fit, task.names)) for fit in task.fits]
+    if task.out.lower().endswith(".csv"):
+        if len(layers) > 1:
+            raise UsageError(f"--out {task.out}: expected data of one type for a CSV, found {len(layers)}; use .gpkg, or voxlith-tools unstack")
+        write_stations_csv(task.out, layers[0][1], task.crs)
+    else:
+        write_stations_geopackage(task.out, layers, task.crs)
+    for (name, columns), fit in zip(layers, task.fits):
+        say(f"{task.out}: {name}, {count_text(fit.observed.n_stations, 'station')}, {count_text(len(columns), 'column')}, "
+            f"{task.crs or 'no coordinate reference system'}")
 
 
 def _write_data_grid(task: _Task) -> None:

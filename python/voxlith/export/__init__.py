@@ -7,6 +7,7 @@
 ``section``   vertical sections as GeoTIFF and CSV
 ``data_grid`` observed, predicted and residual data on a grid, as GeoTIFF and NetCDF
 ``cells``     CSV with one row per active cell
+``stations``  stations with observed, predicted and residual data, as GeoPackage and CSV
 ``regular``   regular grids of GemPy, tensor grids of Tomofast-x: out and in
 ============= =========================================================================
 
@@ -20,8 +21,10 @@ from .geotiff import write_depth_slices
 from .placement import Placement
 from .regular import from_gempy, from_tomofast, to_gempy, to_tomofast
 from .section import section_at, section_of_stations, write_section_csv, write_section_geotiff
+from .stations import station_columns, write_stations_csv, write_stations_geopackage
 from .vtk import write_stations_vtp, write_vti
 
 __all__ = ["DataGrid", "Placement", "from_gempy", "from_tomofast", "grid_data", "section_at", "section_of_stations",
-           "to_gempy", "to_tomofast", "write_cells_csv", "write_data_geotiff", "write_data_netcdf", "write_depth_slices",
-           "write_run_geoh5", "write_section_csv", "write_section_geotiff", "write_stations_vtp", "write_vti"]
+           "station_columns", "to_gempy", "to_tomofast", "write_cells_csv", "write_data_geotiff", "write_data_netcdf", "write_depth_slices",
+           "write_run_geoh5", "write_section_csv", "write_section_geotiff",
+           "write_stations_csv", "write_stations_geopackage", "write_stations_vtp", "write_vti"]
