@@ -1,10 +1,9 @@
-"""Whole runs of voxlith beside what bounds them: start-up, disk mode, memory, an iteration without its products, growth.
+"""Whole runs of voxlith beside what bounds them: memory, an iteration without its products, growth.
 
 The surveys are made once and kept in the folder of the benchmarks. Lengths of runs are subtracted from each other, so that an
-iteration is counted without the start. Needs Linux and numpy, for `disk` and `iteration` also perf.
+iteration is counted without the start. Needs Linux and numpy, for `iteration` also perf.
 """
 import glob
-import mmap
 import os
 import re
 import resource
@@ -21,13 +20,24 @@ from benchmarks import Line
 
 ROUNDS = 3
 LARGE_MESH = (128, 128, 64)
-ITERATION_GOAL = 0.45  # at 23 M coefficients
+MANY_COEFFICIENTS = 200_000_000
+SAMPLES_A_SECOND = 2000  # of perf
+LAST_ITERATIONS = 11  # of a run that are not profiled
 # Two whole cycles have a conjugate-gradient step each, nearly all of which is products.
 ITERATIONS = {'optimiser steps': (2, 11), 'two cycles': (12, 31)}
 GROWTH_GOAL = 1.5  # 1 is growth in proportion; larger sizes leave the caches
-CAT = 'cat FILE >/dev/null from the cache'
 ITERATION_LINE = re.compile(rb' *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ ')
 CLEARING = re.compile(r'clear_(huge_)?page|clear_subpage|clear_user|folio_zero')
+
+
+def start_limited(command, folder, address_space=None, stdout=subprocess.PIPE):
+    """A process that has no more address space than this many bytes."""
+    def limit():
+        if address_space:
+            resource.setrlimit(resource.RLIMIT_AS, (address_space, address_space))
+    # With a routine to run first the child is a copy of this process. Without one it would borrow this process's
+    # memory until it starts the program, and the largest size that this process ever had would count as its own.
+    return subprocess.Popen(command, cwd=folder, stdout=stdout, bufsize=0, preexec_fn=limit)
 
 
 class Run:
@@ -55,13 +65,7 @@ class Run:
     def run(self, iterations, address_space=None):
         """CPU seconds and largest resident bytes of a whole run."""
         large_survey.write_run(self.folder, iterations)
-
-        def limit():
-            if address_space:
-                resource.setrlimit(resource.RLIMIT_AS, (address_space, address_space))
-        # With a routine to run first the child is a copy of this process. Without one it would borrow this process's
-        # memory until it starts the program, and the largest size that this process ever had would count as its own.
-        child = subprocess.Popen([self.settings.voxlith, 'voxlith.inp'], cwd=self.folder, stdout=subprocess.DEVNULL, preexec_fn=limit)
+        child = start_limited([self.settings.voxlith, 'voxlith.inp'], self.folder, address_space, subprocess.DEVNULL)
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         if child.returncode:
@@ -77,9 +81,9 @@ class Run:
         plan = int(re.search(r'Memory allocated: *(\d+)MB', self.log()).group(1)) << 20
         return plan, 64 * self.data + 24 * (sum(self.mesh) + 2) + 4 * self.cells
 
-    def cat(self):
-        """CPU seconds of reading the sensitivity file in order, from the cache."""
-        child = subprocess.Popen(['cat', 'rows.mtx'], cwd=self.folder, stdout=subprocess.DEVNULL)
+    def cat(self, name='rows.mtx'):
+        """CPU seconds of reading a file of the folder in order, from the cache: the sensitivity file or another one."""
+        child = subprocess.Popen(['cat', name], cwd=self.folder, stdout=subprocess.DEVNULL)
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         if child.returncode:
@@ -87,97 +91,10 @@ class Run:
         return usage.ru_utime + usage.ru_stime
 
 
-def read_into_memory(path):
-    """CPU seconds of read(2) of a whole file, from the cache, into one array that nothing has been stored in before."""
-    size = os.path.getsize(path)
-    start = time.process_time()
-    with open(path, 'rb', buffering=0) as f, mmap.mmap(-1, size, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS) as array:
-        array.madvise(mmap.MADV_HUGEPAGE)
-        with memoryview(array) as view:
-            done = 0
-            while done < size:
-                done += f.readinto(view[done:done + (1 << 21)])
-        seconds = time.process_time() - start
-    return seconds
-
-
-def cpu_of(pid):
-    with open('/proc/%d/schedstat' % pid) as f:
-        return int(f.read().split()[0]) * 1e-9
-
-
-def characters_read(pid):
-    with open('/proc/%d/io' % pid) as f:
-        return int(re.search(r'rchar: (\d+)', f.read()).group(1))
-
-
-def start_once(run):
-    """CPU seconds and bytes read when the rows are in memory, and CPU seconds when the iterations begin."""
-    large_survey.write_run(run.folder, 1)
-    child = subprocess.Popen([run.settings.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE, bufsize=0)
-    screen, loaded = b'', None
-    while b'Begin iterations' not in screen:
-        part = os.read(child.stdout.fileno(), 65536)
-        if not part:
-            raise RuntimeError('voxlith ended before its iterations in ' + run.folder)
-        screen += part
-        if loaded is None and b'Memory allocated' in screen:
-            os.kill(child.pid, signal.SIGSTOP)
-            loaded = cpu_of(child.pid), characters_read(child.pid)
-            os.kill(child.pid, signal.SIGCONT)
-    ready = cpu_of(child.pid)
-    child.kill()
-    child.wait()
-    child.stdout.close()
-    return (*loaded, ready)
-
-
-def start_up(settings):
-    run = Run(settings, LARGE_MESH, max(settings.coefficients, 130_000_000))
-    small = Run(settings, LARGE_MESH, 1_500_000)  # the same arrays nearly without rows
-    run.cat()
-    cats, reads, starts, empties = [], [], [], []
-    for _ in range(2 * ROUNDS + 1):
-        cats.append(run.cat())
-        starts.append(start_once(run))
-        empties.append(start_once(small))
-        reads.append(read_into_memory(run.path('rows.mtx')))
-    median = statistics.median
-    cat = median(cats)
-    load = median(s[0] for s in starts) - median(e[0] for e in empties)
-    blocking = median(s[2] - s[0] for s in starts) - median(e[2] - e[0] for e in empties)
-    work = 'start-up, %.2f GB' % (run.bytes / 1e9)
-    yield Line(work, CAT, load / cat, 1.3,
-               note='bytes read over bytes of the file: %.4f; scaling and blocking the rows: %.1f times cat' %
-               (starts[0][1] / run.bytes, blocking / cat))
-    yield Line(work, 'read(2) into one fresh array', load / median(reads),
-               note='that read over cat: %.2f; its lowest and highest over the median: %.2f, %.2f' %
-               (median(reads) / cat, min(reads) / median(reads), max(reads) / median(reads)))
-    # Where the host of a virtual machine has taken free memory back, touching it again costs several times the work.
-    lowest = min(s[0] for s in starts) - min(e[0] for e in empties)
-    yield Line(work + ', lowest rounds', CAT, lowest / min(cats))
-
-
 def per_iteration(run, first, last, rounds=ROUNDS, **limits):
     """Median CPU seconds of one iteration, from runs of two lengths by turns."""
     differences = [run.run(last, **limits)[0] - run.run(first, **limits)[0] for _ in range(rounds)]
     return statistics.median(differences) / (last - first)
-
-
-def disk(settings):
-    """An iteration has one product of each kind; what it does beside them is the same from memory and from disk."""
-    run = Run(settings, LARGE_MESH, settings.coefficients)
-    inside, outside = sum(profile(run) for _ in range(ROUNDS))
-    in_memory = per_iteration(run, 1, 11)
-    plan, beside = run.planned()
-    from_disk = per_iteration(run, 1, 6, address_space=plan + beside - 4 * run.coefficients)
-    if 'MTX file accessed from disk' not in run.log():
-        raise RuntimeError('the run did not go to disk')
-    run.cat()
-    cat = statistics.median(run.cat() for _ in range(2 * ROUNDS + 1))
-    product = (from_disk - in_memory * outside / (inside + outside)) / 2
-    yield Line('product in disk mode, %.2f GB' % (run.bytes / 1e9), CAT, product / cat, 1.1,
-               note='from memory: %.2f' % (in_memory * inside / (inside + outside) / 2 / cat))
 
 
 def memory(settings):
@@ -208,19 +125,23 @@ def profile(run, first=2, last=11):
     The iterations are cut out of the run by the times of their lines on the screen. The difference of two runs of
     different lengths would not do: on a virtual machine whose host has taken memory back, the start takes anything from
     one second to several, as pages are cleared for the first time. Such clearing goes on in the first iterations, where
-    the optimiser's corrections are touched for the first time; it is no work of an iteration and left out.
+    the optimiser's corrections are touched for the first time; it is no work of an iteration and left out. The run would
+    go on for more iterations: its last ones have no conjugate-gradient step, and its end writes all files.
     """
     if not shutil.which('perf'):
         raise RuntimeError('expected the program perf (Debian package linux-perf), found none')
-    large_survey.write_run(run.folder, last)
+    large_survey.write_run(run.folder, last + LAST_ITERATIONS)
     name, ends = run.path('perf.data'), {}
-    record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', '2000', '-o', name]
+    record = ['perf', 'record', '-q', '-k', 'CLOCK_MONOTONIC', '-e', 'cpu-clock', '-F', str(SAMPLES_A_SECOND), '-o', name]
     with subprocess.Popen([*record, run.settings.voxlith, 'voxlith.inp'], cwd=run.folder, stdout=subprocess.PIPE) as child:
         for line in child.stdout:
             row = ITERATION_LINE.match(line)
             if row:
                 ends[int(row[1])] = time.clock_gettime(time.CLOCK_MONOTONIC)
-    if child.returncode or last not in ends:
+            if last in ends:
+                child.send_signal(signal.SIGINT)  # perf ends the run and writes its file
+                break
+    if last not in ends:
         raise RuntimeError('voxlith or perf failed in ' + run.folder)
     report = subprocess.run(['perf', 'report', '-i', name, '--stdio', '--no-children', '-F', 'sample,symbol', '-t', ';',
                              '--time', '%.9f,%.9f' % (ends[first - 1], ends[last])],
@@ -238,15 +159,19 @@ def profile(run, first=2, last=11):
 
 
 def iteration(settings):
-    run = Run(settings, LARGE_MESH, settings.coefficients)
-    run.run(1)  # brings the sensitivity file into the cache
-    millions = run.coefficients / 1e6
-    for work, (first, last) in ITERATIONS.items():
-        samples = [profile(run, first, last) for _ in range(ROUNDS)]
-        shares = sorted(outside / (inside + outside) for inside, outside in samples)
-        yield Line('%s without their products, %.0f M coefficients' % (work, millions), 'the whole iterations',
-                   statistics.median(shares), ITERATION_GOAL, shares[0], shares[-1],
-                   '%d cells, iterations %d to %d' % (run.cells, first, last))
+    for coefficients, goal, rounds, works in ((settings.coefficients, 0.45, ROUNDS, ITERATIONS),
+                                              (MANY_COEFFICIENTS, 0.12, 1, ('optimiser steps',))):
+        run = Run(settings, LARGE_MESH, coefficients)
+        run.cat()  # brings the sensitivity file into the cache
+        for work in works:
+            first, last = ITERATIONS[work]
+            samples = [profile(run, first, last) for _ in range(rounds)]
+            shares = sorted(outside / (inside + outside) for inside, outside in samples)
+            inside, outside = 1e3 * sum(samples) / (rounds * SAMPLES_A_SECOND * (last - first + 1))
+            yield Line('%s without their products, %.0f M coefficients' % (work, run.coefficients / 1e6), 'the whole iterations',
+                       statistics.median(shares), goal, shares[0], shares[-1],
+                       '%d cells, iterations %d to %d; an iteration takes %.0f ms for its products and %.0f ms beside them' %
+                       (run.cells, first, last, inside, outside))
 
 
 def reading_pass(coefficients):
@@ -279,7 +204,7 @@ def growth(settings):
     yield Line('time per cell and coefficient, largest size', 'smallest size', unit[-1] / unit[0])
 
 
-BENCHMARKS = {'start-up': start_up, 'disk': disk, 'memory': memory, 'iteration': iteration, 'growth': growth}
+BENCHMARKS = {'memory': memory, 'iteration': iteration, 'growth': growth}
 
 
 def run(settings, name):
