@@ -94,7 +94,8 @@ def _moved(points: Reals, own: SideInfo, wanted: SideInfo) -> Reals:
         x, y = convert(points[:, 0] + own.shift[0], points[:, 1] + own.shift[1], own.crs, wanted.crs)
         return np.column_stack([x - wanted.shift[0], y - wanted.shift[1], points[:, 2]])
     # Equal shifts leave the numbers as they are.
-    return np.asarray(points + np.array([own.shift[0] - wanted.shift[0], own.shift[1] - wanted.shift[1], 0.0]), dtype=np.float64)
+    east, north = own.shift[0] - wanted.shift[0], own.shift[1] - wanted.shift[1]
+    return np.asarray(points + np.array([east, north, 0.0]), dtype=np.float64)
 
 
 def _gxf_points(path: PathLike, step: float) -> tuple[Reals, str]:

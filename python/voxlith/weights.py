@@ -6,15 +6,16 @@ to the surface. Here each cell gets the weight
     w = r^p (V / V_core)^3,
 
 with r the relative sensitivity of the cell per volume, V / V_core the volume of a padding cell over that of the core's
-cells, and p chosen so that w falls with depth like (depth + z0)^-a below the stations. The weights of differences are geometric means of those of both cells.
+cells, and p chosen so that w falls with depth like (depth + z0)^-a below the stations. The weights of differences are
+geometric means of those of both cells.
 
 - r is the root of the diagonal of G'G over the volume, by its largest value (Li and Oldenburg 2000, Geophysics 65,
   540-552, eq. 6), or 1/(depth + z0), a power law (Li and Oldenburg 1996, Geophysics 61, 394-408).
 - V / V_core keeps padding cells from being cheap; without it bodies leak into them.
 - The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9
   are all 1. The factor 1e8 makes up for the units of the format.
-- a = 1.2 by experiment, 1.3 for blocky norms, see docs/depth-weighting.md. p follows from the decay of r, which depends on the type of data
-  and on the layout of the stations.
+- a = 1.2 by experiment, 1.3 for blocky norms, see docs/depth-weighting.md. p follows from the decay of r, which
+  depends on the type of data and on the layout of the stations.
 
 Differences between an active and an inactive cell have the weight 0: ground is not drawn to the value of air.
 """

@@ -61,8 +61,8 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, model_norm:
     """Write what the control file needs beside it.
 
     With inactive cells the bounds are those of the file that ``mtx --topography`` wrote beside the sensitivity file. A new
-    file is written where there is none, where its sides are free, or where other bounds are asked for. The starting model is a file with 0 in these cells
-    unless it is 0 everywhere.
+    file is written where there is none, where its sides are free, or where other bounds are asked for.
+    The starting model is a file with 0 in these cells unless it is 0 everywhere.
 
     Parameters
     ----------

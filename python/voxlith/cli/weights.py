@@ -60,7 +60,8 @@ def run(arguments: Sequence[str]) -> int:
     write_weight_file(options.out, made.cells)
     weights = made.cells.smallness[made.active] / float(made.cells.smallness[made.active].max())
     say(f"{options.out}: {mesh.nx} x {mesh.ny} x {mesh.nz} cells, {int(made.active.sum())} active")
-    say(f"weights:        1 to {number_text(float(f'{weights.min():.3g}'))}, falling like (depth + z0)^-{number_text(decay)} below the stations")
+    least = number_text(float(f"{weights.min():.3g}"))
+    say(f"weights:        1 to {least}, falling like (depth + z0)^-{number_text(decay)} below the stations")
     if options.law == "sensitivity":
         say(f"power:          {made.power:.3f} of the relative sensitivities")
     say("alphas:         1 1 1 1 go with these weights on line 9")

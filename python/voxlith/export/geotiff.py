@@ -54,7 +54,7 @@ def write_depth_slices(path: PathLike, model: Model, crs: str = "", layers: Sequ
     raster = Raster((float(mesh.x_nodes[0]), float(mesh.y_nodes[-1])),
                     (float(np.ptp(mesh.x_nodes)) / columns, float(np.ptp(mesh.y_nodes)) / rows))
     elevations = [f"{mesh.z_centres[layer]:g}" for layer in chosen]
-    bands = [Band(f"{model.name}, elevation {elevation} m", cube[layer][np.ix_(east, north)].T, model.unit, {"elevation": elevation})
-             for layer, elevation in zip(chosen, elevations)]
+    bands = [Band(f"{model.name}, elevation {elevation} m", cube[layer][np.ix_(east, north)].T, model.unit,
+                  {"elevation": elevation}) for layer, elevation in zip(chosen, elevations)]
     write_geotiff(path, raster, bands, crs, {"quantity": model.name, "unit": model.unit})
     return len(chosen), rows, columns

@@ -77,7 +77,7 @@ def write_section_geotiff(path: PathLike, model: Model, section: Section, crs: s
     i, j = cells_along(mesh.x_nodes, x), cells_along(mesh.y_nodes, y)
     values = shown_cube(model)[k][:, i, j]
     raster = Raster((float(nodes[0]), float(mesh.z_nodes[0])),
-                    ((float(nodes[-1]) - float(nodes[0])) / columns, (float(mesh.z_nodes[0]) - float(mesh.z_nodes[-1])) / rows))
+                    (float(np.ptp(nodes)) / columns, float(np.ptp(mesh.z_nodes)) / rows))
     write_geotiff(path, raster, [Band(f"{model.name}, section", values, model.unit)], LOCAL_CRS,
                   {"quantity": model.name, "unit": model.unit, "section": _ends_text(section)})
     write_side_file(path, section_side(section, crs))
