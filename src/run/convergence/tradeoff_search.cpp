@@ -65,6 +65,13 @@ double interpolate(const TradeoffSearch& search) {
     return search.lower * std::pow(search.upper / search.lower, std::clamp(share, 0.1, 0.9));
 }
 
+// The model is still next to nothing: a few data with tiny standard deviations make the first trade-offs huge.
+bool isAtStart(const TradeoffSearch& search, const TradeoffTrial& last) {
+    constexpr double littleFitted = 0.9, farFromStart = 1.0e-12;
+    const TradeoffTrial& first = search.trials[0];
+    return last.misfit > littleFitted * first.misfit && last.multiplier > farFromStart * first.multiplier;
+}
+
 // Two accurate trials over a decade of trade-offs between which the misfit hardly changes.
 bool misfitStays(const TradeoffSearch& search) {
     constexpr double decade = 10.0, smallChange = 0.02;
@@ -72,6 +79,9 @@ bool misfitStays(const TradeoffSearch& search) {
         return false;
     }
     const TradeoffTrial& last = search.trials[static_cast<std::size_t>(search.trialCount) - 1];
+    if (isAtStart(search, last)) {
+        return false;
+    }
     for (std::int32_t n = search.trialCount - 2; n >= 0; --n) {
         const TradeoffTrial& earlier = search.trials[static_cast<std::size_t>(n)];
         if (earlier.multiplier >= decade * last.multiplier) {

@@ -53,6 +53,15 @@ TEST(TradeoffSearch, EndsWhereTheMisfitStays) {
     EXPECT_LE(search.trialCount, 15);
 }
 
+TEST(TradeoffSearch, GoesOnWhileTheModelIsNextToNothing) {
+    // A few data with tiny standard deviations: eight decades of trade-offs hardly change the misfit.
+    const auto misfit = [](double mu) { return 1e4 * mu / (mu + 1e3); };
+    const TradeoffSearch search = searchOver(misfit, 1e11, 1.0);
+    EXPECT_EQ(search.end, SearchEnd::reached);
+    const TradeoffSearch never = searchOver([](double) { return 1e4; }, 1e11, 1.0);
+    EXPECT_EQ(never.end, SearchEnd::misfitStays);
+}
+
 TEST(TradeoffSearch, EndsWhereNoModelIsNeeded) {
     const TradeoffSearch search = searchOver([](double) { return 0.5; }, 1e3, 1.0);
     EXPECT_EQ(search.end, SearchEnd::noModelNeeded);
