@@ -156,6 +156,15 @@ ResumedRun findCheckpoint(bool asked, bool continues, bool& resumes) {
     return {head.startIteration, head.iteration};
 }
 
+void warnOfStack(const InversionProblem& problem, ModelNorm norm) {
+    const std::size_t parts = partsAlongY(problem).size() - 1;
+    if (norm != ModelNorm::smooth && parts > 1 && isFirstRank()) {
+        warn("--model-norm " + std::string(nameOf(norm)) + ": the model has " + std::to_string(parts) +
+             " parts along y without weights between them, and each becomes " + std::string(nameOf(norm)) +
+             " by itself; for the components of a vector use voxlith-tools compact");
+    }
+}
+
 // The control file and the checkpoint: what the first rank finds holds for all.
 ResumedRun findStart(const std::vector<std::string>& arguments, const RunOptions& options, RunState& run) {
     struct Start {
@@ -261,6 +270,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
         refuseOverwrittenBy(run.control, options.jsonLog);
     }
     beginOutput(output, options, problem, run.control.iRestart > 0);
+    warnOfStack(problem, options.modelNorm);
     keepIterations();
     ConvergedMode mode;
     mode.state.settings = convergedSettingsOf(options);

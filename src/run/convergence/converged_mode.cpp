@@ -261,7 +261,7 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     const double misfit = misfitOf(state, loop);
     const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
     const double share = holdsComponents(state) ? smallestShare(mode, loop.problem) : 1.0;
-    if (!isConverged(state, share * std::max(sparseAccuracy, state.settings.tolerance))) {
+    if (!isConverged(state, share * std::max(sparseAccuracy(sparse), state.settings.tolerance))) {
         return;
     }
     if (!holdsComponents(state) && adjustTradeoff(sparse, misfit, state.multiplier)) {
@@ -276,10 +276,10 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
         return;
     }
     state.components.lastMisfit.fill(0.0);
-    if (finishRound(loop.problem, mode.sparseModel, sparse)) {
-        beginRound(mode, loop, records);
-    } else {
+    if (sparse.lastWeights) {
         endRun(mode, loop, ConvergedEnd::tolerance);
+    } else if (finishRound(loop.problem, mode.sparseModel, sparse)) {
+        beginRound(mode, loop, records);
     }
 }
 

@@ -14,21 +14,6 @@ namespace {
 constexpr double lengthToFourth = 1.0e16;
 constexpr std::size_t axes = 3;
 
-// First cell along y of each part of the mesh between planes across which all weights are 0, and ny.
-std::vector<std::size_t> findParts(const InversionProblem& problem) {
-    const auto ny = static_cast<std::size_t>(problem.mesh.ny);
-    const std::size_t plane = problem.mesh.cellCount() / ny;
-    std::vector<std::size_t> parts{0};
-    for (std::size_t j = 0; j + 1 < ny; ++j) {
-        const float* const weights = problem.weights.wtN.data() + j * plane;
-        if (std::all_of(weights, weights + plane, [](float weight) { return weight == 0.0F; })) {
-            parts.push_back(j + 1);
-        }
-    }
-    parts.push_back(ny);
-    return parts;
-}
-
 bool areAlike(const std::vector<double>& widths, std::size_t first, std::size_t second, std::size_t count) {
     constexpr double tolerance = 1.0e-6;
     for (std::size_t n = 0; n < count; ++n) {
@@ -59,7 +44,7 @@ Planes findPlanes(const InversionProblem& problem, const CrossGradientSettings& 
         indexOf(settings.second, problem.modelTypes(), "model types");
         return {0, 0, ny};
     }
-    const std::vector<std::size_t> parts = findParts(problem);
+    const std::vector<std::size_t> parts = partsAlongY(problem);
     if (parts.size() < 3) {
         throw RunError(
             "--cross-gradient: expected several model types, or properties side by side along y in one model with "
@@ -169,6 +154,20 @@ void addAdjoint(CrossGradient& cross, const VectorField& t, VectorField& flow, s
 }
 
 }  // namespace
+
+std::vector<std::size_t> partsAlongY(const InversionProblem& problem) {
+    const auto ny = static_cast<std::size_t>(problem.mesh.ny);
+    const std::size_t plane = problem.mesh.cellCount() / ny;
+    std::vector<std::size_t> parts{0};
+    for (std::size_t j = 0; j + 1 < ny; ++j) {
+        const float* const weights = problem.weights.wtN.data() + j * plane;
+        if (std::all_of(weights, weights + plane, [](float weight) { return weight == 0.0F; })) {
+            parts.push_back(j + 1);
+        }
+    }
+    parts.push_back(ny);
+    return parts;
+}
 
 CrossGradient makeCrossGradient(const InversionProblem& problem, const CrossGradientSettings& settings) {
     CrossGradient cross;

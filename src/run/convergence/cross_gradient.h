@@ -46,6 +46,10 @@ struct CrossGradient {
     bool isUsed() const { return weight > 0; }
 };
 
+// First cell along y of each part of the mesh between planes across which all weights are 0, and ny: the properties of
+// a stacked model.
+std::vector<std::size_t> partsAlongY(const InversionProblem& problem);
+
 // Throws RunError when the run does not have the properties, or they are not alike.
 CrossGradient makeCrossGradient(const InversionProblem& problem, const CrossGradientSettings& settings);
 

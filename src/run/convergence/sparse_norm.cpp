@@ -113,6 +113,11 @@ bool mayAdjust(const SparseState& state) {
     return state.adjustments < (isCooling(state) ? mostCooling : mostAdjustments);
 }
 
+double sparseAccuracy(const SparseState& state) {
+    constexpr double beforeReweighting = 0.03, atEnd = 1.0e-3;
+    return state.lastWeights ? atEnd : beforeReweighting;
+}
+
 bool adjustTradeoff(SparseState& state, double misfit, double& multiplier) {
     constexpr double usualSlope = 0.7, smallestSlope = 0.3, largestSlope = 2.0, largestChange = 3.0;
     const double distance = misfit > 0.0 ? std::log(misfit / state.target) : 0.0;
@@ -142,7 +147,8 @@ bool finishRound(const InversionProblem& problem, std::span<const double> sparse
     state.adjustments = 0;
     state.lastMisfit = 0.0;
     state.settled = !isCooling(state) && state.change < smallChange;
-    if (state.settled || state.round >= mostRounds) {
+    state.lastWeights = state.settled || state.round >= mostRounds;
+    if (state.lastWeights) {
         return false;
     }
     for (std::size_t type = 0; type < problem.modelTypes(); ++type) {

@@ -27,9 +27,6 @@
 
 namespace voxlith {
 
-// Of a solution (predicted decrease over phi) before the next reweighting.
-constexpr double sparseAccuracy = 1.0e-3;
-
 enum class ModelNorm : std::int32_t { smooth, compact, blocky };
 
 std::string_view nameOf(ModelNorm norm);
@@ -49,6 +46,7 @@ struct SparseState {
     double lastMultiplier = 0, lastMisfit = 0;  // of the solution before; 0 for none
     std::int32_t adjustments = 0;               // of trade-off or factors in this round
     bool settled = false;                       // the last round hardly changed the model
+    bool lastWeights = false;                   // they stay as they are
 };
 static_assert(std::is_trivially_copyable_v<SparseState>);
 
@@ -64,11 +62,15 @@ void reweight(const InversionProblem& problem, const SparsePowers& powers, const
 double misfitTolerance(const SparseState& state);
 bool mayAdjust(const SparseState& state);
 
+// Of a solution (predicted decrease over phi) before the next reweighting. Mostly one Newton step is enough: other
+// weights change more than another step would. The last weights are solved well.
+double sparseAccuracy(const SparseState& state);
+
 // The trade-off that keeps the misfit: true after a change of `multiplier`, false where `misfit` is near enough.
 bool adjustTradeoff(SparseState& state, double misfit, double& multiplier);
 
 // Compares the model with that of the last reweighting. True: another round with lower thresholds; false when the model
-// no longer changes at the last ones (state.settled), or after the largest number of rounds.
+// no longer changes at the last ones (state.settled), or after the largest number of rounds: the weights are the last.
 bool finishRound(const InversionProblem& problem, std::span<const double> sparseModel, SparseState& state);
 
 }  // namespace voxlith
