@@ -199,11 +199,14 @@ def top_of(model: Model) -> Reals:
 
 def core_columns(mesh: Mesh) -> Mask:
     """Columns of the core, shape (nx, ny): all but the wider ones at the sides of the mesh."""
-    def narrow(widths: Reals) -> Mask:
-        inner = np.flatnonzero(widths <= _WIDE * widths.min())
-        numbers = np.arange(len(widths))
-        return np.asarray((numbers >= inner[0]) & (numbers <= inner[-1]), dtype=np.bool_)
-    return np.asarray(narrow(mesh.x_widths)[:, None] & narrow(mesh.y_widths)[None, :], dtype=np.bool_)
+    return np.asarray(_narrow(mesh.x_widths)[:, None] & _narrow(mesh.y_widths)[None, :], dtype=np.bool_)
+
+
+def _narrow(widths: Reals) -> Mask:
+    """Columns from the first to the last of the smallest width."""
+    inner = np.flatnonzero(widths <= _WIDE * widths.min())
+    numbers = np.arange(len(widths))
+    return np.asarray((numbers >= inner[0]) & (numbers <= inner[-1]), dtype=np.bool_)
 
 
 def excess_above(model: Model, shares: Sequence[float] = OTHER_THRESHOLDS) -> list[Excess]:
@@ -246,9 +249,9 @@ def body_remark(model: Model, body: Body, bounds: CellBounds | None = None) -> s
     texts = []
     if mesh.nz >= _FEWEST_LAYERS and parts[k == mesh.nz - 1].sum() > 0.5:
         texts.append("in the bottom layer")
-    if parts[~core_columns(mesh)[i, j]].sum() > 0.5:
+    if parts[~(_narrow(mesh.x_widths)[i] & _narrow(mesh.y_widths)[j])].sum() > 0.5:
         texts.append("in padding columns")
-    limited = 0.0 if bounds is None else float(parts[cells_at_bounds(model, bounds)[body.cells]].sum())
+    limited = 0.0 if bounds is None else float(parts[_are_at_bounds(model.values, bounds, body.cells)].sum())
     if limited > MUCH:
         texts.append(f"{100.0 * limited:.0f} % at bounds")
     return "; ".join(texts)
@@ -256,10 +259,14 @@ def body_remark(model: Model, body: Body, bounds: CellBounds | None = None) -> s
 
 def cells_at_bounds(model: Model, bounds: CellBounds) -> Mask:
     """Cells at the bound that keeps them from values farther from 0, shape (cells,). Fixed cells do not count."""
-    values = _known(model)
-    high = (values > 0.0) & np.isfinite(bounds.upper) & (values >= (1.0 - _AT_BOUND) * bounds.upper)
-    low = (values < 0.0) & np.isfinite(bounds.lower) & (values <= (1.0 - _AT_BOUND) * bounds.lower)
-    return np.asarray((high | low) & ~bounds.fixed, dtype=np.bool_)
+    return _are_at_bounds(_known(model), bounds, slice(None))
+
+
+def _are_at_bounds(all_values: Reals, bounds: CellBounds, cells: Indices | slice) -> Mask:
+    values, lower, upper = all_values[cells], bounds.lower[cells], bounds.upper[cells]
+    high = (values > 0.0) & np.isfinite(upper) & (values >= (1.0 - _AT_BOUND) * upper)
+    low = (values < 0.0) & np.isfinite(lower) & (values <= (1.0 - _AT_BOUND) * lower)
+    return np.asarray((high | low) & ~bounds.fixed[cells], dtype=np.bool_)
 
 
 def doubts(found: Distribution) -> list[str]:

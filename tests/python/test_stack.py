@@ -13,6 +13,7 @@ import rasterio
 from conftest import BUILD, one_line
 
 from voxlith import Direction, InducingField, Mesh, Model, Run, Sensitivity, Survey, UsageError
+from voxlith.bodies import distribution
 from voxlith.cli.forward import _side
 from voxlith.compact import Compactness, amplitudes, compact_weights, next_eps
 from voxlith.io.model_file import read_model_file, write_model_file
@@ -20,7 +21,7 @@ from voxlith.io.weight_file import CellWeights, read_weight_files, section_shape
 from voxlith.report import ReportOptions, report_contents
 from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedProperty, property_of
-from voxlith.stacked_run import StackedRun
+from voxlith.stacked_run import StackedRun, bounded_models
 from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
 
 FIELD = InducingField(65.0, 10.0, 50000.0)
@@ -441,6 +442,27 @@ def test_coordinates_and_properties_of_a_vector_reach_exports(made, stack, folde
     assert table[:, -3:].sum(axis=0) == pytest.approx([one.values.sum() for one in models], rel=1e-4)
     assert table[:, 1].max() < UTM.shift[1] + mesh.y_nodes[-1]
     assert "--mesh properties/mesh.msh" in one_line(tools("export", "properties", "--out", "a.csv"), 2)
+
+
+def test_bodies_of_a_stacked_run_are_those_of_each_property(made, stack, folder, tools):
+    stack(*TWO, "--scale", "0.1", "0.01", "--bounds", "-1e-5,1e-5", "-0.5,0.5", "--out", "two")
+    short_run(folder, "two")
+    done = tools("bodies", ".", "--control", "two.inp")
+    density, susceptibility = done.out.split("susc (SI)")
+    assert done.status == 0 and density.startswith("density (g/cm") and "excess mass Mt" in density and "susceptibility x volume" in susceptibility
+    models, bounds = bounded_models(Run(folder, "two.inp"))
+    assert [one.upper.max() for one in bounds] == pytest.approx([1e-5, 0.5], rel=1e-5)
+    assert "density: " in done.errors and done.errors.count("cells at their bounds") == 1
+    assert distribution(models[0], bounds[0]).cells_at_bounds > 0 == distribution(models[1], bounds[1]).cells_at_bounds
+
+
+def test_bodies_of_a_vector_are_those_of_its_amplitude(made, stack, folder, tools):
+    stack(*VECTOR, "--out", "vector")
+    short_run(folder, "vector")
+    done = tools("bodies", ".", "--control", "vector.inp")
+    assert done.status == 0 and done.out.startswith("magnetisation (SI)") and "mx" not in done.out
+    shown = report_contents(Run(folder, "vector.inp"), ReportOptions())["recovered"]
+    assert shown and {row[0] for row in shown} == {"magnetisation"}
 
 
 def test_a_report_shows_the_vector_of_a_stacked_run(made, stack, folder, tools):
