@@ -357,7 +357,10 @@ bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const Converged
     state.improved = result.improved;
     loop.state.iterTerms = result.reached.terms;
     loop.state.stepCount = result.trials;
-    loop.stepGradient = mode.work.gradient;
+    // Running files are written from the arrays of the problem, mostly later than now.
+    const std::span<double> delm = std::span(loop.problem.arrays.delm).first(mode.work.gradient.size());
+    std::copy(mode.work.gradient.begin(), mode.work.gradient.end(), delm.begin());
+    loop.stepGradient = delm;
     return true;
 }
 
