@@ -50,8 +50,8 @@ static_assert(std::is_trivially_copyable_v<ComponentSearch>);
 // All factors 1.
 ComponentSearch makeComponentSearch();
 
-// The accuracy (predicted decrease over phi) that the next decision needs; misfits are RMS misfits squared over the
-// target squared, 0 for a component without valid data.
+// The accuracy (estimate of phi less its minimum, over phi) that the next decision needs; misfits are RMS misfits
+// squared over the target squared, 0 for a component without valid data.
 double neededAccuracy(const ComponentSearch& search, std::span<const double> misfits, double finalAccuracy);
 
 // Moves the factors towards the target by small steps; false when each misfit is within `tolerance` (of the RMS

@@ -113,10 +113,6 @@ double misfitOf(const ConvergedState& state, const InversionLoop& loop) {
     return state.objective - state.multiplier * normOf(loop) - state.cross;
 }
 
-bool isConverged(const ConvergedState& state, double tolerance) {
-    return !state.improved || state.predictedDecrease <= tolerance * state.objective;
-}
-
 // RMS misfits of the components, squared, over the target squared; 0 without valid data.
 std::vector<double> relativeMisfits(const ConvergedMode& mode, const InversionProblem& problem) {
     const double target = mode.state.settings.targetRms * mode.state.settings.targetRms;
@@ -145,6 +141,28 @@ bool holdsComponents(const ConvergedState& state) {
     return state.components.end == ComponentEnd::reached;
 }
 
+// What ends the solution with the present trade-off, factors and weights.
+AccuracyRule accuracyNow(const ConvergedMode& mode, const InversionProblem& problem) {
+    const ConvergedState& state = mode.state;
+    const double tolerance = state.settings.tolerance;
+    if (state.phase == ConvergedPhase::sparse) {
+        const double share = holdsComponents(state) ? smallestShare(mode, problem) : 1.0;
+        return {share * std::max(sparseAccuracy(state.sparse), tolerance)};
+    }
+    if (state.phase == ConvergedPhase::components) {
+        const std::vector<double> misfits = relativeMisfits(mode, problem);
+        return {smallestShare(mode, problem) * neededAccuracy(state.components, misfits, tolerance)};
+    }
+    const bool searching = state.settings.searchTradeoff && state.search.end == SearchEnd::searching;
+    return searching ? accuracyRule(state.search) : AccuracyRule{tolerance};
+}
+
+bool isConverged(const ConvergedMode& mode, const InversionLoop& loop) {
+    const ConvergedState& state = mode.state;
+    const double accuracy = accuracyAt(accuracyNow(mode, loop.problem), misfitOf(state, loop));
+    return !state.improved || state.remaining <= accuracy * state.objective;
+}
+
 void endRun(ConvergedMode& mode, InversionLoop& loop, ConvergedEnd end) {
     mode.state.end = end;
     loop.state.continueFlag = false;
@@ -159,6 +177,7 @@ void takeWeights(ConvergedMode& mode, const InversionProblem& problem, const Con
 void refreshTerms(ConvergedMode& mode, InversionLoop& loop) {
     const ScaledObjective found = evaluateObjective(loop.problem, mode.work, modelOf(loop.problem));
     loop.state.iterTerms = found.terms;
+    evaluateGradient(loop.problem, mode.work, modelOf(loop.problem));
     mode.state.stepsAtTradeoff = 0;
 }
 
@@ -201,8 +220,7 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     const double norm = normOf(loop);
     const double multiplier = state.multiplier;
     const double misfit = misfitOf(state, loop);
-    const bool last = search.end != SearchEnd::searching;
-    if (!isConverged(state, last ? search.finalAccuracy : neededAccuracy(search, misfit))) {
+    if (!isConverged(mode, loop)) {
         return;
     }
     if (search.end != SearchEnd::searching) {  // the best trade-off was solved once more
@@ -213,7 +231,7 @@ void advanceSearch(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     trial.multiplier = multiplier;
     trial.misfit = misfit;
     trial.modelNorm = norm;
-    trial.remaining = state.objective > 0.0 ? state.predictedDecrease / state.objective : 0.0;
+    trial.remaining = state.objective > 0.0 ? state.remaining / state.objective : 0.0;
     trial.products = state.products;
     trial.iteration = loop.state.iteration;
     trial.rms = rmsOf(loop.problem);
@@ -232,8 +250,7 @@ void advanceComponents(ConvergedMode& mode, InversionLoop& loop, const Converged
     ConvergedState& state = mode.state;
     ComponentSearch& search = state.components;
     const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
-    const double share = smallestShare(mode, loop.problem);
-    if (!isConverged(state, share * neededAccuracy(search, misfits, state.settings.tolerance))) {
+    if (!isConverged(mode, loop)) {
         return;
     }
     ComponentTrial trial;
@@ -260,8 +277,7 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     SparseState& sparse = state.sparse;
     const double misfit = misfitOf(state, loop);
     const std::vector<double> misfits = relativeMisfits(mode, loop.problem);
-    const double share = holdsComponents(state) ? smallestShare(mode, loop.problem) : 1.0;
-    if (!isConverged(state, share * std::max(sparseAccuracy(sparse), state.settings.tolerance))) {
+    if (!isConverged(mode, loop)) {
         return;
     }
     if (!holdsComponents(state) && adjustTradeoff(sparse, misfit, state.multiplier)) {
@@ -320,6 +336,8 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     loop.state.barrier = Barrier{};  // bounds are kept exactly
     InversionOptions& options = records.options;
     options.maxIterations = std::max(options.maxIterations, options.startIteration + mostNewtonSteps);
+    // A step begins with the gradient of the data, also after a stop.
+    evaluateGradient(problem, mode.work, modelOf(problem));
     if (state.begun) {
         options.multiplier = state.multiplier;
         mode.work.data.productCount = state.products;
@@ -333,6 +351,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     } else if (state.settings.searchTradeoff) {
         beginSearch(mode, problem, options);
     }
+    evaluateGradient(problem, mode.work, modelOf(problem));
     state.multiplier = options.multiplier;
     state.products = mode.work.data.productCount;
 }
@@ -341,7 +360,7 @@ bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const Converged
     ConvergedState& state = mode.state;
     records.options.multiplier = state.multiplier;
     NewtonLimits limits;
-    limits.accuracy = state.settings.tolerance;
+    limits.accuracy = accuracyNow(mode, loop.problem);
     const NewtonResult result = takeNewtonStep(loop.problem, mode.work, currentObjective(mode, loop), limits);
     if (result.stopped) {
         return false;
@@ -350,8 +369,8 @@ bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const Converged
         state.firstGradientNorm = result.gradientNorm;
     }
     ++state.stepsAtTradeoff;
-    state.gradientNorm = result.gradientNorm;
-    state.predictedDecrease = result.predictedDecrease;
+    state.gradientNorm = result.gradientNormAfter;
+    state.remaining = result.remaining;
     state.objective = result.reached.objective;
     state.cross = result.reached.cross;
     state.improved = result.improved;
@@ -375,7 +394,7 @@ void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Conver
         advanceComponents(mode, loop, records);
     } else if (state.settings.searchTradeoff) {
         advanceSearch(mode, loop, records);
-    } else if (isConverged(state, state.settings.tolerance)) {
+    } else if (isConverged(mode, loop)) {
         beginNextPhase(mode, loop, records);
     }
     state.products = mode.work.data.productCount;

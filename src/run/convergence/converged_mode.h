@@ -32,7 +32,7 @@ namespace voxlith {
 struct ConvergedSettings {
     bool searchTradeoff = false;  // --target-rms
     double targetRms = 1.0;
-    double tolerance = 1.0e-6;  // predicted decrease of phi over phi at the end
+    double tolerance = 1.0e-6;  // estimate of phi less its minimum, over phi, at the end
     bool perComponent = false;  // --per-component
     ModelNorm modelNorm = ModelNorm::smooth;
     CrossGradientSettings cross;  // --cross-gradient
@@ -50,8 +50,8 @@ enum class ConvergedPhase : std::int32_t { tradeoff, components, sparse };
 struct ConvergedState {
     ConvergedSettings settings;
     bool begun = false;
-    double multiplier = 0;         // of the next step
-    double predictedDecrease = 0;  // of the last step
+    double multiplier = 0;  // of the next step
+    double remaining = 0;   // estimate of phi less its minimum
     double gradientNorm = 0, firstGradientNorm = 0;
     double objective = 0;
     double cross = 0;  // beta phi_x, a part of the objective

@@ -76,10 +76,10 @@ void reportSparseNorm(const ConvergedMode& mode, InversionLoop& loop) {
 
 void reportAccuracy(ConvergedMode& mode, InversionLoop& loop) {
     const ConvergedState& state = mode.state;
-    const double relative = state.objective > 0.0 ? state.predictedDecrease / state.objective : 0.0;
+    const double relative = state.objective > 0.0 ? state.remaining / state.objective : 0.0;
     switch (state.end) {
         case ConvergedEnd::tolerance:
-            say(loop, "Converged: the last step promised to lower the objective by " + shortNumber(relative) +
+            say(loop, "Converged: the objective can fall by about " + shortNumber(relative) +
                           " of it; norm of the projected gradient " + shortNumber(state.gradientNorm) + ", " +
                           shortNumber(state.firstGradientNorm) + " at the first step with this trade-off");
             break;
@@ -88,8 +88,7 @@ void reportAccuracy(ConvergedMode& mode, InversionLoop& loop) {
             break;
         default:
             say(loop, "Not converged: the limit of " + std::to_string(mostNewtonSteps) +
-                          " steps is reached; the last step promised to lower the objective by " +
-                          shortNumber(relative) + " of it");
+                          " steps is reached; the objective can fall by about " + shortNumber(relative) + " of it");
             break;
     }
     if (state.phase == ConvergedPhase::sparse) {
@@ -127,7 +126,7 @@ double rmsAfterSteps(ConvergedMode& mode, InversionLoop& loop, std::span<const s
     for (std::int32_t step = 0; step < mostSteps; ++step) {
         const NewtonResult result = takeNewtonStep(problem, mode.work, current, NewtonLimits{});
         current = result.reached;
-        if (!result.improved || result.predictedDecrease <= enough * current.objective) {
+        if (!result.improved || result.remaining <= enough * current.objective) {
             break;
         }
     }

@@ -140,7 +140,7 @@ void moveBy(NewtonWork& work, double share, double target, InteriorPoint& point)
 InteriorSolution moveInterior(const InversionProblem& problem, NewtonWork& work, double target, InteriorPoint& point) {
     constexpr SolveLimits limits{0.1, 400};
     setUpSystem(work, target, point);
-    const SolveResult solved = solveForStep(problem, work, limits, point.diagonal);
+    const SolveResult solved = solveForStep(problem, work, limits, SolveGoal{}, point.diagonal);
     if (solved.stopped) {
         return {infinite, true};
     }

@@ -1,6 +1,7 @@
 #include "run/convergence/newton_solve.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "run/stop_signal.h"
@@ -34,6 +35,46 @@ double dot(NewtonWork& work, std::span<const double> a, std::span<const double> 
     return blockedProduct(a, b, work.blockSums);
 }
 
+using LastLengths = std::array<double, 4>;
+
+// work.dataStep, the residuals after the step, for `length` more of the direction.
+void addDataStep(NewtonWork& work, double length) {
+    for (std::size_t n = 0; n < work.dataStep.size(); ++n) {
+        work.dataStep[n] += length * work.dataVector[n];
+    }
+}
+
+bool keepsWithinBounds(const InversionProblem& problem, const NewtonWork& work) {
+    const std::span<const double> model = modelOf(problem);
+    for (std::size_t n = 0; n < model.size(); ++n) {
+        const double moved = model[n] + work.step[n];
+        if (work.isFree[n] != 0 && (moved < work.lower[n] || moved > work.upper[n])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// `rz` is the square of the residual in the norm of the preconditioner.
+bool isSolved(const InversionProblem& problem, const NewtonWork& work, const SolveLimits& limits, const SolveGoal& goal,
+              double rz, double rzEnd, const SolveResult& result) {
+    constexpr std::int32_t timesMost = 5;  // steps of a solution within the bounds, over those of others
+    constexpr double margin = 0.5;
+    if (rz > rzEnd && result.steps < limits.mostSteps) {
+        return false;
+    }
+    if (!(goal.objective > 0.0 && rz > 0.0) || result.steps >= timesMost * limits.mostSteps) {
+        return true;
+    }
+    double squares = 0.0;
+    for (const double value : work.dataStep) {
+        squares += value * value;
+    }
+    const double accuracy = accuracyAt(goal.accuracy, squares / problem.obs.nData);
+    const double left = goal.objective - result.predictedDecrease;
+    return rz * result.inverseCurvature <= margin * accuracy * left || !keepsWithinBounds(problem, work);
+}
+
 }  // namespace
 
 void precondition(const InversionProblem& problem, NewtonWork& work) {
@@ -42,6 +83,12 @@ void precondition(const InversionProblem& problem, NewtonWork& work) {
         applyMultigrid(problem.regularisation(), std::span<const double>(work.residual).subspan(type * cells, cells),
                        work.grids[type], std::span(work.preconditioned).subspan(type * cells, cells));
     }
+}
+
+double preconditionedSquare(const InversionProblem& problem, NewtonWork& work) {
+    updatePreconditioner(problem, work, {});
+    precondition(problem, work);
+    return dot(work, work.residual, work.preconditioned);
 }
 
 void applyHessian(const InversionProblem& problem, NewtonWork& work) {
@@ -57,9 +104,10 @@ void applyHessian(const InversionProblem& problem, NewtonWork& work) {
 }
 
 SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, const SolveLimits& limits,
-                         std::span<const double> extraDiagonal) {
+                         const SolveGoal& goal, std::span<const double> extraDiagonal) {
     SolveResult result;
     std::fill(work.step.begin(), work.step.end(), 0.0);
+    scaledResiduals(problem, work.data, work.dataStep);
     updatePreconditioner(problem, work, extraDiagonal);
     precondition(problem, work);
     work.direction = work.preconditioned;
@@ -67,7 +115,8 @@ SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, cons
     const double rzStart = rz;
     result.residualNorm = std::sqrt(rz);
     const double rzEnd = limits.tolerance * limits.tolerance * rzStart;
-    while (rz > rzEnd && result.steps < limits.mostSteps) {
+    LastLengths lengths{};
+    while (!isSolved(problem, work, limits, goal, rz, rzEnd, result)) {
         if (signalOfRanks() != 0) {
             result.stopped = true;
             break;
@@ -81,11 +130,14 @@ SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, cons
             break;
         }
         const double length = rz / curvature;
+        addDataStep(work, length);
         for (std::size_t n = 0; n < work.step.size(); ++n) {
             work.step[n] += length * work.direction[n];
             work.residual[n] -= length * work.product[n];
         }
         result.predictedDecrease += length * rz;
+        lengths[static_cast<std::size_t>(result.steps) % lengths.size()] = length;
+        result.inverseCurvature = *std::max_element(lengths.begin(), lengths.end());
         ++result.steps;
         precondition(problem, work);
         const double rzNew = dot(work, work.residual, work.preconditioned);

@@ -10,6 +10,7 @@
 #include <span>
 
 #include "inversion/inversion_problem.h"
+#include "run/convergence/accuracy_rule.h"
 #include "run/convergence/newton_work.h"
 
 namespace voxlith {
@@ -19,9 +20,17 @@ struct SolveLimits {
     std::int32_t mostSteps = 60;
 };
 
+// Where phi is quadratic: a step that keeps within the bounds is solved on until phi is as near its minimum as
+// `accuracy` wants.
+struct SolveGoal {
+    AccuracyRule accuracy{};
+    double objective = 0;  // phi at the model; 0 where only SolveLimits count
+};
+
 struct SolveResult {
     double predictedDecrease = 0;  // of phi by the step
     double residualNorm = 0;       // of the right side, in the norm of the preconditioner
+    double inverseCurvature = 1;   // largest of the last steps: of H^-1, in the norm of the preconditioner
     std::int32_t steps = 0;
     bool stopped = false;  // by a signal, see run/stop_signal.h: the step is of no use
 };
@@ -32,9 +41,12 @@ void applyHessian(const InversionProblem& problem, NewtonWork& work);
 // work.preconditioned = preconditioner times work.residual, as solveForStep has set it up last.
 void precondition(const InversionProblem& problem, NewtonWork& work);
 
+// The square of work.residual in the norm of the preconditioner for the present free cells.
+double preconditionedSquare(const InversionProblem& problem, NewtonWork& work);
+
 // work.step = an approximate solution for the right side work.residual, which becomes what is left of it.
 // `extraDiagonal` is D by cell, or empty for none.
 SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, const SolveLimits& limits,
-                         std::span<const double> extraDiagonal);
+                         const SolveGoal& goal, std::span<const double> extraDiagonal);
 
 }  // namespace voxlith

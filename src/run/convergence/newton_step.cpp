@@ -1,6 +1,7 @@
 #include "run/convergence/newton_step.h"
 
 #include <algorithm>
+#include <cmath>
 #include <span>
 
 #include "run/convergence/interior_point.h"
@@ -41,13 +42,19 @@ bool search(const InversionProblem& problem, NewtonWork& work, std::int32_t most
     return search.found.has_value();
 }
 
+double squareOfFreeGradient(const InversionProblem& problem, NewtonWork& work) {
+    takeNegativeGradient(work);
+    return preconditionedSquare(problem, work);
+}
+
 void takeProjectedStep(const InversionProblem& problem, NewtonWork& work, const SolveLimits& limits,
-                       NewtonResult& result) {
+                       const SolveGoal& goal, NewtonResult& result) {
     constexpr std::int32_t trialsOfStep = 10, trialsOfGradient = 30;
     takeNegativeGradient(work);
-    const SolveResult solved = solveForStep(problem, work, limits, {});
+    const SolveResult solved = solveForStep(problem, work, limits, goal, {});
     result.predictedDecrease = solved.predictedDecrease;
     result.gradientNorm = solved.residualNorm;
+    result.inverseCurvature = solved.inverseCurvature;
     result.stopped = solved.stopped;
     if (result.stopped) {
         return;
@@ -73,9 +80,19 @@ void takeInteriorStep(const InversionProblem& problem, NewtonWork& work, double 
     }
     evaluateGradient(problem, work, modelOf(problem));
     if (search(problem, work, mostTrials, result)) {
-        result.predictedDecrease = solution.remaining;
+        result.remaining = solution.remaining;
     } else {
         evaluateObjective(problem, work, modelOf(problem));
+    }
+}
+
+// After the step: the gradient at its end, and by its preconditioned norm how far phi can fall from there.
+void estimateRemaining(const InversionProblem& problem, NewtonWork& work, NewtonResult& result) {
+    evaluateGradient(problem, work, modelOf(problem));
+    const double square = findFreeCells(problem, work) > 0 ? squareOfFreeGradient(problem, work) : 0.0;
+    result.gradientNormAfter = std::sqrt(square);
+    if (!std::isfinite(result.remaining)) {  // an interior step has its own bound
+        result.remaining = square * result.inverseCurvature;
     }
 }
 
@@ -89,26 +106,30 @@ NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, c
     result.reached = current;
     evaluateGradient(problem, work, model);
     if (findFreeCells(problem, work) == 0) {
+        result.remaining = 0.0;
         return result;
     }
     work.startModel.assign(model.begin(), model.end());
-    takeProjectedStep(problem, work, limits.solve, result);
+    const bool quadratic = !work.data.amplitude && work.cross.weight == 0.0;
+    const SolveGoal goal{limits.accuracy, quadratic ? current.objective : 0.0};
+    takeProjectedStep(problem, work, limits.solve, goal, result);
     if (!result.improved && !result.stopped) {
         evaluateObjective(problem, work, model);  // predictions of the trial become those of the model again
     }
     const double decrease = current.objective - result.reached.objective;
-    const bool quadratic = !work.data.amplitude && work.cross.weight == 0.0;
-    if (!result.stopped && quadratic && hasBounds(work) &&
-        result.predictedDecrease > limits.accuracy * current.objective &&
+    const double accuracy = accuracyAt(limits.accuracy, result.reached.misfit);
+    if (!result.stopped && quadratic && hasBounds(work) && result.predictedDecrease > accuracy * current.objective &&
         decrease < leastShare * result.predictedDecrease) {
         // Many cells meet their bounds early on the way: steps would alternate between sets of free cells.
-        takeInteriorStep(problem, work, limits.accuracy, result);
+        takeInteriorStep(problem, work, accuracy, result);
     }
     if (result.stopped) {
         std::copy(work.startModel.begin(), work.startModel.end(), model.begin());
         result.reached = evaluateObjective(problem, work, model);
         result.improved = false;
+        return result;
     }
+    estimateRemaining(problem, work, result);
     return result;
 }
 

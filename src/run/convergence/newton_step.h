@@ -8,7 +8,9 @@
 // minimum. Where the projection leaves next to nothing of a step, as with small standard deviations, cells that
 // alternate between free and held would make progress slow: a primal-dual interior-point method then finds the minimum
 // within the bounds (Wright 1997; with the same conjugate gradients), except for amplitude data and coupled properties.
-// Bounds are kept exactly, so positivity needs no barrier.
+// How far phi is above its minimum is estimated by the gradient after the step, in the norm of the preconditioner,
+// times the largest inverse curvature of the last conjugate gradients. Bounds are kept exactly, so positivity needs no
+// barrier.
 //
 //   D. P. Bertsekas, Projected Newton methods for optimization problems with simple constraints, SIAM J. Control and
 //   Optimization 20, 1982. J. J. More and G. Toraldo, On the solution of large quadratic programming problems with
@@ -18,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "inversion/inversion_problem.h"
 #include "run/convergence/newton_solve.h"
@@ -27,13 +30,16 @@ namespace voxlith {
 
 struct NewtonLimits {
     SolveLimits solve;
-    double accuracy = 1.0e-6;  // promised decrease over the objective that ends the run
+    AccuracyRule accuracy{};  // that ends the run
 };
 
 struct NewtonResult {
-    ScaledObjective reached;       // at the new model
-    double predictedDecrease = 0;  // of phi, by the solved step without its projection
-    double gradientNorm = 0;       // of the projected gradient at the model before the step, in the preconditioned norm
+    ScaledObjective reached;                                     // at the new model
+    double predictedDecrease = 0;                                // of phi, by the solved step without its projection
+    double inverseCurvature = 1;                                 // of the solved system, see SolveResult
+    double remaining = std::numeric_limits<double>::infinity();  // estimate of phi less its minimum after the step
+    // Of the projected gradient before and after the step, in the norm of the preconditioner.
+    double gradientNorm = 0, gradientNormAfter = 0;
     std::int32_t trials = 0;
     bool improved = false;  // false: the model is unchanged, no step lowers phi in rounding
     bool stopped = false;   // by a signal, see run/stop_signal.h: the model is that before the step

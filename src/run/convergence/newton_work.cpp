@@ -119,14 +119,15 @@ NewtonWork prepareNewton(const InversionProblem& problem) {
     takeBounds(problem, work);
     projectStart(problem, work);
     for (std::vector<double>* array :
-         {&work.dataDiagonal, &work.normDiagonal, &work.gradient, &work.step, &work.residual, &work.direction,
-          &work.preconditioned, &work.product, &work.trial}) {
+         {&work.dataDiagonal, &work.normDiagonal, &work.gradient, &work.dataGradient, &work.step, &work.residual,
+          &work.direction, &work.preconditioned, &work.product, &work.trial}) {
         array->assign(size, 0.0);
     }
     work.grids.assign(problem.modelTypes(), makeMultigrid(problem.mesh, hasVerticalTerms(problem.style())));
     work.scaled.assign(cells, 0.0);
     work.isFree.assign(size, 0);
     work.dataVector.assign(work.data.validData.size(), 0.0);
+    work.dataStep.assign(work.data.validData.size(), 0.0);
     work.blockSums.assign(size / sumBlock + 1, 0.0);
     updateDataDiagonal(problem, work);
     eachModelType(problem, [&](std::size_t first) {
@@ -140,12 +141,14 @@ NewtonWork prepareNewton(const InversionProblem& problem) {
 void setComponentScales(const InversionProblem& problem, std::span<const double> scales, NewtonWork& work) {
     std::copy(scales.begin(), scales.end(), work.data.componentScale.begin());
     updateDataDiagonal(problem, work);
+    work.hasDataGradient = false;
 }
 
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {
     ScaledObjective found;
     found.terms = calcObjective(problem, Barrier{}, model);
     work.data.productCount += static_cast<std::int64_t>(problem.products.products.size());
+    work.hasDataGradient = false;
     found.misfit = linearise(problem, work.data);
     found.cross = work.cross.weight * crossGradientNorm(work.cross, model);
     found.objective =
@@ -154,12 +157,16 @@ ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& w
 }
 
 void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {
-    scaledResiduals(problem, work.data, work.dataVector);
-    applyTransposedJacobian(problem, work.data, work.dataVector, work.gradient);
-    const double nData = problem.obs.nData;
-    for (double& value : work.gradient) {
-        value /= nData;
+    if (!work.hasDataGradient) {
+        scaledResiduals(problem, work.data, work.dataVector);
+        applyTransposedJacobian(problem, work.data, work.dataVector, work.dataGradient);
+        const double nData = problem.obs.nData;
+        for (double& value : work.dataGradient) {
+            value /= nData;
+        }
+        work.hasDataGradient = true;
     }
+    work.gradient = work.dataGradient;
     addNormOfTypes(problem, work, GradientMode::gradient, model, work.gradient);
     addCrossGradient(work.cross, model, work.gradient);
     for (std::size_t n = 0; n < work.gradient.size(); ++n) {

@@ -19,15 +19,18 @@
 namespace voxlith {
 
 // Work arrays; nothing in them lasts from one step to the next except the bounds, `dataDiagonal` and `normDiagonal`,
-// which prepareNewton and setComponentScales compute.
+// which prepareNewton and setComponentScales compute, and `dataGradient`.
 struct NewtonWork {
     DataOperator data;
     CrossGradient cross;                             // beta phi_x in phi, g and H; none by default
     std::vector<double> lower, upper;                // bounds by cell, infinite where there are none
     std::vector<double> dataDiagonal, normDiagonal;  // estimates of diag(J'J)/N, diag(R)
     std::vector<double> gradient, step, residual, direction, preconditioned, product, scaled, trial;
+    std::vector<double> dataGradient;  // J' r / N, of obs.predData and the component scales while `hasDataGradient`
+    bool hasDataGradient = false;
     std::vector<double> startModel;  // before a step that can be given up
     std::vector<double> dataVector;  // nData by component
+    std::vector<double> dataStep;    // nData by component: residuals after a step
     std::vector<double> blockSums;   // of inner products
     std::vector<std::uint8_t> isFree;
     std::vector<Multigrid> grids;  // by model type
@@ -54,7 +57,7 @@ void setComponentScales(const InversionProblem& problem, std::span<const double>
 // phi at `model`, with obs.predData and the derivative of the data taken there.
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);
 
-// work.gradient = g at `model`, directly after evaluateObjective there.
+// work.gradient = g at `model`, where evaluateObjective was called last. Takes products only the first time there.
 void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);
 
 // out += mu R (vector - reference), or mu R vector for a Hessian product; all model types.

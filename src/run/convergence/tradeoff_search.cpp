@@ -13,8 +13,10 @@ namespace voxlith {
 
 namespace {
 
-constexpr double smallestSlope = 0.3, largestSlope = 2.0;   // of log(phi_d) over log(mu), for extrapolation
-constexpr double smallestRatio = 1.5, largestRatio = 30.0;  // of one trade-off to the next while there is no bracket
+constexpr double smallestSlope = 0.3, largestSlope = 2.0;  // of log(phi_d) over log(mu), for extrapolation
+constexpr double farSlope = 1.0;                           // the smallest one far from the target
+constexpr double largestRatio = 30.0;                      // of one trade-off to the next while there is no bracket
+constexpr double ratioOfFlat = 1.5;                        // the smallest one where the misfit hardly changes
 constexpr double narrowBracket = 1.03;
 
 double logRatio(const TradeoffSearch& search, double misfit) {
@@ -53,16 +55,20 @@ double slopeOfLastTrials(const TradeoffSearch& search) {
 }
 
 double extrapolate(const TradeoffSearch& search, const TradeoffTrial& trial) {
-    const double slope = std::clamp(slopeOfLastTrials(search), smallestSlope, largestSlope);
-    const double wanted = -logRatio(search, trial.misfit) / slope;
-    const double size = std::clamp(std::abs(wanted), std::log(smallestRatio), std::log(largestRatio));
+    // Slopes grow with the misfit at first: a small one would lead past the target, to solutions that cost the most.
+    const double distance = logRatio(search, trial.misfit);
+    const double least = distance > std::log(4.0) ? farSlope : smallestSlope;
+    const double slope = slopeOfLastTrials(search);
+    const double wanted = -distance / std::clamp(slope, least, largestSlope);
+    const double smallest = slope < smallestSlope ? std::log(ratioOfFlat) : 0.0;
+    const double size = std::clamp(std::abs(wanted), smallest, std::log(largestRatio));
     return trial.multiplier * std::exp(wanted < 0 ? -size : size);
 }
 
 double interpolate(const TradeoffSearch& search) {
     const double span = std::log(search.misfitUpper / search.misfitLower);
     const double share = span > 0 ? -std::log(search.misfitLower / search.target) / span : 0.5;
-    return search.lower * std::pow(search.upper / search.lower, std::clamp(share, 0.1, 0.9));
+    return search.lower * std::pow(search.upper / search.lower, std::clamp(share, 0.03, 0.97));
 }
 
 // The model is still next to nothing: a few data with tiny standard deviations make the first trade-offs huge.
@@ -114,15 +120,8 @@ bool misfitIsSmallAnyway(const TradeoffSearch& search) {
 
 }  // namespace
 
-double neededAccuracy(const TradeoffSearch& search, double misfit) {
-    const double distance = std::abs(logRatio(search, misfit));
-    if (distance > std::log(4.0)) {
-        return 0.1;
-    }
-    if (distance > std::log(1.3)) {
-        return 1.0e-2;
-    }
-    return distance > acceptedLog(search) ? 1.0e-3 : search.finalAccuracy;
+AccuracyRule accuracyRule(const TradeoffSearch& search) {
+    return {search.finalAccuracy, search.target, search.tolerance};
 }
 
 double chooseTradeoff(TradeoffSearch& search, const TradeoffTrial& trial) {
@@ -154,7 +153,9 @@ double chooseTradeoff(TradeoffSearch& search, const TradeoffTrial& trial) {
         (trial.misfit > search.target ? search.lower : search.upper) = 0;
         return extrapolate(search, trial);
     }
-    return interpolate(search);
+    // The ends of the bracket can be far or inaccurate: the last two trials know better where they agree with it.
+    const double next = extrapolate(search, trial);
+    return next > search.lower && next < search.upper ? next : interpolate(search);
 }
 
 void writeTradeoffTable(const std::string& fileName, const TradeoffSearch& search) {

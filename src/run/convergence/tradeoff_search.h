@@ -12,13 +12,15 @@
 #include <string>
 #include <type_traits>
 
+#include "run/convergence/accuracy_rule.h"
+
 namespace voxlith {
 
 struct TradeoffTrial {
     double multiplier = 0;
     double misfit = 0;           // phi_d
     double modelNorm = 0;        // phi_m
-    double remaining = 0;        // predicted decrease of phi over phi when the trial ended: its accuracy
+    double remaining = 0;        // estimate of phi less its minimum, over phi, when the trial ended: its accuracy
     std::int64_t products = 0;   // since the start of the run
     std::int32_t iteration = 0;  // the last one with this trade-off
     double rms = 0;              // over all valid data, without factors of components
@@ -47,8 +49,8 @@ struct TradeoffSearch {
 };
 static_assert(std::is_trivially_copyable_v<TradeoffSearch>);
 
-// The accuracy (predicted decrease over phi) that a trial needs before the next decision, by its misfit.
-double neededAccuracy(const TradeoffSearch& search, double misfit);
+// The accuracy that a trial needs before the next decision.
+AccuracyRule accuracyRule(const TradeoffSearch& search);
 
 // Takes a trial that is accurate enough and returns the next trade-off, or the same one when it needs more accuracy.
 // Sets search.end when there is none after it; the result is then the trade-off of the final model.

@@ -89,7 +89,7 @@ ScaledObjective minimise(SmallProblem& small, NewtonWork& work, int mostSteps = 
     for (int step = 0; step < mostSteps; ++step) {
         const NewtonResult result = takeNewtonStep(small.problem(), work, current, {{1e-3, 200}});
         current = result.reached;
-        if (!result.improved || result.predictedDecrease < 1e-15 * current.objective) {
+        if (!result.improved || result.remaining < 1e-15 * current.objective) {
             break;
         }
     }
@@ -157,6 +157,21 @@ TEST(NewtonStep, FindsTheBoundedMinimumOfAnotherMethod) {
             atBounds += small.arrays.model[n] <= -0.2 || small.arrays.model[n] >= 0.3 ? 1 : 0;
         }
         EXPECT_GT(atBounds, 3);
+    }
+}
+
+TEST(NewtonStep, NeedsOneStepWithoutBoundsAndKnowsHowNearItIs) {
+    for (const double accuracy : {1e-2, 1e-4, 1e-8}) {
+        SmallProblem small(SmallOptions{});
+        NewtonWork work = prepareNewton(small.problem());
+        const ScaledObjective start = evaluateObjective(small.problem(), work, small.arrays.model);
+        const NewtonResult result = takeNewtonStep(small.problem(), work, start, {{}, {accuracy}});
+        EXPECT_LE(result.remaining, accuracy * result.reached.objective);
+        const std::int64_t products = work.data.productCount;
+        evaluateGradient(small.problem(), work, small.arrays.model);
+        EXPECT_EQ(work.data.productCount, products);
+        const ScaledObjective minimum = minimise(small, work);
+        EXPECT_LE(result.reached.objective - minimum.objective, accuracy * minimum.objective);
     }
 }
 
