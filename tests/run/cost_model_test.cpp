@@ -26,7 +26,8 @@ TEST(CostModel, givesTheTableOfSizes) {
 
 TEST(CostModel, processesShareCoefficientsAndNotTheModel) {
     EXPECT_DOUBLE_EQ(bytesOfProcess(sizeM, 1) - bytesOfProcess(sizeM, 4), 8 * sizeM.coefficients * 0.75);
-    EXPECT_LT(secondsOfIteration(sizeM, {4, 16}), secondsOfIteration(sizeM, {1, 16}));
+    const RunSize moreRows = sizeWith(1e7, 1e6, 9000);
+    EXPECT_LT(secondsOfIteration(moreRows, {4, 16}), secondsOfIteration(moreRows, {1, 16}));
     RunSize withoutRows = sizeM;
     withoutRows.coefficients = 0;
     EXPECT_GT(secondsOfIteration(withoutRows, {4, 16}), secondsOfIteration(withoutRows, {1, 16}));

@@ -87,7 +87,8 @@ CONVERGED = [converged, target_misfit]
 def launcher_of(ranks, mpirun='mpirun'):
     """The command in front of the program; processes of one machine may be more than its cores, which Open MPI must be told."""
     command = [mpirun, '-n', str(ranks)]
-    if 'Open MPI' not in subprocess.run([mpirun, '--version'], capture_output=True, text=True, check=True).stdout:
+    version = subprocess.run([mpirun, '--version'], capture_output=True, text=True, check=True).stdout
+    if 'Open MPI' not in version and 'OpenRTE' not in version:  # mpirun and mpiexec of Open MPI
         return command
     command += ['--oversubscribe', '--bind-to', 'none']
     return command + ['--allow-run-as-root'] if os.geteuid() == 0 else command
