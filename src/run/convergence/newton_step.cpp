@@ -86,13 +86,15 @@ void takeInteriorStep(const InversionProblem& problem, NewtonWork& work, double 
     }
 }
 
-// After the step: the gradient at its end, and by its preconditioned norm how far phi can fall from there.
-void estimateRemaining(const InversionProblem& problem, NewtonWork& work, NewtonResult& result) {
+// After the step: the gradient at its end, and by its preconditioned norm how far phi can fall from there. Where phi is
+// not quadratic that says too little: it may go on falling as much as the step promised.
+void estimateRemaining(const InversionProblem& problem, NewtonWork& work, bool quadratic, NewtonResult& result) {
     evaluateGradient(problem, work, modelOf(problem));
     const double square = findFreeCells(problem, work) > 0 ? squareOfFreeGradient(problem, work) : 0.0;
     result.gradientNormAfter = std::sqrt(square);
     if (!std::isfinite(result.remaining)) {  // an interior step has its own bound
-        result.remaining = square * result.inverseCurvature;
+        const double ofGradient = square * result.inverseCurvature;
+        result.remaining = quadratic ? ofGradient : std::max(ofGradient, result.predictedDecrease);
     }
 }
 
@@ -129,7 +131,7 @@ NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, c
         result.improved = false;
         return result;
     }
-    estimateRemaining(problem, work, result);
+    estimateRemaining(problem, work, quadratic, result);
     return result;
 }
 
