@@ -25,9 +25,9 @@ _EXAMPLES = """\
 Examples:
   voxlith-tools unstack . --control vector.inp
   voxlith-tools unstack run1 --control mixed.inp --out run1/properties --no-vtr
-Files: PROPERTY.mod for each property, amplitude.mod, inclination.mod, declination.mod of a magnetisation, mesh.msh,
-properties.vtr for ParaView, COMPONENT.csv with data and predictions, components.csv with the misfit of each, bodies.csv with
-position and moment of each magnetic body: connected cells of half the largest amplitude or more."""
+Files: mesh.msh and PROPERTY.mod for each property, with properties.vtr for ParaView; amplitude.mod, inclination.mod and
+declination.mod of a magnetisation; COMPONENT.csv with data and predictions, and components.csv with the misfit of each.
+bodies.csv has position and moment of each magnetic body: connected cells of half the largest amplitude or more."""
 
 _MOST_SHOWN = 5
 

@@ -294,7 +294,7 @@ TEST(InteriorPoint, SolutionIsTheMinimumWithinTheBounds) {
     const Vector start = small.arrays.model;
     const ScaledObjective current = evaluateObjective(small.problem(), work, start);
     const std::vector<double> predicted(small.obs.predData.begin(), small.obs.predData.end());
-    const NewtonLimits limits{{1e-3, 200}, 1e-12};
+    const NewtonLimits limits{{1e-3, 200}, {1e-12}};
     const auto begin = std::chrono::steady_clock::now();
     const NewtonResult whole = takeNewtonStep(small.problem(), work, current, limits);
     const auto duration = std::chrono::steady_clock::now() - begin;
