@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Runs of voxlith-run that converge, on surveys of the examples: the target misfit, the same minimum from several starting models, and
-the same bytes after a stop.
+"""Runs of voxlith-run that converge, on all surveys of the examples: the target misfit, the same minimum from several starting
+models, and the same bytes after a stop.
 
     converged_runs.py --build DIR
 """
@@ -16,7 +16,7 @@ import tempfile
 import time
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..')
-EXAMPLES = ('two_blocks', 'along_line', 'surface_density')
+EXAMPLES = os.path.join(ROOT, 'examples')
 RESULTS = ('voxlith.den', 'voxlith.pre', 'voxlith_error.dat', 'voxlith_tradeoff.csv')
 
 
@@ -40,6 +40,15 @@ def total_of(folder):
 def model_of(folder):
     with open(os.path.join(folder, 'voxlith.den')) as f:
         return [float(value) for value in f.read().split()]
+
+
+def examples():
+    return sorted(name for name in os.listdir(EXAMPLES) if os.path.exists(os.path.join(EXAMPLES, name, 'example.py')))
+
+
+def runs_of(folder):
+    """Folders of an example that have a control file."""
+    return sorted(place for place, _, names in os.walk(folder) if 'voxlith.inp' in names)
 
 
 def check_target(program, name, folder, failures):
@@ -121,11 +130,12 @@ def main():
     program = os.path.join(build, 'voxlith-run')
     failures = Failures()
     with tempfile.TemporaryDirectory() as work:
-        for name in EXAMPLES:
+        for name in examples():
             folder = os.path.join(work, name)
-            subprocess.run([sys.executable, os.path.join(ROOT, 'examples', 'run_example.py'), name, '--build', build, '--work', folder],
+            subprocess.run([sys.executable, os.path.join(EXAMPLES, 'run_example.py'), name, '--build', build, '--work', folder],
                            check=True, stdout=subprocess.DEVNULL)
-            check_target(program, name, folder, failures)
+            for place in runs_of(folder):
+                check_target(program, os.path.relpath(place, work), place, failures)
         check_starts(program, os.path.join(work, 'two_blocks'), failures)
         check_stop(program, os.path.join(work, 'two_blocks'), failures)
         check_compact(build, os.path.join(work, 'two_blocks'), failures)
