@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Mapping
+from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
 from typing import Any
 from xml.sax.saxutils import escape
@@ -193,6 +193,13 @@ class Model:
         write_vtr(path, [self])
 
 
+def common_mesh(models: Sequence[Model], what: str) -> Mesh:
+    """The mesh that all models have. Raises UsageError, which begins with `what`, without models or for several meshes."""
+    if not models or any(model.mesh != models[0].mesh for model in models):
+        raise UsageError(f"{what}: expected one or more models of the same mesh")
+    return models[0].mesh
+
+
 def models_to_vtk(models: list[Model]) -> Any:
     """One ``vtkRectilinearGrid`` with several models of the same mesh as its cell data.
 
@@ -205,14 +212,12 @@ def models_to_vtk(models: list[Model]) -> Any:
     MissingPackageError
         Without VTK.
     """
-    if not models or any(model.mesh != models[0].mesh for model in models):
-        raise UsageError("VTK grid: expected one or more models of the same mesh")
+    mesh = common_mesh(models, "VTK grid")
     names = [model.name for model in models]
     if len(set(names)) != len(names):
         raise UsageError(f"VTK grid: expected names that differ, found {', '.join(names)}")
     data_model = require("vtkmodules.vtkCommonDataModel", "VTK grids")
     support = require("vtkmodules.util.numpy_support", "VTK grids")
-    mesh = models[0].mesh
     grid = data_model.vtkRectilinearGrid()
     grid.SetDimensions(mesh.nx + 1, mesh.ny + 1, mesh.nz + 1)
     for name, put, nodes in (("x", grid.SetXCoordinates, mesh.x_nodes), ("y", grid.SetYCoordinates, mesh.y_nodes),

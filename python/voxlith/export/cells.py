@@ -8,10 +8,10 @@ from collections.abc import Sequence
 
 import numpy as np
 
-from ..errors import PathLike, UsageError
+from ..errors import PathLike
 from ..io.numbers import number_text
 from ..io.output import open_output
-from ..model import Model
+from ..model import Model, common_mesh
 
 _AT_ONCE = 1 << 15
 _POSITIONS = ("x", "y", "elevation", "width_x", "width_y", "thickness")
@@ -41,9 +41,7 @@ def write_cells_csv(path: PathLike, models: Sequence[Model], layers: Sequence[in
     FileError
         When the file cannot be written.
     """
-    if not models or any(model.mesh != models[0].mesh for model in models):
-        raise UsageError("CSV of cells: expected one or more models of the same mesh")
-    mesh = models[0].mesh
+    mesh = common_mesh(models, "CSV of cells")
     shown = np.any([model.shown for model in models], axis=0)
     if layers is not None:
         shown &= np.isin(np.arange(mesh.n_cells) % mesh.nz, list(layers))

@@ -17,7 +17,7 @@ from ..io.numbers import number_text
 from ..io.output import open_output
 from ..memory import require_memory
 from ..mesh import Mesh
-from ..model import Model
+from ..model import Model, common_mesh
 from ..section import Section, section_across, section_between, straight_line
 from ..side_file import SideInfo, write_side_file
 from ..survey import Survey
@@ -115,9 +115,7 @@ def write_section_csv(path: PathLike, models: Sequence[Model], section: Section)
     FileError
         When the file cannot be written.
     """
-    if not models or any(model.mesh != models[0].mesh for model in models):
-        raise UsageError("CSV of a section: expected one or more models of the same mesh")
-    mesh = models[0].mesh
+    mesh = common_mesh(models, "CSV of a section")
     middle, widths = 0.5 * (section.nodes[1:] + section.nodes[:-1]), np.diff(section.nodes)
     x, y = section.points(middle)
     planes = [shown_cube(model)[:, section.i, section.j] for model in models]
