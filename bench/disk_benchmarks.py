@@ -58,7 +58,10 @@ class Stops:
 
 
 def iteration_seconds(run, command, address_space=None, cold=False):
-    """Wall seconds of an iteration without stops, from the lines on the screen."""
+    """Median of the wall seconds of single iterations without stops, from the lines on the screen.
+
+    voxlith-run writes a checkpoint after some of them, which takes several times as long as an iteration.
+    """
     large_survey.write_run(run.folder, LAST + 1)
     child = whole_run_benchmarks.start_limited([*command, 'voxlith.inp'], run.folder, address_space)
     stops, begun, text, ends = Stops(child, run), False, b'', {}
@@ -70,8 +73,8 @@ def iteration_seconds(run, command, address_space=None, cold=False):
             text += part
             begun = begun or b'Begin iterations' in text
             rows = re.findall(rb'(?m)^ *(\d+) +[\d.]+ +[\d.]+ +[\d.]+ .*\n', text)
-            if rows and int(rows[-1]) not in ends:
-                ends[int(rows[-1])] = time.perf_counter() - stops.seconds
+            for row in rows:
+                ends.setdefault(int(row), time.perf_counter() - stops.seconds)
         if cold and begun:
             stops.look()
     child.kill()
@@ -80,7 +83,7 @@ def iteration_seconds(run, command, address_space=None, cold=False):
     with open(run.path('voxlith.log')) as f:
         if address_space and 'MTX file accessed from disk' not in f.read():
             raise RuntimeError('the run did not go to disk')
-    return (ends[LAST] - ends[FIRST]) / (LAST - FIRST)
+    return statistics.median(ends[i] - ends[i - 1] for i in range(FIRST + 1, LAST + 1))
 
 
 def run(settings, name):

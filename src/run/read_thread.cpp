@@ -3,11 +3,26 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
 namespace voxlith {
 
 namespace {
+
+// Waits for what the other thread does next, awake at first: to wake a thread that sleeps can take longer than to read
+// or to use a block.
+template <typename Ready>
+void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed, const Ready& ready) {
+    constexpr std::chrono::microseconds awake(100);
+    const auto asleep = std::chrono::steady_clock::now() + awake;
+    while (!ready() && std::chrono::steady_clock::now() < asleep) {
+        lock.unlock();
+        std::this_thread::yield();  // to whoever else needs the core
+        lock.lock();
+    }
+    changed.wait(lock, ready);
+}
 
 // An error ends the request early; whoever needs the bytes meets the error again, and reports it.
 std::size_t readBlock(const ReadRequest& request) {
@@ -29,7 +44,7 @@ std::size_t readBlock(const ReadRequest& request) {
 void serveRequests(ReadThread& reader) {
     std::unique_lock lock(reader.mutex);
     for (;;) {
-        reader.begun.wait(lock, [&] { return reader.stopping || !reader.requests.empty(); });
+        waitUntil(lock, reader.begun, [&] { return reader.stopping || !reader.requests.empty(); });
         if (reader.stopping) {
             return;
         }
@@ -68,7 +83,7 @@ void begin(void* address, ReadRequest& request) {
 void finish(void* address, ReadRequest& request) {
     ReadThread& reader = *static_cast<ReadThread*>(address);
     std::unique_lock lock(reader.mutex);
-    reader.ended.wait(lock, [&] { return request.done; });
+    waitUntil(lock, reader.ended, [&] { return request.done; });
 }
 
 }  // namespace
