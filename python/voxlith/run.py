@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import os
 import re
 from collections.abc import Iterator
@@ -65,6 +66,14 @@ class Fit:
     def zscore(self) -> Reals:
         """Residuals in units of the standard deviation."""
         return self.residual / self.observed.uncertainties()
+
+    @property
+    def noise_level(self) -> float:
+        """Misfit in the table of iterations when the valid data are fitted to one standard deviation each.
+
+        The run divides by the number of stations, counts all components, and takes masked data for matched.
+        """
+        return math.sqrt(float((~np.isnan(self.observed.data)).sum()) / self.observed.n_stations)
 
 
 class Run:

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 from collections.abc import Callable, Iterator
 from typing import Any
 
@@ -69,16 +68,11 @@ def convergence(run: Run) -> Figure:
 
 
 def noise_level(run: Run) -> float:
-    """RMS misfit of data that are matched to one standard deviation each.
-
-    The run divides by the number of stations, counts all components, and takes masked data for matched. 1 where the
-    data cannot be read.
-    """
+    """Misfit of data that are fitted to one standard deviation each; 1 where the data cannot be read."""
     try:
-        data = run.fit().observed.data
+        return run.fit().noise_level
     except VoxlithError:
         return 1.0
-    return math.sqrt(float(np.isfinite(data).sum()) / data.shape[1])
 
 
 def unchanged(rows: list[IterationRow]) -> npt.NDArray[np.bool_]:

@@ -112,9 +112,10 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
         "warnings": warnings, "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, models, curve) + recovered.sums, "recovered": recovered.bodies, "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
+        "summary": _summary(run, log, rows, fit, models, curve) + recovered.sums, "recovered": recovered.bodies,
+        "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
         "parameters": _parameters(run, log),
-        "iterations": _iterations(rows), "noise_level": _noise_level(fit),
+        "iterations": _iterations(rows, fit), "noise_level": None if fit is None else 1.0,
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
         "terrain": _terrain(run, chosen, models, window), "bodies": _bodies(run, chosen),
         "stations": {"x": encode_doubles(survey.x[kept]), "y": encode_doubles(survey.y[kept]),
@@ -203,14 +204,16 @@ def _subtitle(run: Run, log: RunLog | None) -> str:
     return ", ".join(parts)
 
 
-def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: list[Model],
+def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], fit: Fit | None, models: list[Model],
              curve: Contents | None) -> list[list[str]]:
     mesh = run.mesh
     lines = [["Mesh", f"{mesh.nx} x {mesh.ny} x {mesh.nz} cells (east, north, down)"],
              ["Stations", str(run.headers[0].n_data)]]
     if rows:
+        level = _noise_level(fit)
+        last = rows[-1].misfit / level if fit is None else _rms(fit.zscore)
         lines += [["Iterations", str(rows[-1].iteration)],
-                  ["RMS misfit at the start", f"{rows[0].misfit:.4f}"], ["RMS misfit at the end", f"{rows[-1].misfit:.4f}"]]
+                  ["RMS misfit at the start", f"{rows[0].misfit / level:.4f}"], ["RMS misfit at the end", f"{last:.4f}"]]
     if curve is not None and curve["tradeoff"]:
         lines.append(["Trade-off multiplier", f"{_number(curve['tradeoff'][-1])}, found by the run"])
     elif log is not None and log.tradeoff is not None:
@@ -224,14 +227,19 @@ def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], models: lis
     return lines
 
 
+def _rms(zscore: npt.NDArray[np.float64]) -> float:
+    """RMS of the residuals of valid data, in standard deviations."""
+    used = zscore[~np.isnan(zscore)]
+    return math.sqrt(float(np.mean(used**2))) if len(used) else math.nan
+
+
 def _fit_rows(run: Run, fit: Fit | None) -> list[list[str]]:
     if fit is None:
         return []
     rows = []
     for name, unit, z in zip(run.data_names(), fit.observed.units, fit.zscore):
-        used = z[~np.isnan(z)]
-        rms = f"{math.sqrt(float(np.mean(used**2))):.4f}" if len(used) else "no value"
-        rows.append([f"{name} ({unit_text(unit)})", str(len(used)), str(len(z) - len(used)), rms])
+        valid = int((~np.isnan(z)).sum())
+        rows.append([f"{name} ({unit_text(unit)})", str(valid), str(len(z) - valid), f"{_rms(z):.4f}" if valid else "no value"])
     return rows
 
 
@@ -247,11 +255,9 @@ def _residual_clusters(run: Run, fit: Fit | None) -> list[str]:
     return [f"{finding.text} ({listed(finding.stations)}); {finding.remedy}" for finding in found]
 
 
-def _noise_level(fit: Fit | None) -> float | None:
-    """RMS misfit of data that are matched to one standard deviation each: the program divides by the stations."""
-    if fit is None or not fit.observed.n_stations:
-        return None
-    return math.sqrt(float((~np.isnan(fit.zscore)).sum()) / fit.observed.n_stations)
+def _noise_level(fit: Fit | None) -> float:
+    """What the misfits of the table of iterations are divided by, so that they are those of the valid data."""
+    return fit.noise_level or 1.0 if fit is not None else 1.0
 
 
 def _parameters(run: Run, log: RunLog | None) -> list[list[str]]:
@@ -265,17 +271,20 @@ def _parameters(run: Run, log: RunLog | None) -> list[list[str]]:
             ["Iterations", str(values.max_iterations)]]
 
 
-def _iterations(rows: list[IterationRow]) -> Contents | None:
+def _iterations(rows: list[IterationRow], fit: Fit | None) -> Contents | None:
+    """The table of iterations; its misfit is that of the valid data."""
     if not rows:
         return None
-    texts = [[str(row.iteration), f"{row.misfit:.4f}", f"{row.model_norm:.4f}", f"{row.total:.4f}", f"{row.seconds:.1f}",
+    level = _noise_level(fit)
+    texts = [[str(row.iteration), f"{row.misfit / level:.4f}", f"{row.model_norm:.4f}", f"{row.total:.4f}", f"{row.seconds:.1f}",
               "" if row.steps is None else str(row.steps)] for row in rows]
 
     def column(name: str) -> list[float | None]:
         values = [float(getattr(row, name)) for row in rows]
         return [value if math.isfinite(value) else None for value in values]
 
-    return {"iteration": [row.iteration for row in rows], "misfit": column("misfit"), "norm": column("model_norm"),
+    return {"iteration": [row.iteration for row in rows], "misfit": [one and one / level for one in column("misfit")],
+            "norm": column("model_norm"),
             "total": column("total"), "texts": texts}
 
 
