@@ -1,14 +1,15 @@
 #!/usr/bin/python3
 """Depth, place and mass of recovered bodies, with and without depth weighting of the model norm.
 
-    recovered_depth.py --build DIR [--case NAME ...] [--norm none smooth blocky compact] [--seed N ...]
+    recovered_depth.py --build DIR [--case NAME ...] [--norm none smooth blocky compact] [--seed N ...] [--csv FILE]
+    recovered_depth.py --build DIR --page --csv docs/measured/recovered-depth.csv     all that docs/depth-weighting.md quotes
 
 Each case goes the way of a user: obs file, mesh, mtx, init, voxlith-run --target-rms 1. 16 x 16 stations 80 m apart see
 bodies with noise of 1 % of the largest datum. The norms have depth weights, except none, a smooth norm without them. The
 table shows the depth of the centroid of the cells above half the peak, how far it is from the true centre horizontally,
 and the excess mass over the true one: the sum of value times volume over all core cells, on the half of the core that
-is nearer to the body where there are two. The last column counts the cells above a fifth of the peak alone.
-docs/depth-weighting.md shows it.
+is nearer to the body where there are two. Other columns: the mass of the cells above a fifth of the peak, the mass outside of the
+core, and the peak over the true contrast.
 """
 
 from __future__ import annotations
@@ -18,13 +19,14 @@ import itertools
 import subprocess
 import sys
 import tempfile
-from dataclasses import dataclass
+from dataclasses import astuple, dataclass, fields
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "python"))
 sys.dont_write_bytecode = True
 import numpy as np  # noqa: E402
+from results import write_table  # noqa: E402
 
 from voxlith import Direction, InducingField, Mesh, Model, Survey  # noqa: E402
 from voxlith.codes import data_type_code  # noqa: E402
@@ -86,9 +88,31 @@ class Recovered:
     aside: float
     mass: float
     mass_above_a_fifth: float
+    mass_outside_core: float
+    peak: float
 
 
-def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7) -> list[Recovered]:
+@dataclass(frozen=True)
+class Run:
+    """One inversion of a case; `sign` and `decay` are those of the case and the norm where they are empty."""
+
+    case: str
+    norm: str
+    seed: int
+    sign: str = ""
+    decay: str = ""
+
+
+def runs_of_page() -> list[Run]:
+    """Those of the tables of docs/depth-weighting.md, other noises, and other weights."""
+    return ([Run(case, norm, 7) for case in CASES for norm in NORMS]
+            + [Run(case, norm, seed) for case in CASES for norm in ("blocky", "compact") for seed in (1, 2, 3)]
+            + [Run(case, "smooth", 7, decay="1.0") for case in CASES]
+            + [Run("gzz 100-240 m", "blocky", 7, decay="1.2"), Run("tmi dyke 80-320 m", "smooth", 7, decay="1.3"),
+               Run("gz 100-240 m", "smooth", 7, sign="either")])
+
+
+def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7, sign: str = "", decay: str = "") -> list[Recovered]:
     """Run a case with one of NORMS; one record per body."""
     def run(*words: object) -> None:
         program = build / ("voxlith-run" if words[0] == "voxlith-run" else "tools/voxlith-tools")
@@ -114,7 +138,10 @@ def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7) -> 
     survey.with_data([data], [np.full(256, deviation)]).write(folder / "data.obs")
     run("mesh", "--stations", "data.obs", "--cell", CELL, "--depth", CORE_DEPTH, "--top", 0, "--out", "mesh.msh")
     run("mtx", "--mesh", "mesh.msh", "--stations", "data.obs", "--type", case.kind, "--out", "data.mtx")
-    run("init", "--data", "data.obs", "--mtx", "data.mtx", "--sign", case.sign, *NORMS[norm], "--force")
+    run("init", "--data", "data.obs", "--mtx", "data.mtx", "--sign", sign or case.sign, *NORMS[norm], "--force")
+    if decay:
+        written, = folder.glob("*weights*.txt")
+        run("weights", "--mtx", "data.mtx", "--decay", decay, "--out", written.name)
     run("voxlith-run", "voxlith.inp", "--target-rms", 1, *(NORMS[norm] if norm in ("blocky", "compact") else ()))
     mesh = Mesh.read(folder / "mesh.msh")
     model = Model.read(folder / ("voxlith.sus" if case.kind == "tmi" else "voxlith.den"), mesh).values
@@ -134,9 +161,10 @@ def _found(case: Case, body: Box, mesh: Mesh, model: np.ndarray, misfit: float) 
     core = np.abs(centres[:, :2] - 0.5 * LENGTH).max(axis=1) < 0.5 * (LENGTH + CELL)
     core &= centres[:, 2] > -CORE_DEPTH
     fifth = values > 0.2 * values.max()
-    mass, above = (float((volumes * values)[cells].sum()) / abs(body.mass) for cells in (core, fifth))
+    mass, above, outside = (float((volumes * values)[cells].sum()) / abs(body.mass) for cells in (core, fifth, ~core))
     aside = float(np.abs(middle[:2] - body.centre[:2]).max())
-    return Recovered(misfit, -float(middle[2]), float(body.centre[2]), aside, mass, above)
+    return Recovered(misfit, -float(middle[2]), float(body.centre[2]), aside, mass, above, outside,
+                     float(values.max()) / abs(body.contrast))
 
 
 def main() -> int:
@@ -145,14 +173,18 @@ def main() -> int:
     parser.add_argument("--case", nargs="+", choices=list(CASES), default=list(CASES))
     parser.add_argument("--norm", nargs="+", choices=list(NORMS), default=list(NORMS))
     parser.add_argument("--seed", nargs="+", type=int, default=[7], help="of the noise")
+    parser.add_argument("--page", action="store_true", help="the runs of docs/depth-weighting.md")
+    parser.add_argument("--csv", type=Path, help="file for the table")
     asked = parser.parse_args()
-    print("| bodies | norm | RMS | depth, m | true depth, m | aside, m | mass | mass above a fifth of the peak |")
-    print("|---|---|---|---|---|---|---|---|")
-    for name, norm, seed in itertools.product(asked.case, asked.norm, asked.seed):
+    chosen = runs_of_page() if asked.page else [Run(*words) for words in itertools.product(asked.case, asked.norm, asked.seed)]
+    rows: list[list[object]] = []
+    for done in chosen:
         with tempfile.TemporaryDirectory() as folder:
-            for found in recover(CASES[name], norm, asked.build, Path(folder), seed):
-                print(f"| {name} | {norm} | {found.misfit:.2f} | {found.depth:.0f} | {found.true_depth:.0f} | "
-                      f"{found.aside:.0f} | {found.mass:.2f} | {found.mass_above_a_fifth:.2f} |", flush=True)
+            found = recover(CASES[done.case], done.norm, asked.build, Path(folder), done.seed, done.sign, done.decay)
+        rows += [[*astuple(done), number, *(f"{value:.4g}" for value in astuple(body))] for number, body in enumerate(found, start=1)]
+        print(f"{len(rows)} rows: {done}", file=sys.stderr, flush=True)
+    names = [field.name for field in (*fields(Run), *fields(Recovered))]
+    write_table(asked.csv, [*names[:len(fields(Run))], "body", *names[len(fields(Run)):]], rows)
     return 0
 
 

@@ -1,0 +1,116 @@
+"""Statements of a page that rest on measured tables, and the numbers of a page that no statement holds.
+
+A statement is a piece of the page with ``{}`` fields in place of its numbers, and the values of the fields, which come from a table in
+docs/measured or are computed from the page's own formulas. White space of the page does not count.
+"""
+from __future__ import annotations
+
+import csv
+import re
+import string
+from pathlib import Path
+from typing import NamedTuple
+
+ROOT = Path(__file__).resolve().parents[2]
+TABLES = ROOT / 'docs' / 'measured'
+NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
+
+
+class Statement(NamedTuple):
+    """A template with fields such as {:.2f}, and what stands there."""
+
+    template: str
+    values: tuple[object, ...]
+
+    @property
+    def text(self) -> str:
+        return self.template.format(*self.values)
+
+    def pattern(self) -> re.Pattern[str]:
+        """What the statement looks like with any numbers."""
+        parts = []
+        for literal, field, _, _ in string.Formatter().parse(self.template):
+            parts.append(re.sub(r'(\\ |\\\n|\s)+', lambda _: r'\s+', re.escape(literal)))
+            parts.append('' if field is None else f'({NUMBER})')
+        return re.compile(''.join(parts))
+
+
+def says(template: str, *values: object) -> Statement:
+    return Statement(template, values)
+
+
+def table(name: str) -> list[dict[str, str]]:
+    """The rows of a measured table; lines with # give the command that made it."""
+    lines = (TABLES / name).read_text(encoding='ascii').splitlines()
+    return list(csv.DictReader(line for line in lines if not line.startswith('#')))
+
+
+def only(rows: list[dict[str, str]], **wanted: object) -> dict[str, str]:
+    """The one row with these values."""
+    found = [row for row in rows if all(row[key] == str(value) for key, value in wanted.items())]
+    if len(found) != 1:
+        raise ValueError(f'expected one row with {wanted}, found {len(found)}')
+    return found[0]
+
+
+def page_text(page: str) -> str:
+    """A page, whose shown output another test holds to the programs."""
+    return (ROOT / 'docs' / page).read_text(encoding='utf-8')
+
+
+def numbers_in(text: str) -> list[float]:
+    return [float(found.replace(',', '')) for found in re.findall(rf'(?<![\w.]){NUMBER}', text)]
+
+
+def wrong_statements(page: str, statements: list[Statement]) -> list[str]:
+    """What is wrong with the statements: not on the page, more than once, or with other numbers."""
+    faults = []
+    for statement in statements:
+        found = list(statement.pattern().finditer(page))
+        if len(found) != 1:
+            faults.append(f'the page has this {len(found)} times, expected once: {statement.template}')
+        elif ' '.join(found[0].group(0).split()) != ' '.join(statement.text.split()):
+            faults.append(f"the table gives\n  {statement.text}\nand the page has\n  {' '.join(found[0].group(0).split())}")
+    return faults
+
+
+def with_measured(page: str, statements: list[Statement]) -> str:
+    """The page with the numbers of the tables."""
+    for statement in statements:
+        found = statement.pattern().search(page)
+        if found:
+            shown = [field for field in string.Formatter().parse(statement.template) if field[1] is not None]
+            words = [format(value, field[2] or '') for field, value in zip(shown, statement.values)]
+            for number in range(len(words), 0, -1):
+                page = page[:found.start(number)] + words[number - 1] + page[found.end(number):]
+    return page
+
+
+def masked_prose(text: str) -> str:
+    """The page with blanks for all that is no prose: code, comments, targets of links. Places stay the same."""
+    blank = lambda match: re.sub(r'[^\n]', ' ', match.group(0))  # noqa: E731
+    for pattern in (r'(?ms)^```.*?^```$', r'(?s)<!--.*?-->', r'`[^`\n]*`', r'(?<=\])\([^)]*\)', r'(?m)^ *\d+\. '):
+        text = re.sub(pattern, blank, text)
+    return text
+
+
+def unsourced_numbers(text: str, statements: list[Statement], given: list[str]) -> list[str]:
+    """Numbers in the prose of a page that stand neither in a statement nor in a given phrase (a setting, a definition, a reference).
+
+    Code, years and numbers within names (such as x86-64 or 10^6) are left out.
+    """
+    prose = list(masked_prose(text))
+    phrases = [statement.pattern() for statement in statements]
+    phrases += [re.compile(r'\s+'.join(map(re.escape, phrase.split()))) for phrase in given]
+    faults = []
+    for phrase in phrases:
+        matches = list(phrase.finditer(text))
+        if not matches:
+            faults.append(f'not on the page: {phrase.pattern}')
+        for found in matches:
+            prose[found.start():found.end()] = ' ' * (found.end() - found.start())
+    rest = re.sub(r'\b(19|20)\d\d\b|10\^-?\d+', lambda found: ' ' * len(found.group(0)), ''.join(prose))
+    for found in re.finditer(r'(?<![\w^.-])\d[\d.,]*', rest):
+        line = rest.count('\n', 0, found.start()) + 1
+        faults.append(f"line {line}: no source for {found.group(0)}: {text[max(0, found.start() - 40):found.end() + 30]!r}")
+    return faults

@@ -1,0 +1,47 @@
+"""Numbers of pages that rest on measured tables, and the scripts that make the tables."""
+
+from __future__ import annotations
+
+import sys
+
+import pytest
+from conftest import ROOT
+
+sys.path[:0] = [str(ROOT / "bench"), str(ROOT / "tests" / "docs")]
+import broad_anomaly  # noqa: E402
+import results  # noqa: E402
+from measured import says, table, unsourced_numbers, with_measured, wrong_statements  # noqa: E402
+
+PAGE = "# Title\n\nThe mass is 1.25 times\nthe truth, see [line 4](a-5.md), at 10^6 cells (1998).\n\n```\n77\n```\n"
+GIVEN = ["[line 4]"]
+
+
+def test_statements_hold_their_numbers_and_no_others():
+    right, wrong, absent = (says("mass is {:.2f} times the truth", 1.254), says("mass is {:.2f} times the truth", 1.26),
+                            says("depth is {:.0f} m", 3.0))
+    assert wrong_statements(PAGE, [right]) == []
+    for statement, word in ((wrong, "1.26 times"), (absent, "0 times")):
+        fault, = wrong_statements(PAGE, [statement])
+        assert word in fault
+    assert wrong_statements(with_measured(PAGE, [wrong]), [wrong]) == []
+    assert with_measured(PAGE, [right]) == PAGE
+
+
+def test_numbers_without_a_source_are_found():
+    statement = says("is {:.2f} times", 1.25)
+    assert unsourced_numbers(PAGE, [statement], GIVEN) == []
+    assert [fault.split(":")[1].strip() for fault in unsourced_numbers(PAGE, [], [])] == ["no source for 1.25", "no source for 4"]
+    fault, = unsourced_numbers(PAGE, [statement], [*GIVEN, "no such words"])
+    assert fault.startswith("not on the page")
+
+
+def test_tables_name_the_command_that_made_them(tmp_path, monkeypatch):
+    monkeypatch.setattr(sys, "argv", ["/some/where/made.py", "--build", "/some/build", "--seed", "3"])
+    results.write_table(tmp_path / "made.csv", ["a", "b"], [[1, "x, y"]])
+    assert (tmp_path / "made.csv").read_text() == '# bench/made.py --seed 3\na,b\n1,"x, y"\n'
+
+
+@pytest.mark.parametrize("seed", [0, 4])
+def test_broad_anomaly_is_that_of_the_table(seed):
+    row = table("broad-anomaly.csv")[seed]
+    assert {name: float(row[name]) for name in broad_anomaly.OPTIONS} == pytest.approx(broad_anomaly.too_high(seed), abs=2e-4)
