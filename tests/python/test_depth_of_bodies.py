@@ -10,8 +10,9 @@ import sys
 import pytest
 from conftest import BUILD, ROOT
 
-sys.path.insert(0, str(ROOT / "bench"))
+sys.path[:0] = [str(ROOT / "bench"), str(ROOT / "tests" / "docs")]
 import recovered_depth  # noqa: E402
+from measured import only, table  # noqa: E402
 
 CELL = recovered_depth.CELL
 SINGLE = [name for name, case in recovered_depth.CASES.items() if len(case.bodies) == 1]
@@ -33,6 +34,9 @@ def test_depth_place_and_mass(tmp_path, name):
     body, = recovered(name, tmp_path)
     assert_at_its_place(body)
     assert body.mass == pytest.approx(1.0, abs=0.3)
+    shown = only(table("recovered-depth.csv"), case=name, norm="smooth", seed=7, sign="", decay="")
+    for column, share in (("depth", 0.05), ("mass", 0.05), ("peak", 0.05)):
+        assert getattr(body, column) == pytest.approx(float(shown[column]), rel=share)
 
 
 @pytest.mark.slow
