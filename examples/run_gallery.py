@@ -27,24 +27,24 @@ import report_pictures  # noqa: E402
 import run_example  # noqa: E402
 
 CAPTIONS = {
-    'sections': 'A depth slice, two sections and a histogram of the recovered model; lines show the true bodies, if known.',
-    'data': 'Observed and predicted data share one scale; residuals are in standard deviations.',
+    'sections': 'A depth slice, two sections and a histogram of the recovered model; lines show the true bodies, where these are known.',
+    'data': 'Observed and predicted data have one colour scale; residuals are in standard deviations.',
     'convergence': 'Misfit, norm and total against the iteration.',
-    'zscores': 'Residuals over their standard deviations beside the standard normal.',
-    'profiles': 'Each line: observed data and prediction.'}
+    'zscores': 'Residuals over their standard deviations beside the standard normal distribution.',
+    'profiles': 'Observed and predicted data of each line.'}
 
 HEAD = """# The gallery of examples
 
-Each example starts from nothing, makes its own data with noise, inverts them and is compared with what it must recover.
-`python3 examples/run_example.py NAME` runs one of them, `python3 examples/run_gallery.py` runs and checks them all.
-Each gets a [report](report.md), `report.html` in its folder.
-`python3 examples/run_gallery.py --pictures` also draws the pictures with `voxlith-plot` and writes this page. Times are
-those of the last such run, for the whole example with the making of data and sensitivity files; they depend on the
-machine. [pictures-of-a-run.md](pictures-of-a-run.md) shows how to read the pictures.
+This page shows what each example recovers. An example makes synthetic data with noise (one has real data), inverts them, and compares the
+result with the truth. [Pictures of a run](pictures-of-a-run.md) explains the pictures. The times are for the whole example, with the
+computation of data and sensitivities; they depend on the machine.
 
-The tables compare each body with what was recovered nearest to it. The centre is that of the cells above half the peak. The
-excess mass is the sum of density contrast times volume, up to the longest side of the body away from it. A smooth model
-spreads a body, so the recovered peak is lower than the true contrast; position, depth and excess mass are what to look at.
+The tables compare each body with the nearest recovered one. The centre is that of the cells above half the peak. The excess mass is the sum
+of density contrast times volume, up to the longest side of the body away from it. A smooth model spreads a body, so the recovered peak is
+lower than the true contrast: compare position, depth and excess mass.
+
+`python3 examples/run_example.py NAME` runs one example, `python3 examples/run_gallery.py` runs and checks all of them. Each gets a
+[report](report.md), `report.html` in its folder. With `--pictures`, `run_gallery.py` also draws the pictures and writes this page.
 """
 
 
@@ -104,7 +104,7 @@ def chapter(name, seconds, said, pictures):
     parts += [story.strip() + '\n'] if story.strip() else []
     parts += ['![%s: %s](%s)\n\n*%s*\n' % (name, picture, target, CAPTIONS[picture.split('_')[0]])
               for picture, target in pictures]
-    parts.append('The whole example took %.1f s and says:\n\n```\n%s\n```\n' % (seconds, findings(name, said)))
+    parts.append('The whole example took %.1f s. Its output:\n\n```\n%s\n```\n' % (seconds, findings(name, said)))
     return '\n'.join(parts)
 
 

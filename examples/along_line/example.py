@@ -1,9 +1,9 @@
 """A gradiometer that averages along its flight lines, with lines and tie lines over a small body.
 
-Each datum is the mean of the vertical gradient over 400 m of the line, eight stations long: along a line from the west
-the anomaly is smeared east-west, along a tie line north-south. The fourth number of the third control line sets this
-interval. Without it no model can explain both directions at once, and the second run shows it. The means are computed
-here from predictions every 10 m, so that the averaging of the run is not used to make its data. Data closer than half
+Each datum is the mean of the vertical gradient over 400 m of the line, eight stations long. Along a line from the west
+the anomaly is smeared east-west, along a tie line north-south. The fourth number on line 3 of the control file sets
+this interval. Without it no model can explain both directions at once, as the second run shows. The means are computed
+from predictions every 10 m, so that the synthetic data do not depend on the averaging in the run. Data closer than half
 the interval to the end of their line have no complete window and are left out.
 """
 from gallery import Body, Mesh, noisy, read_data, read_values, write_bodies, write_data, write_stations, write_values

@@ -1,9 +1,9 @@
-"""The amplitude of the magnetic anomaly, which hardly depends on where the magnetisation points.
+"""The amplitude of the magnetic anomaly, which hardly depends on the direction of magnetisation.
 
-Three sensitivity files hold the components tx, ty and tz; one definition with the word RMS combines their predictions
-as sqrt(tx^2 + ty^2 + tz^2). The data are made likewise from three predictions by analytical prisms, with noise of 1
-nT. The standard deviation is 1 for all data because a run divides by standard deviations only as many sensitivity files
-as it has components, here one.
+Three sensitivity files contain the components tx, ty and tz. One definition with the word RMS combines their
+predictions as sqrt(tx^2 + ty^2 + tz^2). The data are combined in the same way from three predictions by analytical
+prisms, with noise of 1 nT. A run divides by standard deviations only as many sensitivity files as it has components,
+here one. Therefore the standard deviation of all data is 1.
 """
 from gallery import (Body, Mesh, grid, noisy, read_data, read_values, write_bodies, write_data, write_stations,
                      write_values)

@@ -1,17 +1,17 @@
-"""Apparent density: one density per column from the surface to the bottom of the mesh, read off as a map.
+"""Apparent density: one density per column from the surface to the bottom of the mesh, as a map.
 
-The model is 300 m of rock whose density varies horizontally but not with depth: a dense square, and a strip of low
-density. With a file of style 2 each column has a single unknown. The run writes the density below each station to
-voxlith_appden.csv, which is compared with the truth. The table contains the values of the optimiser's variable, which
-include the depth weight. A single layer needs no depth weight, so the file is made without one and the table contains
-densities.
+The true model is 300 m of rock whose density varies horizontally but not with depth: a dense square, and a strip of low
+density. With a sensitivity file of style 2 each column has a single unknown. The run writes the density below each
+station to voxlith_appden.csv, which is compared with the truth. The table contains the values of the optimiser's
+variable, which include the depth weight. A single layer needs no depth weight, so the file is made without one and the
+table contains densities.
 """
 from gallery import Body, Mesh, correlation, grid, rms
 from surface_survey import columns_of, invert, measure, write_truth
 
 MESH = Mesh(30 * [50], 30 * [50], 6 * [50])
 BODIES = [Body('dense square', (300, 650), (700, 1050), (0, 300), 0.30),
-          Body('light strip', (950, 1200), (300, 1200), (0, 300), -0.20)]
+          Body('low-density strip', (950, 1200), (300, 1200), (0, 300), -0.20)]
 
 
 def true_density(x, y):

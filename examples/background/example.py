@@ -1,9 +1,10 @@
-"""A constant offset and a dense surface layer removed from the data before the inversion starts.
+"""A constant offset and a dense surface layer, removed from the data before the inversion starts.
 
-The data hold the field of a block, that of a top layer 0.3 g/cm³ denser than assumed, and a constant offset of 12 mGal.
-A first run fits the response of the top layer, which files of version 2 store, to the data and removes the fit
-(background 1); a second one is given the density (background 2). A run without removal has to fit the constant offset
-with cells, and fails. Stations extend beyond the edge of the mesh, so that the response of the layer varies.
+The data are the sum of the field of a block, that of a top layer 0.3 g/cm³ denser than assumed, and a constant offset
+of 12 mGal. The first run fits the response of the top layer, which sensitivity files of version 2 contain, to the data
+and removes the fit (background 1). The second run is given the density (background 2). Without removal, a run can
+explain the constant offset only by cells, and fails. Stations extend beyond the edge of the mesh, so that the response
+of the layer varies.
 """
 from gallery import (Body, Mesh, grid, noisy, read_data, read_values, write_bodies, write_data, write_stations,
                      write_values)

@@ -1,10 +1,9 @@
-"""A layer of equivalent sources that carries a gravity field to another height.
+"""A layer of equivalent sources that continues a gravity field upwards.
 
 The field of a high-density and a low-density block is measured at 25 x 25 stations at 60 m. The inversion has one layer
 of sources, 50 m thick at the top of its own mesh (style 1), which extends 400 m beyond the stations. The densities
-found are not a model of the subsurface, but they have the same field. The field computed from them 150 m and 300 m
-higher is compared with the true one there. The cells below the top layer keep their initial value of 0, so that they do
-not contribute.
+found are not a model of the subsurface, but they have the same field. Their field 150 m and 300 m higher is compared
+with the true one. The cells below the top layer keep their initial value of 0, so that they do not contribute.
 """
 from gallery import Body, Mesh, grid, read_data, rms, write_stations
 from surface_survey import invert, measure, predict, write_truth

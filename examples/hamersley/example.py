@@ -1,9 +1,9 @@
 """A real line of gravity and magnetics over the Hamersley province, Western Australia.
 
-113 stations along 112 km. Each kind of data goes from its file to sections in five commands: subtract the regional field (gravity) or
-check the data (magnetics), compute sensitivities, write the control file with depth weighting, invert to an RMS misfit of 1, draw. The
-model is seen along one line alone: beside it, it only shows what the line needs. Data: Tomofast-x, MIT licence, see
-examples/hamersley/README.md.
+113 stations along 112 km. Five commands lead from the file of each data type to sections: subtract the regional field
+(gravity) or check the data (magnetics), compute sensitivities, write the control file with depth weighting, invert to
+an RMS misfit of 1, draw. The data resolve the model only along the line: away from it, the model norm decides. Data:
+Tomofast-x, MIT licence, see examples/hamersley/README.md.
 """
 import os
 import shutil

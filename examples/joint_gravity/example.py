@@ -1,8 +1,8 @@
 """Vertical gravity and its vertical gradient together, explained by one density model.
 
 The attraction is sensitive to the deep block, the gradient to the edges of the shallow one. Each component has its own
-sensitivity file; two definitions at the end of the control file tie both to model type 1. The mesh has 24 x 24 x 12
-cells of 50 m; 17 x 17 stations measure 10 m above it, with noise of 1 percent plus 0.005 mGal and 0.5 Eötvös.
+sensitivity file. Two definitions at the end of the control file connect both with model type 1. The mesh has 24 x 24 x
+12 cells of 50 m. The 17 x 17 stations are 10 m above it, with noise of 1 percent plus 0.005 mGal and 0.5 Eötvös.
 """
 from gallery import (Body, Mesh, component_rms, grid, read_data, read_values, write_bodies, write_data,
                      write_stations, write_values)

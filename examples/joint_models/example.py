@@ -1,9 +1,9 @@
 """Gravity and magnetics in one run, with a density model and a susceptibility model.
 
-One body is dense, another is magnetic, a third is both. The first definition ties the gravity to model type 1, "dens",
-the second the total field to model type 2, "susc", so each data set explains itself with its own model. One trade-off
-applies to both models: the unit of the second is 0.03 SI (its coefficient is 0.03), which gives both similar weight.
-Both files have the same depth weight. Models are written as voxlith_dens.den and voxlith_susc.den: the suffix follows
+One body is dense, another is magnetic, a third is both. The first definition connects the gravity with model type 1,
+"dens", the second the total field with model type 2, "susc", so each model explains its own data. One trade-off applies
+to both models: the unit of the second is 0.03 SI (its coefficient is 0.03), so that both have similar magnitudes. Both
+files have the same depth weight. The models are written as voxlith_dens.den and voxlith_susc.den: the suffix is that of
 the first component.
 """
 from gallery import (Body, Mesh, component_rms, grid, read_data, read_values, write_bodies, write_data,

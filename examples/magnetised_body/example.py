@@ -1,7 +1,8 @@
 """A magnetised body recovered from total-field data, with positive susceptibilities.
 
-The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations fly 30 m above it in an inclined field. The data are computed by
-analytical prisms, which the inversion never sees, and carry noise of 2 percent plus 1 nT.
+The mesh has 32 x 32 x 16 cells of 50 m. The 21 x 21 stations are 30 m above it, in an inclined field. The data are
+computed by analytical prisms, without the compressed sensitivities of the inversion, and have noise of 2 percent plus 1
+nT.
 """
 from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 

@@ -1,7 +1,8 @@
 """Susceptibilities kept strictly above zero by a logarithmic barrier.
 
-With the positivity flag 2 each cell stays at or above 0.00001, and a barrier keeps cells off that limit while the model
-grows; its weight is lowered after each conjugate-gradient step. The log shows the barrier term of each iteration.
+With positivity flag 2 each cell stays at or above 0.00001, and a barrier keeps cells away from that limit while the
+model grows. The weight of the barrier decreases after each conjugate-gradient step. The log shows the barrier term of
+each iteration.
 """
 from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 

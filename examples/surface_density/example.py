@@ -1,8 +1,9 @@
-"""Surface density above apparent density: a thin cover and the rock below, each with a density of its own per column.
+"""Surface density above apparent density: a thin cover and the rock below, each with its own density per column.
 
 The 50 m thick cover has low-density patches; the 300 m of rock below contain a wide dense block with other edges. A
-file of style 3 has two unknowns per column. Both come from the same gravity data: short wavelengths belong to the
-cover, long ones to the rock. Wavelengths in between are shared, so both contrasts are recovered a quarter too small.
+sensitivity file of style 3 has two unknowns per column. Both come from the same gravity data: short wavelengths belong
+to the cover, long ones to the rock. Wavelengths in between are shared, so the recovered contrasts of both are a quarter
+too small.
 """
 import os
 

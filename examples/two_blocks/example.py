@@ -1,7 +1,7 @@
-"""Two dense blocks at different depths, seen by vertical gravity.
+"""Two dense blocks at different depths, recovered from vertical gravity.
 
-The mesh has 32 x 32 x 16 cells of 50 m; 21 x 21 stations measure 2 m above it. The data are computed by analytical prisms,
-which the inversion never sees, and carry noise of 1 percent plus 0.005 mGal.
+The mesh has 32 x 32 x 16 cells of 50 m. The 21 x 21 stations are 2 m above it. The data are computed by analytical
+prisms, without the compressed sensitivities of the inversion, and have noise of 1 percent plus 0.005 mGal.
 """
 from gallery import Body, Mesh, grid, read_values, write_bodies, write_stations, write_values
 
