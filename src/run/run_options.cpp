@@ -118,8 +118,9 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
     app.add_option("KEYWORD", options.keywords,
                    "Keywords of voxlith: Misfit=(pct,floor) Tradeoff=val Offset=shift Clip=layer ObsClip=(min,max)");
     app.add_option("--until-converged", options.tolerance,
-                   "Minimise the objective of the iteration table exactly, within the bounds, until a step promises to "
-                   "lower it by less than this share (default: 1e-6; 1e-4 with --target-rms)")
+                   "Minimise the objective of the iteration table exactly, within the bounds, until it is above the "
+                   "minimum by less "
+                   "than this fraction, as estimated (default: 1e-6; 1e-4 with --target-rms)")
         ->type_name("[TOLERANCE]");
     app.add_option(
            "--target-rms", options.rms,
@@ -128,8 +129,8 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         ->type_name("[MISFIT]");
     app.add_flag(
         "--per-component", options.perComponent,
-        "With --target-rms: fit each data component to that misfit, by factors of their misfits, and write all "
-        "factors tried to voxlith_components.csv");
+        "With --target-rms: fit each data component to that misfit, by a factor for each, and write all factors tried "
+        "to voxlith_components.csv");
     app.add_option_function<std::string>(
            "--model-norm", [&options](const std::string& text) { options.modelNorm = modelNorms.at(text); },
            "After convergence, at the same misfit: compact bodies, or blocky ones with sharp faces (default: smooth)")
@@ -142,32 +143,31 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         ->type_name("WEIGHT[,A,B]");
     app.add_flag(
         "--continue", options.continueRun,
-        "Go on with the stopped run of this folder: from its checkpoint, else from its running model, as voxlith "
-        "does when line 1 of the control file begins with 1. The limit of iterations counts those before the "
-        "stop");
+        "Continue the stopped run of this folder from its checkpoint or, where there is none, from its running model, "
+        "as voxlith does when line 1 of the control file begins with 1. The limit of iterations includes those before "
+        "the stop");
     app.add_flag("--check", options.check,
-                 "Read everything, show sizes, memory and the estimated time, run nothing and write nothing");
+                 "Read all input and show sizes, memory and the estimated time; run nothing and write nothing");
     app.add_flag(
         "--keep-arranged", options.keepArranged,
         "Keep the rows of the sensitivity files in voxlith.arranged, as they are arranged in memory; later runs "
-        "in this folder with the same sensitivity files and standard deviations start from it, others write it "
-        "anew");
-    app.add_flag("--quiet", options.quiet, "Write nothing to the screen but warnings and errors");
+        "in this folder with the same sensitivity files and standard deviations read it, others replace it");
+    app.add_flag("--quiet", options.quiet, "Write only warnings and errors to the screen");
     app.add_option(
            "--json-log", options.jsonLog,
-           "Write a JSON object for the starting state and for each iteration, one per line, to this file: the columns "
+           "Write a JSON object for the initial model and for each iteration, one per line, to this file: the columns "
            "of the iteration table and the terms of the objective with all their digits")
         ->type_name("FILE");
     options.threads = std::min(coresOfProcess(), mostWorkers);
     app.add_option(
            "--threads", options.threads,
-           "Threads, 1 to 256, but no more than cores that the process may use; the result does not depend on them "
-           "(default: all of them)")
+           "Number of threads, 1 to 256, at most the cores available to the process; it does not change the result "
+           "(default: all cores)")
         ->type_name("COUNT")
         ->check(wholeNumber(1, static_cast<long>(mostWorkers)));
     app.add_option("--smallest-piece", options.smallestPiece, "")->check(CLI::PositiveNumber)->group("");
     app.footer(
-        "Exit status: 0 completed, 1 stopped with a message, 2 wrong use or a file that cannot be used,\n"
+        "Exit status: 0 completed, 1 stopped with an error message, 2 wrong use or a file that cannot be used,\n"
         "130, 138 or 143 stopped by a signal after a complete iteration.");
     try {
         std::vector<std::string> joined = joinNumbers(argumentCount, arguments);

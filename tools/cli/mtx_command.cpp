@@ -142,7 +142,9 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
         ->type_name("{4,6,8}")
         ->check(oneOf({"4", "6", "8"}))
         ->capture_default_str();
-    command->add_option("--tolerance", options.tolerance, "Largest norm of what a row loses, over the norm of the row")
+    command
+        ->add_option("--tolerance", options.tolerance,
+                     "Largest loss of a row: norm of the dropped coefficients over the norm of the row")
         ->type_name("NUMBER")
         ->check(checkTolerance)
         ->capture_default_str();
@@ -189,12 +191,13 @@ void addContentOptions(CLI::App* command, MtxOptions& options) {
 }  // namespace
 
 CLI::App* addMtxJoinCommand(CLI::App& tools, MtxOptions& options) {
-    CLI::App* command = tools.add_subcommand("mtx-join", "Put sensitivity files of some rows each together");
+    CLI::App* command = tools.add_subcommand("mtx-join", "Join sensitivity files that contain parts of the rows");
     addContentOptions(command, options);
     command->add_option("FILE", options.parts, "Files that mtx --rows wrote, in any order")->required();
     command->footer(
-        "Give the options of mtx without --rows: the file has the same bytes as that of a single mtx. Rows that no "
-        "part holds, and parts of another survey, mesh or option are errors.\n\n"
+        "Give the options of mtx without --rows: the file has the same bytes as that of a single mtx. Missing rows, "
+        "and "
+        "parts of another survey, mesh or option, are errors.\n\n"
         "Example:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 1/2 --out part1.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --rows 2/2 --out part2.mtx\n"
@@ -210,11 +213,12 @@ CLI::App* addMtxCommand(CLI::App& tools, MtxOptions& options) {
                      "Rows to compute: A:B, from 1, or I/N, part I of N (default: all); see mtx-join")
         ->type_name("ROWS");
     command->footer(
-        "With --topography, name the bounds file on the bounds line of the control file and set the initial model to 0 "
-        "in inactive cells. With positivity flag 2, whose barrier is infinite at 0, start from a small value above 0 "
+        "With --topography, name the bounds file on line 8 of the control file and set the initial model to 0 "
+        "in inactive cells; init does both. With positivity flag 2, whose barrier is infinite at 0, start from a small "
+        "value above 0 "
         "instead: inactive cells keep it and have no response.\n\n"
-        "A run that was stopped goes on where it was when it is started again with the same options: OUT.unfinished "
-        "and OUT.unfinished.rows hold the rows that are done.\n\n"
+        "Start a stopped run again with the same options: it continues after the last complete row. OUT.unfinished "
+        "and OUT.unfinished.rows contain the rows so far.\n\n"
         "Examples:\n"
         "  voxlith-tools mtx --mesh m.msh --stations gz.obs --type gz --out gz.mtx\n"
         "  voxlith-tools mtx --mesh m.msh --stations tmi.obs --type tmi --field 60,10,50000 --out tmi.mtx\n"

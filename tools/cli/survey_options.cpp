@@ -183,8 +183,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
             "--magnetisation",
             [&options](const std::string& text) { options.magnetisation = parseMagnetisation(text); },
             "Direction in which the cells are magnetised: x east, y north, z down, or inclination and declination in "
-            "degrees (default: "
-            "along the field); nT for a magnetisation of 1 SI times the inducing field")
+            "degrees (default: along the field); the unit is nT for a magnetisation of 1 SI times the inducing field")
         ->type_name("INCL,DECL|{x,y,z}");
     command.add_flag("--boreholes", options.boreholes, "Stations may be below the surface and among the cells");
     command
@@ -198,7 +197,7 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
             .add_option("--topography", options.topographyFile,
                         "Surface: a raster or table in any form of the subcommand terrain, or a file with the number "
                         "of points, then one point per line, x y elevation (UBC "
-                        "form); cells whose centre is above it are inactive and have no response")
+                        "format); cells whose centre is above it are inactive and have no response")
             ->type_name("FILE");
     command
         .add_option(
@@ -212,10 +211,10 @@ void addSurveyOptions(CLI::App& command, SurveyOptions& options) {
     command.add_flag("--surface-points", options.surfacePoints)->group("")->needs(topography);
     command.add_flag("--responses", options.responses)->group("");
     command
-        .add_option(
-            "--threads", options.threads,
-            "Threads, 1 to 256; the result does not depend on them (default: all cores that may be used, fewer where "
-            "memory is short)")
+        .add_option("--threads", options.threads,
+                    "Number of threads, 1 to 256; it does not change the result (default: all available cores, fewer "
+                    "where memory is "
+                    "short)")
         ->type_name("COUNT")
         ->check(wholeNumber(1, 256));
 }

@@ -40,9 +40,9 @@ _COLUMNS = ("model,body,x,y,elevation,depth,x_min,x_max,y_min,y_max,elevation_mi
             "excess_unit,remark")
 
 _EXAMPLES = """\
-A body is a group of cells, connected by their faces, of a share of the peak or more; each sign has its own peak. Position is
-the centre weighted by value and volume. A smooth model spreads a body: its excess mass depends on the threshold. The net
-excess mass of the core, below the survey, does not.
+A body is a group of cells, connected by their faces, with at least a given fraction of the peak; each sign has its own
+peak. Position is the centre weighted by value and volume. A smooth model spreads a body, so its excess mass depends on the
+threshold. The net excess mass of the core, below the survey, does not.
 
 Examples:
   voxlith-tools bodies run1
@@ -70,8 +70,8 @@ def make_parser() -> Parser:
     add("--mesh", metavar="FILE", help="UBC tensor mesh file, for models without a run")
     add("--model", metavar="[NAME=]FILE", nargs="+", action="extend",
         help="Model file, or NAME=FILE; densities end in .den or .rho, susceptibilities in .sus or .kap")
-    add("--threshold", metavar="SHARE", type=number_from(0.0, above=True), default=THRESHOLD,
-        help=f"Cells of this share of the peak or more belong to a body (default: {THRESHOLD:g})")
+    add("--threshold", metavar="FRACTION", type=number_from(0.0, above=True), default=THRESHOLD,
+        help=f"Cells with at least this fraction of the peak belong to a body (default: {THRESHOLD:g})")
     add_terrain_options(parser, ", for depths below the ground (default: the top of the active cells)")
     add("--out", metavar="FILE", help="CSV file of the bodies to write")
     return parser

@@ -16,7 +16,7 @@ PROGRAM = "voxlith-tools"
 _BYTES_PER_CELL = 80.0
 
 _EXAMPLES = """\
-A bound of 99 or -99 leaves that side free; fixed holds cells at their starting values.
+A bound of 99 or -99 leaves that side free; fixed cells keep their initial values.
 
 Examples:
   voxlith-tools bounds --mesh m.msh --units geology.mod --unit 1=0,0.1 --unit 2=0.2,0.6 --unit 9=fixed --out bounds.txt
@@ -33,13 +33,13 @@ def make_parser() -> Parser:
         help="File with a whole number per cell in cell order: its unit; values at or below -1e30 are no-data cells, "
              "which are fixed")
     add("--table", metavar="FILE",
-        help="Table of units, a line each: unit lower upper, or unit fixed; comments after ! or #")
+        help="Table of units, one line per unit: unit lower upper, or unit fixed; comments after ! or #")
     add("--unit", metavar="UNIT=LOWER,UPPER", action="append", default=[],
         help="unit=lower,upper or unit=fixed, as often as there are units")
     add("--default", metavar="LOWER,UPPER",
         help="lower,upper or fixed for units without bounds of their own (default: there must be none)")
     add("--fixed", metavar="FILE",
-        help="Mask, 0 or 1 per cell in cell order: 1 fixes the cell at its starting value")
+        help="Mask, 0 or 1 per cell in cell order: 1 fixes the cell at its initial value")
     add("--out", metavar="FILE", required=True, help="Bounds file to write")
     return parser
 

@@ -43,10 +43,11 @@ Reals = npt.NDArray[np.float64]
 _SIGNS = {"negative": -1, "either": 0, "positive": 1}
 
 _EXAMPLES = """\
-In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, missing data, other
+In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, missing data, wrong
 units, a constant offset, a regional trend. In the stations: duplicates that differ, degrees, positions beside or below the
-mesh, in the ground, or in another order than in the sensitivity file. With --date: a field that is not that of the place.
-With --mtx or --control: a background value that rocks do not have. Each finding has a severity, the stations and what to do.
+mesh, below the ground, or in another order than in the sensitivity file. With --date: an inducing field that does not match
+place and date. With --mtx or --control: a background value that rocks do not have. Each finding shows a severity, the
+stations and what to do.
 
 Examples:
   voxlith-tools check gz.obs --mesh mesh.msh
@@ -57,15 +58,15 @@ The exit status is 1 when a finding would spoil a run (error), else 0."""
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(f"{PROGRAM} check", "Look for what would spoil the inversion of a survey", _EXAMPLES)
+    parser = Parser(f"{PROGRAM} check", "Check survey data for faults that would spoil an inversion", _EXAMPLES)
     add = parser.add_argument
     add("file", metavar="FILE", help="Observed data file, or a CSV (with --data)")
     add_station_options(parser)
     add_data_options(parser)
     add("--name", metavar="COLUMN", help="Column of the station names of a CSV (default: its lines)")
-    add("--mesh", metavar="FILE", help="Mesh file: whether the stations are above it")
-    add("--mtx", metavar="FILE", help="Sensitivity file: whether its stations are these; the background value they would give")
-    add("--control", metavar="FILE", help="Control file of the run: whether the background that its line 2 removes is one of rocks")
+    add("--mesh", metavar="FILE", help="Mesh file: check that the stations are above it")
+    add("--mtx", metavar="FILE", help="Sensitivity file: compare its stations; check the background value that the data would give")
+    add("--control", metavar="FILE", help="Control file of the run: check the background value on its line 2")
     add_terrain_options(parser, ": whether stations are in the ground")
     add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
     add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")

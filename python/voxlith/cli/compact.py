@@ -38,10 +38,10 @@ Examples:
   voxlith-tools compact . --control vector.inp
   voxlith-tools compact run1 --control mixed.inp --rounds 10 --norm 1
   voxlith-tools compact . --control mixed.inp --norm 2
-Round 0 is voxlith-run --target-rms with the weights of the control file. Each further round weights the smallness of a cell
-less, the larger its amplitude was, and the norm of each property so that its data reach the target misfit. --norm 2
-only balances the misfits. The last round is that of CONTROL_compact.inp with CONTROL_compact_weights.txt; CONTROL_compact.csv
-has a line for each round. After a stop, or for more rounds, give the same options and --continue."""
+Round 0 is voxlith-run --target-rms with the weights of the control file. Each further round reduces the weight of smallness
+in cells of large amplitude, and weights the norm of each property so that its data reach the target misfit. With --norm 2
+only the misfits are balanced. CONTROL_compact.inp, with CONTROL_compact_weights.txt, is the control file of the last round;
+CONTROL_compact.csv has a line for each round. After a stop, or for more rounds, give the same options and --continue."""
 
 
 def make_parser() -> Parser:
@@ -50,15 +50,15 @@ def make_parser() -> Parser:
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file, seen from FOLDER (default: voxlith.inp)")
-    add("--stack", metavar="FILE", help="What voxlith-tools stack wrote (default: NAME.json beside NAME.mtx)")
+    add("--stack", metavar="FILE", help="JSON file that voxlith-tools stack wrote (default: NAME.json beside NAME.mtx)")
     add("--rounds", metavar="COUNT", type=integer_within(1, 50), default=_ROUNDS, 
         help=f"Rounds after round 0, 1 to 50 (default: {_ROUNDS})")
     add("--norm", metavar="P", type=number_from(0.0), default=0.0,
-        help="Power of the amplitude in the norm, from 0, which counts volume, to 2, which leaves the norm as it is (default: 0)")
+        help="Power of the amplitude in the norm, from 0 (volume, compact bodies) to 2 (smooth, no change of the norm) (default: 0)")
     add("--smoothness", metavar="NUMBER", type=number_from(0.0),
         help="Factor of the smoothness from round 1 on (default: 0.001; 1 with --norm 2)")
     add("--target-rms", metavar="R", type=number_from(0.0, above=True), default=1.0, help="RMS misfit of each round (default: 1)")
-    add("--continue", dest="go_on", action="store_true", help="Go on after the last complete round of an earlier call with these options")
+    add("--continue", dest="go_on", action="store_true", help="Continue after the last complete round of an earlier call with these options")
     add("--cross-gradient", metavar="WEIGHT[,A,B]", help="Couple the structure of two properties in each round, as voxlith-run does")
     return parser
 

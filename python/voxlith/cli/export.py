@@ -29,9 +29,9 @@ _ENDINGS = {"geoh5": (".geoh5",), "vtk": (".vtr", ".vti"), "geotiff": (".tif", "
             "netcdf": (".nc",), "gempy": (".npz",), "tomofast": (".txt",), "geopackage": (".gpkg",)}
 
 _EXAMPLES = """\
-The format follows from the ending of --out: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .nc (NetCDF), .npz (GemPy),
-.txt (Tomofast-x), .gpkg (GeoPackage). A GeoTIFF holds depth slices; with --section a vertical section, with --data-grid the
-data. A GeoPackage holds the stations with observed, predicted and residual data, as does a CSV with --stations.
+The ending of --out selects the format: .geoh5, .vtr or .vti (VTK), .tif (GeoTIFF), .csv, .nc (NetCDF), .npz (GemPy),
+.txt (Tomofast-x), .gpkg (GeoPackage). A GeoTIFF contains depth slices; with --section a vertical section, with --data-grid the
+data. A GeoPackage contains the stations with observed, predicted and residual data, as does a CSV with --stations.
 
 Examples:
   voxlith-tools export run1 --out run1.geoh5
@@ -84,7 +84,7 @@ def make_parser() -> Parser:
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file in the folder (default: voxlith.inp)")
     add("--mesh", metavar="FILE", help="UBC tensor mesh file, for models without a run")
     add("--model", metavar="[NAME=]FILE", nargs="+", action="extend", help="Model file, or NAME=FILE; as often as there are models")
-    add("--out", metavar="FILE", required=True, help="File to write; its ending decides about the format")
+    add("--out", metavar="FILE", required=True, help="File to write; its ending selects the format")
     add("--choose", metavar="NAME", help="One of several models, by its number from 1 or its label (GeoTIFF, GemPy, Tomofast-x)")
     add("--iteration", metavar="NUMBER", help="Models that the run has stored at this iteration, without data")
     add("--layers", metavar="A:B", help="Layers of a GeoTIFF or CSV, counted from 1 at the top (default: all)")

@@ -20,8 +20,8 @@ from .parser import Parser, number_list
 PROGRAM = "voxlith-tools"
 
 _EXAMPLES = """\
-A file that ends in .npy or .npz is one of GemPy, any other one of Tomofast-x. A grid with three components gives three models,
-with _1, _2 and _3 in their names.
+A file that ends in .npy or .npz is read as one of GemPy, any other as one of Tomofast-x. A grid with three components gives
+three models, with _1, _2 and _3 in their names.
 
 Examples:
   voxlith-tools grid lith.npy --extent 0,2000,0,2000,-1000,0 --resolution 40,40,20 --out-mesh g.msh --out lith.mod

@@ -43,14 +43,14 @@ _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign")
 
 _EXAMPLES = """\
-It says why it chose its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
+The file explains its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
 
 Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx
   voxlith-tools init --data tmi.mag --mesh mesh.msh --mtx tmi.mtx --bounds 0,0.2 --out tmi.inp
   voxlith-tools init --data joint.obs --mtx gz.mtx gzz.mtx --sign positive
   voxlith-tools init --data gz.obs --mtx gz.mtx --model-norm blocky
-The names are written as they are given: run voxlith-run in the folder in which this command was run."""
+File names are written as they are given: run voxlith-run in the folder in which you ran this command."""
 
 
 @dataclass(frozen=True)

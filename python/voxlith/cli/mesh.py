@@ -67,17 +67,17 @@ def make_parser() -> Parser:
              "(default: lowest; with --topography the whole metre above the highest ground)")
     add_terrain_options(parser, ": the top of the mesh lies above it, and --depth counts from the lowest ground")
     add("--margin", metavar="METRES", type=number_from(0.0),
-        help="Core beyond the outermost stations (default: half a cell; none with --extent)")
+        help="Width of the core beyond the outermost stations (default: half a cell; none with --extent)")
     add("--layer-factor", metavar="FACTOR", type=number_from(1.0), default=1.0,
-        help="Each core layer is so many times as thick as the one above (default: 1)")
+        help="Ratio of the thicknesses of a core layer and the one above (default: 1)")
     add("--padding-factor", metavar="FACTOR", type=number_from(1.0), default=1.3,
-        help="Each padding cell is so many times as wide as the last (default: 1.3)")
+        help="Ratio of the widths of a padding cell and its inner neighbour (default: 1.3)")
     add("--padding-distance", metavar="METRES", type=number_from(0.0),
-        help="What the padding covers at least, on each side and below (default: the depth)")
+        help="Least width of the padding on each side, and its least depth (default: the depth)")
     add("--padding-cells", metavar="COUNT", type=integer_within(0, 2**31 - 1),
         help="Padding cells on each side and below, in place of a distance")
     add("--padding-below", metavar="METRES", type=number_from(0.0),
-        help="What the padding below covers, when not as at the sides")
+        help="Depth of the padding below, in place of that of --padding-distance")
     add("--out", metavar="FILE", required=True, help="UBC mesh file to write")
     return parser
 

@@ -63,9 +63,9 @@ def make_parser() -> Parser:
     add_station_options(parser)
     add_data_options(parser)
     parser.add_argument("--x-north", action="store_true",
-                        help="Components of the table have x north and y east: gxx and gyy, gxz and gyz, tx and ty change places")
+                        help="Components of the table have x north and y east: gxx and gyy, gxz and gyz, tx and ty are exchanged")
     parser.add_argument("--upwards", action="store_true",
-                        help="Components of the table have z upwards: gz, gxz, gyz and tz change their sign")
+                        help="Components of the table have z upwards: the signs of gz, gxz, gyz and tz are changed")
     parser.add_argument("--field", metavar="INCL,DECL,NT", help="Inducing field incl,decl,nT of magnetic data")
     parser.add_argument("--date", metavar="DATE",
                         help="Date of a magnetic survey: the field is that of IGRF-14 at its place, in place of --field; its "

@@ -48,11 +48,11 @@ def add_placing_options(parser: Parser) -> None:
     add = parser.add_argument
     add("--crs", metavar="CRS", help="Reference system of x and y in the table, such as EPSG:4326 for longitude and latitude")
     add("--to", metavar="CRS", help="Reference system in metres to convert x and y to, such as EPSG:32633")
-    add("--shift", metavar="X,Y|{none}", help="Metres to subtract from x and y, or none; remembered in the side file (default: what "
-        "coordinates too wide for the fields of a run need)")
-    add("--every", metavar="METRES", type=number_from(0.0), 
-        help="Keep records of a line that are at least so far apart, or rows and columns of a grid")
-    add("--height", metavar="METRES", type=number, help="Put the stations so far above the terrain of --topography")
+    add("--shift", metavar="X,Y|{none}", help="Metres to subtract from x and y, or none; stored in the side file (default: a "
+        "shift only where coordinates are too wide for the files of a run)")
+    add("--every", metavar="METRES", type=number_from(0.0),
+        help="Keep records of a line, or rows and columns of a grid, that are at least this far apart")
+    add("--height", metavar="METRES", type=number, help="Height of the stations above the terrain of --topography")
     add_terrain_options(parser, ", for --height")
 
 

@@ -34,11 +34,11 @@ Examples:
   voxlith-plot run1 --iteration 40              the model stored at iteration 40 (voxlith_iter_040.den)
   voxlith-plot run1 --limits -0.1,0.4           colours of the sections from -0.1 to 0.4
 
-A run may still be going on: the last finished iteration is drawn. A picture whose files are not there yet is left out
-with a line on standard error; one that --only asks for is an error then. Pictures of data need the control file, the
+The run may still be active: the last finished iteration is drawn. A picture whose files do not exist yet is left out
+with a line on standard error; if --only names it, this is an error. Pictures of data need the control file, the
 data file and the sensitivity files of the run.
 
-Exit status: 0 all is drawn that can be, 1 a file is missing or damaged, 2 wrong arguments."""
+Exit status: 0 all available pictures are drawn, 1 a file is missing or damaged, 2 wrong arguments."""
 
 
 
@@ -51,15 +51,15 @@ def make_parser() -> Parser:
     add("--control", metavar="FILE", help=f"Control file, seen from FOLDER (default: {_CONTROL})")
     add("--out", metavar="FOLDER", help="Folder of the pictures (default: FOLDER/plots)")
     add("--only", nargs="+", choices=PICTURES,
-        help="These pictures alone (default: all)")
+        help="Draw only these pictures (default: all)")
     add("--at", metavar="X,Y,Z|{peak,largest,middle}",
-        help="Where the sections meet: a point, Z its elevation; largest, the cell of the largest magnitude below the "
+        help="Where the sections intersect: a point, Z its elevation; largest, the cell of the largest magnitude below the "
              "stations; peak, likewise, but with a smaller magnitude below it; or middle, that of the stations' extent "
              "(default: peak)")
     add("--iteration", metavar="NUMBER", type=integer_within(0, 99999), help="Sections of the model stored at iteration N")
-    add("--whole-mesh", action="store_true", help="Sections with padding cells and great depths")
+    add("--whole-mesh", action="store_true", help="Show padding cells and all depths in the sections")
     add("--true", metavar="FILE",
-        help="Outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it is there)")
+        help="Outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it exists)")
     add("--topography", metavar="FILE", help="Topography; its surface is drawn on the sections")
     add("--format", nargs="+", choices=_FORMATS, help="Formats of the pictures (default: png)")
     add("--dpi", metavar="NUMBER", type=integer_within(30, 1200), help="Pixels per inch (default: 110)")

@@ -23,7 +23,7 @@ PROGRAM = "voxlith-tools"
 _LEAST_AGAINST = 0.1  # part of the residuals with the other sign than the anomalies; half of them between anomalies
 
 _EXAMPLES = """\
-A polynomial is fitted by robust least squares. --upward and --wavelength work on equivalent sources: point masses below the
+A polynomial is fitted by robust least squares. --upward and --wavelength use equivalent sources: point masses below the
 stations. The mass of a model depends on the regional field: try two, such as with and without --anomaly, and compare.
 
 Examples:
@@ -32,7 +32,7 @@ Examples:
   voxlith-tools regional gz.obs --order 1 --anomaly positive --out residual.obs
   voxlith-tools regional gz.obs --upward 2000 --out residual.obs
   voxlith-tools regional tmi.mag --wavelength 5000 --out residual.mag
-The subtraction is remembered in the side file, residual.obs.json."""
+The side file, residual.obs.json, stores what was subtracted."""
 
 
 def make_parser() -> Parser:
@@ -41,15 +41,15 @@ def make_parser() -> Parser:
     add = parser.add_argument
     add("file", metavar="FILE", help="Observed data file")
     add("--order", metavar="NUMBER", type=integer_within(0, 3),
-        help="Polynomial by robust least squares: 0 a constant, 1 a plane, 2 or 3")
+        help="Order of a polynomial, fitted by robust least squares: 0 a constant, 1 a plane, 2 or 3")
     add("--outside", metavar="XMIN,XMAX,YMIN,YMAX",
-        help="With --order: fit outside of this box, which holds the anomalies; coordinates of the data file")
+        help="With --order: fit outside of this box, which contains the anomalies; coordinates of the data file")
     add("--anomaly", choices=["either", "positive", "negative"],
         help="With --order: the sign of the anomalies; residuals of this sign count less (default: either)")
     add("--upward", metavar="METRES", type=number_from(0.0, above=True),
-        help="The field continued upwards by this height, by equivalent sources")
+        help="Subtract the field continued upwards by this height, by equivalent sources")
     add("--wavelength", metavar="METRES", type=number_from(0.0, above=True),
-        help="Wavelengths above this one, on a grid of equivalent sources")
+        help="Subtract wavelengths above this one, by a grid of equivalent sources")
     add("--component", metavar="NUMBER", type=integer_within(1, 6), default=1, help="Component of the data (default: 1)")
     add("--type", metavar="TYPE", nargs="+", action="extend",
         help="Data types of the components (default: those of the file, else gz, or tmi with a field)")

@@ -17,7 +17,7 @@ PROGRAM = "voxlith-tools"
 _HIGHEST_PORT = 65535
 
 _EXAMPLES = """\
-The run may still be going on. The HTML file loads nothing from a network; a double click opens it.
+The run may still be active. The HTML file opens in any browser and loads nothing from a network.
 
 Examples:
   voxlith-tools report run1
@@ -40,9 +40,9 @@ def make_parser() -> Parser:
     add("--topography", metavar="FILE", help="UBC topography file of the ground surface (default: top of active cells)")
     add("--vectors", metavar="X,Y,Z", help="Labels of the models that are the vector components to the east, to the north "
                                            "and down, or upwards if Z is up (default: mx,my,mz, if there are any)")
-    add("--tradeoff-table", metavar="FILE", help="Table of trade-off multipliers for the L-curve (default: "
+    add("--tradeoff-table", metavar="FILE", help="Table of trade-offs for the L-curve (default: "
                                                  "voxlith_tradeoff.csv of the run, if any)")
-    add("--follow", action="store_true", help="Show the run in the browser while it goes on, until Ctrl+C")
+    add("--follow", action="store_true", help="Show an active run in the browser, until Ctrl-C")
     add("--port", metavar="NUMBER", type=integer_within(0, _HIGHEST_PORT), default=0,
         help="Port of --follow on this machine (default: a free one)")
     return parser

@@ -46,8 +46,8 @@ Examples:
       --rows gz.obs - - - gz.mtx --out mixed
   voxlith-tools stack --properties p=65,10 s=0,100 t=-25,10 --smallness 1 4 4 \\
       --rows tmi.mag tmi_p.mtx tmi_s.mtx tmi_t.mtx --out vector
-The rows of several --rows follow each other. DATA:N takes component N of a data file. A sensitivity file for each
-property follows in the order of --properties, - where the data do not depend on it. Directions of magnetisation are
+Give --rows once for each data type. DATA:N takes component N of a data file. A sensitivity file for each property
+follows in the order of --properties, or - where the data do not depend on it. Directions of magnetisation are
 those of mtx --magnetisation. Run the control file that is written, then voxlith-tools unstack."""
 
 
@@ -61,7 +61,7 @@ class _Asked:
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(f"{PROGRAM} stack", "Put several properties into one model, and any data into one run", _EXAMPLES)
+    parser = Parser(f"{PROGRAM} stack", "Combine several properties in one model, and several data types in one run", _EXAMPLES)
     add = parser.add_argument
     add("--properties", metavar="NAME", nargs="+", required=True,
         help="Names of the properties, NAME=x, y, z or INC,DEC for components of the magnetisation; mx, my and mz are along the axes")
@@ -69,17 +69,17 @@ def make_parser() -> Parser:
         help="Observed data (DATA:N for component N of a file), then their sensitivity file for each property, or - where "
              "they do not depend on it; once for each type of data")
     add("--scale", metavar="NUMBER", nargs="+",
-        help="auto, or the unit in which each property is counted (default: auto, the size of a first model of each)")
+        help="Unit of each property in the run, or auto (default: auto, the magnitude of a first model of each)")
     add("--bounds", metavar="BOUNDS", nargs="+",
         help="lower,upper, a bounds file, or null: one for all or one for each property (default: null)")
-    add("--start", metavar="FILE", nargs="+", help="Starting model: files or numbers (default: 0)")
+    add("--start", metavar="FILE", nargs="+", help="Initial model: files or numbers (default: 0)")
     add("--reference", metavar="FILE", nargs="+", help="Reference model: files or numbers (default: 0)")
     add("--smallness", metavar="NUMBER", nargs="+",
         help="Factor of the smallness of each property (default: 1); above 1 it keeps a component of the magnetisation small")
     add("--weights", choices=["auto", "none"], default="auto",
         help="auto: depth weights of the model norm from the sensitivities; none: only the seams (default: auto)")
     add("--tolerance", metavar="NUMBER", type=number_from(0.0), default=0.01,
-        help="Largest loss of a row over its norm, beside that of the files (default: 0.01)")
+        help="Largest loss of a row over its norm, in addition to that of the files (default: 0.01)")
     add("--out", metavar="NAME", required=True, help="Beginning of the names of the files to write: NAME.mtx, NAME.inp ...")
     add("--force", action="store_true", help="Replace earlier files of these names")
     return parser

@@ -18,13 +18,13 @@ def add_station_options(parser: Parser) -> None:
     columns = StationColumns()
     parser.add_argument("--x", metavar="COLUMN", default=columns.x, help="Column of the easting (default: x)")
     parser.add_argument("--y", metavar="COLUMN", default=columns.y, help="Column of the northing (default: y)")
-    parser.add_argument("--z", metavar="COLUMN", help="Column of the elevation, up (default: z)")
+    parser.add_argument("--z", metavar="COLUMN", help="Column of the elevation, positive upwards (default: z)")
     parser.add_argument("--elevation", metavar="METRES", type=number,
                         help="Elevation of all stations, in place of a column")
     parser.add_argument("--z-unit", choices=list(METRES),
                         help="Unit of the column of the elevation; metres are written (default: m)")
     parser.add_argument("--z-down", action="store_true",
-                        help="The column of the elevation counts downwards: its sign is turned")
+                        help="The column of the elevation is positive downwards: its sign is changed")
 
 
 def add_data_options(parser: Parser) -> None:
@@ -37,12 +37,12 @@ def add_data_options(parser: Parser) -> None:
         help="Data type of each component: gz, gxx, gyy, gzz, gxy, gxz, gyz, tmi, tx, ty, tz, or a code (default: gz, or tmi with "
              "a field)")
     add("--percent", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: percent of the datum")
-    add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: added to the percentage")
+    add("--floor", metavar="NUMBER", type=number_from(0.0), help="Default standard deviation: floor, added to the percentage")
     add("--data-scale", metavar="FACTOR", type=number_from(0.0, above=True),
-        help="Multiply the data and their column of standard deviations by it, such as 0.001 from microgal to mGal; not "
-             "--percent and --floor")
+        help="Multiply the data and their column of standard deviations by this factor, such as 0.001 from microgal to "
+             "mGal; --percent and --floor are not multiplied")
     add("--error-scale", metavar="FACTOR", type=number_from(0.0, above=True),
-        help="Multiply the column of the standard deviations by it, in place of --data-scale")
+        help="Multiply the column of the standard deviations by this factor, in place of --data-scale")
     add("--dummy", metavar="TEXT", help="Text or number that stands for no datum, such as -9999")
 
 
@@ -61,9 +61,9 @@ def add_terrain_options(parser: Parser, purpose: str) -> None:
 def add_csv_options(parser: Parser) -> None:
     """How the CSV is written."""
     parser.add_argument("--separator", choices=["auto", "comma", "semicolon", "tab", "blank"],
-                        help="Between the fields of the CSV (default: auto)")
+                        help="Separator of the fields of the CSV (default: auto)")
     parser.add_argument("--decimal-comma", action="store_true",
-                        help="Numbers in the CSV have a comma before their decimals")
+                        help="Numbers in the CSV have a decimal comma")
 
 
 def station_columns(parser: Parser, options: argparse.Namespace) -> StationColumns:

@@ -34,12 +34,12 @@ survey is that of the side file of --mesh or --stations, or --to."""
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(f"{PROGRAM} terrain", "Write points of the ground from a raster or a table", _EXAMPLES)
+    parser = Parser(f"{PROGRAM} terrain", "Write points of the ground surface from a raster or a table", _EXAMPLES)
     add = parser.add_argument
-    add("file", metavar="FILE", help="GeoTIFF, ESRI ASCII, Surfer or NetCDF raster; CSV with column names; or UBC points")
+    add("file", metavar="FILE", help="GeoTIFF, ESRI ASCII, Surfer or NetCDF raster; CSV with column names; or UBC topography file")
     add("--mesh", metavar="FILE", help="Mesh file: the points cover its columns")
     add("--stations", metavar="FILE", help="Observed data file: the points cover its stations, in place of --mesh")
-    add("--margin", metavar="METRES", type=number_from(0.0), default=0.0, help="Beyond mesh or stations (default: 0)")
+    add("--margin", metavar="METRES", type=number_from(0.0), default=0.0, help="Width of the area beyond mesh or stations (default: 0)")
     add("--step", metavar="METRES", type=number_from(0.0, above=True),
         help="Distance of the points of a raster (default: half the smallest cell; with --stations a hundredth of the survey)")
     add("--terrain-crs", metavar="CRS", help="Reference system of the terrain where its file names none, such as EPSG:4326")

@@ -19,18 +19,18 @@ PROGRAM: Final = "voxlith-tools"
 
 SUBCOMMANDS: Final[dict[str, str]] = {
     "obs": "Convert a CSV to observed data, or observed data to a CSV",
-    "check": "Look for what would spoil the inversion of a survey",
+    "check": "Check survey data for faults that would spoil an inversion",
     "regional": "Separate a regional field from the anomalies of a survey",
     "mesh": "Write a padded mesh below the stations of a survey",
-    "terrain": "Write points of the ground from a raster or a table",
+    "terrain": "Write points of the ground surface from a raster or a table",
     "mtx": "Compute the sensitivity file of a survey",
-    "mtx-join": "Put sensitivity files of some rows each together",
+    "mtx-join": "Join sensitivity files that contain parts of the rows",
     "bounds": "Write a bounds file from a lithology model",
     "weights": "Write a weighting file that keeps recovered bodies at their depth",
     "init": "Write a control file with comments for data and sensitivity files",
-    "stack": "Put several properties into one model, and any data into one run",
-    "unstack": "Split the results of a stacked run by property and type of data",
-    "compact": "Run a stacked inversion in rounds: compact bodies, each type of data at its misfit",
+    "stack": "Combine several properties in one model, and several data types in one run",
+    "unstack": "Split the results of a stacked run by property and data type",
+    "compact": "Run a stacked inversion in rounds, for compact bodies and a target misfit of each data type",
     "bodies": "List the bodies of a model: position, depth, excess mass",
     "report": "Write an interactive report of a run (HTML), or follow a run",
     "export": "Write models and data as geoh5, VTK, GeoTIFF, CSV, GemPy or Tomofast-x",
@@ -45,7 +45,7 @@ _COMPUTED = ("mtx", "mtx-join", "predict")
 def help_text() -> str:
     """What ``voxlith-tools --help`` shows."""
     lines = [f"usage: {PROGRAM} SUBCOMMAND [OPTIONS]", "",
-             "From a survey to a model and its pictures: the work before and after an inversion", "",
+             "The steps before and after an inversion, from a survey to a model and its report", "",
              "options:", "  -h, --help     Show this help and end", "  --version      Show the version and end", "",
              "subcommands, in the order of work:"]
     lines += [f"  {name:<14} {text}" for name, text in SUBCOMMANDS.items()]

@@ -38,10 +38,10 @@ def make_parser() -> Parser:
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file, seen from FOLDER (default: voxlith.inp)")
-    add("--stack", metavar="FILE", help="What voxlith-tools stack wrote (default: NAME.json beside NAME.mtx)")
+    add("--stack", metavar="FILE", help="JSON file that voxlith-tools stack wrote (default: NAME.json beside NAME.mtx)")
     add("--iteration", metavar="N", type=integer_within(0, 99999), help="The model stored at iteration N")
     add("--out", metavar="FOLDER", help="Folder of the files (default: FOLDER/properties)")
-    add("--no-vtr", action="store_true", help="No file for ParaView, which needs VTK")
+    add("--no-vtr", action="store_true", help="Do not write the file for ParaView, which needs VTK")
     return parser
 
 

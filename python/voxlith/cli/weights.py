@@ -14,15 +14,15 @@ from .parser import Parser, number_from
 PROGRAM = "voxlith-tools"
 
 _EXAMPLES = """\
-The weights of the model norm follow the sensitivities of the files, or a power of the depth. Padding cells are not cheaper
-than cells of the core.
+The weights of the model norm follow the sensitivities of the files, or a power of the depth. Weights of padding
+cells grow with their volume, so that bodies do not spread into them.
 
 Examples:
   voxlith-tools weights --mtx gz.mtx --out weights.txt
   voxlith-tools weights --mtx gz.mtx gzz.mtx --out weights.txt
   voxlith-tools weights --mtx tmi.mtx --law power --z0 30 --out weights.txt
   voxlith-tools weights --mtx gz.mtx --model-norm blocky --out weights.txt
-Name the file on line 10 of the control file. voxlith-tools init writes and names such a file by itself. The weights suit
+Name the file on line 10 of the control file. voxlith-tools init also writes and names such a file. The weights suit
 voxlith-run with --target-rms or --until-converged, which minimise the model norm exactly."""
 
 
@@ -32,9 +32,9 @@ def make_parser() -> Parser:
     add = parser.add_argument
     add("--mtx", metavar="FILE", nargs="+", action="extend", required=True, help="Sensitivity file; several for a joint run")
     add("--law", choices=["sensitivity", "power"], default="sensitivity",
-        help="sensitivity: by the sensitivities of the files; power: by a power of the depth (default: sensitivity)")
+        help="Weights from the sensitivities of the files (sensitivity) or a power of the depth (power) (default: sensitivity)")
     add("--decay", metavar="NUMBER", type=number_from(0.0),
-        help=f"Power of the depth with which the weights fall off below the stations (default: {DECAY:g}, or "
+        help=f"Power of the depth with which the weights decay below the stations (default: {DECAY:g}, or "
              f"{DECAY_OF_NORM['blocky']:g} for a blocky norm; {POWER_LAW_DECAY:g} with --law power)")
     add("--model-norm", choices=list(DECAY_OF_NORM), default="smooth",
         help="Model norm of the run, as for voxlith-run (default: smooth)")
