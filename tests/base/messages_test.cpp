@@ -8,11 +8,13 @@
 #include <functional>
 #include <string>
 
+#include "support/run_error.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::errorOf;
 using testing_support::TemporaryFolder;
 
 // Runs `work` with standard output led to the descriptor `target`; -1 closes it.
@@ -27,15 +29,6 @@ void withStandardOutput(int target, const std::function<void()>& work) {
     work();
     ::dup2(saved, STDOUT_FILENO);
     ::close(saved);
-}
-
-std::string errorOf(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const RunError& error) {
-        return error.what();
-    }
-    return "no error";
 }
 
 TEST(Messages, writesOnScreenAndLog) {

@@ -6,15 +6,16 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "base/messages.h"
+#include "support/run_error.h"
 #include "support/temporary_folder.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::errorOf;
 using testing_support::TemporaryFolder;
 
 std::size_t filesIn(const TemporaryFolder& folder) {
@@ -23,15 +24,6 @@ std::size_t filesIn(const TemporaryFolder& folder) {
         count += entry.exists() || entry.is_symlink() ? 1u : 0u;
     }
     return count;
-}
-
-std::string errorOf(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const RunError& error) {
-        return error.what();
-    }
-    return "no error";
 }
 
 TEST(OutputFile, appearsWhenItIsComplete) {

@@ -4,25 +4,22 @@
 
 #include <cmath>
 #include <limits>
-#include <numeric>
 
 #include "inversion/data_gradient.h"
 #include "inversion/objective.h"
+#include "support/dot.h"
 #include "support/small_problem.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::makeSmallProblem;
 using testing_support::randomVector;
 using testing_support::SmallOptions;
 using testing_support::SmallProblem;
 using Vector = std::vector<double>;
-
-double dot(const Vector& a, const Vector& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
 
 Vector gradientAt(SmallProblem& small, const Vector& model, const Barrier& barrier = {}) {
     Vector out(model.size(), std::numeric_limits<double>::quiet_NaN());

@@ -6,17 +6,18 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
-#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/dot.h"
 #include "support/instruction_sets.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::InstructionSetLimit;
 using testing_support::setsOfThisMachine;
 
@@ -270,10 +271,6 @@ std::vector<double> compatibleProduct(const Problem& p, const std::vector<double
     const Regularisation regularisation = p.regularisation();
     addRegularisationGradient(regularisation, vector, {}, regularisation.depthWeight, free, 1.0, none, 1.0, out);
     return out;
-}
-
-double dot(const std::vector<double>& a, const std::vector<double>& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
 }
 
 std::vector<double> randomVector(std::size_t size, unsigned seed) {

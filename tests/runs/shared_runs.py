@@ -17,8 +17,8 @@ import tempfile
 
 sys.dont_write_bytecode = True
 import stored_runs  # noqa: E402
-from gallery import Body, Mesh, Workbench, grid, write_stations, write_values  # noqa: E402
-from stored_runs import control, difference, files_of  # noqa: E402
+from gallery import Body, Mesh, Workbench, grid  # noqa: E402
+from stored_runs import control, difference, files_of, write_gravity_survey  # noqa: E402
 
 MESH = Mesh(32 * [50], 30 * [50], 8 * [40])
 BODIES = [Body('block', (500, 900), (400, 800), (80, 200), 0.5), Body('small', (1100, 1250), (900, 1100), (40, 120), -0.3)]
@@ -26,12 +26,7 @@ STATIONS = grid(25, 1575, 40, 25, 1475, 33, 5.0)
 
 
 def write_survey(bench, mtx=()):
-    MESH.write(bench.path('mesh.msh'))
-    write_values(bench.path('true.den'), MESH.model(BODIES))
-    write_stations(bench.path('s.obs'), STATIONS)
-    bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.obs', '--type', 'gz', '--model', 'true.den', '--out',
-                'd.obs', '--noise', '1,0.01', '--seed', 3)
-    bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'd.obs', '--type', 'gz', '--out', 'g.mtx', *mtx)
+    write_gravity_survey(bench, mtx, MESH, BODIES, STATIONS)
 
 
 def large_free(bench):

@@ -35,10 +35,10 @@ def control(**changed):
     return '\n'.join(lines) + '\n'
 
 
-def write_gravity_survey(bench, mtx=()):
-    MESH.write(bench.path('mesh.msh'))
-    write_values(bench.path('true.den'), MESH.model(BODIES))
-    write_stations(bench.path('s.obs'), STATIONS)
+def write_gravity_survey(bench, mtx=(), mesh=MESH, bodies=BODIES, stations=STATIONS):
+    mesh.write(bench.path('mesh.msh'))
+    write_values(bench.path('true.den'), mesh.model(bodies))
+    write_stations(bench.path('s.obs'), stations)
     bench.tools('predict', '--mesh', 'mesh.msh', '--stations', 's.obs', '--type', 'gz', '--model', 'true.den', '--out',
                 'd.obs', '--noise', '1,0.01', '--seed', 3)
     bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', 'd.obs', '--type', 'gz', '--out', 'g.mtx', *mtx)

@@ -10,6 +10,7 @@
 
 #include "base/messages.h"
 #include "sensitivity/rows/row_kernels.h"
+#include "support/dot.h"
 #include "support/instruction_sets.h"
 #include "support/random_sensitivity.h"
 #include "support/temporary_folder.h"
@@ -18,6 +19,7 @@ namespace voxlith {
 namespace {
 
 using testing_support::daubechies;
+using testing_support::dot;
 using testing_support::filterOf;
 using testing_support::InstructionSetLimit;
 using testing_support::meshOf;
@@ -29,10 +31,6 @@ using testing_support::setsOfThisMachine;
 using testing_support::StoredRow;
 using testing_support::storeRowsInMemory;
 using testing_support::TemporaryFolder;
-
-double dot(const std::vector<double>& a, const std::vector<double>& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
 
 double norm(const std::vector<double>& a) {
     return std::sqrt(dot(a, a));

@@ -12,23 +12,17 @@
 
 #include "optim/lbfgsb/bounds.h"
 #include "optim/lbfgsb/lbfgsb_state.h"
+#include "support/dot.h"
 #include "support/optimiser_problem.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::OptimiserRun;
 using Vector = std::vector<double>;
 using Matrix = std::vector<Vector>;
 using Function = std::function<double(const Vector&, Vector&)>;
-
-double dot(const Vector& a, const Vector& b) {
-    double sum = 0.0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        sum += a[i] * b[i];
-    }
-    return sum;
-}
 
 Vector times(const Matrix& matrix, const Vector& v) {
     Vector result;

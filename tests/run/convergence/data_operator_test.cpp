@@ -3,23 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <numeric>
 
 #include "base/messages.h"
 #include "inversion/objective.h"
+#include "support/dot.h"
 #include "support/small_problem.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::randomVector;
 using testing_support::SmallOptions;
 using testing_support::SmallProblem;
 using Vector = std::vector<double>;
-
-double dot(const Vector& a, const Vector& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
 
 Vector predictedAt(SmallProblem& small, const Vector& model) {
     calcObjective(small.problem(), {}, model);

@@ -3,22 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <numeric>
 
 #include "run/convergence/norm_operator.h"
+#include "support/dot.h"
 #include "support/small_problem.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::randomVector;
 using testing_support::SmallOptions;
 using testing_support::SmallProblem;
 using Vector = std::vector<double>;
-
-double dot(const Vector& a, const Vector& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
 
 // A mesh of `side` cells each way with widths that differ, a tenth of the cells fixed, and a small diagonal.
 struct GridProblem {

@@ -8,26 +8,23 @@
 #include <csignal>
 #include <cstdlib>
 #include <limits>
-#include <numeric>
 #include <thread>
 
 #include "run/convergence/interior_point.h"
 #include "run/convergence/minimum_distance.h"
 #include "run/stop_signal.h"
+#include "support/dot.h"
 #include "support/small_problem.h"
 #include "survey/dummy_value.h"
 
 namespace voxlith {
 namespace {
 
+using testing_support::dot;
 using testing_support::randomVector;
 using testing_support::SmallOptions;
 using testing_support::SmallProblem;
 using Vector = std::vector<double>;
-
-double dot(const Vector& a, const Vector& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
-}
 
 double objectiveAt(SmallProblem& small, const Vector& model) {
     return reportedTotal(calcObjective(small.problem(), {}, model), small.options.multiplier);

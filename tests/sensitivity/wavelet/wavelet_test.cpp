@@ -8,6 +8,7 @@
 #include <numeric>
 #include <random>
 
+#include "support/dot.h"
 #include "support/instruction_sets.h"
 #include "support/random_sensitivity.h"
 
@@ -15,6 +16,7 @@ namespace voxlith {
 namespace {
 
 using testing_support::daubechies;
+using testing_support::dot;
 using testing_support::filterOf;
 using testing_support::InstructionSetLimit;
 using testing_support::meshOf;
@@ -35,10 +37,6 @@ WaveletFilter randomFilter(std::size_t taps, std::mt19937& random) {
 void stepInPlace(std::vector<double>& a, std::size_t n, const WaveletFilter& filter, WaveletDirection direction) {
     std::vector<double> work(a.size());
     waveletStep(a, n, filter, direction, work);
-}
-
-double dot(const std::vector<double>& a, const std::vector<double>& b) {
-    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
 }
 
 // One line after the other with waveletStep alone, axis by axis.
