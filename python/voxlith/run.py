@@ -33,6 +33,7 @@ from .mesh import Mesh
 from .model import Model
 from .process import Process, find_program, follow_table, keyword_arguments
 from .sensitivity import mesh_of
+from .side_file import SideInfo, first_coordinates
 from .survey import Survey
 
 Reals = npt.NDArray[np.float64]
@@ -140,6 +141,17 @@ class Run:
             return "finished" if self.log[-1].finished else "unfinished"
         except FileError:
             return "unfinished"
+
+    @property
+    def results_of_other(self) -> str:
+        """A warning where the last run in the folder had another control file, to which its results belong; or an empty text."""
+        try:
+            name = self.log[-1].inputs.get("Input parameter file", "")
+        except FileError:
+            return ""
+        if not name or os.path.basename(name) == os.path.basename(self.control_name):
+            return ""
+        return f"{self.path('voxlith.log')}: the results are those of {name}, which ran last in this folder, not of {self.control_name}"
 
     def start(self, *, replace_results: bool = False, **keywords: Any) -> None:
         """Start the program and return at once.
@@ -350,6 +362,12 @@ class Run:
     def predicted(self) -> Survey:
         """The predicted data of the last iteration. Raises FileError."""
         return self._survey("voxlith.pre", observed=False)
+
+    @property
+    def coordinates(self) -> SideInfo:
+        """Reference system and shift that the data file or a sensitivity file has. Raises FileError."""
+        values = self.control.values
+        return first_coordinates(map(self.path, [values.data_file, *values.mtx_files]))
 
     def fit(self) -> Fit:
         """Data as the run uses them beside its predictions. Raises FileError."""

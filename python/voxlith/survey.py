@@ -156,7 +156,7 @@ class Survey:
     @property
     def names(self) -> list[str]:
         """Name of each component; a name that comes again gets a number."""
-        return _numbered([data_type_name(code) for code in self.codes])
+        return numbered_names([data_type_name(code) for code in self.codes])
 
     @property
     def units(self) -> list[str]:
@@ -397,6 +397,7 @@ def _listed(names: str | Sequence[str]) -> list[str]:
     return [names] if isinstance(names, str) else list(names)
 
 
-def _numbered(names: list[str]) -> list[str]:
+def numbered_names(names: list[str]) -> list[str]:
+    """Names of which one that comes again has a number."""
     return [name if name not in names[:index] else f"{name}_{names[:index].count(name) + 1}"
             for index, name in enumerate(names)]

@@ -15,6 +15,7 @@ from .errors import FileError, PathLike, UsageError
 from .grid_table import read_grid_data
 from .io.csv_file import read_csv_file
 from .io.topography_file import read_topography_file
+from .mesh import Mesh
 from .side_file import SideInfo, other_coordinates, read_side_file
 from .terrain import Terrain
 
@@ -86,6 +87,16 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
     in_degrees = looks_like_degrees(points[:, 0], points[:, 1])
     points = _moved(points, replace(side, crs=side.crs or terrain_crs), SideInfo(crs, shift))
     return Terrain(check_points(points, path)), _coverage_warning(path, points, box, in_degrees)
+
+
+def terrain_over(path: PathLike, mesh: Mesh, side: SideInfo, terrain_crs: str = "") -> tuple[Terrain, str]:
+    """The surface over the columns of a mesh whose coordinates are those of `side`, and a warning or an empty text.
+
+    Raises FileError and UsageError as :func:`read_terrain`.
+    """
+    x, y = np.meshgrid(mesh.x_centres, mesh.y_centres, indexing="ij")
+    return read_terrain(path, np.column_stack([x.ravel(), y.ravel()]), float(mesh.x_widths.min()), crs=side.crs, terrain_crs=terrain_crs,
+                        shift=side.shift)
 
 
 def _moved(points: Reals, own: SideInfo, wanted: SideInfo) -> Reals:

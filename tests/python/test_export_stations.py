@@ -12,6 +12,7 @@ from conftest import one_line
 from voxlith import Fit, FileError, MissingPackageError, Run, Survey, UsageError
 from voxlith.export import station_columns, write_stations_csv, write_stations_geopackage
 from voxlith.side_file import SideInfo, write_side_file
+from voxlith.survey import numbered_names
 
 
 def two_components() -> Fit:
@@ -101,3 +102,11 @@ def test_a_run_without_predictions(tools, gravity, copied):
     work = copied(gravity)
     work.path("voxlith.pre").unlink()
     assert "predicted data" in one_line(tools("export", work.folder, "--out", "s.gpkg"), 2)
+
+
+def test_layers_of_one_data_type_have_names_of_their_own(tmp_path):
+    ogr = pytest.importorskip("osgeo.ogr")
+    names = numbered_names(["gz", "tmi", "gz"])
+    write_stations_geopackage(tmp_path / "s.gpkg", [(name, station_columns(two_components())) for name in names], "")
+    source = ogr.Open(str(tmp_path / "s.gpkg"))
+    assert [source.GetLayer(number).GetName() for number in range(source.GetLayerCount())] == names == ["gz", "tmi", "gz_2"]

@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 
 import matplotlib.image
@@ -85,6 +86,22 @@ def test_stored_iteration_point_bodies_and_topography(gravity, plot, tmp_path):
                 tmp_path / "b.json", "--topography", tmp_path / "t.topo", "--whole-mesh")
     assert (done.status, done.errors) == (0, "")
     check_png(tmp_path / "sections.png")
+
+
+def test_topography_is_any_surface_over_the_mesh(gravity, plot, tmp_path):
+    (tmp_path / "t.csv").write_text("Easting,Northing,Height\n1000,2000,110\n1800,2000,110\n1000,2600,100\n")
+    done = plot(gravity.folder, "--only", "sections", "--out", tmp_path, "--topography", tmp_path / "t.csv")
+    assert (done.status, done.errors) == (0, "")
+    (tmp_path / "t.tif").write_bytes(b"II*\0no raster")
+    done = plot(gravity.folder, "--only", "sections", "--out", tmp_path, "--topography", tmp_path / "t.tif")
+    assert done.status != 0 and "t.tif" in done.errors and len(done.errors.splitlines()) == 1
+
+
+def test_results_of_another_control_file_are_named(gravity, copied, plot, tmp_path):
+    bench = copied(gravity)
+    shutil.copy(bench.path("voxlith.inp"), bench.path("second.inp"))
+    done = plot(bench.folder, "--control", "second.inp", "--only", "convergence", "--out", tmp_path)
+    assert done.status == 0 and "the results are those of voxlith.inp, which ran last in this folder, not of second.inp" in done.errors
 
 
 def test_a_run_that_goes_on(gravity, copied, plot):

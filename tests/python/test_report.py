@@ -150,7 +150,7 @@ def test_surroundings(copied, joint: Bench, tmp_path: Path) -> None:
     bench = copied(joint)
     bench.write("true_bodies.json", '{"bodies": [{"name": "a", "x": [2, 1], "y": [1, 2], "elevation": [-5, 0], "model": 2}]}')
     bench.write("voxlith_tradeoff.csv", "tradeoff,rms_misfit,phi_m,more\n1,2,9,0\n0.1,1,16,0\n")
-    bench.write("ground.topo", "2\n1000 2000 100\n1800 2600 110\n")
+    bench.write("ground.topo", "3\n1000 2000 100\n1800 2600 110\n1000 2600 110\n")
     contents = report_contents(Run(bench.folder), ReportOptions(topography=bench.path("ground.topo")))
     assert contents["bodies"] == [{"name": "a", "model": 2, "x": [1, 2], "y": [1, 2], "elevation": [-5, 0]}]
     assert contents["lcurve"] == {"tradeoff": [1.0, 0.1], "misfit": [2.0, 1.0], "norm": [3.0, 4.0]}

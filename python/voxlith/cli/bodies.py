@@ -25,7 +25,7 @@ from ..model import Model
 from ..run import Run
 from ..side_file import SideInfo, first_coordinates, write_side_file
 from ..stacked_run import bounded_models, require_run
-from ..terrain_input import read_terrain
+from ..terrain_input import terrain_over
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from
 from .station_options import add_terrain_options
@@ -104,6 +104,8 @@ def run(arguments: Sequence[str]) -> int:
 
 def _of_run(work: Run, iteration: int | None) -> _Source:
     require_run(work, "give that of the stacked run, with its --control")
+    if work.results_of_other:
+        warn(PROGRAM, work.results_of_other)
     values = work.control.values
     cells = work.mesh.n_cells
     require_memory(_BYTES_PER_CELL * cells * values.model_count, f"{work.folder}: models of {cells} cells")
@@ -129,12 +131,10 @@ def _grounds(options: argparse.Namespace, models: Sequence[Model], crs: str) -> 
     if not options.topography:
         return [top_of(model) for model in models]
     mesh = models[0].mesh
-    x, y = np.meshgrid(mesh.x_centres, mesh.y_centres, indexing="ij")
-    surface, warning = read_terrain(options.topography, np.column_stack([x.ravel(), y.ravel()]), float(mesh.x_widths.min()), crs=crs,
-                                    terrain_crs=options.terrain_crs or "")
+    surface, warning = terrain_over(options.topography, mesh, SideInfo(crs), options.terrain_crs or "")
     if warning:
         warn(PROGRAM, warning)
-    return [surface(x, y)] * len(models)
+    return [surface(*np.meshgrid(mesh.x_centres, mesh.y_centres, indexing="ij"))] * len(models)
 
 
 def _rows(model: Model, bodies: Sequence[Body], bounds: CellBounds | None) -> list[str]:

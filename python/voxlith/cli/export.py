@@ -300,9 +300,11 @@ def _section(text: str, mesh: Mesh, stations: Survey | None) -> Section:
 
 def _write_stations(task: _Task) -> None:
     from ..export.stations import station_columns, write_stations_csv, write_stations_geopackage
+    from ..survey import numbered_names
     if not task.fits:
         raise UsageError("stations: expected a run with predicted data (voxlith.pre)")
-    layers = [("stations" if len(task.fits) == 1 else fit.observed.names[0].lower(), station_columns(fit, task.names)) for fit in task.fits]
+    layer_names = ["stations"] if len(task.fits) == 1 else numbered_names([fit.observed.names[0].lower() for fit in task.fits])
+    layers = [(name, station_columns(fit, task.names)) for name, fit in zip(layer_names, task.fits)]
     if task.out.lower().endswith(".csv"):
         if len(layers) > 1:
             raise UsageError(f"--out {task.out}: expected data of one type for a CSV, found {len(layers)}; use .gpkg, or voxlith-tools unstack")

@@ -10,13 +10,14 @@ from typing import TYPE_CHECKING, Any, Final
 
 
 from ..errors import FileError, RunError, UsageError, VoxlithError, escaped
-from .output import run_program, say
+from .output import run_program, say, warn
 from .parser import Parser, integer_within, number_list
 
 if TYPE_CHECKING:
     from ..run import Run
     from ..stacked_run import StackedRun
     from ..survey import Direction
+    from ..terrain import Terrain
     from ..vectors import VectorModel
 
 PROGRAM: Final = "voxlith-plot"
@@ -60,7 +61,7 @@ def make_parser() -> Parser:
     add("--whole-mesh", action="store_true", help="Show padding cells and all depths in the sections")
     add("--true", metavar="FILE",
         help="Outlines of the true bodies, JSON (default: true_bodies.json in FOLDER, if it exists)")
-    add("--topography", metavar="FILE", help="Topography; its surface is drawn on the sections")
+    add("--topography", metavar="FILE", help="Ground surface, drawn on the sections: a raster, a table with x, y and z, or UBC points")
     add("--format", nargs="+", choices=_FORMATS, help="Formats of the pictures (default: png)")
     add("--dpi", metavar="NUMBER", type=integer_within(30, 1200), help="Pixels per inch (default: 110)")
     add("--colormap", metavar="NAME", help="Colour map of Matplotlib for sections and maps (default: by the values)")
@@ -85,6 +86,8 @@ def _run(words: Sequence[str]) -> int:
             raise VoxlithError(f"{path}: there is no such file")
     from ..plot.style import check_colormap
     check_colormap(options.colormap)
+    if run.results_of_other:
+        warn(PROGRAM, run.results_of_other)
     return _draw_all(run, options)
 
 
@@ -134,14 +137,21 @@ def _data(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
             yield f"profiles{suffix}", plot.line_profiles(run, component)
 
 
+def _surface(run: Run, path: str) -> Terrain:
+    from ..terrain_input import terrain_over
+    surface, warning = terrain_over(path, run.mesh, run.coordinates)
+    if warning:
+        warn(PROGRAM, warning)
+    return surface
+
+
 def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
     from .. import plot
     from ..io.bodies_file import read_bodies_file
-    from ..terrain import Terrain
     usual = run.path("true_bodies.json")
     named = options.true or (usual if usual.is_file() else None)
     bodies = read_bodies_file(named) if named else []
-    surface = Terrain.read(options.topography) if options.topography else None
+    surface = _surface(run, options.topography) if options.topography else None
     from ..stacked_run import StackedRun, is_stacked
     if is_stacked(run):
         stacked = StackedRun(run)

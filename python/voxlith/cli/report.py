@@ -37,7 +37,7 @@ def make_parser() -> Parser:
     add("--cells", metavar="NUMBER", type=integer_within(1000, 10_000_000), default=MOST_CELLS,
         help=f"Coarsen models that have more cells than this (default: {MOST_CELLS})")
     add("--true", metavar="FILE", help="Outlines of true bodies (default: true_bodies.json of the run, if any)")
-    add("--topography", metavar="FILE", help="UBC topography file of the ground surface (default: top of active cells)")
+    add("--topography", metavar="FILE", help="Ground surface: a raster, a table with x, y and z, or UBC points (default: top of active cells)")
     add("--vectors", metavar="X,Y,Z", help="Labels of the models that are the vector components to the east, to the north "
                                            "and down, or upwards if Z is up (default: mx,my,mz, if there are any)")
     add("--tradeoff-table", metavar="FILE", help="Table of trade-offs for the L-curve (default: "

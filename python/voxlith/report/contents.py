@@ -26,6 +26,7 @@ from ..model import Model
 from ..run import Fit, Run
 from ..side_file import read_side_file
 from ..stacked_run import RunByProperty, by_property
+from ..terrain_input import terrain_over
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
 from .recovered import recovered_bodies
@@ -58,7 +59,7 @@ class ReportOptions:
     true_bodies : path or None
         Outlines of true bodies; by default ``true_bodies.json`` of the run, when there is one.
     topography : path or None
-        UBC topography file of the ground surface; by default the top of the active cells.
+        Ground surface, as :func:`voxlith.terrain_input.read_terrain` reads it; by default the top of the active cells.
     vectors : tuple of 3 str, or None
         Labels of the models that are the vector to the east, to the north and down (upwards, when the third one is up);
         by default mx, my, mz.
@@ -90,7 +91,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     run = by_property(run)
     chosen = options or ReportOptions()
     notes: list[str] = []
-    warnings: list[str] = []
+    warnings = [run.results_of_other] if run.results_of_other else []
     log, rows = _log_of(run, notes, warnings), _rows_of(run, notes)
     fit = _fit_of(run, notes, warnings)
     models = _models_of(run, notes, warnings)
@@ -117,7 +118,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows, fit), "noise_level": None if fit is None else 1.0,
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
-        "terrain": _terrain(run, chosen, models, window), "bodies": _bodies(run, chosen),
+        "terrain": _terrain(run, chosen, models, window, notes), "bodies": _bodies(run, chosen),
         "stations": {"x": encode_doubles(survey.x[kept]), "y": encode_doubles(survey.y[kept]),
                      "elevation": encode_doubles(survey.elevation[kept])},
         "components": _components(run, fit, kept), "lines": _lines(fit, kept),
@@ -317,13 +318,15 @@ def _vectors(run: Run, options: ReportOptions, models: list[Model]) -> Contents 
     return None
 
 
-def _terrain(run: Run, options: ReportOptions, models: list[Model], window: Window) -> Contents | None:
+def _terrain(run: Run, options: ReportOptions, models: list[Model], window: Window, notes: list[str]) -> Contents | None:
     """Elevation of the ground at the centre of each shown column, shape (y, x)."""
     shown = window.shown_mesh(run.mesh)
     if options.topography is not None:
-        from ..terrain import Terrain
         x, y = np.meshgrid(shown.x_centres, shown.y_centres)
-        return encode_singles(Terrain.read(options.topography)(x, y))
+        surface, warning = terrain_over(options.topography, run.mesh, run.coordinates)
+        if warning:
+            notes.append(warning)
+        return encode_singles(surface(x, y))
     if not models or models[0].shown.all():
         return None
     active = models[0].mesh.cube(models[0].shown)
