@@ -24,10 +24,8 @@ CELL = 50.0
 CONTROL = ('0 1 1 1\n2 0 0\n0.001 0.002 0\ndata.obs\nrows.mtx\n0.0\n0.0\n0.0,1.0\n0.0001 1. 1. 1.\nnull\n0\n200 0 0\n')
 
 
-def write_case(settings, case):
-    """Mesh, stations, data of two blocks with noise, and the sensitivity file. Returns folder and CPU seconds of `mtx`."""
-    nx, ny, nz, side = CASES[case]
-    folder = os.path.join(settings.folder, 'peers-' + case)
+def write_files(folder, nx, ny, nz, side):
+    """Mesh, stations, two blocks and the control file of a case."""
     os.makedirs(folder, exist_ok=True)
     with open(os.path.join(folder, 'mesh.msh'), 'w') as f:
         f.write('%d %d %d\n0 0 0\n%d*%g\n%d*%g\n%d*%g\n' % (nx, ny, nz, nx, CELL, ny, CELL, nz, CELL / 2))
@@ -41,11 +39,24 @@ def write_case(settings, case):
     np.savetxt(os.path.join(folder, 'true.mod'), model.ravel(), '%.1f')
     with open(os.path.join(folder, 'voxlith.inp'), 'w') as f:
         f.write(CONTROL)
-    forward = os.path.join(settings.build, 'tools', 'voxlith-forward')
-    common = ['--mesh', 'mesh.msh', '--type', 'gz', '--threads', '1']
-    child_seconds([forward, 'predict', *common, '--stations', 'stations.obs', '--model', 'true.mod', '--out', 'data.obs',
+
+
+def forward_command(settings, name):
+    return [os.path.join(settings.build, 'tools', 'voxlith-forward'), name, '--mesh', 'mesh.msh', '--type', 'gz', '--threads', '1']
+
+
+def write_data(settings, folder):
+    """Data of the two blocks with noise."""
+    child_seconds([*forward_command(settings, 'predict'), '--stations', 'stations.obs', '--model', 'true.mod', '--out', 'data.obs',
                    '--noise', '3,0.1'], folder)
-    seconds, _ = child_seconds([forward, 'mtx', *common, '--stations', 'data.obs', '--out', 'rows.mtx'], folder)
+
+
+def write_case(settings, case):
+    """Files, data and sensitivities of a case. Returns folder and CPU seconds of `mtx`."""
+    folder = os.path.join(settings.folder, 'peers-' + case)
+    write_files(folder, *CASES[case])
+    write_data(settings, folder)
+    seconds, _ = child_seconds([*forward_command(settings, 'mtx'), '--stations', 'data.obs', '--out', 'rows.mtx'], folder)
     return folder, seconds
 
 

@@ -16,6 +16,11 @@ TABLES = ROOT / 'docs' / 'measured'
 NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
 
 
+def plain(value: object, spec: str) -> str:
+    """A value as the pages write it: 1.2e-9, not 1.2e-09."""
+    return re.sub(r'e([+-])0*(?=\d)', lambda found: 'e' + found[1].strip('+'), format(value, spec))
+
+
 class Statement(NamedTuple):
     """A template with fields such as {:.2f}, and what stands there."""
 
@@ -24,7 +29,9 @@ class Statement(NamedTuple):
 
     @property
     def text(self) -> str:
-        return self.template.format(*self.values)
+        fields = [format_spec or '' for _, field, format_spec, _ in string.Formatter().parse(self.template) if field is not None]
+        words = [plain(value, spec) for value, spec in zip(self.values, fields, strict=True)]
+        return re.sub(r'\{[^{}]*\}', '{}', self.template).format(*words)
 
     def pattern(self) -> re.Pattern[str]:
         """What the statement looks like with any numbers."""
@@ -80,7 +87,7 @@ def with_measured(page: str, statements: list[Statement]) -> str:
         found = statement.pattern().search(page)
         if found:
             shown = [field for field in string.Formatter().parse(statement.template) if field[1] is not None]
-            words = [format(value, field[2] or '') for field, value in zip(shown, statement.values)]
+            words = [plain(value, field[2] or '') for field, value in zip(shown, statement.values)]
             for number in range(len(words), 0, -1):
                 page = page[:found.start(number)] + words[number - 1] + page[found.end(number):]
     return page

@@ -2,10 +2,11 @@
 
 from __future__ import annotations
 
+import subprocess
 import sys
 
 import pytest
-from conftest import ROOT
+from conftest import BUILD, ROOT
 
 sys.path[:0] = [str(ROOT / "bench"), str(ROOT / "tests" / "docs")]
 import broad_anomaly  # noqa: E402
@@ -45,3 +46,15 @@ def test_tables_name_the_command_that_made_them(tmp_path, monkeypatch):
 def test_broad_anomaly_is_that_of_the_table(seed):
     row = table("broad-anomaly.csv")[seed]
     assert {name: float(row[name]) for name in broad_anomaly.OPTIONS} == pytest.approx(broad_anomaly.too_high(seed), abs=2e-4)
+
+
+def test_scaling_still_runs_on_a_tiny_survey(tmp_path):
+    made = tmp_path / "made.csv"
+    for words in (["iterations", "--coefficients", "1e4", "--threads", "1"], ["rows", "--side", "4"]):
+        subprocess.run([sys.executable, ROOT / "bench" / "scaling.py", *words, "--mesh", "8", "8", "4", "--build", BUILD, "--folder", tmp_path,
+                        "--csv", made], check=True, capture_output=True, timeout=60)
+    lines = made.read_text().splitlines()
+    assert [line.split(",")[0] for line in lines[2:]] == ["what", "iteration", "start", "memory", "row of mtx"]
+    assert lines[:2] == ["# bench/scaling.py iterations --coefficients 1e4 --threads 1 --mesh 8 8 4 --csv made.csv",
+                         "# bench/scaling.py rows --side 4 --mesh 8 8 4 --csv made.csv"]
+    assert len({(row["what"], row["cells"], row["coefficients"], row["threads"]) for row in table("scaling.csv")}) == len(table("scaling.csv"))
