@@ -1,19 +1,21 @@
 #include "run/arranged_rows.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
+#include <csignal>
 #include <cstring>
+#include <functional>
 #include <string_view>
 #include <vector>
 
 #include "base/messages.h"
 #include "base/output_file.h"
+#include "run/fast_hash.h"
 #include "sensitivity/products.h"
 #include "sensitivity/row_loading.h"
 
@@ -22,45 +24,8 @@ namespace voxlith {
 namespace {
 
 constexpr std::string_view magic = "VOXLITHR";
-constexpr std::int32_t layoutVersion = 1;
-constexpr std::size_t chunkBytes = std::size_t{1} << 18;  // hashed while it is in the cache
-
-// Eight chains of FNV-1a over 64-bit words, folded into one: as fast as memory, so that reading stays all that a start
-// costs. It finds damage by chance, not by intent.
-constexpr std::uint64_t fnvStart = 0xcbf29ce484222325U, fnvPrime = 0x100000001b3U;
-
-std::uint64_t hashOfChunk(std::span<const std::byte> bytes, std::uint64_t start) {
-    constexpr std::size_t lanes = 8;
-    std::array<std::uint64_t, lanes> lane{};
-    for (std::size_t l = 0; l < lanes; ++l) {
-        lane[l] = start + l;
-    }
-    std::array<std::uint64_t, lanes> words{};
-    std::size_t at = 0;
-    for (; at + sizeof words <= bytes.size(); at += sizeof words) {
-        std::memcpy(words.data(), bytes.data() + at, sizeof words);
-        for (std::size_t l = 0; l < lanes; ++l) {
-            lane[l] = (lane[l] ^ words[l]) * fnvPrime;
-        }
-    }
-    words.fill(0);
-    if (at < bytes.size()) {
-        std::memcpy(words.data(), bytes.data() + at, bytes.size() - at);
-    }
-    std::uint64_t hash = (fnvStart ^ bytes.size()) * fnvPrime;
-    for (std::size_t l = 0; l < lanes; ++l) {
-        lane[l] = (lane[l] ^ words[l]) * fnvPrime;
-        hash = (hash ^ lane[l] ^ (lane[l] >> 32U)) * fnvPrime;
-    }
-    return hash;
-}
-
-std::uint64_t hashOf(std::span<const std::byte> bytes, std::uint64_t hash) {
-    for (std::size_t at = 0; at < bytes.size(); at += chunkBytes) {
-        hash = hashOfChunk(bytes.subspan(at, std::min(chunkBytes, bytes.size() - at)), hash);
-    }
-    return hash;
-}
+constexpr std::int32_t layoutVersion = 2;
+constexpr int unusableFile = 2;  // exit status
 
 template <typename T>
 std::span<const std::byte> bytesOf(const T& value) {
@@ -82,72 +47,95 @@ std::uint64_t hashOfSamples(const BinaryInput& input, std::uint64_t hash) {
     return hash;
 }
 
-// Input with its running hash; `problem` has the first reason why it is no use.
-struct HashedInput {
-    int handle = -1;
-    std::int64_t left = 0;  // bytes
-    std::uint64_t hash = fnvStart;
-    std::string problem;
+// Where SIGBUS comes from a mapped file and not from anything else. A handler can reach nothing but globals.
+std::span<const std::byte> watchedBytes;
 
-    HashedInput() = default;
-    ~HashedInput() {
-        if (handle >= 0) {
-            ::close(handle);
-        }
+void endWithoutFile(int signal, siginfo_t* info, void* /*context*/) {
+    constexpr std::string_view text =
+        "voxlith-run: voxlith.arranged: a part of the file can no longer be read; voxlith-run --continue goes on from "
+        "the last checkpoint\n";
+    const auto* const address = static_cast<const std::byte*>(info->si_addr);
+    if (std::less<>()(address, watchedBytes.data()) ||
+        !std::less<>()(address, watchedBytes.data() + watchedBytes.size())) {
+        std::signal(signal, SIG_DFL);  // what caused it happens again
+        return;
     }
-    HashedInput(const HashedInput&) = delete;
-    HashedInput& operator=(const HashedInput&) = delete;
-};
-
-bool readPlain(HashedInput& input, std::span<std::byte> bytes) {
-    for (std::size_t at = 0; at < bytes.size();) {
-        const ssize_t length = ::read(input.handle, bytes.data() + at, bytes.size() - at);
-        if (length <= 0) {
-            input.problem = length < 0 ? std::strerror(errno) : "the file is cut";
-            return false;
-        }
-        at += static_cast<std::size_t>(length);
-    }
-    input.left -= static_cast<std::int64_t>(bytes.size());
-    return true;
+    static_cast<void>(::write(STDERR_FILENO, text.data(), text.size()));
+    ::_exit(unusableFile);
 }
 
-bool read(HashedInput& input, std::span<std::byte> bytes) {
-    for (std::size_t at = 0; at < bytes.size(); at += chunkBytes) {
-        const std::span<std::byte> chunk = bytes.subspan(at, std::min(chunkBytes, bytes.size() - at));
-        if (!readPlain(input, chunk)) {
-            return false;
-        }
-        input.hash = hashOfChunk(chunk, input.hash);
+void watchPages(std::span<const std::byte> bytes) {
+    watchedBytes = bytes;
+    struct sigaction action {};
+    action.sa_sigaction = endWithoutFile;
+    action.sa_flags = SA_SIGINFO;
+    ::sigemptyset(&action.sa_mask);
+    ::sigaction(SIGBUS, &action, nullptr);
+}
+
+// The mapped file with its running hash; `problem` has the first reason why it is no use.
+struct HashedInput {
+    std::span<const std::byte> left;
+    std::uint64_t hash = hashStart;
+    std::string problem;
+};
+
+// The next bytes; nothing when the file does not hold so many.
+std::span<const std::byte> takePlain(HashedInput& input, std::size_t bytes) {
+    if (bytes > input.left.size()) {
+        input.problem = "the file is cut";
+        return {};
     }
-    return true;
+    const std::span<const std::byte> taken = input.left.first(bytes);
+    input.left = input.left.subspan(bytes);
+    return taken;
+}
+
+std::span<const std::byte> take(HashedInput& input, std::size_t bytes) {
+    const std::span<const std::byte> taken = takePlain(input, bytes);
+    input.hash = hashOf(taken, input.hash);
+    return taken;
 }
 
 template <typename T>
 bool readValue(HashedInput& input, T& value) {
-    return read(input, std::as_writable_bytes(std::span(&value, 1)));
+    const std::span<const std::byte> taken = take(input, sizeof value);
+    if (!taken.empty()) {
+        std::memcpy(&value, taken.data(), sizeof value);
+    }
+    return !taken.empty();
 }
 
 // False when the file does not hold `count` more elements.
 template <typename T>
-bool readArray(HashedInput& input, std::int64_t count, std::vector<T>& values) {
-    if (count < 0 || count > input.left / static_cast<std::int64_t>(sizeof(T))) {
+bool holds(HashedInput& input, std::int64_t count) {
+    if (count < 0 || static_cast<std::uint64_t>(count) > input.left.size() / sizeof(T)) {
         input.problem = "the file is damaged";
+    }
+    return input.problem.empty();
+}
+
+template <typename T>
+bool readArray(HashedInput& input, std::int64_t count, std::vector<T>& values) {
+    if (!holds<T>(input, count)) {
         return false;
     }
     values.resize(static_cast<std::size_t>(count));
-    return read(input, std::as_writable_bytes(std::span(values)));
+    const std::span<const std::byte> taken = take(input, values.size() * sizeof(T));
+    std::copy(taken.begin(), taken.end(), std::as_writable_bytes(std::span(values)).begin());
+    return true;
 }
 
-void openArranged(const std::string& name, HashedInput& input) {
-    input.handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    struct stat state {};
-    if (input.handle < 0 || ::fstat(input.handle, &state) != 0) {
-        input.problem = errno == ENOENT ? "not found" : std::strerror(errno);
-    } else if (!S_ISREG(state.st_mode)) {
-        input.problem = "not a regular file";
+void unmap(MappedRows& file) {
+    if (!file.bytes.empty()) {
+        ::munmap(const_cast<std::byte*>(file.bytes.data()), file.bytes.size());
+        file.bytes = {};
+        watchedBytes = {};
     }
-    input.left = state.st_size;
+    if (file.handle >= 0) {
+        ::close(file.handle);
+        file.handle = -1;
+    }
 }
 
 bool readHead(HashedInput& input, std::int32_t files, std::uint64_t key) {
@@ -180,7 +168,7 @@ bool readLists(HashedInput& input, const Counts& counts, BlockedRows& rows) {
            readArray(input, counts[4], rows.wordsBeforeBand);
 }
 
-bool readRows(HashedInput& input, std::span<std::int32_t> words, std::vector<BlockedRows>& blocked) {
+bool readRows(HashedInput& input, std::vector<BlockedRows>& blocked, std::span<const std::int32_t>& words) {
     std::vector<Counts> counts(blocked.size());
     std::int64_t wordCount = 0;
     for (Counts& of : counts) {
@@ -196,20 +184,21 @@ bool readRows(HashedInput& input, std::span<std::int32_t> words, std::vector<Blo
             return false;
         }
     }
-    if (wordCount < 0 || wordCount > static_cast<std::int64_t>(words.size())) {
-        input.problem = "the file is damaged";
+    if (!holds<std::int32_t>(input, wordCount)) {
         return false;
     }
-    return read(input, std::as_writable_bytes(words.first(static_cast<std::size_t>(wordCount))));
+    // All that stands before is a whole number of words.
+    const auto count = static_cast<std::size_t>(wordCount);
+    words = {reinterpret_cast<const std::int32_t*>(take(input, count * sizeof(std::int32_t)).data()), count};
+    return true;
 }
 
 bool checkHash(HashedInput& input) {
-    std::uint64_t stored = 0;
-    const std::uint64_t computed = input.hash;
-    if (!readPlain(input, std::as_writable_bytes(std::span(&stored, 1)))) {
+    const std::span<const std::byte> stored = takePlain(input, sizeof input.hash);
+    if (stored.empty()) {
         return false;
     }
-    if (stored != computed || input.left != 0) {
+    if (std::memcmp(stored.data(), &input.hash, stored.size()) != 0 || !input.left.empty()) {
         input.problem = "the file is damaged: its hash differs";
     }
     return input.problem.empty();
@@ -218,15 +207,12 @@ bool checkHash(HashedInput& input) {
 // Output with its running hash.
 struct HashedOutput {
     OutputFile file;
-    std::uint64_t hash = fnvStart;
+    std::uint64_t hash = hashStart;
 };
 
 void append(HashedOutput& output, std::span<const std::byte> bytes) {
-    for (std::size_t at = 0; at < bytes.size(); at += chunkBytes) {
-        const std::span<const std::byte> chunk = bytes.subspan(at, std::min(chunkBytes, bytes.size() - at));
-        output.hash = hashOfChunk(chunk, output.hash);
-        appendOutput(output.file, {reinterpret_cast<const char*>(chunk.data()), chunk.size()});
-    }
+    output.hash = hashOf(bytes, output.hash);
+    appendOutput(output.file, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 std::size_t wordsInUse(const Sensitivity& sensitivity) {
@@ -242,7 +228,7 @@ std::size_t wordsInUse(const Sensitivity& sensitivity) {
 }  // namespace
 
 std::uint64_t arrangedKeyOf(const Sensitivity& sensitivity, std::span<const float> obsStd) {
-    std::uint64_t key = hashOf(std::as_bytes(obsStd), fnvStart);
+    std::uint64_t key = hashOf(std::as_bytes(obsStd), hashStart);
     key = hashOf(std::as_bytes(std::span(sensitivity.store.rowOffset)), key);
     key = hashOf(bytesOf(sensitivity.header.nPadTotal), key);
     for (std::int32_t file = 0; file < sensitivity.nMtx; ++file) {
@@ -257,17 +243,46 @@ std::uint64_t arrangedKeyOf(const Sensitivity& sensitivity, std::span<const floa
     return key;
 }
 
-bool readArrangedRows(const std::string& name, std::uint64_t key, Sensitivity& sensitivity, std::string& reason) {
+std::string mapFile(const std::string& name, MappedRows& file) {
+    file.handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file.handle < 0 || ::fstat(file.handle, &file.state) != 0) {
+        return errno == ENOENT ? "not found" : std::strerror(errno);
+    }
+    if (!S_ISREG(file.state.st_mode)) {
+        return "not a regular file";
+    }
+    if (file.state.st_size == 0) {
+        return "the file is cut";
+    }
+    const auto bytes = static_cast<std::size_t>(file.state.st_size);
+    void* const start = ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED | MAP_POPULATE, file.handle, 0);
+    if (start == MAP_FAILED) {
+        return std::strerror(errno);
+    }
+    file.bytes = {static_cast<const std::byte*>(start), bytes};
+    watchPages(file.bytes);
+    return {};
+}
+
+MappedRows::~MappedRows() {
+    unmap(*this);
+}
+
+bool readArrangedRows(const std::string& name, std::uint64_t key, MappedRows& file, Sensitivity& sensitivity,
+                      std::string& reason) {
     SparseCoefStore& store = sensitivity.store;
     HashedInput input;
-    openArranged(name, input);
+    input.problem = mapFile(name, file);
+    input.left = file.bytes;
     std::vector<BlockedRows> blocked(static_cast<std::size_t>(sensitivity.nMtx));
-    const std::span<std::int32_t> words(store.words.get(), wordsOf(store).size());
-    if (!input.problem.empty() || !readHead(input, sensitivity.nMtx, key) || !readRows(input, words, blocked) ||
+    std::span<const std::int32_t> words;
+    if (!input.problem.empty() || !readHead(input, sensitivity.nMtx, key) || !readRows(input, blocked, words) ||
         !checkHash(input)) {
         reason = name + ": " + input.problem;
+        unmap(file);
         return false;
     }
+    store.mapped = words;
     std::size_t mostColumns = 0;
     for (const BlockedRows& rows : blocked) {
         mostColumns = std::max(mostColumns, rows.usedColumns.size());
@@ -275,6 +290,18 @@ bool readArrangedRows(const std::string& name, std::uint64_t key, Sensitivity& s
     store.compact.assign(mostColumns, 0.0);
     store.blocked = std::move(blocked);
     return true;
+}
+
+void requireUnchanged(const MappedRows& file) {
+    struct stat now {};
+    if (file.bytes.empty() || ::fstat(file.handle, &now) != 0) {
+        return;
+    }
+    if (now.st_size != file.state.st_size || now.st_mtim.tv_sec != file.state.st_mtim.tv_sec ||
+        now.st_mtim.tv_nsec != file.state.st_mtim.tv_nsec) {
+        throw RunError(std::string(arrangedRowsName) +
+                       ": was written to while the run used it: the results may be wrong; run again");
+    }
 }
 
 void writeArrangedRows(const std::string& name, std::uint64_t key, const Sensitivity& sensitivity) {
@@ -303,18 +330,20 @@ void writeArrangedRows(const std::string& name, std::uint64_t key, const Sensiti
     finishOutputFile(output.file);
 }
 
-void readOrBuildRows(Sensitivity& sensitivity, std::span<const float> obsStd) {
+void readOrBuildRows(Sensitivity& sensitivity, std::span<const float> obsStd, MappedRows& file) {
     if (sensitivity.idisk != 0) {
         return;
     }
     const std::uint64_t key = arrangedKeyOf(sensitivity, obsStd);
     std::string reason;
-    if (readArrangedRows(arrangedRowsName, key, sensitivity, reason)) {
-        for (std::size_t file = 0; file < static_cast<std::size_t>(sensitivity.nMtx); ++file) {
-            closeBinaryInput(sensitivity.files[file].input);
+    sensitivity.store.words.reset();  // address space for the file
+    if (readArrangedRows(arrangedRowsName, key, file, sensitivity, reason)) {
+        for (std::size_t mtx = 0; mtx < static_cast<std::size_t>(sensitivity.nMtx); ++mtx) {
+            closeBinaryInput(sensitivity.files[mtx].input);
         }
         return;
     }
+    reserveRows(sensitivity.store);
     loadRows(sensitivity);
     buildBlockedRows(sensitivity, obsStd);
     warningLine(reason + "; the rows are arranged anew and written there");

@@ -197,7 +197,7 @@ std::vector<std::string> argumentsOf(const RunOptions& options) {
     return arguments;
 }
 
-void readSurveyChecked(RunState& run) {
+void readSurveyChecked(RunState& run, MappedRows& arranged) {
     readSensitivities(run);
     const std::string replacement = checkModelFiles(run);
     if (!replacement.empty() && isFirstRank()) {
@@ -208,7 +208,7 @@ void readSurveyChecked(RunState& run) {
     checkSurvey(run, stations);
     if (run.control.rowsLater) {
         refuseOverwrittenBy(run.control, arrangedRowsName);
-        readOrBuildRows(run.sensitivity, run.obs.obsStd);
+        readOrBuildRows(run.sensitivity, run.obs.obsStd, arranged);
     }
 }
 
@@ -229,7 +229,8 @@ RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture&
     }
     run.messages.checkOnly = true;
     readInputs(run, arguments);
-    readSurveyChecked(run);
+    MappedRows arranged;
+    readSurveyChecked(run, arranged);
     checkConvergedSettings(convergedSettingsOf(options), run.obs);
     warnOfProducts(run, options);
     const std::string report = describeRun(run, options);
@@ -256,7 +257,8 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     if (!run.control.resumes && isFirstRank()) {
         removeCheckpoint();
     }
-    readSurveyChecked(run);
+    MappedRows arranged;
+    readSurveyChecked(run, arranged);
     checkConvergedSettings(convergedSettingsOf(options), run.obs);
     warnOfProducts(run, options);
     openProgressOfRanks(run, resumed);
@@ -278,6 +280,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     const bool completed = options.untilConverged
                                ? iterateConverged(loop, output, mode, {run.control.inversion, run.weights})
                                : iterate(loop, output);
+    requireUnchanged(arranged);
     if (!completed) {
         publishRunningFiles(loop);
         closeInversion(run);

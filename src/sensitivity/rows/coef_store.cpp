@@ -43,7 +43,7 @@ std::pair<std::size_t, std::size_t> rowsOfRank(const SparseCoefStore& store, std
 }
 
 std::span<const std::int32_t> wordsOf(const SparseCoefStore& store) {
-    return allWords(store);
+    return store.mapped.empty() ? allWords(store) : store.mapped;
 }
 
 RawRow rawRowOf(SparseCoefStore& store, std::size_t entry) {

@@ -32,6 +32,7 @@ struct SparseCoefStore {
     std::unique_ptr<std::int32_t[]> words;    // two for each coefficient
     std::int64_t capacity = 0;                // coefficients allocated: all, or one row in disk mode
     std::int64_t headroomWords = 0;           // further words, in front of the raw rows
+    std::span<const std::int32_t> mapped;     // blocked rows that are kept elsewhere; `words` is then empty
     std::int64_t totalCoef = 0;
     std::int32_t rowMax = 0;  // longest row of the last file scanned
 
@@ -49,7 +50,7 @@ void reserveRows(SparseCoefStore& store, RankOrder order = RankOrder::atOnce);
 // The rows of file `file` that rank `rank` has: first and end.
 std::pair<std::size_t, std::size_t> rowsOfRank(const SparseCoefStore& store, std::size_t file, std::size_t rank);
 
-// All words of the store.
+// All words of the store, or those kept elsewhere.
 std::span<const std::int32_t> wordsOf(const SparseCoefStore& store);
 
 // A raw row by its entry in rowOffset.
