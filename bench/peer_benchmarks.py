@@ -133,7 +133,7 @@ def solve_krylov(folder, name):
 def solve_lbfgsb(folder):
     import scipy.optimize
 
-    from voxlith.wavelet import Filter, crop_cells, forward_transform, inverse_transform, pad_cells
+    from voxlith.wavelet import Filter, forward_transform, inverse_transform
     matrix, data, sensitivity = read_problem(folder)
     header = sensitivity.header
     bank, cells = Filter(header.low, header.high), (header.ny, header.nx, header.nz)
@@ -143,9 +143,9 @@ def solve_lbfgsb(folder):
     last = {}
 
     def objective(x):
-        coefficients = forward_transform(pad_cells(x.reshape(cells), *padded), bank)
+        coefficients = forward_transform(x.reshape(cells), bank, padded)
         residual = matrix @ coefficients.ravel() - data
-        gradient = crop_cells(inverse_transform((transposed @ residual).reshape(padded), bank), *cells)
+        gradient = inverse_transform((transposed @ residual).reshape(padded), bank, cells)
         last['residual'] = residual
         return 0.5 * residual @ residual, gradient.ravel()
 

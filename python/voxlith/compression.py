@@ -13,6 +13,11 @@ from .errors import UsageError
 Reals = npt.NDArray[np.float64]
 
 
+_SHORT_ROW = 4096
+_LOWER_BITS = 48  # of the 64 of a number; the others are the exponent and the first four bits of the mantissa
+_ROUNDING = 1.0e-9  # of a sum, far more than its order can change
+
+
 class CompressedRow(NamedTuple):
     """What is kept of a row.
 
@@ -66,7 +71,11 @@ def compress_row(padded: Reals, tolerance: float) -> CompressedRow:
     if not len(indices):
         return _row_of(flat, np.zeros(1, dtype=np.intp), 0.0)
     # Squares of magnitudes relative to the largest neither overflow nor vanish where it matters.
-    relative = magnitude[indices] / magnitude.max()
+    relative = magnitude / magnitude.max()
+    found = _split_by_magnitude(relative, tolerance) if len(relative) >= _SHORT_ROW else None
+    if found is not None:
+        return _row_of(flat, *found)
+    relative = relative[indices]
     order = np.argsort(-relative, kind="stable")
     squares = relative[order] * relative[order]
     dropped = np.concatenate(([0.0], np.cumsum(squares[::-1])))  # of the last 0, 1, 2, ... coefficients
@@ -74,6 +83,34 @@ def compress_row(padded: Reals, tolerance: float) -> CompressedRow:
     count = int(np.searchsorted(dropped, tolerance * tolerance * total, side="right")) - 1
     kept = np.sort(indices[order[: len(order) - count]])
     return _row_of(flat, kept if len(kept) else indices[order[:1]], math.sqrt(dropped[count] / total))
+
+
+def _split_by_magnitude(relative: Reals, tolerance: float) -> tuple[npt.NDArray[np.intp], float] | None:
+    """What the sorted sums of :func:`compress_row` keep, without sorting all: magnitudes are counted by their leading bits, and only
+    those are sorted among which the limit is.
+
+    Returns
+    -------
+    indices of what is kept, and the loss
+        None where rounding could decide otherwise than in the sorted sums.
+    """
+    squares = relative * relative
+    total = float(np.cumsum(squares)[-1])
+    allowed = tolerance * tolerance * total
+    classes = relative.view(np.int64) >> _LOWER_BITS
+    below = np.cumsum(np.bincount(classes, weights=squares))
+    divided = int(np.searchsorted(below, allowed, side="right"))
+    if divided == len(below):
+        return None
+    undecided = np.flatnonzero(classes == divided)[::-1]  # of equal magnitudes the last one is dropped first
+    order = undecided[np.argsort(relative[undecided], kind="stable")]
+    dropped = np.concatenate(([0.0], np.cumsum(squares[order]))) + (float(below[divided - 1]) if divided else 0.0)
+    if not np.abs(dropped - allowed).min() > _ROUNDING * allowed:
+        return None
+    count = int(np.searchsorted(dropped, allowed, side="right")) - 1
+    keep = classes >= divided
+    keep[order[:count]] = False
+    return np.flatnonzero(keep), math.sqrt(dropped[count] / total)
 
 
 def _row_of(flat: Reals, indices: npt.NDArray[np.intp], loss: float) -> CompressedRow:

@@ -15,7 +15,7 @@ from .io.mtx_file import MtxFile, MtxRow, MtxTail
 from .io.mtx_header import MtxHeader
 from .mesh import Mesh
 from .packages import require
-from .wavelet import Filter, crop_cells, forward_transform, inverse_transform, pad_cells
+from .wavelet import Filter, forward_transform, inverse_transform
 
 Reals = npt.NDArray[np.float64]
 
@@ -191,7 +191,7 @@ class Sensitivity:
         values = np.asarray(model, dtype=np.float64)
         values = np.where(values > DUMMY_LIMIT, values, 0.0)
         cells = (self.mesh.flat(values) * head.depth_weight).reshape(head.ny, head.nx, head.nz)
-        return forward_transform(pad_cells(cells, head.npy, head.npx, head.npz), self._filter).ravel()
+        return forward_transform(cells[:, :, : head.npz], self._filter, (head.npy, head.npx, head.npz)).ravel()
 
     def forward(self, model: npt.ArrayLike) -> Reals:
         """Data of a model: G m.
@@ -219,8 +219,7 @@ class Sensitivity:
         total = np.zeros(head.n_padded)
         for row, number in zip(self.rows(), numbers.tolist()):
             total[row.positions[: head.n_padded] - 1] += number * _doubles(row.values[: head.n_padded])
-        padded = inverse_transform(total.reshape(head.npy, head.npx, head.npz), self._filter)
-        cells = crop_cells(padded, head.ny, head.nx, head.nz)
+        cells = _cells_of_coefficients(total, head, self._filter)
         cells[:, :, head.layers:] = 0.0
         return cells.ravel() * head.depth_weight
 
@@ -250,8 +249,14 @@ def reconstruct(row: MtxRow, header: MtxHeader, bank: Filter) -> Reals:
     padded = np.zeros(header.n_padded)
     count = header.n_padded
     padded[row.positions[:count] - 1] = _doubles(row.values[:count])
-    array = inverse_transform(padded.reshape(header.npy, header.npx, header.npz), bank)
-    return crop_cells(array, header.ny, header.nx, header.nz)
+    return _cells_of_coefficients(padded, header, bank)
+
+
+def _cells_of_coefficients(padded: Reals, header: MtxHeader, bank: Filter) -> Reals:
+    """Inverse transform in the mesh; below npz the value of the last copied cell is repeated."""
+    covered = min(header.nz, header.npz)
+    cells = inverse_transform(padded.reshape(header.npy, header.npx, header.npz), bank, (header.ny, header.nx, covered))
+    return cells if covered == header.nz else np.pad(cells, ((0, 0), (0, 0), (0, header.nz - covered)), mode="edge")
 
 
 def _doubles(values: npt.NDArray[np.float32]) -> Reals:

@@ -24,7 +24,7 @@ from .mesh import Mesh
 from .model import Model
 from .sensitivity import reconstruct
 from .survey import Survey
-from .wavelet import daubechies_filter, forward_transform, pad_cells
+from .wavelet import daubechies_filter, forward_transform
 
 Reals = npt.NDArray[np.float64]
 Indices = npt.NDArray[np.intp]
@@ -213,7 +213,7 @@ class _Rows:
             for k in range(plan.npz, self._mesh.nz):
                 cells[:, :, plan.npz - 1] += cells[:, :, k]
         cells /= self._weights
-        padded = forward_transform(pad_cells(cells, plan.npy, plan.npx, plan.npz), self._filter)
+        padded = forward_transform(cells[:, :, : plan.npz], self._filter, (plan.npy, plan.npx, plan.npz))
         try:
             kept = compress_row(padded, self._tolerance)
         except UsageError as error:

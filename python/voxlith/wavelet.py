@@ -93,20 +93,22 @@ def _forward_step(lines: Reals, n: int, bank: Filter) -> None:
     """One level on the first n values (rows of `lines`, shape (extent, lines)), in place."""
     half, taps = n // 2, bank.taps
     out = np.zeros((n, lines.shape[1]))
+    smooth, detail = out[:half], out[half:]
     if n & (n - 1):
         base = taps * n - taps // 2
         for i in range(half):
             for k in range(taps):
                 value = lines[(base + 2 * i + k + 2) & (n - 1)]
-                out[i] += float(bank.low[k]) * value
-                out[i + half] += float(bank.high[k]) * value
+                smooth[i] += float(bank.low[k]) * value
+                detail[i] += float(bank.high[k]) * value
     else:
         twice = np.concatenate((lines[:n], lines[:n]))
+        term = np.empty_like(smooth)
         for k in range(taps):
             first = (taps * n - taps // 2 + k + 2) & (n - 1)
             values = twice[first: first + n: 2]
-            out[:half] += float(bank.low[k]) * values
-            out[half:] += float(bank.high[k]) * values
+            smooth += np.multiply(values, float(bank.low[k]), out=term)
+            detail += np.multiply(values, float(bank.high[k]), out=term)
     lines[:n] = out
 
 
@@ -135,13 +137,15 @@ def _add_inner(lines: Reals, out: Reals, n: int, bank: Filter, wrapped: int) -> 
     count = half - wrapped
     if count <= 0:
         return
+    term, other = np.empty((2, count, lines.shape[1]))
     for odd in (0, 1):
-        total = np.zeros((count, lines.shape[1]))
+        total = np.zeros_like(term)
         for t in range(reach):
             k = 2 * (reach - 1 - t) + odd
             first = wrapped + 1 - reach + t
-            total += (float(bank.low[k]) * lines[first: first + count]
-                      + float(bank.high[k]) * lines[half + first: half + first + count])
+            np.multiply(lines[first: first + count], float(bank.low[k]), out=term)
+            term += np.multiply(lines[half + first: half + first + count], float(bank.high[k]), out=other)
+            total += term
         indices = (bank.taps * n - bank.taps // 2 + 2 + odd + 2 * np.arange(wrapped, half)) & (n - 1)
         out[indices] = total
 
@@ -155,63 +159,86 @@ def _levels(extent: int) -> list[int]:
     return found
 
 
-def _transform(padded: Reals, bank: Filter, forward: bool) -> Reals:
-    array = np.array(padded, dtype=np.float64)
+def _forward_lines(lines: Reals, bank: Filter) -> None:
+    """All levels along the first axis, shape (extent, lines), in place; extents of 4 or less are left alone."""
+    if len(lines) > LONGEST_PLAIN_AXIS:
+        for n in _levels(len(lines)):
+            _forward_step(lines, n, bank)
+
+
+def _inverse_lines(lines: Reals, bank: Filter) -> None:
+    """The transpose of :func:`_forward_lines`."""
+    n = 4
+    while n <= len(lines) > LONGEST_PLAIN_AXIS:
+        _inverse_step(lines, n, bank)
+        n *= 2
+
+
+def _require_volume(array: Reals) -> None:
     if array.ndim != 3:
         raise UsageError(f"padded array: expected the shape (npy, npx, npz), found {array.shape}")
-    for axis in (2, 1, 0):
-        extent = array.shape[axis]
-        if extent <= LONGEST_PLAIN_AXIS:
-            continue
-        lines = np.ascontiguousarray(np.moveaxis(array, axis, 0)).reshape(extent, -1)
-        if forward:
-            for n in _levels(extent):
-                _forward_step(lines, n, bank)
-        else:
-            n = 4
-            while n <= extent:
-                _inverse_step(lines, n, bank)
-                n *= 2
-        shape = (extent, *(size for other, size in enumerate(array.shape) if other != axis))
-        array = np.ascontiguousarray(np.moveaxis(lines.reshape(shape), 0, axis))
-    return array
 
 
-def forward_transform(padded: Reals, bank: Filter) -> Reals:
+def forward_transform(cells: Reals, bank: Filter, shape: tuple[int, int, int] | None = None) -> Reals:
     """All levels along z, x and y, in this order; axes of extent 4 or less are left alone.
 
     Parameters
     ----------
-    padded : ndarray, shape (npy, npx, npz)
-        Extents above 4 are powers of two.
+    cells : ndarray, shape (ny, nx, nz)
+        The low corner of a padded array, which is 0 elsewhere.
     bank : Filter
+    shape : tuple of 3 int, optional
+        npy, npx, npz of the padded array; by default that of `cells`. Extents above 4 are powers of two.
 
     Returns
     -------
     ndarray, shape (npy, npx, npz)
     """
-    return _transform(padded, bank, True)
+    array = np.asarray(cells, dtype=np.float64)
+    _require_volume(array)
+    ny, nx, nz = array.shape
+    npy, npx, npz = shape or array.shape
+    # Lines of zeros stay zeros, so only the others are transformed.
+    filled = np.flatnonzero(array.any(axis=(1, 2)))
+    first, end = (int(filled[0]), int(filled[-1]) + 1) if len(filled) else (0, 0)
+    lines = np.zeros((npz, end - first, nx))
+    lines[:nz] = np.moveaxis(array[first:end], 2, 0)
+    _forward_lines(lines.reshape(npz, -1), bank)
+    along_x = np.zeros((npx, npz, end - first))
+    along_x[:nx] = np.moveaxis(lines, 2, 0)
+    _forward_lines(along_x.reshape(npx, -1), bank)
+    along_y = np.zeros((npy, npx, npz))
+    along_y[first:end] = np.moveaxis(along_x, 2, 0)
+    _forward_lines(along_y.reshape(npy, -1), bank)
+    return along_y
 
 
-def inverse_transform(padded: Reals, bank: Filter) -> Reals:
-    """The transpose of :func:`forward_transform`, and its inverse within rounding."""
-    return _transform(padded, bank, False)
+def inverse_transform(padded: Reals, bank: Filter, shape: tuple[int, int, int] | None = None) -> Reals:
+    """The transpose of :func:`forward_transform`, and its inverse within rounding.
 
+    Parameters
+    ----------
+    padded : ndarray, shape (npy, npx, npz)
+    bank : Filter
+    shape : tuple of 3 int, optional
+        The part to compute, at the low corner; by default all.
 
-def pad_cells(cells: Reals, npy: int, npx: int, npz: int) -> Reals:
-    """Cells (ny, nx, nz) to a padded array, with zeros at the far ends; cells below npz are dropped."""
-    ny, nx, nz = cells.shape
-    padded = np.zeros((npy, npx, npz))
-    padded[:ny, :nx, : min(nz, npz)] = cells[:, :, : min(nz, npz)]
-    return padded
-
-
-def crop_cells(padded: Reals, ny: int, nx: int, nz: int) -> Reals:
-    """Padded array to cells (ny, nx, nz); below npz the value of the last copied cell is repeated."""
-    npz = padded.shape[2]
-    if nz <= npz:
-        return padded[:ny, :nx, :nz].copy()
-    cells = np.empty((ny, nx, nz))
-    cells[:, :, :npz] = padded[:ny, :nx]
-    cells[:, :, npz:] = padded[:ny, :nx, npz - 1:]
-    return cells
+    Returns
+    -------
+    ndarray, of that shape
+    """
+    array = np.asarray(padded, dtype=np.float64)
+    _require_volume(array)
+    npy, npx, npz = array.shape
+    ny, nx, nz = shape or array.shape
+    columns = array.reshape(-1, npz)
+    filled = np.flatnonzero(columns.any(axis=1))
+    lines = np.ascontiguousarray(columns[filled].T)
+    _inverse_lines(lines, bank)
+    along_z = np.zeros((nz, npy * npx))
+    along_z[:, filled] = lines[:nz]
+    along_x = np.ascontiguousarray(np.moveaxis(along_z.reshape(nz, npy, npx), 2, 0))
+    _inverse_lines(along_x.reshape(npx, -1), bank)
+    along_y = np.ascontiguousarray(np.moveaxis(along_x[:nx], 2, 0))
+    _inverse_lines(along_y.reshape(npy, -1), bank)
+    return along_y[:ny]

@@ -6,9 +6,9 @@ from hypothesis import given
 from hypothesis import strategies as st
 
 from voxlith import UsageError
+from voxlith import compression
 from voxlith.compression import compress_row
-from voxlith.wavelet import (Filter, crop_cells, daubechies_filter, forward_transform, inverse_transform,
-                             mirrored_filter, pad_cells, padded_extent)
+from voxlith.wavelet import Filter, daubechies_filter, forward_transform, inverse_transform, mirrored_filter, padded_extent
 
 
 def plain_step(line, n, bank, forward):
@@ -87,16 +87,38 @@ def test_unknown_lengths_are_refused():
         forward_transform(np.zeros(8), daubechies_filter(4))
 
 
-def test_padding_and_cropping():
-    cells = np.arange(1.0, 25).reshape(2, 3, 4)
-    padded = pad_cells(cells, 2, 4, 8)
-    assert padded.shape == (2, 4, 8) and padded.sum() == cells.sum()
-    np.testing.assert_array_equal(crop_cells(padded, 2, 3, 4), cells)
-    surface = pad_cells(cells, 2, 4, 2)
-    back = crop_cells(surface, 2, 3, 4)
-    np.testing.assert_array_equal(back[:, :, :2], cells[:, :, :2])
-    np.testing.assert_array_equal(back[:, :, 2:], np.repeat(cells[:, :, 1:2], 2, axis=2))
+@pytest.mark.parametrize("filled", [slice(0, 5), slice(2, 3), slice(0, 0)])
+@pytest.mark.parametrize(("shape", "padded"), [((5, 6, 7), (8, 8, 16)), ((5, 3, 2), (16, 4, 2)), ((5, 7, 4), (8, 8, 8))])
+def test_the_mesh_alone_is_transformed_as_the_padded_array(filled, shape, padded):
+    """To the bit: lines of zeros, and what is cropped, cost nothing but change nothing."""
+    rng = np.random.default_rng(7)
+    bank = daubechies_filter(6)
+    cells = np.zeros(shape)
+    cells[filled] = rng.normal(size=shape)[filled]
+    whole = np.zeros(padded)
+    whole[: shape[0], : shape[1], : shape[2]] = cells
+    coefficients = forward_transform(whole, bank)
+    assert forward_transform(cells, bank, padded).tobytes() == coefficients.tobytes()
+    coefficients[np.abs(coefficients) < 0.5] = 0.0
+    part = inverse_transform(coefficients, bank)[: shape[0], : shape[1], : shape[2]]
+    assert inverse_transform(coefficients, bank, shape).tobytes() == part.tobytes()
+
+
+def test_padded_extents():
     assert [padded_extent(n) for n in (1, 2, 5, 1024, 1025)] == [1, 2, 8, 1024, 2048]
+
+
+@pytest.mark.parametrize("tolerance", [0.0, 1e-6, 0.01, 0.3, 0.99])
+@pytest.mark.parametrize("kind", ["spread", "equal", "steps", "tiny"])
+def test_long_rows_keep_what_a_sort_of_all_keeps(monkeypatch, tolerance, kind):
+    rng = np.random.default_rng(11)
+    row = {"spread": rng.normal(size=9000) ** 9, "equal": rng.choice([-1.0, 1.0], 9000), "steps": rng.integers(-3, 4, 9000) * 0.1,
+           "tiny": 1e-170 * rng.normal(size=9000)}[kind]
+    found = compress_row(row, tolerance)
+    monkeypatch.setattr(compression, "_SHORT_ROW", 10000)
+    sorted_out = compress_row(row, tolerance)
+    assert found.positions.tolist() == sorted_out.positions.tolist() and found.values.tobytes() == sorted_out.values.tobytes()
+    assert found.loss == pytest.approx(sorted_out.loss, rel=1e-9)
 
 
 rows = st.lists(st.one_of(st.floats(-1e30, 1e30), st.sampled_from([0.0, 1.0, -1.0, 0.5])), min_size=1, max_size=60)
