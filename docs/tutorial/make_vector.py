@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Makes the tables of a tutorial, a survey over a remanent body: remanent.csv, hole.csv and remanent_bodies.json.
+"""Makes the tables of a tutorial, a survey over a remanent body: remanent.csv,
+remanent_gradients.csv and remanent_bodies.json.
 
     make_vector.py --build DIR [--out DIR]
 
 The data come from analytical prisms of a dense body whose magnetisation points far from the inducing field, with noise of a
-stated size: total field and gravity on a grid, three components of the magnetic field in a vertical borehole beside the body.
+stated size: total field and gravity on a grid, the six gravity gradients on a coarser one.
 """
 import argparse
 import json
@@ -25,7 +26,8 @@ EAST, NORTH = 452000.0, 5318000.0
 FIELD = InducingField(65.0, 10.0, 50000.0)
 MAGNETISATION, AMPLITUDE, DENSITY = '-20,200', 0.05, 0.4
 BODY = {'name': 'body', 'x': [EAST + 300, EAST + 450], 'y': [NORTH + 350, NORTH + 500], 'elevation': [-250, -100]}
-GRID, HOLE = 16, 16
+GRID, COARSE_GRID = 16, 8
+GRADIENTS = ('gxx', 'gyy', 'gzz', 'gxy', 'gxz', 'gyz')
 
 
 def main():
@@ -60,10 +62,11 @@ def main():
     gz = data(x, y, z, 'gz', DENSITY, 0.01, 2)
     table('remanent.csv', 'x,y,z,tmi,tmi_error,gz,gz_error',
           (x, y, z, tmi, np.full(len(x), 1.5), gz, np.full(len(x), 0.01)), ('%.1f', '%.1f', '%.1f', '%.1f', '%.1f', '%.3f', '%.2f'))
-    z = -np.linspace(20, 320, HOLE)
-    x, y = np.full(HOLE, EAST + 225.0), np.full(HOLE, NORTH + 425.0)
-    parts = [data(x, y, z, kind, AMPLITUDE, 3.0, 3 + n, '--magnetisation', MAGNETISATION, '--boreholes') for n, kind in enumerate(('tx', 'ty', 'tz'))]
-    table('hole.csv', 'x,y,z,tx,ty,tz,error', (x, y, z, *parts, np.full(HOLE, 3.0)), ('%.1f', '%.1f', '%.1f', '%.1f', '%.1f', '%.1f', '%.1f'))
+    x, y = (a.ravel() for a in np.meshgrid(EAST + np.linspace(75, 725, COARSE_GRID), NORTH + np.linspace(75, 725, COARSE_GRID)))
+    z = np.full(len(x), 20.0)
+    parts = [data(x, y, z, kind, DENSITY, 0.5, 10 + n) for n, kind in enumerate(GRADIENTS)]
+    table('remanent_gradients.csv', ','.join(['x', 'y', 'z', *GRADIENTS, 'error']), (x, y, z, *parts, np.full(len(x), 0.5)),
+          ('%.1f', '%.1f', '%.1f', *6 * ['%.2f'], '%.1f'))
     with open(os.path.join(asked.out, 'remanent_bodies.json'), 'w', encoding='utf-8') as file:
         json.dump({'bodies': [BODY]}, file, indent=1)
         file.write('\n')

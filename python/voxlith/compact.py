@@ -8,7 +8,8 @@ that of its vector: weighting each component by itself would turn vectors toward
 
 from __future__ import annotations
 
-from dataclasses import dataclass
+from collections.abc import Sequence
+from dataclasses import dataclass, replace
 
 import numpy as np
 import numpy.typing as npt
@@ -17,6 +18,7 @@ from .errors import UsageError
 from .io.weight_file import CellWeights
 from .model import Model
 from .stack import Stack
+from .survey import Survey
 
 Reals = npt.NDArray[np.float64]
 
@@ -28,6 +30,10 @@ LAST_SHARE = 0.02
 
 COOLING = 0.7
 """eps over that of the round before."""
+
+_LEAST_SLOPE, _USUAL_SLOPE, _LARGEST_SLOPE = 0.3, 0.5, 1.0  # of -log of the squared misfit of a component over log of its factor
+_LARGEST_CHANGE = 20.0  # of a factor in a round
+_LEAST_FACTOR = 1.0e-3
 
 
 @dataclass(frozen=True)
@@ -122,6 +128,44 @@ def group_misfit(stack: Stack, group: list[int], rms: list[float]) -> float:
     parts = [number for number in stack.components_of(group) if not np.isnan(rms[number])]
     count = sum(stack.components[number].count for number in parts)
     return float(np.sqrt(sum(rms[number] ** 2 * stack.components[number].count for number in parts) / count)) if count else 0.0
+
+
+def component_factors(stack: Stack, tried: Sequence[tuple[Sequence[float], Sequence[float]]], target: float) -> list[float]:
+    """Factors of the data misfit of each component that bring it closer to the target misfit.
+
+    Components of one group share its norm, whose factor brings the group to the target, see :func:`balanced_factors`. The mean of
+    their factors over their rows is 1. Components of no group have factors of their own.
+
+    Parameters
+    ----------
+    stack : Stack
+    tried : sequence of pairs
+        Factors and misfits (RMS) of the rounds so far, the last one at the end. The last two show how a misfit follows its factor.
+    target : float
+    """
+    factors, rms = (np.asarray(part, dtype=np.float64) for part in tried[-1])
+    distance = np.where(rms > 0.0, 2.0 * np.log(np.where(rms > 0.0, rms, target) / target), 0.0)
+    slope = np.full(len(factors), _USUAL_SLOPE)
+    if len(tried) > 1:
+        step = np.log(factors / np.asarray(tried[-2][0]))
+        moved = (np.abs(step) > 1.0e-2) & (rms > 0.0)
+        change = 2.0 * np.log(rms[moved] / np.asarray(tried[-2][1])[moved])
+        slope[moved] = np.clip(-change / step[moved], _LEAST_SLOPE, _LARGEST_SLOPE)
+    found = factors * np.clip(np.exp(distance / slope), 1.0 / _LARGEST_CHANGE, _LARGEST_CHANGE)
+    rows = np.array([one.count for one in stack.components], dtype=np.float64)
+    for group in stack.groups():
+        parts = stack.components_of(group)
+        if parts:
+            found[parts] = np.maximum(found[parts] / np.average(found[parts], weights=rows[parts]), _LEAST_FACTOR)
+    return [float(one) for one in found / np.average(found, weights=rows)]
+
+
+def weighted_survey(stack: Stack, survey: Survey, factors: Sequence[float]) -> Survey:
+    """Data of a stacked run whose standard deviations make each component's misfit count by its factor."""
+    spread = survey.uncertainties().copy()
+    for one, factor in zip(stack.components, factors, strict=True):
+        spread[:, one.rows] /= np.sqrt(factor)
+    return replace(survey, uncertainty=spread)
 
 
 def balanced_weights(stack: Stack, weights: CellWeights, factors: list[float]) -> CellWeights:

@@ -27,11 +27,14 @@ class Round:
         Largest amplitude of each group of properties, in its unit.
     change : float
         Norm of the change of the model over its norm.
+    component_factors : tuple of float
+        Factors of the misfits of the types of data; empty where they are all 1.
     """
 
     rms: tuple[float, ...]
     largest: tuple[float, ...]
     change: float
+    component_factors: tuple[float, ...] = ()
 
 
 @dataclass
@@ -74,7 +77,8 @@ class CompactProgress:
             content = json.loads(read_bytes(path))
             if not isinstance(content, dict) or content.pop("format", None) != _FORMAT:
                 raise FileError(path, f'expected "format": "{_FORMAT}", the file that voxlith-tools compact writes')
-            rounds = [Round(tuple(map(float, one["rms"])), tuple(map(float, one["largest"])), float(one["change"])) for one in content["rounds"]]
+            rounds = [Round(tuple(map(float, one["rms"])), tuple(map(float, one["largest"])), float(one["change"]),
+                            tuple(map(float, one.get("component_factors", ())))) for one in content["rounds"]]
             if not rounds or os.path.basename(content["model_file"]) != content["model_file"]:
                 raise ValueError("no round")
             return cls(dict(content["settings"]), rounds, tuple(map(float, content["eps"])), tuple(map(float, content["factors"])),

@@ -59,6 +59,15 @@ class SideInfo:
                 return [str(name) for name in names]
         return []
 
+    def component_factors(self, components: int) -> list[float]:
+        """Factors of the misfits of the types of data that the standard deviations of a stacked run contain; 1 for each where
+        nothing is said of them."""
+        for step in reversed(self.history):
+            factors = step.get("factors")
+            if step.get("operation") == "component-factors" and isinstance(factors, list) and len(factors) == components:
+                return [float(factor) for factor in factors]
+        return [1.0] * components
+
     @property
     def coordinates(self) -> SideInfo:
         """The same without the history, which belongs to one file."""

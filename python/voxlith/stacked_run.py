@@ -14,6 +14,7 @@ from .io.bounds_file import CellBounds
 from .mesh import Mesh
 from .model import Model
 from .run import Fit, Run
+from .side_file import read_side_file
 from .stack import Stack, is_stack_file
 from .survey import Survey
 from .vectors import VectorModel
@@ -189,11 +190,19 @@ class StackedRun:
         return self.run.observed
 
     def fits(self) -> list[ComponentFit]:
-        """Data of each type beside their predictions."""
+        """Data of each type beside their predictions, with the standard deviations of the data.
+
+        Those of the run may contain factors of the misfits, see :func:`~voxlith.compact.component_factors`.
+        """
         fit = self.run.fit()
         rows = np.arange(fit.observed.n_stations)
-        return [ComponentFit(one.name, one.unit, replace(fit.observed.select(rows[one.rows]), codes=(one.code,)),
-                             fit.predicted[0, one.rows]) for one in self.stack.components]
+        factors = read_side_file(self.run.path(self.run.control.values.data_file)).component_factors(len(self.stack.components))
+        found = []
+        for one, factor in zip(self.stack.components, factors):
+            observed = replace(fit.observed.select(rows[one.rows]), codes=(one.code,))
+            spread = observed.uncertainties() * np.sqrt(factor)
+            found.append(ComponentFit(one.name, one.unit, replace(observed, uncertainty=spread), fit.predicted[0, one.rows]))
+        return found
 
 
 def by_property(run: Run) -> Run:

@@ -6,16 +6,21 @@ import json
 import signal
 import subprocess
 import time
+from dataclasses import replace
 
 import numpy as np
 import pytest
 from conftest import BUILD, one_line
 
-from voxlith import Direction, InducingField, Mesh, Survey
+from voxlith import Direction, InducingField, Mesh, Run, Survey
+from voxlith.compact import component_factors
 from voxlith.compact_progress import CompactProgress, Round
 from voxlith.errors import FileError, UsageError
-from voxlith.io.model_file import write_model_file
+from voxlith.io.model_file import read_model_file, write_model_file
 from voxlith.model import Model
+from voxlith.side_file import read_side_file
+from voxlith.stack import Stack, StackedComponent, StackedProperty
+from voxlith.stacked_run import StackedRun
 from voxlith.vectors import VectorModel, unit_vector
 
 RESULTS = ("voxlith.sus", "vector_compact_weights.txt", "vector_compact.csv", "vector_compact.json")
@@ -123,6 +128,76 @@ def test_amplitudes_without_bounds_get_a_warning(tools, folder):
     assert done.status == 0 and "free.inp: no bounds of mx, my, mz: a compact body shrinks to few cells" in done.errors
     assert "no bounds" not in tools("compact", ".", "--control", "vector.inp", "--rounds", 1).errors
     assert "no bounds" not in tools("compact", ".", "--control", "free.inp", "--rounds", 1, "--norm", 2).errors
+
+
+@pytest.fixture(scope="module")
+def mixed(made, tmp_path_factory):
+    """Total field beside gravity and two gradients of the same body."""
+    folder = tmp_path_factory.mktemp("mixed")
+    for name in ("mesh.msh", "tmi.obs", "x.mtx", "y.mtx", "z.mtx"):
+        (folder / name).symlink_to(made / name)
+    write_model_file(folder / "true.mod", 8.0 * read_model_file(made / "true.mod", 320))
+    survey = Survey.read(made / "tmi.obs")
+    rows = []
+    for kind, code, noise in (("gz", 0, 0.01), ("gzz", 12, 0.5), ("gxz", 14, 0.5)):
+        replace(survey, codes=(code,), field=None, direction=None).write(folder / "s.obs")
+        common = ("--mesh", "mesh.msh", "--type", kind)
+        for words in (("predict", *common, "--stations", "s.obs", "--model", "true.mod", "--noise", f"0,{noise}", "--seed", "3", "--out",
+                       f"{kind}.obs"), ("mtx", *common, "--stations", f"{kind}.obs", "--out", f"{kind}.mtx")):
+            subprocess.run([BUILD / "tools" / "voxlith-tools", *words], cwd=folder, check=True, capture_output=True)
+        rows += ["--rows", f"{kind}.obs", "-", "-", "-", f"{kind}.mtx"]
+    subprocess.run([BUILD / "tools" / "voxlith-tools", "stack", "--properties", "mx", "my", "mz", "density", "--bounds", "-0.1,0.1", "-0.1,0.1",
+                    "-0.1,0.1", "0,1", "--rows", "tmi.obs", "x.mtx", "y.mtx", "z.mtx", "-", *rows, "--out", "mixed"], cwd=folder, check=True,
+                   capture_output=True)
+    return folder
+
+
+@pytest.fixture
+def mixed_folder(mixed, tmp_path, monkeypatch):
+    monkeypatch.setenv("VOXLITH_PROGRAM", str(BUILD / "voxlith"))
+    for path in mixed.iterdir():
+        (tmp_path / path.name).symlink_to(path)
+    return tmp_path
+
+
+def test_each_type_of_data_reaches_the_target(tools, mixed_folder):
+    """With factors of the misfits that are in the standard deviations of the run, not in those of its results."""
+    words = ("compact", ".", "--control", "mixed.inp", "--norm", 2, "--per-component")
+    done = tools(*words, "--rounds", 8)
+    assert done.status == 0 and "differ from the target" not in done.errors, done.errors
+    run = Run(mixed_folder, "mixed_compact.inp")
+    fits = StackedRun(run).fits()
+    assert [fit.rms for fit in fits] == pytest.approx([1.0] * 4, abs=0.05)
+    factors = read_side_file(mixed_folder / "mixed_compact.obs").component_factors(4)
+    assert max(factors[1:]) > 1.2 * min(factors[1:]) and np.mean(factors) == pytest.approx(1.0)
+    given, used = (Survey.read(mixed_folder / name) for name in ("mixed.obs", "mixed_compact.obs"))
+    for fit, factor, part in zip(fits, factors, np.split(np.arange(4 * 49), 4)):
+        assert used.uncertainties()[0][part] * np.sqrt(factor) == pytest.approx(given.uncertainties()[0][part], rel=1e-4)
+        assert fit.observed.uncertainties()[0] == pytest.approx(given.uncertainties()[0][part], rel=1e-4)
+    assert run.table[-1].misfit == pytest.approx(1.0, abs=0.03)
+    whole = [(mixed_folder / name).read_bytes() for name in ("voxlith.sus", "mixed_compact.csv", "mixed_compact.obs")]
+    assert tools(*words, "--rounds", 1).status == 0
+    assert "found None" in one_line(tools(*words[:-1], "--continue"), 2)
+    assert tools(*words, "--rounds", 8, "--continue").status == 0
+    assert [(mixed_folder / name).read_bytes() for name in ("voxlith.sus", "mixed_compact.csv", "mixed_compact.obs")] == whole
+
+
+def test_factors_of_components_follow_their_misfits():
+    """Misfits that fall with a power of their factor: secants find the target, within groups of a mean factor of 1."""
+    mesh = Mesh([0, 1], [0, 1], [0, -1])
+    stack = Stack(mesh, (StackedProperty("a", "SI"), StackedProperty("b", "SI")),
+                  tuple(StackedComponent(name, 0, 0, count, depends) for name, count, depends in
+                        (("one", 10, ("a",)), ("two", 30, ("b",)), ("three", 10, ("b",)), ("none", 10, ("b",)))))
+    def misfits(factors):
+        # That of the group follows the factor of its norm, here as if it were always balanced.
+        rms = np.array([1.0, 0.7 * factors[1] ** -0.2, 1.9 * factors[2] ** -0.4, np.nan])
+        return rms / np.array([1.0, *[np.sqrt((30 * rms[1] ** 2 + 10 * rms[2] ** 2) / 40)] * 2, 1.0])
+    tried = [((1.0,) * 4, tuple(misfits([1.0] * 4)))]
+    for _ in range(12):
+        factors = component_factors(stack, tried, 1.0)
+        tried.append((tuple(factors), tuple(misfits(factors))))
+    assert tried[-1][1][:3] == pytest.approx([1.0] * 3, abs=0.02)
+    assert factors[0] == pytest.approx(1.0) and np.average(factors, weights=[10, 30, 10, 10]) == pytest.approx(1.0)
 
 
 def test_progress_is_read_back(tmp_path):

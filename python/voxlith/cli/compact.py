@@ -14,7 +14,7 @@ from dataclasses import dataclass
 import numpy as np
 
 from ..compact import (Compactness, amplitudes, balanced_factors, balanced_weights, changed_share, compact_weights,
-                       group_misfit, next_eps)
+                       component_factors, group_misfit, next_eps, weighted_survey)
 from ..compact_progress import CompactProgress, Round
 from ..errors import RunError, UsageError, VoxlithError
 from ..io.output import write_bytes
@@ -22,6 +22,7 @@ from ..io.weight_file import CellWeights, is_null_name, write_weight_file
 from ..model import Model
 from ..process import find_program
 from ..run import Run
+from ..side_file import read_side_file, write_side_file
 from ..stack import Stack
 from ..stacked_run import StackedRun
 from .output import say, warn
@@ -38,9 +39,11 @@ Examples:
   voxlith-tools compact . --control vector.inp
   voxlith-tools compact run1 --control mixed.inp --rounds 10 --norm 1
   voxlith-tools compact . --control mixed.inp --norm 2
+  voxlith-tools compact . --control mixed.inp --norm 2 --per-component
 Round 0 is voxlith-run --target-rms with the weights of the control file. Each further round reduces the weight of smallness
 in cells of large amplitude, and weights the norm of each property so that its data reach the target misfit. With --norm 2
-only the misfits are balanced. CONTROL_compact.inp, with CONTROL_compact_weights.txt, is the control file of the last round;
+only the misfits are balanced. --per-component brings each type of data to the target, by standard deviations for the run
+alone, CONTROL_compact.obs. CONTROL_compact.inp, with CONTROL_compact_weights.txt, is the control file of the last round;
 CONTROL_compact.csv has a line for each round. After a stop, or for more rounds, give the same options and --continue."""
 
 
@@ -58,6 +61,8 @@ def make_parser() -> Parser:
     add("--smoothness", metavar="NUMBER", type=number_from(0.0),
         help="Factor of the smoothness from round 1 on (default: 0.001; 1 with --norm 2)")
     add("--target-rms", metavar="R", type=number_from(0.0, above=True), default=1.0, help="RMS misfit of each round (default: 1)")
+    add("--per-component", action="store_true",
+        help="Fit each type of data to the target misfit, not only those of each property together")
     add("--continue", dest="go_on", action="store_true", help="Continue after the last complete round of an earlier call with these options")
     add("--cross-gradient", metavar="WEIGHT[,A,B]", help="Couple the structure of two properties in each round, as voxlith-run does")
     return parser
@@ -104,7 +109,7 @@ def _interrupt(number: int, frame: object) -> None:
 def _settings(options: argparse.Namespace) -> dict[str, object]:
     """What all rounds have in common."""
     return {"--control": options.control, "--norm": options.norm, "--smoothness": _smoothness(options), "--target-rms": options.target_rms,
-            "--cross-gradient": options.cross_gradient}
+            "--cross-gradient": options.cross_gradient, "--per-component": options.per_component or None}
 
 
 def _smoothness(options: argparse.Namespace) -> float:
@@ -174,22 +179,37 @@ def _next_round(work: _Work, progress: CompactProgress, before: Model) -> Model:
     write_weight_file(work.first.path(work.names.weights), weights)
     control = work.first.control
     control.set(weight_files=(work.names.weights,))
+    shares = _write_weighted_data(work, progress) if options.per_component else ()
+    if shares:
+        control.set(data_file=work.names.data)
     control.write(work.first.path(work.names.control))
     _invert(options.folder, work.names.control, work.words, number, resume=options.go_on)
     here = StackedRun(Run(options.folder, work.names.control), stack)
     model = here.run.model()
     progress.eps, progress.factors = how.eps, tuple(factors)
-    _note(work, progress, here, model, changed_share(before, model))
+    _note(work, progress, here, model, changed_share(before, model), shares)
     return model
+
+
+def _write_weighted_data(work: _Work, progress: CompactProgress) -> tuple[float, ...]:
+    """Data of the next round with standard deviations by the factors of their types. Gives these factors."""
+    stack, run = work.stack, work.first
+    tried = [(one.component_factors or [1.0] * len(one.rms), one.rms) for one in progress.rounds]
+    shares = tuple(component_factors(stack, tried, work.options.target_rms))
+    weighted_survey(stack, run.observed, shares).write(run.path(work.names.data))
+    side = read_side_file(run.path(run.control.values.data_file))
+    write_side_file(run.path(work.names.data), side.with_step("component-factors", factors=list(shares)))
+    return shares
 
 
 def _is_done(options: argparse.Namespace, stack: Stack, progress: CompactProgress) -> bool:
     """Whether rounds that only balance the misfits have balanced them."""
-    return options.norm == 2.0 and _is_balanced(stack, list(progress.rounds[-1].rms), options.target_rms)
+    return options.norm == 2.0 and _is_balanced(options, stack, list(progress.rounds[-1].rms))
 
 
-def _is_balanced(stack: Stack, rms: list[float], target: float) -> bool:
-    misfits = [group_misfit(stack, group, rms) for group in stack.groups()]
+def _is_balanced(options: argparse.Namespace, stack: Stack, rms: list[float]) -> bool:
+    target = options.target_rms
+    misfits = rms if options.per_component else [group_misfit(stack, group, rms) for group in stack.groups()]
     return all(abs(misfit / target - 1.0) <= _BALANCED for misfit in misfits if misfit > 0.0)
 
 
@@ -198,7 +218,7 @@ def _warn_of_rest(options: argparse.Namespace, stack: Stack, progress: CompactPr
     if options.norm < 2.0 and change > _SETTLED:
         warn(PROGRAM, f"the last round still changed the model by {100.0 * change:.0f} percent; more rounds, or bounds of the amplitude, "
              "settle it")
-    if not _is_balanced(stack, list(progress.rounds[-1].rms), options.target_rms):
+    if not _is_balanced(options, stack, list(progress.rounds[-1].rms)):
         warn(PROGRAM, "the misfits of the types of data differ from the target by more than 5 percent; more rounds balance them")
 
 
@@ -208,6 +228,7 @@ class _Names:
     def __init__(self, folder: str, stem: str) -> None:
         self.control = f"{stem}_compact.inp"
         self.weights = f"{stem}_compact_weights.txt"
+        self.data = f"{stem}_compact.obs"
         self.table = os.path.join(folder, f"{stem}_compact.csv")
         self.progress = os.path.join(folder, f"{stem}_compact.json")
 
@@ -241,13 +262,14 @@ def _status(words: Sequence[str], folder: str) -> tuple[int, str]:
     return process.returncode, " ".join(said.split())
 
 
-def _note(work: _Work, progress: CompactProgress, stacked: StackedRun, model: Model, change: float) -> None:
+def _note(work: _Work, progress: CompactProgress, stacked: StackedRun, model: Model, change: float,
+          shares: tuple[float, ...] = ()) -> None:
     """Add a round to the progress: a line of the table, and one on the screen."""
     stack, number = work.stack, len(progress.rounds)
     rms = tuple(fit.rms for fit in stacked.fits())
     largest = tuple(float(one.max()) * stack.properties[group[0]].scale
                     for one, group in zip(amplitudes(stack, model.values), stack.groups()))
-    progress.rounds.append(Round(rms, largest, change))
+    progress.rounds.append(Round(rms, largest, change, shares))
     progress.write(work.names.progress, model)
     head = ["round", *(f"rms_{one.name}" for one in stack.components),
             *(f"amplitude_{stack.properties[group[0]].name}" for group in stack.groups()), "change"]

@@ -14,6 +14,7 @@ from .output import run_program, say, warn
 from .parser import Parser, integer_within, number_list
 
 if TYPE_CHECKING:
+    from ..io.bodies_file import TrueBody
     from ..run import Run
     from ..stacked_run import StackedRun
     from ..survey import Direction
@@ -145,12 +146,16 @@ def _surface(run: Run, path: str) -> Terrain:
     return surface
 
 
-def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
-    from .. import plot
+def _true_bodies(run: Run, options: argparse.Namespace) -> list[TrueBody]:
     from ..io.bodies_file import read_bodies_file
     usual = run.path("true_bodies.json")
     named = options.true or (usual if usual.is_file() else None)
-    bodies = read_bodies_file(named) if named else []
+    return read_bodies_file(named) if named else []
+
+
+def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
+    from .. import plot
+    bodies = _true_bodies(run, options)
     surface = _surface(run, options.topography) if options.topography else None
     from ..stacked_run import StackedRun, is_stacked
     if is_stacked(run):
@@ -186,8 +191,8 @@ def _vectors(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]
     if found is not None:
         from .. import plot
         stacked, vector = found
-        yield "vectors", plot.vector_sections(vector, survey=stacked.survey(), field=_field_of(stacked),
-                                              at=options.at, whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
+        yield "vectors", plot.vector_sections(vector, survey=stacked.survey(), field=_field_of(stacked), at=options.at,
+                                              bodies=_true_bodies(run, options), whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
 
 
 def _stereonet(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:

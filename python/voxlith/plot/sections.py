@@ -10,8 +10,7 @@ import numpy as np
 from matplotlib.colors import Normalize
 from matplotlib.figure import Figure
 from matplotlib.lines import Line2D
-from matplotlib.patches import Patch, Rectangle
-from matplotlib.patheffects import withStroke
+from matplotlib.patches import Patch
 from matplotlib.ticker import MaxNLocator
 
 from ..codes import unit_text
@@ -26,6 +25,7 @@ from .cuts import (At, Window, meeting_point, section_below, section_title, show
                    station_window)
 from .data_view import last_iteration
 from .lengths import length_scale, map_axes, metres, show_lengths
+from .outlines import draw_outline, overlap
 from .style import Limits, Reals, drawable, new_figure, styled
 
 Surface = Callable[[Any, Any], Any]
@@ -224,7 +224,7 @@ class _Page:
         self._field(panel, self.x, self.y, self.cube[layer, x0:x1, y0:y1].T)
         upper, lower = float(self.mesh.z_nodes[layer]), float(self.mesh.z_nodes[layer + 1])
         for body in self.bodies:
-            self._outline(panel, body.x, body.y, _overlap(body.elevation, (lower, upper)))
+            self._outline(panel, body.x, body.y, overlap(body.elevation, (lower, upper)))
         limits = (float(self.x[0]), float(self.x[-1])), (float(self.y[0]), float(self.y[-1]))
         if self.survey is not None:
             count = self.survey.n_stations
@@ -262,7 +262,7 @@ class _Page:
             if along is not None:
                 beside = body.y if along == "x" else body.x
                 self._outline(panel, body.x if along == "x" else body.y,
-                              (sign * body.elevation[0], sign * body.elevation[1]), _overlap(beside, plane.across))
+                              (sign * body.elevation[0], sign * body.elevation[1]), overlap(beside, plane.across))
         self._surface(panel, plane, sign)
         limits = float(plane.nodes[0]), float(plane.nodes[-1])
         if self.survey is not None:
@@ -315,12 +315,8 @@ class _Page:
         panel.plot([west, east, east, west, west], [first, first, last, last, first], color="0.5", linewidth=0.5)
 
     def _outline(self, panel: Any, a: tuple[float, float], b: tuple[float, float], inside: bool) -> None:
-        """The box of a true body: solid where the plane of the panel cuts it, dashed where it lies beside it."""
         self.outlined.add(inside)
-        low = min(b)
-        panel.add_patch(Rectangle((a[0], low), a[1] - a[0], abs(b[1] - b[0]), fill=False, edgecolor="black", linewidth=1.1,
-                                  linestyle="-" if inside else (0, (4, 3)),
-                                  path_effects=[withStroke(linewidth=2.4, foreground="white")]))
+        draw_outline(panel, a, b, is_cut=inside)
 
     def _histogram(self, panel: Any) -> None:
         """How many of the shown cells have which value, in the colours of the sections."""
@@ -423,10 +419,6 @@ class _Page:
         if self.stretch > 1.0:
             words += f";  vertical scale × {self.stretch:g}"
         return words
-
-
-def _overlap(a: tuple[float, float], b: tuple[float, float]) -> bool:
-    return a[0] < max(b) and a[1] > min(b)
 
 
 def _with(limits: tuple[float, float], values: Reals) -> tuple[float, float]:

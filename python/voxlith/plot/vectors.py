@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
@@ -13,11 +14,13 @@ from matplotlib.figure import Figure
 from matplotlib.lines import Line2D
 
 from ..errors import UsageError
+from ..io.bodies_file import TrueBody
 from ..section import cell_of
 from ..survey import Direction, Survey
 from ..vectors import VectorModel, direction_of, unit_vector
 from .cuts import At, meeting_point, shown_window
 from .lengths import length_scale, map_axes, metres, show_lengths
+from .outlines import draw_outline, overlap
 from .style import SEQUENTIAL, VERMILION, Limits, Reals, check_colormap, new_figure, styled
 
 _SHOWN_SHARE = 0.1  # cells of a smaller share of the largest amplitude have no arrow
@@ -27,7 +30,7 @@ _RING = 30  # degrees between the circles of a stereonet
 
 @styled
 def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field: Direction | None = None, at: At = "peak",
-                    whole_mesh: bool = False, colormap: str | None = None, limits: Limits | None = None,
+                    bodies: Sequence[TrueBody] = (), whole_mesh: bool = False, colormap: str | None = None, limits: Limits | None = None,
                     title: str | None = None) -> Figure:
     """A depth slice and two vertical sections: amplitude in colours, and arrows of the vectors' components in the plane.
 
@@ -43,6 +46,8 @@ def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field:
         Of the inducing field; an arrow of its own in each panel.
     at : {"peak", "largest", "middle"} or (x, y, elevation)
         Where the planes meet; see :func:`~voxlith.plot.sections`.
+    bodies : sequence of TrueBody
+        Outlines of true bodies.
     whole_mesh : bool
         Whether padding cells and great depths are shown.
     colormap : str, optional
@@ -82,14 +87,23 @@ def vector_sections(vector: VectorModel, *, survey: Survey | None = None, field:
         panel.pcolormesh(across, along, values, norm=norm, cmap=colors, rasterized=True)
         _arrows(panel, across, along, values, u, v, largest, per_length)
         panel.set_aspect("equal")
+    _outlines(panels, (x, y, z), (k, i, j), bodies)
     _label(panels, (x, y, z), (k, i, j), survey)
     if field is not None:
         _field_arrows(panels, unit_vector(field))
     bar = figure.colorbar(ScalarMappable(norm, colors), ax=panels, shrink=0.7, extend="max" if largest > high else "neither")
     bar.set_label(f"Amplitude (SI); 1 SI is {vector.strength / (400.0 * math.pi):.3g} A/m")
-    _legend(figure.add_subplot(grid[0, 1]), vector, field)
+    _legend(figure.add_subplot(grid[0, 1]), vector, field, bool(bodies))
     figure.suptitle(title or "Magnetisation")
     return figure
+
+
+def _outlines(panels: list[Any], nodes: tuple[Reals, Reals, Reals], cell: tuple[int, int, int], bodies: Sequence[TrueBody]) -> None:
+    planes = [(float(axis[number]), float(axis[number + 1])) for axis, number in zip(nodes, (cell[1], cell[2], cell[0]))]
+    for body in bodies:
+        ranges = (body.x, body.y, body.elevation)
+        for panel, (across, along, normal) in zip(panels, ((0, 1, 2), (0, 2, 1), (1, 2, 0))):
+            draw_outline(panel, ranges[across], ranges[along], is_cut=overlap(ranges[normal], planes[normal]))
 
 
 def _arrows(panel: Any, across: Reals, along: Reals, amplitude: Reals, u: Reals, v: Reals, largest: float, per_length: float) -> None:
@@ -103,7 +117,7 @@ def _arrows(panel: Any, across: Reals, along: Reals, amplitude: Reals, u: Reals,
     places = np.meshgrid(centres[0], centres[1])
     panel.quiver(places[0][chosen], places[1][chosen], u[chosen] * per_length, v[chosen] * per_length, angles="xy", scale_units="xy",
                  scale=1.0, units="inches", pivot="mid", width=0.025, headwidth=4.5, headlength=5.0, headaxislength=4.5, color="black",
-                 edgecolor="white", linewidth=0.6)
+                 edgecolor="white", linewidth=0.6, zorder=2.5)
 
 
 def _spread(centres: Reals) -> npt.NDArray[np.intp]:
@@ -149,7 +163,7 @@ def _field_arrows(panels: list[Any], field: Reals) -> None:
                        arrowprops={"arrowstyle": "-|>", "color": VERMILION, "linewidth": 1.6, "shrinkA": 0, "shrinkB": 0})
 
 
-def _legend(panel: Any, vector: VectorModel, field: Direction | None) -> None:
+def _legend(panel: Any, vector: VectorModel, field: Direction | None, outlined: bool) -> None:
     """What the arrows mean, and the summed moment."""
     panel.set_axis_off()
     moment = vector.moment()
@@ -157,6 +171,8 @@ def _legend(panel: Any, vector: VectorModel, field: Direction | None) -> None:
     lines = ["Arrows: magnetisation in the plane,", f"from {100 * _SHOWN_SHARE:.0f} % of the largest amplitude on", "",
              f"Summed moment {np.linalg.norm(moment):.3g} A m²",
              f"inclination {found.inclination:.0f}°, declination {found.declination:.0f}°"]
+    if outlined:
+        lines += ["", "Boxes: true bodies, dashed beside the section"]
     if field is not None:
         panel.legend([Line2D([], [], color=VERMILION, linewidth=1.6, marker=">", markersize=4)],
                      [f"Inducing field, inclination {field.inclination:.0f}°, declination {field.declination:.0f}°"], loc="lower left",
