@@ -42,8 +42,8 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, 
         _line("1 1 1 1" if weighting != "null" else f"{_short(choices.alpha_s)} 1 1 1", "alphaS, alphaE, alphaN, alphaZ"),
         _line(weighting, "weighting file"),
         _line("null", "data offset, or file for a refinement"),
-        _line(f"{choices.iterations} 0 0", "iterations, a model written every so many (0 none), method (0)"),
-        *_products(choices), "", "What follows is not read.", "", *_tradeoff_reason(choices, count),
+        _line(f"{choices.iterations} 0 0", "iterations, interval of stored models (0 none), method (0)"),
+        *_products(choices), "", "The lines below are not read.", "", *_tradeoff_reason(choices, count),
         *_sign_reason(choices), *_norm_reason(choices, weighting),
         "Line 12: a limit for runs without options; voxlith-run --target-rms and --until-converged end by themselves.",
         *_product_reason(choices),
@@ -61,7 +61,7 @@ def _norm_reason(choices: Choices, weighting: str) -> list[str]:
     if weighting != "null":
         return ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits",
                 "  voxlith-run --target-rms 1."]
-    return [f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within some ten cells, "
+    return [f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within about ten cells, "
             "smallness beyond."]
 
 
@@ -92,8 +92,8 @@ def _sign_reason(choices: Choices) -> list[str]:
     word = "positive" if choices.sign > 0 else "negative" if choices.sign < 0 else "of either sign"
     lines = [f"Line 3, sign, and line 8, bounds: model values {word}, in {choices.unit}."]
     if choices.sign == 0 and choices.one_sign:
-        lines.append("  A body known to be denser (1) or less dense (-1) than its surroundings is found better with its "
-                     "sign.")
+        lines.append("  A body known to be denser (1) or less dense (-1) than its surroundings is recovered better when "
+                     "its sign is given.")
     return [*lines, "  Narrower bounds that geology gives sharpen the model; 99 or -99 leaves a side free."]
 
 

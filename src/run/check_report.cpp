@@ -102,8 +102,8 @@ std::string describeConvergedRun(RunState& run, const RunOptions& options, const
     const auto definitions = static_cast<double>(problem.products.products.size());
     const ProductRange all{each.least * definitions, each.most * definitions};
     char products[64];
-    std::snprintf(products, sizeof products, "%.0f to %.0f by experience, ", all.least, all.most);
-    return row("one product", "about " + timeText(product) + ", with its share of a step") +
+    std::snprintf(products, sizeof products, "typically %.0f to %.0f, ", all.least, all.most);
+    return row("one product", "about " + timeText(product) + ", including its part of a step") +
            row("products", products + shorterToLonger(product * all.least, product * all.most));
 }
 
@@ -119,13 +119,12 @@ std::string otherMachines(const RunState& run, const Machines& here) {
     constexpr Machines others[] = {{1, 1}, {1, 4}, {1, 16}, {4, 16}};
     const RunSize size = sizeOf(run);
     const double secondsHere = secondsOfIteration(size, here);
-    std::string text = "  by the formulas of docs/scaling.md, with cores like those here:\n";
+    std::string text = "  by the formulas of docs/scaling.md, for the same kind of core:\n";
     for (const Machines& machines : others) {
         std::string name = machines.processes > 1 ? std::to_string(static_cast<int>(machines.processes)) + " x " : "";
         name += std::to_string(static_cast<int>(machines.threads)) + (machines.threads > 1 ? " cores" : " core");
         char share[64];
-        std::snprintf(share, sizeof share, "%.2g times the time here, ",
-                      secondsOfIteration(size, machines) / secondsHere);
+        std::snprintf(share, sizeof share, "%.2g times this time, ", secondsOfIteration(size, machines) / secondsHere);
         text += row(name.c_str(), share + memoryText(bytesOfProcess(size, machines.processes) / 1.0e6) +
                                       (machines.processes > 1 ? " in each process" : ""));
     }

@@ -185,7 +185,7 @@ std::string checkRunningModel(RunState& run, std::int64_t cells) {
         throw RunError(problem + "; there is no complete version before it");
     }
     run.control.continuedModel = before;
-    return problem + "; the run goes on from the version before, " + before;
+    return problem + "; the run continues from the previous version, " + before;
 }
 
 }  // namespace

@@ -81,7 +81,7 @@ void addDivisions(const RunState& run, const std::vector<UsedTerm>& terms, std::
             found = "are divided by the standard deviations of component " + number(*divisor);
         }
         warnings.push_back(beginning(run, used.dataType) + "the rows of " + fileText(run, file) + " " + found +
-                           "; expected component i to use file i alone, or standard deviations of 1");
+                           "; expected component i to use only file i, or standard deviations of 1");
     }
 }
 
@@ -94,8 +94,8 @@ void addSharedProducts(const RunState& run, const std::vector<UsedTerm>& terms, 
         warnings.push_back(beginning(run, used.dataType) + fileText(run, static_cast<std::size_t>(used.term.mtx)) +
                            " with model type " + number(static_cast<std::size_t>(used.term.model)) +
                            " is the product of component " + number(first) +
-                           ", too, and the gradient takes the residuals of that one alone; expected one file for each "
-                           "component, or --until-converged");
+                           ", too, and the gradient has the residuals of that component only; expected one file for "
+                           "each component, or --until-converged");
     }
 }
 
@@ -129,8 +129,8 @@ void addDepthWeights(const RunState& run, const std::vector<UsedTerm>& terms, bo
         char size[32];
         std::snprintf(size, sizeof size, "%.2g percent", percent * difference);
         const std::string what = sensitivity.foldDepthWeight
-                                     ? "the model holds that of file 1"
-                                     : "forward products take that of file 1, the gradient each its own";
+                                     ? "the model has that of file 1"
+                                     : "forward products use that of file 1, the gradient that of each file";
         warnings.push_back(shortFileName(run.control.controlFileName) + ": the depth weights of " +
                            fileText(run, file) + " differ from those of file 1 by up to " + size + ": " + what +
                            ", so predictions from this file are wrong; compute all with the same --depth-weight");

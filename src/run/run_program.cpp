@@ -142,14 +142,14 @@ bool iterateConverged(InversionLoop& loop, IterationOutput& output, ConvergedMod
 ResumedRun findCheckpoint(bool asked, bool continues, bool& resumes) {
     if (!checkpointExists()) {
         if (asked) {
-            warn("there is no checkpoint here; the run goes on from its running model");
+            warn("there is no checkpoint in this folder; the run continues from its running model");
         }
         return {};
     }
     const CheckpointHead head = readCheckpointHead();
     if (!continues) {
-        warn("a run that was stopped after iteration " + std::to_string(head.iteration) +
-             " is given up; --continue would have gone on with it");
+        warn("a new run deletes the checkpoint of the run that was stopped after iteration " +
+             std::to_string(head.iteration) + "; --continue would have continued that run");
         return {};
     }
     resumes = true;
@@ -161,7 +161,7 @@ void warnOfStack(const InversionProblem& problem, ModelNorm norm) {
     if (norm != ModelNorm::smooth && parts > 1 && isFirstRank()) {
         warn("--model-norm " + std::string(nameOf(norm)) + ": the model has " + std::to_string(parts) +
              " parts along y without weights between them, and each becomes " + std::string(nameOf(norm)) +
-             " by itself; for the components of a vector use voxlith-tools compact");
+             " separately; for the components of a vector use voxlith-tools compact");
     }
 }
 
@@ -288,7 +288,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
             return static_cast<RunStatus>(signalStatus + output.signal);
         }
         const std::string text = "stopped by a signal after iteration " + std::to_string(loop.state.iteration) +
-                                 "; voxlith-run --continue goes on from there";
+                                 "; voxlith-run --continue continues from there";
         warn(text);
         logLine(run.messages, text);
         closeLog(run.messages, cpuStart, julianStart);

@@ -97,7 +97,7 @@ def test_parts_that_do_not_fit(tools, mtx, folder):
         text = one_line(tools("mtx-join", *SURVEY, "--type", "tmi", "--out", "x.mtx", *arguments))
         assert not (folder / "x.mtx").exists()
         return text
-    assert message("a.mtx", "b.mtx") == "no part holds rows 101 to 120"
+    assert message("a.mtx", "b.mtx") == "no part contains rows 101 to 120"
     assert message("c.mtx", "b.mtx", "a.mtx") == "b.mtx: row 90 is also in another part"
     assert message("a.mtx", "a.mtx") == "a.mtx: rows 1 to 50 are also in another part"
     assert message("gz.mtx") == "gz.mtx: expected the data type of the options, found another"
@@ -136,7 +136,7 @@ def test_a_run_goes_on_where_it_was_killed(tools, mtx, folder):
         killed(folder, size)
         assert not (folder / "r.mtx").exists()
     done = tools("mtx", *SURVEY, "--type", "tmi", "--out", "r.mtx")
-    assert done.status == 0 and "r.mtx: going on after row " in done.errors
+    assert done.status == 0 and "r.mtx: continuing after row " in done.errors
     assert (folder / "r.mtx").read_bytes() == whole
     assert not list(folder.glob("r.mtx.*"))
 

@@ -197,7 +197,7 @@ def test_what_the_program_writes_is_read(tools, tmp_path):
     assert (tmp_path / "back.csv").read_text() == ("x,y,z,data1,uncertainty1\n100,200,50,1.23456,0.01\n110,200,50,,\n")
     (tmp_path / "w.obs").write_text("3\n1 2 3 4\n1 2 3 5\n")
     done = tools("obs", "w.obs", "--csv", "back.csv", "--separator", "semicolon")
-    assert done.errors == "voxlith-tools: warning: the count line says 3, the file holds 2 records\n"
+    assert done.errors == "voxlith-tools: warning: the count line has 3, the file contains 2 records\n"
     assert (tmp_path / "back.csv").read_text() == "x;y;z;data1\n1;2;3;4\n1;2;3;5\n"
     assert "mGal" not in done.out and "mGal" in tools("obs", "w.obs", "--csv", "back.csv", "--type", "gz").out
 

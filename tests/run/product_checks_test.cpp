@@ -67,10 +67,10 @@ TEST(ProductChecks, NameTheStandardDeviationsThatDivideTheRows) {
     EXPECT_EQ(checkOf(exchanged).errors,
               "voxlith-run: warning: voxlith.inp, component 1: the rows of h.mtx (sensitivity file 2) are divided by "
               "the standard "
-              "deviations of component 2; expected component i to use file i alone, or standard deviations of 1\n"
+              "deviations of component 2; expected component i to use only file i, or standard deviations of 1\n"
               "voxlith-run: warning: voxlith.inp, component 2: the rows of g.mtx (sensitivity file 1) are divided by "
               "the standard "
-              "deviations of component 1; expected component i to use file i alone, or standard deviations of 1\n");
+              "deviations of component 1; expected component i to use only file i, or standard deviations of 1\n");
     Joint alike = exchanged;
     alike.deviations = "0.2 0.2";
     EXPECT_EQ(checkOf(alike).errors, "");
@@ -86,7 +86,7 @@ TEST(ProductChecks, NameAProductThatTwoComponentsShare) {
     EXPECT_EQ(checkOf(shared).errors,
               "voxlith-run: warning: voxlith.inp, component 2: g.mtx (sensitivity file 1) with model type 1 is the "
               "product of "
-              "component 1, too, and the gradient takes the residuals of that one alone; expected one file for each "
+              "component 1, too, and the gradient has the residuals of that component only; expected one file for each "
               "component, or --until-converged\n");
     EXPECT_EQ(checkOf(shared, {"--until-converged"}).errors, "");
 }
@@ -97,7 +97,7 @@ TEST(ProductChecks, NameDepthWeightsThatDiffer) {
         checkOf(third, {"--until-converged"}).errors,
         "voxlith-run: warning: voxlith.inp: the depth weights of h.mtx (sensitivity file 3) differ from those of file "
         "1 by up "
-        "to 20 percent: the model holds that of file 1, so predictions from this file are wrong; compute all with "
+        "to 20 percent: the model has that of file 1, so predictions from this file are wrong; compute all with "
         "the same --depth-weight\n");
     Joint unused = third;
     unused.products = "1 1 1 1.0\n1 2 1 1.0\n1 3 1 0.0\n";

@@ -260,7 +260,7 @@ TEST(RunProgram, continuesFromTheVersionBeforeACutModel) {
     const ProgramResult continued = runOf(damaged, {"voxlith.inp"});
     EXPECT_EQ(continued.exitStatus, 0) << continued.errors;
     EXPECT_EQ(continued.errors,
-              "voxlith-run: voxlith.rho: expected 36 values, found 18; the run goes on from the version before, "
+              "voxlith-run: voxlith.rho: expected 36 values, found 18; the run continues from the previous version, "
               ".voxlith.rho.previous\n");
     ASSERT_EQ(runOf(whole, {"voxlith.inp"}).exitStatus, 0);
     EXPECT_EQ(damaged.read("voxlith.den"), whole.read("voxlith.den"));
@@ -402,7 +402,7 @@ TEST(RunProgram, checksWithoutWriting) {
     const ProgramResult converged = runOf(folder, {"voxlith.inp", "--check", "--target-rms"});
     EXPECT_EQ(converged.exitStatus, 0) << converged.errors;
     EXPECT_EQ(namesIn(folder), before);
-    EXPECT_TRUE(contains(converged.screen, "products:         200 to 400 by experience, about ")) << converged.screen;
+    EXPECT_TRUE(contains(converged.screen, "products:         typically 200 to 400, about ")) << converged.screen;
     EXPECT_FALSE(contains(converged.screen, "iteration")) << converged.screen;
     const ProgramResult single = runOf(folder, {"voxlith.inp", "--check", "--target-rms", "--per-component"});
     EXPECT_EQ(single.exitStatus, 2);

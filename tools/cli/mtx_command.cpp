@@ -282,7 +282,7 @@ void writeComputed(const MtxOptions& options, const MtxContent& content, bool su
     const InterruptedRun run = findInterruptedRun(options.outFile, content, sumBelow, options.tolerance);
     report.continuedRows = static_cast<std::int64_t>(run.rows);
     if (run.rows > 0) {
-        warn(options.outFile + ": going on after row " + std::to_string(run.rows) + " of " +
+        warn(options.outFile + ": continuing after row " + std::to_string(run.rows) + " of " +
              std::to_string(content.survey.stations.size()) + ", where an earlier run was stopped");
     }
     openUnfinishedFile(file, options.outFile, run);

@@ -37,7 +37,7 @@ BoundsPair parseBoundsPair(const std::string& source, std::string_view text) {
         return {*lower, freePair.upper};
     }
     if (!(static_cast<float>(*lower) < static_cast<float>(*upper))) {
-        throw RunError(source + ": expected a lower bound below the upper one (write fixed to hold cells), found " +
+        throw RunError(source + ": expected a lower bound below the upper one (for fixed cells write fixed), found " +
                        std::string(text));
     }
     return {*lower, *upper};

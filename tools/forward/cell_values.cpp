@@ -37,7 +37,7 @@ void checkEnd(FreeFormatRead& read, std::size_t cells) {
     const ReadStatus status = readValue(read, surplus);
     if (status != ReadStatus::endOfText) {
         throwAt(read.input, read.input.lineNumber,
-                "the end of the file behind the " + std::to_string(cells) + " values of the mesh, found more");
+                "the end of the file after the " + std::to_string(cells) + " values of the mesh, found more");
     }
 }
 

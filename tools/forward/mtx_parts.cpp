@@ -122,8 +122,8 @@ void checkComplete(const StoredRows& stored) {
     const auto first = std::find_if(stored.rows.begin(), stored.rows.end(), missing);
     if (first != stored.rows.end()) {
         const auto end = std::find_if_not(first, stored.rows.end(), missing);
-        throw RunError("no part holds " + rowsText(static_cast<std::size_t>(first - stored.rows.begin()),
-                                                   static_cast<std::size_t>(end - stored.rows.begin())));
+        throw RunError("no part contains " + rowsText(static_cast<std::size_t>(first - stored.rows.begin()),
+                                                      static_cast<std::size_t>(end - stored.rows.begin())));
     }
 }
 

@@ -93,7 +93,7 @@ def _finding(value: float, unit: str, chosen: int) -> list[Finding]:
     kind = "susceptibility" if unit == "SI" else "density contrast"
     of_rocks = abs(value) <= LARGEST_CONTRAST[unit]
     text = f"a {kind} of {value:.3g} {unit}"
-    remedy = "put 0 as the background on line 2; subtract a regional field with voxlith-tools regional"
+    remedy = "set the background on line 2 to 0; subtract a regional field with voxlith-tools regional"
     if of_rocks:
         return [Finding("note", "background", f"a background fitted to these data would be {text}",
                         "1 as the background on line 2 of the control file removes it")] if not chosen else []

@@ -132,5 +132,5 @@ def check_residuals(x: Reals, y: Reals, observed: Reals, residual: Reals, names:
                     f"{label}: residuals of neighbours agree (Moran's I {found.moran:.2f}): around x {x[centre]:.8g}, y "
                     f"{y[centre]:.8g} the predicted data are {side} the observed ones by {size[centre]:.1f} times the RMS on the "
                     f"mean of {found.count} stations", "look at the map of residuals there: cells too large for shallow sources, "
-                    "bounds, levels of lines, or standard deviations that are too small there",
+                    "bounds, constant offsets of lines, or standard deviations that are too small there",
                     tuple(names[number] for number in chosen.tolist()))]

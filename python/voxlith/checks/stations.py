@@ -60,7 +60,7 @@ def _check_extent(x: Reals, y: Reals) -> list[Finding]:
     if shift_for_fields(x, y) != (0.0, 0.0):
         findings.append(Finding("warning", "wide-coordinates", f"x from {x.min():.0f} to {x.max():.0f}, y from {y.min():.0f} to "
                                 f"{y.max():.0f} are too wide for the fields of the data files of a run, where they would run "
-                                "together", "voxlith-tools obs subtracts a shift and remembers it; Web Mercator (EPSG:3857), "
+                                "together", "voxlith-tools obs subtracts a shift and stores it; Web Mercator (EPSG:3857), "
                                 "which stretches distances, needs --crs and --to"))
     if _NORTHINGS[0] < x.min() and x.max() < _NORTHINGS[1] and _EASTINGS[0] < y.min() and y.max() < _EASTINGS[1]:
         findings.append(Finding("note", "exchanged", f"x from {x.min():.0f} and y from {y.min():.0f} would be a northing and an "
@@ -156,7 +156,7 @@ def check_outliers(x: Reals, y: Reals, values: Reals, deviations: Reals, label: 
     severity: Any = "error" if bad.any() else "warning"
     order = np.flatnonzero(found)[np.argsort(-score[found], kind="stable")]
     return [Finding(severity, "outliers", f"{label}: {count_text(len(order), 'datum', 'data')} far from those of the neighbours, the farthest by "
-                    f"{score.max():.0f} times their usual spread", "look at them; mask or correct what is not real",
+                    f"{score.max():.0f} times their usual spread", "look at them; mask or correct wrong data",
                     tuple(names[number] for number in order.tolist()))]
 
 

@@ -58,13 +58,13 @@ def check_encoding(path: PathLike, *, is_table: bool = False) -> list[Finding]:
         return [Finding("note", "encoding", "the file is UTF-16; tables are read so, observed data are not",
                         "nothing, or save it as UTF-8")]
     if marked or b"\x00" in content[:4096]:
-        return [Finding("error", "encoding", "the file is not plain text in UTF-8 (it holds zero bytes, as UTF-16 does)",
+        return [Finding("error", "encoding", "the file is not plain text in UTF-8 (it contains zero bytes, as UTF-16 does)",
                         "save it as UTF-8, or as CSV (comma delimited)")]
     try:
         content.decode("utf-8")
     except UnicodeDecodeError as error:
         line = content[: error.start].count(b"\n") + 1
-        return [Finding("note", "encoding", f"line {line} holds a letter that is not UTF-8; it is read as Latin-1",
+        return [Finding("note", "encoding", f"line {line} contains a letter that is not UTF-8; it is read as Latin-1",
                         "save the file as UTF-8 if names look odd")]
     return []
 

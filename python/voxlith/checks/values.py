@@ -116,7 +116,7 @@ def check_sign(values: Reals, deviations: Reals, sign: int, code: int, label: st
         return []
     side, word, level = ("below -2", "positive", "high") if sign > 0 else ("above 2", "negative", "low")
     return [Finding("warning", "sign", f"{label}: {100.0 * against:.0f} % of the data are {side} standard deviations; {word} "
-                    "densities cannot explain them", f"check the sign of the data and the level: a regional field that is too "
+                    "densities cannot explain them", f"check the sign of the data and the constant offset: a regional field that is too "
                     f"{level} hides mass (voxlith-tools regional --outside, --anomaly {word}); else allow both signs")]
 
 

@@ -162,7 +162,7 @@ def _read_data(options: argparse.Namespace) -> tuple[Survey, Reals | None, list[
     survey = Survey.from_obs_file(obs)
     findings = []
     if obs.count != survey.n_stations:
-        findings.append(Finding("warning", "count", f"the count line says {obs.count}, the file holds {survey.n_stations} "
+        findings.append(Finding("warning", "count", f"the count line has {obs.count}, the file contains {survey.n_stations} "
                                 "records", "correct the count"))
     written = None if obs.uncertainty is None else np.where(np.isnan(survey.data), np.nan, obs.uncertainty)
     return survey, written, kept_names(read_side_file(options.file), survey.n_stations) or station_names(survey), findings

@@ -136,7 +136,7 @@ def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inac
         files.initial = f"{stem}_start.mod"
         files.require_new(files.initial)
         write_model_file(files.initial, np.where(inactive, 0.0, choices.initial))
-        files.notes.append(f"{files.initial}: starting model, 0 in the inactive cells")
+        files.notes.append(f"{files.initial}: initial model, 0 in the inactive cells")
 
 
 def _closed(pairs: Reals, usual: Reals, sign: int) -> Reals:

@@ -326,4 +326,4 @@ def _warn(output: str, done: _Converted) -> None:
         warn(PROGRAM, f"{output}: the time does not rise along its line in {done.summary.falling_times} records; "
              "averages along lines need it to")
     if done.count is not None and done.count != survey.n_stations:
-        warn(PROGRAM, f"the count line says {done.count}, the file holds {survey.n_stations} records")
+        warn(PROGRAM, f"the count line has {done.count}, the file contains {survey.n_stations} records")

@@ -115,7 +115,7 @@ def _shift(placed: Placed, options: argparse.Namespace) -> None:
         if (east, north) != (0.0, 0.0):
             placed.warnings.append("x and y are too wide for the fields of the data files of a run, where they would run "
                                    f"together; {number_text(east)},{number_text(north)} was subtracted from them and is "
-                                   "remembered in the side file")
+                                   "stored in the side file")
     if (east, north) == (0.0, 0.0):
         return
     placed.survey = replace(survey, x=survey.x - east, y=survey.y - north)

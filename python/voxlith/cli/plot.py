@@ -46,7 +46,7 @@ Exit status: 0 all available pictures are drawn, 1 a file is missing or damaged,
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(PROGRAM, "Pictures of a run of voxlith, finished or going on: convergence, data, sections through the "
+    parser = Parser(PROGRAM, "Pictures of a run of voxlith, complete or active: convergence, data, sections through the "
                     "model, magnetisation vectors, z-scores.", _EXAMPLES)
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")

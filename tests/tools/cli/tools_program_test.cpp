@@ -113,7 +113,7 @@ TEST(ToolsProgram, wrongCommandLinesAreOneLineAndStatusTwo) {
          {mtx + "--bounds b.txt", "--bounds requires --topography"},
          {mtx + "--ground-bounds 0,1", "--ground-bounds requires --topography"},
          {mtx + "--topography t.topo --ground-bounds 1,0",
-          "--ground-bounds 1,0: expected a lower bound below the upper one (write fixed to hold cells), found 1,0"},
+          "--ground-bounds 1,0: expected a lower bound below the upper one (for fixed cells write fixed), found 1,0"},
          {predict + "--noise 2", "--noise 2: expected percent,floor"},
          {predict + "--noise -1,0", "--noise -1,0: expected percent and floor not below 0"},
          {predict + "--noise 1,-1", "--noise 1,-1: expected percent and floor not below 0"},
