@@ -14,7 +14,7 @@
 #include "inversion/objective.h"
 #include "run/convergence/converged_mode.h"
 #include "run/cost_model.h"
-#include "run/progress_line.h"
+#include "run/run_summary.h"
 
 namespace voxlith {
 
@@ -41,34 +41,14 @@ double secondsOfEvaluation(const InversionProblem& problem) {
     return clockSeconds() - start;
 }
 
-std::string count(std::int64_t number, const char* one) {
-    return std::to_string(number) + " " + one + (number == 1 ? "" : "s");
-}
-
-std::string row(const char* name, const std::string& value) {
-    std::string text = "  " + std::string(name) + ":";
-    constexpr std::size_t valueColumn = 20;
-    text.resize(std::max(text.size() + 1, valueColumn), ' ');
-    return text + value + "\n";
-}
-
-std::string timeText(double seconds) {
-    if (seconds >= 10.0) {
-        return durationText(seconds);
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2g s", seconds);
-    return text;
-}
-
 std::string shorterToLonger(double shorter, double longer) {
     return "about " + timeText(shorter) + " to " + timeText(longer);
 }
 
 std::string describeIterations(const InversionProblem& problem, std::int32_t iterations) {
     const double iteration = evaluationsPerIteration * secondsOfEvaluation(problem);
-    return row("one iteration", "about " + timeText(iteration)) +
-           row(count(iterations, "iteration").c_str(), "about " + timeText(iteration * iterations));
+    return summaryRow("one iteration", "about " + timeText(iteration)) +
+           summaryRow(countText(iterations, "iteration").c_str(), "about " + timeText(iteration * iterations));
 }
 
 // Products until the end, on the examples and on a million cells, for each product definition.
@@ -103,15 +83,8 @@ std::string describeConvergedRun(RunState& run, const RunOptions& options, const
     const ProductRange all{each.least * definitions, each.most * definitions};
     char products[64];
     std::snprintf(products, sizeof products, "typically %.0f to %.0f, ", all.least, all.most);
-    return row("one product", "about " + timeText(product) + ", including its part of a step") +
-           row("products", products + shorterToLonger(product * all.least, product * all.most));
-}
-
-std::string memoryText(double megabytes) {
-    char text[32];
-    std::snprintf(text, sizeof text, megabytes < 10.0e3 ? "%.0f MB" : "%.0f GB",
-                  megabytes < 10.0e3 ? megabytes : megabytes / 1000.0);
-    return text;
+    return summaryRow("one product", "about " + timeText(product) + ", including its part of a step") +
+           summaryRow("products", products + shorterToLonger(product * all.least, product * all.most));
 }
 
 // What other machines would take, by the ratios of the cost model.
@@ -125,8 +98,8 @@ std::string otherMachines(const RunState& run, const Machines& here) {
         name += std::to_string(static_cast<int>(machines.threads)) + (machines.threads > 1 ? " cores" : " core");
         char share[64];
         std::snprintf(share, sizeof share, "%.2g times this time, ", secondsOfIteration(size, machines) / secondsHere);
-        text += row(name.c_str(), share + memoryText(bytesOfProcess(size, machines.processes) / 1.0e6) +
-                                      (machines.processes > 1 ? " in each process" : ""));
+        text += summaryRow(name.c_str(), share + memoryText(bytesOfProcess(size, machines.processes) / 1.0e6) +
+                                             (machines.processes > 1 ? " in each process" : ""));
     }
     return text;
 }
@@ -138,17 +111,8 @@ std::string describeRun(RunState& run, const RunOptions& options) {
     const std::string steps = options.untilConverged ? describeConvergedRun(run, options, problem)
                                                      : describeIterations(problem, run.control.inversion.maxIterations);
     const Machines here{static_cast<double>(ranksOfRun().count), static_cast<double>(workersOfProcess().count)};
-    const MeshGeometry& mesh = run.mesh;
-    const std::string cells = count(static_cast<std::int64_t>(mesh.cellCount()), "cell") + " (" +
-                              std::to_string(mesh.nx) + " x " + std::to_string(mesh.ny) + " x " +
-                              std::to_string(mesh.nz) + ")";
-    std::string text = run.control.controlFileName + ": everything can be read\n";
-    text += row("data", count(run.obs.nData, "station") + ", " + count(run.obs.nDataTypes, "component"));
-    text += row("model", cells + ", " + count(run.control.inversion.nModelTypes, "model type"));
-    text +=
-        row("sensitivities", count(run.sensitivity.store.totalCoef, "coefficient") +
-                                 (run.sensitivity.idisk == 0 ? ", in memory" : ", read from disk at every product"));
-    text += row("memory", memoryText(megabytesUsed()) + (here.processes > 1 ? " in the first process" : ""));
+    std::string text = run.control.controlFileName + ": everything can be read\n" + describeSizes(run);
+    text += summaryRow("memory", memoryText(megabytesUsed()) + (here.processes > 1 ? " in the first process" : ""));
     text += steps;
     if (run.sensitivity.idisk == 0) {
         text += otherMachines(run, here);

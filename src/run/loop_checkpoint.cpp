@@ -140,7 +140,7 @@ void restoreCheckpoint(InversionLoop& loop, const InputChecksums& inputs, std::v
     for (const ComparedInput& input : comparedInputs) {
         if (stored.*input.checksum != inputs.*input.checksum) {
             throw RunError(name + ": belongs to another inversion: " + std::string(input.name) +
-                           " differ from those of the stopped run");
+                           " changed after it was written");
         }
     }
     CheckpointHead head;

@@ -178,7 +178,7 @@ ParseResult parseRunOptions(int argumentCount, const char* const* arguments, Run
         const bool toleranceGiven = app.count("--until-converged") > 0;
         options.untilConverged = toleranceGiven || options.targetRms;
         if (options.targetRms && !toleranceGiven) {
-            options.tolerance = 1.0e-4;
+            options.tolerance = toleranceOfSearch;
         }
         checkConvergedOptions(options);
         // Threads that share a core wait for each other at the end of each loop: three on two cores took 11 % longer.

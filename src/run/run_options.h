@@ -11,6 +11,9 @@
 
 namespace voxlith {
 
+// --until-converged for --target-rms, where nothing else is given.
+constexpr double toleranceOfSearch = 1.0e-4;
+
 struct RunOptions {
     std::string program = "voxlith-run";  // in messages; set before the command line is parsed
     std::string controlFile;
@@ -21,7 +24,7 @@ struct RunOptions {
     bool keepArranged = false;          // keep the arranged rows in a file for later runs
     std::string jsonLog;                // file with a JSON object for each iteration; empty for none
     bool untilConverged = false;        // --until-converged, or --target-rms
-    double tolerance = 1.0e-6;          // of the objective; 1e-4 by default with --target-rms
+    double tolerance = 1.0e-6;          // of the objective; toleranceOfSearch by default with --target-rms
     bool targetRms = false;             // --target-rms
     double rms = 1.0;
     bool perComponent = false;                // --per-component

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -26,6 +28,7 @@
 #include "run/loop_checkpoint.h"
 #include "run/product_checks.h"
 #include "run/read_thread.h"
+#include "run/run_summary.h"
 #include "run/screen_capture.h"
 #include "run/stop_signal.h"
 #include "run/thread_team.h"
@@ -47,26 +50,32 @@ void warn(std::string_view text) {
     errorLine(line.text(text));
 }
 
+// The shortest text that is read as the same number.
+std::string exactText(double value) {
+    std::array<char, 32> text{};
+    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
+}
+
+// The options of a converged mode, without a tolerance that is the default.
+std::string optionsText(const ConvergedSettings& settings) {
+    std::string options = settings.searchTradeoff ? " --target-rms " + exactText(settings.targetRms) : "";
+    if (!settings.searchTradeoff || settings.tolerance != toleranceOfSearch) {
+        options += " --until-converged " + exactText(settings.tolerance);
+    }
+    options += settings.perComponent ? " --per-component" : "";
+    options +=
+        settings.modelNorm != ModelNorm::smooth ? " --model-norm " + std::string(nameOf(settings.modelNorm)) : "";
+    if (settings.cross.weight > 0) {
+        options += " --cross-gradient " + exactText(settings.cross.weight) + "," +
+                   std::to_string(settings.cross.first) + "," + std::to_string(settings.cross.second);
+    }
+    return options;
+}
+
 void compareSettings(const ConvergedSettings& wanted, const ConvergedSettings& stored) {
-    const auto text = [](const ConvergedSettings& settings) {
-        std::array<char, 100> line{};
-        std::snprintf(line.data(), line.size(), "--until-converged %.17g", settings.tolerance);
-        std::string options = line.data();
-        if (settings.searchTradeoff) {
-            std::snprintf(line.data(), line.size(), " --target-rms %.17g", settings.targetRms);
-            options += line.data();
-        }
-        options += settings.perComponent ? " --per-component" : "";
-        options += " --model-norm " + std::string(nameOf(settings.modelNorm));
-        if (settings.cross.weight > 0) {
-            std::snprintf(line.data(), line.size(), " --cross-gradient %.17g,%d,%d", settings.cross.weight,
-                          settings.cross.first, settings.cross.second);
-            options += line.data();
-        }
-        return options;
-    };
-    if (text(wanted) != text(stored)) {
-        throw RunError(std::string(checkpointName) + ": written with " + text(stored) + ", found " + text(wanted));
+    if (optionsText(wanted) != optionsText(stored)) {
+        throw RunError(std::string(checkpointName) + ": written with" + optionsText(stored) + ", found" +
+                       optionsText(wanted));
     }
 }
 
@@ -221,6 +230,14 @@ void warnOfProducts(const RunState& run, const RunOptions& options) {
     }
 }
 
+// Line by line: a terminal is shown control characters as text.
+void showText(std::string_view text) {
+    for (std::size_t start = 0, end = 0; start < text.size(); start = end + 1) {
+        end = std::min(text.find('\n', start), text.size());
+        screenLine(text.substr(start, end - start));
+    }
+}
+
 // --check
 RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture& capture) {
     const std::vector<std::string> arguments = argumentsOf(options);
@@ -236,16 +253,14 @@ RunStatus checkSequence(RunState& run, const RunOptions& options, ScreenCapture&
     const std::string report = describeRun(run, options);
     releaseScreen(capture);
     if (!options.quiet && isFirstRank()) {
-        // Line by line: a terminal is shown control characters as text.
-        for (std::size_t start = 0, end = 0; start < report.size(); start = end + 1) {
-            end = report.find('\n', start);
-            screenLine(std::string_view(report).substr(start, end - start));
-        }
+        showText(report);
     }
     return RunStatus::completed;
 }
 
-RunStatus runSequence(RunState& run, const RunOptions& options) {
+// The engine's own lines before and after the iterations are in the log; the screen has the sizes, the iterations and
+// how the run ended.
+RunStatus runSequence(RunState& run, const RunOptions& options, ScreenCapture& capture) {
     const std::vector<std::string> arguments = argumentsOf(options);
     const ResumedRun resumed = findStart(arguments, options, run);
     run.messages.checkOnly = !isFirstRank();
@@ -262,7 +277,7 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     checkConvergedSettings(convergedSettingsOf(options), run.obs);
     warnOfProducts(run, options);
     openProgressOfRanks(run, resumed);
-    const double cpuStart = processorSeconds();
+    const double cpuStart = processorSeconds(), clockStart = clockSeconds();
     const double julianStart = julianDay(currentDateTime());
     const InversionProblem problem = inversionProblemOf(run);
     InversionLoop loop{problem, run.messages, run.progressTable};
@@ -274,6 +289,11 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     beginOutput(output, options, problem, run.control.iRestart > 0);
     warnOfStack(problem, options.modelNorm);
     keepIterations();
+    const bool showsScreen = !options.quiet && isFirstRank();
+    if (showsScreen) {
+        releaseScreen(capture);
+        showText(describeStart(run));
+    }
     ConvergedMode mode;
     mode.state.settings = convergedSettingsOf(options);
     beginLoop(loop, output, run, options.untilConverged ? &mode : nullptr);
@@ -297,6 +317,9 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     if (options.untilConverged) {
         reportConvergence(mode, loop);
     }
+    if (showsScreen) {
+        captureScreen(capture);
+    }
     finishInversion(loop);
     closeInversion(run);
     if (!isFirstRank()) {
@@ -304,6 +327,10 @@ RunStatus runSequence(RunState& run, const RunOptions& options) {
     }
     writeResults(problem);
     reportCompletion(run, cpuStart, julianStart);
+    if (showsScreen) {
+        releaseScreen(capture);
+        showText(describeEnd(loop.state.iteration, clockSeconds() - clockStart));
+    }
     removeCheckpoint();
     if (options.untilConverged && missedTarget(mode)) {
         warn("the target RMS misfit was not reached; the log has the reasons");
@@ -339,17 +366,15 @@ RunStatus runProgram(const RunOptions& options) {
     const ReadThread reader(options.threads > 1);  // outlives the files of the run
     RunState run;
     ScreenCapture capture;
-    const bool captured = options.quiet || options.check || !isFirstRank();
     try {
-        if (captured) {
-            captureScreen(capture);
-        }
+        captureScreen(capture);
         const SharedLoops sharedLoops(options.threads, options.smallestPiece);
-        return options.check ? checkSequence(run, options, capture) : runSequence(run, options);
+        return options.check ? checkSequence(run, options, capture) : runSequence(run, options, capture);
     } catch (const PlainStop&) {
         waitForFirstRank();
-        if (captured) {
-            warn(lastScreenLine(capture));
+        const std::string reason = lastScreenLine(capture);
+        if (!reason.empty()) {
+            warn(reason);
         }
         return RunStatus::stopped;
     } catch (const RunError& problem) {

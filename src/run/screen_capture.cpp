@@ -1,5 +1,6 @@
 #include "run/screen_capture.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,14 +20,14 @@ ScreenCapture::~ScreenCapture() {
 
 void captureScreen(ScreenCapture& capture) {
     std::fflush(stdout);
-    std::FILE* const store = std::tmpfile();
-    if (store == nullptr) {
-        throwSystemError("temporary file", "cannot be created", errno);
+    const int store = ::memfd_create("screen", MFD_CLOEXEC);
+    if (store < 0) {
+        throwSystemError("memory for the screen output", "cannot be had", errno);
     }
     const int screen = ::dup(STDOUT_FILENO);  // -1 when the process has no standard output
-    const bool captured = ::dup2(::fileno(store), STDOUT_FILENO) >= 0;
+    const bool captured = ::dup2(store, STDOUT_FILENO) >= 0;
     const int cause = errno;
-    std::fclose(store);  // standard output keeps the file
+    ::close(store);  // standard output keeps it
     if (!captured) {
         throwSystemError("standard output", "cannot be redirected", cause);
     }

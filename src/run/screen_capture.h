@@ -1,5 +1,5 @@
-// Keeps what the inversion writes to the screen off it. The text is stored in a temporary file of the system, so that
-// its last line can be shown when it is the reason for a stop.
+// Keeps what the inversion writes to the screen off it. The text is stored in memory, so that its last line can be
+// shown when it is the reason for a stop.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ struct ScreenCapture {
     int screen = -1;  // the standard output of the process; -1 while nothing is captured
 };
 
-// From here on standard output goes to the temporary file. Throws RunError.
+// From here on standard output goes to memory. Throws RunError.
 void captureScreen(ScreenCapture& capture);
 
 // The last line written that is not blank.

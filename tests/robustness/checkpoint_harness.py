@@ -133,7 +133,7 @@ def faults_of_other_inputs(program, inputs, work):
     os.remove(os.path.join(folder, kind.files[0]))  # it is a link to that of all trials
     surveys.write(folder, kind.files[0], data.replace(' 0.02\n', ' 0.03\n', 1))
     status, errors = surveys.run(program, folder, kind, ['--continue'])
-    wanted = 'belongs to another inversion: the observed data or their uncertainties differ'
+    wanted = 'belongs to another inversion: the observed data or their uncertainties changed'
     if status != 2 or wanted not in errors or not surveys.has(folder, CHECKPOINT):
         return ['other data: status %d, %s' % (status, errors)]
     return []

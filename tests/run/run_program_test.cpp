@@ -104,7 +104,8 @@ TEST(RunProgram, endsAStopByAMessageWithStatus1) {
     writeRunSurvey(folder, ControlLines().set(6, "missing.mod"));
     const ProgramResult result = runOf(folder, {"voxlith.inp"});
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_TRUE(contains(result.screen, " Model File missing.mod not found")) << result.screen;
+    EXPECT_EQ(result.errors, "voxlith-run: Model File missing.mod not found\n");
+    EXPECT_EQ(result.screen, "");
 }
 
 TEST(RunProgram, endsAnUnusableFileWithStatus2) {
@@ -264,6 +265,18 @@ TEST(RunProgram, continuesFromTheVersionBeforeACutModel) {
               ".voxlith.rho.previous\n");
     ASSERT_EQ(runOf(whole, {"voxlith.inp"}).exitStatus, 0);
     EXPECT_EQ(damaged.read("voxlith.den"), whole.read("voxlith.den"));
+}
+
+TEST(RunProgram, showsSizesIterationsAndTheEnd) {
+    const TemporaryFolder folder;
+    writeRunSurvey(folder);
+    const ProgramResult result = runOf(folder, {"voxlith.inp"});
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
+    EXPECT_EQ(result.screen.find("voxlith.inp\n  data:"), 0U) << result.screen;
+    EXPECT_TRUE(contains(result.screen, "\n  Iterations    RMS Misfit")) << result.screen;
+    EXPECT_TRUE(contains(result.screen, "\n\nInversion completed after ")) << result.screen;
+    EXPECT_FALSE(contains(result.screen, " OH ")) << result.screen;
+    EXPECT_TRUE(contains(folder.read("voxlith.log"), " OH calc_grad"));
 }
 
 TEST(RunProgram, writesNothingToTheScreenWhenQuiet) {
