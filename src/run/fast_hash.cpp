@@ -15,34 +15,44 @@ constexpr std::size_t chunkBytes = std::size_t{1} << 18;
 // one by FNV-1a: as fast as memory, so that reading stays all that a start costs. It finds damage by chance, not by
 // intent.
 constexpr std::uint64_t fnvPrime = 0x100000001b3U;
-constexpr std::size_t hashLanes = 8;
-typedef std::array<std::uint64_t, hashLanes> HashWords;
+typedef std::uint64_t LanePair __attribute__((vector_size(16)));
+constexpr std::size_t lanePairs = 4;
+typedef std::array<LanePair, lanePairs> HashWords;
 
-void addWords(const HashWords& words, HashWords& sum, HashWords& sumOfSums) {
-    for (std::size_t l = 0; l < hashLanes; ++l) {
-        sum[l] += words[l];
-        sumOfSums[l] += sum[l];
+struct HashSums {
+    HashWords sum{}, sumOfSums{};
+};
+
+inline void addWords(const std::byte* bytes, HashSums& sums) {
+    for (std::size_t l = 0; l < lanePairs; ++l) {
+        LanePair words;
+        std::memcpy(&words, bytes + l * sizeof words, sizeof words);
+        sums.sum[l] += words;
+        sums.sumOfSums[l] += sums.sum[l];
     }
 }
 
 std::uint64_t hashOfChunk(std::span<const std::byte> bytes, std::uint64_t start) {
-    HashWords words{}, sum{}, sumOfSums{};
-    sum.fill(start);
+    HashSums sums;
+    for (LanePair& pair : sums.sum) {
+        pair += start;
+    }
     std::size_t at = 0;
-    for (; at + sizeof words <= bytes.size(); at += sizeof words) {
+    for (; at + sizeof(HashWords) <= bytes.size(); at += sizeof(HashWords)) {
         __builtin_prefetch(bytes.data() + at + prefetchBytes);
-        std::memcpy(words.data(), bytes.data() + at, sizeof words);
-        addWords(words, sum, sumOfSums);
+        addWords(bytes.data() + at, sums);
     }
     if (at < bytes.size()) {
-        words.fill(0);
-        std::memcpy(words.data(), bytes.data() + at, bytes.size() - at);
-        addWords(words, sum, sumOfSums);
+        std::array<std::byte, sizeof(HashWords)> last{};
+        std::memcpy(last.data(), bytes.data() + at, bytes.size() - at);
+        addWords(last.data(), sums);
     }
     std::uint64_t hash = (hashStart ^ start ^ bytes.size()) * fnvPrime;
-    for (std::size_t l = 0; l < hashLanes; ++l) {
-        for (const std::uint64_t part : {sum[l], sumOfSums[l]}) {
-            hash = (hash ^ part ^ (part >> 32U)) * fnvPrime;
+    for (std::size_t l = 0; l < lanePairs; ++l) {
+        for (const LanePair& pair : {sums.sum[l], sums.sumOfSums[l]}) {
+            for (const std::uint64_t part : {pair[0], pair[1]}) {
+                hash = (hash ^ part ^ (part >> 32U)) * fnvPrime;
+            }
         }
     }
     return hash;
