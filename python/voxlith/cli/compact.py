@@ -42,14 +42,15 @@ Examples:
   voxlith-tools compact . --control mixed.inp --norm 2 --per-component
 Round 0 is voxlith-run --target-rms with the weights of the control file. Each further round reduces the weight of smallness
 in cells of large amplitude, and weights the norm of each property so that its data reach the target misfit. With --norm 2
-only the misfits are balanced. --per-component brings each type of data to the target, by standard deviations for the run
-alone, CONTROL_compact.obs. CONTROL_compact.inp, with CONTROL_compact_weights.txt, is the control file of the last round;
+only the misfits are balanced. --per-component fits each data type to the target, by standard deviations for this run only,
+CONTROL_compact.obs. CONTROL_compact.inp, with CONTROL_compact_weights.txt, is the control file of the last round;
 CONTROL_compact.csv has a line for each round. After a stop, or for more rounds, give the same options and --continue."""
 
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(f"{PROGRAM} compact", "Run a stacked inversion in rounds: compact bodies, each type of data at its misfit", _EXAMPLES)
+    parser = Parser(f"{PROGRAM} compact", "Run a stacked inversion in rounds, for compact bodies and a target misfit of each data type",
+                    _EXAMPLES)
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file, seen from FOLDER (default: voxlith.inp)")
@@ -62,7 +63,7 @@ def make_parser() -> Parser:
         help="Factor of the smoothness from round 1 on (default: 0.001; 1 with --norm 2)")
     add("--target-rms", metavar="R", type=number_from(0.0, above=True), default=1.0, help="RMS misfit of each round (default: 1)")
     add("--per-component", action="store_true",
-        help="Fit each type of data to the target misfit, not only those of each property together")
+        help="Fit each data type to the target misfit, not only the data of each property together")
     add("--continue", dest="go_on", action="store_true", help="Continue after the last complete round of an earlier call with these options")
     add("--cross-gradient", metavar="WEIGHT[,A,B]", help="Couple the structure of two properties in each round, as voxlith-run does")
     return parser
@@ -219,7 +220,7 @@ def _warn_of_rest(options: argparse.Namespace, stack: Stack, progress: CompactPr
         warn(PROGRAM, f"the last round still changed the model by {100.0 * change:.0f} percent; more rounds, or bounds of the amplitude, "
              "settle it")
     if not _is_balanced(options, stack, list(progress.rounds[-1].rms)):
-        warn(PROGRAM, "the misfits of the types of data differ from the target by more than 5 percent; more rounds balance them")
+        warn(PROGRAM, "the misfits of the data types differ from the target by more than 5 percent; more rounds balance them")
 
 
 class _Names:

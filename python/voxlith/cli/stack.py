@@ -67,7 +67,7 @@ def make_parser() -> Parser:
         help="Names of the properties, NAME=x, y, z or INC,DEC for components of the magnetisation; mx, my and mz are along the axes")
     add("--rows", metavar="FILE", nargs="+", action="append", required=True,
         help="Observed data (DATA:N for component N of a file), then their sensitivity file for each property, or - where "
-             "they do not depend on it; once for each type of data")
+             "they do not depend on it; once for each data type")
     add("--scale", metavar="NUMBER", nargs="+",
         help="Unit of each property in the run, or auto (default: auto, the magnitude of a first model of each)")
     add("--bounds", metavar="BOUNDS", nargs="+",

@@ -34,7 +34,7 @@ _MOST_SHOWN = 5
 
 def make_parser() -> Parser:
     """The options."""
-    parser = Parser(f"{PROGRAM} unstack", "Split the results of a stacked run by property and type of data", _EXAMPLES)
+    parser = Parser(f"{PROGRAM} unstack", "Split the results of a stacked run by property and data type", _EXAMPLES)
     add = parser.add_argument
     add("folder", metavar="FOLDER", help="Folder of the run")
     add("--control", metavar="FILE", default="voxlith.inp", help="Control file, seen from FOLDER (default: voxlith.inp)")
