@@ -26,6 +26,7 @@ RASTER_ENDINGS = (".tif", ".tiff", ".asc", ".grd", ".nc", ".vrt", ".img", ".hgt"
 
 MOST_POINTS = 4_000_000
 _MARGIN = 2.0  # grid steps beyond the box
+_FINEST = 0.25  # of a pixel: finer points add time alone
 _LOWEST, _HIGHEST = -12_000.0, 9_000.0  # metres; what lies beyond is no elevation
 
 
@@ -76,7 +77,7 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
     box : Box
         What is needed, in the coordinates of the survey.
     step : float
-        Wanted distance of the points, metres.
+        Wanted distance of the points, metres; at least a quarter of a pixel, between which the raster is smooth.
     crs : str
         Reference system of the survey; empty takes the raster's coordinates as they are.
     raster_crs : str
@@ -98,15 +99,16 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
     require("rasterio.vrt", "terrain from rasters")
     if not step > 0.0:
         raise UsageError(f"terrain: expected a step above 0, found {step:g}")
-    east = np.arange(box.west - _MARGIN * step, box.east + (_MARGIN + 0.5) * step, step) + shift[0]
-    north = np.arange(box.north + _MARGIN * step, box.south - (_MARGIN + 0.5) * step, -step) + shift[1]
-    if len(east) * len(north) > MOST_POINTS:
-        raise UsageError(f"terrain: expected at most {MOST_POINTS} points, found {len(east)} x {len(north)}; use a larger step")
     try:
         with rasterio.open(os.fspath(path)) as source:
             own = source.crs.to_wkt() if source.crs else raster_crs
             if raster_crs and not parse_crs(raster_crs, "--terrain-crs").equals(parse_crs(own)):
                 raise UsageError(f"--terrain-crs {raster_crs}: {os.fspath(path)} is in {source.crs.to_string()}")
+            step = max(step, _FINEST * _pixel(source, own or crs))
+            east = np.arange(box.west - _MARGIN * step, box.east + (_MARGIN + 0.5) * step, step) + shift[0]
+            north = np.arange(box.north + _MARGIN * step, box.south - (_MARGIN + 0.5) * step, -step) + shift[1]
+            if len(east) * len(north) > MOST_POINTS:
+                raise UsageError(f"terrain: expected at most {MOST_POINTS} points, found {len(east)} x {len(north)}; use a larger step")
             grid = _resampled(rasterio, source, own, crs, east, north, step)
             name = (source.crs.to_string() if source.crs else "") or raster_crs
     except (rasterio.errors.RasterioError, OSError) as error:
@@ -125,6 +127,12 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
     return RasterTerrain(np.column_stack([x[held], y[held], grid[held]]), step, covered, name)
 
 
+def _pixel(source: Any, crs: str) -> float:
+    """Width of a pixel in about metres."""
+    in_degrees = bool(crs) and parse_crs(crs).is_geographic
+    return max(abs(source.transform.a), abs(source.transform.e)) * (111_000.0 if in_degrees else 1.0)
+
+
 def _resampled(rasterio: Any, source: Any, own: str, crs: str, east: Reals, north: Reals, step: float) -> Reals:
     """The first band on a grid of the survey's reference system, NaN without data."""
     if not crs or (own and parse_crs(own).equals(parse_crs(crs))):
@@ -135,8 +143,8 @@ def _resampled(rasterio: Any, source: Any, own: str, crs: str, east: Reals, nort
     transform = source.transform
     if transform.is_identity:
         raise FileError(source.name, "expected a raster with coordinates, found none")
-    pixel = max(abs(transform.a), abs(transform.e)) * (111_000.0 if parse_crs(own).is_geographic else 1.0)
-    resampling = rasterio.enums.Resampling.average if step > 1.5 * pixel else rasterio.enums.Resampling.bilinear
+    coarse = step > 1.5 * _pixel(source, own)
+    resampling = rasterio.enums.Resampling.average if coarse else rasterio.enums.Resampling.bilinear
     _check_codes(source)
     # A warped view takes a reference system in place of that of the file, which rasterio.warp.reproject does not.
     with rasterio.vrt.WarpedVRT(
