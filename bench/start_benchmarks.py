@@ -83,6 +83,7 @@ def from_sensitivity_files(settings, run, small):
     yield Line(work, CAT, load / cat, 1.3,
                note='bytes read over bytes of the file: %.4f; scaling and blocking the rows: %.1f times cat' %
                (starts[0][1] / run.bytes, blocking / cat))
+    yield Line(work + ', rows arranged', CAT, (load + blocking) / cat, 4)
     yield Line(work, 'read(2) into one fresh array', load / median(reads),
                note='that read over cat: %.2f; its lowest and highest over the median: %.2f, %.2f' %
                (median(reads) / cat, min(reads) / median(reads), max(reads) / median(reads)))
