@@ -115,8 +115,8 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
         raise FileError(path, f"expected a raster of elevations ({error})") from error
     held = np.isfinite(grid)
     if not held.any():
-        raise FileError(path, f"expected elevations within x {box.west:g} to {box.east:g}, y {box.south:g} to {box.north:g}, "
-                        "found none; check the reference systems (--crs, --to)")
+        raise FileError(path, f"expected elevations within x {box.west:.8g} to {box.east:.8g}, y {box.south:.8g} to {box.north:.8g}, "
+                        f"found none; {_hint(name, crs)}")
     low, high = float(grid[held].min()), float(grid[held].max())
     if low < _LOWEST or high > _HIGHEST:
         raise FileError(path, f"expected elevations in metres, found {low:g} to {high:g}; the raster has a no-data code that "
@@ -127,10 +127,16 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
     return RasterTerrain(np.column_stack([x[held], y[held], grid[held]]), step, covered, name)
 
 
+def _hint(raster: str, survey: str) -> str:
+    if raster and not survey:
+        return f"the raster is in {raster}, and nothing names the reference system of the survey: --to of terrain, or --crs of obs does"
+    return "check the reference systems (--crs, --to)"
+
+
 def _pixel(source: Any, crs: str) -> float:
     """Width of a pixel in about metres."""
     in_degrees = bool(crs) and parse_crs(crs).is_geographic
-    return max(abs(source.transform.a), abs(source.transform.e)) * (111_000.0 if in_degrees else 1.0)
+    return float(max(abs(source.transform.a), abs(source.transform.e))) * (111_000.0 if in_degrees else 1.0)
 
 
 def _resampled(rasterio: Any, source: Any, own: str, crs: str, east: Reals, north: Reals, step: float) -> Reals:

@@ -93,11 +93,14 @@ class TableSummary:
     ----------
     default_uncertainties : int
         Standard deviations that no column gave.
+    assumed_uncertainties : int
+        Those of them that neither percentage nor floor gave.
     falling_times : int
         Records whose time is not above that of the record before on the same line.
     """
 
     default_uncertainties: int = 0
+    assumed_uncertainties: int = 0
     falling_times: int = 0
 
 
@@ -262,6 +265,7 @@ def _component(table: CsvTable, place: tuple[int, int | None], columns: SurveyCo
     summary.default_uncertainties += int(np.count_nonzero(missing))
     if columns.percent is None and columns.floor is None:
         deviation[missing] = 1.0 if has_magnetic_layout(code) else 0.01
+        summary.assumed_uncertainties += int(np.count_nonzero(missing))
     else:
         chosen = (columns.percent or 0.0) / 100.0 * np.abs(datum) + (columns.floor or 0.0)
         _require(~missing | _can_be_kept(chosen), table, column,

@@ -167,8 +167,19 @@ def test_part_without_data_and_box_outside(tmp_path):
     assert read_raster_terrain(tmp_path / "dem.tif", box, 50.0, crs=UTM33).covered == pytest.approx(0.5, abs=0.05)
     with pytest.raises(FileError, match="found none"):
         read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 1000.0, 0.0, 1000.0), 50.0, crs=UTM33)
+    with pytest.raises(FileError, match="the raster is in EPSG:.*nothing names the reference system of the survey"):
+        read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 1000.0, 0.0, 1000.0), 50.0)
     with pytest.raises(UsageError, match="at most"):
-        read_raster_terrain(tmp_path / "dem.tif", BOX, 0.1, crs=UTM33)
+        read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 4.0e6, 0.0, 4.0e6), 50.0, crs=UTM33)
+
+
+def test_a_step_is_at_least_a_quarter_of_a_pixel(tmp_path):
+    rasterio = pytest.importorskip("rasterio")
+    write_raster(tmp_path / "dem.tif")
+    found = read_raster_terrain(tmp_path / "dem.tif", BOX, 0.1, crs=UTM33)
+    with rasterio.open(tmp_path / "dem.tif") as source:
+        pixel = abs(source.transform.a) * (111_000.0 if source.crs.is_geographic else 1.0)
+    assert found.step == pytest.approx(0.25 * pixel)
 
 
 def test_no_data_code_without_a_header_is_refused(tmp_path):

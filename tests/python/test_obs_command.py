@@ -43,6 +43,7 @@ def test_the_magnetic_layout(convert, tmp_path):
                    data="d")
     assert done.out.splitlines()[-3:] == ["field:        60,-10,48000.5", "direction:    55,0, direction flag 1",
                                           "default:      2 standard deviations that no column gives"]
+    assert "assumed" not in done.errors
     assert (tmp_path / "d.obs").read_text().startswith(
         "60 -10 48000.5  !! incl, decl, geomag\n55 0 1  !! aincl, adecl, idir\n2  !! # of data\n"
         "            1            2         3000             5")
@@ -118,7 +119,8 @@ def test_names_of_lines(convert):
     assert one_line(done) == ('s.csv, line 2: column "line": expected a line name of 1 to 16 characters, found '
                               '"12345678901234567"')
     done = convert("E,N,h,d,line,t\n1,2,3,4,a,1\n2,2,3,5,a,1\n3,2,3,6,b,0\n", "--line", "line", "--time", "t", data="d")
-    assert done.errors == ("voxlith-tools: warning: d.obs: the time does not rise along its line in 1 records; averages "
+    assert done.errors == ("voxlith-tools: warning: d.obs: 3 data without a standard deviation; 0.01 is assumed; give --percent and --floor\n"
+                           "voxlith-tools: warning: d.obs: the time does not rise along its line in 1 records; averages "
                            "along lines need it to\n")
 
 

@@ -322,6 +322,9 @@ def _warn(output: str, done: _Converted) -> None:
             warn(PROGRAM, f"{output}: {finding.text}{stations}; {finding.remedy}")
     if survey.field is not None and not survey.field.is_of_the_earth:
         warn(PROGRAM, f"{output}: a field of {number_text(survey.field.strength)} nT is not that of the Earth")
+    if done.summary.assumed_uncertainties:
+        warn(PROGRAM, f"{output}: {count_text(done.summary.assumed_uncertainties, 'datum', 'data')} without a standard deviation; "
+             f"{1 if has_magnetic_layout(survey.codes[0]) else 0.01} is assumed; give --percent and --floor")
     if done.summary.falling_times:
         warn(PROGRAM, f"{output}: the time does not rise along its line in {done.summary.falling_times} records; "
              "averages along lines need it to")
