@@ -97,8 +97,6 @@ class RunByProperty(Run):
 
     Raises
     ------
-    UsageError
-        When it has data of several types, whose units differ.
     FileError
         When the stack cannot be read or is not that of the run.
     """
@@ -107,10 +105,6 @@ class RunByProperty(Run):
         super().__init__(run.folder, run.control_name, program=run.program, strict=run.strict)
         self.process = run.process
         self.stacked = StackedRun(run)
-        names = [one.name for one in self.stacked.stack.components]
-        if len(names) > 1:
-            raise UsageError(f"{run.folder}: expected one type of data, found {', '.join(names)} in a stacked run; use voxlith-tools "
-                             f"unstack {run.folder} --control {run.control_name}, then voxlith-tools export --mesh --model of its files")
 
     @property
     def mesh(self) -> Mesh:
@@ -189,6 +183,18 @@ class StackedRun:
         """All stations with their data, in the order of the rows."""
         return self.run.observed
 
+    def surveys(self) -> dict[str, Survey]:
+        """The data of each type by its name, as written in their file, with their own standard deviations."""
+        whole = self.run.observed
+        rows = np.arange(whole.n_stations)
+        return {one.name: replace(part, codes=(one.code,), uncertainty=part.uncertainties() * np.sqrt(factor))
+                for one, factor in zip(self.stack.components, self._factors())
+                for part in [whole.select(rows[one.rows])]}
+
+    def _factors(self) -> list[float]:
+        """Factors of the misfits that the standard deviations of the run contain."""
+        return read_side_file(self.run.path(self.run.control.values.data_file)).component_factors(len(self.stack.components))
+
     def fits(self) -> list[ComponentFit]:
         """Data of each type beside their predictions, with the standard deviations of the data.
 
@@ -196,9 +202,8 @@ class StackedRun:
         """
         fit = self.run.fit()
         rows = np.arange(fit.observed.n_stations)
-        factors = read_side_file(self.run.path(self.run.control.values.data_file)).component_factors(len(self.stack.components))
         found = []
-        for one, factor in zip(self.stack.components, factors):
+        for one, factor in zip(self.stack.components, self._factors()):
             observed = replace(fit.observed.select(rows[one.rows]), codes=(one.code,))
             spread = observed.uncertainties() * np.sqrt(factor)
             found.append(ComponentFit(one.name, one.unit, replace(observed, uncertainty=spread), fit.predicted[0, one.rows]))

@@ -19,9 +19,10 @@ from voxlith.compact import Compactness, amplitudes, compact_weights, next_eps
 from voxlith.io.model_file import read_model_file, write_model_file
 from voxlith.io.weight_file import CellWeights, read_weight_files, section_shapes, write_weight_file
 from voxlith.report import ReportOptions, report_contents
+from voxlith.report.fitted_data import fitted_data
 from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedProperty, property_of
-from voxlith.stacked_run import StackedRun, bounded_models
+from voxlith.stacked_run import RunByProperty, StackedRun, bounded_models
 from voxlith.vectors import VectorModel, angle_between, direction_of, unit_vector
 
 FIELD = InducingField(65.0, 10.0, 50000.0)
@@ -478,11 +479,22 @@ def test_a_report_shows_the_vector_of_a_stacked_run(made, stack, folder, tools):
     assert "expected the folder of a run, found that of voxlith-tools unstack; give" in one_line(tools("report", "properties"), 2)
 
 
-def test_several_types_of_data_are_not_drawn_as_one(stack, folder, tools):
-    stack(*TWO, "--scale", "1", "0.05", "--out", "two")
+def test_a_report_shows_each_type_of_data_at_its_stations(stack, folder, tools):
+    stack(*TWO, "--rows", "tz.obs", "-", "tz.mtx", "--scale", "1", "0.05", "--out", "two")
     short_run(folder, "two")
-    assert "expected one type of data, found Gz, TMI in a stacked run; use voxlith-tools unstack . --control two.inp" in one_line(
-        tools("report", ".", "--control", "two.inp"), 2)
+    write_side_file("two.obs", read_side_file("two.obs").with_step("component-factors", factors=[4.0, 1.0, 1.0]))
+    run = Run(folder, "two.inp")
+    contents = report_contents(run, ReportOptions())
+    fits = StackedRun(run).fits()
+    assert fits[0].rms == pytest.approx(0.5 * np.sqrt(np.mean(run.fit().zscore[0, :48] ** 2)))
+    assert [row[:3] for row in contents["fit"]] == [["Gz (mGal)", "48", "0"], ["TMI (nT)", "48", "0"], ["Tz (nT)", "6", "0"]]
+    assert [float(row[3]) for row in contents["fit"]] == pytest.approx([fit.rms for fit in fits], abs=1e-4)
+    assert ["Stations", "54"] in contents["summary"]  # gravity and total field have the same
+    shown = fitted_data(RunByProperty(run), run.fit())
+    assert (~np.isnan(shown.observed)).sum(axis=1).tolist() == [48, 48, 6]
+    assert shown.predicted[1, 48:96] == pytest.approx(fits[1].predicted)
+    assert [one["name"] for one in contents["models"]] == ["density", "susc"]
+    assert tools("report", ".", "--control", "two.inp").status == 0
     done = tools("export", ".", "--control", "two.inp", "--out", "cells.vtr")
     assert done.status == 0 and done.out == "cells.vtr: 480 cells, 2 models\n" and "warning: .: the data Gz, TMI" in done.errors
 

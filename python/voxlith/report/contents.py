@@ -26,9 +26,11 @@ from ..model import Model
 from ..run import Fit, Run
 from ..side_file import read_side_file
 from ..stacked_run import RunByProperty, by_property
+from ..survey import Survey
 from ..terrain_input import terrain_over
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
+from .fitted_data import FittedData, fitted_data
 from .recovered import recovered_bodies
 
 Contents = dict[str, Any]
@@ -99,7 +101,8 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     warnings += recovered.warnings
     notes += recovered.notes
     survey = fit.observed if fit is not None else run.observed
-    warnings += _residual_clusters(run, fit)
+    data = None if fit is None else fitted_data(run, fit)
+    warnings += _residual_clusters(run, survey, data)
     window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
     if models and window.note(run.mesh):
         notes.append(window.note(run.mesh))
@@ -113,15 +116,15 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
                    f"{log.version if log else 'of unknown version'}.",
         "citation": f"Please cite as: VoxLith, version {__version__}: constrained inversion of gravity and magnetic data.",
         "warnings": warnings, "notes": notes, "live": False, "stamp": "", "status": {"text": ""},
-        "summary": _summary(run, log, rows, fit, models, curve) + recovered.sums, "recovered": recovered.bodies,
-        "fit": _fit_rows(run, fit), "findings": _findings(run) if findings is None else findings,
+        "summary": _summary(run, log, rows, fit, data, models, curve) + recovered.sums, "recovered": recovered.bodies,
+        "fit": _fit_rows(data), "findings": _findings(run) if findings is None else findings,
         "parameters": _parameters(run, log),
         "iterations": _iterations(rows, fit), "noise_level": None if fit is None else 1.0,
         "mesh": _shown_mesh(run, window), "models": shown, "vectors": _vectors(run, chosen, models),
         "terrain": _terrain(run, chosen, models, window, notes), "bodies": _bodies(run, chosen),
         "stations": {"x": encode_doubles(survey.x[kept]), "y": encode_doubles(survey.y[kept]),
                      "elevation": encode_doubles(survey.elevation[kept])},
-        "components": _components(run, fit, kept), "lines": _lines(fit, kept),
+        "components": _components(data, kept), "lines": _lines(fit, kept),
         "lcurve": curve,
     }
 
@@ -205,14 +208,14 @@ def _subtitle(run: Run, log: RunLog | None) -> str:
     return ", ".join(parts)
 
 
-def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], fit: Fit | None, models: list[Model],
+def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], fit: Fit | None, data: FittedData | None, models: list[Model],
              curve: Contents | None) -> list[list[str]]:
     mesh = run.mesh
     lines = [["Mesh", f"{mesh.nx} x {mesh.ny} x {mesh.nz} cells (east, north, down)"],
-             ["Stations", str(run.headers[0].n_data)]]
+             ["Stations", str(_station_count(run))]]
     if rows:
         level = _noise_level(fit)
-        last = rows[-1].misfit / level if fit is None else _rms(fit.zscore)
+        last = rows[-1].misfit / level if data is None else _rms(data.zscore)
         lines += [["Iterations", str(rows[-1].iteration)],
                   ["RMS misfit at the start", f"{rows[0].misfit / level:.4f}"], ["RMS misfit at the end", f"{last:.4f}"]]
     if curve is not None and curve["tradeoff"]:
@@ -228,31 +231,38 @@ def _summary(run: Run, log: RunLog | None, rows: list[IterationRow], fit: Fit | 
     return lines
 
 
+def _station_count(run: Run) -> int:
+    """Stations of all data; rows of a stacked run at one place are one."""
+    if not isinstance(run, RunByProperty):
+        return run.headers[0].n_data
+    survey = run.observed
+    return len(np.unique(np.stack([survey.x, survey.y, survey.elevation]), axis=1).T)
+
+
 def _rms(zscore: npt.NDArray[np.float64]) -> float:
     """RMS of the residuals of valid data, in standard deviations."""
     used = zscore[~np.isnan(zscore)]
     return math.sqrt(float(np.mean(used**2))) if len(used) else math.nan
 
 
-def _fit_rows(run: Run, fit: Fit | None) -> list[list[str]]:
-    if fit is None:
+def _fit_rows(data: FittedData | None) -> list[list[str]]:
+    if data is None:
         return []
     rows = []
-    for name, unit, z in zip(run.data_names(), fit.observed.units, fit.zscore):
+    for name, unit, z, masked in zip(data.names, data.units, data.zscore, data.masked):
         valid = int((~np.isnan(z)).sum())
-        rows.append([f"{name} ({unit_text(unit)})", str(valid), str(len(z) - valid), f"{_rms(z):.4f}" if valid else "no value"])
+        rows.append([f"{name} ({unit_text(unit)})", str(valid), str(masked), f"{_rms(z):.4f}" if valid else "no value"])
     return rows
 
 
-def _residual_clusters(run: Run, fit: Fit | None) -> list[str]:
+def _residual_clusters(run: Run, survey: Survey, data: FittedData | None) -> list[str]:
     """Where residuals of neighbours agree, of a run whose misfit may look right."""
-    if fit is None or fit.observed.n_stations > _MOST_CHECKED:
+    if data is None or survey.n_stations > _MOST_CHECKED:
         return []
-    survey = fit.observed
     side = read_side_file(run.path(run.control.values.data_file))
     names = side.station_names(survey.n_stations) or station_names(survey)
-    found = [finding for number, label in enumerate(run.data_names()) for finding in check_residuals(
-        survey.x, survey.y, survey.data[number], fit.zscore[number], names, label)]
+    found = [finding for label, observed, zscore in zip(data.names, data.observed, data.zscore)
+             for finding in check_residuals(survey.x, survey.y, observed, zscore, names, label)]
     return [f"{finding.text} ({listed(finding.stations)}); {finding.remedy}" for finding in found]
 
 
@@ -362,13 +372,12 @@ def _kept_stations(count: int, notes: list[str]) -> npt.NDArray[np.intp]:
     return np.arange(0, count, max(step, 1))
 
 
-def _components(run: Run, fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents]:
-    if fit is None:
+def _components(data: FittedData | None, kept: npt.NDArray[np.intp]) -> list[Contents]:
+    if data is None:
         return []
-    sigma = fit.observed.uncertainties()
-    return [{"name": name, "unit": unit_text(unit), "observed": encode_singles(fit.observed.data[number, kept]),
-             "predicted": encode_singles(fit.predicted[number, kept]), "uncertainty": encode_singles(sigma[number, kept])}
-            for number, (name, unit) in enumerate(zip(run.data_names(), fit.observed.units))]
+    return [{"name": name, "unit": unit_text(unit), "observed": encode_singles(data.observed[number, kept]),
+             "predicted": encode_singles(data.predicted[number, kept]), "uncertainty": encode_singles(data.uncertainty[number, kept])}
+            for number, (name, unit) in enumerate(zip(data.names, data.units))]
 
 
 def _lines(fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents] | None:
@@ -380,11 +389,17 @@ def _lines(fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents] | None
 
 def _findings(run: Run) -> list[list[str]]:
     """What a check of the data finds: severity, what was found, and what to do."""
-    survey = run.observed
-    if survey.n_stations > _MOST_CHECKED:
+    if run.headers[0].n_data > _MOST_CHECKED:
         return []
-    return [[finding.severity, finding.text, finding.remedy] for finding in check_survey(
-        survey, regional_removed=_regional_removed(run), sign=run.control.values.positivity or 0)]
+    sign = run.control.values.positivity or 0
+    if isinstance(run, RunByProperty):
+        # The sign is that of the models, of which data of a stack have several.
+        surveys, sign = run.stacked.surveys(), 0
+    else:
+        surveys = {"": run.observed}
+    return [[finding.severity, f"{name}: {finding.text}" if len(surveys) > 1 else finding.text, finding.remedy]
+            for name, survey in surveys.items()
+            for finding in check_survey(survey, regional_removed=_regional_removed(run), sign=sign)]
 
 
 def _regional_removed(run: Run) -> bool:
