@@ -192,7 +192,9 @@ class Workbench:
 
     def _run(self, command, show):
         print('$ ' + ' '.join([os.path.basename(command[0])] + command[1:]), flush=True)
-        done = subprocess.run(command, cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        # Programs that start others take them from the same build.
+        environment = dict(os.environ, VOXLITH_PROGRAM=os.path.join(self.build, 'voxlith'))
+        done = subprocess.run(command, cwd=self.folder, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         if show or done.returncode:
             sys.stdout.write(''.join('    %s\n' % line for line in done.stdout.splitlines()))
         else:

@@ -31,6 +31,8 @@ CAPTIONS = {
     'data': 'Observed and predicted data have one colour scale; residuals are in standard deviations.',
     'convergence': 'Misfit, norm and total against the iteration.',
     'zscores': 'Residuals over their standard deviations beside the standard normal distribution.',
+    'vectors': 'Sections through the amplitude of the magnetisation; arrows are its component in the plane, boxes true bodies.',
+    'stereonet': 'Directions of the cells on an equal-area net; areas grow with the moment.',
     'profiles': 'Observed and predicted data of each line.'}
 
 HEAD = """# The gallery of examples
@@ -58,11 +60,17 @@ def run_one(name, asked):
     return done.returncode == 0, time.monotonic() - start, done.stdout, folder
 
 
+def control_of(name):
+    """Options that name the control file of an example."""
+    control = getattr(run_example.load(name), 'CONTROL_FILE', None)
+    return ['--control', control] if control else []
+
+
 def write_report(name, folder, asked):
     """Writes the report of an example; gives its path."""
     path = os.path.join(folder, 'report.html')
     folder = os.path.join(folder, getattr(run_example.load(name), 'FOLDERS', [''])[0])
-    subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-tools'), 'report', folder, '--out', path, '--title',
+    subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-tools'), 'report', folder, *control_of(name), '--out', path, '--title',
                     'Example ' + name], check=True, stdout=subprocess.DEVNULL)
     return path
 
@@ -89,8 +97,8 @@ def draw(name, folder, asked):
     made = []
     for part in getattr(example, 'FOLDERS', ['']):
         with tempfile.TemporaryDirectory() as out:
-            subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), os.path.join(folder, part), '--out', out],
-                           check=True, stdout=subprocess.DEVNULL)
+            subprocess.run([os.path.join(asked.build, 'tools', 'voxlith-plot'), os.path.join(folder, part), *control_of(name),
+                            '--out', out], check=True, stdout=subprocess.DEVNULL)
             for picture in wanted:
                 target = 'pictures/%s_%s%s.png' % (name, picture, part and '_' + part)
                 small_copy(os.path.join(out, picture + '.png'), os.path.join(asked.docs, target))

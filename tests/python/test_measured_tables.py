@@ -10,6 +10,7 @@ from conftest import BUILD, ROOT
 
 sys.path[:0] = [str(ROOT / "bench"), str(ROOT / "tests" / "docs")]
 import broad_anomaly  # noqa: E402
+import coupled_structure  # noqa: E402
 import results  # noqa: E402
 from measured import says, table, unsourced_numbers, with_measured, wrong_statements  # noqa: E402
 
@@ -46,6 +47,27 @@ def test_tables_name_the_command_that_made_them(tmp_path, monkeypatch):
 def test_broad_anomaly_is_that_of_the_table(seed):
     row = table("broad-anomaly.csv")[seed]
     assert {name: float(row[name]) for name in broad_anomaly.OPTIONS} == pytest.approx(broad_anomaly.too_high(seed), abs=2e-4)
+
+
+def test_the_page_has_the_series_of_coupled_runs():
+    """Each row of the page: mean and range over the noise. The coupling is better for each realisation in overlap and correlation."""
+    page = (ROOT / "docs" / "tutorial-boreholes.md").read_text()
+    rows = table("coupled-structure.csv")
+    for way, title in zip(coupled_structure.WAYS, ("without", "one run with 0.07", "balanced with 0.03")):
+        columns = [[float(row[name]) for row in rows if row["coupling"] == way] for name in ("misfit", "correlation", "overlap")]
+        assert len(columns[0]) == len(coupled_structure.SEEDS)
+        texts = [f"{sum(column) / len(column):.2f} ({min(column):.2f} to {max(column):.2f})" for column in columns]
+        assert f"| {title} | {' | '.join(texts)} |" in page
+    for name in ("correlation", "overlap"):
+        alone, balanced = ([float(row[name]) for row in rows if row["coupling"] == way] for way in ("without", "balanced"))
+        assert all(after > before for before, after in zip(alone, balanced, strict=True))
+
+
+@pytest.mark.slow
+def test_a_coupled_run_is_that_of_the_table(tmp_path):
+    wanted = [[float(row[name]) for name in ("misfit", "correlation", "overlap")] for row in table("coupled-structure.csv") if row["seed"] == "3"]
+    found = coupled_structure.recover(3, BUILD, tmp_path)
+    assert [[one.misfit, one.correlation, one.overlap] for one in found] == wanted
 
 
 def test_scaling_still_runs_on_a_tiny_survey(tmp_path):
