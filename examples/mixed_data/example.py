@@ -1,9 +1,10 @@
 """A remanent, dense body: total field, gravity, and the magnetic field in two boreholes, in one run.
 
-The magnetisation of the body points to the south and upwards, the inducing field to the north and downwards. So the run has
-three components of the magnetisation and the density as properties, stacked in one model. Each type of data is fitted to
-its own standard deviations. The sum of amplitudes is the norm: bodies are more compact than with squares, and less than
-with volumes, which gave a second body for the noise. Directions of single cells scatter; that of the body is the result.
+The magnetisation of the body points to the south and upwards, the inducing field to the north and downwards. So the
+properties of this stacked run are the three components of the magnetisation and the density. Each data type is fitted
+to its own standard deviations. The norm is the sum of amplitudes. Bodies are more compact than with squared amplitudes,
+and less than with volumes, which gave a second body that fits noise. The directions of single cells scatter; the
+direction of the body is the result.
 """
 import csv
 
