@@ -269,18 +269,28 @@ def _are_at_bounds(all_values: Reals, bounds: CellBounds, cells: Indices | slice
     return np.asarray((high | low) & ~bounds.fixed[cells], dtype=np.bool_)
 
 
-def doubts(found: Distribution) -> list[str]:
-    """What makes the excess of the bodies doubtful, a line each."""
+def doubts(found: Distribution, norm: str = "") -> list[str]:
+    """What makes the excess of the bodies doubtful, a line each. `norm` is that of the model, empty where it is unknown."""
     texts = []
+    if norm == "smooth" and _minor_share(found) > MUCH:
+        texts.append("masses of a smooth model with both signs are up to twice too large, as weak parts of opposite sign cancel "
+                     "in the data; use init and voxlith-run --model-norm blocky, or give --sign where geology knows it")
     if found.in_padding > MUCH:
         texts.append(f"{100.0 * found.in_padding:.0f} % of the absolute excess lies in padding columns, beside the survey")
     if found.in_bottom > MUCH:
-        texts.append(f"{100.0 * found.in_bottom:.0f} % of the absolute excess lies in the bottom layer of the mesh, where the data "
-                     "resolve no body")
+        texts.append(f"{100.0 * found.in_bottom:.0f} % of the absolute excess lies in the bottom layer of the mesh, where the "
+                     "data resolve no body")
     if found.at_bounds > MUCH:
-        texts.append(f"{100.0 * found.at_bounds:.0f} % of the absolute excess lies in {found.cells_at_bounds} cells at their bounds; "
-                     "the bounds decide about depth and volume there")
+        texts.append(f"{100.0 * found.at_bounds:.0f} % of the absolute excess lies in {found.cells_at_bounds} cells at their "
+                     "bounds; the bounds decide about depth and volume there")
     return texts
+
+
+def _minor_share(found: Distribution) -> float:
+    """Excess of the lesser sign over the absolute one, in the core."""
+    core = found.core
+    absolute = core.positive - core.negative
+    return min(core.positive, -core.negative) / absolute if absolute > 0.0 else 0.0
 
 
 @dataclass(frozen=True)

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator
+import os
+from collections.abc import Iterator, Sequence
 from types import TracebackType
 from typing import Any
 
@@ -272,3 +273,31 @@ def mesh_of(header: MtxHeader) -> Mesh:
     """
     z = header.z_nodes
     return Mesh(header.x_nodes, header.y_nodes, -z + 0.0 if z[-1] > z[0] else z)
+
+
+def common_inactive_cells(paths: Sequence[PathLike]) -> tuple[Mesh, npt.NDArray[np.bool_]]:
+    """Mesh of sensitivity files, and the cells without a response in any of them, in cell order.
+
+    Raises
+    ------
+    FileError
+        For a file that cannot be read, and for one whose terrain leaves other cells inactive than that of the first
+        file: cells in the air would be part of the model.
+    """
+    mesh: Mesh | None = None
+    for path in paths:
+        with Sensitivity(path) as sensitivity:
+            here = sensitivity.inactive_cells()
+            # Rows that are 0 in a cell may have lost it to the compression; the terrain marks it by another value.
+            above = here & (sensitivity.tail().diagonal != 0.0)
+            if mesh is None:
+                mesh, inactive, above_first = sensitivity.mesh, here, above
+                continue
+        if here.shape != above_first.shape or (above & ~inactive).any() or (above_first & ~here).any():
+            raise FileError(path, f"expected the {np.count_nonzero(above_first)} inactive cells above the terrain of "
+                            f"{os.fspath(paths[0])}, found {np.count_nonzero(above)}; compute all files with one "
+                            "--topography")
+        inactive = inactive & here
+    if mesh is None:
+        raise UsageError("expected a sensitivity file")
+    return mesh, inactive

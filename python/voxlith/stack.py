@@ -25,7 +25,7 @@ from .errors import FileError, PathLike, UsageError
 from .io.output import read_bytes, write_bytes
 from .io.weight_file import CellWeights
 from .mesh import Mesh
-from .sensitivity import Sensitivity
+from .sensitivity import Sensitivity, common_inactive_cells
 from .sensitivity_output import RowStatistics, write_sensitivity
 from .survey import Direction, InducingField, Survey
 
@@ -439,11 +439,5 @@ def _cell_weights(stack: Stack, sources: Sequence[RowSource]) -> tuple[npt.NDArr
 
 
 def inactive_cells(sources: Sequence[RowSource]) -> Mask:
-    """Cells of the mesh of one property without a response in any file."""
-    found: Mask | None = None
-    for path in {path: None for source in sources for path in source.mtx if path}:
-        with Sensitivity(path) as sensitivity:
-            here = sensitivity.inactive_cells()
-        found = here if found is None else found & here
-    assert found is not None
-    return found
+    """Cells of the mesh of one property without a response in any file. Raises FileError for different terrains."""
+    return common_inactive_cells(list({path: None for source in sources for path in source.mtx if path}))[1]

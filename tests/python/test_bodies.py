@@ -111,6 +111,30 @@ def test_doubtful_bodies_are_named(mesh):
     assert body_remark(good, find_bodies(good)[0], limits) == "" and doubts(distribution(good, limits)) == []
 
 
+def test_both_signs_of_a_smooth_model_are_doubtful(mesh):
+    values = box(mesh, 0.4, (350, 650), (650, 1050), (-50, 150)) + box(mesh, -0.3, (750, 1050), (650, 1050), (-50, 150))
+    found = distribution(Model(mesh, values, "density contrast", "g/cm3"))
+    usual = doubts(found)
+    assert doubts(found, "blocky") == doubts(found, "compact") == usual
+    text, *rest = doubts(found, "smooth")
+    assert rest == usual and "up to twice too large" in text and "--model-norm blocky" in text
+    assert not any("both signs" in text for text in doubts(distribution(Model(mesh, np.maximum(values, 0.0))), "smooth"))
+
+
+def test_the_norm_of_a_run_decides_on_the_warning(tools, gravity, copied):
+    work = copied(gravity)
+    values = Run(work.folder).model().values
+    values[::2] = -np.abs(values[::2])
+    values[1::2] = np.abs(values[1::2])
+    Model(Run(work.folder).mesh, values).write(work.path("voxlith.den"), digits="full")
+    assert "up to twice too large" in tools("bodies", work.folder).errors
+    assert any("up to twice too large" in text for text in report_contents(Run(work.folder))["warnings"])
+    log = work.path("voxlith.log")
+    end = log.read_text().rindex(" VOXLITH ended on") if " VOXLITH ended on" in log.read_text() else len(log.read_text())
+    log.write_text(log.read_text()[:end] + "Model norm: blocky, p = 1 for values\n" + log.read_text()[end:])
+    assert "up to twice too large" not in tools("bodies", work.folder).errors
+
+
 def test_a_bound_of_0_is_no_limit(mesh):
     """Cells at 0 have no excess; with positivity most cells are there."""
     values = box(mesh, 0.3, (650, 1050), (650, 1050), (-50, 150))

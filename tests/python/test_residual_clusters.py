@@ -63,7 +63,7 @@ def test_few_or_equal_residuals_say_nothing() -> None:
         assert not check_residuals(X, Y, ANOMALY, np.full(256, constant), NAMES, "Gz")
 
 
-def test_the_report_warns(copied, gravity: Bench, monkeypatch: pytest.MonkeyPatch) -> None:
+def test_report_bodies_and_check_warn(tools, copied, gravity: Bench, monkeypatch: pytest.MonkeyPatch) -> None:
     """Predictions of a run that are moved in one corner. Nine of 30 stations raise the RMS, so the limits are lower here."""
     monkeypatch.setattr(residuals, "_LEAST_MEAN", 1.5)
     monkeypatch.setattr(residuals, "_CORRELATED", 2.0)
@@ -83,3 +83,32 @@ def test_the_report_warns(copied, gravity: Bench, monkeypatch: pytest.MonkeyPatc
     monkeypatch.setattr(Run, "fit", lambda _: Fit(survey, survey.data + moved))
     text, = warned()
     assert "(record " in text and "map of residuals" in text
+    checked = tools("check", run.folder)
+    assert checked.status == 0 and "warning  residual-clusters" in checked.out
+    assert text in tools("bodies", run.folder).errors
+    run.path("voxlith.pre").unlink()
+    assert "note     no-predictions" in tools("check", run.folder).out
+    assert "neighbours agree" not in tools("bodies", run.folder).errors
+
+
+def test_check_of_a_folder(tools, copied, gravity: Bench) -> None:
+    """Its data, sensitivities and control file, with no other option."""
+    folder = copied(gravity).folder
+    assert tools("check", folder, "--json", "-").status == 0
+    refused = tools("check", folder, "--mtx", "g.mtx")
+    assert refused.status == 2 and "--mtx goes with a file" in refused.errors
+    assert "cannot be read" in tools("check", folder, "--control", "none.inp").errors
+    run = Run(folder)
+    data = run.path(run.control.values.data_file)
+    lines = data.read_text().splitlines()
+    lines[-1], lines[-2] = lines[-2], lines[-1]
+    data.write_text("\n".join(lines) + "\n")
+    checked = tools("check", folder)
+    assert checked.status == 1 and "error    station-order" in checked.out
+
+
+def test_damaged_predictions_are_said(tools, copied, gravity: Bench) -> None:
+    run = Run(copied(gravity).folder)
+    run.path("voxlith.pre").write_text("nothing\n")
+    done = tools("bodies", run.folder)
+    assert done.status == 0 and "the residuals are not looked at: " in done.errors and "core of the mesh" in done.out

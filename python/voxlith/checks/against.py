@@ -13,7 +13,7 @@ from ..io.mtx_header import MtxHeader
 from ..mesh import Mesh
 from ..side_file import SideInfo, other_coordinates
 from ..survey import InducingField
-from .findings import Finding
+from .findings import Finding, named
 
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
@@ -43,12 +43,12 @@ def check_mesh(x: Reals, y: Reals, elevation: Reals, mesh: Mesh, names: Sequence
         findings.append(Finding(
             "error" if beside.mean() > 0.5 else "warning", "outside-mesh", f"{np.count_nonzero(beside)} of {len(x)} stations "
             f"beside the mesh, which lies at x {mesh.x_nodes[0]:g} to {mesh.x_nodes[-1]:g}, y {mesh.y_nodes[0]:g} to "
-            f"{mesh.y_nodes[-1]:g}", "make the mesh below these stations, or check their coordinates", _named(names, beside)))
+            f"{mesh.y_nodes[-1]:g}", "make the mesh below these stations, or check their coordinates", named(names, beside)))
     below = (elevation < mesh.z_nodes[0]) & ~beside
     if below.any() and not has_terrain:
         findings.append(Finding(
             "error", "below-mesh-top", f"{count_text(np.count_nonzero(below), 'station')} below the top of the mesh at elevation "
-            f"{mesh.z_nodes[0]:g}", "give the terrain with --topography, or lower the top of the mesh", _named(names, below)))
+            f"{mesh.z_nodes[0]:g}", "give the terrain with --topography, or lower the top of the mesh", named(names, below)))
     return findings
 
 
@@ -68,12 +68,25 @@ def check_terrain(x: Reals, y: Reals, elevation: Reals, surface: Callable[[Reals
         findings.append(Finding(
             "warning", "below-ground", f"{count_text(np.count_nonzero(buried), 'station')} below the terrain, the deepest by "
             f"{-height.min():.4g} m", "check elevations and terrain; voxlith-tools obs --height 0 puts stations on the terrain",
-            _named(names, buried)))
+            named(names, buried)))
     if far.any() and not (far.all() and float(np.ptp(height)) < _FAR_ABOVE):
         findings.append(Finding("warning", "far-above-ground", f"{count_text(np.count_nonzero(far), 'station')} more than "
                                 f"{_FAR_ABOVE:g} m above the terrain, the highest by {height.max():.4g} m",
-                                "check the unit of the elevations and that of the terrain", _named(names, far)))
+                                "check the unit of the elevations and that of the terrain", named(names, far)))
     return findings
+
+
+def check_top(x: Reals, y: Reals, mesh: Mesh, surface: Callable[[Reals, Reals], Reals]) -> list[Finding]:
+    """Ground between the stations that is above the top of the mesh, by more than the half cell that a slope may hide."""
+    columns = np.meshgrid(*(centres[(centres >= places.min()) & (centres <= places.max())]
+                            for centres, places in ((mesh.x_centres, x), (mesh.y_centres, y))))
+    height = surface(*columns) - mesh.z_nodes[0]
+    above = height > 0.5 * mesh.z_widths[0]
+    if not above.any():
+        return []
+    return [Finding("warning", "ground-above-mesh", f"the terrain is above the top of the mesh in {np.count_nonzero(above)} of "
+                    f"{above.size} columns between the stations, by up to {height.max():.4g} m; the model lacks that ground",
+                    "give the terrain to voxlith-tools mesh, which puts the top above it")]
 
 
 def check_sensitivities(x: Reals, y: Reals, elevation: Reals, header: MtxHeader, path: str,
@@ -94,9 +107,9 @@ def check_sensitivities(x: Reals, y: Reals, elevation: Reals, header: MtxHeader,
     if same_places:
         return [Finding("error", "station-order", f"the stations are those of {path} in another order, "
                         f"{np.count_nonzero(apart)} of {len(x)} at another place in the list",
-                        "compute the sensitivities from this data file", _named(names, apart))]
+                        "compute the sensitivities from this data file", named(names, apart))]
     return [Finding("error", "station-order", f"{np.count_nonzero(apart)} of {len(x)} stations are not those of {path}",
-                    "compute the sensitivities from this data file", _named(names, apart))]
+                    "compute the sensitivities from this data file", named(names, apart))]
 
 
 def check_field(field: InducingField, expected: MainField, date: str) -> list[Finding]:
@@ -124,7 +137,3 @@ def _direction(inclination: float, declination: float) -> Reals:
 def _sorted(places: Reals, step: float) -> Reals:
     rounded = np.rint(places / step)
     return np.asarray(rounded[np.lexsort(rounded.T)], dtype=np.float64)
-
-
-def _named(names: Sequence[str], mask: Mask) -> tuple[str, ...]:
-    return tuple(names[number] for number in np.flatnonzero(mask).tolist())

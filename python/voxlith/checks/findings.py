@@ -7,6 +7,9 @@ from collections.abc import Sequence
 from dataclasses import asdict, dataclass
 from typing import Final, Literal
 
+import numpy as np
+import numpy.typing as npt
+
 Severity = Literal["error", "warning", "note"]
 
 _ORDER: Final[tuple[Severity, ...]] = ("error", "warning", "note")
@@ -36,6 +39,11 @@ class Finding:
     text: str
     remedy: str
     stations: tuple[str, ...] = ()
+
+
+def named(names: Sequence[str], mask: npt.NDArray[np.bool_]) -> tuple[str, ...]:
+    """Names of the chosen stations."""
+    return tuple(names[number] for number in np.flatnonzero(mask).tolist())
 
 
 def worst(findings: Sequence[Finding]) -> Severity | None:
@@ -83,3 +91,9 @@ def listed(names: Sequence[str], most: int = _MOST_NAMED) -> str:
 def findings_json(findings: Sequence[Finding]) -> str:
     """A JSON array of all findings with all station names."""
     return json.dumps([asdict(finding) for finding in ordered(findings)], indent=1, ensure_ascii=False)
+
+
+def sentence(finding: Finding) -> str:
+    """A finding as the text of a warning: what was found, the stations, and what to do."""
+    stations = f" ({listed(finding.stations)})" if finding.stations else ""
+    return f"{finding.text}{stations}; {finding.remedy}"

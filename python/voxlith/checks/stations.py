@@ -11,7 +11,7 @@ import numpy.typing as npt
 from ..amounts import count_text
 from ..crs import distance_scale, shift_for_fields
 from ..packages import require
-from .findings import Finding
+from .findings import Finding, named
 
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
@@ -43,7 +43,7 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
     far = far_stations(x, y)
     if far.any():
         findings.append(Finding("warning", "far-stations", f"{count_text(np.count_nonzero(far), 'station')} far from all others; "
-                                "wrong coordinates make the mesh too large", "check their coordinates", _named(names, far)))
+                                "wrong coordinates make the mesh too large", "check their coordinates", named(names, far)))
     if len(elevation) > 3 and not elevation.any():
         findings.append(Finding("note", "elevations", "all elevations are 0",
                                 "name the column of the elevation with --z, unless the survey is flat at 0"))
@@ -236,7 +236,3 @@ def _usual_gradient(tree: Any, places: Reals, values: Reals) -> float:
 
 def _tree(places: Reals) -> Any:
     return require("scipy.spatial", "the comparison of stations with their neighbours").cKDTree(places)
-
-
-def _named(names: Sequence[str], mask: Mask) -> tuple[str, ...]:
-    return tuple(names[number] for number in np.flatnonzero(mask).tolist())

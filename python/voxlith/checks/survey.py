@@ -9,6 +9,7 @@ import numpy.typing as npt
 
 from ..codes import default_uncertainty, is_magnetic
 from ..survey import Survey
+from .axes import check_axes
 from .findings import Finding, ordered
 from .stations import check_coordinates, check_duplicates, check_outliers, looks_like_degrees, noise_of
 from .trend import check_edges, check_trend
@@ -80,6 +81,8 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         if not shown and is_magnetic(survey.codes[number]):
             shown = check_edges(survey.x, survey.y, usable, deviations, label, survey.units[number])
         findings += shown
+    if metres:
+        findings += check_axes(survey)
     return ordered(findings)
 
 

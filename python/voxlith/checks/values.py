@@ -9,7 +9,7 @@ import numpy.typing as npt
 
 from ..amounts import count_text
 from ..codes import data_unit, is_magnetic
-from .findings import Finding
+from .findings import Finding, named
 
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
@@ -76,13 +76,13 @@ def check_values(values: Reals, deviations: Reals | None, code: int, label: str,
     if not valid.all():
         findings.append(Finding("note", "missing-data", f"{label}: {np.count_nonzero(~valid)} of {len(values)} data missing, "
                                 "such as empty fields, NA and *", "nothing, if these stations have no datum; a run leaves them "
-                                "out", _named(names, ~valid)))
+                                "out", named(names, ~valid)))
     coded = no_data_codes(values)
     for number in np.unique(values[coded]).tolist():
         same = values == number
         findings.append(Finding("error", "no-data-code",
                                 f"{label}: {count_text(np.count_nonzero(same), 'datum', 'data')} of {number:g}, which stands for no datum",
-                                f"convert the table with --dummy {number:g}", _named(names, same)))
+                                f"convert the table with --dummy {number:g}", named(names, same)))
     kept = valid & ~coded
     if not kept.any():
         return [*findings, Finding("error", "no-valid-datum", f"{label}: no datum is valid beside no-data codes",
@@ -162,7 +162,7 @@ def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: 
         if wrong.any():
             findings.append(Finding("error" if severity == "error" else "warning", "standard-deviations",
                                     f"{label}: {np.count_nonzero(wrong)} standard deviations are {what}",
-                                    "give each datum a standard deviation above 0", _named(names, wrong)))
+                                    "give each datum a standard deviation above 0", named(names, wrong)))
     given, extent = deviations[deviations > 0.0], float(np.ptp(data))
     if len(given) and extent > 0.0:
         middle = float(np.median(given))
@@ -176,7 +176,3 @@ def _check_deviations(data: Reals, deviations: Reals | None, label: str, names: 
                                     "data; a model without bodies fits them", "check the unit of the standard deviations; voxlith-tools obs --error-scale "
                                     "converts it (0.001 from microgal)"))
     return findings
-
-
-def _named(names: Sequence[str], mask: Mask) -> tuple[str, ...]:
-    return tuple(names[number] for number in np.flatnonzero(mask).tolist())

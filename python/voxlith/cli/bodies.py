@@ -14,8 +14,11 @@ import numpy.typing as npt
 from ..amounts import count_text
 from ..bodies import (OTHER_THRESHOLDS, THRESHOLD, Body, Excess, body_remark, distribution, doubts, excess_above, excess_unit,
                       find_bodies, top_of)
+from ..checks import Finding
+from ..checks.findings import sentence
+from ..checks.results import model_norm, residual_clusters
 from ..codes import unit_text
-from ..errors import PathLike
+from ..errors import FileError, PathLike
 from ..export import Placement
 from ..io.bounds_file import CellBounds
 from ..io.output import write_bytes
@@ -52,12 +55,15 @@ Examples:
 
 @dataclass(frozen=True)
 class _Source:
-    """Models with the bounds of their cells where they are known, at their place, and the files that they come from."""
+    """Models with the bounds of their cells where they are known, at their place, and the files that they come from; of a
+    run its model norm, and where its residuals cluster."""
 
     models: list[Model]
     bounds: list[CellBounds | None]
     placement: Placement
     inputs: dict[str, str]
+    norm: str = ""
+    residuals: Sequence[Finding] = ()
 
 
 def make_parser() -> Parser:
@@ -98,7 +104,9 @@ def run(arguments: Sequence[str]) -> int:
         write_bytes(options.out, ("\n".join([_COLUMNS, *rows]) + "\n").encode())
         write_side_file(options.out, SideInfo(source.placement.crs))
     for model, bounds, found in zip(placed, source.bounds, bodies):
-        _report(model, found, bounds, options)
+        _report(model, found, bounds, options, source.norm)
+    for finding in source.residuals:
+        warn(PROGRAM, sentence(finding))
     return 0
 
 
@@ -113,7 +121,19 @@ def _of_run(work: Run, iteration: int | None) -> _Source:
     side = first_coordinates(map(work.path, files.values()))
     inputs = {"the control file": os.fspath(work.path(work.control_name)), **{name: os.fspath(work.path(file)) for name, file in files.items()}}
     models, bounds = bounded_models(work, iteration)
-    return _Source(models, bounds, Placement(side.crs, side.shift), inputs)
+    return _Source(models, bounds, Placement(side.crs, side.shift), inputs, model_norm(work),
+                   _clusters(work) if iteration is None else ())
+
+
+def _clusters(work: Run) -> list[Finding]:
+    """Clusters of residuals, where the run has written predictions."""
+    if not work.path("voxlith.pre").is_file():
+        return []
+    try:
+        return residual_clusters(work)
+    except FileError as error:
+        warn(PROGRAM, f"the residuals are not looked at: {error}")
+        return []
 
 
 def _of_files(options: argparse.Namespace) -> _Source:
@@ -150,7 +170,8 @@ def _rows(model: Model, bodies: Sequence[Body], bounds: CellBounds | None) -> li
     return rows
 
 
-def _report(model: Model, bodies: Sequence[Body], bounds: CellBounds | None, options: argparse.Namespace) -> None:
+def _report(model: Model, bodies: Sequence[Body], bounds: CellBounds | None, options: argparse.Namespace,
+            norm: str) -> None:
     shown = excess_unit(model)
     count = count_text(len(bodies), "body", "bodies")
     say(f"{model.name}{f' ({unit_text(model.unit)})' if model.unit else ''}: {count}, connected cells of {options.threshold:g} of the peak or more")
@@ -161,7 +182,7 @@ def _report(model: Model, bodies: Sequence[Body], bounds: CellBounds | None, opt
     if rest:
         say(f"and {len(rest)} more, {sum(abs(one.excess) for one in rest) * shown.factor:.3g} {shown.unit} together"
             + ("" if options.out else "; --out lists them"))
-    _report_sums(model, bounds)
+    _report_sums(model, bounds, norm)
 
 
 def _report_table(model: Model, bodies: Sequence[Body], bounds: CellBounds | None) -> None:
@@ -177,7 +198,7 @@ def _report_table(model: Model, bodies: Sequence[Body], bounds: CellBounds | Non
         say("  ".join([*words, row[-1]]).rstrip())
 
 
-def _report_sums(model: Model, bounds: CellBounds | None) -> None:
+def _report_sums(model: Model, bounds: CellBounds | None, norm: str) -> None:
     shown, found = excess_unit(model), distribution(model, bounds)
 
     def line(label: str, excess: Excess) -> None:
@@ -195,5 +216,5 @@ def _report_sums(model: Model, bounds: CellBounds | None) -> None:
              if not math.isnan(value)]
     if parts:
         say(f"{'absolute values:':<24} {', '.join(parts)}")
-    for text in doubts(found):
+    for text in doubts(found, norm):
         warn(PROGRAM, f"{model.name}: {text}")

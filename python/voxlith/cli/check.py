@@ -11,10 +11,11 @@ import numpy.typing as npt
 
 from ..amounts import count_text
 from ..checks import Finding, check_survey, findings_json, findings_table, worst
-from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities,
-                              check_terrain)
+from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities, check_terrain,
+                              check_top)
 from ..checks.background import check_background
 from ..checks.findings import ordered
+from ..checks.inactive import check_ground, check_run_cells
 from ..checks.stations import check_scale
 from ..checks.survey import station_names
 from ..checks.table import check_encoding, read_loosely
@@ -27,10 +28,12 @@ from ..io.mtx_file import MtxFile
 from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
 from ..mesh import Mesh
+from ..sensitivity import common_inactive_cells
 from ..side_file import SideInfo, read_side_file
 from ..survey import Survey
 from ..survey_table import SurveyColumns
 from ..terrain_input import read_terrain, terrain_step
+from .check_run import check_folder, check_run_background, run_of_control
 from .obs import type_code
 from .output import check_output, say
 from .parser import Parser
@@ -44,13 +47,15 @@ _SIGNS = {"negative": -1, "either": 0, "positive": 1}
 
 _EXAMPLES = """\
 In the data: no-data codes, no valid datum, outliers, constant data, standard deviations of 0 and below, missing data, wrong
-units, a constant offset, a regional trend. In the stations: duplicates that differ, degrees, positions beside or below the
-mesh, below the ground, or in another order than in the sensitivity file. With --date: an inducing field that does not match
-place and date. With --mtx or --control: a background value that rocks do not have. Each finding shows a severity, the
+units, a constant offset, a regional trend, components of other axes. In the stations: duplicates that differ, degrees,
+positions beside or below the mesh, below the ground, or in another order than in the sensitivity file. With --date: an
+inducing field that does not match place and date. With --mtx or --control: a background value that rocks do not have, a
+forgotten terrain. In a run: all this, and residuals of neighbouring stations that agree. Each finding shows a severity, the
 stations and what to do.
 
 Examples:
   voxlith-tools check gz.obs --mesh mesh.msh
+  voxlith-tools check run1
   voxlith-tools check survey.csv --x lon --y lat --z h --data gz:err --name station --crs EPSG:4326 --to EPSG:32633
   voxlith-tools check tmi.mag --mtx tmi.mtx --crs EPSG:32633 --date 2024-05-01 --json findings.json
 The exit status is 1 when a finding would spoil a run (error), else 0."""
@@ -60,14 +65,18 @@ def make_parser() -> Parser:
     """The options."""
     parser = Parser(f"{PROGRAM} check", "Check survey data for faults that would spoil an inversion", _EXAMPLES)
     add = parser.add_argument
-    add("file", metavar="FILE", help="Observed data file, or a CSV (with --data)")
+    add("file", metavar="FILE", help="Observed data file, or a CSV (with --data), or the folder of a run")
     add_station_options(parser)
     add_data_options(parser)
     add("--name", metavar="COLUMN", help="Column of the station names of a CSV (default: its lines)")
     add("--mesh", metavar="FILE", help="Mesh file: check that the stations are above it")
-    add("--mtx", metavar="FILE", help="Sensitivity file: compare its stations; check the background value that the data would give")
-    add("--control", metavar="FILE", help="Control file of the run: check the background value on its line 2")
-    add_terrain_options(parser, ": whether stations are in the ground")
+    add("--mtx", metavar="FILE",
+        help="Sensitivity file: compare its stations; check the ground below them, and the background value that the data "
+             "would give")
+    add("--control", metavar="FILE",
+        help="Control file of the run: check the background value on its line 2, and that inactive cells are fixed; with a "
+             "folder its name there (default: voxlith.inp)")
+    add_terrain_options(parser, ": whether stations are in the ground, and the mesh below it")
     add("--crs", metavar="CRS", help="Reference system of the stations (default: that of the side file)")
     add("--to", metavar="CRS", help="Reference system in metres to convert the stations of a CSV to")
     add("--date", metavar="DATE", help="Date of a magnetic survey, to compare its field with IGRF-14")
@@ -85,6 +94,8 @@ def run(arguments: Sequence[str]) -> int:
     options = parser.parse(arguments)
     if options.json and options.json != "-":
         check_output(options.json, {"the data": options.file, "--mesh": options.mesh, "--mtx": options.mtx})
+    if os.path.isdir(options.file):
+        return _of_folder(parser, options)
     findings = [] if is_grid(options.file) else check_encoding(
         options.file, is_table=bool(options.data) and not options.file.lower().endswith(".xyz"))
     try:
@@ -99,16 +110,26 @@ def run(arguments: Sequence[str]) -> int:
                              sign=_SIGNS[options.sign or "either"])
     findings += _against(options, survey, side, names)
     findings += _background(options, survey, findings)
+    if options.control:
+        findings += check_run_cells(run_of_control(options.control))
     return _finish(options, findings, survey.n_stations)
+
+
+def _of_folder(parser: Parser, options: argparse.Namespace) -> int:
+    given = [name for name, value in vars(options).items() if value != parser.get_default(name) and value is not None]
+    for name in sorted(set(given) - {"file", "_given", "control", "json"}):
+        raise UsageError(f"--{name.replace('_', '-')} goes with a file; {options.file} is a folder")
+    return _finish(options, *check_folder(options.file, options.control or "voxlith.inp"))
 
 
 def _background(options: argparse.Namespace, survey: Survey, findings: Sequence[Finding]) -> list[Finding]:
     """The background that the control file removes, or could remove where the data have an offset or a slope."""
+    if options.control and not options.mtx:
+        return check_run_background(run_of_control(options.control), survey, findings)
     values = read_control_file(options.control).values if options.control else ControlValues()
-    chosen, files = values.background, [options.mtx] if options.mtx else list(values.mtx_files)
-    if not chosen and not {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
+    if not values.background and not {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
         return []
-    return check_background(survey, files if options.mtx or options.control else (), chosen, values.background_value)
+    return check_background(survey, [options.mtx] if options.mtx else (), values.background, values.background_value)
 
 
 def _remedy(error: FileError) -> str:
@@ -195,14 +216,11 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
     if options.mesh:
         findings += check_mesh(*places, Mesh.read(options.mesh), names, bool(options.topography))
     if options.topography:
-        surface, warning = read_terrain(options.topography, np.column_stack(places[:2]), terrain_step(survey.x, survey.y), crs=side.crs,
-                                        terrain_crs=options.terrain_crs or "", shift=side.shift)
-        findings += check_terrain(*places, surface, names)
-        if warning:
-            findings.append(Finding("warning", "terrain", warning, "use a terrain that covers the mesh"))
+        findings += _against_terrain(options, survey, side, names)
     if options.mtx:
         with MtxFile(options.mtx) as mtx:
             findings += check_sensitivities(*places, mtx.header, os.fspath(options.mtx), names)
+        findings += check_ground(np.column_stack(places), *common_inactive_cells([options.mtx]), names)
     if options.date:
         if survey.field is None:
             found = inducing_field(survey, side.crs, options.date, side.shift)
@@ -212,3 +230,15 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
         else:
             findings += check_field(survey.field, earth_field(survey, side.crs, options.date, side.shift), options.date)
     return ordered(findings)
+
+
+def _against_terrain(options: argparse.Namespace, survey: Survey, side: SideInfo, names: Sequence[str]) -> list[Finding]:
+    surface, warning = read_terrain(options.topography, np.column_stack([survey.x, survey.y]),
+                                    terrain_step(survey.x, survey.y), crs=side.crs, terrain_crs=options.terrain_crs or "",
+                                    shift=side.shift)
+    findings = check_terrain(survey.x, survey.y, survey.elevation, surface, names)
+    if options.mesh:
+        findings += check_top(survey.x, survey.y, Mesh.read(options.mesh), surface)
+    if warning:
+        findings.append(Finding("warning", "terrain", warning, "use a terrain that covers the mesh"))
+    return findings

@@ -15,7 +15,7 @@ from ..io.bounds_file import read_bounds_file, write_bounds_file
 from ..io.model_file import write_model_file
 from ..io.weight_file import write_weight_file
 from ..mesh import Mesh
-from ..sensitivity import Sensitivity
+from ..sensitivity import common_inactive_cells
 from ..weights import DECAY_OF_NORM, read_cell_sensitivity, sensitivity_weights
 
 Reals = npt.NDArray[np.float64]
@@ -50,12 +50,6 @@ class RunFiles:
             raise VoxlithError(f"{name}: there is such a file already; --force replaces it")
 
 
-def inactive_cells(mtx: str) -> tuple[Mesh, Mask]:
-    """Cells without a response to any datum, in cell order: those above the terrain."""
-    with Sensitivity(mtx) as sensitivity:
-        return sensitivity.mesh, sensitivity.inactive_cells()
-
-
 def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, model_norm: str | None, bounds_asked: bool,
                   replace: bool = False) -> RunFiles:
     """Write what the control file needs beside it.
@@ -81,13 +75,14 @@ def prepare_files(choices: Choices, mtx: Sequence[str], out: str, *, model_norm:
     Raises
     ------
     FileError
-        When the bounds file beside the sensitivity file leaves an inactive cell free.
+        When the bounds file beside the sensitivity file leaves an inactive cell free, and for sensitivity files of
+        different terrains.
     VoxlithError
         For a file that is there already and may not be replaced.
     """
     stem = os.path.splitext(out)[0]
     files = RunFiles(f"{choices.initial:.6g}", choices.bounds, replace=replace)
-    mesh, inactive = inactive_cells(mtx[0])
+    mesh, inactive = common_inactive_cells(mtx)
     if inactive.any() and not inactive.all():
         _inactive_files(files, choices, mtx[0], stem, inactive, mesh, bounds_asked)
     if model_norm is not None:

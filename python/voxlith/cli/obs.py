@@ -14,7 +14,8 @@ from ..codes import MOST_FILES, data_type_code, data_type_name, data_unit, has_m
 from ..errors import FileError, UsageError
 from ..io.csv_file import write_csv_file
 from ..checks import Finding, check_survey
-from ..checks.findings import listed
+from ..checks.axes import ODD_IN_Z, X_NORTH
+from ..checks.findings import listed, sentence
 from ..checks.values import no_data_codes
 from ..earth_field import inducing_field
 from ..io.numbers import number_text, parse_integer
@@ -33,9 +34,6 @@ from .station_options import (add_csv_options, add_data_options, add_station_opt
 PROGRAM = "voxlith-tools"
 Reals = npt.NDArray[np.float64]
 _KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
-
-_X_NORTH = {10: 11, 11: 10, 14: 15, 15: 14, 20: 21, 21: 20}
-_ODD_IN_Z = (0, 14, 15, 22)
 _REPORTED = ("standard-deviations",)  # the report shows them
 
 _EXAMPLES = """\
@@ -167,7 +165,7 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     types = list(options.type or ())
     magnetic = bool(options.field or options.date)
     codes = _codes(types, len(columns.data), "tmi" if magnetic else "gz")
-    codes = [_X_NORTH.get(code, code) for code in codes] if options.x_north else codes
+    codes = [X_NORTH.get(code, code) for code in codes] if options.x_north else codes
     inducing, direction = _field(options, codes, (types or ["tmi" if magnetic else "gz"])[0])
     if columns.angles and codes[0] != 1:
         raise UsageError("--angles: expected data of type tmi")
@@ -185,7 +183,7 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
     if not read.valid.any():
         raise FileError(options.file, "expected a valid datum, found none; check the columns of --data and --dummy")
     if options.upwards:
-        signs = np.array([-1.0 if code in _ODD_IN_Z else 1.0 for code in codes])
+        signs = np.array([-1.0 if code in ODD_IN_Z else 1.0 for code in codes])
         read = read.with_data(signs[:, None] * read.data + 0.0)
     placed = place_survey(read, options)
     survey = placed.survey
@@ -318,8 +316,7 @@ def _warn(output: str, done: _Converted) -> None:
         warn(PROGRAM, f"{output}: {text}")
     for finding in done.findings:
         if finding.severity != "note" and finding.name not in _REPORTED:
-            stations = f" ({listed(finding.stations)})" if finding.stations else ""
-            warn(PROGRAM, f"{output}: {finding.text}{stations}; {finding.remedy}")
+            warn(PROGRAM, f"{output}: {sentence(finding)}")
     if survey.field is not None and not survey.field.is_of_the_earth:
         warn(PROGRAM, f"{output}: a field of {number_text(survey.field.strength)} nT is not that of the Earth")
     if done.summary.assumed_uncertainties:

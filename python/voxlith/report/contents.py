@@ -13,9 +13,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ..checks import check_survey
-from ..checks.findings import listed
-from ..checks.residuals import check_residuals
-from ..checks.survey import station_names
+from ..checks.findings import sentence
+from ..checks.results import MOST_CHECKED, residual_clusters
 from ..codes import unit_text
 from ..errors import FileError, PathLike, RunError, UsageError
 from ..io.log_file import RunLog
@@ -38,7 +37,6 @@ Contents = dict[str, Any]
 TRUE_BODIES = "true_bodies.json"
 _EXACT_CELLS = 200_000  # up to here cells are in single precision
 _MOST_STATIONS = 200_000
-_MOST_CHECKED = 100_000
 _VECTOR_LABELS = (("mx", "my", "mz"), ("x", "y", "z"), ("east", "north", "down"), ("east", "north", "up"))
 _TABLES = ("The trade-offs tried", "The factors tried")  # where they are written; the report shows them
 _INFORMATION = ("The objective,", "Without bounds and reference model")
@@ -81,8 +79,9 @@ class ReportOptions:
 def report_contents(run: Run, options: ReportOptions | None = None, findings: list[list[str]] | None = None) -> Contents:
     """Collect the contents of a report.
 
-    `findings` are those of an earlier report of the same data, which are not looked for again. Results that the run has not written yet are
-    left out; ``notes`` says so. What spoils a result, such as a target that was not reached, is in ``warnings``.
+    `findings` are those of an earlier report of the same data, which are not looked for again. Results that the run has not
+    written yet are left out; ``notes`` says so. What spoils a result, such as a target that was not reached, is in
+    ``warnings``.
 
     Raises
     ------
@@ -102,7 +101,7 @@ def report_contents(run: Run, options: ReportOptions | None = None, findings: li
     notes += recovered.notes
     survey = fit.observed if fit is not None else run.observed
     data = None if fit is None else fitted_data(run, fit)
-    warnings += _residual_clusters(run, survey, data)
+    warnings += _residual_clusters(run, fit)
     window = choose_window(run.mesh, survey, chosen.most_cells, whole_mesh=chosen.whole_mesh)
     if models and window.note(run.mesh):
         notes.append(window.note(run.mesh))
@@ -255,15 +254,11 @@ def _fit_rows(data: FittedData | None) -> list[list[str]]:
     return rows
 
 
-def _residual_clusters(run: Run, survey: Survey, data: FittedData | None) -> list[str]:
+def _residual_clusters(run: Run, fit: Fit | None) -> list[str]:
     """Where residuals of neighbours agree, of a run whose misfit may look right."""
-    if data is None or survey.n_stations > _MOST_CHECKED:
+    if fit is None:
         return []
-    side = read_side_file(run.path(run.control.values.data_file))
-    names = side.station_names(survey.n_stations) or station_names(survey)
-    found = [finding for label, observed, zscore in zip(data.names, data.observed, data.zscore)
-             for finding in check_residuals(survey.x, survey.y, observed, zscore, names, label)]
-    return [f"{finding.text} ({listed(finding.stations)}); {finding.remedy}" for finding in found]
+    return [sentence(finding) for finding in residual_clusters(run, fit)]
 
 
 def _noise_level(fit: Fit | None) -> float:
@@ -389,7 +384,7 @@ def _lines(fit: Fit | None, kept: npt.NDArray[np.intp]) -> list[Contents] | None
 
 def _findings(run: Run) -> list[list[str]]:
     """What a check of the data finds: severity, what was found, and what to do."""
-    if run.headers[0].n_data > _MOST_CHECKED:
+    if run.headers[0].n_data > MOST_CHECKED:
         return []
     sign = run.control.values.positivity or 0
     if isinstance(run, RunByProperty):

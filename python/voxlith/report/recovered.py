@@ -6,6 +6,7 @@ import math
 from dataclasses import dataclass, field
 
 from ..bodies import body_remark, distribution, doubts, excess_unit, find_bodies, top_of
+from ..checks.results import model_norm
 from ..codes import unit_text
 from ..errors import MissingPackageError
 from ..model import Model
@@ -40,13 +41,14 @@ def recovered_bodies(run: Run, models: list[Model]) -> Recovered:
     if not models:
         return shown
     found, limits = bounded_models(run, models=models)
+    norm = model_norm(run)
     for model, bounds in zip(found, limits):
         unit, whole = excess_unit(model), distribution(model, bounds)
         core, factor = whole.core, unit.factor
         title = f"{unit.name[:1].upper()}{unit.name[1:]} of the core" + (f", {model.name}" if len(found) > 1 else "")
         shown.sums.append([title, f"{core.net * factor:.4g} {unit_text(unit.unit)} net, {core.positive * factor:.4g} above 0, "
                                   f"{core.negative * factor:.4g} below 0"])
-        shown.warnings += [f"{model.name[:1].upper()}{model.name[1:]}: {text}" for text in doubts(whole)]
+        shown.warnings += [f"{model.name[:1].upper()}{model.name[1:]}: {text}" for text in doubts(whole, norm)]
         try:
             bodies = find_bodies(model, ground=top_of(model))
         except MissingPackageError as error:
