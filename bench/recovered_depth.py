@@ -74,8 +74,12 @@ CASES = {
 }
 
 
-NORMS = {"none": ("--weights", "none"), "smooth": (), "blocky": ("--model-norm", "blocky"), "compact": ("--model-norm", "compact")}
-"""Options of init, and for the last two of voxlith-run."""
+NORMS = {"none": ("--weights", "none", "--model-norm", "smooth"),
+         **{norm: ("--model-norm", norm) for norm in ("smooth", "blocky", "compact")}}
+"""Options of init."""
+
+RECOMMENDED = "recommended"
+"""In place of a norm: init without options, not even the sign."""
 
 
 @dataclass(frozen=True)
@@ -94,7 +98,8 @@ class Recovered:
 
 @dataclass(frozen=True)
 class Run:
-    """One inversion of a case; `sign` and `decay` are those of the case and the norm where they are empty."""
+    """One inversion of a case; `norm` is one of NORMS, or RECOMMENDED; `sign` and `decay` are those of the case and the
+    norm where they are empty."""
 
     case: str
     norm: str
@@ -107,17 +112,20 @@ def runs_of_page() -> list[Run]:
     """Those of the tables of docs/depth-weighting.md, other noises, and other weights."""
     return ([Run(case, norm, 7) for case in CASES for norm in NORMS]
             + [Run(case, norm, seed) for case in CASES for norm in ("blocky", "compact") for seed in (1, 2, 3)]
+            + [Run(case, RECOMMENDED, seed) for case in CASES for seed in (7, 1, 2, 3)]
+            + [Run("tmi dyke 80-320 m", "smooth", seed) for seed in (1, 2, 3)]
             + [Run(case, "smooth", 7, decay="1.0") for case in CASES]
             + [Run("gzz 100-240 m", "blocky", 7, decay="1.2"), Run("tmi dyke 80-320 m", "smooth", 7, decay="1.3"),
                Run("gz 100-240 m", "smooth", 7, sign="either")])
 
 
-def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7, sign: str = "", decay: str = "") -> list[Recovered]:
-    """Run a case with one of NORMS; one record per body."""
-    def run(*words: object) -> None:
+def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7, sign: str = "",
+            decay: str = "") -> list[Recovered]:
+    """Run a case with one of NORMS, by the command that init names at its end; one record per body."""
+    def run(*words: object) -> str:
         program = build / ("voxlith-run" if words[0] == "voxlith-run" else "tools/voxlith-tools")
         rest = words[1:] if words[0] == "voxlith-run" else words
-        subprocess.run([program, *map(str, rest)], cwd=folder, check=True, capture_output=True)
+        return subprocess.run([program, *map(str, rest)], cwd=folder, check=True, capture_output=True, text=True).stdout
 
     folder.mkdir(parents=True, exist_ok=True)
     x, y = (a.ravel() for a in np.meshgrid(np.arange(16) * 80.0, np.arange(16) * 80.0))
@@ -138,11 +146,12 @@ def recover(case: Case, norm: str, build: Path, folder: Path, seed: int = 7, sig
     survey.with_data([data], [np.full(256, deviation)]).write(folder / "data.obs")
     run("mesh", "--stations", "data.obs", "--cell", CELL, "--depth", CORE_DEPTH, "--top", 0, "--out", "mesh.msh")
     run("mtx", "--mesh", "mesh.msh", "--stations", "data.obs", "--type", case.kind, "--out", "data.mtx")
-    run("init", "--data", "data.obs", "--mtx", "data.mtx", "--sign", sign or case.sign, *NORMS[norm], "--force")
+    chosen = () if norm == RECOMMENDED else ("--sign", sign or case.sign, *NORMS[norm])
+    said = run("init", "--data", "data.obs", "--mtx", "data.mtx", *chosen, "--force")
     if decay:
         written, = folder.glob("*weights*.txt")
         run("weights", "--mtx", "data.mtx", "--decay", decay, "--out", written.name)
-    run("voxlith-run", "voxlith.inp", "--target-rms", 1, *(NORMS[norm] if norm in ("blocky", "compact") else ()))
+    run(*said.split("Run it with: ")[1].split())
     mesh = Mesh.read(folder / "mesh.msh")
     model = Model.read(folder / ("voxlith.sus" if case.kind == "tmi" else "voxlith.den"), mesh).values
     misfit = float((folder / "voxlith.aux").read_text().splitlines()[-1].split()[1])
@@ -171,7 +180,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, default=ROOT / "build" / "release")
     parser.add_argument("--case", nargs="+", choices=list(CASES), default=list(CASES))
-    parser.add_argument("--norm", nargs="+", choices=list(NORMS), default=list(NORMS))
+    parser.add_argument("--norm", nargs="+", choices=[*NORMS, RECOMMENDED], default=list(NORMS))
     parser.add_argument("--seed", nargs="+", type=int, default=[7], help="of the noise")
     parser.add_argument("--page", action="store_true", help="the runs of docs/depth-weighting.md")
     parser.add_argument("--csv", type=Path, help="file for the table")

@@ -43,7 +43,7 @@ def folder(bench, name, data):
 
 def invert(bench, data, kind):
     bench.tools('mtx', '--mesh', 'mesh.msh', '--stations', data, '--type', kind, '--out', 'line.mtx')
-    bench.tools('init', '--data', data, '--mtx', 'line.mtx', '--force')
+    bench.tools('init', '--data', data, '--mtx', 'line.mtx', '--model-norm', 'smooth', '--force')
     bench.voxlith('voxlith.inp', '--target-rms', '1')
 
 

@@ -118,6 +118,17 @@ def choose_values(headers: Sequence[MtxHeader], overrides: Overrides) -> Choices
                    [int(mixed and one) for one in magnetic], reason)
 
 
+def choose_norm(choices: Choices, weighted: bool) -> str:
+    """The model norm with which masses and depths of bodies are right: blocky for one model that may have either sign, or is
+    of a susceptibility.
+
+    A smooth model of either sign has up to twice the mass of a body, one of a susceptibility up to 1.3 times, see
+    docs/depth-weighting.md. Blocky norms need depth weights (`weighted`), and two models share their weights.
+    """
+    doubtful = choices.sign == 0 or choices.unit == "SI"
+    return "blocky" if weighted and choices.model_count == 1 and doubtful else "smooth"
+
+
 def add_warnings(choices: Choices, names: Sequence[str], coefficients: int, data: Reals, uncertainty: Reals) -> None:
     """Look at the values that the data ask for, those of a :func:`~voxlith.first_model.first_model`, and warn of odd ones.
 

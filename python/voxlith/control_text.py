@@ -11,7 +11,7 @@ _VALUE_WIDTH = 24
 
 
 def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, initial: str = "", bounds: str = "",
-                 weighting: str = "null") -> str:
+                 weighting: str = "null", norm: str = "smooth") -> str:
     """Twelve lines with a comment each, product definitions for several files, and after them, where the program reads
     no more, the reasons for the values.
 
@@ -24,6 +24,8 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, 
         Texts of lines 6 and 8 in place of those of `choices`.
     weighting : str
         Text of line 10. With a file of weights the alphas are 1.
+    norm : str
+        Model norm of the run.
     """
     count = len(mtx_files)
     labels = " dens susc" if choices.model_count == 2 else ""
@@ -43,24 +45,33 @@ def control_text(choices: Choices, data_file: str, mtx_files: Sequence[str], *, 
         _line(weighting, "weighting file"),
         _line("null", "data offset, or file for a refinement"),
         _line(f"{choices.iterations} 0 0", "iterations, interval of stored models (0 none), method (0)"),
-        *_products(choices), "", "The lines below are not read.", "", *_tradeoff_reason(choices, count),
-        *_sign_reason(choices), *_norm_reason(choices, weighting),
+        *_products(choices), "", "The lines below are not read.", "", *_tradeoff_reason(choices, count, norm),
+        *_sign_reason(choices), *_norm_reason(choices, weighting, norm),
         "Line 12: a limit for runs without options; voxlith-run --target-rms and --until-converged end by themselves.",
         *_product_reason(choices),
     ]
     return "\n".join(lines) + "\n"
 
 
-def run_options(choices: Choices) -> str:
+def run_options(choices: Choices, norm: str = "smooth") -> str:
     """Options of voxlith-run that fit the data to their standard deviations, those of two models each by themselves."""
-    return "--target-rms 1" + (" --per-component" if choices.model_count > 1 else "")
+    return "--target-rms 1" + (" --per-component" if choices.model_count > 1 else "") + norm_option(norm)
 
 
-def _norm_reason(choices: Choices, weighting: str) -> list[str]:
+def norm_option(norm: str) -> str:
+    """The option of voxlith-run for a model norm, with a space before it; empty for its default."""
+    return "" if norm == "smooth" else f" --model-norm {norm}"
+
+
+def _norm_reason(choices: Choices, weighting: str, norm: str) -> list[str]:
     """What alphas and weights do."""
     if weighting != "null":
-        return ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits",
-                "  voxlith-run --target-rms 1."]
+        lines = ["Line 10: depth weighting from the sensitivities, for alphas of 1 on line 9. It suits",
+                 f"  voxlith-run --target-rms 1{norm_option(norm)}."]
+        if norm == "blocky":
+            smooth = "twice" if choices.sign == 0 else "1.3 times"
+            lines.append(f"  A smooth model, that of --model-norm smooth, can have {smooth} the mass of a body.")
+        return lines
     return [f"Line 9: alphaS is 0.005/h for cells of h = {_short(choices.cell)}: smoothness dominates within about ten cells, "
             "smallness beyond."]
 
@@ -80,10 +91,10 @@ def _products(choices: Choices) -> list[str]:
     return [f"1 {number} {model + 1} 1.0" for number, model in enumerate(choices.model_of, 1)]
 
 
-def _tradeoff_reason(choices: Choices, count: int) -> list[str]:
+def _tradeoff_reason(choices: Choices, count: int, norm: str) -> list[str]:
     # The misfit in the table of a joint run is a sum over the components.
     wanted = "1" if count == 1 else f"{math.sqrt(count):.2f}, the root of {count} components"
-    return [f"Line 3, trade-off: {choices.tradeoff_reason}. voxlith-run {run_options(choices)} replaces it by the one at",
+    return [f"Line 3, trade-off: {choices.tradeoff_reason}. voxlith-run {run_options(choices, norm)} replaces it by the one at",
             f"  which the data are fitted to their standard deviations: the RMS misfit of the table ends at {wanted}.",
             "  Runs without that option keep it. A larger one gives a smoother model and a larger misfit."]
 

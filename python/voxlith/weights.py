@@ -14,7 +14,7 @@ geometric means of those of both cells.
 - V / V_core keeps padding cells from being cheap; without it bodies leak into them.
 - The weight of the smallness, section 1 of the file, is w 2.5e8 / h^2 for cells of size h, so that the alphas on line 9
   are all 1. The factor 1e8 makes up for the units of the format.
-- a = 1.2 by experiment, 1.3 for blocky norms, see docs/depth-weighting.md. p follows from the decay of r, which
+- a = 1.2 by experiment, 1.4 for blocky norms, see docs/depth-weighting.md. p follows from the decay of r, which
   depends on the type of data and on the layout of the stations.
 
 Differences between an active and an inactive cell have the weight 0: ground is not drawn to the value of air.
@@ -42,7 +42,7 @@ Mask = npt.NDArray[np.bool_]
 DECAY = 1.2
 """Power of the depth with which weights fall off below the stations."""
 
-DECAY_OF_NORM = {"smooth": DECAY, "blocky": 1.3, "compact": DECAY}
+DECAY_OF_NORM = {"smooth": DECAY, "blocky": 1.4, "compact": DECAY}
 """The same for the norms of voxlith-run --model-norm. A blocky norm needs more: it takes less from deep cells."""
 
 POWER_LAW_DECAY = 1.8

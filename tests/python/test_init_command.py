@@ -68,7 +68,8 @@ def test_gravity_data_are_fitted(survey, tools, tmp_path):
     done = tools("init", *GRAVITY, "--mesh", "mesh.msh")
     text = (tmp_path / "voxlith.inp").read_text()
     assert done.status == 0 and done.errors == "" and text in done.out
-    assert "\nRun it with: voxlith-run voxlith.inp --target-rms 1\n" in done.out and "81 records, 0 dummies" in done.out
+    assert "\nRun it with: voxlith-run voxlith.inp --target-rms 1 --model-norm blocky\n" in done.out
+    assert "81 records, 0 dummies" in done.out
     found = misfits(run(tmp_path, "--target-rms", "1"))
     assert found[0] > 5 and 0.98 < found[-1] < 1.02
 
@@ -308,16 +309,30 @@ def test_weights_suit_the_model_norm(survey, tools, tmp_path):
     """A blocky norm gets weights that fall off faster, and the command says the norm."""
     from voxlith.io.weight_file import read_weight_files
     survey("gz", 0.4)
-    plain = tools("init", *GRAVITY).out
+    plain = tools("init", *GRAVITY, "--model-norm", "smooth").out
     done = tools("init", *GRAVITY, "--model-norm", "blocky", "--out", "blocky.inp")
     assert done.status == 0 and "Run it with: voxlith-run blocky.inp --target-rms 1 --model-norm blocky\n" in done.out
-    assert "--model-norm" not in plain
-    assert tools("weights", "--mtx", "g.mtx", "--model-norm", "blocky", "--out", "own.txt").out.count("(depth + z0)^-1.3") == 1
+    assert "--model-norm" not in plain and "can have twice the mass of a body" in done.out
+    assert tools("weights", "--mtx", "g.mtx", "--model-norm", "blocky", "--out", "own.txt").out.count("(depth + z0)^-1.4") == 1
     assert (tmp_path / "own.txt").read_bytes() == (tmp_path / "blocky_weights.txt").read_bytes()
     smooth, blocky = (read_weight_files([tmp_path / name], 16, 16, 8).smallness[:6, 8, 8] for name in
                       ("voxlith_weights.txt", "blocky_weights.txt"))
     assert (np.diff(blocky / smooth) < 0.0).all()
     assert "--model-norm" in one_line(tools("init", *GRAVITY, "--model-norm", "sharp", "--out", "s.inp"), 2)
+
+
+@pytest.mark.parametrize("kind, words, norm", [
+    ("gz", (), "blocky"), ("gz", ("--sign", "either"), "blocky"), ("gz", ("--sign", "positive"), "smooth"),
+    ("gz", ("--weights", "none"), "smooth"), ("tmi", (), "blocky"), ("tmi", ("--model-norm", "smooth"), "smooth")])
+def test_the_norm_with_which_masses_are_right(survey, tools, tmp_path, kind, words, norm):
+    """A smooth model of either sign, or of a susceptibility, overstates masses: the command at the end avoids it."""
+    survey(kind, 0.4 if kind == "gz" else 0.05)
+    said = tools("init", *GRAVITY, *words).out.splitlines()[-1]
+    assert said == "Run it with: voxlith-run voxlith.inp --target-rms 1" + (f" --model-norm {norm}" if norm != "smooth" else "")
+    if norm != "smooth":
+        own = ("weights", "--mtx", "g.mtx", "--model-norm", norm, "--out", "own.txt")
+        assert tools(*own).status == 0
+        assert (tmp_path / "own.txt").read_bytes() == (tmp_path / "voxlith_weights.txt").read_bytes()
 
 
 def test_one_layer_has_no_depth_weights(survey, tools, tmp_path):
@@ -326,7 +341,7 @@ def test_one_layer_has_no_depth_weights(survey, tools, tmp_path):
     words = ("--mesh", "flat.msh", "--stations", "d.obs", "--type", "gz", "--style", 0, "--out", "flat.mtx")
     assert tools("mtx", *words).status == 0
     done = tools("init", "--data", "d.obs", "--mtx", "flat.mtx")
-    assert done.status == 0 and "no depth weighting: " in done.out
+    assert done.status == 0 and "no depth weighting: " in done.out and "--model-norm" not in done.out
     assert (tmp_path / "voxlith.inp").read_text().splitlines()[9].startswith("null ")
 
 

@@ -11,8 +11,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ..codes import MOST_FILES, data_type_name, has_magnetic_layout
-from ..control_choices import Choices, Overrides, add_warnings, choose_values
-from ..control_text import control_text, run_options
+from ..control_choices import Choices, Overrides, add_warnings, choose_norm, choose_values
+from ..control_text import control_text, norm_option, run_options
 from ..errors import FileError, UsageError, VoxlithError
 from ..io.mtx_file import MtxFile
 from ..io.mtx_header import MtxHeader
@@ -22,9 +22,12 @@ from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..checks import check_survey
 from ..checks.background import check_background
-from ..checks.findings import listed
+from ..checks.findings import sentence
+from ..checks.inactive import check_ground
+from ..checks.survey import station_names
 from ..checks.values import no_data_codes
 from ..mesh import Mesh
+from ..sensitivity import common_inactive_cells
 from ..side_file import read_side_file
 from ..survey import Survey
 from ..weights import DECAY_OF_NORM
@@ -40,7 +43,8 @@ _LONGEST_NAME, _LONGEST_MTX_LINE = 80, 240
 _WEIGHTS = "auto"
 _NOTABLE_DIFFERENCE = 1.0e-3  # of depth weights, relative
 _FULL_STYLES = (0, 4)
-_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign")
+_WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign", "relief",
+                 "in-active-cells")
 
 _EXAMPLES = """\
 The file explains its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
@@ -49,7 +53,7 @@ Examples:
   voxlith-tools init --data gz.obs --mtx gz.mtx
   voxlith-tools init --data tmi.mag --mesh mesh.msh --mtx tmi.mtx --bounds 0,0.2 --out tmi.inp
   voxlith-tools init --data joint.obs --mtx gz.mtx gzz.mtx --sign positive
-  voxlith-tools init --data gz.obs --mtx gz.mtx --model-norm blocky
+  voxlith-tools init --data gz.obs --mtx gz.mtx --model-norm smooth
 File names are written as they are given: run voxlith-run in the folder in which you ran this command."""
 
 
@@ -85,8 +89,9 @@ def make_parser() -> Parser:
     add("--weights", choices=["auto", "none"], default=_WEIGHTS,
         help=f"auto: write depth weights of the model norm for full 3-D models and name them on line 10; none: no "
              f"weights, as suits runs of voxlith itself (default: {_WEIGHTS})")
-    add("--model-norm", choices=list(DECAY_OF_NORM), default="smooth",
-        help="Model norm of the run: weights that suit it, and the command (default: smooth)")
+    add("--model-norm", choices=["auto", *DECAY_OF_NORM], default="auto",
+        help="Model norm of the run: weights that suit it, and the command (default: auto: with depth weights blocky for one "
+             "model of either sign or of susceptibilities, whose masses a smooth model overstates, else smooth)")
     return parser
 
 
@@ -107,15 +112,17 @@ def run(arguments: Sequence[str]) -> int:
     choices = choose_values(sensitivities.headers, overrides)
     add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
     weighted = options.weights == "auto" and _is_full(sensitivities)
-    files = prepare_files(choices, options.mtx, options.out, model_norm=options.model_norm if weighted else None,
+    norm = choose_norm(choices, weighted) if options.model_norm == "auto" else options.model_norm
+    files = prepare_files(choices, options.mtx, options.out, model_norm=norm if weighted else None,
                           bounds_asked=bool(options.bounds), replace=options.force)
+    if options.model_norm == "auto" and norm != "smooth" and files.weighting == "null":
+        norm = "smooth"  # one layer, or no fall with depth: there are no weights
     for name in (files.initial, files.bounds, files.weighting):
         _check_name("--out", name, _LONGEST_NAME, False)
     text = control_text(choices, options.data, options.mtx, initial=files.initial, bounds=files.bounds,
-                        weighting=files.weighting)
+                        weighting=files.weighting, norm=norm)
     write_bytes(options.out, to_bytes(text))
-    how = run_options(choices) if options.tradeoff is None else "--until-converged"
-    how += "" if options.model_norm == "smooth" else f" --model-norm {options.model_norm}"
+    how = run_options(choices, norm) if options.tradeoff is None else "--until-converged" + norm_option(norm)
     _report(options, notes + files.notes, text, how)
     warnings += _check_warnings(options, survey)
     for warning in warnings + choices.warnings:
@@ -134,13 +141,15 @@ def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
                             sign=_SIGNS[options.sign or "auto"] or 0)
     if {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
         findings += check_background(survey, options.mtx)
+    with MtxFile(options.mtx[0]) as mtx:
+        places = mtx.header.stations
+    findings += check_ground(places, *common_inactive_cells(options.mtx), station_names(survey))
     texts = []
     for finding in findings:
         if finding.name == "standard-deviations":
             continue  # said already
         if finding.severity == "error" or (finding.severity == "warning" and finding.name in _WORTH_SAYING):
-            stations = f" ({listed(finding.stations)})" if finding.stations else ""
-            texts.append(f"{finding.text}{stations}; {finding.remedy}")
+            texts.append(sentence(finding))
     return texts
 
 

@@ -25,7 +25,6 @@ from ..model import Model
 from ..run import Fit, Run
 from ..side_file import read_side_file
 from ..stacked_run import RunByProperty, by_property
-from ..survey import Survey
 from ..terrain_input import terrain_over
 from .coarsening import MOST_CELLS, Window, choose_window, shown_values
 from .encoding import encode_doubles, encode_singles, encode_steps
