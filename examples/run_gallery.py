@@ -13,6 +13,7 @@ that its list PICTURES names ('sections' if it has none). Pictures need Matplotl
 fails its check; the page is not written then. --compare also holds the page to what the examples say now, times apart.
 """
 import argparse
+import csv
 import os
 import re
 import subprocess
@@ -47,6 +48,12 @@ lower than the true contrast: compare position, depth and excess mass.
 
 `python3 examples/run_example.py NAME` runs one example, `python3 examples/run_gallery.py` runs and checks all of them. Each gets a
 [report](report.md), `report.html` in its folder. With `--pictures`, `run_gallery.py` also draws the pictures and writes this page.
+"""
+
+
+CONVERGED = """Most examples show `voxlith` with a given trade-off and number of iterations, so their RMS misfits differ from 1. For your own survey
+let `voxlith-run --target-rms 1` find the trade-off. The same surveys with that option, by `bench/gallery_convergence.py`; products are
+those with the sensitivities, the search included:
 """
 
 
@@ -106,6 +113,16 @@ def draw(name, folder, asked):
     return made
 
 
+def converged_table():
+    """The same surveys inverted to the target misfit, a table that bench/gallery_convergence.py measured."""
+    with open(os.path.join(HERE, '..', 'docs', 'measured', 'gallery-convergence.csv')) as f:
+        rows = list(csv.DictReader(line for line in f if not line.startswith('#')))
+    lines = ['## To the target misfit', '', CONVERGED, '| run | RMS misfit here (iterations) | with the target | products | s |', '|---|---|---|---|---|']
+    lines += ['| %s | %s (%s) | %s | %s | %s |' % (row['run'], row['rms_example'], row['iterations_example'], row['rms'], row['products'],
+                                                 row['seconds']) for row in rows]
+    return '\n'.join(lines) + '\n'
+
+
 def chapter(name, seconds, said, pictures):
     title, _, story = run_example.load(name).__doc__.strip().partition('\n\n')
     parts = ['## %s\n\n%s\n' % (name, title)]
@@ -161,7 +178,7 @@ def main():
             print('%s: %.0f kB' % (os.path.relpath(path), os.path.getsize(path) / 1000))
     if asked.pictures and not failed:
         with open(os.path.join(asked.docs, 'gallery.md'), 'w') as f:
-            f.write(HEAD + '\n' + '\n'.join(chapters))
+            f.write(HEAD + '\n' + '\n'.join(chapters) + '\n' + converged_table())
     return 1 if failed else 0
 
 

@@ -30,6 +30,11 @@ def test_every_example_has_a_chapter_and_its_pictures():
         assert shown == [f"{picture}_{part}" if part else picture for part in parts for picture in pictures]
 
 
+def test_the_page_has_the_runs_to_the_target():
+    assert PAGE.endswith(run_gallery.converged_table())
+    assert {row.split(" | ")[0][2:].split(",")[0] for row in run_gallery.converged_table().splitlines()[8:]} == set(run_example.names()) - {"mixed_data"}
+
+
 def test_pictures_are_small():
     for path in re.findall(r"\]\((pictures/.+?\.png)\)", PAGE):
         assert os.path.getsize(DOCS / path) < 150_000, path
