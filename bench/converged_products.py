@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Products with the sensitivities until an inversion is converged: voxlith-run --until-converged and SciPy's L-BFGS-B.
 
-    converged_products.py --build DIR [--share 1e-3 1e-4]
+    converged_products.py --build DIR [--share 1e-3 1e-4] [--csv FILE]
 
 The problem is the two blocks of the examples with depth weights (voxlith-tools init --weights auto), at the trade-off that fits the data.
 Both minimise the same objective from the same model within the same bounds. SciPy works once in the variable of the run, the model
@@ -21,10 +21,11 @@ import tempfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
-sys.path[:0] = [str(ROOT / "python"), str(ROOT / "tests" / "python")]
+sys.path[:0] = [str(ROOT / "bench"), str(ROOT / "python"), str(ROOT / "tests" / "python")]
 sys.dont_write_bytecode = True
 import numpy as np  # noqa: E402
 from objective import Objective  # noqa: E402
+from results import write_table  # noqa: E402
 from scipy.optimize import minimize  # noqa: E402
 
 BOUND = 1.0
@@ -70,7 +71,7 @@ def scipy_products(peer: Objective, goal: float) -> int:
     try:
         done = minimize(watched, START * peer.depth_weight, jac=True, method="L-BFGS-B", bounds=bounds,
                         options={"maxiter": 100000, "maxfun": 100000, "maxcor": 10, "ftol": 0.0, "gtol": 0.0})
-        print(f"SciPy ended at {done.fun:.6g}, above {goal:.6g}: {done.message}")
+        print(f"SciPy ended at {done.fun:.6g}, above {goal:.6g}: {done.message}", file=sys.stderr)
     except Enough:
         pass
     return peer.products
@@ -80,22 +81,24 @@ def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, required=True)
     parser.add_argument("--share", type=float, nargs="+", default=[1e-2, 1e-3, 1e-4, 1e-5])
+    parser.add_argument("--csv", type=Path, help="file for the table")
     asked = parser.parse_args()
     build = asked.build.resolve()
     with tempfile.TemporaryDirectory() as work:
         folder = Path(work)
         tradeoff = make_run(build, folder)
         least, _ = converge(build, folder, tradeoff, 1e-12)
-        print(f"trade-off {tradeoff:.6g}, minimum {least:.9g}")
+        print(f"trade-off {tradeoff:.6g}, minimum {least:.9g}", file=sys.stderr)
+        rows: list[list[object]] = []
         peers = [Objective.of(folder, "gz.obs", tradeoff, physical=physical) for physical in (False, True)]
-        print(f"{'share':>8} {'voxlith-run':>12} {'SciPy, x':>12} {'SciPy, m':>12}")
         for share in asked.share:
             tolerance, reached, products = share, np.inf, 0
             while reached > least * (1.0 + share):
                 reached, products = converge(build, folder, tradeoff, tolerance)
                 tolerance *= 0.3
             goal = least * (1.0 + share)
-            print(f"{share:8.0e} {products:12d} {scipy_products(peers[0], goal):12d} {scipy_products(peers[1], goal):12d}", flush=True)
+            rows.append([share, products, *(scipy_products(peer, goal) for peer in peers)])
+        write_table(asked.csv, ["share", "voxlith_run", "scipy_variable", "scipy_model"], rows)
 
 
 if __name__ == "__main__":
