@@ -51,9 +51,9 @@ lower than the true contrast: compare position, depth and excess mass.
 """
 
 
-CONVERGED = """Most examples show `voxlith` with a given trade-off and number of iterations, so their RMS misfits differ from 1. For your own survey
-let `voxlith-run --target-rms 1` find the trade-off. The same surveys with that option, by `bench/gallery_convergence.py`; products are
-those with the sensitivities, the search included:
+CONVERGED = """Most examples run `voxlith` with a given trade-off and number of iterations, so their RMS misfits differ from 1. For your own survey
+let `voxlith-run --target-rms 1` find the trade-off. The table shows the same surveys with that option, as `bench/gallery_convergence.py`
+measures them. Products are those with the sensitivities, including the search for the trade-off.
 """
 
 
@@ -117,7 +117,7 @@ def converged_table():
     """The same surveys inverted to the target misfit, a table that bench/gallery_convergence.py measured."""
     with open(os.path.join(HERE, '..', 'docs', 'measured', 'gallery-convergence.csv')) as f:
         rows = list(csv.DictReader(line for line in f if not line.startswith('#')))
-    lines = ['## To the target misfit', '', CONVERGED, '| run | RMS misfit here (iterations) | with the target | products | s |', '|---|---|---|---|---|']
+    lines = ['## To the target misfit', '', CONVERGED, '| run | RMS misfit of the example (iterations) | RMS misfit with `--target-rms 1` | products | time, s |', '|---|---|---|---|---|']
     lines += ['| %s | %s (%s) | %s | %s | %s |' % (row['run'], row['rms_example'], row['iterations_example'], row['rms'], row['products'],
                                                  row['seconds']) for row in rows]
     return '\n'.join(lines) + '\n'
