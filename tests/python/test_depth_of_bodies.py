@@ -49,6 +49,17 @@ def test_sparse_norms_keep_the_mass(tmp_path, name, norm):
         assert body.mass == pytest.approx(1.0, abs=0.25)
 
 
+PAIR = "gz pair 100-240 m"
+
+
+@pytest.mark.parametrize("name", [PAIR, *(pytest.param(name, marks=pytest.mark.slow) for name in SINGLE)])
+def test_commands_that_init_names_by_itself(tmp_path, name):
+    """Without any option, not even the sign: depth within 20 %, place within one cell, mass within 30 %."""
+    for body in recovered(name, tmp_path, recovered_depth.RECOMMENDED):
+        assert_at_its_place(body)
+        assert body.mass == pytest.approx(1.0, abs=0.3)
+
+
 @pytest.mark.slow
 def test_a_smooth_pair_of_opposite_sign(tmp_path):
     """The data hold the sum of both masses; a part of equal size that both have more, they hardly see."""
