@@ -189,7 +189,7 @@ def main() -> int:
     rows: list[list[object]] = []
     for done in chosen:
         with tempfile.TemporaryDirectory() as folder:
-            found = recover(CASES[done.case], done.norm, asked.build, Path(folder), done.seed, done.sign, done.decay)
+            found = recover(CASES[done.case], done.norm, asked.build.resolve(), Path(folder), done.seed, done.sign, done.decay)
         rows += [[*astuple(done), number, *(f"{value:.4g}" for value in astuple(body))] for number, body in enumerate(found, start=1)]
         print(f"{len(rows)} rows: {done}", file=sys.stderr, flush=True)
     names = [field.name for field in (*fields(Run), *fields(Recovered))]
