@@ -1,8 +1,9 @@
 """Whether the components of a survey belong to one field, with the axes that this program has: x east, y north, z down.
 
-Components of other axes, such as x north or z upwards, look like any others. But components of a potential field depend on
-each other: point sources below the stations that fit some of them predict the rest (equivalent sources, Dampney 1969,
-Geophysics 34, 39-53). Where the components fit badly as they are, and well with exchanged axes, the survey has those axes.
+Components of other axes, such as x north or z upwards, look like any others. But components of a potential field depend
+on each other: point sources below the stations that fit some of them predict the rest (equivalent sources, Dampney 1969,
+Geophysics 34, 39-53). Where the components fit badly as they are, and well with exchanged axes, these are the axes of the
+survey.
 """
 
 from __future__ import annotations
@@ -38,8 +39,8 @@ _BETTER, _GOOD = 2.0, 0.5  # how much better another choice must fit, and how we
 def check_axes(survey: Survey) -> list[Finding]:
     """The choice of axes with which the components agree, where it is another one than that of the survey.
 
-    At least two components of gravity and its gradients, or of the magnetic field, are needed. Raises MissingPackageError
-    without SciPy.
+    At least two components of gravity and its gradients, or of the magnetic field, are needed. Raises
+    MissingPackageError without SciPy.
     """
     findings = []
     for group in _GROUPS:
@@ -81,9 +82,10 @@ def _check_group(survey: Survey, chosen: Sequence[int]) -> list[Finding]:
     options = [option for option, used in zip(("--x-north", "--upwards"), best) if used]
     axes = " and ".join(text for text, used in zip(("x to the north and y to the east", "z upwards"), best) if used)
     swapped = "; or exchange --x and --y, where the stations have them exchanged" if best[0] else ""
-    return [Finding("error", "axes", f"{labels}: the components contradict each other with x to the east, y to the north and z "
-                    f"downwards (sources that fit all leave {100.0 * misfit[False, False]:.0f} % of them), and agree with {axes} "
-                    f"({100.0 * misfit[best]:.0f} %)", f"convert the table with voxlith-tools obs {' '.join(options)}{swapped}")]
+    text = (f"{labels}: the components contradict each other with x to the east, y to the north and z downwards (sources that "
+            f"fit all leave {100.0 * misfit[False, False]:.0f} % of them), and agree with {axes} "
+            f"({100.0 * misfit[best]:.0f} %)")
+    return [Finding("error", "axes", text, f"convert the table with voxlith-tools obs {' '.join(options)}{swapped}")]
 
 
 def _mean_distance(places: Reals) -> float:
@@ -94,8 +96,8 @@ def _mean_distance(places: Reals) -> float:
 
 
 def _misfit(places: Reals, data: Reals, codes: Sequence[int], scale: Reals, depth: float) -> float:
-    """What point sources below the stations, and a constant of each component, leave of the components: RMS, each component
-    over its size."""
+    """What point sources below the stations, and a constant of each component, leave of the components: RMS, each
+    component over its size."""
     sources = places + np.array([0.0, 0.0, depth])
     away = sources[None, :, :] - places[:, None, :]
     constants = np.repeat(np.eye(len(codes)), len(places), axis=0)
@@ -110,7 +112,7 @@ def _misfit(places: Reals, data: Reals, codes: Sequence[int], scale: Reals, dept
 
 
 def _response(away: Reals, code: int) -> Reals:
-    """Component at each station of a unit source in each place, shape (stations, sources); all but for a common factor."""
+    """Component at each station of a source in each place, shape (stations, sources), but for a common factor."""
     squared = np.square(away).sum(axis=2)
     if code in _AXES:
         first, second = _AXES[code]

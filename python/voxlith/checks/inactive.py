@@ -44,19 +44,20 @@ def check_ground(stations: Reals | None, mesh: Mesh, inactive: Mask, names: Sequ
     i = np.searchsorted(mesh.x_nodes[1:-1], stations[:, 0])
     j = np.searchsorted(mesh.y_nodes[1:-1], stations[:, 1])
     first = np.argmin(mesh.cube(inactive), axis=0)[i, j]
-    # The ground of a slope leaves the cells at the middle of a column, where they are made inactive, by as much as this.
+    # The middle of a column decides which cells are inactive; at its sides a slope is lower by as much as this.
     slope = 0.5 * np.hypot(mesh.x_widths[i], mesh.y_widths[j]) if inactive.any() else 0.0
     depth = mesh.z_nodes[first] - stations[:, 2]
     deep = above & (depth > mesh.z_widths[first] + slope)
     if deep.any():
         remedy = "use the terrain of the stations, with elevations of one datum" if inactive.any() else _TERRAIN
-        return [Finding("warning", "in-active-cells", f"{count_text(np.count_nonzero(deep), 'station')} more than one cell "
-                        f"below the top of the active cells, the deepest by {depth[deep].max():.4g} m; cells in the air "
-                        "would be part of the model", remedy, named(names, deep))]
+        count = count_text(np.count_nonzero(deep), "station")
+        return [Finding("warning", "in-active-cells", f"{count} more than one cell below the top of the active cells, the "
+                        f"deepest by {depth[deep].max():.4g} m; cells in the air would be part of the model", remedy,
+                        named(names, deep))]
     relief = float(np.ptp(stations[above, 2]))
     if not inactive.any() and relief > _MUCH_RELIEF * float(mesh.z_widths[0]):
-        return [Finding("warning", "relief", f"the elevations of the stations differ by {relief:.4g} m, and the mesh has no "
-                        "inactive cells: it follows no terrain", f"{_TERRAIN}; over flat ground this is right")]
+        return [Finding("warning", "relief", f"the elevations of the stations differ by {relief:.4g} m, and the mesh has "
+                        "no inactive cells: it follows no terrain", f"{_TERRAIN}; over flat ground this is right")]
     return []
 
 
@@ -80,7 +81,7 @@ def check_run_cells(run: Run) -> list[Finding]:
     try:
         _, inactive = common_inactive_cells([run.path(name) for name in run.control.values.mtx_files])
     except FileError as error:
-        return [Finding("error", "sensitivity-files", str(error), "compute all of them from one mesh, survey and terrain")]
+        return [Finding("error", "sensitivity-files", str(error), "compute all of them from one mesh and terrain")]
     if not inactive.any() or inactive.all():
         return []
     remedy = "name the bounds file of mtx --topography on line 8, or let voxlith-tools init write the file"
