@@ -6,6 +6,7 @@ The side file of ``gz.obs`` is ``gz.obs.json``. Programs that know nothing of it
 from __future__ import annotations
 
 import json
+import math
 import os
 from collections.abc import Iterable
 from dataclasses import dataclass, field, replace
@@ -61,10 +62,12 @@ class SideInfo:
 
     def component_factors(self, components: int) -> list[float]:
         """Factors of the misfits of the types of data that the standard deviations of a stacked run contain; 1 for each where
-        nothing is said of them."""
+        nothing is said of them. Raises ValueError for other factors than numbers above 0."""
         for step in reversed(self.history):
             factors = step.get("factors")
             if step.get("operation") == "component-factors" and isinstance(factors, list) and len(factors) == components:
+                if not all(isinstance(factor, (int, float)) and 0.0 < factor < math.inf for factor in factors):
+                    raise ValueError(f"component-factors: expected numbers above 0, found {factors}")
                 return [float(factor) for factor in factors]
         return [1.0] * components
 

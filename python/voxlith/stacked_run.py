@@ -14,7 +14,7 @@ from .io.bounds_file import CellBounds
 from .mesh import Mesh
 from .model import Model
 from .run import Fit, Run
-from .side_file import read_side_file
+from .side_file import read_side_file, side_path
 from .stack import Stack, is_stack_file
 from .survey import Survey
 from .vectors import VectorModel
@@ -193,7 +193,11 @@ class StackedRun:
 
     def _factors(self) -> list[float]:
         """Factors of the misfits that the standard deviations of the run contain."""
-        return read_side_file(self.run.path(self.run.control.values.data_file)).component_factors(len(self.stack.components))
+        path = self.run.path(self.run.control.values.data_file)
+        try:
+            return read_side_file(path).component_factors(len(self.stack.components))
+        except ValueError as error:
+            raise FileError(side_path(path), str(error)) from error
 
     def fits(self) -> list[ComponentFit]:
         """Data of each type beside their predictions, with the standard deviations of the data.

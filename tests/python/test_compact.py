@@ -18,7 +18,7 @@ from voxlith.compact_progress import CompactProgress, Round
 from voxlith.errors import FileError, UsageError
 from voxlith.io.model_file import read_model_file, write_model_file
 from voxlith.model import Model
-from voxlith.side_file import read_side_file
+from voxlith.side_file import SideInfo, read_side_file, write_side_file
 from voxlith.stack import Stack, StackedComponent, StackedProperty
 from voxlith.stacked_run import StackedRun
 from voxlith.vectors import VectorModel, unit_vector
@@ -178,6 +178,12 @@ def test_each_type_of_data_reaches_the_target(tools, mixed_folder):
     whole = [(mixed_folder / name).read_bytes() for name in ("voxlith.sus", "mixed_compact.csv", "mixed_compact.obs")]
     assert tools(*words, "--rounds", 1).status == 0
     assert "found None" in one_line(tools(*words[:-1], "--continue"), 2)
+    assert tools("compact", ".", "--control", "mixed_compact.inp", "--norm", 2, "--per-component", "--rounds", 1).status == 0
+    again = StackedRun(Run(mixed_folder, "mixed_compact_compact.inp")).fits()
+    for fit, part in zip(again, np.split(np.arange(4 * 49), 4)):
+        assert fit.observed.uncertainties()[0] == pytest.approx(given.uncertainties()[0][part], rel=1e-4)
+    write_side_file(mixed_folder / "mixed_compact.obs", SideInfo().with_step("component-factors", factors=[1.0, "a", 0.0, -1.0]))
+    assert "expected numbers above 0" in one_line(tools("unstack", ".", "--control", "mixed_compact.inp", "--no-vtr"))
     assert tools(*words, "--rounds", 8, "--continue").status == 0
     assert [(mixed_folder / name).read_bytes() for name in ("voxlith.sus", "mixed_compact.csv", "mixed_compact.obs")] == whole
 

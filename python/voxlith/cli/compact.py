@@ -199,7 +199,9 @@ def _write_weighted_data(work: _Work, progress: CompactProgress) -> tuple[float,
     shares = tuple(component_factors(stack, tried, work.options.target_rms))
     weighted_survey(stack, run.observed, shares).write(run.path(work.names.data))
     side = read_side_file(run.path(run.control.values.data_file))
-    write_side_file(run.path(work.names.data), side.with_step("component-factors", factors=list(shares)))
+    # The data of the control file may contain factors of an earlier sequence.
+    whole = [before * share for before, share in zip(side.component_factors(len(shares)), shares)]
+    write_side_file(run.path(work.names.data), side.with_step("component-factors", factors=whole))
     return shares
 
 
