@@ -5,8 +5,12 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
+#include <string>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "base/free_format.h"
 #include "base/messages.h"
@@ -188,6 +192,29 @@ std::string checkRunningModel(RunState& run, std::int64_t cells) {
     return problem + "; the run continues from the previous version, " + before;
 }
 
+// A missing control file is mostly one of another folder, or another name: the files that are here help to see which.
+void checkControlFileName(const std::string& name) {
+    TextInput input;
+    if (openTextInput(input, fileNameOf(name))) {
+        return;
+    }
+    std::error_code problem;
+    constexpr std::size_t mostNames = 5;
+    std::vector<std::string> here;
+    const std::filesystem::path folder = std::filesystem::path(name).parent_path();
+    for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, problem)) {
+        if (entry.path().extension() == ".inp") {
+            here.push_back(entry.path().filename().string());
+        }
+    }
+    std::ranges::sort(here);
+    std::string text = name + ": expected a control file, found none that can be opened";
+    for (std::size_t at = 0; at < std::min(here.size(), mostNames); ++at) {
+        text += (at == 0 ? "; in this folder: " : ", ") + here[at];
+    }
+    throw RunError(text + (here.size() > mostNames ? ", ..." : ""));
+}
+
 }  // namespace
 
 std::int32_t checkControlFile(std::span<const std::string> arguments) {
@@ -195,6 +222,7 @@ std::int32_t checkControlFile(std::span<const std::string> arguments) {
     messages.checkOnly = true;
     ControlValues control;
     readCommandLine(arguments, control);
+    checkControlFileName(control.controlFileName);
     readControlFile(messages, DateTime{}, control);
     const std::vector<std::string>& doubts = control.doubts.lines;
     if (!doubts.empty()) {

@@ -99,6 +99,19 @@ TEST(RunProgram, namesAWrongOptionBeforeAMissingOne) {
     EXPECT_EQ(result.errors, "voxlith-run: --contineu: no such option\n");
 }
 
+TEST(RunProgram, namesTheControlFilesBesideOneThatIsMissing) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(runOf(folder, {"absent.inp"}).errors,
+              "voxlith-run: absent.inp: expected a control file, found none that can be opened\n");
+    folder.write("b.inp", "");
+    folder.write("a.inp", "");
+    const ProgramResult result = runOf(folder, {"absent.inp", "--check"});
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(result.errors,
+              "voxlith-run: absent.inp: expected a control file, found none that can be opened; in this folder: a.inp, "
+              "b.inp\n");
+}
+
 TEST(RunProgram, endsAStopByAMessageWithStatus1) {
     const TemporaryFolder folder;
     writeRunSurvey(folder, ControlLines().set(6, "missing.mod"));
