@@ -56,18 +56,21 @@ struct ProductRange {
     double least = 0, most = 0;
 };
 
-ProductRange expectedProducts(const RunOptions& options) {
+ProductRange expectedProducts(const RunOptions& options, bool inSubspace) {
     if (options.modelNorm != ModelNorm::smooth) {
         return {1000.0, 3000.0};
     }
     if (options.perComponent) {
         return {250.0, 600.0};
     }
+    if (inSubspace) {
+        return {30.0, 120.0};
+    }
     return options.targetRms ? ProductRange{200.0, 400.0} : ProductRange{100.0, 400.0};
 }
 
 std::string describeConvergedRun(RunState& run, const RunOptions& options, const InversionProblem& problem) {
-    constexpr NewtonLimits shortStep{{0.1, 2}};
+    constexpr NewtonLimits shortStep{{0.1, 2}, {}, 1};
     ConvergedMode mode;
     mode.state.settings = convergedSettingsOf(options);
     InversionLoop loop{problem, run.messages, run.progressTable};
@@ -78,7 +81,7 @@ std::string describeConvergedRun(RunState& run, const RunOptions& options, const
     const std::span<const double> model = std::span(problem.arrays.model).first(problem.modelSize());
     takeNewtonStep(problem, mode.work, evaluateObjective(problem, mode.work, model), shortStep);
     const double product = (clockSeconds() - start) / static_cast<double>(mode.work.data.productCount - before);
-    const ProductRange each = expectedProducts(options);
+    const ProductRange each = expectedProducts(options, mode.work.subspace.capacity > 0);
     const auto definitions = static_cast<double>(problem.products.products.size());
     const ProductRange all{each.least * definitions, each.most * definitions};
     char products[64];

@@ -428,7 +428,7 @@ TEST(RunProgram, checksWithoutWriting) {
     const ProgramResult converged = runOf(folder, {"voxlith.inp", "--check", "--target-rms"});
     EXPECT_EQ(converged.exitStatus, 0) << converged.errors;
     EXPECT_EQ(namesIn(folder), before);
-    EXPECT_TRUE(contains(converged.screen, "products:         typically 200 to 400, about ")) << converged.screen;
+    EXPECT_TRUE(contains(converged.screen, "products:         typically 30 to 120, about ")) << converged.screen;
     EXPECT_FALSE(contains(converged.screen, "iteration")) << converged.screen;
     const ProgramResult single = runOf(folder, {"voxlith.inp", "--check", "--target-rms", "--per-component"});
     EXPECT_EQ(single.exitStatus, 2);

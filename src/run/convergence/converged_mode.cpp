@@ -11,6 +11,7 @@
 #include "inversion/running_files.h"
 #include "run/convergence/convergence_report.h"
 #include "run/convergence/norm_operator.h"
+#include "run/convergence/subspace_step.h"
 
 namespace voxlith {
 
@@ -299,10 +300,16 @@ void advanceSparse(ConvergedMode& mode, InversionLoop& loop, const ConvergedReco
     }
 }
 
+void keepCounts(ConvergedMode& mode) {
+    mode.state.products = mode.work.data.productCount;
+    mode.state.directions = static_cast<std::int64_t>(mode.work.subspace.count);
+}
+
 }  // namespace
 
 std::vector<StateBlock> blocksOf(ConvergedMode& mode) {
     return {blockOf(convergedBlock, mode.state),
+            blockOfArray("data directions", std::span(mode.work.subspace.directions), mode.state.directions > 0),
             blockOfArray("sparse model", std::span(mode.sparseModel), mode.state.phase == ConvergedPhase::sparse)};
 }
 
@@ -314,6 +321,10 @@ void checkConvergedSettings(const ConvergedSettings& settings, const ObsSet& obs
 
 void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) {
     mode.state.components = makeComponentSearch();
+    const bool quadratic = mode.state.settings.cross.weight == 0.0;
+    const std::size_t directions = quadratic ? directionsWorthwhile(problem) : 0;
+    const auto data = static_cast<std::size_t>(problem.obs.nData) * static_cast<std::size_t>(problem.obs.nDataTypes);
+    mode.work.subspace = makeDataSubspace(data, problem.modelSize(), std::min(directions, data));
     if (mode.state.settings.modelNorm != ModelNorm::smooth) {
         mode.sparseModel.assign(problem.modelSize(), 0.0);
     }
@@ -322,7 +333,9 @@ void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) 
 void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
     const InversionProblem& problem = loop.problem;
     ConvergedState& state = mode.state;
+    DataSubspace subspace = std::move(mode.work.subspace);
     mode.work = prepareNewton(problem);
+    mode.work.subspace = std::move(subspace);
     mode.work.cross = makeCrossGradient(problem, state.settings.cross);
     if (state.settings.modelNorm != ModelNorm::smooth) {
         mode.weights = records.weights;
@@ -332,6 +345,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     }
     const ScaledObjective start = evaluateObjective(problem, mode.work, modelOf(problem));
     scaleComponents(mode, problem);  // the valid data are known now
+    restoreImages(problem, mode.work.data, static_cast<std::size_t>(state.directions), mode.work.subspace);
     loop.state.iterTerms = start.terms;
     loop.state.barrier = Barrier{};  // bounds are kept exactly
     InversionOptions& options = records.options;
@@ -353,7 +367,7 @@ void beginConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Converge
     }
     evaluateGradient(problem, mode.work, modelOf(problem));
     state.multiplier = options.multiplier;
-    state.products = mode.work.data.productCount;
+    keepCounts(mode);
 }
 
 bool takeConvergedStep(ConvergedMode& mode, InversionLoop& loop, const ConvergedRecords& records) {
@@ -397,7 +411,7 @@ void advanceConvergedMode(ConvergedMode& mode, InversionLoop& loop, const Conver
     } else if (isConverged(mode, loop)) {
         beginNextPhase(mode, loop, records);
     }
-    state.products = mode.work.data.productCount;
+    keepCounts(mode);
 }
 
 bool missedTarget(const ConvergedMode& mode) {

@@ -56,6 +56,7 @@ struct ConvergedState {
     double objective = 0;
     double cross = 0;  // beta phi_x, a part of the objective
     std::int64_t products = 0;
+    std::int64_t directions = 0;  // of the data that the products have shown
     std::int32_t stepsAtTradeoff = 0;
     bool improved = true;
     ConvergedEnd end = ConvergedEnd::running;

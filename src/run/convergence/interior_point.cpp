@@ -66,7 +66,7 @@ InteriorPoint enterInterior(const InversionProblem& problem, NewtonWork& work, d
         }
         work.direction[n] = work.trial[n] - model[n];
     }
-    applyHessian(problem, work);
+    applyHessian(problem, work, DataTerm::whole);
     for (std::size_t n = 0; n < model.size(); ++n) {
         work.gradient[n] += work.product[n];
     }
@@ -146,7 +146,7 @@ InteriorSolution moveInterior(const InversionProblem& problem, NewtonWork& work,
     }
     const double share = longestShareOfStep(work, point, target);
     work.direction = work.step;
-    applyHessian(problem, work);
+    applyHessian(problem, work, DataTerm::whole);
     moveBy(work, share, target, point);
     const double unsolved = (1.0 - share) * (1.0 - share) + limits.tolerance * limits.tolerance;
     return {2.0 * complementarity(work, point) + unsolved * solved.predictedDecrease, false};

@@ -17,8 +17,10 @@ void keepFree(const NewtonWork& work, std::span<double> values) {
 }
 
 // The preconditioner for the free cells and the trade-off of this step; `extraDiagonal` is empty or by cell.
-void updatePreconditioner(const InversionProblem& problem, NewtonWork& work, std::span<const double> extraDiagonal) {
-    constexpr double dataShare = 0.1;  // most of diag(J'J) lies in few directions: all of it slows convergence
+void updatePreconditioner(const InversionProblem& problem, NewtonWork& work, DataTerm data,
+                          std::span<const double> extraDiagonal) {
+    // Most of diag(J'J) lies in few directions: all of it slows convergence.
+    const double dataShare = data == DataTerm::whole ? 0.1 : 0.0;
     const std::size_t cells = problem.mesh.cellCount();
     for (std::size_t n = 0; n < work.direction.size(); ++n) {
         work.direction[n] = dataShare * work.dataDiagonal[n] + (extraDiagonal.empty() ? 0.0 : extraDiagonal[n]);
@@ -85,22 +87,26 @@ void precondition(const InversionProblem& problem, NewtonWork& work) {
     }
 }
 
-double preconditionedSquare(const InversionProblem& problem, NewtonWork& work) {
-    updatePreconditioner(problem, work, {});
+double preconditionedSquare(const InversionProblem& problem, NewtonWork& work, DataTerm data) {
+    updatePreconditioner(problem, work, data, {});
     precondition(problem, work);
     return dot(work, work.residual, work.preconditioned);
 }
 
-void applyHessian(const InversionProblem& problem, NewtonWork& work) {
-    applyJacobian(problem, work.data, work.direction, work.dataVector);
-    applyTransposedJacobian(problem, work.data, work.dataVector, work.product);
+void applyHessian(const InversionProblem& problem, NewtonWork& work, DataTerm data) {
+    if (data == DataTerm::known) {
+        applyImages(work.subspace, work.direction, work.subspace.coefficients);
+        combineImages(work.subspace, work.subspace.coefficients, work.product);
+    } else {
+        applyJacobian(problem, work.data, work.direction, work.dataVector);
+        applyTransposedJacobian(problem, work.data, work.dataVector, work.product);
+    }
     const double nData = problem.obs.nData;
     for (double& value : work.product) {
         value /= nData;
     }
     addNormOfTypes(problem, work, GradientMode::hessianProduct, work.direction, work.product);
     addCrossHessian(work.cross, work.direction, work.product);
-    keepFree(work, work.product);
 }
 
 SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, const SolveLimits& limits,
@@ -108,7 +114,7 @@ SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, cons
     SolveResult result;
     std::fill(work.step.begin(), work.step.end(), 0.0);
     scaledResiduals(problem, work.data, work.dataStep);
-    updatePreconditioner(problem, work, extraDiagonal);
+    updatePreconditioner(problem, work, limits.data, extraDiagonal);
     precondition(problem, work);
     work.direction = work.preconditioned;
     double rz = dot(work, work.residual, work.preconditioned);
@@ -121,7 +127,8 @@ SolveResult solveForStep(const InversionProblem& problem, NewtonWork& work, cons
             result.stopped = true;
             break;
         }
-        applyHessian(problem, work);
+        applyHessian(problem, work, limits.data);
+        keepFree(work, work.product);
         for (std::size_t n = 0; n < extraDiagonal.size(); ++n) {
             work.product[n] += extraDiagonal[n] * work.direction[n];
         }

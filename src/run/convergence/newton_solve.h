@@ -15,9 +15,13 @@
 
 namespace voxlith {
 
+// The data term of a system: the whole, at two products for each application, or what work.subspace has of it.
+enum class DataTerm : std::uint8_t { whole, known };
+
 struct SolveLimits {
     double tolerance = 0.1;  // of the residual, in the norm of the preconditioner, over that at the start
     std::int32_t mostSteps = 60;
+    DataTerm data = DataTerm::whole;
 };
 
 // Where phi is quadratic: a step that keeps within the bounds is solved on until phi is as near its minimum as
@@ -35,14 +39,14 @@ struct SolveResult {
     bool stopped = false;  // by a signal, see run/stop_signal.h: the step is of no use
 };
 
-// work.product = H work.direction, 0 in cells that are not free.
-void applyHessian(const InversionProblem& problem, NewtonWork& work);
+// work.product = H work.direction, in all cells.
+void applyHessian(const InversionProblem& problem, NewtonWork& work, DataTerm data);
 
 // work.preconditioned = preconditioner times work.residual, as solveForStep has set it up last.
 void precondition(const InversionProblem& problem, NewtonWork& work);
 
 // The square of work.residual in the norm of the preconditioner for the present free cells.
-double preconditionedSquare(const InversionProblem& problem, NewtonWork& work);
+double preconditionedSquare(const InversionProblem& problem, NewtonWork& work, DataTerm data);
 
 // work.step = an approximate solution for the right side work.residual, which becomes what is left of it.
 // `extraDiagonal` is D by cell, or empty for none.

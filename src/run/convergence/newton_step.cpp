@@ -4,32 +4,14 @@
 #include <cmath>
 #include <span>
 
+#include "run/convergence/free_cells.h"
 #include "run/convergence/interior_point.h"
 #include "run/convergence/projected_search.h"
+#include "run/convergence/subspace_step.h"
 
 namespace voxlith {
 
 namespace {
-
-// Cells that are not fixed, have any term, and are not held at a bound by the gradient.
-std::size_t findFreeCells(const InversionProblem& problem, NewtonWork& work) {
-    const std::span<const double> model = modelOf(problem);
-    std::size_t count = 0;
-    for (std::size_t n = 0; n < model.size(); ++n) {
-        const bool held = (model[n] <= work.lower[n] && work.gradient[n] > 0.0) ||
-                          (model[n] >= work.upper[n] && work.gradient[n] < 0.0);
-        const bool determined = problem.bounds.fixedCell[n] == 0 && diagonalOf(problem, work, n) > 0.0;
-        work.isFree[n] = determined && !held ? 1 : 0;
-        count += work.isFree[n];
-    }
-    return count;
-}
-
-void takeNegativeGradient(NewtonWork& work) {
-    for (std::size_t n = 0; n < work.residual.size(); ++n) {
-        work.residual[n] = work.isFree[n] != 0 ? -work.gradient[n] : 0.0;
-    }
-}
 
 // Along work.step. True when it has found a better model.
 bool search(const InversionProblem& problem, NewtonWork& work, std::int32_t mostTrials, NewtonResult& result) {
@@ -44,7 +26,7 @@ bool search(const InversionProblem& problem, NewtonWork& work, std::int32_t most
 
 double squareOfFreeGradient(const InversionProblem& problem, NewtonWork& work) {
     takeNegativeGradient(work);
-    return preconditionedSquare(problem, work);
+    return preconditionedSquare(problem, work, DataTerm::whole);
 }
 
 void takeProjectedStep(const InversionProblem& problem, NewtonWork& work, const SolveLimits& limits,
@@ -69,6 +51,21 @@ void takeProjectedStep(const InversionProblem& problem, NewtonWork& work, const 
     }
 }
 
+void takeStepInSubspace(const InversionProblem& problem, NewtonWork& work, const NewtonLimits& limits,
+                        NewtonResult& result) {
+    const std::size_t before = work.subspace.count;
+    result.gradientNorm = std::sqrt(squareOfFreeGradient(problem, work));
+    const SubspaceResult step = takeSubspaceStep(problem, work, result.reached, limits.accuracy, limits.mostRounds);
+    result.reached = step.reached;
+    result.trials = step.trials;
+    result.improved = step.improved;
+    result.remaining = step.remaining;
+    result.stopped = step.stopped;
+    if (result.stopped) {
+        work.subspace.count = before;
+    }
+}
+
 // From the model that the projected step has reached.
 void takeInteriorStep(const InversionProblem& problem, NewtonWork& work, double accuracy, NewtonResult& result) {
     constexpr std::int32_t mostTrials = 30;
@@ -90,7 +87,8 @@ void takeInteriorStep(const InversionProblem& problem, NewtonWork& work, double 
 // not quadratic that says too little: it may go on falling as much as the step promised.
 void estimateRemaining(const InversionProblem& problem, NewtonWork& work, bool quadratic, NewtonResult& result) {
     evaluateGradient(problem, work, modelOf(problem));
-    const double square = findFreeCells(problem, work) > 0 ? squareOfFreeGradient(problem, work) : 0.0;
+    const double square =
+        findFreeCells(problem, work, modelOf(problem)) > 0 ? squareOfFreeGradient(problem, work) : 0.0;
     result.gradientNormAfter = std::sqrt(square);
     if (!std::isfinite(result.remaining)) {  // an interior step has its own bound
         const double ofGradient = square * result.inverseCurvature;
@@ -107,16 +105,20 @@ NewtonResult takeNewtonStep(const InversionProblem& problem, NewtonWork& work, c
     NewtonResult result;
     result.reached = current;
     evaluateGradient(problem, work, model);
-    if (findFreeCells(problem, work) == 0) {
+    if (findFreeCells(problem, work, modelOf(problem)) == 0) {
         result.remaining = 0.0;
         return result;
     }
     work.startModel.assign(model.begin(), model.end());
     const bool quadratic = !work.data.amplitude && work.cross.weight == 0.0;
     const SolveGoal goal{limits.accuracy, quadratic ? current.objective : 0.0};
-    takeProjectedStep(problem, work, limits.solve, goal, result);
-    if (!result.improved && !result.stopped) {
-        evaluateObjective(problem, work, model);  // predictions of the trial become those of the model again
+    if (quadratic && work.subspace.count < work.subspace.capacity) {
+        takeStepInSubspace(problem, work, limits, result);
+    } else {
+        takeProjectedStep(problem, work, limits.solve, goal, result);
+        if (!result.improved && !result.stopped) {
+            evaluateObjective(problem, work, model);  // predictions of the trial become those of the model again
+        }
     }
     const double decrease = current.objective - result.reached.objective;
     const double accuracy = accuracyAt(limits.accuracy, result.reached.misfit);

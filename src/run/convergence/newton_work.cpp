@@ -55,11 +55,25 @@ void projectStart(const InversionProblem& problem, const NewtonWork& work) {
     }
 }
 
+void divideByData(const InversionProblem& problem, std::span<double> values) {
+    const double nData = problem.obs.nData;
+    for (double& value : values) {
+        value /= nData;
+    }
+}
+
 void updateDataDiagonal(const InversionProblem& problem, NewtonWork& work) {
     estimateDataDiagonal(problem, work.data, work.dataDiagonal);
-    const double nData = problem.obs.nData;
-    for (double& value : work.dataDiagonal) {
-        value /= nData;
+    divideByData(problem, work.dataDiagonal);
+}
+
+// work.gradient from the part of the data.
+void finishGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {
+    work.gradient = work.dataGradient;
+    addNormOfTypes(problem, work, GradientMode::gradient, model, work.gradient);
+    addCrossGradient(work.cross, model, work.gradient);
+    for (std::size_t n = 0; n < work.gradient.size(); ++n) {
+        work.gradient[n] = problem.bounds.fixedCell[n] == 0 ? work.gradient[n] : 0.0;
     }
 }
 
@@ -142,6 +156,7 @@ void setComponentScales(const InversionProblem& problem, std::span<const double>
     std::copy(scales.begin(), scales.end(), work.data.componentScale.begin());
     updateDataDiagonal(problem, work);
     work.hasDataGradient = false;
+    work.subspace.count = 0;
 }
 
 ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {
@@ -159,19 +174,23 @@ ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& w
 void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model) {
     if (!work.hasDataGradient) {
         scaledResiduals(problem, work.data, work.dataVector);
-        applyTransposedJacobian(problem, work.data, work.dataVector, work.dataGradient);
-        const double nData = problem.obs.nData;
-        for (double& value : work.dataGradient) {
-            value /= nData;
+        if (!applyTransposed(problem, work.data, work.dataVector, work.subspace, work.dataGradient)) {
+            applyTransposedJacobian(problem, work.data, work.dataVector, work.dataGradient);
         }
+        divideByData(problem, work.dataGradient);
         work.hasDataGradient = true;
     }
-    work.gradient = work.dataGradient;
-    addNormOfTypes(problem, work, GradientMode::gradient, model, work.gradient);
-    addCrossGradient(work.cross, model, work.gradient);
-    for (std::size_t n = 0; n < work.gradient.size(); ++n) {
-        work.gradient[n] = problem.bounds.fixedCell[n] == 0 ? work.gradient[n] : 0.0;
+    finishGradient(problem, work, model);
+}
+
+bool takeGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> residual,
+                  std::span<const double> model) {
+    if (!applyTransposed(problem, work.data, residual, work.subspace, work.dataGradient)) {
+        return false;
     }
+    divideByData(problem, work.dataGradient);
+    finishGradient(problem, work, model);
+    return true;
 }
 
 }  // namespace voxlith

@@ -14,6 +14,7 @@
 #include "inversion/objective.h"
 #include "run/convergence/cross_gradient.h"
 #include "run/convergence/data_operator.h"
+#include "run/convergence/data_subspace.h"
 #include "run/convergence/multigrid.h"
 
 namespace voxlith {
@@ -31,6 +32,7 @@ struct NewtonWork {
     std::vector<double> startModel;  // before a step that can be given up
     std::vector<double> dataVector;  // nData by component
     std::vector<double> dataStep;    // nData by component: residuals after a step
+    DataSubspace subspace;           // in use where its capacity is not 0
     std::vector<double> blockSums;   // of inner products
     std::vector<std::uint8_t> isFree;
     std::vector<Multigrid> grids;  // by model type
@@ -59,6 +61,11 @@ ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& w
 
 // work.gradient = g at `model`, where evaluateObjective was called last. Takes products only the first time there.
 void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);
+
+// work.gradient = g at `model` from its scaled residuals; dataGradient with it. False, and nothing done, when
+// work.subspace has no room.
+bool takeGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> residual,
+                  std::span<const double> model);
 
 // out += mu R (vector - reference), or mu R vector for a Hessian product; all model types.
 void addNormOfTypes(const InversionProblem& problem, NewtonWork& work, GradientMode mode,
