@@ -92,10 +92,10 @@ def main() -> None:
         rows: list[list[object]] = []
         peers = [Objective.of(folder, "gz.obs", tradeoff, physical=physical) for physical in (False, True)]
         for share in asked.share:
-            tolerance, reached, products = share, np.inf, 0
+            tolerance, reached, products = 8.0 * share, np.inf, 0
             while reached > least * (1.0 + share):
                 reached, products = converge(build, folder, tradeoff, tolerance)
-                tolerance *= 0.3
+                tolerance *= 0.7
             goal = least * (1.0 + share)
             rows.append([share, products, *(scipy_products(peer, goal) for peer in peers)])
         write_table(asked.csv, ["share", "voxlith_run", "scipy_variable", "scipy_model"], rows)

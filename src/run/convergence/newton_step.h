@@ -31,7 +31,7 @@ namespace voxlith {
 struct NewtonLimits {
     SolveLimits solve;
     AccuracyRule accuracy{};       // that ends the run
-    std::int32_t mostRounds = 10;  // of a step in the directions of the data, see run/convergence/subspace_step.h
+    std::int32_t mostRounds = 12;  // of a step in the directions of the data, see run/convergence/subspace_step.h
 };
 
 struct NewtonResult {
