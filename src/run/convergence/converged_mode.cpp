@@ -321,8 +321,10 @@ void checkConvergedSettings(const ConvergedSettings& settings, const ObsSet& obs
 
 void prepareConvergedMode(ConvergedMode& mode, const InversionProblem& problem) {
     mode.state.components = makeComponentSearch();
-    const bool quadratic = mode.state.settings.cross.weight == 0.0;
-    const std::size_t directions = quadratic ? directionsWorthwhile(problem) : 0;
+    // Factors of components change the data term too often.
+    const ConvergedSettings& settings = mode.state.settings;
+    const bool worthwhile = settings.cross.weight == 0.0 && !settings.perComponent;
+    const std::size_t directions = worthwhile ? directionsWorthwhile(problem) : 0;
     const auto data = static_cast<std::size_t>(problem.obs.nData) * static_cast<std::size_t>(problem.obs.nDataTypes);
     mode.work.subspace = makeDataSubspace(data, problem.modelSize(), std::min(directions, data));
     if (mode.state.settings.modelNorm != ModelNorm::smooth) {
