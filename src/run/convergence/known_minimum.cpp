@@ -37,13 +37,14 @@ double moveAlongDirection(const InversionProblem& problem, NewtonWork& work) {
 double moveAlongProjection(const InversionProblem& problem, NewtonWork& work) {
     constexpr int mostTrials = 20;
     double decrease = 0.0, length = 1.0;
-    for (int trial = 0; trial < mostTrials && !(decrease > 0.0); ++trial, length *= 0.5) {
+    for (int trial = 0; trial < mostTrials && !(decrease > 0.0); ++trial) {
         for (std::size_t n = 0; n < work.trial.size(); ++n) {
             const double moved = work.trial[n] + length * work.step[n];
             const double kept = std::min(std::max(moved, work.lower[n]), work.upper[n]);
             work.direction[n] = work.isFree[n] != 0 ? kept - work.trial[n] : 0.0;
         }
         decrease = moveAlongDirection(problem, work);
+        length *= 0.5;
     }
     return decrease;
 }
