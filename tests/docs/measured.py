@@ -6,13 +6,19 @@ docs/measured or are computed from the page's own formulas. White space of the p
 from __future__ import annotations
 
 import csv
+import json
 import re
 import string
 from pathlib import Path
 from typing import NamedTuple
 
+from shown import Shown, shown_text
+
 ROOT = Path(__file__).resolve().parents[2]
 TABLES = ROOT / 'docs' / 'measured'
+# Years, powers, names such as x86-64 and 3-D, numbers of headings, and what is counted in the order of a list: line 12, style 2.
+NO_NUMBERS = re.compile(r'(?m)\b(?:19|20)\d\d\b|10\^-?\d+|10[⁰¹²³⁴-⁹⁻]+|\b[A-Za-z]\w*(?:-\d+)+\b|\b[123]-D\b|^#+ \d+\.|'
+                        r'\b(?:exit status|lines?|[Ss]tyles?|components?|sections?|flag|mode|round|file) \d+(?:(?:,| and| or| to) \d+)*(?! ?[%\w])')
 NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
 
 
@@ -65,6 +71,33 @@ def page_text(page: str) -> str:
     return (ROOT / 'docs' / page).read_text(encoding='utf-8')
 
 
+def shown(page: str, pattern: str, where: int = 0) -> list[float]:
+    """The numbers that the groups of a pattern find in the output or the commands that a page shows, at its first place or a later one."""
+    found = list(re.finditer(pattern, shown_text(page_text(page)), re.M))
+    if len(found) <= where:
+        raise ValueError(f'{page} shows no {pattern}')
+    return [float(word.replace(',', '')) for word in found[where].groups()]
+
+
+def setting(path: str, pattern: str) -> float:
+    """The number that the group of a pattern finds in a source file."""
+    found = re.search(pattern, (ROOT / path).read_text(encoding='utf-8'), re.M)
+    if found is None:
+        raise ValueError(f'{path}: no {pattern}')
+    return float(found[1])
+
+
+def tutorial_table(name: str) -> list[dict[str, str]]:
+    """The rows of a table of the tutorials."""
+    with (ROOT / 'docs' / 'tutorial' / name).open(encoding='ascii') as file:
+        return list(csv.DictReader(file))
+
+
+def bodies_of(name: str) -> list[dict[str, list[float]]]:
+    """The true bodies of a tutorial: ranges in x, y and elevation."""
+    return json.loads((ROOT / 'docs' / 'tutorial' / name).read_text(encoding='ascii'))['bodies']
+
+
 def numbers_in(text: str) -> list[float]:
     return [float(found.replace(',', '')) for found in re.findall(rf'(?<![\w.]){NUMBER}', text)]
 
@@ -102,9 +135,10 @@ def masked_prose(text: str) -> str:
 
 
 def unsourced_numbers(text: str, statements: list[Statement], given: list[str]) -> list[str]:
-    """Numbers in the prose of a page that stand neither in a statement nor in a given phrase (a setting, a definition, a reference).
+    """Numbers in the prose of a page that stand neither in a statement nor in a given phrase (a setting, a definition, a reference),
+    and that no tested block of the page shows.
 
-    Code, years and numbers within names (such as x86-64 or 10^6) are left out.
+    Code and NO_NUMBERS are left out.
     """
     prose = list(masked_prose(text))
     phrases = [statement.pattern() for statement in statements]
@@ -116,8 +150,10 @@ def unsourced_numbers(text: str, statements: list[Statement], given: list[str]) 
             faults.append(f'not on the page: {phrase.pattern}')
         for found in matches:
             prose[found.start():found.end()] = ' ' * (found.end() - found.start())
-    rest = re.sub(r'\b(19|20)\d\d\b|10\^-?\d+', lambda found: ' ' * len(found.group(0)), ''.join(prose))
-    for found in re.finditer(r'(?<![\w^.-])\d[\d.,]*', rest):
-        line = rest.count('\n', 0, found.start()) + 1
-        faults.append(f"line {line}: no source for {found.group(0)}: {text[max(0, found.start() - 40):found.end() + 30]!r}")
+    rest = NO_NUMBERS.sub(lambda found: ' ' * len(found.group(0)), ''.join(prose))
+    shown = Shown(text)
+    for found in re.finditer(rf'(?<![\w^.]){NUMBER}', rest):
+        line, word = rest.count('\n', 0, found.start()), found.group(0).rstrip(',')
+        if not shown.has(word, line):
+            faults.append(f"line {line + 1}: no source for {word}: {text[max(0, found.start() - 40):found.end() + 30]!r}")
     return faults
