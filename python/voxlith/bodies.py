@@ -37,6 +37,7 @@ MUCH = 0.1
 _WIDE = 1.01  # width of a padding column over that of the core's columns
 _FEWEST_LAYERS = 4  # in thinner models, the bottom layer says nothing
 _AT_BOUND = 1.0e-3  # distance from a bound, over the bound
+_LEAST_PEAK, _LEAST_EXCESS = 0.1, 0.2  # of the other sign's, from which on a weaker sign has bodies of its own threshold
 
 
 @dataclass(frozen=True)
@@ -134,7 +135,7 @@ def find_bodies(model: Model, threshold: float = THRESHOLD, ground: Reals | None
     model : Model
     threshold : float
         Cells of this share of the peak of their sign or more. A sign whose peak is below this share of that of the other
-        sign has no body.
+        sign has bodies only where it matters (:func:`weaker_sign`).
     ground : ndarray, shape (nx, ny), optional
         Elevation of the ground above each column.
 
@@ -148,12 +149,64 @@ def find_bodies(model: Model, threshold: float = THRESHOLD, ground: Reals | None
     if not 0.0 < threshold <= 1.0:
         raise UsageError(f"bodies: expected a threshold above 0 and at most 1, found {threshold:g}")
     values = _known(model)
+    weaker = weaker_sign(model, threshold)
     found = []
     for sign in (1.0, -1.0):
         peak = float((sign * values).max(initial=0.0))
-        if peak > 0.0 and peak >= threshold * float(np.abs(values).max()):
+        if peak > 0.0 and (weaker is None or weaker.matters or sign * weaker.peak < 0.0):
             found += [_body(model.mesh, values, cells, ground) for cells in connected_cells(model.mesh, sign * values >= threshold * peak)]
     return sorted(found, key=lambda body: -abs(body.excess))
+
+
+@dataclass(frozen=True)
+class WeakerSign:
+    """The sign whose peak is below the threshold times that of the other sign.
+
+    Attributes
+    ----------
+    peak : float
+        Its value that is farthest from 0.
+    ratio : float
+        Of its peak to that of the other sign.
+    matters : bool
+        Whether it may stand for a body of weak contrast: its peak is at least a tenth of the other, and its cells above the
+        threshold of their own peak have at least a fifth of the excess of those of the other sign.
+    """
+
+    peak: float
+    ratio: float
+    matters: bool
+
+    @property
+    def side(self) -> str:
+        """Where its values lie."""
+        return "above 0" if self.peak > 0.0 else "below 0"
+
+
+def weaker_sign(model: Model, threshold: float = THRESHOLD) -> WeakerSign | None:
+    """The sign that a common threshold for both signs would hide; None where there is none."""
+    values, volumes = _known(model), model.mesh.volumes()
+    peaks = [float(values.max(initial=0.0)), float(values.min(initial=0.0))]
+    weak = int(abs(peaks[1]) < abs(peaks[0]))
+    peak, other = peaks[weak], peaks[1 - weak]
+    if peak == 0.0 or abs(peak) >= threshold * abs(other):
+        return None
+    parts = [values / limit >= threshold for limit in (peak, other)]
+    excess, usual = (abs(float((values[part] * volumes[part]).sum())) for part in parts)
+    ratio = abs(peak / other)
+    return WeakerSign(peak, ratio, ratio >= _LEAST_PEAK and excess >= _LEAST_EXCESS * usual)
+
+
+def weaker_sign_text(model: Model, threshold: float = THRESHOLD) -> str:
+    """What a list of bodies does with the weaker sign; an empty text where there is nothing to say."""
+    found = weaker_sign(model, threshold)
+    if found is None or found.ratio < _LEAST_PEAK:
+        return ""
+    start = f"values {found.side}: peak {found.peak:.4g}, {found.ratio:.2g} of that of the other sign"
+    if found.matters:
+        return f"{start}; their bodies have {threshold:g} of their own peak or more"
+    # Rounded down, so that the peak is not below this share of the other.
+    return f"{start}, and little excess: no body; --threshold {math.floor(100.0 * found.ratio) / 100.0:g} lists them"
 
 
 def _known(model: Model) -> Reals:

@@ -37,12 +37,15 @@ class Overrides:
     iterations : int or None
     bounds : str
         ``"lower,upper"`` or ``"null"``; empty for none.
+    both_signs : bool
+        Whether known bounds allow values of both signs: without a sign of the user the model then may have either.
     """
 
     sign: int | None = None
     tradeoff: float | None = None
     iterations: int | None = None
     bounds: str = ""
+    both_signs: bool = False
 
 
 @dataclass
@@ -107,7 +110,7 @@ def choose_values(headers: Sequence[MtxHeader], overrides: Overrides) -> Choices
     mixed = any(magnetic) and not all(magnetic)
     sign = overrides.sign
     if sign is None:
-        sign = 0 if mixed or not magnetic[0] else 1
+        sign = 0 if mixed or not magnetic[0] or overrides.both_signs else 1
     bounds = overrides.bounds or _bounds_of(sign, "1")
     cell = _cell_size(headers[0])
     iterations = overrides.iterations or (_MANY_ITERATIONS if sign or mixed else _USUAL_ITERATIONS)

@@ -73,8 +73,8 @@ def read_terrain(path: PathLike, places: npt.ArrayLike, step: float, *, crs: str
         found = read_raster_terrain(path, box, step, crs=crs, raster_crs=terrain_crs, shift=shift)
         warning = ""
         if found.covered < _LEAST_COVERED:
-            warning = (f"{os.fspath(path)}: the raster covers {100.0 * found.covered:.0f} % of the mesh; elsewhere the elevation "
-                       "of the nearest point is used")
+            warning = (f"{os.fspath(path)}: the raster covers {100.0 * found.covered:.0f} % of the area needed; elsewhere the "
+                       "elevation of the nearest point is used")
         return Terrain(check_points(found.points, path)), warning
     if gxf:
         points, own = _gxf_points(path, step)
@@ -131,7 +131,7 @@ def _coverage_warning(path: PathLike, points: Reals, box: Box, in_degrees: bool)
     if low[0] > box.west + 0.25 * wide or high[0] < box.east - 0.25 * wide or low[1] > box.south + 0.25 * wide or \
             high[1] < box.north - 0.25 * wide:
         return (f"{os.fspath(path)}: the points lie at x {low[0]:g} to {high[0]:g}, y {low[1]:g} to {high[1]:g}, which leaves out "
-                "much of the mesh; there the elevation of the nearest point is used")
+                "much of the area needed; there the elevation of the nearest point is used")
     return ""
 
 

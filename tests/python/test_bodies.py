@@ -13,7 +13,7 @@ from hypothesis import strategies as st
 
 from voxlith import Mesh, Model, Run, UsageError
 from voxlith.bodies import (body_remark, connected_cells, core_columns, distribution, doubts, excess_above, excess_unit,
-                            find_bodies, top_of)
+                            find_bodies, top_of, weaker_sign_text)
 from voxlith.io.bounds_file import bounds_of_numbers
 from voxlith.report.contents import report_contents
 
@@ -57,6 +57,22 @@ def test_a_weak_sign_has_no_body(mesh):
     for share in (0.0, 1.5, math.nan):
         with pytest.raises(UsageError, match="threshold"):
             find_bodies(Model(mesh, values), share)
+
+
+def test_a_weak_sign_of_much_excess_has_bodies_of_its_own_peak(mesh):
+    strong, weak = box(mesh, 0.4, (650, 850), (650, 850), (50, 150)), box(mesh, -0.06, (450, 650), (450, 650), (-100, 100))
+    model = Model(mesh, strong + weak)
+    assert weaker_sign_text(model) == "values below 0: peak -0.06, 0.15 of that of the other sign; their bodies have 0.5 of their own peak or more"
+    listed = find_bodies(model)
+    assert [one.peak for one in listed] == [0.4, -0.06]
+    assert sum(one.excess for one in listed if one.excess < 0.0) == pytest.approx(excess_above(model, (0.5,))[0].negative)
+    assert [one.peak for one in find_bodies(Model(mesh, -strong - weak))] == [-0.4, 0.06]
+    assert weaker_sign_text(Model(mesh, strong)) == "" and weaker_sign_text(Model(mesh, strong - strong)) == ""
+    faint = Model(mesh, strong + weak / 2.0)
+    assert len(find_bodies(faint)) == 1 and weaker_sign_text(faint) == ""
+    small = Model(mesh, strong + box(mesh, -0.06, (450, 550), (450, 550), (50, 100)))
+    text = weaker_sign_text(small)
+    assert "no body; --threshold 0.15 lists them" in text and len(find_bodies(small)) == 1 and len(find_bodies(small, 0.15)) == 2
 
 
 @given(st.integers(0, 2**27 - 1))

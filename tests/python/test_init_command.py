@@ -84,6 +84,22 @@ def test_magnetic_data_give_a_positive_model(survey, tools, tmp_path):
     assert 0.98 < misfits(done)[-1] < 1.02 and done.model().values.min() >= 0.0
 
 
+def test_bounds_below_0_allow_both_signs_of_magnetic_data(survey, tools, tmp_path):
+    survey("tmi", 0.05)
+    (tmp_path / "topo.csv").write_text("x,y,z\n" + "".join(f"{x},{y},{z}\n" for x, z in ((500, 90), (1400, 200)) for y in (-500, 1300)))
+    done = tools("mtx", "--mesh", "mesh.msh", "--stations", "d.obs", "--type", "tmi", "--out", "g.mtx", "--topography", "topo.csv",
+                 "--ground-bounds", "-1,1")
+    assert done.status == 0, done.errors
+    done = tools("init", *GRAVITY)
+    assert done.status == 0 and "  g_bounds.txt: bounds of g.mtx, with" in done.out
+    values = read_control_file(tmp_path / "voxlith.inp").values
+    assert (values.positivity, values.bounds) == (0, "g_bounds.txt")
+    done = tools("init", *GRAVITY, "--sign", "positive", "--out", "p.inp")
+    assert "those of g_bounds.txt, free sides by 0,1, cut at 0 for positive values" in done.out
+    assert tools("init", *GRAVITY, "--bounds", "-0.2,0.3", "--out", "b.inp").status == 0
+    assert read_control_file(tmp_path / "b.inp").values.positivity == 0
+
+
 def test_what_is_asked_for_is_kept(survey, tools, tmp_path):
     survey("gz", 0.4)
     words = ("init", *GRAVITY, "--sign", "positive", "--tradeoff", "0.125", "--iterations", 3, "--bounds", "0,0.7")

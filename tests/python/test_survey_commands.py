@@ -351,6 +351,18 @@ def test_stations_in_the_ground_and_outside(tools, tmp_path):
                                                     "a.mtx").errors
 
 
+def test_a_far_station_keeps_the_terrain_and_all_other_findings(tools, tmp_path):
+    survey = clean()
+    survey.y += 220_000.0
+    survey.x[7] += 100_000.0
+    survey.write(tmp_path / "gz.obs")
+    write_raster(tmp_path / "dem.tif")
+    done = tools("check", "gz.obs", "--crs", UTM33, "--topography", "dem.tif")
+    assert "far-stations" in done.out and "record 8" in done.out and "below-ground" in done.out and "error    terrain" not in done.out
+    wrong = tools("check", "gz.obs", "--crs", "EPSG:32634", "--topography", "dem.tif")
+    assert wrong.status == 1 and "error    terrain" in wrong.out and "far-stations" in wrong.out
+
+
 def named_table(path) -> None:
     """Four lines of eight stations with names; microgal for the standard deviations."""
     rows = [f"S{8 * i + j},{i + 10},{7 * j},{1000 + 50 * j},{2000 + 50 * i},{100 + j},{0.1 * i + 0.01 * j * j:.3f},20"

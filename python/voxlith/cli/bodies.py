@@ -13,7 +13,7 @@ import numpy.typing as npt
 
 from ..amounts import count_text
 from ..bodies import (OTHER_THRESHOLDS, THRESHOLD, Body, Excess, body_remark, distribution, doubts, excess_above, excess_unit,
-                      find_bodies, top_of)
+                      find_bodies, top_of, weaker_sign_text)
 from ..checks import Finding
 from ..checks.findings import sentence
 from ..checks.results import model_norm, residual_clusters
@@ -44,7 +44,7 @@ _COLUMNS = ("model,body,x,y,elevation,depth,x_min,x_max,y_min,y_max,elevation_mi
 
 _EXAMPLES = """\
 A body is a group of cells, connected by their faces, with at least a given fraction of the peak; each sign has its own
-peak. Position is the centre weighted by value and volume. A smooth model spreads a body, so its excess mass depends on the
+peak, and a weaker sign of little excess has no body. Position is the centre weighted by value and volume. A smooth model spreads a body, so its excess mass depends on the
 threshold. The net excess mass of the core, below the survey, does not.
 
 Examples:
@@ -177,6 +177,9 @@ def _report(model: Model, bodies: Sequence[Body], bounds: CellBounds | None, opt
     say(f"{model.name}{f' ({unit_text(model.unit)})' if model.unit else ''}: {count}, connected cells of {options.threshold:g} of the peak or more")
     if not bodies:
         return
+    text = weaker_sign_text(model, options.threshold)
+    if text:
+        say(text)
     _report_table(model, bodies[:_MOST_SHOWN], bounds)
     rest = bodies[_MOST_SHOWN:]
     if rest:

@@ -16,7 +16,7 @@ from ..checks.against import (check_field, check_mesh, check_reference_systems, 
 from ..checks.background import check_background
 from ..checks.findings import ordered
 from ..checks.inactive import check_ground, check_run_cells
-from ..checks.stations import check_scale
+from ..checks.stations import check_scale, far_stations
 from ..checks.survey import station_names
 from ..checks.table import check_encoding, read_loosely
 from ..crs import convert, outside_area_of_use, parse_crs
@@ -233,12 +233,17 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
 
 
 def _against_terrain(options: argparse.Namespace, survey: Survey, side: SideInfo, names: Sequence[str]) -> list[Finding]:
-    surface, warning = read_terrain(options.topography, np.column_stack([survey.x, survey.y]),
-                                    terrain_step(survey.x, survey.y), crs=side.crs, terrain_crs=options.terrain_crs or "",
-                                    shift=side.shift)
-    findings = check_terrain(survey.x, survey.y, survey.elevation, surface, names)
+    # One station far off must not make the terrain of all others too coarse, or hide what was found.
+    near = ~far_stations(survey.x, survey.y)
+    places, known = survey.select(np.flatnonzero(near)), [names[number] for number in np.flatnonzero(near).tolist()]
+    try:
+        surface, warning = read_terrain(options.topography, np.column_stack([places.x, places.y]), terrain_step(places.x, places.y),
+                                        crs=side.crs, terrain_crs=options.terrain_crs or "", shift=side.shift)
+    except FileError as error:
+        return [Finding("error", "terrain", str(error), "use a terrain that covers the stations")]
+    findings = check_terrain(places.x, places.y, places.elevation, surface, known)
     if options.mesh:
-        findings += check_top(survey.x, survey.y, Mesh.read(options.mesh), surface)
+        findings += check_top(places.x, places.y, Mesh.read(options.mesh), surface)
     if warning:
-        findings.append(Finding("warning", "terrain", warning, "use a terrain that covers the mesh"))
+        findings.append(Finding("warning", "terrain", warning, "use a terrain that covers the stations"))
     return findings

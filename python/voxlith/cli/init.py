@@ -31,7 +31,7 @@ from ..sensitivity import common_inactive_cells
 from ..side_file import read_side_file
 from ..survey import Survey
 from ..weights import DECAY_OF_NORM
-from .init_files import prepare_files
+from .init_files import allow_both_signs, prepare_files
 from .output import check_output, say, warn
 from .parser import Parser, integer_within, number_from, number_list
 
@@ -81,7 +81,7 @@ def make_parser() -> Parser:
     add("--out", metavar="FILE", default="voxlith.inp", help="Control file to write (default: voxlith.inp)")
     add("--force", action="store_true", help="Replace an earlier control file and the files that go with it")
     add("--sign", choices=list(_SIGNS),
-        help="Values of the model (default: auto, which is positive for magnetic data, else either)")
+        help="Values of the model (default: auto, which is positive for magnetic data without bounds below 0, else either)")
     add("--bounds", metavar="LOWER,UPPER", help="lower,upper of the model, or null (default: by the sign)")
     add("--tradeoff", metavar="NUMBER", type=number_from(0.0, above=True), help="Trade-off (default: a starting value)")
     add("--iterations", metavar="COUNT", type=integer_within(1, 99999),
@@ -108,7 +108,8 @@ def run(arguments: Sequence[str]) -> int:
         raise FileError(options.data, "expected a valid datum, found none")
     notes, warnings = _notes(survey)
     warnings += _component_order_warnings(options.data, sensitivities) + _depth_weight_warnings(sensitivities)
-    overrides = Overrides(_SIGNS[options.sign or "auto"], options.tradeoff, options.iterations, options.bounds or "")
+    overrides = Overrides(_SIGNS[options.sign or "auto"], options.tradeoff, options.iterations, options.bounds or "",
+                          _both_signs(options))
     choices = choose_values(sensitivities.headers, overrides)
     add_warnings(choices, sensitivities.names, sensitivities.coefficients, survey.data, survey.uncertainties())
     weighted = options.weights == "auto" and _is_full(sensitivities)
@@ -128,6 +129,16 @@ def run(arguments: Sequence[str]) -> int:
     for warning in warnings + choices.warnings:
         warn(PROGRAM, f"{options.data}: {warning}")
     return 0
+
+
+def _both_signs(options: argparse.Namespace) -> bool:
+    """Whether bounds that the user gave, here or to ``mtx``, allow values of both signs."""
+    if not options.bounds:
+        return allow_both_signs(options.mtx)
+    if options.bounds == "null":
+        return False
+    lower, upper = number_list("--bounds", "lower,upper or null", options.bounds, 2)
+    return lower < 0.0 < upper
 
 
 def _is_full(files: _Sensitivities) -> bool:

@@ -103,10 +103,25 @@ def _write_weights(files: RunFiles, mtx: Sequence[str], mesh: Mesh, name: str, d
     files.notes.append(f"{name}: depth weighting from the sensitivities")
 
 
+def bounds_beside(mtx: str) -> str:
+    """Name of the bounds file that ``mtx --topography`` writes beside a sensitivity file."""
+    return f"{os.path.splitext(mtx)[0]}_bounds.txt"
+
+
+def allow_both_signs(mtx: Sequence[str]) -> bool:
+    """Whether the bounds file beside the first sensitivity file allows values above and below 0; a free side says nothing."""
+    beside = bounds_beside(mtx[0])
+    mesh, inactive = common_inactive_cells(mtx)
+    if not inactive.any() or not os.path.exists(beside):
+        return False
+    pairs = read_bounds_file(beside, mesh.n_cells)
+    return bool(((np.abs(pairs) < _FREE_FROM).all(axis=1) & (pairs[:, 0] < 0.0) & (pairs[:, 1] > 0.0)).any())
+
+
 def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inactive: Mask, mesh: Mesh,
                     bounds_asked: bool) -> None:
     count = int(np.count_nonzero(inactive))
-    beside = f"{os.path.splitext(mtx)[0]}_bounds.txt"
+    beside = bounds_beside(mtx)
     pairs = np.tile(_pair(choices.bounds), (mesh.n_cells, 1))
     taken = ""
     if os.path.exists(beside) and not bounds_asked:
@@ -126,6 +141,8 @@ def _inactive_files(files: RunFiles, choices: Choices, mtx: str, stem: str, inac
         files.require_new(files.bounds)
         write_bounds_file(files.bounds, chosen)
         source = f"those of {taken}, free sides by {choices.bounds}" if taken else choices.bounds
+        if taken and not np.array_equal(chosen, _closed(pairs, _pair(choices.bounds), 0)):
+            source += f", cut at 0 for {'positive' if choices.sign > 0 else 'negative'} values"
         files.notes.append(f"{files.bounds}: bounds {source}; {count} inactive cells above the terrain are fixed")
     if choices.initial != 0.0:
         files.initial = f"{stem}_start.mod"

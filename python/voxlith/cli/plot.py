@@ -15,6 +15,7 @@ from .parser import Parser, integer_within, number_list
 
 if TYPE_CHECKING:
     from ..io.bodies_file import TrueBody
+    from ..mesh import Mesh
     from ..run import Run
     from ..stacked_run import StackedRun
     from ..survey import Direction
@@ -138,9 +139,11 @@ def _data(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
             yield f"profiles{suffix}", plot.line_profiles(run, component)
 
 
-def _surface(run: Run, path: str) -> Terrain:
+def _surface(run: Run, mesh: Mesh, path: str | None) -> Terrain | None:
     from ..terrain_input import terrain_over
-    surface, warning = terrain_over(path, run.mesh, run.coordinates)
+    if not path:
+        return None
+    surface, warning = terrain_over(path, mesh, run.coordinates)
     if warning:
         warn(PROGRAM, warning)
     return surface
@@ -156,14 +159,15 @@ def _true_bodies(run: Run, options: argparse.Namespace) -> list[TrueBody]:
 def _sections(run: Run, options: argparse.Namespace) -> Iterator[tuple[str, Any]]:
     from .. import plot
     bodies = _true_bodies(run, options)
-    surface = _surface(run, options.topography) if options.topography else None
     from ..stacked_run import StackedRun, is_stacked
     if is_stacked(run):
         stacked = StackedRun(run)
+        surface = _surface(run, stacked.stack.mesh, options.topography)
         for model in stacked.models(options.iteration):
             yield f"sections_{model.name}", plot.sections(model, at=options.at, survey=stacked.survey(), surface=surface, bodies=bodies,
                                                           whole_mesh=options.whole_mesh, colormap=options.colormap, limits=options.limits)
         return
+    surface = _surface(run, run.mesh, options.topography)
     values = run.control.values
     for number in range(values.model_count):
         label = "" if values.model_count == 1 else values.labels[number].strip() if number < len(values.labels) else ""

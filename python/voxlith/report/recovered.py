@@ -5,7 +5,7 @@ from __future__ import annotations
 import math
 from dataclasses import dataclass, field
 
-from ..bodies import body_remark, distribution, doubts, excess_unit, find_bodies, top_of
+from ..bodies import body_remark, distribution, doubts, excess_unit, find_bodies, top_of, weaker_sign_text
 from ..checks.results import model_norm
 from ..codes import unit_text
 from ..errors import MissingPackageError
@@ -54,6 +54,9 @@ def recovered_bodies(run: Run, models: list[Model]) -> Recovered:
         except MissingPackageError as error:
             shown.notes.append(f"The bodies are not listed: {error}")
             continue
+        weaker = weaker_sign_text(model)
+        if weaker:
+            shown.notes.append(f"{model.name[:1].upper()}{model.name[1:]}, {weaker}.")
         for number, one in enumerate(bodies[:_MOST_BODIES], 1):
             shown.bodies.append([model.name, str(number), *(f"{value:.0f}" for value in one.centre),
                                  "" if math.isnan(one.depth) else f"{one.depth:.0f}", f"{one.volume * 1.0e-6:.4g}",
