@@ -309,6 +309,24 @@ def test_a_vertical_borehole_has_no_trend_in_plan():
     assert not {"regional-trend", "constant-offset"} & {finding.name for finding in check_survey(hole)}
 
 
+def test_stations_in_vertical_holes_are_no_faults():
+    depths = 100.0 - np.arange(20.0, 420.0, 20.0)
+    hole = Survey(np.full(20, 452225.0), np.full(20, 5318425.0), depths, np.linspace(0.0, 1.0, 20)[None, :] ** 2, (0,), np.full((1, 20), 0.01))
+    note, = check_survey(hole)
+    assert (note.severity, note.name) == ("note", "boreholes") and "20 of 20 stations in 1 vertical hole, from elevation 80 to -300" in note.text
+    survey = clean()
+    both = Survey(*(np.append(a, b) for a, b in ((survey.x, hole.x), (survey.y, hole.y), (survey.elevation, depths))),
+                  np.append(survey.data, hole.data)[None, :], (0,), np.append(survey.uncertainty, hole.uncertainty)[None, :])
+    assert {finding.name for finding in check_survey(both)} <= {"boreholes", "outliers"}
+    names = [str(number) for number in range(20)]
+    ground = lambda x, y: 0.0 * x + 100.0  # noqa: E731
+    assert check_terrain(hole.x, hole.y, depths, ground, names) == []
+    deep, = check_terrain(hole.x, hole.y, depths - 500.0, ground, names)
+    assert deep.name == "hole-depths" and "520 m below" in deep.text
+    one_place = changed(hole, elevation=np.full(20, 3.0))
+    assert "one-place" in found(one_place) and found(one_place)["one-place"].severity == "error"
+
+
 @pytest.mark.parametrize("bad", [0.0, 30.0])
 def test_standard_deviations_in_another_unit_hide_nothing(bad):
     survey = clean()

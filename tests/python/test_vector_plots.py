@@ -66,7 +66,7 @@ def test_vectors_of_zero_are_refused(vector):
             draw(nothing)
 
 
-def test_voxlith_plot_on_a_stacked_run(tools, tmp_path, capfd):
+def test_voxlith_plot_on_a_stacked_run(tools, tmp_path, capsys):
     mesh = Mesh.from_widths((0.0, 0.0, 0.0), 5 * [50.0], 6 * [50.0], 4 * [40.0])
     mesh.write("m.msh")
     x, y = (a.ravel() for a in np.meshgrid(np.linspace(25, 225, 5), np.linspace(25, 275, 5)))
@@ -82,9 +82,9 @@ def test_voxlith_plot_on_a_stacked_run(tools, tmp_path, capfd):
     assert done.returncode == 0
     from voxlith.cli.plot import main
     (tmp_path / "ground.csv").write_text("x,y,z\n" + "".join(f"{x},{y},{x / 10}\n" for x in (0, 250) for y in (0, 300)))
-    capfd.readouterr()
+    capsys.readouterr()
     assert main([".", "--control", "mixed.inp", "--dpi", "40", "--topography", "ground.csv"]) == 0
-    assert "area needed" not in capfd.readouterr().err  # it covers the mesh of each property
+    assert "area needed" not in capsys.readouterr().err  # it covers the mesh of each property
     assert sorted(os.listdir("plots")) == sorted(f"{name}.png" for name in (
         "convergence", "data_TMI", "data_Gz", "sections_mx", "sections_mz", "sections_density", "vectors", "stereonet", "zscores_TMI", "zscores_Gz"))
 

@@ -8,6 +8,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ..amounts import count_text
+from ..holes import vertical_holes
 from ..igrf import MainField
 from ..io.mtx_header import MtxHeader
 from ..mesh import Mesh
@@ -60,14 +61,22 @@ def outside_mesh(x: Reals, y: Reals, mesh: Mesh) -> Mask:
 
 def check_terrain(x: Reals, y: Reals, elevation: Reals, surface: Callable[[Reals, Reals], Reals],
                   names: Sequence[str]) -> list[Finding]:
-    """Stations in the ground, or far above it."""
+    """Stations in the ground, or far above it. Those of vertical holes may be in the ground."""
     height = elevation - surface(x, y)
     buried, far = height < -_IN_GROUND, height > _FAR_ABOVE
     findings = []
+    for hole in vertical_holes(x, y, elevation):
+        buried[hole.stations] = False
+        depth = -float(height[hole.stations[0]])
+        if hole.top < 0.0 and depth > hole.top - hole.bottom:
+            findings.append(Finding(
+                "warning", "hole-depths", f"the highest station of the hole at x {hole.x:.8g}, y {hole.y:.8g} is {depth:.4g} m below "
+                f"the terrain, at elevation {hole.top:g}; depths may stand in place of elevations",
+                "subtract depths from the elevation of the collar", (names[int(hole.stations[0])],)))
     if buried.any():
         findings.append(Finding(
             "warning", "below-ground", f"{count_text(np.count_nonzero(buried), 'station')} below the terrain, the deepest by "
-            f"{-height.min():.4g} m", "check elevations and terrain; voxlith-tools obs --height 0 puts stations on the terrain",
+            f"{-height.min():.4g} m", "check elevations and terrain; voxlith-tools obs --height 0 puts stations of the surface on the terrain",
             named(names, buried)))
     if far.any() and not (far.all() and float(np.ptp(height)) < _FAR_ABOVE):
         findings.append(Finding("warning", "far-above-ground", f"{count_text(np.count_nonzero(far), 'station')} more than "

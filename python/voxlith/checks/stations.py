@@ -10,6 +10,7 @@ import numpy.typing as npt
 
 from ..amounts import count_text
 from ..crs import distance_scale, shift_for_fields
+from ..holes import vertical_holes
 from ..packages import require
 from .findings import Finding, named
 
@@ -37,9 +38,15 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
     if looks_like_degrees(y, x) and abs(y).max() > 90.0:
         findings.append(Finding("error", "degrees", "x and y look like latitude and longitude; metres are needed",
                                 "convert with --crs and --to, longitude as --x"))
-    if len(x) > 1 and float(np.ptp(x)) == 0.0 and float(np.ptp(y)) == 0.0:
+    holes = vertical_holes(x, y, elevation)
+    if holes:
+        count = sum(len(hole.stations) for hole in holes)
+        findings.append(Finding("note", "boreholes", f"{count} of {len(x)} stations in {count_text(len(holes), 'vertical hole')}, from "
+                                f"elevation {max(hole.top for hole in holes):g} to {min(hole.bottom for hole in holes):g}",
+                                "nothing, if they were measured in holes; mtx and predict need --boreholes"))
+    elif len(x) > 1 and float(np.ptp(x)) == 0.0 and float(np.ptp(y)) == 0.0:
         findings.append(Finding("error", "one-place", "all stations have the same x and y", "check the columns of x and y"))
-    findings += _check_extent(x, y)
+    findings += _check_extent(x, y, in_holes=bool(holes))
     far = far_stations(x, y)
     if far.any():
         findings.append(Finding("warning", "far-stations", f"{count_text(np.count_nonzero(far), 'station')} far from all others; "
@@ -50,11 +57,11 @@ def check_coordinates(x: Reals, y: Reals, elevation: Reals, names: Sequence[str]
     return findings
 
 
-def _check_extent(x: Reals, y: Reals) -> list[Finding]:
+def _check_extent(x: Reals, y: Reals, in_holes: bool) -> list[Finding]:
     """Coordinates in kilometres, too wide for data files, or exchanged."""
     findings = []
     extent = max(float(np.ptp(x)), float(np.ptp(y)))
-    if len(x) >= _FEWEST and 0.0 < extent < _SMALL_SITE:
+    if len(x) >= _FEWEST and 0.0 < extent < _SMALL_SITE and not in_holes:
         findings.append(Finding("warning", "small-survey", f"the stations cover {extent:.3g} m only; the coordinates may be in "
                                 "kilometres", "convert x and y to metres"))
     if shift_for_fields(x, y) != (0.0, 0.0):
