@@ -16,9 +16,9 @@ from shown import Shown, shown_text
 
 ROOT = Path(__file__).resolve().parents[2]
 TABLES = ROOT / 'docs' / 'measured'
-# Years, powers, names such as x86-64 and 3-D, numbers of headings, and what is counted in the order of a list: line 12, style 2.
-NO_NUMBERS = re.compile(r'(?m)\b(?:19|20)\d\d\b|10\^-?\d+|10[⁰¹²³⁴-⁹⁻]+|\b[A-Za-z]\w*(?:-\d+)+\b|\b[123]-D\b|^#+ \d+\.|'
-                        r'\b(?:exit status|lines?|[Ss]tyles?|components?|sections?|flag|mode|round|file) \d+(?:(?:,| and| or| to) \d+)*(?! ?[%\w])')
+# Years, powers, names such as x86-64 and 3-D, numbers of headings, volume and pages, and what is counted in the order of a list: line 12, style 2.
+NO_NUMBERS = re.compile(r'(?m)\b(?:19|20)\d\d\b|10\^-?\d+|10[⁰¹²³⁴-⁹⁻]+|\b[A-Za-z]\w*(?:-\d+)+\b|\b[123]-D\b|^#+ \d+\.|\b\d+, \d+-\d+\.|'
+                        r'\b(?:exit status(?: is)?|lines?|[Ss]tyles?|components?|sections?|flag|mode|round|file) \d+(?:(?:,| and| or| to) \d+)*(?!\w| ?%)')
 NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
 
 
@@ -127,9 +127,11 @@ def with_measured(page: str, statements: list[Statement]) -> str:
 
 
 def masked_prose(text: str) -> str:
-    """The page with blanks for all that is no prose: code, comments, targets of links. Places stay the same."""
+    """The page with blanks for all that is no prose: code, comments, targets of links, options (another test has them from the programs).
+
+    Places stay the same."""
     blank = lambda match: re.sub(r'[^\n]', ' ', match.group(0))  # noqa: E731
-    for pattern in (r'(?ms)^```.*?^```$', r'(?s)<!--.*?-->', r'`[^`\n]*`', r'(?<=\])\([^)]*\)', r'(?m)^ *\d+\. '):
+    for pattern in (r'(?ms)^```.*?^```$', r'(?s)<!--.*?-->', r'`[^`\n]*`', r'(?<=\])\([^)]*\)', r'(?m)^ *\d+\. ', r'(?m)^\| `--.*$'):
         text = re.sub(pattern, blank, text)
     return text
 

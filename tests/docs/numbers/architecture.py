@@ -1,0 +1,3 @@
+"""docs/architecture.md quotes no measurement."""
+STATEMENTS = []
+GIVEN = []

@@ -1,0 +1,3 @@
+"""docs/exports.md quotes no measurement."""
+STATEMENTS = []
+GIVEN = ['these cells are 0 there']
