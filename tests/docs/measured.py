@@ -131,7 +131,7 @@ def masked_prose(text: str) -> str:
 
     Places stay the same."""
     blank = lambda match: re.sub(r'[^\n]', ' ', match.group(0))  # noqa: E731
-    for pattern in (r'(?ms)^```.*?^```$', r'(?s)<!--.*?-->', r'`[^`\n]*`', r'(?<=\])\([^)]*\)', r'(?m)^ *\d+\. ', r'(?m)^\| `--.*$'):
+    for pattern in (r'(?ms)^```.*?^```$', r'(?s)<!--.*?-->', r'(?m)^\| `--.*$', r'`[^`\n]*`', r'(?<=\])\([^)]*\)', r'(?m)^ *\d+\. '):
         text = re.sub(pattern, blank, text)
     return text
 
