@@ -14,7 +14,7 @@ from hypothesis import given
 
 from voxlith import Mesh, Survey
 from voxlith.checks import Finding, check_survey, findings_json, findings_table, worst
-from voxlith.checks.against import check_field, check_mesh, check_sensitivities, check_terrain
+from voxlith.checks.against import check_field, check_mesh, check_sensitivities, check_terrain, check_type_and_field
 from voxlith.checks.stations import check_scale, looks_like_degrees, outlier_scores
 from voxlith.checks.values import no_data_codes
 from voxlith.igrf import main_field
@@ -238,6 +238,25 @@ def test_field_of_the_place():
     assert wrong[0].severity == "error"
     assert check_field(InducingField(60.0, 5.0, 49400.0), expected, "2024-05-01")[0].severity == "warning"
     assert check_field(InducingField(66.2, 5.0, 60000.0), expected, "2024-05-01")[0].name == "field-strength"
+
+
+def test_type_and_field_of_sensitivities(magnetic, gravity):
+    """The field of the data is that of the sensitivities, to single precision; another one moves the bodies."""
+    from voxlith.io.mtx_file import read_mtx_header
+    survey, header = Survey.read(magnetic.path("data.obs")), read_mtx_header(magnetic.path("data.mtx"))
+    field = survey.field
+    assert check_type_and_field(survey, header, "t.mtx") == []
+
+    def severity(**other: float) -> list[str]:
+        from dataclasses import replace
+        return [f.severity for f in check_type_and_field(changed(survey, field=replace(field, **other)), header, "t.mtx")]
+
+    assert severity(inclination=-field.inclination) == ["error"]
+    assert severity(strength=1.04 * field.strength) == ["error"] and severity(strength=1.01 * field.strength) == ["warning"]
+    assert severity(inclination=field.inclination + 1.0) == ["warning"] and severity(inclination=field.inclination + 0.1) == []
+    other_kind = check_type_and_field(survey, read_mtx_header(gravity.path("data.mtx")), "gz.mtx")
+    assert [(f.name, f.severity) for f in other_kind] == [("data-type", "error")] and "gz.mtx is of Gz" in other_kind[0].text
+    assert check_type_and_field(Survey.read(gravity.path("data.obs")), header, "t.mtx")[0].name == "data-type"
 
 
 def test_messy_survey_shows_all_its_traps_together():

@@ -92,6 +92,26 @@ def test_check_against_mesh_sensitivities_and_date(tools, tmp_path, magnetic):
     assert "--crs" in one_line(done, 2)
 
 
+def test_another_field_or_type_in_the_sensitivities(tools, tmp_path, magnetic, gravity):
+    """mtx says it, check finds it, init and stack refuse it."""
+    data, mesh = (magnetic.path(name) for name in ("data.obs", "mesh.msh"))
+    field = Survey.read(data).field
+    done = tools("mtx", "--stations", data, "--mesh", mesh, "--type", "tmi", "--field",
+                 f"{-field.inclination},{field.declination},{field.strength}", "--out", "o.mtx")
+    assert done.status == 0 and "leave --field out" in done.errors
+    done = tools("mtx", "--stations", data, "--mesh", mesh, "--type", "tmi", "--out", "same.mtx", "--field",
+                 f"{field.inclination},{field.declination},{field.strength}")
+    assert done.status == 0 and "leave --field out" not in done.errors
+    done = tools("check", data, "--mtx", "o.mtx")
+    assert done.status == 1 and "inducing-field" in done.out and "60" in done.out
+    assert "inducing field" in one_line(tools("init", "--data", data, "--mtx", "o.mtx"))
+    assert not (tmp_path / "voxlith.inp").exists()
+    assert "inducing field" in one_line(tools("stack", "--properties", "s", "--rows", data, "o.mtx", "--out", "j"), 2)
+    other = gravity.path("data.mtx")
+    assert "of type Gz" in one_line(tools("init", "--data", data, "--mtx", other))
+    assert "is of Gz" in one_line(tools("stack", "--properties", "s", "--rows", data, other, "--out", "j"), 2)
+
+
 def test_check_shows_the_field_of_a_table_without_one(tools, tmp_path):
     rows = "".join(f"{452000 + 100 * n},5318000,40,{n % 7}\n" for n in range(20))
     (tmp_path / "tmi.csv").write_text("x,y,z,d\n" + rows)

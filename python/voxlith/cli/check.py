@@ -12,7 +12,7 @@ import numpy.typing as npt
 from ..amounts import count_text
 from ..checks import Finding, check_survey, findings_json, findings_table, worst
 from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities, check_terrain,
-                              check_top)
+                              check_top, check_type_and_field)
 from ..checks.background import check_background
 from ..checks.findings import ordered
 from ..checks.inactive import check_ground, check_run_cells
@@ -50,8 +50,8 @@ In the data: no-data codes, no valid datum, outliers, constant data, standard de
 units, a constant offset, a regional trend, components of other axes. In the stations: duplicates that differ, degrees,
 positions beside or below the mesh, below the ground, or in another order than in the sensitivity file. With --date: an
 inducing field that does not match place and date. With --mtx or --control: a background value that rocks do not have, a
-forgotten terrain. In a run: all this, and residuals of neighbouring stations that agree. Each finding shows a severity, the
-stations and what to do.
+forgotten terrain, sensitivities of another inducing field. In a run: all this, and residuals of neighbouring stations that
+agree. Each finding shows a severity, the stations and what to do.
 
 Examples:
   voxlith-tools check gz.obs --mesh mesh.msh
@@ -220,6 +220,7 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
     if options.mtx:
         with MtxFile(options.mtx) as mtx:
             findings += check_sensitivities(*places, mtx.header, os.fspath(options.mtx), names)
+            findings += check_type_and_field(survey, mtx.header, os.fspath(options.mtx))
         findings += check_ground(np.column_stack(places), *common_inactive_cells([options.mtx]), names)
     if options.date:
         if survey.field is None:

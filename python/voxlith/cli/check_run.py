@@ -8,7 +8,7 @@ from collections.abc import Sequence
 import numpy as np
 
 from ..checks import Finding, check_survey
-from ..checks.against import check_sensitivities
+from ..checks.against import check_sensitivities, check_type_and_field
 from ..checks.background import check_background
 from ..checks.findings import ordered
 from ..checks.inactive import check_ground, check_run_cells
@@ -52,6 +52,7 @@ def _check_inputs(run: Run, survey: Survey) -> list[Finding]:
     for name in values.mtx_files:
         with Sensitivity(run.path(name)) as sensitivity:
             findings += check_sensitivities(*places, sensitivity.header, name, names)
+            findings += check_type_and_field(survey, sensitivity.header, name)
             if name == values.mtx_files[0]:
                 findings += check_ground(np.column_stack(places), sensitivity.mesh, sensitivity.inactive_cells(), names)
     return findings + check_run_background(run, survey, findings)

@@ -30,6 +30,7 @@ def run_forward(command: str, arguments: Sequence[str]) -> int:
     words = [find_forward_program(), command, *arguments]
     if "--help" in arguments or "-h" in arguments:
         _become(words)
+    _warn_of_field(arguments)
     side = _side(command, arguments)
     topography = _value_of("--topography", arguments)
     surface = None
@@ -61,6 +62,33 @@ def _side(command: str, arguments: Sequence[str]) -> SideInfo:
     found = second if first.is_empty else first
     direction = _value_of("--magnetisation", arguments)
     return found.with_step("magnetisation", direction=direction) if command != "predict" and direction else found
+
+
+def _warn_of_field(arguments: Sequence[str]) -> None:
+    """Says where --field is not the inducing field of the stations' file: the data of that file then belong to other rows."""
+    stations, given = _value_of("--stations", arguments), _value_of("--field", arguments)
+    own = _field_lines(stations) if stations and given else None
+    asked = given.split(",") if given else []
+    if own is None or len(asked) != 3:
+        return
+    try:
+        differs = any(abs(float(text) - number) > 1.0e-3 * max(1.0, abs(number)) for text, number in zip(asked, own))
+    except ValueError:
+        return  # the program says what is wrong
+    if differs:
+        from .output import warn
+        warn("voxlith-tools", f"{stations}: its inducing field is {','.join(f'{number:.7g}' for number in own)}, but --field is {given}; "
+             "sensitivities of another field do not fit these data; leave --field out")
+
+
+def _field_lines(stations: str) -> list[float] | None:
+    """Inclination, declination and strength on the first line of a data file; None where it has the number of data there."""
+    try:
+        with open(stations, encoding="utf-8", errors="replace") as file:
+            words = file.readline(1000).split("!")[0].replace(",", " ").split()
+        return [float(word) for word in words[:3]] if len(words) >= 3 else None
+    except (OSError, ValueError):
+        return None
 
 
 def _surface(topography: str, terrain_crs: str, places_as_bytes: bytes, side: SideInfo) -> npt.NDArray[np.float64]:

@@ -21,6 +21,7 @@ from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..checks import check_survey
+from ..checks.against import check_type_and_field
 from ..checks.background import check_background
 from ..checks.findings import sentence
 from ..checks.inactive import check_ground
@@ -246,27 +247,29 @@ def _read_data(path: str, files: _Sensitivities) -> Survey:
     try:
         found = read_obs_file(path, codes=codes, lined=None, any_count=True)
     except FileError as error:
-        raise _layout_error(path, codes[0]) or error from error
+        raise _layout_error(path, files.names[0], codes[0]) or error from error
     if len(found.x) < wanted:
         raise FileError(path, f"expected {wanted} records as in {files.names[0]}, found {len(found.x)}")
     survey = Survey.from_obs_file(found).select(np.arange(wanted))
     for name, header in zip(files.names, files.headers):
         _check_stations(path, survey, name, header)
+        _check_type_and_field(path, survey, name, header)
     return survey
 
 
-def _layout_error(path: str, code: int) -> FileError | None:
+def _layout_error(path: str, name: str, code: int) -> FileError | None:
     """The error for a file whose header is that of the other kind of data; None when its header is not the reason."""
     magnetic = has_magnetic_layout(code)
     try:
-        found = read_obs_file(path, strict=False)
+        found = read_obs_file(path, lined=None, any_count=True, strict=False)
     except FileError:
         return None
     if (found.header is not None) == magnetic:
         return None
     what = "magnetic data (incl, decl, geomag)" if magnetic else "gravity data (the number of data)"
-    return FileError(path, f"expected the header of {what} for a first sensitivity file of type {data_type_name(code)}",
-                     line=1)
+    has = "no lines" if magnetic else "the lines"
+    return FileError(path, f"expected the header of {what}, as {name} is of type {data_type_name(code)}; the file has {has} of an "
+                     "inducing field", line=1)
 
 
 def _check_stations(path: str, survey: Survey, name: str, header: MtxHeader) -> None:
@@ -280,6 +283,14 @@ def _check_stations(path: str, survey: Survey, name: str, header: MtxHeader) -> 
             at = int(bad[0])
             raise FileError(path, f"record {at + 1}: expected {axis} {number_text(float(expected[at]))} as in {name}, "
                             f"found {number_text(float(values[at]))}")
+
+
+def _check_type_and_field(path: str, survey: Survey, name: str, header: MtxHeader) -> None:
+    """Data of another kind or of another inducing field than the sensitivities are refused, small differences said."""
+    for finding in check_type_and_field(survey, header, name):
+        if finding.severity == "error":
+            raise FileError(path, sentence(finding))
+        warn(PROGRAM, f"{path}: {sentence(finding)}")
 
 
 def _notes(survey: Survey) -> tuple[list[str], list[str]]:

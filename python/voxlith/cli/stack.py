@@ -11,6 +11,8 @@ from dataclasses import dataclass, replace
 import numpy as np
 import numpy.typing as npt
 
+from ..checks.against import check_type_and_field
+from ..checks.findings import sentence
 from ..codes import data_type_name
 from ..control_choices import Choices, Overrides, choose_values
 from ..control_text import control_text
@@ -130,7 +132,18 @@ def _source(words: Sequence[str], properties: int) -> RowSource:
     survey = Survey.read(name)
     if not 0 <= component < survey.n_components:
         raise UsageError(f"--rows {words[0]}: expected a component from 1 to {survey.n_components}")
-    return RowSource(replace(survey.component(component), codes=(head.data_type,)), mtx, words[0])
+    data = survey.component(component)
+    for path in filter(None, mtx):
+        _check_type_and_field(words[0], data, path)
+    return RowSource(replace(data, codes=(head.data_type,)), mtx, words[0])
+
+
+def _check_type_and_field(name: str, data: Survey, path: str) -> None:
+    """Rows of another kind, or of another inducing field, than the data are refused, small differences said."""
+    for finding in check_type_and_field(data, read_mtx_header(path), path):
+        if finding.severity == "error":
+            raise UsageError(f"--rows {name}: {sentence(finding)}")
+        warn(PROGRAM, f"{name}: {sentence(finding)}")
 
 
 def _coordinates(groups: Sequence[RowSource]) -> SideInfo:
