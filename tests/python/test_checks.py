@@ -183,6 +183,20 @@ def test_small_offset_of_magnetic_data():
     assert "constant-offset" not in found(magnetic(2.0))
 
 
+def test_what_a_wrong_regional_field_has_left_is_found():
+    """A side file that says that a regional field was subtracted is no proof that the right one was."""
+    survey = clean()
+    assert found(survey, regional_removed=True) == {}
+    slope = 0.004 * (survey.x - survey.x.mean()) + 0.003 * (survey.y - survey.y.mean())
+    finding = found(changed(survey, data=survey.data + slope), regional_removed=True)["regional-trend"]
+    assert finding.severity == "warning" and "that was subtracted does not fit" in finding.text and "another order" in finding.remedy
+    level = found(changed(survey, data=survey.data + 5.0), regional_removed=True)["constant-offset"]
+    assert level.severity == "warning" and "that was subtracted" in level.text
+    # Tails of anomalies, as they are left of a fit, raise no alarm.
+    little = changed(survey, data=survey.data + 0.1 * slope - 0.3)
+    assert found(little, regional_removed=True) == {}
+
+
 def test_degrees():
     survey = clean()
     degrees = changed(survey, x=15.0 + (survey.x - 452000.0) / 71_000.0, y=50.0 + (survey.y - 5318000.0) / 111_000.0)

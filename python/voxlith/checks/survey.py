@@ -38,7 +38,7 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
     given : array_like, shape (components, n), optional
         Standard deviations as the file has them, also those of 0 and below; by default those of the survey.
     regional_removed : bool
-        Whether a regional field was subtracted already: then a slope, or a level of gravity at the edge, says nothing.
+        Whether a regional field was subtracted already: then tails of broad anomalies may leave twice as large a slope and level.
     sign : int
         Of the model that is looked for: 1 positive, -1 negative, 0 either.
 
@@ -77,7 +77,7 @@ def check_survey(survey: Survey, names: Sequence[str] | None = None, *, given: n
         findings += check_sign(usable, deviations, sign, survey.codes[number], label)
         if not metres or not float(np.ptp(usable[np.isfinite(usable)])) > 0.0:
             continue
-        shown = [] if regional_removed else check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number])
+        shown = check_trend(survey.x, survey.y, usable, deviations, label, survey.units[number], regional_removed)
         if not shown and is_magnetic(survey.codes[number]):
             shown = check_edges(survey.x, survey.y, usable, deviations, label, survey.units[number])
         findings += shown

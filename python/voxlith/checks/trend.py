@@ -15,12 +15,14 @@ Mask = npt.NDArray[np.bool_]
 _FEWEST = 12
 _OFFSET = 0.35  # level of the edge of the survey, as a part of the range of the anomalies
 _TREND = 0.5  # change of the plane across the survey, as a part of the range of the anomalies
+_LEFT = 2.0  # how much more a fitted regional field may leave: tails of broad anomalies, up to 0.3 and 0.5 in real surveys
 _SIGNIFICANT = 5.0  # standard deviations
 _EVEN = 0.5  # range of the means of the edges over their mean; tails of anomalies differ more
 
 
-def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str, unit: str) -> list[Finding]:
-    """A level at the edge of the survey, and a slope across it.
+def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str, unit: str,
+                regional_removed: bool = False) -> list[Finding]:
+    """A level at the edge of the survey, and a slope across it, or what is left of them where a regional field was subtracted.
 
     A plane is fitted to the stations at the edge by robust least squares. Anomalies of bodies inside the survey have
     decayed there, so what the plane holds comes from outside, or from a reference that is off.
@@ -41,19 +43,21 @@ def check_trend(x: Reals, y: Reals, values: Reals, deviations: Reals, label: str
     fitted = plane[0] + centred @ plane[1:]
     anomalies = float(np.quantile(data - fitted, 0.98) - np.quantile(data - fitted, 0.02))
     swing = float(np.ptp(fitted))
-    least = max(anomalies, _SIGNIFICANT * sd)
+    least = max(anomalies, _SIGNIFICANT * sd) * (_LEFT if regional_removed else 1.0)
+    left = "; the regional field that was subtracted does not fit" if regional_removed else ""
+    remedy = "repeat voxlith-tools regional on the data, with another order, or with --outside around the anomalies"
     findings = []
     if abs(plane[0]) > _OFFSET * least:
         findings.append(Finding(
             "warning", "constant-offset", f"{label}: the data have a constant offset of {plane[0]:.4g} {unit} at the "
-            f"edge of the survey, beside anomalies with a range of {anomalies:.3g} {unit}; no body explains an offset",
-            "subtract it with voxlith-tools regional (order 0 or 1)"))
+            f"edge of the survey, beside anomalies with a range of {anomalies:.3g} {unit}; no body explains an offset{left}",
+            remedy if regional_removed else "subtract it with voxlith-tools regional (order 0 or 1)"))
     if swing > _TREND * least:
         direction = np.degrees(np.arctan2(plane[1], plane[2])) % 360.0
         findings.append(Finding(
             "warning", "regional-trend", f"{label}: a slope of {swing:.3g} {unit} across the survey, rising towards "
             f"{direction:.0f} degrees from north, beside anomalies of {anomalies:.3g} {unit}; bodies inside the mesh do not "
-            "explain it", "subtract it with voxlith-tools regional --order 1"))
+            f"explain it{left}", remedy if regional_removed else "subtract it with voxlith-tools regional --order 1"))
     return findings
 
 
