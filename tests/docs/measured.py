@@ -19,6 +19,8 @@ TABLES = ROOT / 'docs' / 'measured'
 # Years, powers, names such as x86-64 and 3-D, numbers of headings, volume and pages, and what is counted in the order of a list: line 12, style 2.
 NO_NUMBERS = re.compile(r'(?m)\b(?:19|20)\d\d\b|10\^-?\d+|10[⁰¹²³⁴-⁹⁻]+|\b[A-Za-z]\w*(?:-\d+)+\b|\b[123]-D\b|^#+ \d+\.|\b\d+, \d+-\d+\.|'
                         r'\b(?:exit status(?: is)?|lines?|[Ss]tyles?|components?|sections?|flag|mode|round|file) \d+(?:(?:,| and| or| to) \d+)*(?!\w| ?%)')
+# What a number of a page that defines (a format, options) is a quantity by; its other numbers are codes, counts and limits.
+UNIT = re.compile(r'\s?(?:s|ms|min|minutes?|seconds?|hours?|[kMG]B|m|km|mGal|nT|E|Eötvös|A/m|SI|Mt|g/cm³|percent|%|times|iterations|rounds|products)(?![\w/])')
 NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
 
 
@@ -136,11 +138,12 @@ def masked_prose(text: str) -> str:
     return text
 
 
-def unsourced_numbers(text: str, statements: list[Statement], given: list[str]) -> list[str]:
+def unsourced_numbers(text: str, statements: list[Statement], given: list[str], only_quantities: bool = False,
+                      further: dict[str, set[float]] | None = None) -> list[str]:
     """Numbers in the prose of a page that stand neither in a statement nor in a given phrase (a setting, a definition, a reference),
     and that no tested block of the page shows.
 
-    Code and NO_NUMBERS are left out.
+    Code and NO_NUMBERS are left out. Only quantities count on a page that defines.
     """
     prose = list(masked_prose(text))
     phrases = [statement.pattern() for statement in statements]
@@ -153,9 +156,11 @@ def unsourced_numbers(text: str, statements: list[Statement], given: list[str]) 
         for found in matches:
             prose[found.start():found.end()] = ' ' * (found.end() - found.start())
     rest = NO_NUMBERS.sub(lambda found: ' ' * len(found.group(0)), ''.join(prose))
-    shown = Shown(text)
+    known = Shown(text, further or {})
     for found in re.finditer(rf'(?<![\w^.]){NUMBER}', rest):
         line, word = rest.count('\n', 0, found.start()), found.group(0).rstrip(',')
-        if not shown.has(word, line):
+        if only_quantities and not UNIT.match(rest, found.end()):
+            continue
+        if not known.has(word, line):
             faults.append(f"line {line + 1}: no source for {word}: {text[max(0, found.start() - 40):found.end() + 30]!r}")
     return faults

@@ -4,30 +4,33 @@
     numbers_test.py [--accept] [PAGE ...]     pages such as regional.md or README.md; default: all that have a file in numbers/
 
 numbers/PAGE.py gives the STATEMENTS of a page, which rest on docs/measured, and the phrases whose numbers are GIVEN: settings,
-definitions, references. A number of the page in neither is a fault. --accept writes the numbers of the tables into the pages.
+definitions, references. A number of the page in neither, and in no block of the page that another test holds to the programs, is a fault.
+On a page that DEFINES a format or options only numbers with a unit of a quantity count. FURTHER gives
+numbers by the heading of their section, such as those of the program that a section describes. --accept writes the numbers of the tables into the pages.
 """
 from __future__ import annotations
 
 import argparse
 import importlib.util
 import sys
+import types
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(HERE))
-from measured import ROOT, Statement, unsourced_numbers, with_measured, wrong_statements  # noqa: E402
+from measured import ROOT, unsourced_numbers, with_measured, wrong_statements  # noqa: E402
 
 
-def source_of(page: str) -> tuple[list[Statement], list[str]]:
-    """Statements and given phrases of a page."""
+def source_of(page: str) -> types.ModuleType:
+    """What numbers/PAGE.py says: STATEMENTS and GIVEN phrases, and for some pages DEFINES or FURTHER numbers of sections."""
     path = HERE / 'numbers' / f"{Path(page).stem.replace('-', '_').lower()}.py"
     found = importlib.util.spec_from_file_location(path.stem, path)
     if found is None or found.loader is None:
         raise FileNotFoundError(path)
     module = importlib.util.module_from_spec(found)
     found.loader.exec_module(module)
-    return module.STATEMENTS, module.GIVEN
+    return module
 
 
 def place_of(page: str) -> Path:
@@ -47,13 +50,15 @@ def main() -> int:
     asked = parser.parse_args()
     failed = False
     for page in asked.pages or pages():
-        statements, given = source_of(page)
+        source = source_of(page)
+        statements = source.STATEMENTS
         path = place_of(page)
         text = path.read_text(encoding='utf-8')
         if asked.accept:
             text = with_measured(text, statements)
             path.write_text(text, encoding='utf-8')
-        faults = wrong_statements(text, statements) + unsourced_numbers(text, statements, given)
+        faults = wrong_statements(text, statements) + unsourced_numbers(text, statements, source.GIVEN, getattr(source, 'DEFINES', False),
+                                                                                getattr(source, 'FURTHER', None))
         print(f"{page}: {len(statements)} statements, {'ok' if not faults else 'FAILED'}")
         for fault in faults:
             print('  ' + fault)

@@ -52,15 +52,19 @@ def is_rounded(word: str, value: float) -> bool:
 
 
 class Shown:
-    """What the tested blocks of a page show."""
+    """What the tested blocks of a page show, and further numbers of sections, by their headings, such as those of an example's program."""
 
-    def __init__(self, text: str):
+    def __init__(self, text: str, further: dict[str, set[float]]):
         self.sections = numbers_by_section(text)
         self.all = [value for *_, values in self.sections for value in values]
+        lines = text.split('\n')
+        self.further = [(first, last, further.get(lines[first].removeprefix('## '), set())) for first, last, _ in self.sections]
 
     def has(self, word: str, line: int) -> bool:
         """Whether a number of the prose on a line (from 0) stands in a block."""
         digits = digits_of(word)
+        if any(first <= line < last and float(word.replace(',', '')) in values for first, last, values in self.further):
+            return True
         if digits < 2:
             return False
         values = self.all if digits > 2 else next(values for first, last, values in self.sections if first <= line < last)
