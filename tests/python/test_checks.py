@@ -14,7 +14,8 @@ from hypothesis import given
 
 from voxlith import Mesh, Survey
 from voxlith.checks import Finding, check_survey, findings_json, findings_table, worst
-from voxlith.checks.against import check_field, check_mesh, check_sensitivities, check_terrain, check_type_and_field
+from voxlith.checks.against import check_mesh, check_sensitivities, check_terrain
+from voxlith.checks.field import check_field, check_field_of_any_year, check_type_and_field
 from voxlith.checks.stations import check_scale, looks_like_degrees, outlier_scores
 from voxlith.checks.values import no_data_codes
 from voxlith.igrf import main_field
@@ -252,6 +253,18 @@ def test_field_of_the_place():
     assert wrong[0].severity == "error"
     assert check_field(InducingField(60.0, 5.0, 49400.0), expected, "2024-05-01")[0].severity == "warning"
     assert check_field(InducingField(66.2, 5.0, 60000.0), expected, "2024-05-01")[0].name == "field-strength"
+
+
+@pytest.mark.parametrize("inclination, declination, severities", [
+    (64.4, 5.0, []), (62.0, 3.0, []), (68.0, -6.0, []), (-64.4, 5.0, ["error"]), (64.4, 120.0, ["error"]), (45.0, 5.0, ["warning"]),
+    (90.0, 0.0, []), (0.0, 0.0, [])])
+def test_field_without_a_date(inclination, declination, severities):
+    """A wrong sign is found without a date; the change of the field with time, and data reduced to the pole, raise no alarm."""
+    from voxlith.side_file import SideInfo
+    survey = changed(clean(), codes=(1,), field=InducingField(inclination, declination, 49000.0))
+    findings = check_field_of_any_year(survey, SideInfo("EPSG:32633"))
+    assert [finding.severity for finding in findings] == severities
+    assert check_field_of_any_year(survey, SideInfo()) == []
 
 
 def test_type_and_field_of_sensitivities(magnetic, gravity):

@@ -11,9 +11,9 @@ import numpy.typing as npt
 
 from ..amounts import count_text
 from ..checks import Finding, check_survey, findings_json, findings_table, worst
-from ..checks.against import (check_field, check_mesh, check_reference_systems, check_sensitivities, check_terrain,
-                              check_top, check_type_and_field)
+from ..checks.against import check_mesh, check_reference_systems, check_sensitivities, check_terrain, check_top
 from ..checks.background import check_background
+from ..checks.field import check_field, check_field_of_any_year, check_type_and_field
 from ..checks.findings import ordered
 from ..checks.inactive import check_ground, check_run_cells
 from ..checks.stations import check_scale, far_stations
@@ -230,6 +230,8 @@ def _against(options: argparse.Namespace, survey: Survey, side: SideInfo, names:
                                     f"{found.strength:.0f} nT on {options.date}", "convert the table with --date"))
         else:
             findings += check_field(survey.field, earth_field(survey, side.crs, options.date, side.shift), options.date)
+    else:
+        findings += check_field_of_any_year(survey, side)
     return ordered(findings)
 
 

@@ -8,8 +8,9 @@ from collections.abc import Sequence
 import numpy as np
 
 from ..checks import Finding, check_survey
-from ..checks.against import check_sensitivities, check_type_and_field
+from ..checks.against import check_sensitivities
 from ..checks.background import check_background
+from ..checks.field import check_field_of_any_year, check_type_and_field
 from ..checks.findings import ordered
 from ..checks.inactive import check_ground, check_run_cells
 from ..checks.results import residual_clusters
@@ -47,7 +48,7 @@ def _check_inputs(run: Run, survey: Survey) -> list[Finding]:
     side = read_side_file(run.path(values.data_file))
     names = side.station_names(survey.n_stations) or station_names(survey)
     findings = check_survey(survey, names, regional_removed=side.regional_removed, sign=values.positivity or 0)
-    findings += check_run_cells(run)
+    findings += check_run_cells(run) + check_field_of_any_year(survey, side)
     places = survey.x, survey.y, survey.elevation
     for name in values.mtx_files:
         with Sensitivity(run.path(name)) as sensitivity:

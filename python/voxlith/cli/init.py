@@ -21,8 +21,8 @@ from ..io.obs_file import read_obs_file
 from ..io.output import write_bytes
 from ..io.text_lines import to_bytes
 from ..checks import check_survey
-from ..checks.against import check_type_and_field
 from ..checks.background import check_background
+from ..checks.field import check_field_of_any_year, check_type_and_field
 from ..checks.findings import sentence
 from ..checks.inactive import check_ground
 from ..checks.survey import station_names
@@ -45,7 +45,7 @@ _WEIGHTS = "auto"
 _NOTABLE_DIFFERENCE = 1.0e-3  # of depth weights, relative
 _FULL_STYLES = (0, 4)
 _WORTH_SAYING = ("duplicate-stations", "outliers", "constant-offset", "regional-trend", "background", "sign", "relief",
-                 "in-active-cells")
+                 "in-active-cells", "field-direction")
 
 _EXAMPLES = """\
 The file explains its values. The trade-off is a starting value, which voxlith-run --target-rms replaces.
@@ -149,8 +149,9 @@ def _is_full(files: _Sensitivities) -> bool:
 
 def _check_warnings(options: argparse.Namespace, survey: Survey) -> list[str]:
     """What would spoil the run, in words of ``check``."""
-    findings = check_survey(survey, regional_removed=read_side_file(options.data).regional_removed,
-                            sign=_SIGNS[options.sign or "auto"] or 0)
+    side = read_side_file(options.data)
+    findings = check_survey(survey, regional_removed=side.regional_removed, sign=_SIGNS[options.sign or "auto"] or 0)
+    findings += check_field_of_any_year(survey, side)
     if {"constant-offset", "regional-trend"} & {finding.name for finding in findings}:
         findings += check_background(survey, options.mtx)
     with MtxFile(options.mtx[0]) as mtx:

@@ -15,6 +15,7 @@ from ..errors import FileError, UsageError
 from ..io.csv_file import write_csv_file
 from ..checks import Finding, check_survey
 from ..checks.axes import ODD_IN_Z, X_NORTH
+from ..checks.field import check_field_of_any_year
 from ..checks.findings import listed, sentence
 from ..checks.values import no_data_codes
 from ..earth_field import inducing_field
@@ -201,8 +202,9 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
         survey.direction = direction or survey.field.direction
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
+    of_place = [] if options.date else check_field_of_any_year(survey, placed.side)
     return _Converted(survey, summary, None, True, placed,
-                      [*masked, *check_survey(survey, kept_names(placed.side, survey.n_stations) or None)])
+                      [*masked, *check_survey(survey, kept_names(placed.side, survey.n_stations) or None), *of_place])
 
 
 def _mask_no_data_codes(survey: Survey, names: Sequence[str]) -> list[Finding]:

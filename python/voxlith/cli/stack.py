@@ -11,7 +11,7 @@ from dataclasses import dataclass, replace
 import numpy as np
 import numpy.typing as npt
 
-from ..checks.against import check_type_and_field
+from ..checks.field import check_type_and_field
 from ..checks.findings import sentence
 from ..codes import data_type_name
 from ..control_choices import Choices, Overrides, choose_values
