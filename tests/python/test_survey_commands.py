@@ -202,7 +202,7 @@ def test_regional(tools, tmp_path):
     curved = changed(survey, data=survey.data + 1.0e-5 * (survey.x - 452000.0) ** 2)
     curved.write(tmp_path / "curved.obs")
     assert tools("regional", "curved.obs", "--order", 0, "--out", "flat.obs").status == 0
-    assert "regional-trend" not in tools("check", "flat.obs").out  # the user has decided
+    assert "that was subtracted does not fit" in tools("check", "flat.obs").out  # an offset cannot be all of it
     line = survey.select(np.arange(112, 128))
     line.write(tmp_path / "line.obs")
     assert tools("regional", "line.obs", "--upward", 300, "--out", "r.obs", "--picture", "r.pdf").status == 0
