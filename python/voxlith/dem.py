@@ -129,8 +129,12 @@ def read_raster_terrain(path: PathLike, box: Box, step: float, *, crs: str = "",
 
 def _hint(raster: str, survey: str) -> str:
     if raster and not survey:
-        return f"the raster is in {raster}, and nothing names the reference system of the survey: --to of terrain, or --crs of obs does"
-    return "check the reference systems (--crs, --to)"
+        return (f"the raster is in {raster}, and nothing names the reference system of the survey: obs --crs stores it beside the data, "
+                "and voxlith-tools terrain --to CRS converts the raster for a mesh without one")
+    if raster and survey:
+        return (f"the raster is in {raster}{'' if raster == survey else f' and the survey in {survey}'}: it lies elsewhere, or the "
+                "coordinates of the survey are wrong")
+    return "neither of them names a reference system: the coordinates differ, or the raster lies elsewhere (--terrain-crs and --to of terrain)"
 
 
 def _pixel(source: Any, crs: str) -> float:

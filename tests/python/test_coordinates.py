@@ -167,7 +167,7 @@ def test_part_without_data_and_box_outside(tmp_path):
     assert read_raster_terrain(tmp_path / "dem.tif", box, 50.0, crs=UTM33).covered == pytest.approx(0.5, abs=0.05)
     with pytest.raises(FileError, match="found none"):
         read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 1000.0, 0.0, 1000.0), 50.0, crs=UTM33)
-    with pytest.raises(FileError, match="the raster is in EPSG:.*nothing names the reference system of the survey"):
+    with pytest.raises(FileError, match="the raster is in EPSG:.*nothing names the reference system of the survey: obs --crs"):
         read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 1000.0, 0.0, 1000.0), 50.0)
     with pytest.raises(UsageError, match="at most"):
         read_raster_terrain(tmp_path / "dem.tif", Box(0.0, 4.0e6, 0.0, 4.0e6), 50.0, crs=UTM33)

@@ -274,6 +274,7 @@ def test_export_command(copied, joint: Bench, tools: Tools) -> None:
     with rasterio.open("a.tif") as file:
         assert file.crs.to_epsg() == 32633 and file.bounds.left == 501000.0
         np.testing.assert_allclose(file.read(1)[::-1].T, run.model("susc").depth_slice(1), rtol=1e-6)
+    assert "--crs EPSG:32632: the data are in EPSG:32633" in one_line(tools("export", bench.folder, "--out", "c.tif", "--crs", "EPSG:32632"), 2)
     assert tools("export", bench.folder, "--out", "a.csv").out == "a.csv: 192 active cells\n"
     assert "resolution 8,6,6" in tools("export", bench.folder, "--out", "a.npz", "--choose", 1).out
     assert tools("export", bench.folder, "--out", "a.txt", "--choose", 2).out == "a.txt: 192 cells, 1 components\n"

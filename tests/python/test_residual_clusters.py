@@ -8,7 +8,7 @@ from conftest import Bench
 
 from voxlith import Fit, Run
 from voxlith.checks import residuals
-from voxlith.checks.residuals import check_residuals, neighbourhood
+from voxlith.checks.residuals import check_peak, check_residuals, neighbourhood
 from voxlith.report import ReportOptions, report_contents
 
 X, Y = (values.ravel() for values in np.meshgrid(50.0 * np.arange(16), 50.0 * np.arange(16)))
@@ -54,6 +54,19 @@ def test_a_rounded_peak_is_expected() -> None:
     assert not check_residuals(X, Y, ANOMALY, 0.85 * noise(6) - 3.5 * peak, NAMES, "Gz")
     assert not check_residuals(X, Y, -ANOMALY, 0.85 * noise(6) + 3.5 * peak, NAMES, "Gz")
     assert check_residuals(X, Y, ANOMALY, 0.85 * noise(6) + 3.5 * peak, NAMES, "Gz")
+
+
+@pytest.mark.parametrize("sign", [1.0, -1.0])
+def test_a_peak_that_a_model_leaves_is_named(sign: float) -> None:
+    """Standard deviations of 0.2 of the peak make the loss large beside it; those of 0.02 do not."""
+    peak = around(200.0, 200.0)
+    left = 0.85 * noise(6) - sign * 3.0 * peak
+    finding, = check_peak(X, Y, sign * ANOMALY, left, np.full(256, 0.3), "Gz")
+    assert finding.name == "rounded-peak" and "around x 200, y 200 the model explains 6" in finding.text
+    assert not check_peak(X, Y, sign * ANOMALY, left, np.full(256, 0.03), "Gz")
+    assert not check_peak(X, Y, sign * ANOMALY, 0.85 * noise(6), np.full(256, 0.3), "Gz")
+    assert not check_peak(X, Y, sign * ANOMALY, 0.85 * noise(6) + sign * 3.0 * peak, np.full(256, 0.3), "Gz")
+    assert not check_peak(X, Y, ANOMALY, np.full(256, np.nan), np.full(256, 0.3), "Gz")
 
 
 def test_few_or_equal_residuals_say_nothing() -> None:

@@ -383,6 +383,16 @@ def test_weights_of_a_stack_are_read_back(stack, folder):
     assert Model(Mesh.read("two.msh"), np.zeros(960)).values.size == 960
 
 
+def test_unstack_warns_of_data_types_that_are_fitted_unevenly(stack, folder, tools, monkeypatch):
+    stack(*TWO, "--out", "two")
+    assert subprocess.run([BUILD / "voxlith", "two.inp"], cwd=folder, capture_output=True, timeout=60).returncode == 0
+    from voxlith.cli import unstack
+    fitted = [fit.rms for fit in StackedRun(Run(folder, "two.inp")).fits()]
+    for limit, warned in ((0.99 * max(fitted) / min(fitted), True), (1.01 * max(fitted) / min(fitted), False)):
+        monkeypatch.setattr(unstack, "_UNEVEN", limit)
+        assert ("fitted unevenly, with RMS misfits of" in tools("unstack", ".", "--control", "two.inp", "--no-vtr").errors) == warned
+
+
 def test_components_reach_the_target_misfit_together(made, stack, folder, tools):
     """TMI, gravity and a borehole: the rounds bring the data of each property to the target."""
     stack(*TWO, "--rows", "tz.obs", "-", "tz.mtx", "--scale", "1", "0.5", "--out", "two")

@@ -13,7 +13,7 @@ from ..side_file import read_side_file
 from ..stacked_run import RunByProperty, StackedRun, is_stacked
 from ..survey import Survey
 from .findings import Finding
-from .residuals import check_residuals
+from .residuals import check_peak, check_residuals
 from .survey import station_names
 
 Reals = npt.NDArray[np.float64]
@@ -30,12 +30,13 @@ class _Component:
     survey: Survey
     data: Reals
     residual: Reals
+    deviation: Reals
     names: list[str]
 
 
 def residual_clusters(run: Run, fit: Fit | None = None) -> list[Finding]:
-    """Where residuals of neighbouring stations agree, also in a run whose RMS misfit is 1; see
-    :func:`~voxlith.checks.residuals.check_residuals`.
+    """Where residuals of neighbouring stations agree, also in a run whose RMS misfit is 1, and peaks that a model leaves; see
+    :func:`~voxlith.checks.residuals.check_residuals` and :func:`~voxlith.checks.residuals.check_peak`.
 
     Parameters
     ----------
@@ -53,15 +54,18 @@ def residual_clusters(run: Run, fit: Fit | None = None) -> list[Finding]:
     """
     if is_stacked(run):
         stacked = run.stacked if isinstance(run, RunByProperty) else StackedRun(run)
-        parts = [_Component(one.name, one.observed, one.observed.data[0], one.zscore, station_names(one.observed))
+        parts = [_Component(one.name, one.observed, one.observed.data[0], one.zscore, one.observed.uncertainties()[0],
+                            station_names(one.observed))
                  for one in stacked.fits()]
     else:
         known = run.fit() if fit is None else fit
         names = _names_of(run, known.observed)
-        parts = [_Component(label, known.observed, known.observed.data[number], known.zscore[number], names)
+        parts = [_Component(label, known.observed, known.observed.data[number], known.zscore[number],
+                            known.observed.uncertainties()[number], names)
                  for number, label in enumerate(run.data_names())]
-    return [finding for part in parts if part.survey.n_stations <= MOST_CHECKED for finding in check_residuals(
-        part.survey.x, part.survey.y, part.data, part.residual, part.names, part.label)]
+    return [finding for part in parts if part.survey.n_stations <= MOST_CHECKED for finding in (
+        *check_residuals(part.survey.x, part.survey.y, part.data, part.residual, part.names, part.label),
+        *check_peak(part.survey.x, part.survey.y, part.data, part.residual, part.deviation, part.label))]
 
 
 def _names_of(run: Run, survey: Survey) -> list[str]:

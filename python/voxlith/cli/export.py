@@ -16,7 +16,7 @@ from ..mesh import Mesh
 from ..model import Model, write_vtr
 from ..run import Fit, Run
 from ..section import Section, section_between
-from ..side_file import SideInfo, first_coordinates, read_side_file, write_side_file
+from ..side_file import SideInfo, first_coordinates, other_coordinates, read_side_file, write_side_file
 from ..stacked_run import StackedRun, is_stacked, require_run
 from ..survey import Survey
 from .output import check_output, say, warn
@@ -114,6 +114,9 @@ def run(arguments: Sequence[str]) -> int:
         Run(options.run, options.control), _number("--iteration", options.iteration), bool(options.data_grid) or _wants_stations(options, kind))
     check_output(options.out, source.inputs)
     placed = source.placement
+    other = other_coordinates(SideInfo(options.crs or ""), SideInfo(placed.crs))
+    if other:
+        raise UsageError(f"--crs {options.crs}: the data are in {placed.crs}; --crs names their system and converts nothing")
     task = _Task(options.out, [placed.model(model) for model in source.models],
                  [Fit(placed.survey(fit.observed), fit.predicted) for fit in source.fits],
                  None if source.stations is None else placed.survey(source.stations), options, options.crs or placed.crs, source.names)
@@ -196,7 +199,8 @@ def _of_stack(work: Run, iteration: int | None, with_data: bool, all_data: bool)
     fits = stacked.fits() if with_data else []
     if len(fits) > 1 and not all_data:
         names = ", ".join(one.name for one in fits)
-        warn(PROGRAM, f"{work.folder}: the data {names} of the stacked run are left out; voxlith-tools unstack writes a CSV file of each")
+        warn(PROGRAM, f"{work.folder}: the data {names} of the stacked run are left out; a GeoPackage (--out .gpkg), --data-grid and "
+             "voxlith-tools unstack hold them")
     return stacked.models(iteration), [one.fit() for one in fits]
 
 

@@ -30,6 +30,7 @@ declination.mod of a magnetisation; COMPONENT.csv with data and predictions, and
 bodies.csv has position and moment of each magnetic body: connected cells of half the largest amplitude or more."""
 
 _MOST_SHOWN = 5
+_UNEVEN = 1.5  # the largest RMS misfit of a data type over the smallest
 
 
 def make_parser() -> Parser:
@@ -81,6 +82,10 @@ def run(arguments: Sequence[str]) -> int:
         write_side_file(os.path.join(out, "bodies.csv"), side)
     _report(out, stacked, models, vector, fits)
     _report_bodies(bodies)
+    misfits = [one.rms for one in fits if one.rms > 0.0]
+    if misfits and max(misfits) > _UNEVEN * min(misfits):
+        warn(PROGRAM, f"{os.fspath(out)}: the data types are fitted unevenly, with RMS misfits of {min(misfits):.2f} to {max(misfits):.2f}; "
+             "voxlith-tools compact --per-component fits each to its standard deviations, with --norm 2 as a smooth model")
     return 0
 
 
