@@ -10,7 +10,7 @@ from hypothesis import strategies as st
 from matplotlib.figure import Figure
 from matplotlib.patches import Rectangle
 
-from voxlith import Mesh, Model, Run, Survey, UsageError, VoxlithError, plot
+from voxlith import Fit, Mesh, Model, Run, Survey, UsageError, VoxlithError, plot
 from voxlith.io.bodies_file import TrueBody, read_bodies_file
 from voxlith.plot.convergence import noise_level, unchanged
 from voxlith.plot.cuts import peak_cell, section_below, shown_window, stations_near
@@ -180,6 +180,24 @@ def test_a_profile(gravity: Bench):
     figure = drawn(plot.data(survey, limits=(-5.0, 50.0)))
     assert figure.axes[0].get_ylim() == (-5.0, 50.0)
     assert figure.axes[-1].get_xlabel() == "distance along the line (m)"
+
+
+@pytest.mark.parametrize("count", [1, 2, 7])
+def test_holes_are_drawn_against_elevation(count):
+    depth = np.tile(200.0 - 20.0 * np.arange(12.0), count)
+    x = np.repeat(1000.0 + 100.0 * np.arange(count), 12)
+    observed = Survey(x, 0.0 * x + 5.0, depth, np.sin(depth / 50.0)[None, :], (0,), np.full((1, len(x)), 0.1))
+    observed.data[0, 3] = np.nan
+    figure = drawn(plot.data(Fit(observed, np.sin(depth / 50.0)[None, :] + 0.05)))
+    assert len(figure.axes) == 2 * min(count, 6)
+    panel = figure.axes[0]
+    assert panel.get_ylabel() == "elevation (m)" and panel.get_title() == "x 1000, y 5" and panel.get_xlabel() == "Gz (mGal)"
+    predicted, = (line for line in panel.lines if line.get_label() == "predicted")
+    np.testing.assert_allclose(predicted.get_ydata(), depth[:12])
+    assert ("first 6 of 7 holes" in figure._suptitle.get_text()) == (count == 7)
+    assert len(drawn(plot.data(observed)).axes) == min(count, 6)
+    surface = Survey(np.append(x, 2000.0), np.append(0.0 * x + 5.0, 300.0), np.append(depth, 200.0), np.zeros((1, len(x) + 1)), (0,))
+    assert drawn(plot.data(surface)).axes[0].get_ylabel() != "elevation (m)"
 
 
 def test_named_lines():

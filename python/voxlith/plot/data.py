@@ -1,4 +1,4 @@
-"""Observed, predicted and residual data: maps, one profile, or a panel per line."""
+"""Observed, predicted and residual data: maps, one profile, a panel per line, or a panel per borehole."""
 
 from __future__ import annotations
 
@@ -10,12 +10,14 @@ from matplotlib.ticker import MaxNLocator
 from matplotlib.tri import Triangulation
 
 from ..errors import UsageError
+from ..holes import vertical_holes
 from ..run import Fit, Run
 from ..section import Line, straight_line
 from ..survey import Survey
 from ..triangles import bridges_gap, edge_lengths
 from . import style
 from .data_view import DataView, view_of
+from .holes import hole_profiles
 from .lengths import length_scale, map_axes, show_lengths
 from .style import Limits, Reals, drawable, new_figure, styled
 
@@ -32,7 +34,7 @@ def data(source: Run | Fit | Survey, component: int = 0, *, colormap: str | None
          limits: Limits | None = None) -> Figure:
     """Observed data, and predicted data with residuals where there are predictions.
 
-    Maps; a profile where all stations stand on one line. Residuals are coloured stations in units of their standard
+    Maps; a profile where all stations stand on one line; against elevation where all are in vertical boreholes. Residuals are coloured stations in units of their standard
     deviation.
 
     Parameters
@@ -56,6 +58,10 @@ def data(source: Run | Fit | Survey, component: int = 0, *, colormap: str | None
     view.check_component(component)
     state = "" if view.iteration is None else f", iteration {view.iteration}"
     title = f"Data: {view.names[component]}{state}"
+    holes = vertical_holes(view.survey.x, view.survey.y, view.survey.elevation)
+    if sum(len(hole.stations) for hole in holes) == view.survey.n_stations:
+        style.check_colormap(colormap)
+        return hole_profiles(view, component, holes, title, limits)
     line = straight_line(view.survey.x, view.survey.y)
     if line is not None and view.survey.line is None:
         style.check_colormap(colormap)
