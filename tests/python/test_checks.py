@@ -14,7 +14,7 @@ from hypothesis import given
 
 from voxlith import Mesh, Survey
 from voxlith.checks import Finding, check_survey, findings_json, findings_table, worst
-from voxlith.checks.against import check_mesh, check_sensitivities, check_terrain
+from voxlith.checks.against import check_mesh, check_sensitivities, check_terrain, check_top
 from voxlith.checks.field import check_field, check_field_of_any_year, check_type_and_field
 from voxlith.checks.stations import check_scale, looks_like_degrees, outlier_scores
 from voxlith.checks.values import no_data_codes
@@ -230,6 +230,26 @@ def test_mesh_and_terrain():
     buried = check_terrain(survey.x, survey.y, survey.elevation, lambda x, y: 0.0 * x + 50.0, names(survey))
     assert buried[0].name == "below-ground" and len(buried[0].stations) == 256
     assert check_terrain(survey.x, survey.y, survey.elevation, lambda x, y: 0.0 * x + 2.0, names(survey)) == []
+
+
+@pytest.mark.parametrize("top, base, expected", [
+    (550.0, 500.0, []), (-550.0, 500.0, ["error"]), (0.0, 700.0, ["warning"]), (400.0, 600.0, []), (-200.0, 0.5, [])])
+def test_top_of_the_mesh_against_the_stations(top, base, expected):
+    """A top with the wrong sign or of another datum is found, a survey above its mesh is none."""
+    survey = clean()
+    mesh = Mesh.from_widths((451900.0, 5317900.0, top), 28 * [50.0], 28 * [50.0], 8 * [25.0])
+    findings = check_mesh(survey.x, survey.y, survey.elevation + base, mesh, names(survey), True)
+    assert [f.severity for f in findings if f.name == "far-above-mesh"] == expected
+
+
+@pytest.mark.parametrize("top, expected", [
+    (520.0, []), (480.0, [("ground-above-mesh", "warning")]), (-520.0, [("ground-above-mesh", "error")]),
+    (1220.0, [("ground-below-mesh", "error")])])
+def test_top_of_the_mesh_against_the_terrain(top, expected):
+    survey = clean()
+    mesh = Mesh.from_widths((451900.0, 5317900.0, top), 28 * [50.0], 28 * [50.0], 8 * [50.0])
+    found_here = check_top(survey.x, survey.y, mesh, lambda x, y: 500.0 + 0.02 * (x - 452600.0))
+    assert [(f.name, f.severity) for f in found_here] == expected
 
 
 def test_station_order_against_sensitivities(gravity):

@@ -8,7 +8,7 @@ from conftest import one_line
 from hypothesis import given
 from hypothesis import strategies as st
 
-from voxlith import Mesh, UsageError
+from voxlith import Mesh, Survey, UsageError
 from voxlith.mesh_plan import Extent, MeshPlan, Padding, plan_mesh
 
 CORE = ("--extent", "0,1600,100,900", "--cell", 50, "--depth", 800)
@@ -153,3 +153,13 @@ def test_stations_that_are_none(tools, tmp_path):
 def test_too_many_cells_is_a_usage_error():
     with pytest.raises(UsageError, match="10000 x 10000 x 10000: expected at most 268435455 in all"):
         plan_mesh(MeshPlan(Extent(0, 1e4), Extent(0, 1e4), 0.0, 1e4, (1.0, 1.0, 1.0)))
+
+
+def test_relief_without_terrain_and_cells_that_are_too_large(tools, tmp_path):
+    x, y = (a.ravel() * 50.0 for a in np.meshgrid(np.arange(20.0), np.arange(20.0)))
+    Survey(x, y, 400.0 + 0.15 * x, [0.0 * x], (0,), [0.0 * x + 0.01]).write(tmp_path / "hill.obs")
+    Survey(x, y, 400.0 + 0.01 * x, [0.0 * x], (0,), [0.0 * x + 0.01]).write(tmp_path / "flat.obs")
+    words = ("mesh", "--depth", 400, "--out", "m.msh")
+    assert "differ by 142.5 m" in tools(*words, "--stations", "hill.obs", "--cell", 50).errors
+    assert tools(*words, "--stations", "flat.obs", "--cell", 50).errors == ""
+    assert "shows no body" in tools(*words, "--stations", "flat.obs", "--cell", 500).errors

@@ -17,6 +17,7 @@ from .findings import Finding, named
 Reals = npt.NDArray[np.float64]
 Mask = npt.NDArray[np.bool_]
 
+_TOP = "check the sign and the unit of the top of the mesh; voxlith-tools mesh --topography puts it above the ground"
 _IN_GROUND, _FAR_ABOVE = 1.0, 300.0  # metres against the terrain
 
 
@@ -41,12 +42,26 @@ def check_mesh(x: Reals, y: Reals, elevation: Reals, mesh: Mesh, names: Sequence
             "error" if beside.mean() > 0.5 else "warning", "outside-mesh", f"{np.count_nonzero(beside)} of {len(x)} stations "
             f"beside the mesh, which lies at x {mesh.x_nodes[0]:g} to {mesh.x_nodes[-1]:g}, y {mesh.y_nodes[0]:g} to "
             f"{mesh.y_nodes[-1]:g}", "make the mesh below these stations, or check their coordinates", named(names, beside)))
+    if not beside.all():
+        findings += _check_height(x[~beside], y[~beside], elevation[~beside], mesh)
     below = (elevation < mesh.z_nodes[0]) & ~beside
     if below.any() and not has_terrain:
         findings.append(Finding(
             "error", "below-mesh-top", f"{count_text(np.count_nonzero(below), 'station')} below the top of the mesh at elevation "
             f"{mesh.z_nodes[0]:g}", "give the terrain with --topography, or lower the top of the mesh", named(names, below)))
     return findings
+
+
+def _check_height(x: Reals, y: Reals, elevation: Reals, mesh: Mesh) -> list[Finding]:
+    """A top with the wrong sign, or so far below all stations that they resolve nothing."""
+    top, lowest = float(mesh.z_nodes[0]), float(elevation.min())
+    extent = max(float(np.ptp(x)), float(np.ptp(y)))
+    mirrored = top < 0.0 < lowest and abs(-top - float(np.median(elevation))) < -0.5 * top + float(np.ptp(elevation))
+    if lowest - top <= (0.0 if mirrored else _FAR_ABOVE) or (not mirrored and lowest - top <= 0.25 * extent):
+        return []
+    sign = "; with the other sign it would be at theirs" if mirrored else ""
+    return [Finding("error" if mirrored else "warning", "far-above-mesh", f"all stations are {lowest - top:.4g} m or more above the top "
+                    f"of the mesh at elevation {top:g}{sign}", "check the sign and the unit of the top of the mesh: elevations count upwards")]
 
 
 def outside_mesh(x: Reals, y: Reals, mesh: Mesh) -> Mask:
@@ -82,11 +97,20 @@ def check_terrain(x: Reals, y: Reals, elevation: Reals, surface: Callable[[Reals
 
 
 def check_top(x: Reals, y: Reals, mesh: Mesh, surface: Callable[[Reals, Reals], Reals]) -> list[Finding]:
-    """Ground between the stations that is above the top of the mesh, by more than the half cell that a slope may hide."""
+    """Ground between the stations that is above the top of the mesh, by more than the half cell that a slope may hide.
+
+    A top that is everywhere far below or far above the ground is an error.
+    """
     columns = np.meshgrid(*(centres[(centres >= places.min()) & (centres <= places.max())]
                             for centres, places in ((mesh.x_centres, x), (mesh.y_centres, y))))
     height = surface(*columns) - mesh.z_nodes[0]
     above = height > 0.5 * mesh.z_widths[0]
+    if height.size and float(height.max()) < -0.5 * float(mesh.z_widths.sum()):
+        return [Finding("error", "ground-below-mesh", f"the ground between the stations is {-height.max():.4g} m or more below the top of "
+                        f"the mesh at elevation {mesh.z_nodes[0]:g}; more than half of the layers would be inactive", _TOP)]
+    if above.all() and height.size and float(height.min()) > 2.0 * float(mesh.z_widths[0]):
+        return [Finding("error", "ground-above-mesh", f"the ground is {height.min():.4g} to {height.max():.4g} m above the top of the "
+                        f"mesh at elevation {mesh.z_nodes[0]:g} in all columns between the stations; the model lacks all of it", _TOP)]
     if not above.any():
         return []
     return [Finding("warning", "ground-above-mesh", f"the terrain is above the top of the mesh in {np.count_nonzero(above)} of "

@@ -12,11 +12,13 @@ import numpy.typing as npt
 from ..amounts import bytes_text, count_text, duration_text
 from ..checks.against import check_terrain
 from ..checks.findings import listed
+from ..checks.inactive import check_ground
 from ..errors import FileError, UsageError
 from ..io.numbers import number_text, parse_real
 from ..io.obs_file import read_obs_file
 from ..io.text_lines import words_of
 from ..layers import plan_layers
+from ..mesh import Mesh
 from ..side_file import SideInfo, read_side_file, write_side_file
 from ..mesh_plan import Extent, MeshPlan, Padding, PlannedMesh, far_station, plain_coordinate, plan_mesh
 from ..survey_table import stations_of_table
@@ -30,6 +32,7 @@ from .station_options import add_csv_options, add_station_options, add_terrain_o
 
 Reals = npt.NDArray[np.float64]
 PROGRAM = "voxlith-tools"
+_FEWEST_CELLS = 5  # of the core along its longer side
 
 _EXAMPLES = """\
 Examples:
@@ -242,6 +245,10 @@ def _report(planned: PlannedMesh, stations: _Stations | None, ground: _Ground | 
     for cells, padded, axis in ((mesh.nx, plan.npx, "to the east"), (mesh.ny, plan.npy, "to the north"),
                                 (mesh.nz, plan.npz, "downwards")):
         _report_padding(cells, padded, axis)
+    east, north = planned.core_cells[:2]
+    if stations is not None and max(east, north) < _FEWEST_CELLS and len(stations.x) > 4 * east * north:
+        warn(PROGRAM, f"--cell: a core of {east} x {north} columns below {len(stations.x)} stations shows no body; use cells of about the "
+             "distance of the stations")
     if stations is not None:
         _report_work(len(stations.x), mesh.n_cells, plan.npx * plan.npy * plan.npz)
     if ground is not None:
@@ -252,6 +259,15 @@ def _report(planned: PlannedMesh, stations: _Stations | None, ground: _Ground | 
     below = 0 if stations is None else int(np.count_nonzero(stations.elevation < mesh.z_nodes[0]))
     if below:
         warn(PROGRAM, f"{count_text(below, 'station')} below the top of the mesh; give the terrain with --topography")
+    elif stations is not None:
+        _warn_of_relief(stations, mesh)
+
+
+def _warn_of_relief(stations: _Stations, mesh: Mesh) -> None:
+    places = np.column_stack([stations.x, stations.y, stations.elevation])
+    for finding in check_ground(places, mesh, np.zeros(mesh.n_cells, dtype=np.bool_), [""] * len(places)):
+        if finding.name == "relief":
+            warn(PROGRAM, f"{stations.path}: {finding.text}; {finding.remedy}")
 
 
 def _warn_of_buried(stations: _Stations, surface: Terrain) -> None:
