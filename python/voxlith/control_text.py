@@ -103,8 +103,8 @@ def _sign_reason(choices: Choices) -> list[str]:
     word = "positive" if choices.sign > 0 else "negative" if choices.sign < 0 else "of either sign"
     lines = [f"Line 3, sign, and line 8, bounds: model values {word}, in {choices.unit}."]
     if choices.sign == 0 and choices.one_sign:
-        lines.append("  A body known to be denser (1) or less dense (-1) than its surroundings is recovered better when "
-                     "its sign is given.")
+        high, low = ("of higher (1)", "of lower (-1) susceptibility") if choices.unit == "SI" else ("denser (1)", "less dense (-1)")
+        lines.append(f"  A body known to be {high} or {low} than its surroundings is recovered better when its sign is given.")
     return [*lines, "  Narrower bounds that geology gives sharpen the model; 99 or -99 leaves a side free."]
 
 

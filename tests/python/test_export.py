@@ -310,6 +310,6 @@ def test_wrong_grids(tools: Tools, words: tuple[str, ...], problem: str) -> None
 
 
 def test_stored_iterations_are_exported(gravity: Bench, tools: Tools) -> None:
-    assert tools("export", gravity.folder, "--iteration", 5, "--out", "a.geoh5").out == "a.geoh5: 192 cells, 1 models\n"
+    assert tools("export", gravity.folder, "--iteration", 5, "--out", "a.geoh5").out == "a.geoh5: 192 cells, 1 model\n"
     assert "no model of iteration 6" in one_line(tools("export", gravity.folder, "--iteration", 6, "--out", "a.geoh5"))
     assert Placement().mesh(uneven().mesh) == uneven().mesh

@@ -93,7 +93,7 @@ def test_bounds_below_0_allow_both_signs_of_magnetic_data(survey, tools, tmp_pat
     done = tools("init", *GRAVITY)
     assert done.status == 0 and "  g_bounds.txt: bounds of g.mtx, with" in done.out
     values = read_control_file(tmp_path / "voxlith.inp").values
-    assert (values.positivity, values.bounds) == (0, "g_bounds.txt")
+    assert (values.positivity, values.bounds) == (0, "g_bounds.txt") and "of lower (-1) susceptibility" in done.out
     done = tools("init", *GRAVITY, "--sign", "positive", "--out", "p.inp")
     assert "those of g_bounds.txt, free sides by 0,1, cut at 0 for positive values" in done.out
     assert tools("init", *GRAVITY, "--bounds", "-0.2,0.3", "--out", "b.inp").status == 0

@@ -1,6 +1,8 @@
 """What the pictures show: shared scales, axes to one scale, stations and cells that are never left out."""
 
+import importlib
 import math
+from types import SimpleNamespace
 
 import numpy as np
 import pytest
@@ -77,6 +79,16 @@ def test_curves_are_the_table(gravity: Bench):
     # The terms are those of the total: their sum is its square.
     whole = terms["misfit²"][-1] + sum(np.nan_to_num(terms[label][-1]) for label in terms if label.startswith(("smooth", "diff")))
     assert whole == pytest.approx(run.table[-1].total ** 2, rel=1e-3)
+
+
+def test_terms_that_the_log_rounds_to_0_are_drawn_as_their_sum(gravity: Bench, monkeypatch):
+    module = importlib.import_module("voxlith.plot.convergence")
+    run = Run(gravity.folder)
+    assert "trade-off × norm²" not in [line.get_label() for line in plot.convergence(run).axes[3].lines]
+    nothing = SimpleNamespace(**{key: 0.0 for key, *_ in module._TERMS})
+    monkeypatch.setattr(module, "_terms_of", lambda log: [(number, nothing) for number in log.iterations])
+    rest, = (line.get_ydata() for line in plot.convergence(run).axes[3].lines if line.get_label() == "trade-off × norm²")
+    assert rest[-1] == pytest.approx(run.table[-1].total ** 2 - run.table[-1].misfit ** 2)
 
 
 def test_rows_that_repeat_are_open_marks(gravity: Bench, copied):

@@ -238,7 +238,7 @@ def _write_geoh5(task: _Task) -> None:
     from ..export import write_run_geoh5
     write_run_geoh5(task.out, task.models, task.fit)
     stations = "" if task.fit is None else f", {task.fit.observed.n_stations} stations"
-    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {len(task.models)} models{stations}")
+    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {count_text(len(task.models), 'model')}{stations}")
 
 
 def _write_vtk(task: _Task) -> None:
@@ -247,7 +247,7 @@ def _write_vtk(task: _Task) -> None:
         write_vti(task.out, task.models)
     else:
         write_vtr(task.out, task.models)
-    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {len(task.models)} models")
+    say(f"{task.out}: {task.models[0].mesh.n_cells} cells, {count_text(len(task.models), 'model')}")
     if task.fit is not None:
         stations = f"{os.path.splitext(task.out)[0]}_stations.vtp"
         write_stations_vtp(stations, task.fit)

@@ -22,6 +22,7 @@ _TERMS = (("reference", "difference from the reference", style.GREY, (0, (1, 1))
           ("smooth_y", "smoothness in y", style.ORANGE, "--"), ("smooth_z", "smoothness in z", style.GREEN, "-."),
           ("barrier", "barrier", style.PURPLE, ":"))
 _LEAST = 0.0005  # of a term that is drawn: the log prints four decimals
+_NOTABLE = 0.01  # of the squared misfit: what the log leaves out is drawn from there on
 
 
 @styled
@@ -56,7 +57,7 @@ def convergence(run: Run) -> Figure:
     _logarithmic(panels[0, 0], np.append(curves[0], noise))
     _logarithmic(panels[1, 0], curves[2])
     panels[0, 0].legend(loc="upper right")
-    _terms(panels[1, 1], run, iteration, curves[0])
+    _terms(panels[1, 1], run, iteration, curves[0], curves[2])
     for panel in panels[1]:
         panel.set_xlabel("iteration")
     for panel in panels.flat:
@@ -128,8 +129,10 @@ def _multipliers(run: Run) -> Callable[[int, RunLog], float]:
     return lambda number, log: float(multipliers[min(int(np.searchsorted(last, number)), len(last) - 1)])
 
 
-def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals) -> None:
-    """What the square of the total is made of: the misfit, the parts of the norm times the trade-off, the barrier."""
+def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals, total: Reals) -> None:
+    """What the square of the total is made of: the misfit, the parts of the norm times the trade-off, the barrier. The log rounds
+    the parts of a small norm to 0: then their sum is drawn, from the table.
+    """
     panel.set_title("Terms of the total: misfit², trade-off × parts of norm²")
     panel.plot(iteration, drawable(misfit ** 2), color="black", linewidth=1.2, label="misfit²")
     try:
@@ -139,13 +142,18 @@ def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals) -> 
     multiplier_of = _multipliers(run)
     found = {number: (terms, multiplier_of(number, log)) for log in logs for number, terms in _terms_of(log)}
     numbers = sorted(found)
+    shown = False
     for key, words, colour, dashes in _TERMS:
         # The barrier is a term of the total by itself.
         values = drawable([getattr(terms, key) * (1.0 if key == "barrier" else tradeoff)
                            for terms, tradeoff in (found[number] for number in numbers)])
         values = np.where(values > 0.0, values, np.nan)
         if (values >= _LEAST).any():
+            shown = True
             panel.plot(numbers, values, color=colour, linestyle=dashes, linewidth=1.2, label=words)
+    rest = drawable(total ** 2 - misfit ** 2)
+    if found and not shown and rest[-1] > _NOTABLE * misfit[-1] ** 2:
+        panel.plot(iteration, np.where(rest > 0.0, rest, np.nan), color=style.GREY, linestyle="--", linewidth=1.2, label="trade-off × norm²")
     _logarithmic(panel, np.concatenate([np.asarray(line.get_ydata(), dtype=np.float64) for line in panel.lines]))
     if panel.get_yscale() == "log":
         panel.set_ylim(bottom=max(panel.get_ylim()[0], _LEAST))
