@@ -12,6 +12,6 @@ STATEMENTS = [
     says('at least {:.0f} percent of the absolute excess:', 100 * setting(SOURCE, r'^MUCH = ([\d.]+)')),
 ]
 GIVEN = [
-    'Values are counted from 0', 'the bound farther from 0', 'A bound of 0,', 'the lesser sign has at least 10 percent of the absolute excess',
-    'even when the RMS misfit is 1',
+    'Values are counted from 0', 'the bound farther from 0', 'A bound of 0,',
+    'the lesser sign has at least 10 percent of the absolute excess', 'even when the RMS misfit is 1',
 ]

@@ -23,12 +23,16 @@ STATEMENTS = [
     says('This survey has stations {:.0f} m apart', (example(r'grid\(\d+, (\d+),') - example(r'grid\((\d+),')) / (example(r'grid\(\d+, \d+, (\d+),') - 1)),
 ]
 GIVEN = [
-    'Runs from 0.05 and 0.3 fit as well', 'alphas of 1.', 'after 60 iterations the anomalies', 'are set to 0.01 (1 in magnetic files). For anomalies of 0.1 mGal',
-    'Begin with 0.01 for gravity (mGal) and 1 to 30 for total field (nT)', 'A value of 1 is a fit', 'is far above 1, divide by 10. If it is far below 1, multiply',
-    'then use factors of 3', 'With 60 iterations that is 0.1 here, with 300 it is 0.3', 'flattened out near 1', 'has at most 20 steps of its solver and at most 20 accepted steps',
-    '0 or 1 in all rows', 'An alphaZ of 0.1', 'multiplied by 1.0e8', 'about 1.0e4 has the same weight', 'flag 2', 'an initial value of 0 is raised to 0.00001', 'Flag 2,',
-    '33 cells to 64', 'a factor of at most 1.5', '(-beta/2)', 'beta 2 for gz, 3 for gradients and magnetics', 'a trade-off of 0.3, and 60 or 300', 'differ by more than 0.01',
-    'Up to 0.01, the default', '0.03 is good enough for first trials; 0.1 is not', 'Here length 4 keeps', 'lengths 6 and 8', '| 0.01 | 0.001 for the last run |',
-    '| 0.0001 1 1 1 | change', 'by factors of 3 to 10 |', '| 0.01 gravity, 10 magnetics | change it by factors of 10, then 3, until the RMS misfit is near 1 |',
+    'Runs from 0.05 and 0.3 fit as well', 'alphas of 1.', 'after 60 iterations the anomalies',
+    'are set to 0.01 (1 in magnetic files). For anomalies of 0.1 mGal',
+    'Begin with 0.01 for gravity (mGal) and 1 to 30 for total field (nT)', 'A value of 1 is a fit',
+    'is far above 1, divide by 10. If it is far below 1, multiply', 'then use factors of 3',
+    'With 60 iterations that is 0.1 here, with 300 it is 0.3', 'flattened out near 1',
+    'has at most 20 steps of its solver and at most 20 accepted steps', '0 or 1 in all rows', 'An alphaZ of 0.1', 'multiplied by 1.0e8',
+    'about 1.0e4 has the same weight', 'flag 2', 'an initial value of 0 is raised to 0.00001', 'Flag 2,', '33 cells to 64',
+    'a factor of at most 1.5', '(-beta/2)', 'beta 2 for gz, 3 for gradients and magnetics', 'a trade-off of 0.3, and 60 or 300',
+    'differ by more than 0.01', 'Up to 0.01, the default', '0.03 is good enough for first trials; 0.1 is not', 'Here length 4 keeps',
+    'lengths 6 and 8', '| 0.01 | 0.001 for the last run |', '| 0.0001 1 1 1 | change', 'by factors of 3 to 10 |',
+    '| 0.01 gravity, 10 magnetics | change it by factors of 10, then 3, until the RMS misfit is near 1 |',
     '| 60 | 100 to 300 at the trade-off chosen |',
 ]

@@ -13,4 +13,7 @@ STATEMENTS = [
     says('2: at least {:.5f}, with', LEAST),
     says('| maxIterations | integer | {:.0f} |', MOST), says('0 or less means {:.0f}.', MOST), says('there are {:.0f} iterations', MOST),
 ]
-GIVEN = ['`2 2 0.3` removes 0.3 g/cm³', 'the mean over 400 m of its line', 'in runs of more than 22 iterations', 'the unit of susceptibility is 0.03 SI']
+GIVEN = [
+    '`2 2 0.3` removes 0.3 g/cm³', 'the mean over 400 m of its line', 'in runs of more than 22 iterations',
+    'the unit of susceptibility is 0.03 SI',
+]

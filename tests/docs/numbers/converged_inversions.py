@@ -53,11 +53,12 @@ STATEMENTS = [
          / float(only(PRODUCTS, share='1e-05')['voxlith_run'])),
 ]
 GIVEN = [
-    'unless all widths and weights are 1.', '(flag 2) is the lower bound 0.00001', 'its term in the log is 0.', 'L-BFGS-B of SciPy to 1e-6',
-    'on line 12 does', 'the limit is 1000 steps', '(1e-6 by default; 1e-4 with', 'Above 100 percent', 'R = 1 means', 'ends at 1.41 R',
-    'within 1 percent of R', 'sets all factors to 1', 'within 2 percent of the best', 'The term is 0 where', 'and 0 between cells', 'has weight 0.',
-    'multiply it by 10', '| smooth | 2 | 2 |', '| blocky | 1 | 1 |', '| compact | 0 | 0.7 |', '((v/e)² + 1)<sup>p/2 - 1</sup>',
-    'by factors of 0.7', 'model to 0.05 of it', 'to 1e-3 of the objective', 'by more than 2 percent of the largest', 'p = 0 of values',
-    'p = 0 of differences', 'The powers and 0.05 were', 'one solution to 1e-4', 'gravity stations, bounds 0 to 1', '| 1e-2 |', '| 1e-3 |', '| 1e-4 |',
-    '| 1e-5 |', 'up to 60,000 cells, with 400 coefficients', 'up to 100 directions (40 with sensitivities on disk), 8 bytes per cell',
+    'unless all widths and weights are 1.', '(flag 2) is the lower bound 0.00001', 'its term in the log is 0.',
+    'L-BFGS-B of SciPy to 1e-6', 'on line 12 does', 'the limit is 1000 steps', '(1e-6 by default; 1e-4 with', 'Above 100 percent',
+    'R = 1 means', 'ends at 1.41 R', 'within 1 percent of R', 'sets all factors to 1', 'within 2 percent of the best',
+    'The term is 0 where', 'and 0 between cells', 'has weight 0.', 'multiply it by 10', '| smooth | 2 | 2 |', '| blocky | 1 | 1 |',
+    '| compact | 0 | 0.7 |', '((v/e)² + 1)<sup>p/2 - 1</sup>', 'by factors of 0.7', 'model to 0.05 of it', 'to 1e-3 of the objective',
+    'by more than 2 percent of the largest', 'p = 0 of values', 'p = 0 of differences', 'The powers and 0.05 were',
+    'one solution to 1e-4', 'gravity stations, bounds 0 to 1', '| 1e-2 |', '| 1e-3 |', '| 1e-4 |', '| 1e-5 |',
+    'up to 60,000 cells, with 400 coefficients', 'up to 100 directions (40 with sensitivities on disk), 8 bytes per cell',
 ]

@@ -97,9 +97,9 @@ STATEMENTS = [
 GIVEN = [
     'relative to its largest value (Li and Oldenburg 2000, Geophysics 65, 540-552)', '(Li and Oldenburg 1996, Geophysics 61, 394-408)',
     'decays like (depth + z0)^-1.2 below the stations (-1.4 for a blocky norm)', 'p of about 1.2, gradients and magnetics about 0.6',
-    'the weight is 0', 'uses 1/(depth + z0) in place of r', 'decays like (depth + z0)^-1.8', 'section 1 of the file are w times 2.5e8 / h^2',
-    'weights of differences by 1e8, and those of smallness by 1.', 'on line 10 of', 'on line 9',
-    '16 x 16 stations 80 m apart and noise of 1 % of the largest datum', 'cells of 50 m', 'suits the norm: 1.2, and 1.4 for blocky',
-    'The power 3 of', 'With a decay of 1.3', 'With a decay of 1.0', 'With 1.2 a', 'norm 1.3 gives', 'and 1.0 makes',
-    'Three other realisations', 'with four realisations of the noise',
+    'the weight is 0', 'uses 1/(depth + z0) in place of r', 'decays like (depth + z0)^-1.8',
+    'section 1 of the file are w times 2.5e8 / h^2', 'weights of differences by 1e8, and those of smallness by 1.', 'on line 10 of',
+    'on line 9', '16 x 16 stations 80 m apart and noise of 1 % of the largest datum', 'cells of 50 m',
+    'suits the norm: 1.2, and 1.4 for blocky', 'The power 3 of', 'With a decay of 1.3', 'With a decay of 1.0', 'With 1.2 a',
+    'norm 1.3 gives', 'and 1.0 makes', 'Three other realisations', 'with four realisations of the noise',
 ]

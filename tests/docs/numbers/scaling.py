@@ -112,10 +112,10 @@ STATEMENTS = [
     says('blocks of {:.0f} cells', of_source('optim/lbfgsb/block_kernels.h', 'blockLength')),
 ]
 GIVEN = [
-    'with 16 cores each', 'Slurm 22.05', '(Intel Xeon, AVX-512)', '(16 * used columns + 8 * data) / network', 'four machines with 16 cores each',
-    'The table assumes 6000 per datum for a million cells, and 9000 and 13000 for the larger meshes',
-    '16 threads, b = 8', '| S | 10^6 | 10^4 | 6.0e7', '| M | 10^7 | 10^5 | 9.0e8', '| L | 10^8 | 10^6 | 1.3e10', 'an RMS misfit of 1', 'end with status 2',
-'on 1, 2, 3 and 7 threads', 'one with 1 thread and one with n', 'each has 1/P of the coefficients',
-    '(x86-64)', 'less than 1 MB', 'two cores of a virtual machine', '900 million coefficients (', 'So 100,000 rows',
-    '1.05 million | 1.5 million', '10.5 million | 900 million', '1.05 million | 100 million',
+    'with 16 cores each', 'Slurm 22.05', '(Intel Xeon, AVX-512)', '(16 * used columns + 8 * data) / network',
+    'four machines with 16 cores each', 'The table assumes 6000 per datum for a million cells, and 9000 and 13000 for the larger meshes',
+    '16 threads, b = 8', '| S | 10^6 | 10^4 | 6.0e7', '| M | 10^7 | 10^5 | 9.0e8', '| L | 10^8 | 10^6 | 1.3e10', 'an RMS misfit of 1',
+    'end with status 2', 'on 1, 2, 3 and 7 threads', 'one with 1 thread and one with n', 'each has 1/P of the coefficients', '(x86-64)',
+    'less than 1 MB', 'two cores of a virtual machine', '900 million coefficients (', 'So 100,000 rows', '1.05 million | 1.5 million',
+    '10.5 million | 900 million', '1.05 million | 100 million',
 ]

@@ -22,4 +22,7 @@ STATEMENTS = [
          *shown(PAGE, r'^Gz: RMS misfit ([\d.]+)', 1)),
     way('without', 'without'), way('one run', 'one run with 0.07'), way('balanced', 'balanced with 0.03'),
 ]
-GIVEN = ['an RMS misfit near 1', 'that is 0 where the gradients of both models are parallel', '| one run with 0.07 |', '| balanced with 0.03 |']
+GIVEN = [
+    'an RMS misfit near 1', 'that is 0 where the gradients of both models are parallel', '| one run with 0.07 |',
+    '| balanced with 0.03 |',
+]

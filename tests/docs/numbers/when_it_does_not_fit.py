@@ -26,8 +26,10 @@ STATEMENTS = [
     says('({:.2f} in place of {:.2f} compresses the example {:.1f} times as far)', 0.03, 0.01, FILES[1] / FILES[0]),
 ]
 GIVEN = [
-    'stays far above 1 |', 'stays far above 1, flattened out', 'misfit far below 1 |', 'standard deviations of 0, unusable', '(1) The head', '(2) The row', '(3) The z-scores',
-    'Continue the run: 1 on line 1', 'rows with 0 or 1 steps', '## The misfit stays far above 1', 'Divide it by 10.', 'of 0.01 or less', '## The misfit is far below 1',
-    'Susceptibilities of 0 or more', 'are 0, and the largest', 'alphaE to alphaZ are near 0', 'An RMS misfit of 1 is a mean', 'runs that end at 1,', 'deviations are 0, as with',
-    'a datum of 0 is left out', 'then shows 0.0000', 'deviation is near 0', 'up to 20 products in the solver',
+    'stays far above 1 |', 'stays far above 1, flattened out', 'misfit far below 1 |', 'standard deviations of 0, unusable',
+    '(1) The head', '(2) The row', '(3) The z-scores', 'Continue the run: 1 on line 1', 'rows with 0 or 1 steps',
+    '## The misfit stays far above 1', 'Divide it by 10.', 'of 0.01 or less', '## The misfit is far below 1',
+    'Susceptibilities of 0 or more', 'are 0, and the largest', 'alphaE to alphaZ are near 0', 'An RMS misfit of 1 is a mean',
+    'runs that end at 1,', 'deviations are 0, as with', 'a datum of 0 is left out', 'then shows 0.0000', 'deviation is near 0',
+    'up to 20 products in the solver',
 ]
