@@ -29,6 +29,7 @@ _MOST_SOURCES = 6000
 _DEPTH_OF_SPACING = 2.5  # depth of equivalent sources over the distance of the stations
 _GRID = 128
 _EDGE = 0.125  # width of an edge over the extent of the survey
+_CORNER = 0.2  # width of a corner over the extent of the survey
 _LINE = 0.02  # width over length below which stations follow one line
 _FEWEST_AT_EDGE = 5
 SIGNIFICANT = 3.0
@@ -57,6 +58,14 @@ class Regional:
     parameter: float
     coefficients: Reals
     origin: tuple[float, float, float]
+
+    @property
+    def slope(self) -> tuple[float, float] | None:
+        """Of a polynomial of order 1 and above, to the east and to the north at the origin, per metre."""
+        if self.method != "polynomial" or self.parameter < 1.0:
+            return None
+        rising = self.coefficients[[int(self.parameter) + 1, 1]] / self.origin[2]  # x and y among x^i y^j, j first
+        return float(rising[0]), float(rising[1])
 
 
 def polynomial_regional(survey: Survey, order: int, component: int = 0, *, outside: Box | None = None,
@@ -263,6 +272,10 @@ def _inside(survey: Survey, box: Box) -> Mask:
     if not (xmin < xmax and ymin < ymax):
         raise UsageError(f"regional: expected xmin below xmax and ymin below ymax, found {xmin:g},{xmax:g},{ymin:g},{ymax:g}")
     inside: Mask = (survey.x >= xmin) & (survey.x <= xmax) & (survey.y >= ymin) & (survey.y <= ymax)
+    if not inside.any():
+        raise UsageError(f"regional: expected a box with stations, found none of {survey.n_stations} in {xmin:.10g},{xmax:.10g},"
+                         f"{ymin:.10g},{ymax:.10g}; they are at x {survey.x.min():.8g} to {survey.x.max():.8g}, y {survey.y.min():.8g} to "
+                         f"{survey.y.max():.8g}")
     return inside
 
 
@@ -279,12 +292,18 @@ class ResidualLevel:
         Mean of each edge of the survey, by its name, less anomalies that reach it: the mean of the middle half.
     biased : tuple of str
         Edges whose mean is not 0: by more than a standard deviation, and more than the scatter of their data allows.
+    corners : dict
+        Means of the corners, which an edge does not show where two of them have opposite signs.
+    biased_corners : tuple of str
+        As for the edges.
     """
 
     median: float
     below: float
     edges: dict[str, float]
     biased: tuple[str, ...]
+    corners: dict[str, float]
+    biased_corners: tuple[str, ...]
 
 
 def residual_level(residual: Survey, component: int = 0) -> ResidualLevel:
@@ -294,11 +313,15 @@ def residual_level(residual: Survey, component: int = 0) -> ResidualLevel:
     """
     values, valid = _data(residual, component)
     deviation = float(np.nanmedian(residual.uncertainties()[component]))
-    edges = edge_means(residual.x, residual.y, values)
-    biased = [name for name, edge in edges.items() if abs(edge.mean) > max(deviation, SIGNIFICANT * edge.error)]
+    edges, corners = edge_means(residual.x, residual.y, values), _corner_means(residual.x, residual.y, values)
     found = values[valid]
     return ResidualLevel(float(np.median(found)), float((found < 0.0).mean()), {name: edge.mean for name, edge in edges.items()},
-                         tuple(biased))
+                         _biased(edges, deviation), {name: corner.mean for name, corner in corners.items()},
+                         _biased(corners, deviation))
+
+
+def _biased(means: dict[str, EdgeMean], deviation: float) -> tuple[str, ...]:
+    return tuple(name for name, one in means.items() if abs(one.mean) > max(deviation, SIGNIFICANT * one.error))
 
 
 @dataclass(frozen=True)
@@ -321,13 +344,32 @@ def edge_means(x: Reals, y: Reals, values: Reals) -> dict[str, EdgeMean]:
         if extent <= _LINE * max(extents):
             continue
         for name, distance in zip(names, (places - places.min(), places.max() - places)):
-            at = np.sort(values[valid & (distance <= _EDGE * extent)])
-            if len(at) < _FEWEST_AT_EDGE:
-                continue
-            quarter = len(at) // 4
-            scatter = 0.7413 * float(at[-1 - quarter] - at[quarter])  # of the quartiles, to a standard deviation
-            edges[name] = EdgeMean(float(at[quarter: len(at) - quarter].mean()), 1.2 * scatter / math.sqrt(len(at)))
+            at = values[valid & (distance <= _EDGE * extent)]
+            if len(at) >= _FEWEST_AT_EDGE:
+                edges[name] = _middle_mean(at)
     return edges
+
+
+def _corner_means(x: Reals, y: Reals, values: Reals) -> dict[str, EdgeMean]:
+    """Means in the corners of a survey that is an area, by their names; a corner needs five data."""
+    valid, east, north = np.isfinite(values), float(np.ptp(x)), float(np.ptp(y))
+    corners: dict[str, EdgeMean] = {}
+    if min(east, north) <= _LINE * max(east, north):
+        return corners
+    for first, upward in (("north", y.max() - y), ("south", y - y.min())):
+        for second, sideward in (("west", x - x.min()), ("east", x.max() - x)):
+            at = values[valid & (upward <= _CORNER * north) & (sideward <= _CORNER * east)]
+            if len(at) >= _FEWEST_AT_EDGE:
+                corners[first + second] = _middle_mean(at)
+    return corners
+
+
+def _middle_mean(values: Reals) -> EdgeMean:
+    """Mean of the middle half."""
+    at = np.sort(values)
+    quarter = len(at) // 4
+    scatter = 0.7413 * float(at[-1 - quarter] - at[quarter])  # of the quartiles, to a standard deviation
+    return EdgeMean(float(at[quarter: len(at) - quarter].mean()), 1.2 * scatter / math.sqrt(len(at)))
 
 
 def _data(survey: Survey, component: int) -> tuple[Reals, Mask]:

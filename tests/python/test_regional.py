@@ -134,3 +134,26 @@ def test_boxes_that_leave_nothing_are_refused():
         polynomial_regional(made, 1, outside=(-1.0, 2000.0, -1.0, 2000.0))
     with pytest.raises(UsageError, match="xmin below xmax"):
         polynomial_regional(made, 1, outside=(5.0, 2.0, 0.0, 1.0))
+
+
+def test_slope_and_corners_of_a_tilted_plane():
+    """Where two opposite corners are off, means along the edges do not show it."""
+    x, y = (a.ravel() * 60.0 for a in np.meshgrid(np.arange(18.0), np.arange(18.0)))
+    noise = np.random.default_rng(2).normal(0.0, 0.01, x.shape)
+    plane = 0.0018 * x - 0.0011 * y
+    survey = Survey(x, y, 0.0 * x, [plane + noise], (0,), [np.full(x.shape, 0.01)])
+    fitted = polynomial_regional(survey, 1)
+    assert fitted.slope == pytest.approx((0.0018, -0.0011), abs=2.0e-5)
+    assert polynomial_regional(survey, 2).slope == pytest.approx((0.0018, -0.0011), abs=2.0e-5)
+    assert polynomial_regional(survey, 0).slope is None
+    assert residual_level(subtract(survey, fitted)).biased_corners == ()
+    bumps = [np.exp(-((x - east) ** 2 + (y - north) ** 2) / 250.0**2) for east, north in ((0.0, 1020.0), (1020.0, 0.0))]
+    level = residual_level(survey.with_data([noise + 0.06 * (bumps[1] - bumps[0])]))
+    assert level.biased == () and level.biased_corners == ("northwest", "southeast")
+
+
+def test_a_box_without_stations_is_refused():
+    x, y = (a.ravel() * 60.0 + 500000.0 for a in np.meshgrid(np.arange(8.0), np.arange(8.0)))
+    survey = Survey(x, y, 0.0 * x, [0.001 * x], (0,), [np.full(x.shape, 0.01)])
+    with pytest.raises(UsageError, match="found none of 64 in 250,850,200,800; they are at x 500000 to"):
+        polynomial_regional(survey, 1, outside=(250.0, 850.0, 200.0, 800.0))

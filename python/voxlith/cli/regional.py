@@ -8,6 +8,7 @@ from collections.abc import Sequence
 import numpy as np
 
 from ..checks.values import no_data_codes
+from ..codes import is_magnetic
 from ..errors import FileError, UsageError
 from ..io.numbers import number_text
 from ..regional import Regional, polynomial_regional, residual_level, subtract, upward_regional, wavelength_regional
@@ -117,6 +118,8 @@ def _report_level(options: argparse.Namespace, residual: Survey, number: int) ->
     say(f"median:     {_rounded(level.median)} {unit}, {100.0 * level.below:.0f} % of the residuals below 0")
     if level.edges:
         say("edges:      " + ", ".join(f"{name} {_rounded(value)}" for name, value in level.edges.items()) + f" {unit}")
+    if level.corners:
+        say("corners:    " + ", ".join(f"{name} {_rounded(value)}" for name, value in level.corners.items()) + f" {unit}")
     # A fit below positive anomalies leaves what reaches the edge.
     expected = {"positive": 1.0, "negative": -1.0}.get(options.anomaly or "", 0.0)
     biased = [name for name in level.biased if not expected * level.edges[name] > 0.0]
@@ -136,6 +139,9 @@ def _report_level(options: argparse.Namespace, residual: Survey, number: int) ->
                 "reaches the edge" if low else
                 "the regional field has another slope or shape")
         warn(PROGRAM, f"{options.out}: the residual is not 0 at the edges of the survey ({', '.join(biased)}); {what}; {remedy}")
+    elif options.order and not options.anomaly and level.biased_corners and not is_magnetic(residual.codes[number]):
+        warn(PROGRAM, f"{options.out}: the residual is not 0 at the corners of the survey ({', '.join(level.biased_corners)}); anomalies have "
+             "tilted the regional field, or reach the corner; fit outside of all anomalies with --outside, and compare the models")
 
 
 def _rounded(value: float) -> str:
@@ -151,6 +157,9 @@ def _report(options: argparse.Namespace, survey: Survey, residual: Survey, regio
         say(f"{label:<11} {low} to {high} {unit}")
     if regional.method == "polynomial" and regional.coefficients.size:
         say(f"constant:   {number_text(float(f'{regional.coefficients[0]:.4g}'))} {unit} at the middle of the survey")
+    if regional.slope is not None:
+        east, north = (_rounded(1000.0 * value) for value in regional.slope)
+        say(f"slope:      {east} to the east, {north} to the north, {unit} per km at the middle of the survey")
     _report_level(options, residual, number)
     field_range, left = float(np.nanmax(survey.data[number]) - np.nanmin(survey.data[number])), float(np.ptp(regional.values))
     if regional.method != "polynomial" and left > 0.9 * field_range:
