@@ -198,6 +198,13 @@ def test_what_a_wrong_regional_field_has_left_is_found():
     assert found(little, regional_removed=True) == {}
 
 
+def test_residuals_in_microgal():
+    """Too small a range for the check of ranges, but standard deviations that no gravimeter has."""
+    assert found(clean(scale=50.0)) == {}
+    finding = found(clean(scale=250.0))["units"]
+    assert finding.severity == "warning" and "microgal" in finding.text and "--data-scale 0.001" in finding.remedy
+
+
 def test_degrees():
     survey = clean()
     degrees = changed(survey, x=15.0 + (survey.x - 452000.0) / 71_000.0, y=50.0 + (survey.y - 5318000.0) / 111_000.0)

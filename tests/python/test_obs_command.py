@@ -335,3 +335,11 @@ def test_axes_of_other_programs(convert, tmp_path):
     survey = Survey.read(tmp_path / "d.obs")
     assert survey.codes == (11, 15, 0)
     assert survey.data.tolist() == [[1, 4], [-2, -5], [-3, -6]]
+
+
+def test_magnetic_data_without_type_or_field(tools, tmp_path):
+    (tmp_path / "m.csv").write_text("x,y,z,tmi,mantle\n" + "".join(f"{50 * n},{30 * n % 70},5,{n % 5},{n % 5}\n" for n in range(20)))
+    words = ("obs", "m.csv", "--x", "x", "--y", "y", "--z", "z", "--floor", 1, "--out", "o.obs")
+    assert "tmi is read as gz in mGal" in tools(*words, "--data", "tmi").errors
+    assert "is read as gz" not in tools(*words, "--data", "mantle").errors
+    assert "is read as gz" not in tools(*words, "--data", "tmi", "--type", "tmi", "--field", "60,5,50000").errors

@@ -24,6 +24,7 @@ _ABSOLUTE_GRAVITY = (970_000.0, 990_000.0)  # mGal
 _EARTH_FIELD = (18_000.0, 70_000.0)  # nT
 _LARGEST_RANGE = {"mGal": 600.0, "Eotvos": 20_000.0, "nT": 60_000.0}
 _SMALLEST_RANGE = {"mGal": 2.0e-3, "Eotvos": 1.0e-2, "nT": 1.0e-2}
+_LARGEST_ERROR = 5.0  # mGal; gravimeters read to hundredths, regional compilations to 1 or 2
 _TIGHT, _LOOSE = 1.0e-4, 0.5  # standard deviations as a part of the range of the data
 _CONTRADICTS, _MOST_AGAINST = 2.0, 0.25  # standard deviations, and part of the data, against the sign of a model
 
@@ -91,7 +92,10 @@ def check_values(values: Reals, deviations: Reals | None, code: int, label: str,
     if np.count_nonzero(kept) > 1 and float(np.ptp(data)) == 0.0:
         findings.append(Finding("error", "constant-data", f"{label}: all {len(data)} data are {data[0]:g}",
                                 "check the column of the data"))
-    findings += _check_units(data, code, label)
+    units = _check_units(data, code, label)
+    if not units and deviations is not None and data_unit(code) == "mGal":
+        units = _check_gravity_errors(data, deviations[kept], label)
+    findings += units
     return findings + _check_deviations(data, None if deviations is None else deviations[kept], label,
                                         [name for name, used in zip(names, kept.tolist()) if used])
 
@@ -138,6 +142,16 @@ def _check_units(data: Reals, code: int, label: str) -> list[Finding]:
         return [Finding("warning", "units", f"{label}: a range of {extent:.3g} {unit} is below what surveys measure; the "
                         f"data may be in {hint}", f"convert the data to {unit}")]
     return []
+
+
+def _check_gravity_errors(data: Reals, deviations: Reals, label: str) -> list[Finding]:
+    """Standard deviations in microgal that the data, in microgal too, exceed."""
+    given = deviations[deviations > 0.0]
+    if not len(given) or float(np.median(given)) < _LARGEST_ERROR or are_loose(data, deviations):
+        return []
+    return [Finding("warning", "units", f"{label}: a median standard deviation of {float(np.median(given)):.3g} mGal beside a range of "
+                    f"{float(np.ptp(data)):.4g} mGal is more than gravimeters have; data and standard deviations may be in microgal",
+                    "convert the table with voxlith-tools obs --data-scale 0.001")]
 
 
 def are_loose(values: Reals, deviations: Reals) -> bool:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import re
 from collections.abc import Sequence
 from dataclasses import dataclass
 
@@ -33,6 +34,7 @@ from .station_options import (add_csv_options, add_data_options, add_station_opt
                               station_columns)
 
 PROGRAM = "voxlith-tools"
+_MAGNETIC_NAME = re.compile(r"(^|_)(tmi|mag|magnetic|nt)(_|$)", re.IGNORECASE)
 Reals = npt.NDArray[np.float64]
 _KNOWN_TYPES = (0, 1, 2, 10, 11, 12, 13, 14, 15, 20, 21, 22)
 _REPORTED = ("standard-deviations",)  # the report shows them
@@ -202,9 +204,17 @@ def _import(options: argparse.Namespace, columns: SurveyColumns) -> _Converted:
         survey.direction = direction or survey.field.direction
     survey.write(options.out, digits="full")
     write_side_file(options.out, placed.side)
+    masked += [] if types or magnetic else _magnetic_names(columns)
     of_place = [] if options.date else check_field_of_any_year(survey, placed.side)
     return _Converted(survey, summary, None, True, placed,
                       [*masked, *check_survey(survey, kept_names(placed.side, survey.n_stations) or None), *of_place])
+
+
+def _magnetic_names(columns: SurveyColumns) -> list[Finding]:
+    """Columns whose names are those of magnetic data, which are read as gravity without --type and --field."""
+    found = [name for name in (text.split(":")[0] for text in columns.data) if _MAGNETIC_NAME.search(name)]
+    return [Finding("warning", "data-type", f"column {name} is read as gz in mGal, but has the name of magnetic data",
+                    "give --field or --date with magnetic data, or --type gz") for name in found]
 
 
 def _mask_no_data_codes(survey: Survey, names: Sequence[str]) -> list[Finding]:
