@@ -20,7 +20,9 @@ void moveTowards(const InversionProblem& problem, NewtonWork& work, std::span<co
                  std::span<double> residual, SubspaceResult& result) {
     const std::span<double> model = modelOf(problem);
     for (std::size_t n = 0; n < model.size(); ++n) {
-        model[n] = share < 1.0 ? model[n] + share * work.direction[n] : work.trial[n];
+        // Between two models within the bounds rounding can lead beyond them, and a continued run starts within.
+        const double between = model[n] + share * work.direction[n];
+        model[n] = share < 1.0 ? std::min(std::max(between, work.lower[n]), work.upper[n]) : work.trial[n];
     }
     double squares = 0.0;
     for (std::size_t n = 0; n < residual.size(); ++n) {
