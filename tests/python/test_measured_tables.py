@@ -14,8 +14,8 @@ import coupled_structure  # noqa: E402
 import results  # noqa: E402
 from measured import says, table, unsourced_numbers, with_measured, wrong_statements  # noqa: E402
 
-PAGE = "# Title\n\nThe mass is 1.25 times\nthe truth, see [line 4](a-5.md), at 10^6 cells (1998).\n\n```\n77\n```\n"
-GIVEN = ["[line 4]"]
+PAGE = "# Title\n\nThe mass is 1.25 times\nthe truth, see [case 4](a-5.md), at 10^6 cells (1998).\n\n```\n77\n```\n"
+GIVEN = ["[case 4]"]
 
 
 def test_statements_hold_their_numbers_and_no_others():
