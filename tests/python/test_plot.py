@@ -91,6 +91,16 @@ def test_terms_that_the_log_rounds_to_0_are_drawn_as_their_sum(gravity: Bench, m
     assert rest[-1] == pytest.approx(run.table[-1].total ** 2 - run.table[-1].misfit ** 2)
 
 
+def test_trade_offs_after_the_last_of_the_table_are_those_of_the_total(gravity: Bench, monkeypatch):
+    """A sparse norm changes the trade-off after the search."""
+    run = Run(gravity.folder)
+    monkeypatch.setattr(Run, "tradeoffs", SimpleNamespace(tradeoff=np.array([5.0]), iteration=np.array([3])))
+    terms = {line.get_label(): line.get_ydata() for line in plot.convergence(run).axes[3].lines}
+    log = run.log[-1]
+    assert terms["smoothness in x"][3] == pytest.approx(5.0 * log.iterations[3].smooth_x)
+    assert terms["smoothness in x"][-1] == pytest.approx(0.01 * log.iterations[14].smooth_x, rel=0.01)
+
+
 def test_rows_that_repeat_are_open_marks(gravity: Bench, copied):
     bench = copied(gravity)
     lines = bench.path("voxlith.aux").read_text().split("\n")

@@ -116,17 +116,33 @@ def _terms_of(log: RunLog) -> Iterator[tuple[int, IterationTerms]]:
     yield from log.iterations.items()
 
 
-def _multipliers(run: Run) -> Callable[[int, RunLog], float]:
-    """The trade-off multiplier of an iteration: of the table where a run tried several, else that of the log."""
+def _norm_of(terms: IterationTerms) -> float:
+    """The square of the model norm, without the trade-off."""
+    return float(sum(getattr(terms, key) for key, *_ in _TERMS if key != "barrier"))
+
+
+def _multipliers(run: Run, weighted: dict[int, float]) -> Callable[[int, RunLog, IterationTerms], float]:
+    """The trade-off multiplier of an iteration: of the table where a run tried several, else that of the log.
+
+    A sparse norm follows the misfit with multipliers after the last one of the table; `weighted` is the norm times the
+    multiplier by iteration.
+    """
     try:
         table = run.tradeoffs
     except FileError:
         table = None
     if table is None or not len(table.tradeoff) or np.isnan(table.iteration).any():
-        return lambda number, log: log.tradeoff or 0.0
+        return lambda number, log, terms: log.tradeoff or 0.0
     order = np.argsort(table.iteration, kind="stable")
     last, multipliers = table.iteration[order], table.tradeoff[order]
-    return lambda number, log: float(multipliers[min(int(np.searchsorted(last, number)), len(last) - 1)])
+
+    def of_iteration(number: int, log: RunLog, terms: IterationTerms) -> float:
+        norm = _norm_of(terms)
+        if number > last[-1] and norm > 0.0 and number in weighted:
+            return weighted[number] / norm
+        return float(multipliers[min(int(np.searchsorted(last, number)), len(last) - 1)])
+
+    return of_iteration
 
 
 def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals, total: Reals) -> None:
@@ -139,8 +155,8 @@ def _terms(panel: Any, run: Run, iteration: npt.NDArray[Any], misfit: Reals, tot
         logs = run.log if run.path("voxlith.log").is_file() else []
     except FileError:
         logs = []
-    multiplier_of = _multipliers(run)
-    found = {number: (terms, multiplier_of(number, log)) for log in logs for number, terms in _terms_of(log)}
+    multiplier_of = _multipliers(run, dict(zip(iteration.tolist(), (total ** 2 - misfit ** 2).tolist())))
+    found = {number: (terms, multiplier_of(number, log, terms)) for log in logs for number, terms in _terms_of(log)}
     numbers = sorted(found)
     shown = False
     for key, words, colour, dashes in _TERMS:
