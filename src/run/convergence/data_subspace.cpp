@@ -40,9 +40,8 @@ double dot(std::span<const double> a, std::span<const double> b) {
     return sum;
 }
 
-// subspace.outside = the part of `residual` that is not within the directions; returns its length. Twice, for rounding.
-double splitResidual(std::span<const double> residual, DataSubspace& subspace) {
-    const std::span<double> rest = subspace.outside;
+// rest = the part of `residual` that is not within the directions; returns its length. Twice, for rounding.
+double splitResidual(std::span<const double> residual, const DataSubspace& subspace, std::span<double> rest) {
     std::copy(residual.begin(), residual.end(), rest.begin());
     for (int round = 0; round < 2; ++round) {
         for (std::size_t k = 0; k < subspace.count; ++k) {
@@ -76,7 +75,8 @@ bool applyTransposed(const InversionProblem& problem, DataOperator& data, std::s
     if (subspace.capacity == 0) {
         return false;
     }
-    const double length = std::sqrt(dot(residual, residual)), outside = splitResidual(residual, subspace);
+    const double length = std::sqrt(dot(residual, residual)),
+                 outside = splitResidual(residual, subspace, subspace.outside);
     if (outside > negligible * length) {
         if (subspace.count == subspace.capacity) {
             return false;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <span>
 #include <vector>
 
@@ -16,7 +15,7 @@ namespace {
 
 // Moves model and residuals by `share` of the way to work.trial and `found`, their residuals, on which phi is the
 // parabola through both ends with the slope 2 `slope` at the model.
-void moveTowards(const InversionProblem& problem, NewtonWork& work, std::span<const double> found, double share,
+void moveTowards(const InversionProblem& problem, const NewtonWork& work, std::span<const double> found, double share,
                  std::span<double> residual, SubspaceResult& result) {
     const std::span<double> model = modelOf(problem);
     for (std::size_t n = 0; n < model.size(); ++n) {
@@ -60,19 +59,19 @@ SubspaceResult takeSubspaceStep(const InversionProblem& problem, NewtonWork& wor
     SubspaceResult result;
     result.reached = current;
     scaledResiduals(problem, work.data, residual);
-    double least = -std::numeric_limits<double>::infinity(), share = 0.0;
+    double share = 0.0;
     for (std::int32_t round = 0; round < mostRounds; ++round) {
         if (round > 0 && !takeGradient(problem, work, residual, model)) {
             break;
         }
-        gradient = work.gradient;
+        std::copy(work.gradient.begin(), work.gradient.end(), gradient.begin());
         const KnownMinimum known = findKnownMinimum(problem, work);
         result.stopped = known.stopped || signalOfRanks() != 0;
         if (result.stopped) {
             return result;
         }
         const double objective = result.reached.objective;
-        least = objective - known.decrease - known.remaining;
+        const double least = objective - known.decrease - known.remaining;
         for (std::size_t n = 0; n < model.size(); ++n) {
             work.direction[n] = work.trial[n] - model[n];
         }
