@@ -4,7 +4,8 @@ The magnetisation of the body points to the south and upwards, the inducing fiel
 properties of this stacked run are the three components of the magnetisation and the density. Each data type is fitted
 to its own standard deviations. The norm is the sum of amplitudes. Bodies are more compact than with squared amplitudes,
 and less than with volumes, which gave a second body that fits noise. The directions of single cells scatter; the
-direction of the body is the result.
+direction of the body is the result. The picture gives the moment summed over all cells: weak magnetisation outside
+the body turns it.
 """
 import csv
 
@@ -50,8 +51,8 @@ def run(bench, report):
     report.components([one['component'] for one in fits], [float(one['rms_misfit']) for one in fits], 1.1)
     report.require(all(float(one['rms_misfit']) > 0.9 for one in fits), 'a type of data is fitted below 0.9 of its errors')
     body = _table(bench, 'bodies')[0]
-    report.close('inclination of the moment', float(body['inclination']), INCLINATION, 5.0)
-    report.close('declination of the moment', float(body['declination']), DECLINATION, 5.0)
+    report.close('inclination of the body', float(body['inclination']), INCLINATION, 5.0)
+    report.close('declination of the body', float(body['declination']), DECLINATION, 5.0)
     report.bodies(MESH, read_values(bench.path('properties/density.mod')), [DENSE], 'g/cm3')
     report.bodies(MESH, read_values(bench.path('properties/amplitude.mod')), [MAGNETIC], 'SI')
 
