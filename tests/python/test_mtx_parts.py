@@ -102,7 +102,10 @@ def test_parts_that_do_not_fit(tools, mtx, folder):
     assert message("a.mtx", "a.mtx") == "a.mtx: rows 1 to 50 are also in another part"
     assert message("gz.mtx") == "gz.mtx: expected the data type of the options, found another"
     assert message("a.mtx", "--taps", "8") == "a.mtx: expected the filter of the options, found another"
-    assert message("a.mtx", "--field", "1,2,50000") == "a.mtx: expected the field of the options, found another"
+    # The field of the stations is another, too: a warning before the error.
+    other = tools("mtx-join", *SURVEY, "--type", "tmi", "--out", "x.mtx", "a.mtx", "--field", "1,2,50000")
+    assert other.status == 1 and "warning: s.obs: its inducing field is 60,5,50000" in other.errors
+    assert other.errors.endswith("voxlith-tools: a.mtx: expected the field of the options, found another\n")
     assert message("a.mtx", "--depth-weight", "9,2") == "a.mtx: expected the depth weight of the options, found another"
     assert "cannot be opened" in message("none.mtx")
     (folder / "cut.mtx").write_bytes((folder / "a.mtx").read_bytes()[:-9])
