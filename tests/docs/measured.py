@@ -24,9 +24,9 @@ UNIT = re.compile(r'\s?(?:s|ms|min|minutes?|seconds?|hours?|[kMG]B|m|km|mGal|nT|
 NUMBER = r'-?\d[\d,]*(?:\.\d+)?(?:e-?\d+)?'
 
 
-def plain(value: object, spec: str) -> str:
+def plain(value: object, form: str) -> str:
     """A value as the pages write it: 1.2e-9, not 1.2e-09."""
-    return re.sub(r'e([+-])0*(?=\d)', lambda found: 'e' + found[1].strip('+'), format(value, spec))
+    return re.sub(r'e([+-])0*(?=\d)', lambda found: 'e' + found[1].strip('+'), format(value, form))
 
 
 class Statement(NamedTuple):
@@ -37,8 +37,8 @@ class Statement(NamedTuple):
 
     @property
     def text(self) -> str:
-        fields = [format_spec or '' for _, field, format_spec, _ in string.Formatter().parse(self.template) if field is not None]
-        words = [plain(value, spec) for value, spec in zip(self.values, fields, strict=True)]
+        fields = [form or '' for _, field, form, _ in string.Formatter().parse(self.template) if field is not None]
+        words = [plain(value, form) for value, form in zip(self.values, fields, strict=True)]
         return re.sub(r'\{[^{}]*\}', '{}', self.template).format(*words)
 
     def pattern(self) -> re.Pattern[str]:

@@ -44,7 +44,7 @@ def hole_profiles(view: DataView, component: int, holes: list[Hole], title: str,
     if len(shown) == 1:
         panels[0, 0].legend(loc="best", fontsize=7.5)
         figure.suptitle(title)
-    else:  # a narrow panel has no room for a legend
+    else:  # a legend is wider than a narrow panel
         figure.suptitle(title + some, x=0.01, ha="left")
         figure.legend(*panels[0, 0].get_legend_handles_labels(), loc="upper right", ncol=2, fontsize=7.5, frameon=False)
     return figure

@@ -29,7 +29,7 @@ struct DataSubspace {
 DataSubspace makeDataSubspace(std::size_t dataSize, std::size_t modelSize, std::size_t capacity);
 
 // out = J' residual (scaled residuals). Adds a direction by one transposed product where `residual` is not within the
-// directions; false, and nothing done, when there is no room for it.
+// directions; false, and nothing done, when the subspace is full.
 bool applyTransposed(const InversionProblem& problem, DataOperator& data, std::span<const double> residual,
                      DataSubspace& subspace, std::span<double> out);
 

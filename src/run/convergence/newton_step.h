@@ -10,7 +10,7 @@
 // within the bounds (Wright 1997; with the same conjugate gradients), except for amplitude data and coupled properties.
 // How far phi is above its minimum is estimated by the gradient after the step, in the norm of the preconditioner,
 // times the largest inverse curvature of the last conjugate gradients. Bounds are kept exactly, so positivity needs no
-// barrier. Where work.subspace has room, the step is that of run/convergence/subspace_step.h, with its own limit.
+// barrier. While work.subspace is not full, the step is that of run/convergence/subspace_step.h, with its own limit.
 //
 //   D. P. Bertsekas, Projected Newton methods for optimization problems with simple constraints, SIAM J. Control and
 //   Optimization 20, 1982. J. J. More and G. Toraldo, On the solution of large quadratic programming problems with

@@ -63,7 +63,7 @@ ScaledObjective evaluateObjective(const InversionProblem& problem, NewtonWork& w
 void evaluateGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> model);
 
 // work.gradient = g at `model` from its scaled residuals; dataGradient with it. False, and nothing done, when
-// work.subspace has no room.
+// work.subspace is full.
 bool takeGradient(const InversionProblem& problem, NewtonWork& work, std::span<const double> residual,
                   std::span<const double> model);
 

@@ -22,7 +22,7 @@
 
 namespace voxlith {
 
-// Directions that a run keeps room for; 0 where steps of this kind do not pay, or phi is not quadratic.
+// Most directions that a run keeps; 0 where steps of this kind do not pay, or phi is not quadratic.
 std::size_t directionsWorthwhile(const InversionProblem& problem);
 
 struct SubspaceResult {
@@ -34,7 +34,7 @@ struct SubspaceResult {
 };
 
 // At most `mostRounds` directions from arrays.model, at which `current` holds and work.gradient is the gradient. Ends
-// early when phi is as near its minimum as `accuracy` wants, or when there is no room for a direction.
+// early when phi is as near its minimum as `accuracy` wants, or when the subspace is full.
 SubspaceResult takeSubspaceStep(const InversionProblem& problem, NewtonWork& work, const ScaledObjective& current,
                                 const AccuracyRule& accuracy, std::int32_t mostRounds);
 

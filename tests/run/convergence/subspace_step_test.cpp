@@ -22,9 +22,9 @@ void setBounds(SmallProblem& small, double lower, double upper) {
     std::fill(small.bounds.upperBound.begin(), small.bounds.upperBound.end(), upper);
 }
 
-NewtonWork prepareWithRoom(SmallProblem& small, std::size_t room) {
+NewtonWork prepareWithDirections(SmallProblem& small, std::size_t capacity) {
     NewtonWork work = prepareNewton(small.problem());
-    work.subspace = makeDataSubspace(work.data.validData.size(), small.problem().modelSize(), room);
+    work.subspace = makeDataSubspace(work.data.validData.size(), small.problem().modelSize(), capacity);
     return work;
 }
 
@@ -42,7 +42,7 @@ ScaledObjective minimise(SmallProblem& small, NewtonWork& work, double accuracy)
 
 TEST(DataSubspace, GivesTheTransposedProductOfWhatItKnows) {
     SmallProblem small(SmallOptions{});
-    NewtonWork work = prepareWithRoom(small, 3);
+    NewtonWork work = prepareWithDirections(small, 3);
     evaluateObjective(small.problem(), work, small.arrays.model);
     std::mt19937 random(5);
     const std::size_t size = small.problem().modelSize();
@@ -66,7 +66,7 @@ TEST(DataSubspace, GivesTheTransposedProductOfWhatItKnows) {
 
 TEST(DataSubspace, ComesBackFromItsDirections) {
     SmallProblem small(SmallOptions{});
-    NewtonWork work = prepareWithRoom(small, 4);
+    NewtonWork work = prepareWithDirections(small, 4);
     evaluateObjective(small.problem(), work, small.arrays.model);
     evaluateGradient(small.problem(), work, small.arrays.model);
     DataSubspace other = makeDataSubspace(work.dataVector.size(), small.problem().modelSize(), 4);
@@ -87,7 +87,7 @@ TEST(SubspaceStep, EndsAtTheMinimumWithinTheLimitThatItNames) {
         for (const double accuracy : {1e-1, 1e-3, 1e-6, 1e-9}) {
             SmallProblem small(options);
             setBounds(small, -0.2, 0.3);
-            NewtonWork work = prepareWithRoom(small, 30);
+            NewtonWork work = prepareWithDirections(small, 30);
             ScaledObjective current = evaluateObjective(small.problem(), work, small.arrays.model);
             NewtonResult result;
             do {
@@ -108,7 +108,7 @@ TEST(SubspaceStep, KeepsWhatItKnowsForAnotherTradeoff) {
     options.nData = 30;
     SmallProblem small(options);
     setBounds(small, -0.2, 0.3);
-    NewtonWork work = prepareWithRoom(small, 30);
+    NewtonWork work = prepareWithDirections(small, 30);
     minimise(small, work, 1e-8);
     const std::int64_t first = work.data.productCount;
     small.options.multiplier *= 1.1;
@@ -122,7 +122,7 @@ TEST(SubspaceStep, GoesOnWithoutRoom) {
     SmallProblem reference(options), small(options);
     setBounds(reference, -0.2, 0.3);
     setBounds(small, -0.2, 0.3);
-    NewtonWork plain = prepareNewton(reference.problem()), work = prepareWithRoom(small, 4);
+    NewtonWork plain = prepareNewton(reference.problem()), work = prepareWithDirections(small, 4);
     const double minimum = minimise(reference, plain, 1e-12).objective;
     EXPECT_NEAR(minimise(small, work, 1e-12).objective, minimum, 1e-9 * minimum);
     EXPECT_EQ(work.subspace.count, 4U);
